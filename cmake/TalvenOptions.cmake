@@ -1,0 +1,30 @@
+option(TALVEN_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
+option(TALVEN_BENCH "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
+option(TALVEN_WERROR "Treat warnings as errors" OFF)
+set(TALVEN_SANITIZE "" CACHE STRING "Sanitizers for all targets, for example address,undefined")
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+# Warnings and sanitizers of every target of ours; never exported.
+add_library(talven_options INTERFACE)
+target_compile_options(talven_options INTERFACE -Wall -Wextra -Wshadow -Wnon-virtual-dtor
+                                                -Woverloaded-virtual -Wformat=2 -Wundef)
+if(TALVEN_WERROR)
+  target_compile_options(talven_options INTERFACE -Werror)
+endif()
+if(TALVEN_SANITIZE)
+  target_compile_options(talven_options INTERFACE -fsanitize=${TALVEN_SANITIZE}
+                                                  -fno-omit-frame-pointer
+                                                  -fno-sanitize-recover=all)
+  target_link_options(talven_options INTERFACE -fsanitize=${TALVEN_SANITIZE})
+endif()

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "gpulib/Device/DeviceImage.h"
+#include "gpulib/Device/KernelParams.h"
+
+/// The device seam: everything that differs between kinds of devices.
+///
+/// One backend is chosen at start-up. All operations but the platform queries work on the device
+/// that the calling thread selected. An operation that returns false has noted its reason with
+/// DeviceFail() and changed nothing that the caller may rely on.
+class CBackend
+{
+public:
+    virtual ~CBackend() = default;
+
+    // Platform.
+    virtual const char* GetName() const = 0;                         ///< "host" or "cuda"
+    virtual const char* GetDetail() const = 0;                       ///< for example "avx512"
+    virtual int GetDeviceCount() const = 0;                          ///< 0: no device
+    virtual std::size_t GetDeviceMemory(int iDevice) const = 0;      ///< bytes, 0 when out of range
+    [[nodiscard]] virtual bool SelectDevice(int iDevice) = 0;        ///< for the calling thread
+
+    /// Rows that one batch should hold when a band has iRows rows and each takes tBytesPerRow of
+    /// device memory; at least 1, at most iRows. Images of the batch are created with this many
+    /// lanes, which the backend may round up (DeviceImage::iLanes tells).
+    virtual int GetBatchRows(int iRows, std::size_t tBytesPerRow) const = 0;
+
+    // Memory.
+    /// Makes an image that kernels sample; rImage holds sizes, channels and lanes wanted and receives
+    /// the rest. The content is zero.
+    [[nodiscard]] virtual bool CreateArray(DeviceImage& rImage) = 0;
+    /// The same for an image that kernels write.
+    [[nodiscard]] virtual bool CreatePitched(DeviceImage& rImage) = 0;
+    virtual void Free(DeviceImage& rImage) = 0;                      ///< also of an empty image
+    [[nodiscard]] virtual bool Clear(const DeviceImage& rImage) = 0;
+    /// Fills the rectangle that begins at element (iX0, iY0) with iWidth x iHeight elements.
+    [[nodiscard]] virtual bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource,
+                                      int iX0, int iY0, int iWidth, int iHeight) = 0;
+    /// The reverse; only rDest.iLanes rows are written.
+    [[nodiscard]] virtual bool Download(const DeviceImage& rImage, const HostRows<float>& rDest,
+                                        int iX0, int iY0, int iWidth, int iHeight) = 0;
+    /// Copies a whole image into another of the same sizes.
+    [[nodiscard]] virtual bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) = 0;
+    /// Raw values of a one-lane image of any element size, tightly packed.
+    [[nodiscard]] virtual bool UploadTable(const DeviceImage& rImage, const void* pvSource) = 0;
+    [[nodiscard]] virtual bool DownloadTable(const DeviceImage& rImage, void* pvDest) = 0;
+
+    // Kernels, one call each.
+    [[nodiscard]] virtual bool ForwardProject(const ForwardParams& rParams) = 0;
+    [[nodiscard]] virtual bool Combine(const CombineParams& rParams) = 0;
+    [[nodiscard]] virtual bool Weight(const WeightParams& rParams) = 0;
+    [[nodiscard]] virtual bool BackProject(const BackParams& rParams) = 0;
+    [[nodiscard]] virtual bool SumAbs(const SumAbsParams& rParams) = 0;
+};
+
+/// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.
+/// \param strWanted "auto" (or empty), "cuda", "host"
+/// \param rReason   receives the sentence for the start-up line, for example
+///                  "host (avx512), built without CUDA", or the reason of a refusal
+/// \return null when the name is unknown or the wanted backend is not there
+std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason);
+
+/// Every backend and instruction set that this build has and this machine can run, for tests and
+/// benchmarks: names for MakeHostBackend() and so on.
+std::vector<std::string> GetHostInstructionSets();  ///< best first, for example avx512 avx2 baseline
+
+/// A host backend of iDevices devices (0: one per core, at most 16) forced to one instruction set
+/// (empty: the best); null when this machine cannot run it. iMaxRows bounds the rows of a batch
+/// (0: as the backend likes).
+std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, int iDevices,
+                                          int iMaxRows = 0);
+
+/// The backend in use, null before SetBackend(). Device memory owners and kernel drivers call it.
+CBackend* GetBackend();
+
+/// Makes a backend the one in use and returns the former one. Not while a worker runs.
+std::unique_ptr<CBackend> SetBackend(std::unique_ptr<CBackend> pBackend);
