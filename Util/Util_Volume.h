@@ -70,5 +70,6 @@ private:
     void mFree() { m_pfData.reset(); }
 
     int m_iSize[3] = {0, 0, 0};
-    std::unique_ptr<float[], Freer> m_pfData;  // calloc: untouched pages of a big volume cost nothing
+    std::unique_ptr<float[], Freer>
+        m_pfData;  // calloc: untouched pages of a big volume cost nothing
 };

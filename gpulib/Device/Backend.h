@@ -20,11 +20,11 @@ public:
     virtual ~CBackend() = default;
 
     // Platform.
-    virtual const char* GetName() const = 0;                         ///< "host" or "cuda"
-    virtual const char* GetDetail() const = 0;                       ///< for example "avx512"
-    virtual int GetDeviceCount() const = 0;                          ///< 0: no device
-    virtual std::size_t GetDeviceMemory(int iDevice) const = 0;      ///< bytes, 0 when out of range
-    [[nodiscard]] virtual bool SelectDevice(int iDevice) = 0;        ///< for the calling thread
+    virtual const char* GetName() const = 0;                     ///< "host" or "cuda"
+    virtual const char* GetDetail() const = 0;                   ///< for example "avx512"
+    virtual int GetDeviceCount() const = 0;                      ///< 0: no device
+    virtual std::size_t GetDeviceMemory(int iDevice) const = 0;  ///< bytes, 0 when out of range
+    [[nodiscard]] virtual bool SelectDevice(int iDevice) = 0;    ///< for the calling thread
 
     /// Rows that one batch should hold when a band has iRows rows and each takes tBytesPerRow of
     /// device memory; at least 1, at most iRows. Images of the batch are created with this many
@@ -32,16 +32,17 @@ public:
     virtual int GetBatchRows(int iRows, std::size_t tBytesPerRow) const = 0;
 
     // Memory.
-    /// Makes an image that kernels sample; rImage holds sizes, channels and lanes wanted and receives
-    /// the rest. The content is zero.
+    /// Makes an image that kernels sample; rImage holds sizes, channels and lanes wanted and
+    /// receives the rest. The content is zero.
     [[nodiscard]] virtual bool CreateArray(DeviceImage& rImage) = 0;
     /// The same for an image that kernels write.
     [[nodiscard]] virtual bool CreatePitched(DeviceImage& rImage) = 0;
-    virtual void Free(DeviceImage& rImage) = 0;                      ///< also of an empty image
+    virtual void Free(DeviceImage& rImage) = 0;  ///< also of an empty image
     [[nodiscard]] virtual bool Clear(const DeviceImage& rImage) = 0;
     /// Fills the rectangle that begins at element (iX0, iY0) with iWidth x iHeight elements.
-    [[nodiscard]] virtual bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource,
-                                      int iX0, int iY0, int iWidth, int iHeight) = 0;
+    [[nodiscard]] virtual bool Upload(const DeviceImage& rImage,
+                                      const HostRows<const float>& rSource, int iX0, int iY0,
+                                      int iWidth, int iHeight) = 0;
     /// The reverse; only rDest.iLanes rows are written.
     [[nodiscard]] virtual bool Download(const DeviceImage& rImage, const HostRows<float>& rDest,
                                         int iX0, int iY0, int iWidth, int iHeight) = 0;
@@ -68,7 +69,8 @@ std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string&
 
 /// Every backend and instruction set that this build has and this machine can run, for tests and
 /// benchmarks: names for MakeHostBackend() and so on.
-std::vector<std::string> GetHostInstructionSets();  ///< best first, for example avx512 avx2 baseline
+std::vector<std::string>
+GetHostInstructionSets();  ///< best first, for example avx512 avx2 baseline
 
 /// A host backend of iDevices devices (0: one per core, at most 16) forced to one instruction set
 /// (empty: the best); null when this machine cannot run it. iMaxRows bounds the rows of a batch

@@ -32,8 +32,8 @@ public:
     [[nodiscard]] bool HostToDevice(const int* piA, const int* piB);
     [[nodiscard]] bool HostToDevice(const unsigned int* puiA, const unsigned int* puiB);
     /// Fills the rectangle of iWidth x iHeight elements that begins at (iX0, iY0), for all lanes.
-    [[nodiscard]] bool HostToDevice(const HostRows<const float>& rRows, int iX0, int iY0, int iWidth,
-                                    int iHeight);
+    [[nodiscard]] bool HostToDevice(const HostRows<const float>& rRows, int iX0, int iY0,
+                                    int iWidth, int iHeight);
     /// The reverse of the former.
     [[nodiscard]] bool ToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
                               int iHeight) const;

@@ -3,19 +3,19 @@
 #include "gpulib/Device/DeviceImage.h"
 
 // One struct per kernel: plain data, passed by value. "List position" counts within the projection
-// index list, "raw number" within the tilt series. Batch images have the lanes of the batch; rows of
-// projection images are addressed by raw number unless said otherwise.
+// index list, "raw number" within the tilt series. Batch images have the lanes of the batch; rows
+// of projection images are addressed by raw number unless said otherwise.
 
 /// Ray sums of one set: row n (raw number) of aSums receives the sums of projection n.
 struct ForwardParams
 {
-    DeviceImage aSums;                ///< out, projX x projections, batch
-    DeviceImage aVol;                 ///< (volX + 2) x (volZ + 2) with a frame of zeros, batch
-    DeviceImage aCosSin;              ///< projections x 1, two channels: (cos, sin)
-    DeviceImage aProjIndex;           ///< list length x 1, unsigned
-    int iVolX = 0, iVolZ = 0;         ///< voxels, without the frame
-    int iProjX = 0;                   ///< detector columns
-    int iFirst = 0, iEnd = 0;         ///< list positions [first, end)
+    DeviceImage aSums;         ///< out, projX x projections, batch
+    DeviceImage aVol;          ///< (volX + 2) x (volZ + 2) with a frame of zeros, batch
+    DeviceImage aCosSin;       ///< projections x 1, two channels: (cos, sin)
+    DeviceImage aProjIndex;    ///< list length x 1, unsigned
+    int iVolX = 0, iVolZ = 0;  ///< voxels, without the frame
+    int iProjX = 0;            ///< detector columns
+    int iFirst = 0, iEnd = 0;  ///< list positions [first, end)
 };
 
 enum class ECombine
@@ -27,9 +27,9 @@ enum class ECombine
 /// Measured rows against ray sums, for the projections of one set.
 struct CombineParams
 {
-    DeviceImage aOut;          ///< out, the working projections
-    DeviceImage aRaw;          ///< measured projections
-    DeviceImage aSums;         ///< ray sums
+    DeviceImage aOut;   ///< out, the working projections
+    DeviceImage aRaw;   ///< measured projections
+    DeviceImage aSums;  ///< ray sums
     DeviceImage aProjIndex;
     ECombine eOperation = ECombine::eDiff;
     int iProjX = 0;
@@ -38,18 +38,18 @@ struct CombineParams
 
 enum class EWeight
 {
-    eCopy,    ///< out[j] = in[j], rows by position
-    eRef,     ///< out[j] = in[j] * weight[j], rows by position
-    eRecon,   ///< out[n] = in[n] * weight[n], n = index list at the position
-    eReproj   ///< out[n] = in[n] / weight[n]
+    eCopy,   ///< out[j] = in[j], rows by position
+    eRef,    ///< out[j] = in[j] * weight[j], rows by position
+    eRecon,  ///< out[n] = in[n] * weight[n], n = index list at the position
+    eReproj  ///< out[n] = in[n] / weight[n]
 };
 
 /// Box weights on projection rows; in and out may be the same image.
 struct WeightParams
 {
     DeviceImage aOut, aIn;
-    DeviceImage aWeight;       ///< projX x projections, one lane; not read by eCopy
-    DeviceImage aProjIndex;    ///< read by eRecon and eReproj only
+    DeviceImage aWeight;     ///< projX x projections, one lane; not read by eCopy
+    DeviceImage aProjIndex;  ///< read by eRecon and eReproj only
     EWeight eOperation = EWeight::eCopy;
     int iProjX = 0;
     int iFirst = 0, iEnd = 0;
@@ -64,29 +64,29 @@ enum class EUpdate
 /// Back projection of one set into the slice, in place; the result is clamped at 0.
 struct BackParams
 {
-    DeviceImage aVol;          ///< in and out, (volX + 2) x (volZ + 2), batch
-    DeviceImage aProjs;        ///< working projections, batch
+    DeviceImage aVol;    ///< in and out, (volX + 2) x (volZ + 2), batch
+    DeviceImage aProjs;  ///< working projections, batch
     DeviceImage aCosSin;
     DeviceImage aProjIndex;
-    DeviceImage aRangeX;       ///< band rows x projections, two channels: first valid, one past last
+    DeviceImage aRangeX;  ///< band rows x projections, two channels: first valid, one past last
     EUpdate eUpdate = EUpdate::eSart;
     float fRelax = 1.0f;
     int iVolX = 0, iVolZ = 0;
     int iProjX = 0;
     int iFirst = 0, iEnd = 0;  ///< list positions
-    int iY = 0;                ///< first row of the batch within the band: column iY + lane of aRangeX
-    int iRows = 0;             ///< rows in use; the remaining lanes may hold anything finite
+    int iY = 0;     ///< first row of the batch within the band: column iY + lane of aRangeX
+    int iRows = 0;  ///< rows in use; the remaining lanes may hold anything finite
 };
 
 /// Sums of |value| over the columns of each selected projection row, rows with values at or below
 /// -1e15 left out; added to the accumulators row by row of the batch.
 struct SumAbsParams
 {
-    DeviceImage aSource;       ///< measured or working projections, batch
-    DeviceImage aAccum;        ///< in and out, list length x iterations, doubles
+    DeviceImage aSource;  ///< measured or working projections, batch
+    DeviceImage aAccum;   ///< in and out, list length x iterations, doubles
     DeviceImage aProjIndex;
     int iProjX = 0;
-    int iProjs = 0;            ///< list length
-    int iIter = 0;             ///< row of aAccum
-    int iRows = 0;             ///< rows of the batch in use
+    int iProjs = 0;  ///< list length
+    int iIter = 0;   ///< row of aAccum
+    int iRows = 0;   ///< rows of the batch in use
 };

@@ -11,8 +11,8 @@ public:
     CPitchedPtr2D(const CPitchedPtr2D&) = delete;
     CPitchedPtr2D& operator=(const CPitchedPtr2D&) = delete;
 
-    void SetLanes(int iLanes) { m_iLanes = iLanes; }       ///< at the next Create()
-    void SetDouble() { m_iBytes = 8; }                     ///< accumulators; at the next Create()
+    void SetLanes(int iLanes) { m_iLanes = iLanes; }  ///< at the next Create()
+    void SetDouble() { m_iBytes = 8; }                ///< accumulators; at the next Create()
     /// Frees what is held and allocates anew, zero-filled. \return false with the reason noted
     [[nodiscard]] bool Create(int iWidth, int iHeight);
     /// Clears the whole buffer to 0, whatever the argument.
