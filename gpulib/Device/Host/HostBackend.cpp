@@ -1,0 +1,283 @@
+#include "gpulib/Device/Host/HostBackend.h"
+
+#include <sched.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "gpulib/Device/DeviceError.h"
+#include "gpulib/Device/Host/HostMemory.h"
+#include "gpulib/Device/Host/Transpose.h"
+
+namespace
+{
+constexpr int g_iMaxDevices = 16;
+thread_local int t_iDevice = 0;
+
+int CountCores()
+{
+    cpu_set_t aSet;
+    if (sched_getaffinity(0, sizeof(aSet), &aSet) == 0) return std::max(1, CPU_COUNT(&aSet));
+    return std::max(1u, std::thread::hardware_concurrency());
+}
+
+/// Lanes that kernels exist for.
+int RoundUpLanes(int iRows)
+{
+    for (const int iLanes : {1, 4, 8})
+        if (iRows <= iLanes) return iLanes;
+    return g_iMaxLanes;
+}
+
+std::size_t CountValues(const DeviceImage& rImage)
+{
+    return std::size_t(rImage.iWidth) * rImage.iHeight * rImage.iDepth * rImage.iChannels *
+           rImage.iLanes;
+}
+
+bool CheckRectangle(const char* pcOperation, const DeviceImage& rImage, int iX0, int iY0,
+                    int iWidth, int iHeight)
+{
+    if (rImage.pvData && iX0 >= 0 && iY0 >= 0 && iWidth >= 0 && iHeight >= 0 &&
+        iX0 <= rImage.iWidth - iWidth && iY0 <= rImage.iHeight - iHeight && rImage.iChannels == 1 &&
+        rImage.iBytes == 4 && rImage.iDepth == 1)
+        return true;
+    return DeviceFail("%s: %d x %d at (%d, %d) of an image of %d x %d", pcOperation, iWidth,
+                      iHeight, iX0, iY0, rImage.iWidth, rImage.iHeight);
+}
+
+float* RowOf(const DeviceImage& rImage, int iRow)
+{
+    return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
+}
+
+/// Raw numbers at list positions [iFirst, iEnd); false when one is not below iRows.
+bool ReadIndex(const char* pcKernel, const DeviceImage& rIndex, int iFirst, int iEnd, int iRows,
+               std::vector<int>& rRows)
+{
+    const unsigned* puiIndex = static_cast<const unsigned*>(rIndex.pvData);
+    rRows.clear();
+    for (int p = iFirst; p < iEnd; ++p)
+    {
+        if (puiIndex[p] >= unsigned(iRows))
+            return DeviceFail("%s: projection %u of %d", pcKernel, puiIndex[p], iRows);
+        rRows.push_back(int(puiIndex[p]));
+    }
+    return true;
+}
+
+/// Angle and valid columns of one projection for the rows of a batch.
+BackView MakeBackView(const BackParams& rP, int iProj)
+{
+    BackView aView;
+    const float* pfCosSin = static_cast<const float*>(rP.aCosSin.pvData) + 2 * iProj;
+    aView.fCos = pfCosSin[0];
+    aView.fSin = pfCosSin[1];
+    aView.pfRow = RowOf(rP.aProjs, iProj);
+    const float* pfRanges = RowOf(rP.aRangeX, iProj) + 2 * rP.iY;
+    for (int l = 0; l < g_iMaxLanes; ++l)
+    {
+        const int iRow = std::min(l, rP.iRows - 1);
+        aView.afFirst[l] = pfRanges[2 * iRow];
+        aView.afEnd[l] = pfRanges[2 * iRow + 1];
+    }
+    const auto [pfLeast, pfMost] = std::minmax_element(aView.afFirst, aView.afFirst + g_iMaxLanes);
+    const auto [pfLeastEnd, pfMostEnd] =
+        std::minmax_element(aView.afEnd, aView.afEnd + g_iMaxLanes);
+    aView.fAnyFirst = *pfLeast;
+    aView.fAllFirst = *pfMost;
+    aView.fAllEnd = *pfLeastEnd;
+    aView.fAnyEnd = *pfMostEnd;
+    return aView;
+}
+}  // namespace
+
+CHostBackend::CHostBackend(const HostKernels& rKernels, int iDevices, int iMaxRows)
+    : m_rKernels(rKernels), m_iMaxRows(iMaxRows > 0 ? std::min(iMaxRows, g_iMaxLanes) : g_iMaxLanes)
+{
+    const int iCores = CountCores();
+    const int iCount = iDevices > 0 ? iDevices : std::min(iCores, g_iMaxDevices);
+    for (int i = 0; i < iCount; ++i)
+        m_vTeams.push_back(std::make_unique<CTeam>(std::max(1, iCores / iCount)));
+}
+
+std::size_t CHostBackend::GetDeviceMemory(int iDevice) const
+{
+    if (iDevice < 0 || iDevice >= GetDeviceCount()) return 0;
+    return GetMachineMemory() / m_vTeams.size();
+}
+
+bool CHostBackend::SelectDevice(int iDevice)
+{
+    if (iDevice < 0 || iDevice >= GetDeviceCount())
+        return DeviceFail("device %d of %d", iDevice, GetDeviceCount());
+    t_iDevice = iDevice;
+    FlushSmallNumbers();
+    return true;
+}
+
+int CHostBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
+{
+    int iBatch = std::clamp(iRows, 1, m_iMaxRows);
+    const std::size_t tLimit = GetDeviceMemory(0) / 4;
+    while (iBatch > 1 && tBytesPerRow > tLimit / RoundUpLanes(iBatch)) iBatch /= 2;
+    return iBatch;
+}
+
+bool CHostBackend::mCreate(DeviceImage& rImage, const char* pcKind)
+{
+    if (rImage.iWidth <= 0 || rImage.iHeight <= 0 || rImage.iDepth <= 0 || rImage.iChannels <= 0 ||
+        rImage.iLanes <= 0 || rImage.iLanes > g_iMaxLanes)
+        return DeviceFail("create %s: %d x %d x %d, %d channels, %d rows", pcKind, rImage.iWidth,
+                          rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
+    rImage.iLanes = RoundUpLanes(rImage.iLanes);
+    std::size_t tBytes = std::size_t(rImage.iChannels) * rImage.iLanes * rImage.iBytes;
+    bool bFits = true;
+    for (const int iExtent : {rImage.iWidth, rImage.iHeight, rImage.iDepth})
+        bFits = bFits && !__builtin_mul_overflow(tBytes, std::size_t(iExtent), &tBytes);
+    rImage.pvData = bFits ? AllocateZeroed(tBytes) : nullptr;
+    if (!rImage.pvData)
+        return DeviceFail("create %s: no memory for %d x %d x %d, %d rows (%zu MiB)", pcKind,
+                          rImage.iWidth, rImage.iHeight, rImage.iDepth, rImage.iLanes,
+                          bFits ? tBytes >> 20 : ~std::size_t(0));
+    rImage.tPitch = std::size_t(rImage.iWidth) * rImage.iChannels * rImage.iLanes * rImage.iBytes;
+    return true;
+}
+
+void CHostBackend::Free(DeviceImage& rImage)
+{
+    Release(rImage.pvData);
+    rImage = DeviceImage();
+}
+
+bool CHostBackend::Clear(const DeviceImage& rImage)
+{
+    if (!rImage.pvData) return DeviceFail("clear: no image");
+    std::memset(rImage.pvData, 0, CountValues(rImage) * rImage.iBytes);
+    return true;
+}
+
+bool CHostBackend::Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
+                          int iY0, int iWidth, int iHeight)
+{
+    if (!CheckRectangle("upload", rImage, iX0, iY0, iWidth, iHeight)) return false;
+    Interleave(rImage, rSource, iX0, iY0, iWidth, iHeight);
+    return true;
+}
+
+bool CHostBackend::Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                            int iY0, int iWidth, int iHeight)
+{
+    if (!CheckRectangle("download", rImage, iX0, iY0, iWidth, iHeight)) return false;
+    Deinterleave(rImage, rDest, iX0, iY0, iWidth, iHeight);
+    return true;
+}
+
+bool CHostBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
+{
+    if (!rDest.pvData || !rSource.pvData || rDest.iBytes != rSource.iBytes ||
+        rDest.iWidth != rSource.iWidth || rDest.iHeight != rSource.iHeight ||
+        rDest.iDepth != rSource.iDepth || rDest.iChannels != rSource.iChannels ||
+        rDest.iLanes != rSource.iLanes)
+        return DeviceFail("copy: image of %d x %d x %d to %d x %d x %d", rSource.iWidth,
+                          rSource.iHeight, rSource.iDepth, rDest.iWidth, rDest.iHeight,
+                          rDest.iDepth);
+    std::memcpy(rDest.pvData, rSource.pvData, CountValues(rDest) * rDest.iBytes);
+    return true;
+}
+
+bool CHostBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
+{
+    if (!rImage.pvData || rImage.iLanes != 1)
+        return DeviceFail("upload: table of %d rows", rImage.iLanes);
+    std::memcpy(rImage.pvData, pvSource, CountValues(rImage) * rImage.iBytes);
+    return true;
+}
+
+bool CHostBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
+{
+    if (!rImage.pvData || rImage.iLanes != 1)
+        return DeviceFail("download: table of %d rows", rImage.iLanes);
+    std::memcpy(pvDest, rImage.pvData, CountValues(rImage) * rImage.iBytes);
+    return true;
+}
+
+/// Cuts iPieces pieces of work into one share for each core of the device.
+template <class F>
+void CHostBackend::mSplit(int iPieces, F fShare)
+{
+    CTeam& rTeam = *m_vTeams[t_iDevice < GetDeviceCount() ? t_iDevice : 0];
+    const int iShares = rTeam.GetSize();
+    rTeam.Run(
+        [&](int i)
+        {
+            const auto Begin = [&](int s) { return int(std::int64_t(iPieces) * s / iShares); };
+            const Share aShare = {Begin(i), Begin(i + 1)};
+            if (aShare.iFirst < aShare.iEnd) fShare(aShare);
+        });
+}
+
+bool CHostBackend::ForwardProject(const ForwardParams& rP)
+{
+    std::vector<int> viRows;
+    if (!ReadIndex("ForwardProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aSums.iHeight, viRows))
+        return false;
+    std::vector<ForwardView> vViews;
+    for (const int iProj : viRows)
+    {
+        const float* pfCosSin = static_cast<const float*>(rP.aCosSin.pvData) + 2 * iProj;
+        vViews.push_back({MakeRays(pfCosSin[0], pfCosSin[1], rP.iVolX, rP.iVolZ, rP.iProjX),
+                          RowOf(rP.aSums, iProj)});
+    }
+    mSplit(int(vViews.size()),
+           [&](Share aShare) { m_rKernels.Forward(rP, vViews.data(), aShare); });
+    return true;
+}
+
+bool CHostBackend::BackProject(const BackParams& rP)
+{
+    std::vector<int> viRows;
+    if (!ReadIndex("BackProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aProjs.iHeight, viRows))
+        return false;
+    std::vector<BackView> vViews;
+    for (const int iProj : viRows) vViews.push_back(MakeBackView(rP, iProj));
+    mSplit((rP.iVolZ + g_iBackTile - 1) / g_iBackTile,
+           [&](Share aShare) { m_rKernels.Back(rP, vViews.data(), int(vViews.size()), aShare); });
+    return true;
+}
+
+bool CHostBackend::Combine(const CombineParams& rP)
+{
+    std::vector<int> viRows;
+    if (!ReadIndex("Combine", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aOut.iHeight, viRows))
+        return false;
+    mSplit(int(viRows.size()),
+           [&](Share aShare) { m_rKernels.Combine(rP, viRows.data(), aShare); });
+    return true;
+}
+
+bool CHostBackend::Weight(const WeightParams& rP)
+{
+    std::vector<int> viRows;
+    if (rP.eOperation == EWeight::eCopy || rP.eOperation == EWeight::eRef)
+        for (int j = rP.iFirst; j < rP.iEnd; ++j) viRows.push_back(j);
+    else if (!ReadIndex("Weight", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aOut.iHeight, viRows))
+        return false;
+    mSplit(int(viRows.size()), [&](Share aShare) { m_rKernels.Weight(rP, viRows.data(), aShare); });
+    return true;
+}
+
+bool CHostBackend::SumAbs(const SumAbsParams& rP)
+{
+    std::vector<int> viRows;
+    if (!ReadIndex("SumAbs", rP.aProjIndex, 0, rP.iProjs, rP.aSource.iHeight, viRows)) return false;
+    const int iLanes = rP.aSource.iLanes;
+    std::vector<float> vfTotals(viRows.size() * iLanes);
+    mSplit(int(viRows.size()),
+           [&](Share aShare) { m_rKernels.SumAbs(rP, viRows.data(), aShare, vfTotals.data()); });
+    double* pdAccum =
+        static_cast<double*>(rP.aAccum.pvData) + std::size_t(rP.iIter) * rP.aAccum.iWidth;
+    for (std::size_t p = 0; p < viRows.size(); ++p)
+        for (int l = 0; l < rP.iRows; ++l) pdAccum[p] += double(vfTotals[p * iLanes + l]);
+    return true;
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "gpulib/Device/Backend.h"
+#include "gpulib/Device/Host/HostKernels.h"
+#include "gpulib/Device/Host/Team.h"
+
+/// The processor as a set of devices, one per core or per group of cores.
+///
+/// Each worker thread drives one device; a device runs its kernels on the thread that calls it and
+/// on the helpers of its team.
+class CHostBackend final : public CBackend
+{
+public:
+    CHostBackend(const HostKernels& rKernels, int iDevices, int iMaxRows);
+
+    const char* GetName() const override { return "host"; }
+    const char* GetDetail() const override { return m_rKernels.pcName; }
+    int GetDeviceCount() const override { return static_cast<int>(m_vTeams.size()); }
+    std::size_t GetDeviceMemory(int iDevice) const override;
+    bool SelectDevice(int iDevice) override;
+    int GetBatchRows(int iRows, std::size_t tBytesPerRow) const override;
+
+    bool CreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
+    bool CreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
+    void Free(DeviceImage& rImage) override;
+    bool Clear(const DeviceImage& rImage) override;
+    bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
+                int iWidth, int iHeight) override;
+    bool Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                  int iWidth, int iHeight) override;
+    bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) override;
+    bool UploadTable(const DeviceImage& rImage, const void* pvSource) override;
+    bool DownloadTable(const DeviceImage& rImage, void* pvDest) override;
+
+    bool ForwardProject(const ForwardParams& rParams) override;
+    bool Combine(const CombineParams& rParams) override;
+    bool Weight(const WeightParams& rParams) override;
+    bool BackProject(const BackParams& rParams) override;
+    bool SumAbs(const SumAbsParams& rParams) override;
+
+private:
+    bool mCreate(DeviceImage& rImage, const char* pcKind);
+    template <class F>
+    void mSplit(int iPieces, F fShare);
+
+    const HostKernels& m_rKernels;
+    const int m_iMaxRows;
+    std::vector<std::unique_ptr<CTeam>> m_vTeams;  // one per device
+};

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstddef>
+
+// Memory of the host backend.
+
+/// Bytes that this process may use on this machine: physical memory, or the limit of its control
+/// group when that is lower.
+std::size_t GetMachineMemory();
+
+/// Zero-filled memory, aligned to 64 bytes; big blocks are backed by huge pages where the machine
+/// has them. \return null when the machine does not have that much left
+void* AllocateZeroed(std::size_t tBytes);
+void Release(void* pvData);

@@ -1,0 +1,48 @@
+// All kernels of one instruction set, for every lane count. Included inside its namespace.
+
+#include "gpulib/Device/Host/Simd.inl"
+// Simd.inl first.
+#include "gpulib/Device/Host/Back.inl"
+#include "gpulib/Device/Host/Forward.inl"
+#include "gpulib/Device/Host/Stream.inl"
+
+// Calls the instance of a kernel for the lanes of an image.
+#define TALVEN_FOR_LANES(LANES, KERNEL, ...) \
+    switch (LANES)                           \
+    {                                        \
+    case 1:                                  \
+        return KERNEL<1>(__VA_ARGS__);       \
+    case 4:                                  \
+        return KERNEL<4>(__VA_ARGS__);       \
+    case 8:                                  \
+        return KERNEL<8>(__VA_ARGS__);       \
+    default:                                 \
+        return KERNEL<16>(__VA_ARGS__);      \
+    }
+
+static void Forward(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
+{
+    TALVEN_FOR_LANES(rP.aVol.iLanes, ForwardLanes, rP, pViews, aViews)
+}
+
+static void Back(const BackParams& rP, const BackView* pViews, int iViews, Share aTileRows)
+{
+    TALVEN_FOR_LANES(rP.aVol.iLanes, BackLanes, rP, pViews, iViews, aTileRows)
+}
+
+static void Combine(const CombineParams& rP, const int* piRows, Share aRows)
+{
+    TALVEN_FOR_LANES(rP.aOut.iLanes, CombineLanes, rP, piRows, aRows)
+}
+
+static void Weight(const WeightParams& rP, const int* piRows, Share aRows)
+{
+    TALVEN_FOR_LANES(rP.aOut.iLanes, WeightLanes, rP, piRows, aRows)
+}
+
+static void SumAbs(const SumAbsParams& rP, const int* piRows, Share aRows, float* pfTotals)
+{
+    TALVEN_FOR_LANES(rP.aSource.iLanes, SumAbsLanes, rP, piRows, aRows, pfTotals)
+}
+
+#undef TALVEN_FOR_LANES

@@ -1,0 +1,41 @@
+#define TALVEN_VECTOR 4
+
+#include <cstddef>
+
+#include "gpulib/Device/Host/HostKernels.h"
+#if defined(__ARM_NEON)
+#include <arm_neon.h>
+#endif
+
+namespace Baseline
+{
+namespace
+{
+typedef float F4 __attribute__((vector_size(16)));
+
+DEVICE_FN float Fma(float fA, float fB, float fC)
+{
+    return fA * fB + fC;
+}
+DEVICE_FN F4 Fma(F4 vA, F4 vB, F4 vC)
+{
+#if defined(__ARM_NEON)
+    return vfmaq_f32(vC, vA, vB);
+#else
+    return vA * vB + vC;
+#endif
+}
+DEVICE_FN void Broadcast(float fValue, float& rResult)
+{
+    rResult = fValue;
+}
+DEVICE_FN void Broadcast(float fValue, F4& rResult)
+{
+    rResult = F4{fValue, fValue, fValue, fValue};
+}
+
+#include "gpulib/Device/Host/Kernels.inl"
+}  // namespace
+
+const HostKernels g_aKernels = {"baseline", Forward, Back, Combine, Weight, SumAbs};
+}  // namespace Baseline

@@ -1,0 +1,95 @@
+// Lanes of a batch as SIMD registers. Included inside the namespace of an instruction set, which
+// has defined g_iVector (floats per register), the types F4, F8, F16 up to that width, and Fma,
+// Broadcast for each of them and for float.
+
+template <int W>
+struct VectorOf;
+template <>
+struct VectorOf<1>
+{
+    using Type = float;
+};
+template <>
+struct VectorOf<4>
+{
+    using Type = F4;
+};
+#if TALVEN_VECTOR >= 8
+template <>
+struct VectorOf<8>
+{
+    using Type = F8;
+};
+#endif
+#if TALVEN_VECTOR >= 16
+template <>
+struct VectorOf<16>
+{
+    using Type = F16;
+};
+#endif
+
+/// One element of an image for all LANES rows of the batch.
+template <int LANES>
+struct Lanes
+{
+    static constexpr int iWidth = LANES < TALVEN_VECTOR ? LANES : TALVEN_VECTOR;
+    static constexpr int iCount = LANES / iWidth;
+    using Vector = typename VectorOf<iWidth>::Type;
+    Vector av[iCount];
+};
+
+template <int LANES>
+DEVICE_FN Lanes<LANES> Load(const float* pfLanes)
+{
+    using L = Lanes<LANES>;
+    L aResult;
+#pragma GCC unroll 16
+    for (int k = 0; k < L::iCount; ++k)
+        __builtin_memcpy(&aResult.av[k], pfLanes + k * L::iWidth, sizeof(aResult.av[k]));
+    return aResult;
+}
+
+template <int LANES>
+DEVICE_FN void Store(float* pfLanes, const Lanes<LANES>& rValue)
+{
+    using L = Lanes<LANES>;
+#pragma GCC unroll 16
+    for (int k = 0; k < L::iCount; ++k)
+        __builtin_memcpy(pfLanes + k * L::iWidth, &rValue.av[k], sizeof(rValue.av[k]));
+}
+
+template <int LANES>
+DEVICE_FN Lanes<LANES> Fill(float fValue)
+{
+    using L = Lanes<LANES>;
+    L aResult;
+#pragma GCC unroll 16
+    for (int k = 0; k < L::iCount; ++k) Broadcast(fValue, aResult.av[k]);
+    return aResult;
+}
+
+/// rSum += fWeight * value at pfLanes, one rounding where the machine can.
+template <int LANES>
+DEVICE_FN void AddWeighted(Lanes<LANES>& rSum, float fWeight, const float* pfLanes)
+{
+    using L = Lanes<LANES>;
+    typename L::Vector vWeight;
+    Broadcast(fWeight, vWeight);
+#pragma GCC unroll 16
+    for (int k = 0; k < L::iCount; ++k)
+    {
+        typename L::Vector vValue;
+        __builtin_memcpy(&vValue, pfLanes + k * L::iWidth, sizeof(vValue));
+        rSum.av[k] = Fma(vWeight, vValue, rSum.av[k]);
+    }
+}
+
+template <int LANES>
+DEVICE_FN Lanes<LANES> Add(const Lanes<LANES>& rA, const Lanes<LANES>& rB)
+{
+    Lanes<LANES> aResult;
+#pragma GCC unroll 16
+    for (int k = 0; k < Lanes<LANES>::iCount; ++k) aResult.av[k] = rA.av[k] + rB.av[k];
+    return aResult;
+}

@@ -1,0 +1,92 @@
+// Kernels that stream over projection rows. Included inside the namespace of an instruction set.
+
+DEVICE_FN float* RowOf(const DeviceImage& rImage, int iRow)
+{
+    return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
+}
+
+template <int LANES>
+static void CombineLanes(const CombineParams& rP, const int* piRows, Share aRows)
+{
+    using L = Lanes<LANES>;
+    for (int i = aRows.iFirst; i < aRows.iEnd; ++i)
+    {
+        const float* pfRaw = RowOf(rP.aRaw, piRows[i]);
+        const float* pfSums = RowOf(rP.aSums, piRows[i]);
+        float* pfOut = RowOf(rP.aOut, piRows[i]);
+        const std::size_t tValues = static_cast<std::size_t>(rP.iProjX) * LANES;
+        const bool bDiff = rP.eOperation == ECombine::eDiff;
+        for (std::size_t t = 0; t < tValues; t += LANES)
+        {
+            L aRaw = Load<LANES>(pfRaw + t);
+            const L aSum = Load<LANES>(pfSums + t);
+#pragma GCC unroll 16
+            for (int k = 0; k < L::iCount; ++k)
+                aRaw.av[k] = bDiff ? aRaw.av[k] - aSum.av[k]
+                                   : Ratio<typename L::Vector>(aRaw.av[k], aSum.av[k]);
+            Store<LANES>(pfOut + t, aRaw);
+        }
+    }
+}
+
+template <int LANES>
+static void WeightLanes(const WeightParams& rP, const int* piRows, Share aRows)
+{
+    using L = Lanes<LANES>;
+    for (int i = aRows.iFirst; i < aRows.iEnd; ++i)
+    {
+        const float* pfIn = RowOf(rP.aIn, piRows[i]);
+        float* pfOut = RowOf(rP.aOut, piRows[i]);
+        const float* pfWeight =
+            rP.eOperation == EWeight::eCopy ? nullptr : RowOf(rP.aWeight, piRows[i]);
+        for (int x = 0; x < rP.iProjX; ++x)
+        {
+            const std::size_t t = static_cast<std::size_t>(x) * LANES;
+            L aValue = Load<LANES>(pfIn + t);
+            if (pfWeight)
+            {
+                const L aWeight = Fill<LANES>(pfWeight[x]);
+#pragma GCC unroll 16
+                for (int k = 0; k < L::iCount; ++k)
+                    aValue.av[k] = rP.eOperation == EWeight::eReproj ? aValue.av[k] / aWeight.av[k]
+                                                                     : aValue.av[k] * aWeight.av[k];
+            }
+            Store<LANES>(pfOut + t, aValue);
+        }
+    }
+}
+
+/// Sum of one row per lane: 256 partial sums by stride, then a tree. The row counts as a multiple
+/// of 256 columns; those past its end repeat the last pixel.
+template <int LANES>
+static void SumAbsLanes(const SumAbsParams& rP, const int* piRows, Share aRows, float* pfTotals)
+{
+    using L = Lanes<LANES>;
+    constexpr int iPartials = 256;
+    const int iSegments = (rP.iProjX + iPartials - 1) / iPartials;
+    alignas(64) float afPartial[iPartials * LANES];
+    for (int i = aRows.iFirst; i < aRows.iEnd; ++i)
+    {
+        const float* pfRow = RowOf(rP.aSource, piRows[i]);
+        for (int t = 0; t < iPartials; ++t)
+        {
+            L aSum = Fill<LANES>(0.0f);
+            for (int s = 0; s < iSegments; ++s)
+            {
+                const int iColumn = t + s * iPartials;
+                const int iX = iColumn < rP.iProjX ? iColumn : rP.iProjX - 1;
+                L aValue = Load<LANES>(pfRow + static_cast<std::size_t>(iX) * LANES);
+#pragma GCC unroll 16
+                for (int k = 0; k < L::iCount; ++k)
+                    aSum.av[k] += AbsIfPresent<typename L::Vector>(aValue.av[k]);
+            }
+            Store<LANES>(afPartial + t * LANES, aSum);
+        }
+        for (int iStride = iPartials / 2; iStride > 0; iStride /= 2)
+            for (int t = 0; t < iStride; ++t)
+                Store<LANES>(afPartial + t * LANES,
+                             Add<LANES>(Load<LANES>(afPartial + t * LANES),
+                                        Load<LANES>(afPartial + (t + iStride) * LANES)));
+        Store<LANES>(pfTotals + static_cast<std::size_t>(i) * LANES, Load<LANES>(afPartial));
+    }
+}

@@ -1,0 +1,109 @@
+#pragma once
+
+#include "gpulib/Device/DeviceMath.h"
+
+// The arithmetic of the projectors: the only place that knows these formulas. Contraction of
+// multiply-adds must be off where this is compiled, so that the geometry (sample count, sample
+// positions, detector coordinates, skip rules) has the same bits everywhere.
+//
+// T is float, or a vector of floats that stands for one value of several rows.
+
+/// All rays of one projection of a slice with a frame of one zero texel: the sample i of detector
+/// column x lies at texel (RayX, RayZ), the centre of texel 0 being 0.
+struct RayGeometry
+{
+    float fCos, fSin;
+    float fCentreX, fCentreZ;  ///< texel coordinates of the rotation axis
+    float fCentreU;            ///< detector coordinate of the axis
+    float fHalf;               ///< half the length of the rays
+    int iSamples;              ///< per ray, one per texel of length; may be 0
+};
+
+/// \param iVolX, iVolZ  size of the slice without its frame
+DEVICE_FN RayGeometry MakeRays(float fCos, float fSin, int iVolX, int iVolZ, int iProjX)
+{
+    RayGeometry aRays;
+    aRays.fCos = fCos;
+    aRays.fSin = fSin;
+    aRays.fCentreX = (iVolX + 1) * 0.5f;
+    aRays.fCentreZ = (iVolZ + 1) * 0.5f;
+    aRays.fCentreU = (iProjX - 1) * 0.5f;
+    // The cosine keeps its sign: beyond 90 degrees rays get shorter and end up empty.
+    const float fLength = iVolZ * fCos + iVolX * (fSin < 0.0f ? -fSin : fSin) + 0.5f;
+    const bool bUsable = fLength > -2.0f && fLength < 1e9f;  // false for NaN
+    const int iLength = bUsable ? static_cast<int>(fLength) : -2;
+    aRays.fHalf = (iLength + 1) * 0.5f;
+    aRays.iSamples = iLength + 2;
+    return aRays;
+}
+
+/// Middle of the ray of detector column iX.
+DEVICE_FN float RayMiddleX(const RayGeometry& rRays, int iX)
+{
+    return rRays.fCentreX + (iX - rRays.fCentreU) * rRays.fCos;
+}
+DEVICE_FN float RayMiddleZ(const RayGeometry& rRays, int iX)
+{
+    return rRays.fCentreZ + (iX - rRays.fCentreU) * rRays.fSin;
+}
+
+/// Coordinate of sample i from the middle of the ray; the slope is -sin for X, cos for Z. Never
+/// falls (or never rises) along the ray, rounding included.
+DEVICE_FN float RaySample(float fMiddle, float fSlope, float fHalf, int i)
+{
+    return fMiddle + fSlope * (static_cast<float>(i) - fHalf);
+}
+
+/// Detector coordinate of the voxel centre (fX, fZ), counted from the middle of the slice.
+DEVICE_FN float DetectorCoordinate(float fCentreU, float fX, float fZ, float fCos, float fSin)
+{
+    return fCentreU + (fX * fCos + fZ * fSin);
+}
+
+/// Whether a voxel gets nothing from a row whose valid columns are [fFirst, fEnd). The two methods
+/// differ at the last column.
+template <class T>
+DEVICE_FN auto SartSkips(T fU, T fFirst, T fEnd)
+{
+    return (fU < fFirst) | (fU > fEnd - 1.0f);
+}
+template <class T>
+DEVICE_FN auto EmSkips(T fU, T fFirst, T fEnd)
+{
+    return (fU < fFirst) | (fU >= fEnd - 1.0f);
+}
+
+/// Nothing stays below 0; NaN becomes 0.
+template <class T>
+DEVICE_FN T ClampNegative(T fValue)
+{
+    return fValue > T{} ? fValue : T{};
+}
+
+/// New value of a voxel from the sum over the projections that reach it.
+template <class T>
+DEVICE_FN T SartUpdate(T fOld, T fSum, T fHits, float fRelax)
+{
+    return ClampNegative<T>(fOld + fRelax * fSum / (fHits + 1e-6f));
+}
+/// \param fProjs  projections of the set, whether they reach the voxel or not
+template <class T>
+DEVICE_FN T EmUpdate(T fOld, T fSum, T fHits, float fRelax, float fProjs)
+{
+    return ClampNegative<T>(fOld * (1.0f + fRelax * (fSum - fHits) / fProjs));
+}
+
+/// Measured over computed intensity; 1 where there is nothing to compare.
+template <class T>
+DEVICE_FN T Ratio(T fMeasured, T fSum)
+{
+    return (fMeasured >= T{}) & (fSum != T{}) ? fMeasured / fSum : T{} + 1.0f;
+}
+
+/// What a value adds to a sum of absolute values; missing pixels (-1e15 and below) and NaN nothing.
+template <class T>
+DEVICE_FN T AbsIfPresent(T fValue)
+{
+    const T fAbs = fValue < T{} ? -fValue : fValue;
+    return fValue > T{} - 1e15f ? fAbs : T{};
+}
