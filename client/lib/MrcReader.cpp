@@ -1,0 +1,181 @@
+#include "talven/MrcReader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+namespace talven
+{
+namespace
+{
+
+template <class T>
+T Swapped(T tValue)
+{
+    if constexpr (sizeof(T) == 2)
+        return std::bit_cast<T>(__builtin_bswap16(std::bit_cast<std::uint16_t>(tValue)));
+    else if constexpr (sizeof(T) == 4)
+        return std::bit_cast<T>(__builtin_bswap32(std::bit_cast<std::uint32_t>(tValue)));
+    else
+        return tValue;
+}
+
+/// Stored pixels of type T to floats, through Convert(T).
+template <class T, class F>
+void ConvertAll(const std::byte* pcStored, bool bSwap, std::span<float> pfPixels, F Convert)
+{
+    for (std::size_t i = 0; i < pfPixels.size(); ++i)
+    {
+        T tValue;
+        std::memcpy(&tValue, pcStored + i * sizeof(T), sizeof(T));
+        pfPixels[i] = Convert(bSwap ? Swapped(tValue) : tValue);
+    }
+}
+
+}  // namespace
+
+float HalfToFloat(std::uint16_t usHalf)
+{
+    const std::uint32_t uiSign = std::uint32_t(usHalf & 0x8000) << 16;
+    const int iExponent = (usHalf >> 10) & 31;
+    const std::uint32_t uiMantissa = usHalf & 0x3FF;
+    if (iExponent == 0)  // zero and denormals: mantissa * 2^-24
+        return std::bit_cast<float>(
+            std::bit_cast<std::uint32_t>(static_cast<float>(uiMantissa) * 0x1p-24f) | uiSign);
+    const std::uint32_t uiExponent = iExponent == 31 ? 255 : std::uint32_t(iExponent - 15 + 127);
+    return std::bit_cast<float>(uiSign | (uiExponent << 23) | (uiMantissa << 13));
+}
+
+CMrcReader::~CMrcReader()
+{
+    if (m_iFile != -1) close(m_iFile);
+}
+
+bool CMrcReader::Open(const std::string& strPath)
+{
+    if (m_iFile != -1) close(m_iFile);
+    m_strPath = strPath;
+    m_iFile = open(strPath.c_str(), O_RDONLY | O_CLOEXEC);
+    if (m_iFile == -1) return mFail(std::string("cannot read: ") + std::strerror(errno));
+    struct stat aStat
+    {
+    };
+    if (fstat(m_iFile, &aStat) != 0 || !S_ISREG(aStat.st_mode)) return mFail("not a regular file");
+
+    const auto ulFileBytes = static_cast<std::uint64_t>(aStat.st_size);
+    std::array<std::byte, MrcHeader::s_tBytes> acBytes;
+    if (ulFileBytes < acBytes.size()) return mFail("not an MRC file (shorter than its header)");
+    if (!mReadAt(0, acBytes)) return false;
+    std::string strError;
+    const std::optional<MrcHeader> aHeader = MrcHeader::Parse(acBytes, strError);
+    if (!aHeader) return mFail(strError);
+    m_aHeader = *aHeader;
+
+    // Extents are at most 2^24 each: a section fits into 64 bits with room for its pixel size, the
+    // whole file need not.
+    const std::uint64_t ulSection =
+        m_aHeader.GetSectionPixels() * static_cast<std::uint64_t>(m_aHeader.GetPixelBytes());
+    const std::uint64_t ulAfterHeader =
+        ulFileBytes - std::min(ulFileBytes, m_aHeader.GetDataOffset());
+    if (ulAfterHeader / ulSection < static_cast<std::uint64_t>(m_aHeader.m_iZ))
+        return mFail("truncated: " + std::to_string(m_aHeader.m_iX) + " x " +
+                     std::to_string(m_aHeader.m_iY) + " x " + std::to_string(m_aHeader.m_iZ) +
+                     " pixels in the header, but the file ends in section " +
+                     std::to_string(ulAfterHeader / ulSection + 1));
+    return true;
+}
+
+bool CMrcReader::ReadSection(int iZ, std::span<float> pfPixels)
+{
+    if (m_iFile == -1 || iZ < 0 || iZ >= m_aHeader.m_iZ ||
+        pfPixels.size() != m_aHeader.GetSectionPixels())
+        return mFail("no section " + std::to_string(iZ + 1) + " of " +
+                     std::to_string(pfPixels.size()) + " pixels");
+    const std::size_t tBytes =
+        pfPixels.size() * static_cast<std::size_t>(m_aHeader.GetPixelBytes());
+    const std::uint64_t ulOffset = m_aHeader.GetDataOffset() + std::uint64_t(iZ) * tBytes;
+
+    if (m_aHeader.m_eMode == EMrcMode::FLOAT32)
+    {
+        if (!mReadAt(ulOffset, std::as_writable_bytes(pfPixels))) return false;
+        if (m_aHeader.m_bSwap)
+            for (float& rPixel : pfPixels) rPixel = Swapped(rPixel);
+        return mCheckFinite(iZ, pfPixels);
+    }
+    m_vcSection.resize(tBytes);
+    if (!mReadAt(ulOffset, m_vcSection)) return false;
+    mConvert(pfPixels);
+    return m_aHeader.m_eMode != EMrcMode::FLOAT16 || mCheckFinite(iZ, pfPixels);
+}
+
+void CMrcReader::mConvert(std::span<float> pfPixels) const
+{
+    const auto ToFloat = [](auto tValue) { return static_cast<float>(tValue); };
+    const std::byte* pcStored = m_vcSection.data();
+    const bool bSwap = m_aHeader.m_bSwap;
+    switch (m_aHeader.m_eMode)
+    {
+    case EMrcMode::INT8:
+        if (m_aHeader.m_bUnsigned)
+            ConvertAll<std::uint8_t>(pcStored, false, pfPixels, ToFloat);
+        else
+            ConvertAll<std::int8_t>(pcStored, false, pfPixels, ToFloat);
+        break;
+    case EMrcMode::INT16:
+        ConvertAll<std::int16_t>(pcStored, bSwap, pfPixels, ToFloat);
+        break;
+    case EMrcMode::UINT16:
+        ConvertAll<std::uint16_t>(pcStored, bSwap, pfPixels, ToFloat);
+        break;
+    case EMrcMode::FLOAT16:
+        ConvertAll<std::uint16_t>(pcStored, bSwap, pfPixels, HalfToFloat);
+        break;
+    case EMrcMode::FLOAT32:
+        break;  // read in place
+    }
+}
+
+bool CMrcReader::mCheckFinite(int iZ, std::span<const float> pfPixels)
+{
+    // All exponent bits set: infinite or not a number. As integers, so that the loop is vectorised.
+    constexpr std::uint32_t s_uiExponent = 0x7F800000;
+    std::uint32_t uiBad = 0;
+    for (const float fPixel : pfPixels)
+        uiBad |= (std::bit_cast<std::uint32_t>(fPixel) & s_uiExponent) == s_uiExponent;
+    if (uiBad == 0) return true;
+    for (std::size_t i = 0; i < pfPixels.size(); ++i)
+        if (!std::isfinite(pfPixels[i]))
+            return mFail("section " + std::to_string(iZ + 1) + ", column " +
+                         std::to_string(i % std::size_t(m_aHeader.m_iX) + 1) + ", row " +
+                         std::to_string(i / std::size_t(m_aHeader.m_iX) + 1) +
+                         " is not a finite number");
+    return true;
+}
+
+bool CMrcReader::mReadAt(std::uint64_t ulOffset, std::span<std::byte> pBytes)
+{
+    while (!pBytes.empty())
+    {
+        const ssize_t iRead =
+            pread(m_iFile, pBytes.data(), pBytes.size(), static_cast<off_t>(ulOffset));
+        if (iRead < 0 && errno == EINTR) continue;
+        if (iRead < 0) return mFail(std::string("cannot read: ") + std::strerror(errno));
+        if (iRead == 0) return mFail("truncated while it was read");
+        ulOffset += static_cast<std::uint64_t>(iRead);
+        pBytes = pBytes.subspan(static_cast<std::size_t>(iRead));
+    }
+    return true;
+}
+
+bool CMrcReader::mFail(const std::string& strWhat)
+{
+    m_strError = m_strPath + ": " + strWhat;
+    return false;
+}
+
+}  // namespace talven

@@ -1,0 +1,108 @@
+#include "talven/MrcWriter.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace talven
+{
+
+bool CMrcWriter::Create(const std::string& strPath, int iX, int iY, int iZ, double dPixel,
+                        bool bVolume, const std::string& strLabel)
+{
+    m_aHeader = MrcHeader{};
+    m_aHeader.m_iX = iX;
+    m_aHeader.m_iY = iY;
+    m_aHeader.m_iZ = iZ;
+    m_aHeader.m_dPixel = dPixel;
+    m_aHeader.m_bVolume = bVolume;
+    m_aHeader.m_strLabel = strLabel;
+    m_iWritten = 0;
+    m_dMean = m_dSquares = 0;
+    const std::uint64_t ulBytes = m_aHeader.GetDataOffset() +
+                                  m_aHeader.GetSectionPixels() * std::uint64_t(iZ) * sizeof(float);
+    if (m_aFile.Create(strPath, ulBytes)) return true;
+    m_strError = m_aFile.GetError();
+    return false;
+}
+
+bool CMrcWriter::WriteSection(std::span<const float> pfPixels)
+{
+    if (m_iWritten == m_aHeader.m_iZ || pfPixels.size() != m_aHeader.GetSectionPixels())
+    {
+        m_strError = m_aFile.GetPath() + ": section " + std::to_string(m_iWritten + 1) + " of " +
+                     std::to_string(pfPixels.size()) + " pixels does not fit";
+        return false;
+    }
+    const std::uint64_t ulOffset =
+        m_aHeader.GetDataOffset() + std::uint64_t(m_iWritten) * pfPixels.size_bytes();
+    if (!m_aFile.WriteAt(ulOffset, std::as_bytes(pfPixels)))
+    {
+        m_strError = m_aFile.GetError();
+        return false;
+    }
+    mAddStatistics(pfPixels);
+    ++m_iWritten;
+    return true;
+}
+
+/// Mean and squares of a section in two passes over cached data, then merged into those of the
+/// sections before: no cancellation, however large the file or its mean.
+void CMrcWriter::mAddStatistics(std::span<const float> pfPixels)
+{
+    constexpr std::size_t s_tLanes = 8;  // independent sums, so that they are vectorised
+    std::array<float, s_tLanes> afMin, afMax;
+    std::array<double, s_tLanes> adSum{}, adSquares{};
+    afMin.fill(pfPixels[0]);
+    afMax.fill(pfPixels[0]);
+    const auto ForAll = [&pfPixels](auto Visit)
+    {
+        const std::size_t tWhole = pfPixels.size() / s_tLanes * s_tLanes;
+        for (std::size_t i = 0; i < tWhole; i += s_tLanes)
+            for (std::size_t l = 0; l < s_tLanes; ++l) Visit(l, pfPixels[i + l]);
+        for (std::size_t i = tWhole; i < pfPixels.size(); ++i) Visit(0, pfPixels[i]);
+    };
+    ForAll(
+        [&](std::size_t l, float fPixel)
+        {
+            afMin[l] = fPixel < afMin[l] ? fPixel : afMin[l];
+            afMax[l] = fPixel > afMax[l] ? fPixel : afMax[l];
+            adSum[l] += fPixel;
+        });
+    double dSum = 0;
+    for (const double dLane : adSum) dSum += dLane;
+    const auto dCount = static_cast<double>(pfPixels.size());
+    const double dMean = dSum / dCount;
+    ForAll([&](std::size_t l, float fPixel)
+           { adSquares[l] += (fPixel - dMean) * (fPixel - dMean); });
+
+    const double dBefore = dCount * m_iWritten;
+    const double dShift = dMean - m_dMean;
+    for (const double dLane : adSquares) m_dSquares += dLane;
+    m_dSquares += dShift * dShift * dBefore * dCount / (dBefore + dCount);
+    m_dMean += dShift * dCount / (dBefore + dCount);
+
+    const float fMin = *std::min_element(afMin.begin(), afMin.end());
+    const float fMax = *std::max_element(afMax.begin(), afMax.end());
+    m_aHeader.m_fMin = m_iWritten == 0 ? fMin : std::min(m_aHeader.m_fMin, fMin);
+    m_aHeader.m_fMax = m_iWritten == 0 ? fMax : std::max(m_aHeader.m_fMax, fMax);
+}
+
+bool CMrcWriter::Finish()
+{
+    if (m_iWritten != m_aHeader.m_iZ)
+    {
+        m_strError = m_aFile.GetPath() + ": " + std::to_string(m_iWritten) + " of " +
+                     std::to_string(m_aHeader.m_iZ) + " sections written";
+        m_aFile.Discard();
+        return false;
+    }
+    const double dPixels = double(m_aHeader.GetSectionPixels()) * m_iWritten;
+    m_aHeader.m_fMean = static_cast<float>(m_dMean);
+    m_aHeader.m_fRms = static_cast<float>(std::sqrt(m_dSquares / dPixels));
+    if (m_aFile.WriteAt(0, m_aHeader.Format()) && m_aFile.Commit()) return true;
+    m_strError = m_aFile.GetError();
+    return false;
+}
+
+}  // namespace talven

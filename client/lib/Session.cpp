@@ -1,0 +1,394 @@
+#include "talven/Session.h"
+
+#include <limits>
+
+namespace talven
+{
+namespace
+{
+
+/// Uploads sent ahead of their replies, and images asked for ahead. Two hide the round trip; more
+/// would only fill socket buffers.
+constexpr std::size_t s_tWindow = 2;
+constexpr std::uint32_t s_uiByteOrderTest = 0x1234ABCD;
+
+template <class T>
+std::span<const std::byte> Bytes(std::span<const T> pData)
+{
+    return std::as_bytes(pData);
+}
+
+}  // namespace
+
+const char* GetMsgName(EMsg eMsg)
+{
+    switch (eMsg)
+    {
+    case EMsg::BYTEORDER:
+        return "BYTEORDER";
+    case EMsg::CMDREPLY:
+        return "CMDREPLY";
+    case EMsg::CONTINUATION:
+        return "CONTINUATION";
+    case EMsg::DATAREPLY:
+        return "DATAREPLY";
+    case EMsg::LOG:
+        return "LOG";
+    case EMsg::PROJGET:
+        return "PROJGET";
+    case EMsg::PROJSET:
+        return "PROJSET";
+    case EMsg::PROJSIZE:
+        return "PROJSIZE";
+    case EMsg::QUIT:
+        return "QUIT";
+    case EMsg::RECONSTRUCT:
+        return "RECONSTRUCT";
+    case EMsg::RECONSTATGET:
+        return "RECONSTATGET";
+    case EMsg::REPROJECT:
+        return "REPROJECT";
+    case EMsg::SERVERPROP:
+        return "SERVERPROP";
+    case EMsg::VOLGET:
+        return "VOLGET";
+    case EMsg::VOLSET:
+        return "VOLSET";
+    case EMsg::VOLSIZE:
+        return "VOLSIZE";
+    case EMsg::SETOP:
+        return "SETOP";
+    case EMsg::RECONOPT:
+        return "RECONOPT";
+    case EMsg::WEIGHTOPT:
+        return "WEIGHTOPT";
+    case EMsg::SMOOTHOPT:
+        return "SMOOTHOPT";
+    }
+    return "UNKNOWN";
+}
+
+double CalcRfactor(std::span<const RfactorSums> aSums)
+{
+    double dRaw = 0;
+    double dDifference = 0;
+    for (const RfactorSums& rSums : aSums)
+    {
+        dRaw += rSums.m_fRaw;
+        dDifference += rSums.m_fDifference;
+    }
+    return dRaw > 0 ? dDifference / dRaw : std::numeric_limits<double>::quiet_NaN();
+}
+
+bool CSession::Open(const std::string& strHost, std::uint16_t usPort,
+                    std::chrono::milliseconds tTimeout)
+{
+    m_aPending.clear();
+    m_uiSerial = 0;
+    m_bServerSerialKnown = false;
+    m_bRefused = false;
+    if (!m_aConnection.Connect(strHost, usPort, tTimeout))
+    {
+        m_strError = m_aConnection.GetError();
+        return false;
+    }
+    if (!mSend(EMsg::BYTEORDER, {s_uiByteOrderTest}, {})) return false;
+    m_aPending.clear();  // the only message of ours that has no reply
+    return true;
+}
+
+void CSession::Close()
+{
+    if (IsOpen() && !mSend(EMsg::QUIT, {}, {})) return;
+    m_aPending.clear();
+    m_aConnection.Close();
+}
+
+bool CSession::SetStackSize(int iX, int iY, std::span<const float> pfAngles)
+{
+    std::vector<float> vfPairs;  // angle, defocus
+    vfPairs.reserve(2 * pfAngles.size());
+    for (const float fAngle : pfAngles)
+    {
+        vfPairs.push_back(fAngle);
+        vfPairs.push_back(0.0f);
+    }
+    const auto uiX = static_cast<std::uint32_t>(iX);
+    const auto uiY = static_cast<std::uint32_t>(iY);
+    if (!mCommand(EMsg::PROJSIZE, {uiX, uiY, static_cast<std::uint32_t>(pfAngles.size())},
+                  {Bytes<float>(vfPairs)}))
+        return false;
+    m_vuiRanges.clear();
+    for (int y = 0; y < iY; ++y) m_vuiRanges.insert(m_vuiRanges.end(), {0u, uiX});
+    return true;
+}
+
+bool CSession::SetProjection(int iProj, std::span<const float> pfPixels)
+{
+    // The column ranges are part of the message, though the server finds them itself before a
+    // reconstruction.
+    return mUpload(EMsg::PROJSET, iProj, {Bytes<std::uint32_t>(m_vuiRanges), Bytes(pfPixels)});
+}
+
+bool CSession::SelectProjections(std::span<const std::uint32_t> puiIndices)
+{
+    return mCommand(EMsg::SETOP, {1, static_cast<std::uint32_t>(puiIndices.size())},
+                    {Bytes(puiIndices)});
+}
+
+bool CSession::SetVolumeSize(int iX, int iY, int iZ)
+{
+    return mCommand(EMsg::VOLSIZE, {static_cast<std::uint32_t>(iX), static_cast<std::uint32_t>(iY),
+                                    static_cast<std::uint32_t>(iZ)});
+}
+
+bool CSession::SetSlice(int iZ, std::span<const float> pfPixels)
+{
+    return mUpload(EMsg::VOLSET, iZ, {Bytes(pfPixels)});
+}
+
+bool CSession::SetReconOptions(const ReconOptions& rOptions)
+{
+    if (rOptions.m_eMethod == EMethod::BACKPROJ) return mCommand(EMsg::RECONOPT, {0, 1, 1, 0, 1});
+    const std::uint32_t uiMode = rOptions.m_eMethod == EMethod::SART ? 1 : 2;
+    return mCommand(
+        EMsg::RECONOPT,
+        {uiMode, static_cast<std::uint32_t>(rOptions.m_iIterations),
+         static_cast<std::uint32_t>(rOptions.m_vuiSetSizes.size()), 0, 1},
+        {Bytes<std::uint32_t>(rOptions.m_vuiSetSizes), Bytes<float>(rOptions.m_vfRelax)});
+}
+
+bool CSession::SetWeightBox(const WeightBox* pBox)
+{
+    if (pBox == nullptr) return mCommand(EMsg::WEIGHTOPT, {0, 0});
+    const auto Bits = [](float fValue) { return std::bit_cast<std::uint32_t>(fValue); };
+    return mCommand(EMsg::WEIGHTOPT, {1, 1, Bits(pBox->m_fCentreX), Bits(pBox->m_fCentreZ),
+                                      Bits(pBox->m_fHalfX), Bits(pBox->m_fHalfZ)});
+}
+
+bool CSession::SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
+                            std::span<const float> pfKernel)
+{
+    return mCommand(
+        EMsg::SMOOTHOPT,
+        {static_cast<std::uint32_t>(iInterval), static_cast<std::uint32_t>(aiSizeXYZ[0]),
+         static_cast<std::uint32_t>(aiSizeXYZ[1]), static_cast<std::uint32_t>(aiSizeXYZ[2])},
+        {Bytes(pfKernel)});
+}
+
+bool CSession::Reconstruct()
+{
+    return mCommand(EMsg::RECONSTRUCT, {});
+}
+bool CSession::Reproject()
+{
+    return mCommand(EMsg::REPROJECT, {});
+}
+
+bool CSession::GetSlices(int iCount, std::size_t tPixels, const Sink& rSink)
+{
+    return mGetMany(EMsg::VOLGET, iCount, tPixels, rSink);
+}
+
+bool CSession::GetProjections(int iCount, std::size_t tPixels, const Sink& rSink)
+{
+    return mGetMany(EMsg::PROJGET, iCount, tPixels, rSink);
+}
+
+bool CSession::GetRfactors(int iIteration, std::vector<RfactorSums>& rSums)
+{
+    if (!Flush() || !mSend(EMsg::RECONSTATGET, {static_cast<std::uint32_t>(iIteration)}, {}))
+        return false;
+    PacketHeader aReply;
+    Pending aRequest;
+    if (!mRecvReply(EMsg::DATAREPLY, aReply, aRequest)) return false;
+    const std::uint32_t uiBytes = aReply.GetDataBytes();
+    if (uiBytes == 0) return mRefuse(aRequest);
+    // Eight bytes for each of at most 2^20 projections: more is no answer of this protocol.
+    if (uiBytes % sizeof(RfactorSums) != 0 || uiBytes > (8u << 20))
+        return mProtocolError("R-factors of " + std::to_string(uiBytes) + " bytes");
+    rSums.resize(uiBytes / sizeof(RfactorSums));
+    if (m_aConnection.Recv(std::as_writable_bytes(std::span(rSums)))) return true;
+    return mLost(GetMsgName(EMsg::RECONSTATGET));
+}
+
+bool CSession::GetServerMemory(std::uint64_t& rBytes)
+{
+    if (!Flush() || !mSend(EMsg::SERVERPROP, {}, {})) return false;
+    PacketHeader aReply;
+    Pending aRequest;
+    if (!mRecvReply(EMsg::DATAREPLY, aReply, aRequest)) return false;
+    if (aReply.GetDataBytes() != 0) return mProtocolError("server properties with a data block");
+    rBytes = (std::uint64_t(aReply.m_auiFields[7]) << 32) | aReply.m_auiFields[6];
+    return true;
+}
+
+bool CSession::Flush()
+{
+    bool bDone = true;
+    std::string strFirst;  // the first refusal is the cause, later ones follow from it
+    while (!m_aPending.empty())
+    {
+        if (mRecvCommandReply()) continue;
+        if (bDone) strFirst = m_strError;
+        bDone = false;
+    }
+    if (bDone) return true;
+    m_strError = strFirst;
+    m_bRefused = IsOpen();
+    return false;
+}
+
+bool CSession::mSend(EMsg eMsg, Fields aFields, Blocks aBlocks, int iIndex)
+{
+    PacketHeader aHeader;
+    aHeader.m_auiFields[0] = static_cast<std::uint32_t>(eMsg);
+    int iField = 4;
+    for (const std::uint32_t uiValue : aFields) aHeader.m_auiFields[iField++] = uiValue;
+    return mSendHeader(aHeader, aBlocks, iIndex);
+}
+
+bool CSession::mSendHeader(PacketHeader& rHeader, Blocks aBlocks, int iIndex)
+{
+    m_bRefused = false;
+    const EMsg eMsg = rHeader.GetType();
+    std::uint64_t ulBytes = 0;
+    for (const auto& pBlock : aBlocks) ulBytes += pBlock.size();
+    if (ulBytes > std::numeric_limits<std::uint32_t>::max())
+    {
+        m_strError = std::string(GetMsgName(eMsg)) + ": " + std::to_string(ulBytes) +
+                     " bytes do not fit into one message";
+        return false;
+    }
+    rHeader.m_auiFields[1] = ++m_uiSerial;
+    rHeader.m_auiFields[3] = static_cast<std::uint32_t>(ulBytes);
+
+    const std::span<const std::byte> pHeader = std::as_bytes(std::span(rHeader.m_auiFields));
+    const std::span<const std::byte>* pBlocks = aBlocks.begin();
+    const bool bSent = aBlocks.size() == 0 ? m_aConnection.Send({pHeader})
+                       : aBlocks.size() == 1
+                           ? m_aConnection.Send({pHeader, pBlocks[0]})
+                           : m_aConnection.Send({pHeader, pBlocks[0], pBlocks[1]});
+    if (!bSent) return mLost(GetMsgName(eMsg));
+    m_aPending.push_back({eMsg, m_uiSerial, iIndex});
+    return true;
+}
+
+bool CSession::mCommand(EMsg eMsg, Fields aFields, Blocks aBlocks)
+{
+    return Flush() && mSend(eMsg, aFields, aBlocks) && mRecvCommandReply();
+}
+
+bool CSession::mUpload(EMsg eMsg, int iIndex, Blocks aBlocks)
+{
+    while (m_aPending.size() >= s_tWindow)
+        if (!mRecvCommandReply()) return false;
+    return mSend(eMsg, {static_cast<std::uint32_t>(iIndex)}, aBlocks, iIndex);
+}
+
+/// The next packet, which must be of the type given and answer the oldest open request.
+bool CSession::mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest)
+{
+    m_bRefused = false;
+    rRequest = m_aPending.front();
+    m_aPending.pop_front();
+    if (!m_aConnection.Recv(std::as_writable_bytes(std::span(rReply.m_auiFields))))
+        return mLost(GetMsgName(rRequest.m_eMsg));
+
+    if (rReply.GetType() == EMsg::QUIT) return mProtocolError("the server ended the session");
+    if (rReply.GetType() != eType || rReply.GetParent() != rRequest.m_uiSerial)
+        return mProtocolError(
+            std::string(GetMsgName(rRequest.m_eMsg)) + " " + std::to_string(rRequest.m_uiSerial) +
+            " was answered by message type " + std::to_string(rReply.m_auiFields[0]) +
+            " for request " + std::to_string(rReply.GetParent()));
+    if (m_bServerSerialKnown && rReply.GetSerial() != m_uiServerSerial + 1)
+        return mProtocolError("reply " + std::to_string(rReply.GetSerial()) + " follows reply " +
+                              std::to_string(m_uiServerSerial));
+    m_bServerSerialKnown = true;
+    m_uiServerSerial = rReply.GetSerial();
+    return true;
+}
+
+bool CSession::mRecvCommandReply()
+{
+    PacketHeader aReply;
+    Pending aRequest;
+    if (!mRecvReply(EMsg::CMDREPLY, aReply, aRequest)) return false;
+    if (aReply.GetDataBytes() != 0) return mProtocolError("a command reply with a data block");
+    return aReply.GetStatus() == 0 || mRefuse(aRequest);
+}
+
+bool CSession::mRecvDataReply(std::span<std::byte> pData)
+{
+    PacketHeader aReply;
+    Pending aRequest;
+    if (!mRecvReply(EMsg::DATAREPLY, aReply, aRequest)) return false;
+    if (aReply.GetDataBytes() == 0 && !pData.empty()) return mRefuse(aRequest);
+    if (aReply.GetDataBytes() != pData.size())
+        return mProtocolError(std::string(GetMsgName(aRequest.m_eMsg)) + " gave " +
+                              std::to_string(aReply.GetDataBytes()) + " bytes, expected " +
+                              std::to_string(pData.size()));
+    return m_aConnection.Recv(pData) || mLost(GetMsgName(aRequest.m_eMsg));
+}
+
+bool CSession::mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& rSink)
+{
+    if (!Flush()) return false;
+    std::vector<float> vfPixels(tPixels);
+    int iAsked = 0;
+    for (int i = 0; i < iCount; ++i)
+    {
+        for (; iAsked < iCount && m_aPending.size() < s_tWindow; ++iAsked)
+            if (!mSend(eMsg, {static_cast<std::uint32_t>(iAsked)}, {}, iAsked)) return false;
+        if (!mRecvDataReply(std::as_writable_bytes(std::span(vfPixels))))
+        {
+            mDropReplies(vfPixels);
+            return false;
+        }
+        if (!rSink(i, vfPixels))
+        {
+            m_aPending.clear();
+            m_aConnection.Close();
+            m_strError = std::string(GetMsgName(eMsg)) + ": ended by the receiver";
+            return false;
+        }
+    }
+    return true;
+}
+
+/// After a refusal: takes the answers to what was asked for ahead, so that the session can go on.
+void CSession::mDropReplies(std::span<float> pfScratch)
+{
+    if (!IsOpen()) return;
+    const std::string strFirst = m_strError;
+    while (!m_aPending.empty())
+        static_cast<void>(mRecvDataReply(std::as_writable_bytes(pfScratch)));
+    m_strError = strFirst;
+    m_bRefused = IsOpen();
+}
+
+bool CSession::mRefuse(const Pending& rRequest)
+{
+    m_bRefused = true;
+    m_strError = std::string(GetMsgName(rRequest.m_eMsg)) +
+                 (rRequest.m_iIndex >= 0 ? " " + std::to_string(rRequest.m_iIndex) : "") +
+                 " was refused by the server";
+    return false;
+}
+
+bool CSession::mLost(const std::string& strWhat)
+{
+    m_strError = strWhat + ": " + m_aConnection.GetError();
+    m_aPending.clear();
+    return false;
+}
+
+bool CSession::mProtocolError(const std::string& strWhat)
+{
+    m_strError = strWhat;
+    m_aPending.clear();
+    m_aConnection.Close();
+    return false;
+}
+
+}  // namespace talven

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <span>
+#include <string>
+
+struct addrinfo;
+
+namespace talven
+{
+
+/// One TCP connection that moves exact numbers of bytes.
+///
+/// Short reads and writes and EINTR are handled here and nowhere else. A transfer that fails closes
+/// the connection: what the peer has of it is unknown. Not thread-safe.
+class CConnection
+{
+public:
+    CConnection() = default;
+    ~CConnection() { Close(); }
+    CConnection(const CConnection&) = delete;
+    CConnection& operator=(const CConnection&) = delete;
+
+    /// Connects to an address or a host name, trying all its addresses in turn.
+    /// \return false when none answered within tTimeout; GetError() says why.
+    [[nodiscard]] bool Connect(const std::string& strHost, std::uint16_t usPort,
+                               std::chrono::milliseconds tTimeout);
+    void Close();
+    bool IsOpen() const { return m_iSocket != -1; }
+
+    /// A descriptor that becomes readable when transfers shall end at once (a signal handler writes
+    /// to its other end); -1: none. Borrowed.
+    void SetInterruptFd(int iFd) { m_iInterruptFd = iFd; }
+    bool WasInterrupted() const { return m_bInterrupted; }
+
+    /// Sends at most four blocks as one stream of bytes, in as few system calls as possible.
+    [[nodiscard]] bool Send(std::initializer_list<std::span<const std::byte>> aBlocks);
+    /// Receives exactly pData.size() bytes; waits for them without a limit.
+    [[nodiscard]] bool Recv(std::span<std::byte> pData);
+
+    const std::string& GetError() const { return m_strError; }
+
+private:
+    bool mTryAddress(const addrinfo& rAddress, std::chrono::steady_clock::time_point tDeadline);
+    bool mIsInterrupted();
+    bool mWait(short sEvents, int iTimeoutMs);
+    bool mFail(const std::string& strError);
+
+    int m_iSocket = -1;
+    int m_iInterruptFd = -1;
+    bool m_bInterrupted = false;
+    std::string m_strError;
+};
+
+}  // namespace talven

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "talven/AtomicFile.h"
+#include "talven/MrcHeader.h"
+
+namespace talven
+{
+
+/// Writes an MRC2014 file of floats, section by section in order.
+///
+/// The file appears under its name with Finish(), with the statistics of all sections in its
+/// header; without Finish() it never does.
+class CMrcWriter
+{
+public:
+    /// \param dPixel    Angstrom per pixel, 0: unknown
+    /// \param bVolume   a volume, or a stack of images
+    /// \param strLabel  at most 80 characters
+    /// \return false when the file cannot be created or the disk is too small for it.
+    [[nodiscard]] bool Create(const std::string& strPath, int iX, int iY, int iZ, double dPixel,
+                              bool bVolume, const std::string& strLabel);
+    /// Appends one section, shape [y][x].
+    [[nodiscard]] bool WriteSection(std::span<const float> pfPixels);
+    /// \return false when sections are missing or the disk refused something; no file then.
+    [[nodiscard]] bool Finish();
+
+    const MrcHeader& GetHeader() const { return m_aHeader; }
+    const std::string& GetError() const { return m_strError; }
+
+private:
+    void mAddStatistics(std::span<const float> pfPixels);
+
+    CAtomicFile m_aFile;
+    MrcHeader m_aHeader;
+    int m_iWritten = 0;     // sections
+    double m_dMean = 0;     // of the pixels so far
+    double m_dSquares = 0;  // sum of their squared distances from that mean
+    std::string m_strError;
+};
+
+}  // namespace talven

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "talven/Session.h"
+
+namespace talven
+{
+
+struct PrivateServerOptions
+{
+    std::string m_strProgram;  ///< empty: FindServerProgram()
+    int m_iDevices = 0;        ///< use only the first so many, 1 to 16; 0: all
+    std::string m_strBackend;  ///< "host", "cuda", "auto"; empty: the environment's choice
+};
+
+/// The settings, NAME=value, that make a server use a port, an address and these options.
+std::vector<std::string> GetServerSettings(const PrivateServerOptions& rOptions,
+                                           std::uint16_t usPort, const std::string& strBind);
+
+/// Path of talven-server: TALVEN_SERVER from the environment, or beside the running program, or in
+/// ../libexec/talven, or in PATH. Empty when there is none.
+std::string FindServerProgram();
+
+/// A talven-server of this process's own, on the loopback interface, on a free port.
+///
+/// It runs in a process group of its own (Ctrl-C on the terminal does not reach it) and ends with
+/// this object, and also when the thread that started it dies in whatever way. Its working
+/// directory is an empty temporary one, removed at the end.
+class CPrivateServer
+{
+public:
+    CPrivateServer() = default;
+    ~CPrivateServer() { Stop(); }
+    CPrivateServer(const CPrivateServer&) = delete;
+    CPrivateServer& operator=(const CPrivateServer&) = delete;
+
+    /// Starts the server and opens the session with it.
+    [[nodiscard]] bool Start(const PrivateServerOptions& rOptions, CSession& rSession);
+    void Stop();
+
+    /// The last "Error: " line that the server printed, without that word; empty when none.
+    std::string GetServerError() const;
+    pid_t GetPid() const { return m_iPid; }
+    const std::string& GetError() const { return m_strError; }
+
+private:
+    bool mStartOnce(const std::string& strProgram, const PrivateServerOptions& rOptions,
+                    CSession& rSession);
+    bool mSpawn(const std::string& strProgram, const std::vector<std::string>& vstrSettings);
+    bool mConnect(std::uint16_t usPort, CSession& rSession);
+    bool mHasEnded();
+
+    pid_t m_iPid = -1;
+    std::string m_strDirectory;
+    std::string m_strOutput;  // file with what the server prints
+    std::string m_strError;
+};
+
+}  // namespace talven

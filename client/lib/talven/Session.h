@@ -1,0 +1,150 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "talven/Connection.h"
+#include "talven/Packet.h"
+
+namespace talven
+{
+
+enum class EMethod
+{
+    SART,
+    EM,
+    BACKPROJ
+};
+
+/// How the next reconstruction runs.
+struct ReconOptions
+{
+    EMethod m_eMethod = EMethod::SART;
+    int m_iIterations = 1;
+    std::vector<std::uint32_t> m_vuiSetSizes;  ///< projections of each subset, in list order
+    std::vector<float> m_vfRelax;              ///< [iteration][subset]
+};
+
+/// A box in the X-Z plane, voxels, centred coordinates; for the path-length weights.
+struct WeightBox
+{
+    float m_fCentreX = 0, m_fCentreZ = 0;
+    float m_fHalfX = 0, m_fHalfZ = 0;
+};
+
+/// The two sums of one projection after one iteration, over all its pixels.
+struct RfactorSums
+{
+    float m_fRaw;         ///< sum of |measured|
+    float m_fDifference;  ///< sum of |measured - reprojected|
+};
+static_assert(sizeof(RfactorSums) == 8);
+
+/// R-factor of an iteration: sum of the differences over sum of the measured values; NaN for none.
+double CalcRfactor(std::span<const RfactorSums> aSums);
+
+/// A client's side of one session with a talven-server.
+///
+/// Every operation returns false when it failed, and GetError() then says why, in one line. When
+/// the server refused it, WasRefused() is true, nothing has changed on the server, and the session
+/// goes on; every other failure closes the session. SetProjection() and SetSlice() do not wait for
+/// the server's reply: a refusal shows in a later operation, at the latest in Flush(), which every
+/// operation but those two calls first. Not thread-safe.
+class CSession
+{
+public:
+    /// Receives one image of an upload or download; false ends the transfer and the session.
+    using Sink = std::function<bool(int iIndex, std::span<const float> pfPixels)>;
+
+    /// Connects and announces this machine's byte order. The server serves one client at a time:
+    /// the connection succeeds while another client is served, and the first reply waits.
+    [[nodiscard]] bool Open(const std::string& strHost, std::uint16_t usPort,
+                            std::chrono::milliseconds tTimeout);
+    /// Tells the server that this client leaves, and closes.
+    void Close();
+    bool IsOpen() const { return m_aConnection.IsOpen(); }
+    void SetInterruptFd(int iFd) { m_aConnection.SetInterruptFd(iFd); }
+
+    /// PROJSIZE: a new stack of zeros, X x Y x vfAngles.size(), and the list of all projections.
+    [[nodiscard]] bool SetStackSize(int iX, int iY, std::span<const float> pfAngles);
+    /// PROJSET: projection iProj, shape [y][x]. Pixels below -1e15 count as missing.
+    [[nodiscard]] bool SetProjection(int iProj, std::span<const float> pfPixels);
+    /// SETOP: the projections that take part, in the order in which subsets are cut from them.
+    [[nodiscard]] bool SelectProjections(std::span<const std::uint32_t> puiIndices);
+
+    /// VOLSIZE. A volume of as many voxels as the session's last one keeps its contents, any other
+    /// starts as zeros.
+    [[nodiscard]] bool SetVolumeSize(int iX, int iY, int iZ);
+    /// VOLSET: slice iZ (0 to 32767), shape [y][x].
+    [[nodiscard]] bool SetSlice(int iZ, std::span<const float> pfPixels);
+
+    /// RECONOPT. Back projection takes no iterations, subsets or relaxation.
+    [[nodiscard]] bool SetReconOptions(const ReconOptions& rOptions);
+    /// WEIGHTOPT; null: no box. The server keeps the box of the client before: always send it.
+    [[nodiscard]] bool SetWeightBox(const WeightBox* pBox);
+    /// SMOOTHOPT: smooth after every iInterval iterations with a kernel [z][y][x].
+    [[nodiscard]] bool SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
+                                    std::span<const float> pfKernel);
+
+    /// RECONSTRUCT and REPROJECT return when the server has finished.
+    [[nodiscard]] bool Reconstruct();
+    [[nodiscard]] bool Reproject();
+
+    /// VOLGET and PROJGET of images 0 to iCount - 1 in order, each of tPixels floats. The next
+    /// image is on its way while the sink works on one.
+    [[nodiscard]] bool GetSlices(int iCount, std::size_t tPixels, const Sink& rSink);
+    [[nodiscard]] bool GetProjections(int iCount, std::size_t tPixels, const Sink& rSink);
+
+    /// RECONSTATGET: the sums of one iteration, one entry per selected projection, in list order.
+    [[nodiscard]] bool GetRfactors(int iIteration, std::vector<RfactorSums>& rSums);
+    /// SERVERPROP: memory of all devices that jobs may use, bytes.
+    [[nodiscard]] bool GetServerMemory(std::uint64_t& rBytes);
+
+    /// Waits for the replies of all uploads.
+    [[nodiscard]] bool Flush();
+
+    bool WasRefused() const { return m_bRefused; }
+    bool WasInterrupted() const { return m_aConnection.WasInterrupted(); }
+    const std::string& GetError() const { return m_strError; }
+
+private:
+    struct Pending
+    {
+        EMsg m_eMsg;
+        std::uint32_t m_uiSerial;
+        int m_iIndex;  // of the image, -1: none
+    };
+    using Blocks = std::initializer_list<std::span<const std::byte>>;
+    using Fields = std::initializer_list<std::uint32_t>;
+
+    bool mSend(EMsg eMsg, Fields aFields, Blocks aBlocks, int iIndex = -1);
+    bool mSendHeader(PacketHeader& rHeader, Blocks aBlocks, int iIndex);
+    bool mCommand(EMsg eMsg, Fields aFields, Blocks aBlocks = {});
+    bool mUpload(EMsg eMsg, int iIndex, Blocks aBlocks);
+    bool mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest);
+    bool mRecvCommandReply();
+    bool mRecvDataReply(std::span<std::byte> pData);
+    bool mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& rSink);
+    void mDropReplies(std::span<float> pfScratch);
+    bool mRefuse(const Pending& rRequest);
+    bool mLost(const std::string& strWhat);
+    bool mProtocolError(const std::string& strWhat);
+
+    CConnection m_aConnection;
+    std::deque<Pending> m_aPending;  // sent and not answered, oldest first
+    std::uint32_t m_uiSerial = 0;
+    std::uint32_t m_uiServerSerial = 0;
+    bool m_bServerSerialKnown = false;
+    bool m_bRefused = false;
+    std::vector<std::uint32_t> m_vuiRanges;  // first and one past the last column of every row
+    std::string m_strError;
+};
+
+}  // namespace talven
