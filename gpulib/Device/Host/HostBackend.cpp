@@ -1,7 +1,5 @@
 #include "gpulib/Device/Host/HostBackend.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -11,15 +9,7 @@
 
 namespace
 {
-constexpr int g_iMaxDevices = 16;
 thread_local int t_iDevice = 0;
-
-int CountCores()
-{
-    cpu_set_t aSet;
-    if (sched_getaffinity(0, sizeof(aSet), &aSet) == 0) return std::max(1, CPU_COUNT(&aSet));
-    return std::max(1u, std::thread::hardware_concurrency());
-}
 
 /// Lanes that kernels exist for.
 int RoundUpLanes(int iRows)
@@ -92,13 +82,11 @@ BackView MakeBackView(const BackParams& rP, int iProj)
 }
 }  // namespace
 
-CHostBackend::CHostBackend(const HostKernels& rKernels, int iDevices, int iMaxRows)
+CHostBackend::CHostBackend(const HostKernels& rKernels, int iDevices, int iCoresPerDevice,
+                           int iMaxRows)
     : m_rKernels(rKernels), m_iMaxRows(iMaxRows > 0 ? std::min(iMaxRows, g_iMaxLanes) : g_iMaxLanes)
 {
-    const int iCores = CountCores();
-    const int iCount = iDevices > 0 ? iDevices : std::min(iCores, g_iMaxDevices);
-    for (int i = 0; i < iCount; ++i)
-        m_vTeams.push_back(std::make_unique<CTeam>(std::max(1, iCores / iCount)));
+    for (int i = 0; i < iDevices; ++i) m_vTeams.push_back(std::make_unique<CTeam>(iCoresPerDevice));
 }
 
 std::size_t CHostBackend::GetDeviceMemory(int iDevice) const

@@ -14,7 +14,8 @@
 class CHostBackend final : public CBackend
 {
 public:
-    CHostBackend(const HostKernels& rKernels, int iDevices, int iMaxRows);
+    /// \param iMaxRows  most rows of a batch, 0: as many as there are lanes
+    CHostBackend(const HostKernels& rKernels, int iDevices, int iCoresPerDevice, int iMaxRows);
 
     const char* GetName() const override { return "host"; }
     const char* GetDetail() const override { return m_rKernels.pcName; }

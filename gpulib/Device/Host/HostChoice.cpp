@@ -1,11 +1,24 @@
-// Which instruction sets this program has and this machine can run.
+// Which instruction sets this program has and this machine can run, and how its cores are shared.
+
+#include <sched.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "gpulib/Device/Host/HostBackend.h"
 
 namespace
 {
+constexpr int g_iMaxDevices = 16;  // clients know no more
+
+/// Cores that this process may run on.
+int CountCores()
+{
+    cpu_set_t aSet;
+    if (sched_getaffinity(0, sizeof(aSet), &aSet) == 0) return std::max(1, CPU_COUNT(&aSet));
+    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+}
+
 /// Best first.
 std::vector<const HostKernels*> GetUsable()
 {
@@ -33,8 +46,11 @@ std::vector<std::string> GetHostInstructionSets()
 std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, int iDevices,
                                           int iMaxRows)
 {
+    const int iCores = CountCores();
+    const int iCount = iDevices > 0 ? iDevices : std::min(iCores, g_iMaxDevices);
+    const int iTeam = iDevices > 0 ? 1 : iCores / iCount;
     for (const HostKernels* pKernels : GetUsable())
         if (strInstructionSet.empty() || strInstructionSet == pKernels->pcName)
-            return std::make_unique<CHostBackend>(*pKernels, iDevices, iMaxRows);
+            return std::make_unique<CHostBackend>(*pKernels, iCount, iTeam, iMaxRows);
     return nullptr;
 }
