@@ -1,0 +1,148 @@
+#include "Util/Util_TcpServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+
+#include "Util/Util_TcpSocket.h"
+
+std::unique_ptr<Util_TcpServer> Util_TcpServer::m_pInstance;
+int Util_TcpServer::m_iServerSock = -1;
+
+namespace
+{
+void SetOption(int iSocket, int iLevel, int iOption, int iValue)
+{
+    setsockopt(iSocket, iLevel, iOption, &iValue, sizeof iValue);
+}
+
+/// A peer that died without a word is noticed after about two minutes.
+void SetClientOptions(int iSocket)
+{
+    SetOption(iSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetOption(iSocket, IPPROTO_TCP, TCP_NODELAY, 1);
+#ifdef TCP_KEEPIDLE
+    SetOption(iSocket, IPPROTO_TCP, TCP_KEEPIDLE, 60);
+    SetOption(iSocket, IPPROTO_TCP, TCP_KEEPINTVL, 15);
+    SetOption(iSocket, IPPROTO_TCP, TCP_KEEPCNT, 4);
+#endif
+}
+
+bool Bind(int iSocket, int iPort, const std::string& strAddress)
+{
+    if (iPort < 0 || iPort > 65535) return false;
+    sockaddr_in aAddress = {};
+    aAddress.sin_family = AF_INET;
+    aAddress.sin_port = htons(static_cast<std::uint16_t>(iPort));
+    aAddress.sin_addr.s_addr = htonl(INADDR_ANY);
+    if (!strAddress.empty() && inet_pton(AF_INET, strAddress.c_str(), &aAddress.sin_addr) != 1)
+        return false;
+    return bind(iSocket, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress) == 0;
+}
+}  // namespace
+
+Util_TcpServer* Util_TcpServer::GetInstance()
+{
+    if (!m_pInstance) m_pInstance.reset(new Util_TcpServer);
+    return m_pInstance.get();
+}
+
+void Util_TcpServer::DeleteInstance()
+{
+    m_pInstance.reset();
+    CloseServer();
+}
+
+Util_TcpServer::~Util_TcpServer()
+{
+    Util_TcpSocket::CloseSocket(m_iClientSock);
+}
+
+bool Util_TcpServer::CreateServer(int iPort, const std::string& strAddress)
+{
+    if (m_iServerSock != -1) return true;
+    m_iServerSock = Util_TcpSocket::CreateSocket();
+    if (m_iServerSock == -1)
+    {
+        std::puts("Util_TcpServer: Unable to create server socket.");
+        return false;
+    }
+    SetOption(m_iServerSock, SOL_SOCKET, SO_REUSEADDR, 1);
+    if (!Bind(m_iServerSock, iPort, strAddress))
+    {
+        std::puts("Util_TcpServer: Unable to bind server socket");
+        CloseServer();
+        return false;
+    }
+    listen(m_iServerSock, 10);
+    return true;
+}
+
+void Util_TcpServer::CloseServer()
+{
+    Util_TcpSocket::CloseSocket(m_iServerSock);
+    m_iServerSock = -1;
+}
+
+int Util_TcpServer::GetPort()
+{
+    return m_iServerSock == -1 ? 0 : Util_TcpSocket::GetPort(m_iServerSock);
+}
+
+void Util_TcpServer::CloseClient()
+{
+    Util_TcpSocket::CloseSocket(m_iClientSock);
+    m_iClientSock = -1;
+}
+
+int Util_TcpServer::ConnectClient(float fSeconds)
+{
+    if (m_iClientSock != -1) return 1;
+    if (!Util_TcpSocket::CheckReadEvent(m_iServerSock, fSeconds)) return 0;
+    do m_iClientSock = accept4(m_iServerSock, nullptr, nullptr, SOCK_CLOEXEC);
+    while (m_iClientSock == -1 && (errno == EINTR || errno == ECONNABORTED));
+    if (m_iClientSock == -1) return -1;
+    SetClientOptions(m_iClientSock);
+    return 1;
+}
+
+bool Util_TcpServer::CanRecvNow(float fSeconds)
+{
+    return m_iClientSock != -1 && Util_TcpSocket::CheckReadEvent(m_iClientSock, fSeconds);
+}
+
+bool Util_TcpServer::CanSendNow(float fSeconds)
+{
+    return m_iClientSock != -1 && Util_TcpSocket::CheckWriteEvent(m_iClientSock, fSeconds);
+}
+
+int Util_TcpServer::WaitForData(float fSeconds)
+{
+    return m_iClientSock == -1 ? -1 : Util_TcpSocket::WaitReadable(m_iClientSock, fSeconds);
+}
+
+bool Util_TcpServer::DoRecv(void* pvBuffer, std::size_t tBytes)
+{
+    if (m_iClientSock == -1) return false;
+    std::signal(SIGPIPE, SIG_IGN);
+    return Util_TcpSocket::RecvAll(m_iClientSock, pvBuffer, tBytes);
+}
+
+bool Util_TcpServer::DoSend(const void* pvBuffer, std::size_t tBytes)
+{
+    return DoSend(pvBuffer, tBytes, nullptr, 0);
+}
+
+bool Util_TcpServer::DoSend(const void* pvFirst, std::size_t tFirst, const void* pvSecond,
+                            std::size_t tSecond)
+{
+    if (m_iClientSock == -1) return false;
+    std::signal(SIGPIPE, SIG_IGN);
+    return Util_TcpSocket::SendBoth(m_iClientSock, pvFirst, tFirst, pvSecond, tSecond);
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+/// The listening socket of the process and at most one accepted client. Main thread only.
+class Util_TcpServer
+{
+public:
+    static Util_TcpServer* GetInstance();
+    static void DeleteInstance();  ///< closes the client and the listening socket
+
+    virtual ~Util_TcpServer();  ///< closes the client only
+    Util_TcpServer(const Util_TcpServer&) = delete;
+    Util_TcpServer& operator=(const Util_TcpServer&) = delete;
+
+    /// Listens on iPort of strAddress (dotted IPv4; empty: all interfaces). Does nothing when a
+    /// listening socket exists. \return false after one line that says what failed
+    static bool CreateServer(int iPort, const std::string& strAddress = {});
+    static void CloseServer();
+    static int GetPort();  ///< of the listening socket, 0 when there is none
+    void CloseClient();
+
+    /// 1: a client is connected, now or already; 0: nothing happened; -1: accept failed.
+    int ConnectClient(float fSeconds);
+    bool CanRecvNow(float fSeconds);
+    bool CanSendNow(float fSeconds);
+    /// Like CanRecvNow, but tells a silent client: 1 readable, 0 nothing came, -1 no client,
+    /// failed.
+    int WaitForData(float fSeconds);
+    bool DoRecv(void* pvBuffer, std::size_t tBytes);  ///< all of it or false
+    bool DoSend(const void* pvBuffer, std::size_t tBytes);
+    bool DoSend(const void* pvFirst, std::size_t tFirst, const void* pvSecond, std::size_t tSecond);
+
+private:
+    Util_TcpServer() = default;
+    static std::unique_ptr<Util_TcpServer> m_pInstance;
+    static int m_iServerSock;
+    int m_iClientSock = -1;
+};
