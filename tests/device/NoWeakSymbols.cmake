@@ -1,0 +1,17 @@
+# Fails when an object of the host kernels defines a weak symbol.
+set(COUNT 0)
+foreach(OBJECT ${OBJECTS})
+  if(NOT OBJECT MATCHES "Kernels[A-Z][^/]*$")
+    continue()
+  endif()
+  math(EXPR COUNT "${COUNT} + 1")
+  execute_process(COMMAND ${NM} --defined-only ${OBJECT} OUTPUT_VARIABLE SYMBOLS
+                  COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX MATCHALL "[0-9a-f]* [uvVwW] [^\n]*" WEAK "${SYMBOLS}")
+  if(WEAK)
+    message(FATAL_ERROR "${OBJECT}: ${WEAK}")
+  endif()
+endforeach()
+if(COUNT EQUAL 0)
+  message(FATAL_ERROR "no object of the kernels found")
+endif()
