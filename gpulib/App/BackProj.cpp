@@ -1,0 +1,57 @@
+#include "gpulib/App/BackProj.h"
+
+#include <algorithm>
+
+void CBackProj::SetPreweightBox(const float* pfOrig, const float* pfDim)
+{
+    CReconBase::SetPreweightBox(pfOrig, pfDim);
+    m_bWeight = pfOrig && pfDim;
+}
+
+bool CBackProj::DoIt(int iStartY, int iSizeY)
+{
+    if (!mSetBand(iStartY, iSizeY)) return false;
+    if (iSizeY == 0) return true;
+    if (!mPrepare()) return false;
+    for (int y = 0; y < iSizeY; y += m_iBatch)
+        if (!mDoBatch(y, std::min(m_iBatch, iSizeY - y))) return false;
+    return true;
+}
+
+bool CBackProj::mPrepare()
+{
+    m_iBatch = mCalcBatch(1);
+    mCalcSetSize();
+    if (!mCreateProjsTex(true) || !mCreateAnglesTex() || !mCreateVolumeTex() ||
+        !mCreateRangeTex() || !mCreateProjIndexTex() || (m_bWeight && !mGenWeights(true)))
+        return false;
+    mConfigBackProj();
+    mConfigDiffProj();
+    return true;
+}
+
+void CBackProj::mConfigBackProj()
+{
+    m_aBackProjImpl.SetTextures(m_aTextures);
+    m_aBackProjImpl.SetVolSize(mGetVolX(), mGetVolZ());
+    m_aBackProjImpl.SetProjX(mGetProjX());
+    m_aBackProjImpl.SetSetRange(mGetSetRange(0));
+    m_aBackProjImpl.SetRelax(1.0f);
+}
+
+void CBackProj::mConfigDiffProj()
+{
+    m_aDiffProjImpl.SetTextures(m_aTextures);
+    m_aDiffProjImpl.SetProjIndices(m_uiProjIndices);
+    m_aDiffProjImpl.SetProjSize(mGetProjX(), mGetProjs());
+    m_aDiffProjImpl.SetSetRange(mGetSetRange(0));
+}
+
+bool CBackProj::mDoBatch(int iY, int iRows)
+{
+    // Measured and working rows share one image: what is loaded is what is back projected.
+    return mSetProjTex(m_iStartY + iY, iRows) && mSetVolTex(m_iStartY + iY, iRows) &&
+           (!m_bWeight || (m_aDiffProjImpl.WeightRef() && m_aDiffProjImpl.WeightProjs())) &&
+           m_aBackProjImpl.DoIt(iY, iRows) &&
+           m_aBackProjImpl.ToHost(mGetVolume(), m_iStartY + iY, iRows);
+}

@@ -1,0 +1,65 @@
+#include "gpulib/App/TomoRecon.h"
+
+#include <algorithm>
+
+#include "gpulib/App/TomoVolume.h"
+#include "gpulib/Device/DeviceError.h"
+
+CTomoRecon::CTomoRecon(std::unique_ptr<CReconImpl> pImpl, bool bSart)
+    : m_pImpl(std::move(pImpl)), m_bSart(bSart)
+{
+}
+
+bool CTomoRecon::DoIt(int iStartY, int iSizeY)
+{
+    m_vdRfactor.clear();
+    if (!mSetBand(iStartY, iSizeY) || !mPrepare()) return false;
+
+    const unsigned int uiInterval = m_uiSmoothInt ? m_uiSmoothInt : m_uiIterations;
+    const unsigned int uiBlocks = std::max(m_uiIterations / uiInterval, 1U);
+    for (unsigned int b = 0; b < uiBlocks; ++b)
+    {
+        const unsigned int uiFirst = b * uiInterval;
+        const unsigned int uiEnd = uiFirst + std::min(uiInterval, m_uiIterations - uiFirst);
+        if (!mDoBlock(uiFirst, uiEnd)) return false;
+        if (m_uiSmoothInt && !m_pTomoVol->Rendezvous())
+            return DeviceFail("another worker gave up after iteration %u", uiEnd);
+    }
+    if (iSizeY > 0 && !m_pImpl->GetRfactor(m_vdRfactor)) return false;
+    m_pImpl->FreeMemory();
+    return true;
+}
+
+/// A band without rows needs nothing; its worker only keeps the rendezvous.
+bool CTomoRecon::mPrepare()
+{
+    if (m_iSizeY == 0) return true;
+    m_iBatch = mCalcBatch(3);
+    mCalcSetSize();
+    return mCreateProjsTex(false) && mCreateAnglesTex() && mCreateVolumeTex() &&
+           mCreateRangeTex() && mCreateProjIndexTex() && mGenWeights(m_bSart) && mConfigure();
+}
+
+bool CTomoRecon::mConfigure()
+{
+    m_pImpl->SetProjs(mGetProjX(), mGetProjs(), m_uiProjIndices);
+    m_pImpl->SetVolSize(mGetVolX(), mGetVolZ());
+    m_pImpl->SetIterations(m_uiIterations);
+    m_pImpl->SetRelax(m_fRelax);
+    m_pImpl->SetTextures(&m_aTextures);
+    m_pImpl->SetSetSize(&m_aSetSize);
+    return m_pImpl->Configure(m_iBatch);
+}
+
+bool CTomoRecon::mDoBlock(unsigned int uiFirst, unsigned int uiEnd)
+{
+    for (int y = 0; y < m_iSizeY; y += m_iBatch)
+    {
+        const int iRows = std::min(m_iBatch, m_iSizeY - y);
+        if (!mSetProjTex(m_iStartY + y, iRows) || !mSetVolTex(m_iStartY + y, iRows) ||
+            !m_pImpl->DoIt(uiFirst, uiEnd, y, iRows) ||
+            !m_pImpl->ToHost(m_iStartY, y, iRows, mGetVolume()))
+            return false;
+    }
+    return true;
+}
