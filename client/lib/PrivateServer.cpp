@@ -98,22 +98,13 @@ std::vector<char*> MakePointers(std::vector<std::string>& rStrings)
 
 }  // namespace
 
-std::vector<std::string> GetServerSettings(const PrivateServerOptions& rOptions,
-                                           std::uint16_t usPort, const std::string& strBind)
+std::string GetBusyDevices(int iDevices)
 {
-    std::vector<std::string> vstrSettings = {"TALVEN_PORT=" + std::to_string(usPort),
-                                             "TALVEN_BIND=" + strBind};
-    if (!rOptions.m_strBackend.empty())
-        vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.m_strBackend);
-    if (rOptions.m_iDevices > 0)
-    {
-        // The server has a list of devices to leave alone, not a count.
-        std::string strBusy;
-        for (int i = rOptions.m_iDevices; i < s_iMaxDevices; ++i)
-            strBusy.append(strBusy.empty() ? "" : ",").append(std::to_string(i));
-        vstrSettings.push_back("TALVEN_BUSY_GPUS=" + strBusy);
-    }
-    return vstrSettings;
+    // The server has a list of devices to leave alone, not a count.
+    std::string strBusy;
+    for (int i = iDevices; i < s_iMaxDevices; ++i)
+        strBusy.append(strBusy.empty() ? "" : ",").append(std::to_string(i));
+    return strBusy;
 }
 
 std::string FindServerProgram()
@@ -176,8 +167,13 @@ bool CPrivateServer::mStartOnce(const std::string& strProgram, const PrivateServ
         m_strError = "no free port on the loopback interface";
         return false;
     }
-    return mSpawn(strProgram, GetServerSettings(rOptions, usPort, "127.0.0.1")) &&
-           mConnect(usPort, rSession);
+    std::vector<std::string> vstrSettings = {"TALVEN_PORT=" + std::to_string(usPort),
+                                             "TALVEN_BIND=127.0.0.1"};
+    if (!rOptions.m_strBackend.empty())
+        vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.m_strBackend);
+    if (rOptions.m_iDevices > 0)
+        vstrSettings.push_back("TALVEN_BUSY_GPUS=" + GetBusyDevices(rOptions.m_iDevices));
+    return mSpawn(strProgram, vstrSettings) && mConnect(usPort, rSession);
 }
 
 bool CPrivateServer::mSpawn(const std::string& strProgram,
@@ -240,12 +236,22 @@ bool CPrivateServer::mConnect(std::uint16_t usPort, CSession& rSession)
     }
 }
 
-bool CPrivateServer::mHasEnded()
+/// Leaves the ended process for Stop() to collect.
+bool CPrivateServer::mHasEnded() const
 {
-    if (m_iPid == -1) return true;
-    if (waitpid(m_iPid, nullptr, WNOHANG) != m_iPid) return false;
-    m_iPid = -1;
-    return true;
+    return m_iPid == -1 || !DescribeEnd().empty();
+}
+
+std::string CPrivateServer::DescribeEnd() const
+{
+    siginfo_t aInfo{};
+    if (m_iPid == -1 ||
+        waitid(P_PID, static_cast<id_t>(m_iPid), &aInfo, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        aInfo.si_pid == 0)
+        return {};
+    return std::string(" (talven-server ended with ") +
+           (aInfo.si_code == CLD_EXITED ? "exit code " : "signal ") +
+           std::to_string(aInfo.si_status) + ")";
 }
 
 void CPrivateServer::Stop()

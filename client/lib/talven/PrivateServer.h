@@ -18,9 +18,8 @@ struct PrivateServerOptions
     std::string m_strBackend;  ///< "host", "cuda", "auto"; empty: the environment's choice
 };
 
-/// The settings, NAME=value, that make a server use a port, an address and these options.
-std::vector<std::string> GetServerSettings(const PrivateServerOptions& rOptions,
-                                           std::uint16_t usPort, const std::string& strBind);
+/// The value of TALVEN_BUSY_GPUS that leaves only the first iDevices devices to a server.
+std::string GetBusyDevices(int iDevices);
 
 /// Path of talven-server: TALVEN_SERVER from the environment, or beside the running program, or in
 /// ../libexec/talven, or in PATH. Empty when there is none.
@@ -45,6 +44,8 @@ public:
 
     /// The last "Error: " line that the server printed, without that word; empty when none.
     std::string GetServerError() const;
+    /// How the server ended, in brackets for the end of a message; empty while it runs.
+    std::string DescribeEnd() const;
     pid_t GetPid() const { return m_iPid; }
     const std::string& GetError() const { return m_strError; }
 
@@ -53,7 +54,7 @@ private:
                     CSession& rSession);
     bool mSpawn(const std::string& strProgram, const std::vector<std::string>& vstrSettings);
     bool mConnect(std::uint16_t usPort, CSession& rSession);
-    bool mHasEnded();
+    bool mHasEnded() const;
 
     pid_t m_iPid = -1;
     std::string m_strDirectory;

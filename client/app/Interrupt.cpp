@@ -1,0 +1,56 @@
+#include "Interrupt.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace talven
+{
+namespace
+{
+
+int s_aiPipe[2] = {-1, -1};
+std::atomic<bool> s_bSet{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+void OnSignal(int)
+{
+    s_bSet = true;
+    [[maybe_unused]] const ssize_t iWritten = write(s_aiPipe[1], "x", 1);
+}
+
+}  // namespace
+
+void CInterrupt::Install()
+{
+    if (pipe2(s_aiPipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
+    for (const int iSignal : {SIGINT, SIGTERM, SIGHUP})
+    {
+        struct sigaction aOld
+        {
+        };
+        sigaction(iSignal, nullptr, &aOld);
+        if (aOld.sa_handler == SIG_IGN) continue;  // nohup, background jobs of a shell
+        struct sigaction aNew
+        {
+        };
+        aNew.sa_handler = OnSignal;
+        aNew.sa_flags = static_cast<int>(SA_RESETHAND);
+        sigaction(iSignal, &aNew, nullptr);
+    }
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+}
+
+int CInterrupt::GetFd()
+{
+    return s_aiPipe[0];
+}
+bool CInterrupt::IsSet()
+{
+    return s_bSet;
+}
+
+}  // namespace talven

@@ -1,0 +1,18 @@
+#pragma once
+
+namespace talven
+{
+
+/// Ctrl-C, SIGTERM and SIGHUP as a flag and a readable descriptor, so that everything is cleaned up
+/// on the way out. A second signal ends the program at once.
+class CInterrupt
+{
+public:
+    /// Once, before any thread; also ignores SIGPIPE and SIGXFSZ, which are errors of a write here.
+    static void Install();
+    /// Readable from the first signal on.
+    static int GetFd();
+    static bool IsSet();
+};
+
+}  // namespace talven

@@ -1,0 +1,130 @@
+#include "Lists.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+namespace talven
+{
+namespace
+{
+
+template <class T>
+bool ParseNumber(std::string_view strText, T& rValue)
+{
+    const char* pcEnd = strText.data() + strText.size();
+    const auto [pcStop, eError] = std::from_chars(strText.data(), pcEnd, rValue);
+    return eError == std::errc() && pcStop == pcEnd;
+}
+
+std::vector<std::string_view> Split(std::string_view strText, char cAt)
+{
+    std::vector<std::string_view> vstrParts;
+    while (true)
+    {
+        const std::size_t tEnd = strText.find(cAt);
+        vstrParts.push_back(strText.substr(0, tEnd));
+        if (tEnd == std::string_view::npos) return vstrParts;
+        strText.remove_prefix(tEnd + 1);
+    }
+}
+
+bool Reject(std::string& rError, const char* pcExpected, std::string_view strFound)
+{
+    rError = std::string("expected ") + pcExpected + ", found \"" + std::string(strFound) + "\"";
+    return false;
+}
+
+}  // namespace
+
+bool ParseViews(const std::string& strText, std::vector<int>& rViews, std::string& rError)
+{
+    constexpr int iMost = 1'000'000;  // keeps 1-2000000000 from filling the memory
+    std::vector<int> viViews;
+    for (const std::string_view strPart : Split(strText, ','))
+    {
+        const std::vector<std::string_view> vstrEnds = Split(strPart, '-');
+        int iFirst = 0;
+        int iLast = 0;
+        if (vstrEnds.size() > 2 || !ParseNumber(vstrEnds.front(), iFirst) ||
+            !ParseNumber(vstrEnds.back(), iLast) || iFirst < 1 || iLast < iFirst || iLast > iMost)
+            return Reject(rError, "views counted from 1, such as 3,7-9", strPart);
+        for (int i = iFirst; i <= iLast; ++i) viViews.push_back(i - 1);
+    }
+    std::sort(viViews.begin(), viViews.end());
+    viViews.erase(std::unique(viViews.begin(), viViews.end()), viViews.end());
+    rViews = std::move(viViews);
+    return true;
+}
+
+bool ParseSizes(const std::string& strText, std::vector<std::uint32_t>& rSizes, std::string& rError)
+{
+    rSizes.clear();
+    for (const std::string_view strPart : Split(strText, ','))
+    {
+        std::uint32_t uiSize = 0;
+        if (!ParseNumber(strPart, uiSize) || uiSize == 0)
+            return Reject(rError, "positive whole numbers such as 21,20,20", strPart);
+        rSizes.push_back(uiSize);
+    }
+    return true;
+}
+
+bool ParseNumbers(const std::string& strText, std::size_t tCount, std::vector<double>& rNumbers,
+                  std::string& rError)
+{
+    rNumbers.clear();
+    for (const std::string_view strPart : Split(strText, ','))
+    {
+        double dValue = 0;
+        if (!ParseNumber(strPart, dValue) || !std::isfinite(dValue))
+            return Reject(rError, "numbers with commas between them", strPart);
+        rNumbers.push_back(dValue);
+    }
+    if (rNumbers.size() == tCount) return true;
+    rError = "expected " + std::to_string(tCount) + " numbers with commas between them, found " +
+             std::to_string(rNumbers.size());
+    return false;
+}
+
+bool CRelaxation::Parse(const std::string& strText, std::string& rError)
+{
+    const std::vector<std::string_view> vstrDecay = Split(strText, ':');
+    m_vdFactors.clear();
+    m_dDecay = 1.0;
+    bool bGood = vstrDecay.size() <= 2;
+    if (vstrDecay.size() == 2)
+        bGood = ParseNumber(vstrDecay[1], m_dDecay) && std::isfinite(m_dDecay) && m_dDecay >= 0;
+    for (const std::string_view strPart : Split(vstrDecay[0], ','))
+    {
+        double dFactor = 0;
+        bGood = bGood && ParseNumber(strPart, dFactor) && std::isfinite(dFactor) && dFactor >= 0;
+        m_vdFactors.push_back(dFactor);
+    }
+    bGood = bGood && (vstrDecay.size() == 1 || m_vdFactors.size() == 1);
+    return bGood || Reject(rError, "R, R1,R2,... or START:DECAY, none negative", strText);
+}
+
+bool CRelaxation::MakeTable(int iIterations, int iSets, std::vector<float>& rTable,
+                            std::string& rError) const
+{
+    const auto tIterations = static_cast<std::size_t>(iIterations);
+    if (m_vdFactors.size() != 1 && m_vdFactors.size() != tIterations)
+    {
+        rError = std::to_string(m_vdFactors.size()) + " relaxation factors for " +
+                 std::to_string(iIterations) + " iterations";
+        return false;
+    }
+    rTable.clear();
+    for (std::size_t i = 0; i < tIterations; ++i)
+    {
+        const double dFactor = m_vdFactors.size() == 1
+                                   ? m_vdFactors[0] * std::pow(m_dDecay, double(i))
+                                   : m_vdFactors[i];
+        rTable.insert(rTable.end(), static_cast<std::size_t>(iSets), static_cast<float>(dFactor));
+    }
+    return true;
+}
+
+}  // namespace talven

@@ -1,0 +1,60 @@
+#include "Picture.h"
+
+#include <vector>
+
+#include "talven/AtomicFile.h"
+
+namespace talven
+{
+
+CPicture::CPicture(int iWidth, int iHeight)
+    : m_iWidth(iWidth),
+      m_iHeight(iHeight),
+      m_pSurface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, iWidth, iHeight),
+                 &cairo_surface_destroy),
+      m_pContext(cairo_create(m_pSurface.get()), &cairo_destroy)
+{
+    cairo_set_source_rgb(GetContext(), 1, 1, 1);
+    cairo_paint(GetContext());
+    cairo_select_font_face(GetContext(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+                           CAIRO_FONT_WEIGHT_NORMAL);
+}
+
+void CPicture::DrawText(double dX, double dY, const std::string& strText, double dSize,
+                        Anchor aAnchor) const
+{
+    cairo_set_font_size(GetContext(), dSize);
+    cairo_text_extents_t aText;
+    cairo_font_extents_t aFont;
+    cairo_text_extents(GetContext(), strText.c_str(), &aText);
+    cairo_font_extents(GetContext(), &aFont);
+    cairo_move_to(GetContext(), dX - aAnchor.m_dX * aText.x_advance,
+                  dY + aFont.ascent - aAnchor.m_dY * (aFont.ascent + aFont.descent));
+    cairo_show_text(GetContext(), strText.c_str());
+}
+
+bool CPicture::Write(const std::string& strPath, std::string& rError) const
+{
+    std::vector<std::byte> vcPng;
+    const auto Append = [](void* pvPng, const unsigned char* pucData, unsigned int uiBytes)
+    {
+        auto& rPng = *static_cast<std::vector<std::byte>*>(pvPng);
+        const auto* pcData = reinterpret_cast<const std::byte*>(pucData);
+        rPng.insert(rPng.end(), pcData, pcData + uiBytes);
+        return CAIRO_STATUS_SUCCESS;
+    };
+    cairo_surface_flush(m_pSurface.get());
+    const cairo_status_t eStatus =
+        cairo_surface_write_to_png_stream(m_pSurface.get(), Append, &vcPng);
+    if (eStatus != CAIRO_STATUS_SUCCESS)
+    {
+        rError = strPath + ": cannot encode: " + cairo_status_to_string(eStatus);
+        return false;
+    }
+    CAtomicFile aFile;
+    if (aFile.Create(strPath) && aFile.WriteAt(0, vcPng) && aFile.Commit()) return true;
+    rError = aFile.GetError();
+    return false;
+}
+
+}  // namespace talven

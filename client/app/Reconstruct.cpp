@@ -1,0 +1,263 @@
+#include "Reconstruct.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <cstdio>
+#include <optional>
+
+#include "Agreement.h"
+#include "Interrupt.h"
+#include "Preview.h"
+#include "ReconstructPlan.h"
+#include "RfactorPlot.h"
+#include "Transfer.h"
+#include "VolumeViews.h"
+#include "talven/AtomicFile.h"
+#include "talven/MrcWriter.h"
+
+namespace talven
+{
+namespace
+{
+
+/// One run of the command, step by step.
+class CReconstruct
+{
+public:
+    explicit CReconstruct(const ReconstructArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.m_aReport)
+    {
+    }
+    bool Run();
+    const std::string& GetError() const { return m_strError; }
+
+private:
+    bool mOpenFiles();
+    bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
+    bool mUpload();
+    bool mCompute();
+    bool mFetchRfactors();
+    bool mDownload();
+    bool mFinishFiles();
+    bool mWriteRfactors();
+    void mSummarise() const;
+    nlohmann::ordered_json mMakeJson() const;
+
+    bool mFail(const std::string& strError)
+    {
+        m_strError = strError;
+        return false;
+    }
+    bool mServer(bool bDone) { return bDone || mFail(m_aLink.Explain()); }
+
+    const ReconstructArgs& m_aArgs;
+    CReport m_aReport;
+    CReconstructPlan m_aPlan;
+    CMrcReader m_aInitial, m_aReference;
+    CMrcWriter m_aOutput;
+    CServerLink m_aLink;
+    std::optional<CVolumeViews> m_aViews;
+    CAgreement m_aAgreement;
+    std::vector<double> m_vdRfactors;
+    CStopwatch m_aTotal;
+    double m_dUpload = 0, m_dCompute = 0, m_dDownload = 0;
+    std::string m_strError;
+};
+
+bool CReconstruct::Run()
+{
+    if (!m_aPlan.Make(m_aArgs)) return mFail(m_aPlan.GetError());
+    if (!mOpenFiles()) return false;
+    m_aReport.PrintLine(m_aPlan.Describe(m_aArgs));
+    if (!m_aLink.Connect(m_aArgs.m_aServer, m_aReport))
+        return mFail(CInterrupt::IsSet() ? "interrupted" : m_aLink.GetError());
+    if (!mUpload() || !mCompute() || !mFetchRfactors() || !mDownload()) return false;
+    m_aLink.Close();
+    if (!mFinishFiles()) return false;
+    mSummarise();
+    return true;
+}
+
+/// Inputs that must fit the volume, and the output: what cannot be written is said before the work.
+bool CReconstruct::mOpenFiles()
+{
+    if (!mOpenSameSize(m_aInitial, m_aArgs.m_strInitial) ||
+        !mOpenSameSize(m_aReference, m_aArgs.m_strReference))
+        return false;
+    const JobSize& rSize = m_aPlan.GetSize();
+    if (!m_aArgs.m_strPreview.empty())
+        m_aViews.emplace(rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ);
+    for (const std::string& strPath :
+         {m_aArgs.m_strPreview, m_aArgs.m_strPlot, m_aArgs.m_strRfactors})
+    {
+        CAtomicFile aProbe;
+        if (!strPath.empty() && !aProbe.Create(strPath)) return mFail(aProbe.GetError());
+    }
+    return m_aOutput.Create(m_aArgs.m_strOutput, rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ,
+                            m_aPlan.GetStack().GetHeader().m_dPixel, true,
+                            "Talven: " + m_aPlan.DescribeMethod()) ||
+           mFail(m_aOutput.GetError());
+}
+
+bool CReconstruct::mOpenSameSize(CMrcReader& rReader, const std::string& strPath)
+{
+    if (strPath.empty()) return true;
+    if (!rReader.Open(strPath)) return mFail(rReader.GetError());
+    const MrcHeader& rHeader = rReader.GetHeader();
+    const JobSize& rSize = m_aPlan.GetSize();
+    if (rHeader.m_iX == rSize.m_iVolX && rHeader.m_iY == rSize.m_iProjY &&
+        rHeader.m_iZ == rSize.m_iVolZ)
+        return true;
+    return mFail(Format("%s is %d x %d x %d, the volume is %d x %d x %d", strPath.c_str(),
+                        rHeader.m_iX, rHeader.m_iY, rHeader.m_iZ, rSize.m_iVolX, rSize.m_iProjY,
+                        rSize.m_iVolZ));
+}
+
+bool CReconstruct::mUpload()
+{
+    const CStopwatch aWatch;
+    CSession& rSession = m_aLink.GetSession();
+    const JobSize& rSize = m_aPlan.GetSize();
+    // The volume before its data: a server that lacks the memory says so before the long transfer.
+    if (!mServer(rSession.SetStackSize(rSize.m_iProjX, rSize.m_iProjY, m_aPlan.GetAngles()) &&
+                 rSession.SetVolumeSize(rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ) &&
+                 rSession.SelectProjections(m_aPlan.GetOrder()) &&
+                 rSession.SetReconOptions(m_aPlan.GetOptions()) &&
+                 rSession.SetWeightBox(m_aPlan.GetWeightBox())))
+        return false;
+    if (!UploadImages(m_aPlan.GetStack(), m_aPlan.GetViews(), EImages::PROJECTIONS, m_aLink,
+                      m_aReport, m_strError))
+        return false;
+    if (!m_aArgs.m_strInitial.empty() &&
+        !UploadImages(m_aInitial, AllSections(rSize.m_iVolZ), EImages::SLICES, m_aLink, m_aReport,
+                      m_strError))
+        return false;
+    m_dUpload = aWatch.GetSeconds();
+    return true;
+}
+
+bool CReconstruct::mCompute()
+{
+    const CElapsedTime aElapsed(m_aReport, "reconstructing");
+    const CStopwatch aWatch;
+    const bool bDone = m_aLink.GetSession().Reconstruct();
+    m_dCompute = aWatch.GetSeconds();
+    return mServer(bDone);
+}
+
+bool CReconstruct::mFetchRfactors()
+{
+    if (m_aPlan.GetOptions().m_eMethod == EMethod::BACKPROJ) return true;
+    std::vector<RfactorSums> aSums;
+    for (int i = 0; i < m_aPlan.GetOptions().m_iIterations; ++i)
+    {
+        if (!mServer(m_aLink.GetSession().GetRfactors(i, aSums))) return false;
+        m_vdRfactors.push_back(CalcRfactor(aSums));
+    }
+    return true;
+}
+
+bool CReconstruct::mDownload()
+{
+    const CStopwatch aWatch;
+    const JobSize& rSize = m_aPlan.GetSize();
+    const std::size_t tPixels = std::size_t(rSize.m_iVolX) * std::size_t(rSize.m_iProjY);
+    std::vector<float> vfReference(m_aArgs.m_strReference.empty() ? 0 : tPixels);
+    const auto TakeSlice = [&](int iZ, std::span<const float> pfSlice)
+    {
+        if (m_aViews) m_aViews->Add(iZ, pfSlice);
+        if (!vfReference.empty())
+        {
+            if (!m_aReference.ReadSection(iZ, vfReference)) return mFail(m_aReference.GetError());
+            m_aAgreement.Add(pfSlice, vfReference);
+        }
+        return m_aOutput.WriteSection(pfSlice) || mFail(m_aOutput.GetError());
+    };
+    const bool bDone = DownloadImages(rSize.m_iVolZ, tPixels, EImages::SLICES, TakeSlice, m_aLink,
+                                      m_aReport, m_strError);
+    m_dDownload = aWatch.GetSeconds();
+    return bDone;
+}
+
+bool CReconstruct::mFinishFiles()
+{
+    if (!m_aOutput.Finish()) return mFail(m_aOutput.GetError());
+    if (m_aViews && !WritePreview(m_aArgs.m_strPreview, *m_aViews, m_strError)) return false;
+    return mWriteRfactors();
+}
+
+bool CReconstruct::mWriteRfactors()
+{
+    if (!m_aArgs.m_strPlot.empty() &&
+        !WriteRfactorPlot(m_aArgs.m_strPlot, m_vdRfactors, m_aPlan.DescribeMethod(), m_strError))
+        return false;
+    if (m_aArgs.m_strRfactors.empty()) return true;
+    std::string strText = "iteration,rfactor\n";
+    for (std::size_t i = 0; i < m_vdRfactors.size(); ++i)
+        strText += Format("%zu,%.9g\n", i + 1, m_vdRfactors[i]);
+    return WriteTextFile(m_aArgs.m_strRfactors, strText, m_strError);
+}
+
+void CReconstruct::mSummarise() const
+{
+    if (m_aReport.IsJson())
+    {
+        std::puts(mMakeJson().dump(2).c_str());
+        return;
+    }
+    std::string strLine =
+        Format("%s: upload %s, reconstruction %s, download %s, all %s", m_aArgs.m_strOutput.c_str(),
+               FormatSeconds(m_dUpload).c_str(), FormatSeconds(m_dCompute).c_str(),
+               FormatSeconds(m_dDownload).c_str(), FormatSeconds(m_aTotal.GetSeconds()).c_str());
+    if (m_vdRfactors.size() == 1) strLine += Format("; R-factor %.4f", m_vdRfactors[0]);
+    if (m_vdRfactors.size() > 1)
+        strLine += Format("; R-factor %.4f -> %.4f", m_vdRfactors.front(), m_vdRfactors.back());
+    m_aReport.PrintLine(strLine);
+    if (!m_aArgs.m_strReference.empty())
+        m_aReport.PrintLine(Format("%s: correlation %.4f, relative RMS error %.4f",
+                                   m_aArgs.m_strReference.c_str(), m_aAgreement.GetCorrelation(),
+                                   m_aAgreement.GetRelativeError()));
+}
+
+nlohmann::ordered_json CReconstruct::mMakeJson() const
+{
+    const JobSize& rSize = m_aPlan.GetSize();
+    const MrcHeader& rHeader = m_aOutput.GetHeader();
+    nlohmann::ordered_json aJson;
+    aJson["command"] = "reconstruct";
+    aJson["stack"] = {{"file", m_aArgs.m_strTilts},
+                      {"size", {rSize.m_iProjX, rSize.m_iProjY, rSize.m_iProjs}},
+                      {"angles", m_aPlan.GetAngles()}};
+    aJson["volume"] = {
+        {"file", m_aArgs.m_strOutput}, {"size", {rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ}},
+        {"min", rHeader.m_fMin},       {"max", rHeader.m_fMax},
+        {"mean", rHeader.m_fMean},     {"rms", rHeader.m_fRms}};
+    aJson["method"] = m_aArgs.m_strMethod;
+    if (!m_vdRfactors.empty())
+    {
+        aJson["iterations"] = m_aPlan.GetOptions().m_iIterations;
+        aJson["subset_sizes"] = m_aPlan.GetOptions().m_vuiSetSizes;
+        aJson["rfactors"] = m_vdRfactors;
+    }
+    aJson["seconds"] = {{"upload", m_dUpload},
+                        {"reconstruct", m_dCompute},
+                        {"download", m_dDownload},
+                        {"total", m_aTotal.GetSeconds()}};
+    if (!m_aArgs.m_strReference.empty())
+        aJson["reference"] = {{"file", m_aArgs.m_strReference},
+                              {"correlation", m_aAgreement.GetCorrelation()},
+                              {"relative_rms_error", m_aAgreement.GetRelativeError()}};
+    return aJson;
+}
+
+}  // namespace
+
+bool RunReconstruct(const ReconstructArgs& rArgs, std::string& rError)
+{
+    CReconstruct aReconstruct(rArgs);
+    if (aReconstruct.Run()) return true;
+    rError = aReconstruct.GetError();
+    return false;
+}
+
+}  // namespace talven

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <array>
+#include <span>
+#include <vector>
+
+namespace talven
+{
+
+/// The three central slices of a volume that passes by section by section.
+class CVolumeViews
+{
+public:
+    /// A picture, row 0 at the bottom, shape [m_iHeight][m_iWidth].
+    struct View
+    {
+        const char* m_pcName;  ///< "XY"
+        char m_cAxis;          ///< the axis across the picture: 'Z'
+        int m_iAt;             ///< where on it the slice lies, from 0
+        int m_iWidth, m_iHeight;
+        std::vector<float> m_vfPixels;
+    };
+
+    CVolumeViews(int iX, int iY, int iZ);
+    /// Takes section iZ, shape [y][x].
+    void Add(int iZ, std::span<const float> pfSection);
+    /// XY, ZY (same height as XY) and XZ.
+    std::span<const View> GetViews() const { return m_aViews; }
+
+private:
+    int m_iX, m_iY, m_iZ;
+    std::array<View, 3> m_aViews;  // XY, ZY, XZ
+};
+
+}  // namespace talven

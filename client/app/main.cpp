@@ -1,0 +1,288 @@
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+
+#include "Interrupt.h"
+#include "Lists.h"
+#include "Phantom.h"
+#include "Reconstruct.h"
+#include "Reproject.h"
+#include "Serve.h"
+
+namespace
+{
+
+using namespace talven;
+
+constexpr int s_iFailure = 1;
+constexpr int s_iUsage = 2;
+
+/// The reason why a text cannot be parsed as a CLI11 check: empty when it can.
+template <class T>
+std::function<std::string(const std::string&)> Check(bool (*Parse)(const std::string&, T&,
+                                                                   std::string&))
+{
+    return [Parse](const std::string& strText)
+    {
+        T aValue;
+        std::string strError;
+        return Parse(strText, aValue, strError) ? std::string() : strError;
+    };
+}
+
+std::string CheckRelaxation(const std::string& strText)
+{
+    CRelaxation aRelaxation;
+    std::string strError;
+    return aRelaxation.Parse(strText, strError) ? std::string() : strError;
+}
+
+std::string CheckBox(const std::string& strText)
+{
+    std::vector<double> vdBox;
+    std::string strError;
+    return ParseNumbers(strText, 4, vdBox, strError) ? std::string() : strError;
+}
+
+std::string CheckServer(const std::string& strText)
+{
+    std::string strHost;
+    std::uint16_t usPort = 0;
+    return ParseServer(strText, strHost, usPort) ? std::string() : "expected HOST:PORT";
+}
+
+const CLI::Range& Positive()
+{
+    static const CLI::Range aRange(1, 1 << 24, "");
+    return aRange;
+}
+
+void AddReportOptions(CLI::App& rApp, ReportOptions& rReport)
+{
+    rApp.add_flag("-q,--quiet", rReport.m_bQuiet, "Say nothing but errors");
+    rApp.add_flag("--json", rReport.m_bJson, "Print one JSON object about the result");
+}
+
+void AddBackendOption(CLI::App& rApp, std::string& rBackend)
+{
+    rApp.add_option("--backend", rBackend, "auto, cuda or host")
+        ->check(CLI::IsMember({"auto", "cuda", "host"}));
+}
+
+void AddServerOptions(CLI::App& rApp, ServerOptions& rServer)
+{
+    CLI::Option* pServer =
+        rApp.add_option("--server", rServer.m_strServer,
+                        "Use the server at HOST:PORT instead of a private one on this machine")
+            ->type_name("HOST:PORT")
+            ->check(CheckServer);
+    rApp.add_option("--devices", rServer.m_iDevices, "Devices the private server uses [all]")
+        ->check(CLI::Range(1, 16))
+        ->excludes(pServer);
+    AddBackendOption(rApp, rServer.m_strBackend);
+    rApp.get_option("--backend")->excludes(pServer);
+}
+
+CLI::App* AddReconstruct(CLI::App& rApp, ReconstructArgs& rArgs)
+{
+    CLI::App* pCommand =
+        rApp.add_subcommand("reconstruct", "Reconstruct a volume from a tilt series");
+    pCommand->add_option("--tilts", rArgs.m_strTilts, "Tilt series, MRC, tilt axis along Y")
+        ->type_name("FILE")
+        ->required();
+    pCommand
+        ->add_option("--angles", rArgs.m_strAngles, "Tilt angles in degrees, one per line (.tlt)")
+        ->type_name("FILE")
+        ->required();
+    pCommand->add_option("-o,--output", rArgs.m_strOutput, "The volume, MRC")
+        ->type_name("FILE")
+        ->required();
+    pCommand->add_option("--thickness", rArgs.m_iThickness, "Extent of the volume along Z, voxels")
+        ->required()
+        ->check(Positive());
+    pCommand->add_option("--width", rArgs.m_iWidth, "Extent along X, voxels [the detector's]")
+        ->check(Positive());
+
+    pCommand->add_option("--method", rArgs.m_strMethod, "sart, em or bp (plain back projection)")
+        ->check(CLI::IsMember({"sart", "em", "bp"}))
+        ->capture_default_str()
+        ->group("Method");
+    const auto AddIterative = [&](const std::string& strName, auto& rValue, const char* pcText)
+    { return pCommand->add_option(strName, rValue, pcText)->group("Method"); };
+    AddIterative("--iterations", rArgs.m_iIterations, "Iterations of sart or em")
+        ->check(CLI::Range(1, 100000))
+        ->capture_default_str();
+    CLI::Option* pSubsets =
+        AddIterative("--subsets", rArgs.m_iSubsets, "Subsets of projections per iteration")
+            ->check(Positive())
+            ->capture_default_str();
+    AddIterative("--subset-sizes", rArgs.m_strSubsetSizes, "Sizes of the subsets, such as 21,20,20")
+        ->type_name("LIST")
+        ->check(Check(ParseSizes))
+        ->excludes(pSubsets);
+    AddIterative("--relaxation", rArgs.m_strRelaxation,
+                 "R for all iterations, R1,R2,... for each, or START:DECAY")
+        ->type_name("FACTORS")
+        ->check(CheckRelaxation)
+        ->capture_default_str();
+    AddIterative("--order", rArgs.m_strOrder,
+                 "Subsets spread over the tilt range (interleaved) or cut from the stack as it is "
+                 "(given)")
+        ->check(CLI::IsMember({"interleaved", "given"}))
+        ->capture_default_str();
+    AddIterative("--weight-box", rArgs.m_strWeightBox,
+                 "CX,CZ,HX,HZ: centre and half sizes of the box that holds the specimen, voxels "
+                 "from the centre of the volume; weights rays by their path in it")
+        ->type_name("BOX")
+        ->check(CheckBox);
+    AddIterative("--initial-volume", rArgs.m_strInitial, "Start from this volume instead of zeros")
+        ->type_name("FILE");
+    CLI::Option* pExclude = AddIterative("--exclude", rArgs.m_strExclude,
+                                         "Leave out these views, counted from 1, such as 3,7-9");
+    CLI::Option* pInclude =
+        AddIterative("--include", rArgs.m_strInclude, "Use only these views, counted from 1");
+    pExclude->type_name("VIEWS")->check(Check(ParseViews));
+    pInclude->type_name("VIEWS")->check(Check(ParseViews))->excludes(pExclude);
+
+    const auto AddResult = [&](const char* pcName, std::string& rPath, const char* pcText)
+    { pCommand->add_option(pcName, rPath, pcText)->type_name("FILE")->group("Further results"); };
+    AddResult("--preview", rArgs.m_strPreview, "PNG of the three central slices");
+    AddResult("--rfactor-plot", rArgs.m_strPlot, "PNG of the R-factor after every iteration");
+    AddResult("--rfactors", rArgs.m_strRfactors, "The same as text: iteration,rfactor");
+    AddResult("--reference", rArgs.m_strReference,
+              "Compare the volume with this one: correlation and relative RMS error");
+    AddServerOptions(*pCommand, rArgs.m_aServer);
+    AddReportOptions(*pCommand, rArgs.m_aReport);
+    pCommand->footer(
+        "Examples:\n"
+        "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 -o rec.mrc\n"
+        "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --subsets 6 \\\n"
+        "      --relaxation 0.5:0.9 --exclude 3,7-9 -o rec.mrc --preview rec.png\n"
+        "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --method em \\\n"
+        "      --iterations 20 --server gpubox:20248 -o rec.mrc --rfactor-plot r.png");
+    return pCommand;
+}
+
+CLI::App* AddReproject(CLI::App& rApp, ReprojectArgs& rArgs)
+{
+    CLI::App* pCommand = rApp.add_subcommand("reproject", "Compute projections of a volume");
+    pCommand->add_option("--volume", rArgs.m_strVolume, "The volume, MRC")
+        ->type_name("FILE")
+        ->required();
+    pCommand->add_option("--angles", rArgs.m_strAngles, "Tilt angles in degrees, one per line")
+        ->type_name("FILE")
+        ->required();
+    pCommand->add_option("-o,--output", rArgs.m_strOutput, "The projections, MRC")
+        ->type_name("FILE")
+        ->required();
+    pCommand->add_option("--width", rArgs.m_iWidth, "Columns of the detector [the volume's X]")
+        ->check(Positive());
+    AddServerOptions(*pCommand, rArgs.m_aServer);
+    AddReportOptions(*pCommand, rArgs.m_aReport);
+    pCommand->footer("Example:\n  talven reproject --volume rec.mrc --angles ts.tlt -o again.mrc");
+    return pCommand;
+}
+
+CLI::App* AddInfo(CLI::App& rApp, InfoArgs& rArgs)
+{
+    CLI::App* pCommand = rApp.add_subcommand("info", "Show what a server has");
+    AddServerOptions(*pCommand, rArgs.m_aServer);
+    AddReportOptions(*pCommand, rArgs.m_aReport);
+    pCommand->footer("Example:\n  talven info --server gpubox:20248");
+    return pCommand;
+}
+
+CLI::App* AddPhantom(CLI::App& rApp, PhantomArgs& rArgs)
+{
+    CLI::App* pCommand = rApp.add_subcommand(
+        "phantom", "Write a synthetic tilt series, its angles and its true volume");
+    pCommand
+        ->add_option("prefix", rArgs.m_strPrefix, "Writes PREFIX.mrc, PREFIX.tlt, PREFIX_truth.mrc")
+        ->required();
+    const auto Add = [&](const char* pcName, auto& rValue, const char* pcText)
+    { return pCommand->add_option(pcName, rValue, pcText)->capture_default_str(); };
+    Add("--size", rArgs.m_strSize, "X,Y of the projections, pixels")->check(Check(ParseSizes));
+    Add("--thickness", rArgs.m_iThickness, "Z of the volume, voxels")->check(CLI::Range(1, 32768));
+    Add("--angles", rArgs.m_strAngles, "FROM,TO,STEP in degrees");
+    Add("--beads", rArgs.m_iBeads, "Fiducial beads")->check(CLI::Range(0, 1000));
+    Add("--noise", rArgs.m_dNoise,
+        "Gaussian noise: its standard deviation over the mean of a projection")
+        ->check(CLI::Range(0.0, 1e6));
+    Add("--dose", rArgs.m_dDose,
+        "Poisson noise: counts per pixel where the signal is mean; 0: none")
+        ->check(CLI::Range(0.0, 1e9));
+    Add("--seed", rArgs.m_ulSeed, "Chooses the specimen and the noise");
+    Add("--pixel", rArgs.m_dPixel, "Size of a pixel, Angstrom")->check(CLI::Range(0.0, 1e9));
+    AddReportOptions(*pCommand, rArgs.m_aReport);
+    pCommand->footer(
+        "Example:\n"
+        "  talven phantom --size 512,256 --thickness 128 --noise 0.02 --seed 1 phantom\n"
+        "  talven reconstruct --tilts phantom.mrc --angles phantom.tlt --thickness 128 \\\n"
+        "      -o volume.mrc --reference phantom_truth.mrc");
+    return pCommand;
+}
+
+CLI::App* AddServe(CLI::App& rApp, ServeArgs& rArgs)
+{
+    CLI::App* pCommand = rApp.add_subcommand("serve", "Run talven-server in the foreground");
+    pCommand->add_option("--port", rArgs.m_iPort, "TCP port [20248]")->check(CLI::Range(1, 65535));
+    pCommand->add_option("--devices", rArgs.m_iDevices, "Use only the first so many devices [all]")
+        ->check(CLI::Range(1, 16));
+    pCommand->add_option("--bind", rArgs.m_strBind, "IPv4 address to listen on [all]")
+        ->check(CLI::ValidIPV4);
+    AddBackendOption(*pCommand, rArgs.m_strBackend);
+    pCommand->footer(
+        "With an option, the settings are these and the environment's; without any, a config.gpu\n"
+        "in the working directory counts.\n"
+        "Example:\n  talven serve --port 20248 --bind 127.0.0.1 --devices 2");
+    return pCommand;
+}
+
+int Report(bool bDone, const std::string& strError)
+{
+    if (bDone) return 0;
+    std::fprintf(stderr, "talven: %s\n", strError.c_str());
+    return s_iFailure;
+}
+
+}  // namespace
+
+int main(int iArgs, char** ppcArgs)
+{
+    CInterrupt::Install();
+    CLI::App aApp("Reconstruction of single-axis tilt series", "talven");
+    aApp.require_subcommand(1);
+    aApp.set_version_flag("--version", "talven " TALVEN_VERSION);
+    aApp.get_formatter()->column_width(32);
+
+    ReconstructArgs aReconstructArgs;
+    ReprojectArgs aReprojectArgs;
+    InfoArgs aInfoArgs;
+    PhantomArgs aPhantomArgs;
+    ServeArgs aServeArgs;
+    const CLI::App* pReconstruct = AddReconstruct(aApp, aReconstructArgs);
+    const CLI::App* pReproject = AddReproject(aApp, aReprojectArgs);
+    const CLI::App* pInfo = AddInfo(aApp, aInfoArgs);
+    const CLI::App* pPhantom = AddPhantom(aApp, aPhantomArgs);
+    AddServe(aApp, aServeArgs);
+    aApp.footer("talven COMMAND --help shows the options of a command and examples.");
+
+    try
+    {
+        aApp.parse(iArgs, ppcArgs);
+    }
+    catch (const CLI::ParseError& rError)
+    {
+        if (rError.get_exit_code() == 0) return aApp.exit(rError);  // help, version
+        std::fprintf(stderr, "talven: %s (--help shows the options)\n", rError.what());
+        return s_iUsage;
+    }
+
+    std::string strError;
+    if (pReconstruct->parsed()) return Report(RunReconstruct(aReconstructArgs, strError), strError);
+    if (pReproject->parsed()) return Report(RunReproject(aReprojectArgs, strError), strError);
+    if (pInfo->parsed()) return Report(RunInfo(aInfoArgs, strError), strError);
+    if (pPhantom->parsed()) return Report(RunPhantom(aPhantomArgs, strError), strError);
+    RunServe(aServeArgs, strError);
+    return Report(false, strError);
+}
