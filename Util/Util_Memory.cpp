@@ -2,19 +2,33 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <memory>
+
+namespace
+{
+struct Closer
+{
+    void operator()(std::FILE* pFile) const { std::fclose(pFile); }
+};
+using File = std::unique_ptr<std::FILE, Closer>;
+}  // namespace
 
 std::size_t Util_Memory::GetAvailable()
 {
-    std::size_t tKiB = 0;
-    if (std::FILE* pFile = std::fopen("/proc/meminfo", "re"))
-    {
-        char acLine[128];
-        while (tKiB == 0 && std::fgets(acLine, sizeof acLine, pFile) != nullptr)
-            if (std::sscanf(acLine, "MemAvailable: %zu kB", &tKiB) != 1) tKiB = 0;
-        std::fclose(pFile);
-    }
-    if (tKiB != 0) return tKiB * 1024;
-    const long lPages = sysconf(_SC_AVPHYS_PAGES), lPageBytes = sysconf(_SC_PAGESIZE);
-    return lPages > 0 && lPageBytes > 0 ? static_cast<std::size_t>(lPages) * lPageBytes : 0;
+    const File pFile(std::fopen("/proc/meminfo", "re"));
+    char acLine[256];
+    unsigned long long ulKiB = 0;
+    while (pFile && std::fgets(acLine, sizeof acLine, pFile.get()) != nullptr)
+        if (std::sscanf(acLine, "MemAvailable: %llu", &ulKiB) == 1) return ulKiB * 1024;
+    return SIZE_MAX;
+}
+
+std::size_t Util_Memory::GetResident()
+{
+    const File pFile(std::fopen("/proc/self/statm", "re"));
+    unsigned long long ulSize = 0, ulResident = 0;
+    if (!pFile || std::fscanf(pFile.get(), "%llu %llu", &ulSize, &ulResident) != 2) return 0;
+    return ulResident * static_cast<unsigned long long>(sysconf(_SC_PAGESIZE));
 }

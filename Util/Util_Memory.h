@@ -2,11 +2,12 @@
 
 #include <cstddef>
 
-/// The machine's main memory.
+/// Memory of the machine as seen by this process, bytes.
 class Util_Memory
 {
 public:
-    /// Bytes that can be taken without swapping, as the kernel estimates them; when it does not
-    /// tell, the free pages.
+    /// What programs can still take without swapping; SIZE_MAX when the system does not say.
     static std::size_t GetAvailable();
+    /// What this process holds already, 0 when the system does not say.
+    static std::size_t GetResident();
 };

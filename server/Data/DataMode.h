@@ -17,17 +17,17 @@ public:
     {
         switch (sMode)
         {
-            case MODE_UCHAR:
-                return 1;
-            case MODE_SHORT:
-            case MODE_USHORT:
-                return 2;
-            case MODE_FLOAT:
-            case MODE_INT:
-            case MODE_UINT:
-                return 4;
-            default:
-                return 0;
+        case MODE_UCHAR:
+            return 1;
+        case MODE_SHORT:
+        case MODE_USHORT:
+            return 2;
+        case MODE_FLOAT:
+        case MODE_INT:
+        case MODE_UINT:
+            return 4;
+        default:
+            return 0;
         }
     }
 };

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+class CRemotePacket;
+class Util_Volume;
+
+/// The measured projections that transforms and comparisons align against: images only.
+///
+/// A handler that returns false has changed nothing and says why in rReason.
+class CMProjData
+{
+public:
+    static CMProjData* GetInstance();
+    static void DeleteInstance();
+    ~CMProjData();
+
+    /// MPROJSIZE: fields 4, 5, 6 = X, Y, projections. Starts a stack of zeros.
+    [[nodiscard]] bool HandleMProjSize(const CRemotePacket& rPacket, std::string& rReason);
+    /// MPROJSET: field 4 = projection; data: pixels [y][x]; may end early.
+    [[nodiscard]] bool HandleMProjSet(const CRemotePacket& rPacket, std::string& rReason);
+    std::uint32_t GetMaxMProjSet() const;  ///< bytes that MPROJSET can use at most
+
+    Util_Volume* GetProjs() const { return m_pProjs.get(); }  ///< null before MPROJSIZE
+    std::size_t GetBytes() const;                             ///< memory of the holder
+
+private:
+    CMProjData();
+    static std::unique_ptr<CMProjData> m_pInstance;
+    std::unique_ptr<Util_Volume> m_pProjs;
+};
