@@ -1,0 +1,78 @@
+#include "bench/Literal.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+/// Bilinear read of a framed image, texel centres at whole numbers, clamped at the borders.
+float Fetch(const float* pfImage, int iWidth, int iHeight, float fX, float fZ)
+{
+    const float fBaseX = std::floor(fX), fBaseZ = std::floor(fZ);
+    const float fRight = fX - fBaseX, fUp = fZ - fBaseZ;
+    const int iX0 = std::clamp(int(fBaseX), 0, iWidth - 1);
+    const int iX1 = std::clamp(int(fBaseX) + 1, 0, iWidth - 1);
+    const int iZ0 = std::clamp(int(fBaseZ), 0, iHeight - 1);
+    const int iZ1 = std::clamp(int(fBaseZ) + 1, 0, iHeight - 1);
+    const float* pfLower = pfImage + std::size_t(iZ0) * iWidth;
+    const float* pfUpper = pfImage + std::size_t(iZ1) * iWidth;
+    return (1 - fUp) * ((1 - fRight) * pfLower[iX0] + fRight * pfLower[iX1]) +
+           fUp * ((1 - fRight) * pfUpper[iX0] + fRight * pfUpper[iX1]);
+}
+}  // namespace
+
+void LiteralForward(const Scene& rScene, int iRow, std::vector<float>& rSums)
+{
+    const int iWidth = rScene.iX + 2, iHeight = rScene.iZ + 2;
+    std::vector<float> vfFramed(std::size_t(iWidth) * iHeight);
+    for (int z = 0; z < rScene.iZ; ++z)
+        std::copy_n(rScene.SliceLine(z, iRow), rScene.iX,
+                    vfFramed.begin() + std::size_t(z + 1) * iWidth + 1);
+    rSums.assign(std::size_t(rScene.iX) * rScene.iProjs, 0);
+    for (int n = 0; n < rScene.iProjs; ++n)
+    {
+        const float fCos = rScene.vfCos[n], fSin = rScene.vfSin[n];
+        const int iLength = int(rScene.iZ * fCos + rScene.iX * std::abs(fSin) + 0.5f);
+        const float fHalf = (iLength + 1) * 0.5f;
+        for (int x = 0; x < rScene.iX; ++x)
+        {
+            const float fU = x - (rScene.iX - 1) * 0.5f;
+            const float fMiddleX = (rScene.iX + 1) * 0.5f + fU * fCos;
+            const float fMiddleZ = (rScene.iZ + 1) * 0.5f + fU * fSin;
+            float fSum = 0;
+            for (int i = 0; i < iLength + 2; ++i)
+            {
+                const float fT = i - fHalf;
+                fSum += Fetch(vfFramed.data(), iWidth, iHeight, fMiddleX - fSin * fT,
+                              fMiddleZ + fCos * fT);
+            }
+            rSums[std::size_t(n) * rScene.iX + x] = fSum;
+        }
+    }
+}
+
+void LiteralBack(const Scene& rScene, int iRow, std::vector<float>& rSlice)
+{
+    const int iX = rScene.iX;
+    rSlice.resize(std::size_t(iX) * rScene.iZ);
+    for (int z = 0; z < rScene.iZ; ++z)
+        for (int x = 0; x < iX; ++x)
+        {
+            const float fX = x - (iX - 1) * 0.5f, fZ = z - (rScene.iZ - 1) * 0.5f;
+            float fSum = 0, fHits = 0;
+            for (int n = 0; n < rScene.iProjs; ++n)
+            {
+                const float fU = (iX - 1) * 0.5f + (fX * rScene.vfCos[n] + fZ * rScene.vfSin[n]);
+                if (fU < 0 || fU > iX - 1) continue;
+                const float fBase = std::floor(fU), fRight = fU - fBase;
+                const int i0 = std::clamp(int(fBase), 0, iX - 1);
+                const int i1 = std::clamp(int(fBase) + 1, 0, iX - 1);
+                const float* pfRow = rScene.ProjLine(n, iRow);
+                fSum += (1 - fRight) * pfRow[i0] + fRight * pfRow[i1];
+                fHits += 1;
+            }
+            const float fNew =
+                rScene.SliceLine(z, iRow)[x] + rScene.fRelax * fSum / (fHits + 1e-6f);
+            rSlice[std::size_t(z) * iX + x] = std::max(fNew, 0.0f);
+        }
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "gpulib/Device/DeviceArray2D.h"
+#include "gpulib/Device/GBackProj.h"
+#include "gpulib/Device/GForwardProj.h"
+#include "gpulib/Device/GRFactor.h"
+#include "gpulib/Device/PitchedPtr2D.h"
+
+/// A tilt series of typical shape with random values, and its volume, for a number of rows.
+struct Scene
+{
+    int iX = 1024, iZ = 256, iProjs = 61, iRows = 16;
+    float fRelax = 0.01f;
+    std::vector<float> vfCos, vfSin;  ///< -60 to 60 degrees
+    std::vector<float> vfVolume;      ///< [z][row][x]
+    std::vector<float> vfProjs;       ///< [projection][row][x]
+
+    explicit Scene(int iRowsWanted = 16);
+    const float* SliceLine(int z, int iRow) const
+    {
+        return vfVolume.data() + (std::size_t(z) * iRows + iRow) * iX;
+    }
+    const float* ProjLine(int n, int iRow) const
+    {
+        return vfProjs.data() + (std::size_t(n) * iRows + iRow) * iX;
+    }
+    /// Samples of one row whose footprint touches the slice; the others are zeros by construction.
+    double CountSamples() const;
+    /// Pairs of a voxel and a projection of one row.
+    double CountUpdates() const { return double(iX) * iZ * iProjs; }
+};
+
+/// A scene in the memory of the device that the calling thread selected, and its kernels. The
+/// operations return false when the device refuses; TakeDeviceError() tells why.
+class CDeviceScene
+{
+public:
+    [[nodiscard]] bool Create(const Scene& rScene);
+
+    [[nodiscard]] bool UploadSlices();
+    [[nodiscard]] bool DownloadSlices();
+    [[nodiscard]] bool Forward() { return m_aForward.DoIt(m_aSums.GetImage()); }
+    [[nodiscard]] bool Diff() { return m_aForward.DoDiff(m_aSums.GetImage(), m_aDiff.GetImage()); }
+    [[nodiscard]] bool Back() { return m_aBack.DoIt(0, m_pScene->iRows); }
+    [[nodiscard]] bool SumAbs() { return m_aFactor.DoDif(m_aAccum.GetImage(), 0, m_pScene->iRows); }
+
+    std::vector<float> ReadSums() const;                              ///< [projection][row][x]
+    const std::vector<float>& GetVolume() const { return m_vfBack; }  ///< after DownloadSlices()
+
+private:
+    const Scene* m_pScene = nullptr;  // borrowed
+    CDeviceArray2D m_aVol, m_aRaw, m_aCosSin, m_aIndex, m_aRange;
+    CPitchedPtr2D m_aSums, m_aDiff, m_aAccum;
+    GForwardProj m_aForward;
+    GBackProj m_aBack;
+    GRFactor m_aFactor;
+    std::vector<float> m_vfBack;
+};
