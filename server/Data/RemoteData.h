@@ -2,29 +2,27 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 
-/// The data block of a packet: bytes of its own, or borrowed ones that are only sent.
-///
-/// The buffer is kept between packets and grows to the largest block seen.
+/// Data block of a packet. The memory of a former block is used again when it is large enough.
 class CRemoteData
 {
 public:
-    std::uint32_t GetOptSize() const { return m_uiOptSize; }
-    const std::byte* GetData() const { return m_pBorrowed ? m_pBorrowed : m_pBuffer.get(); }
-    /// The own bytes, null while borrowed ones stand in.
-    std::byte* GetOwnData() { return m_pBorrowed ? nullptr : m_pBuffer.get(); }
-
-    /// Makes the block uiBytes long, zero-filled. \return false without the memory; then empty
+    /// Makes a block of uiBytes zero bytes. \return false without memory: the block is empty then
     [[nodiscard]] bool SetOptSize(std::uint32_t uiBytes);
-    /// The same with any content: pages that nobody writes cost nothing.
-    [[nodiscard]] bool Reserve(std::uint32_t uiBytes);
-    /// Stands for uiBytes at pvData, which must stay until the packet is sent.
-    void Borrow(const void* pvData, std::uint32_t uiBytes);
+    /// The same with any content: pages that are never written cost nothing.
+    [[nodiscard]] bool Allocate(std::uint32_t uiBytes);
+    std::uint32_t GetOptSize() const { return m_uiOptSize; }
+    std::byte* GetData() { return m_pData.get(); }  ///< null until the first block
+    const std::byte* GetData() const { return m_pData.get(); }
 
 private:
-    std::unique_ptr<std::byte[]> m_pBuffer;
-    std::uint32_t m_uiCapacity = 0;
+    struct Freer
+    {
+        void operator()(std::byte* pData) const { std::free(pData); }
+    };
+    std::unique_ptr<std::byte, Freer> m_pData;
+    std::size_t m_tCapacity = 0;
     std::uint32_t m_uiOptSize = 0;
-    const std::byte* m_pBorrowed = nullptr;
 };

@@ -3,61 +3,85 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 
 #include "Util/Util_TcpServer.h"
 #include "server/Data/ByteOrder.h"
 
-namespace
+bool CRemotePacket::RecvHeader()
 {
-/// Reads and forgets.
-bool DropBytes(std::size_t tBytes)
+    ClearData();
+    m_bLostData = false;
+    if (!Util_TcpServer::GetInstance()->DoRecv(m_aRemoteHdr.GetBytes(), CRemoteHdr::GetNumBytes()))
+        return false;
+    CByteOrder::GetInstance()->SwapFour(m_aRemoteHdr.GetBytes(), CRemoteHdr::GetNumBytes());
+    return true;
+}
+
+bool CRemotePacket::RecvData(std::uint32_t uiCeiling)
 {
-    std::array<std::byte, 65536> aBuffer;
+    const std::uint32_t uiBytes = GetOptSize();
+    std::uint32_t uiKept = std::min(uiBytes, uiCeiling);
+    if (!m_aRemoteData.Allocate(uiKept))
+    {
+        m_bLostData = true;
+        uiKept = 0;
+    }
+    return Util_TcpServer::GetInstance()->DoRecv(m_aRemoteData.GetData(), uiKept) &&
+           mDrop(uiBytes - uiKept);
+}
+
+bool CRemotePacket::mDrop(std::size_t tBytes)
+{
+    std::array<std::byte, 65536> aScratch;
     while (tBytes > 0)
     {
-        const std::size_t tStep = std::min(tBytes, aBuffer.size());
-        if (!Util_TcpServer::GetInstance()->DoRecv(aBuffer.data(), tStep)) return false;
+        const std::size_t tStep = std::min(tBytes, aScratch.size());
+        if (!Util_TcpServer::GetInstance()->DoRecv(aScratch.data(), tStep)) return false;
         tBytes -= tStep;
     }
     return true;
-}
-}  // namespace
-
-bool CRemotePacket::RecvFromClient(DataCeiling pfnCeiling)
-{
-    (void)m_aData.Reserve(0);
-    if (!Util_TcpServer::GetInstance()->DoRecv(m_aHdr.GetBytes(), CRemoteHdr::GetNumBytes()))
-        return false;
-    CByteOrder::GetInstance()->SwapFour(m_aHdr.GetBytes(), CRemoteHdr::GetNumBytes());
-    return GetOptSize() == 0 || mRecvData(GetOptSize(), pfnCeiling(*this));
-}
-
-bool CRemotePacket::mRecvData(std::uint32_t uiBytes, std::uint32_t uiCeiling)
-{
-    if (uiBytes > uiCeiling || !m_aData.Reserve(uiBytes)) return DropBytes(uiBytes);
-    return Util_TcpServer::GetInstance()->DoRecv(m_aData.GetOwnData(), uiBytes);
 }
 
 bool CRemotePacket::SendToClient()
 {
     if (GetMsgType() == CMsgConst::INVALID) return false;
     if (GetMsgType() == CMsgConst::NORESPONSE) return true;
-    CByteOrder::GetInstance()->SwapFour(m_aHdr.GetBytes(), CRemoteHdr::GetNumBytes());
-    return Util_TcpServer::GetInstance()->DoSend(m_aHdr.GetBytes(), CRemoteHdr::GetNumBytes(),
-                                                 m_aData.GetData(), m_aData.GetOptSize());
+    CByteOrder::GetInstance()->SwapFour(m_aRemoteHdr.GetBytes(), CRemoteHdr::GetNumBytes());
+    const void* pvData = m_aLent.empty() ? static_cast<const void*>(m_aRemoteData.GetData())
+                                         : static_cast<const void*>(m_aLent.data());
+    const std::size_t tBytes = m_aLent.empty() ? GetDataBytes() : m_aLent.size_bytes();
+    const bool bSent = Util_TcpServer::GetInstance()->DoSend(
+        m_aRemoteHdr.GetBytes(), CRemoteHdr::GetNumBytes(), pvData, tBytes);
+    m_aLent = {};
+    return bSent;
 }
 
-std::uint32_t CRemotePacket::mClip(std::uint32_t uiOffset, std::uint32_t uiBytes) const
+bool CRemotePacket::SetOptSize(std::uint32_t uiBytes)
 {
-    return uiOffset >= GetDataBytes() ? 0 : std::min(uiBytes, GetDataBytes() - uiOffset);
+    m_aLent = {};
+    const bool bDone = m_aRemoteData.SetOptSize(uiBytes);
+    m_aRemoteHdr.SetNthField(3, bDone ? uiBytes : 0);
+    return bDone;
+}
+
+void CRemotePacket::ClearData()
+{
+    m_aLent = {};
+    m_aRemoteHdr.SetNthField(3, 0);
+    static_cast<void>(m_aRemoteData.Allocate(0));  // never fails
+}
+
+bool CRemotePacket::mInside(std::uint32_t uiOffset, std::size_t tBytes) const
+{
+    return uiOffset <= GetDataBytes() && tBytes <= GetDataBytes() - uiOffset;
 }
 
 std::vector<std::byte> CRemotePacket::GetData1(std::uint32_t uiOffset, std::uint32_t uiBytes) const
 {
-    const std::uint32_t uiCopied = mClip(uiOffset, uiBytes);
-    if (uiCopied == 0) return {};
-    const std::byte* pData = m_aData.GetData() + uiOffset;
-    return std::vector<std::byte>(pData, pData + uiCopied);
+    if (!mInside(uiOffset, uiBytes) || uiBytes == 0) return {};
+    const std::byte* pFirst = m_aRemoteData.GetData() + uiOffset;
+    return {pFirst, pFirst + uiBytes};
 }
 
 std::vector<std::byte> CRemotePacket::GetData2(std::uint32_t uiOffset, std::uint32_t uiBytes) const
@@ -74,61 +98,50 @@ std::vector<std::byte> CRemotePacket::GetData4(std::uint32_t uiOffset, std::uint
     return vData;
 }
 
-bool CRemotePacket::mCopyData4(std::uint32_t uiOffset, void* pvDest, std::size_t tBytes) const
+bool CRemotePacket::mCopy4(std::uint32_t uiOffset, void* pvDest, std::size_t tBytes) const
 {
+    if (!mInside(uiOffset, tBytes)) return false;
     if (tBytes == 0) return true;
-    if (uiOffset > GetDataBytes() || tBytes > GetDataBytes() - uiOffset) return false;
-    std::memcpy(pvDest, m_aData.GetData() + uiOffset, tBytes);
+    std::memcpy(pvDest, m_aRemoteData.GetData() + uiOffset, tBytes);
     CByteOrder::GetInstance()->SwapFour(pvDest, tBytes);
     return true;
 }
 
-bool CRemotePacket::SetOptSize(std::uint32_t uiBytes)
+bool CRemotePacket::SetData1(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes)
 {
-    const bool bDone = m_aData.SetOptSize(uiBytes);
-    m_aHdr.SetNthField(3, m_aData.GetOptSize());
-    return bDone;
+    if (!mInside(uiOffset, uiBytes)) return false;
+    if (uiBytes > 0) std::memcpy(m_aRemoteData.GetData() + uiOffset, pvSource, uiBytes);
+    return true;
 }
 
-void CRemotePacket::ClearData()
+bool CRemotePacket::SetData2(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes)
 {
-    (void)m_aData.Reserve(0);
-    m_aHdr.SetNthField(3, 0);
+    if (!SetData1(uiOffset, pvSource, uiBytes)) return false;
+    if (uiBytes > 0)
+        CByteOrder::GetInstance()->SwapTwo(m_aRemoteData.GetData() + uiOffset, uiBytes);
+    return true;
 }
 
-void CRemotePacket::SetData1(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes)
+bool CRemotePacket::SetData4(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes)
 {
-    const std::uint32_t uiCopied = mClip(uiOffset, uiBytes);
-    if (uiCopied > 0 && m_aData.GetOwnData() != nullptr)
-        std::memcpy(m_aData.GetOwnData() + uiOffset, pvSource, uiCopied);
+    if (!SetData1(uiOffset, pvSource, uiBytes)) return false;
+    if (uiBytes > 0)
+        CByteOrder::GetInstance()->SwapFour(m_aRemoteData.GetData() + uiOffset, uiBytes);
+    return true;
 }
 
-void CRemotePacket::SetData2(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes)
+bool CRemotePacket::LendData4(std::span<const float> aSource)
 {
-    SetData1(uiOffset, pvSource, uiBytes);
-    const std::uint32_t uiCopied = mClip(uiOffset, uiBytes);
-    if (uiCopied > 0 && m_aData.GetOwnData() != nullptr)
-        CByteOrder::GetInstance()->SwapTwo(m_aData.GetOwnData() + uiOffset, uiCopied);
-}
-
-void CRemotePacket::SetData4(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes)
-{
-    SetData1(uiOffset, pvSource, uiBytes);
-    const std::uint32_t uiCopied = mClip(uiOffset, uiBytes);
-    if (uiCopied > 0 && m_aData.GetOwnData() != nullptr)
-        CByteOrder::GetInstance()->SwapFour(m_aData.GetOwnData() + uiOffset, uiCopied);
-}
-
-bool CRemotePacket::SetWholeData4(const void* pvSource, std::uint32_t uiBytes)
-{
+    ClearData();
+    if (aSource.size_bytes() > std::numeric_limits<std::uint32_t>::max()) return false;
+    const auto uiBytes = static_cast<std::uint32_t>(aSource.size_bytes());
     if (!CByteOrder::GetInstance()->NeedsSwap())
     {
-        m_aData.Borrow(pvSource, uiBytes);
-        m_aHdr.SetNthField(3, uiBytes);
+        m_aLent = aSource;
+        m_aRemoteHdr.SetNthField(3, uiBytes);
         return true;
     }
-    const bool bDone = m_aData.Reserve(uiBytes);
-    m_aHdr.SetNthField(3, m_aData.GetOptSize());
-    if (bDone) SetData4(0, pvSource, uiBytes);
-    return bDone;
+    if (!m_aRemoteData.Allocate(uiBytes)) return false;
+    m_aRemoteHdr.SetNthField(3, uiBytes);
+    return SetData4(0, aSource.data(), uiBytes);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -8,71 +9,76 @@
 #include "server/Data/RemoteData.h"
 #include "server/Data/RemoteHdr.h"
 
-/// One packet of the wire protocol: header and data block. Main thread only.
+/// One packet of the wire protocol: a header of sixteen fields and a data block.
+///
+/// The accessors of the data know its length: what lies outside is never touched. Main thread only.
 class CRemotePacket
 {
 public:
-    /// How many data bytes a request can use, given its header.
-    using DataCeiling = std::uint32_t (*)(const CRemotePacket& rPacket);
+    // Receiving.
+    [[nodiscard]] bool RecvHeader();
+    /// Receives the data that the header announces. Only the first uiCeiling bytes are kept, the
+    /// rest is read and dropped. Without memory all of it is dropped; HasLostData() tells then.
+    [[nodiscard]] bool RecvData(std::uint32_t uiCeiling);
+    /// Header and data, with GetMaxBytes() as the ceiling.
+    [[nodiscard]] bool RecvFromClient() { return RecvHeader() && RecvData(GetMaxBytes()); }
+    bool HasLostData() const { return m_bLostData; }
 
-    /// Receives a whole packet. A data block that is longer than the ceiling, or for which there is
-    /// no memory, is read and dropped: GetDataBytes() is then 0 while GetOptSize() is not.
-    /// \return false when the connection failed
-    bool RecvFromClient(DataCeiling pfnCeiling);
-    /// Sends header and data. INVALID: nothing is sent, false; NORESPONSE: nothing is sent, true.
-    /// The header stays in the client's byte order afterwards.
-    bool SendToClient();
+    /// Sends header and data. INVALID is not sent and fails, NORESPONSE is not sent and succeeds.
+    /// The header stays as it was sent: swapped when the client's byte order differs.
+    [[nodiscard]] bool SendToClient();
 
-    std::uint32_t GetMsgType() const { return m_aHdr.GetNthField(0); }
-    std::uint32_t GetSerial() const { return m_aHdr.GetNthField(1); }
-    bool IsPart() const { return m_aHdr.GetNthField(2) == 1; }
-    std::uint32_t GetOptSize() const { return m_aHdr.GetNthField(3); }  ///< as the sender says
-    std::uint32_t GetParentSerial() const { return m_aHdr.GetNthField(4); }
-    void SetMsgType(std::uint32_t uiType) { m_aHdr.SetNthField(0, uiType); }
-    void SetSerial(std::uint32_t uiSerial) { m_aHdr.SetNthField(1, uiSerial); }
-    void SetPart(bool bPart) { m_aHdr.SetNthField(2, bPart ? 1 : 0); }
-    void SetParentSerial(std::uint32_t uiSerial) { m_aHdr.SetNthField(4, uiSerial); }
-
-    /// Header fields by index; outside 0 to 15 they read as 0 and are not written.
-    std::uint32_t GetNthField(int n) const { return m_aHdr.GetNthField(n); }
+    std::uint32_t GetMsgType() const { return m_aRemoteHdr.GetNthField(0); }
+    void SetMsgType(std::uint32_t uiType) { m_aRemoteHdr.SetNthField(0, uiType); }
+    std::uint32_t GetSerial() const { return m_aRemoteHdr.GetNthField(1); }
+    void SetSerial(std::uint32_t uiSerial) { m_aRemoteHdr.SetNthField(1, uiSerial); }
+    bool IsPart() const { return m_aRemoteHdr.GetNthField(2) == 1; }
+    void SetPart(bool bPart) { m_aRemoteHdr.SetNthField(2, bPart ? 1 : 0); }
+    /// The size of the data as the header says it; a received block may hold less (GetDataBytes).
+    std::uint32_t GetOptSize() const { return m_aRemoteHdr.GetNthField(3); }
+    /// Makes a block of zero bytes. \return false without memory: the size is 0 then
+    bool SetOptSize(std::uint32_t uiBytes);
+    std::uint32_t GetParentSerial() const { return m_aRemoteHdr.GetNthField(4); }
+    void SetParentSerial(std::uint32_t uiSerial) { m_aRemoteHdr.SetNthField(4, uiSerial); }
+    std::uint32_t GetNthField(int n) const { return m_aRemoteHdr.GetNthField(n); }
+    void SetNthField(int n, std::uint32_t uiVal) { m_aRemoteHdr.SetNthField(n, uiVal); }
     float GetNthFieldF(int n) const { return std::bit_cast<float>(GetNthField(n)); }
-    void SetNthField(int n, std::uint32_t uiVal) { m_aHdr.SetNthField(n, uiVal); }
     void SetNthFieldF(int n, float fVal) { SetNthField(n, std::bit_cast<std::uint32_t>(fVal)); }
+    std::uint16_t GetRspMsg() const { return m_aRemoteHdr.GetRspMsgType(); }
 
-    std::uint16_t GetRspMsg() const { return m_aHdr.GetRspMsgType(); }
-    static constexpr std::uint32_t GetMaxBytes() { return 4194304; }  ///< intended, not enforced
-
-    std::uint32_t GetDataBytes() const { return m_aData.GetOptSize(); }  ///< bytes that are there
-    /// Copies of [uiOffset, uiOffset + uiBytes), cut where the data ends; units of 2 or 4 bytes in
-    /// host order.
+    std::uint32_t GetDataBytes() const { return m_aRemoteData.GetOptSize(); }
+    // Copies of uiBytes of the data in units of 1, 2 or 4 bytes, each in our byte order; empty when
+    // the range does not lie inside the data.
     std::vector<std::byte> GetData1(std::uint32_t uiOffset, std::uint32_t uiBytes) const;
     std::vector<std::byte> GetData2(std::uint32_t uiOffset, std::uint32_t uiBytes) const;
     std::vector<std::byte> GetData4(std::uint32_t uiOffset, std::uint32_t uiBytes) const;
-    /// Fills aDest from uiOffset on, in host order. \return false, and nothing is copied, when the
-    /// data ends before that
+    /// Fills aDest with the 4-byte units that begin at uiOffset, in our byte order.
+    /// \return false when the data is shorter; aDest is not changed then
     template <class T>
     [[nodiscard]] bool CopyData4(std::uint32_t uiOffset, std::span<T> aDest) const
     {
         static_assert(sizeof(T) == 4);
-        return mCopyData4(uiOffset, aDest.data(), aDest.size_bytes());
+        return mCopy4(uiOffset, aDest.data(), aDest.size_bytes());
     }
 
-    /// Makes header field 3 and the block uiBytes long, zero-filled; false without the memory.
-    [[nodiscard]] bool SetOptSize(std::uint32_t uiBytes);
+    // The reverse; false when the range does not lie inside the data, nothing is written then.
+    bool SetData1(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes);
+    bool SetData2(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes);
+    bool SetData4(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes);
+    /// Lets the packet send these floats. They are borrowed until it is sent or gets other data,
+    /// and copied only for a client of the other byte order. \return false without memory
+    [[nodiscard]] bool LendData4(std::span<const float> aSource);
     void ClearData();
-    /// Fill a part of the block, in the client's order; what lies beyond its end is left out.
-    void SetData1(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes);
-    void SetData2(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes);
-    void SetData4(std::uint32_t uiOffset, const void* pvSource, std::uint32_t uiBytes);
-    /// The whole block from 4-byte values, without a copy when the client has our byte order; then
-    /// they must stay until the packet is sent. \return false without the memory
-    [[nodiscard]] bool SetWholeData4(const void* pvSource, std::uint32_t uiBytes);
+
+    static constexpr std::uint32_t GetMaxBytes() { return 4194304; }
 
 private:
-    bool mRecvData(std::uint32_t uiBytes, std::uint32_t uiCeiling);
-    std::uint32_t mClip(std::uint32_t uiOffset, std::uint32_t uiBytes) const;
-    bool mCopyData4(std::uint32_t uiOffset, void* pvDest, std::size_t tBytes) const;
+    bool mInside(std::uint32_t uiOffset, std::size_t tBytes) const;
+    bool mCopy4(std::uint32_t uiOffset, void* pvDest, std::size_t tBytes) const;
+    static bool mDrop(std::size_t tBytes);
 
-    CRemoteHdr m_aHdr;
-    CRemoteData m_aData;
+    CRemoteHdr m_aRemoteHdr;
+    CRemoteData m_aRemoteData;
+    std::span<const float> m_aLent;
+    bool m_bLostData = false;
 };
