@@ -43,3 +43,9 @@ float CRfactor::mSum(int iIteration, int iWhich)
     for (std::size_t k = 0; k < m_uiNumProjs; ++k) dSum += m_vdFactor[tFirst + 2 * k + iWhich];
     return static_cast<float>(dSum);
 }
+
+std::uint32_t CRfactor::GetIterations()
+{
+    const std::lock_guard aLock(m_aMutex);
+    return m_uiIterations;
+}

@@ -19,6 +19,7 @@ public:
     void SetSize(std::uint32_t uiNumProjs, std::uint32_t uiIterations);
     /// Adds one worker's sums, same layout. Any thread.
     void SetRfactor(std::span<const double> adRfactor);
+    std::uint32_t GetIterations();
     /// The sums of one iteration, [projection][2]; empty when there is no such iteration.
     std::vector<float> GetNthIteration(short sIteration);
     float GetRawFactor(int iIteration) { return mSum(iIteration, 0); }  ///< over all projections

@@ -1,0 +1,71 @@
+#include "server/Config/GpuConfig.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+
+#include "gpulib/Device/Backend.h"
+#include "gpulib/Device/DeviceInfo.h"
+#include "server/Config/ConfigFile.h"
+
+std::unique_ptr<CGpuConfig> CGpuConfig::m_pInstance;
+
+CGpuConfig* CGpuConfig::GetInstance()
+{
+    if (!m_pInstance) m_pInstance.reset(new CGpuConfig);
+    return m_pInstance.get();
+}
+
+bool CGpuConfig::QueryDevice()
+{
+    CConfigFile aConfig;
+    aConfig.Load();
+    std::string strReason;
+    std::unique_ptr<CBackend> pBackend = MakeBackend(aConfig.GetBackend(), strReason);
+    if (!pBackend)
+    {
+        std::printf("Error: %s\n", strReason.c_str());
+        return false;
+    }
+    std::printf("Info: Backend %s.\n", strReason.c_str());
+    SetBackend(std::move(pBackend));
+
+    CDeviceInfo aInfo;
+    aInfo.Query();
+    std::vector<int> viMemory;
+    for (int i = 0; i < aInfo.GetNumDevices(); ++i) viMemory.push_back(aInfo.GetDeviceMemory(i));
+    SelectDevices(aConfig, viMemory);
+    return true;
+}
+
+void CGpuConfig::SelectDevices(const CConfigFile& rConfig, const std::vector<int>& rMemory)
+{
+    m_viDeviceID.clear();
+    m_viMemory.clear();
+    const int iDevices = static_cast<int>(rMemory.size());
+    std::printf("Info: %d devices available.\n", iDevices);
+    for (int i = 0; i < iDevices; ++i)
+    {
+        if (rConfig.IsBusyGpu(i)) continue;
+        m_viDeviceID.push_back(i);
+        m_viMemory.push_back(rMemory[i]);
+        std::printf("Info: GPU %d is used for computation.\n", i);
+    }
+    m_iServerPort = rConfig.GetServerPort();
+    m_fMemoryPercent = rConfig.GetMemoryPercent();
+    m_strBindAddress = rConfig.GetBindAddress();
+    m_fIdleTimeout = rConfig.GetIdleTimeout();
+}
+
+int CGpuConfig::GetTotalMemory() const
+{
+    std::int64_t iTotal = 0;
+    for (const int iMemory : m_viMemory) iTotal += iMemory;
+    return static_cast<int>(std::min<std::int64_t>(iTotal, std::numeric_limits<int>::max()));
+}
+
+int CGpuConfig::GetAvailableMemory() const
+{
+    return static_cast<int>(m_fMemoryPercent * static_cast<float>(GetTotalMemory()));
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+class CConfigFile;
+
+/// The devices that jobs run on and the other settings of this server. Filled once at start-up.
+class CGpuConfig
+{
+public:
+    static CGpuConfig* GetInstance();
+    static void DeleteInstance() { m_pInstance.reset(); }
+
+    /// Loads the settings, chooses the backend and lists its devices, one line each.
+    /// \return false after an "Error: " line when the wanted backend cannot be had
+    [[nodiscard]] bool QueryDevice();
+    /// Takes the devices that the settings leave: memory of all devices in MiB, by ordinal.
+    void SelectDevices(const CConfigFile& rConfig, const std::vector<int>& rMemory);
+
+    int GetNumDevices() const { return static_cast<int>(m_viDeviceID.size()); }
+    int GetDeviceID(int i) const { return mHas(i) ? m_viDeviceID[i] : -1; }
+    const int* GetDeviceIDs() const { return m_viDeviceID.data(); }
+    int GetDeviceMemory(int i) const { return mHas(i) ? m_viMemory[i] : 0; }  ///< MiB
+    int GetTotalMemory() const;                                               ///< MiB
+    int GetAvailableMemory() const;                                           ///< MiB for jobs
+    int GetServerPort() const { return m_iServerPort; }
+    const std::string& GetBindAddress() const { return m_strBindAddress; }
+    float GetIdleTimeout() const { return m_fIdleTimeout; }  ///< seconds, 0: never
+
+private:
+    CGpuConfig() = default;
+    bool mHas(int i) const { return i >= 0 && i < GetNumDevices(); }
+
+    static std::unique_ptr<CGpuConfig> m_pInstance;
+    std::vector<int> m_viMemory;
+    std::vector<int> m_viDeviceID;  // ordinals, ascending
+    float m_fMemoryPercent = 0.0f;
+    int m_iServerPort = 0;
+    std::string m_strBindAddress;
+    float m_fIdleTimeout = 0.0f;
+};
