@@ -210,6 +210,9 @@ bool CHostBackend::ForwardProject(const ForwardParams& rP)
     std::vector<int> viRows;
     if (!ReadIndex("ForwardProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aSums.iHeight, viRows))
         return false;
+    // Tiles add to the sums: a projection that stands in the set twice must not be added twice.
+    std::ranges::sort(viRows);
+    viRows.erase(std::ranges::unique(viRows).begin(), viRows.end());
     std::vector<ForwardView> vViews;
     for (const int iProj : viRows)
     {
