@@ -1,0 +1,82 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <utility>
+#include <vector>
+
+/// Plain double-precision reference of the jobs on one Y row, written from the formulas.
+///
+/// Two things are float arithmetic by definition and done so here too: the number of samples of a
+/// ray and the test whether a voxel reaches the valid columns.
+struct OracleBox
+{
+    std::array<float, 2> afCentre;  ///< x, z from the centre of the volume
+    std::array<float, 2> afHalf;    ///< half size
+};
+
+enum class EMethod
+{
+    eBackProj,
+    eSart,
+    eEm
+};
+
+/// What a job is given, for one row.
+struct OracleJob
+{
+    int iProjX = 0, iVolX = 0, iVolZ = 0;
+    std::vector<float> vfAngles;             // degrees, one per projection
+    std::vector<unsigned> vuiList;           // projections in use
+    std::vector<std::pair<int, int>> vSets;  // list positions [first, end)
+    std::vector<float> vfRelax;              // [iteration][set], empty: 1
+    int iIterations = 1;
+    std::optional<OracleBox> aBox;  // empty: no weights in plain jobs, a box of size 0 else
+    EMethod eMethod = EMethod::eSart;
+};
+
+using OracleImage = std::vector<double>;                // [proj][x] or [z][x]
+using OracleRanges = std::vector<std::pair<int, int>>;  // [proj] (first, one past last)
+
+struct OracleRfactor
+{
+    std::vector<double> vdRaw;  // [list position]
+    std::vector<double> vdDif;  // [iteration][list position]
+};
+
+class COracle
+{
+public:
+    explicit COracle(OracleJob aJob);
+
+    /// Ray sums of one projection, shape [x].
+    std::vector<double> Project(const OracleImage& rSlice, unsigned uiProj) const;
+    /// Length of the rays of one projection within a box of full size 2 * afHalf, at least 1.
+    std::vector<double> PathLengths(const OracleBox& rBox, unsigned uiProj) const;
+    /// Reprojection of the list into rows of rProjs, divided by the pre-weights when there is a
+    /// box.
+    void Reproject(const OracleImage& rSlice, OracleImage& rProjs) const;
+    /// The job on one row; rSlice is the start and the result.
+    OracleRfactor Reconstruct(OracleImage aMeasured, const OracleRanges& rRanges,
+                              OracleImage& rSlice) const;
+
+private:
+    enum class EUpdate
+    {
+        eSart,
+        eEm
+    };
+    double mPreWeight(unsigned uiProj, int iX) const
+    {
+        return m_vdPre[uiProj * m_aJob.iProjX + iX];
+    }
+    OracleImage mCompare(const OracleImage& rMeasured, const OracleImage& rSlice,
+                         std::pair<int, int> aSet, EUpdate eUpdate) const;
+    void mUpdate(const OracleImage& rRows, const OracleRanges& rRanges, std::pair<int, int> aSet,
+                 double dRelax, EUpdate eUpdate, OracleImage& rSlice) const;
+    std::vector<double> mSumAbs(const OracleImage& rRows) const;
+
+    OracleJob m_aJob;
+    std::vector<float> m_vfCos, m_vfSin;
+    std::vector<double> m_vdPre, m_vdPrj;  // weights, [proj][x]
+};
