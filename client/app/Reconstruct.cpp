@@ -194,7 +194,7 @@ bool CReconstruct::mWriteRfactors()
     if (m_aArgs.m_strRfactors.empty()) return true;
     std::string strText = "iteration,rfactor\n";
     for (std::size_t i = 0; i < m_vdRfactors.size(); ++i)
-        strText += Format("%zu,%.9g\n", i + 1, m_vdRfactors[i]);
+        strText += Format("%zu,%.6g\n", i + 1, m_vdRfactors[i]);
     return WriteTextFile(m_aArgs.m_strRfactors, strText, m_strError);
 }
 

@@ -51,12 +51,6 @@ std::string CheckServer(const std::string& strText)
     return ParseServer(strText, strHost, usPort) ? std::string() : "expected HOST:PORT";
 }
 
-const CLI::Range& Positive()
-{
-    static const CLI::Range aRange(1, 1 << 24, "");
-    return aRange;
-}
-
 void AddReportOptions(CLI::App& rApp, ReportOptions& rReport)
 {
     rApp.add_flag("-q,--quiet", rReport.m_bQuiet, "Say nothing but errors");
@@ -99,9 +93,9 @@ CLI::App* AddReconstruct(CLI::App& rApp, ReconstructArgs& rArgs)
         ->required();
     pCommand->add_option("--thickness", rArgs.m_iThickness, "Extent of the volume along Z, voxels")
         ->required()
-        ->check(Positive());
+        ->check(CLI::PositiveNumber);
     pCommand->add_option("--width", rArgs.m_iWidth, "Extent along X, voxels [the detector's]")
-        ->check(Positive());
+        ->check(CLI::PositiveNumber);
 
     pCommand->add_option("--method", rArgs.m_strMethod, "sart, em or bp (plain back projection)")
         ->check(CLI::IsMember({"sart", "em", "bp"}))
@@ -114,7 +108,7 @@ CLI::App* AddReconstruct(CLI::App& rApp, ReconstructArgs& rArgs)
         ->capture_default_str();
     CLI::Option* pSubsets =
         AddIterative("--subsets", rArgs.m_iSubsets, "Subsets of projections per iteration")
-            ->check(Positive())
+            ->check(CLI::PositiveNumber)
             ->capture_default_str();
     AddIterative("--subset-sizes", rArgs.m_strSubsetSizes, "Sizes of the subsets, such as 21,20,20")
         ->type_name("LIST")
@@ -176,7 +170,7 @@ CLI::App* AddReproject(CLI::App& rApp, ReprojectArgs& rArgs)
         ->type_name("FILE")
         ->required();
     pCommand->add_option("--width", rArgs.m_iWidth, "Columns of the detector [the volume's X]")
-        ->check(Positive());
+        ->check(CLI::PositiveNumber);
     AddServerOptions(*pCommand, rArgs.m_aServer);
     AddReportOptions(*pCommand, rArgs.m_aReport);
     pCommand->footer("Example:\n  talven reproject --volume rec.mrc --angles ts.tlt -o again.mrc");

@@ -182,7 +182,7 @@ bool CConnection::Recv(std::span<std::byte> pData)
             pData = pData.subspan(static_cast<std::size_t>(iGot));
             continue;
         }
-        if (iGot == 0) return mFail("the server closed the connection");
+        if (iGot == 0) return mFail("connection lost: the server closed it");
         if (errno == EINTR) continue;
         if (errno != EAGAIN) return mFail(std::string("connection lost: ") + strerror(errno));
         if (!mWait(POLLIN, -1)) return false;

@@ -1,0 +1,215 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <numeric>
+
+#include "FakeServer.h"
+#include "talven/Session.h"
+
+namespace talven::test
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+constexpr int s_iX = 5, s_iY = 3, s_iZ = 4;
+
+/// What a reconstruction sends, in order; false as soon as a step fails.
+bool RunJob(CSession& rSession, std::uint16_t usPort)
+{
+    const std::vector<float> vfPixels(s_iX * s_iY, 2.5f);
+    const ReconOptions aOptions = {EMethod::EM, 3, {1, 1}, {1, 1, 0.5, 0.5, 0.25, 0.25}};
+    const WeightBox aBox = {1, -2, 10, 20};
+    const auto IgnoreImage = [](int, std::span<const float>) { return true; };
+    std::vector<RfactorSums> aSums;
+    return rSession.Open("127.0.0.1", usPort, 5s) &&
+           rSession.SetStackSize(s_iX, s_iY, std::vector<float>{-10, 20}) &&
+           rSession.SetProjection(0, vfPixels) && rSession.SetProjection(1, vfPixels) &&
+           rSession.SelectProjections(std::vector<std::uint32_t>{1, 0}) &&
+           rSession.SetVolumeSize(s_iX, s_iY, s_iZ) && rSession.SetSlice(3, vfPixels) &&
+           rSession.SetReconOptions(aOptions) && rSession.SetWeightBox(&aBox) &&
+           rSession.Reconstruct() && rSession.GetRfactors(2, aSums) &&
+           rSession.GetSlices(s_iZ, s_iX * s_iY, IgnoreImage);
+}
+
+TEST(Session, SendsWhatTheProtocolAsksFor)
+{
+    CFakeServer aServer;
+    {
+        CSession aSession;
+        ASSERT_TRUE(RunJob(aSession, aServer.GetPort())) << aSession.GetError();
+        aSession.Close();
+    }
+    const std::vector<Message> aMessages = aServer.WaitForMessages();
+    std::vector<EMsg> aeTypes;
+    for (std::size_t i = 0; i < aMessages.size(); ++i)
+    {
+        aeTypes.push_back(aMessages[i].m_aHeader.GetType());
+        EXPECT_EQ(aMessages[i].m_aHeader.GetSerial(), i + 1);
+        EXPECT_EQ(aMessages[i].m_aHeader.m_auiFields[2], 0u) << "no parts";
+    }
+    ASSERT_EQ(aeTypes, (std::vector<EMsg>{EMsg::BYTEORDER, EMsg::PROJSIZE, EMsg::PROJSET,
+                                          EMsg::PROJSET, EMsg::SETOP, EMsg::VOLSIZE, EMsg::VOLSET,
+                                          EMsg::RECONOPT, EMsg::WEIGHTOPT, EMsg::RECONSTRUCT,
+                                          EMsg::RECONSTATGET, EMsg::VOLGET, EMsg::VOLGET,
+                                          EMsg::VOLGET, EMsg::VOLGET, EMsg::QUIT}));
+    const auto Fields = [&](int iMessage, int iFirst, int iCount)
+    {
+        const auto pFirst = aMessages[std::size_t(iMessage)].m_aHeader.m_auiFields.begin() + iFirst;
+        return std::vector<std::uint32_t>(pFirst, pFirst + iCount);
+    };
+    using Words = std::vector<std::uint32_t>;
+    EXPECT_EQ(Fields(0, 4, 1), Words{0x1234ABCD});
+    EXPECT_EQ(Fields(1, 4, 3), (Words{5, 3, 2}));
+    EXPECT_EQ(aMessages[1].GetFloats(), (std::vector<float>{-10, 0, 20, 0}));
+    EXPECT_EQ(Fields(3, 4, 1), Words{1});
+    EXPECT_EQ(aMessages[3].m_vcData.size(), std::size_t(8 * s_iY + 4 * s_iX * s_iY));
+    const Words vuiProjection = aMessages[3].GetWords();
+    EXPECT_EQ(Words(vuiProjection.begin(), vuiProjection.begin() + 6), (Words{0, 5, 0, 5, 0, 5}));
+    EXPECT_EQ(aMessages[3].GetFloats()[6], 2.5f);
+    EXPECT_EQ(Fields(4, 4, 2), (Words{1, 2}));
+    EXPECT_EQ(aMessages[4].GetWords(), (Words{1, 0}));
+    EXPECT_EQ(Fields(5, 4, 3), (Words{5, 3, 4}));
+    EXPECT_EQ(Fields(6, 4, 1), Words{3});
+    EXPECT_EQ(Fields(7, 4, 3), (Words{2, 3, 2}));
+    const Words vuiSets = aMessages[7].GetWords();
+    const std::vector<float> vfRelax = aMessages[7].GetFloats();
+    EXPECT_EQ(Words(vuiSets.begin(), vuiSets.begin() + 2), (Words{1, 1}));
+    EXPECT_EQ(std::vector<float>(vfRelax.begin() + 2, vfRelax.end()),
+              (std::vector<float>{1, 1, 0.5, 0.5, 0.25, 0.25}));
+    EXPECT_EQ(Fields(8, 4, 6),
+              (Words{1, 1, std::bit_cast<std::uint32_t>(1.0f), std::bit_cast<std::uint32_t>(-2.0f),
+                     std::bit_cast<std::uint32_t>(10.0f), std::bit_cast<std::uint32_t>(20.0f)}));
+    EXPECT_EQ(Fields(10, 4, 1), Words{2});
+    EXPECT_EQ(Fields(14, 4, 1), Words{3});
+}
+
+TEST(Session, BringsBackImagesSumsAndMemory)
+{
+    CFakeServer aServer;
+    CSession aSession;
+    ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s)) << aSession.GetError();
+    std::uint64_t ulMemory = 0;
+    ASSERT_TRUE(aSession.GetServerMemory(ulMemory)) << aSession.GetError();
+    EXPECT_EQ(ulMemory, std::uint64_t(6000) << 20);
+
+    ASSERT_TRUE(aSession.SetStackSize(s_iX, s_iY, std::vector<float>(40, 0.0f)));
+    for (int i = 0; i < 40; ++i)
+        ASSERT_TRUE(aSession.SetProjection(i, std::vector<float>(s_iX * s_iY, float(i))));
+    int iNext = 0;
+    ASSERT_TRUE(aSession.GetProjections(40, s_iX * s_iY,
+                                        [&](int i, std::span<const float> pfPixels)
+                                        {
+                                            EXPECT_EQ(i, iNext++);
+                                            EXPECT_EQ(pfPixels.front(), float(i));
+                                            return pfPixels.back() == float(i);
+                                        }))
+        << aSession.GetError();
+    EXPECT_EQ(iNext, 40);
+
+    ASSERT_TRUE(aSession.SetVolumeSize(s_iX, s_iY, s_iZ));
+    ASSERT_TRUE(aSession.GetSlices(s_iZ, s_iX * s_iY,
+                                   [](int z, std::span<const float> pfPixels)
+                                   { return pfPixels[7] == 1000.0f * float(z) + 7; }));
+    std::vector<RfactorSums> aSums;
+    ASSERT_TRUE(aSession.GetRfactors(3, aSums));
+    EXPECT_EQ(aSums.size(), 40u);
+    EXPECT_DOUBLE_EQ(CalcRfactor(aSums), 0.25);
+    EXPECT_TRUE(std::isnan(CalcRfactor({})));
+}
+
+TEST(Session, GoesOnAfterARefusal)
+{
+    for (const EMsg eMsg : {EMsg::PROJSIZE, EMsg::PROJSET, EMsg::SETOP, EMsg::VOLSET,
+                            EMsg::RECONOPT, EMsg::RECONSTRUCT, EMsg::RECONSTATGET, EMsg::VOLGET})
+    {
+        SCOPED_TRACE(GetMsgName(eMsg));
+        CFakeServer aServer(Faults{{eMsg}});
+        CSession aSession;
+        EXPECT_FALSE(RunJob(aSession, aServer.GetPort()));
+        EXPECT_TRUE(aSession.WasRefused());
+        EXPECT_EQ(aSession.GetError().rfind(GetMsgName(eMsg), 0), 0u) << aSession.GetError();
+        std::uint64_t ulMemory = 0;
+        EXPECT_TRUE(aSession.GetServerMemory(ulMemory)) << aSession.GetError();
+        EXPECT_FALSE(aSession.WasRefused());
+    }
+}
+
+TEST(Session, EndsWhenTheServerDoes)
+{
+    for (const EMsg eMsg : {EMsg::PROJSIZE, EMsg::PROJSET, EMsg::VOLSET, EMsg::RECONSTRUCT,
+                            EMsg::RECONSTATGET, EMsg::VOLGET})
+    {
+        SCOPED_TRACE(GetMsgName(eMsg));
+        CFakeServer aServer(Faults{{}, eMsg});
+        CSession aSession;
+        EXPECT_FALSE(RunJob(aSession, aServer.GetPort()));
+        EXPECT_FALSE(aSession.WasRefused());
+        EXPECT_FALSE(aSession.IsOpen());
+        EXPECT_FALSE(aSession.GetError().empty());
+        EXPECT_FALSE(aSession.Reconstruct()) << "closed for good";
+    }
+}
+
+TEST(Session, DoesNotTakeTheReplyOfAnotherRequest)
+{
+    for (const Faults& rFaults :
+         {Faults{{}, EMsg::LOG, EMsg::PROJSIZE}, Faults{{}, EMsg::LOG, EMsg::VOLGET},
+          Faults{{}, EMsg::LOG, EMsg::LOG, EMsg::RECONOPT}})
+    {
+        CFakeServer aServer(rFaults);
+        CSession aSession;
+        EXPECT_FALSE(RunJob(aSession, aServer.GetPort()));
+        EXPECT_FALSE(aSession.IsOpen());
+        EXPECT_FALSE(aSession.WasRefused());
+    }
+}
+
+TEST(Session, ASinkThatFailsEndsTheTransfer)
+{
+    CFakeServer aServer;
+    CSession aSession;
+    ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s));
+    ASSERT_TRUE(aSession.SetVolumeSize(s_iX, s_iY, s_iZ));
+    EXPECT_FALSE(
+        aSession.GetSlices(s_iZ, s_iX * s_iY, [](int z, std::span<const float>) { return z < 1; }));
+    EXPECT_FALSE(aSession.IsOpen());
+}
+
+TEST(Session, AnInterruptEndsTheWait)
+{
+    int aiPipe[2];
+    ASSERT_EQ(pipe(aiPipe), 0);
+    // Nobody answers on this connection: the listening socket of a server that serves another.
+    CFakeServer aServer(Faults{});
+    CSession aFirst, aSecond;
+    ASSERT_TRUE(aFirst.Open("127.0.0.1", aServer.GetPort(), 5s));
+    aSecond.SetInterruptFd(aiPipe[0]);
+    ASSERT_TRUE(aSecond.Open("127.0.0.1", aServer.GetPort(), 5s));
+    std::thread aUser(
+        [&]
+        {
+            std::this_thread::sleep_for(50ms);
+            EXPECT_EQ(write(aiPipe[1], "x", 1), 1);
+        });
+    std::uint64_t ulMemory = 0;
+    EXPECT_FALSE(aSecond.GetServerMemory(ulMemory));
+    EXPECT_TRUE(aSecond.WasInterrupted()) << aSecond.GetError();
+    aUser.join();
+    close(aiPipe[0]);
+    close(aiPipe[1]);
+}
+
+TEST(Session, SaysThatNobodyListens)
+{
+    CSession aSession;
+    EXPECT_FALSE(aSession.Open("127.0.0.1", 1, 5s));
+    EXPECT_EQ(aSession.GetError(), "cannot reach a server at 127.0.0.1:1: Connection refused");
+    EXPECT_FALSE(aSession.Open("no-such-host.invalid", 1, 5s));
+    EXPECT_NE(aSession.GetError().find("no-such-host.invalid"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace talven::test
