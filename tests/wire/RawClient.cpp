@@ -1,0 +1,156 @@
+#include "tests/wire/RawClient.h"
+
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <bit>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+namespace
+{
+constexpr int g_iDeadlineMs = 20000;
+
+bool WaitReadable(int iSocket, int iMs)
+{
+    pollfd aPoll = {iSocket, POLLIN, 0};
+    return poll(&aPoll, 1, iMs) == 1;
+}
+}  // namespace
+
+std::uint32_t Bits(float fValue)
+{
+    return std::bit_cast<std::uint32_t>(fValue);
+}
+
+std::vector<float> Packet::Floats() const
+{
+    std::vector<float> vfValues(vuiData.size());
+    for (std::size_t i = 0; i < vfValues.size(); ++i)
+        vfValues[i] = std::bit_cast<float>(vuiData[i]);
+    return vfValues;
+}
+
+RawClient::RawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
+{
+    sockaddr_in aAddress = {};
+    aAddress.sin_family = AF_INET;
+    aAddress.sin_port = htons(static_cast<std::uint16_t>(iPort));
+    aAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    for (int i = 0; i < 500; ++i)
+    {
+        m_iSocket = socket(AF_INET, SOCK_STREAM, 0);
+        if (connect(m_iSocket, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress) == 0)
+            return;
+        Close();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+void RawClient::Close()
+{
+    if (m_iSocket != -1) close(m_iSocket);
+    m_iSocket = -1;
+}
+
+void RawClient::Reset()
+{
+    const linger aLinger = {1, 0};
+    setsockopt(m_iSocket, SOL_SOCKET, SO_LINGER, &aLinger, sizeof aLinger);
+    Close();
+}
+
+std::uint32_t RawClient::mOrder(std::uint32_t uiValue) const
+{
+    return m_bSwap ? __builtin_bswap32(uiValue) : uiValue;
+}
+
+RawClient::Words RawClient::ToWords(const std::vector<float>& vfValues)
+{
+    Words vuiWords(vfValues.size());
+    for (std::size_t i = 0; i < vuiWords.size(); ++i) vuiWords[i] = Bits(vfValues[i]);
+    return vuiWords;
+}
+
+bool RawClient::SendBytes(const void* pvData, std::size_t tBytes)
+{
+    const char* pcNext = static_cast<const char*>(pvData);
+    while (tBytes > 0)
+    {
+        const ssize_t tDone = send(m_iSocket, pcNext, tBytes, MSG_NOSIGNAL);
+        if (tDone <= 0) return false;
+        pcNext += tDone;
+        tBytes -= static_cast<std::size_t>(tDone);
+    }
+    return true;
+}
+
+bool RawClient::SendHeader(std::uint32_t uiType, const Words& vuiFields, std::uint32_t uiOptSize)
+{
+    std::array<std::uint32_t, 16> auiHeader{};
+    auiHeader[0] = uiType;
+    auiHeader[1] = ++m_uiSerial;
+    auiHeader[3] = uiOptSize;
+    for (std::size_t i = 0; i < vuiFields.size() && i < 12; ++i) auiHeader[4 + i] = vuiFields[i];
+    for (std::uint32_t& rField : auiHeader) rField = mOrder(rField);
+    return SendBytes(auiHeader.data(), sizeof auiHeader);
+}
+
+bool RawClient::Send(std::uint32_t uiType, const Words& vuiFields, const Words& vuiData)
+{
+    Words vuiWire(vuiData);
+    for (std::uint32_t& rWord : vuiWire) rWord = mOrder(rWord);
+    return SendHeader(uiType, vuiFields, static_cast<std::uint32_t>(4 * vuiWire.size())) &&
+           SendBytes(vuiWire.data(), 4 * vuiWire.size());
+}
+
+bool RawClient::mReceiveAll(void* pvData, std::size_t tBytes)
+{
+    char* pcNext = static_cast<char*>(pvData);
+    while (tBytes > 0)
+    {
+        if (!WaitReadable(m_iSocket, g_iDeadlineMs)) return false;
+        const ssize_t tDone = recv(m_iSocket, pcNext, tBytes, 0);
+        if (tDone <= 0) return false;
+        pcNext += tDone;
+        tBytes -= static_cast<std::size_t>(tDone);
+    }
+    return true;
+}
+
+std::optional<Packet> RawClient::Receive()
+{
+    Packet aPacket;
+    if (!mReceiveAll(aPacket.auiFields.data(), sizeof aPacket.auiFields)) return std::nullopt;
+    for (std::uint32_t& rField : aPacket.auiFields) rField = mOrder(rField);
+    if (aPacket.OptSize() > (1u << 28)) return std::nullopt;
+    aPacket.vuiData.resize(aPacket.OptSize() / 4);
+    if (!mReceiveAll(aPacket.vuiData.data(), 4 * aPacket.vuiData.size())) return std::nullopt;
+    for (std::uint32_t& rWord : aPacket.vuiData) rWord = mOrder(rWord);
+    return aPacket;
+}
+
+std::optional<Packet> RawClient::Ask(std::uint32_t uiType, const Words& vuiFields,
+                                     const Words& vuiData)
+{
+    if (!Send(uiType, vuiFields, vuiData)) return std::nullopt;
+    std::optional<Packet> aReply = Receive();
+    if (aReply && aReply->Parent() != m_uiSerial) return std::nullopt;
+    return aReply;
+}
+
+bool RawClient::IsSilent(double dSeconds)
+{
+    return !WaitReadable(m_iSocket, static_cast<int>(1000 * dSeconds));
+}
+
+bool RawClient::IsClosedByPeer()
+{
+    char acDropped[4096];
+    while (WaitReadable(m_iSocket, g_iDeadlineMs))
+        if (recv(m_iSocket, acDropped, sizeof acDropped, 0) <= 0) return true;
+    return false;
+}

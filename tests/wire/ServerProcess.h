@@ -1,0 +1,49 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+/// The real server as a child process, in a temporary directory of its own that is also its home.
+class ServerProcess
+{
+public:
+    using Environment = std::map<std::string, std::string>;
+
+    ServerProcess() = default;  ///< not started
+    ~ServerProcess();           ///< ends the server
+    ServerProcess(const ServerProcess&) = delete;
+    ServerProcess& operator=(const ServerProcess&) = delete;
+
+    /// Starts the server on a free port of the loopback, on the host backend, unless rExtra says
+    /// otherwise (an empty value unsets a variable). strConfig becomes config.gpu when it is not
+    /// empty.
+    void Start(const Environment& rExtra = {}, const std::string& strConfig = {});
+
+    /// Runs the server until it ends by itself, which it must do within 20 s. \return exit code,
+    /// -1 when it had to be killed
+    static int RunToEnd(const Environment& rExtra, const std::string& strConfig,
+                        std::string& rOutput);
+
+    int GetPort() const { return m_iPort; }
+    bool IsRunning();
+    std::string GetOutput() const;  ///< standard output so far
+    /// Waits until the output holds strText iTimes times; false after 10 s.
+    bool WaitForOutput(const std::string& strText, int iTimes = 1) const;
+    int CountInOutput(const std::string& strText) const;
+    const std::filesystem::path& GetHome() const { return m_aHome; }
+    pid_t GetPid() const { return m_iPid; }
+
+    static int FindFreePort();
+
+private:
+    std::filesystem::path m_aHome;
+    pid_t m_iPid = -1;
+    int m_iPort = 0;
+};
+
+/// How often a text stands in another one.
+int CountIn(const std::string& strText, const std::string& strWanted);
