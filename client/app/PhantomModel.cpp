@@ -95,17 +95,17 @@ std::vector<CEllipsoid> CSpecimen::Make(int iBeads)
     const auto Radii = [&](double dA, double dB, double dC) {
         return Vector{dA * dUnit, dB * dUnit, dC * dUnit};
     };
-    for (int i = 0; i < 5; ++i)  // vesicles
+    for (int i = 0; i < 8; ++i)  // vesicles
     {
         const double dSize = mBetween(0.22, 0.42);
         mAdd(0.78, Radii(dSize * mBetween(1, 1.5), dSize, dSize), 1.0, true);
     }
-    for (int i = 0; i < 12; ++i)  // granules
+    for (int i = 0; i < 24; ++i)  // granules
     {
         const double dSize = mBetween(0.06, 0.16);
         mAdd(0.78, Radii(dSize, dSize * mBetween(0.7, 1), dSize), mBetween(0.8, 1.8), false);
     }
-    for (int i = 0; i < 6; ++i)  // filaments
+    for (int i = 0; i < 8; ++i)  // filaments
         mAdd(0.78, Radii(mBetween(0.5, 0.7), 0.045, 0.045), 1.2, false);
     for (int i = 0; i < iBeads; ++i)
     {

@@ -43,8 +43,8 @@ Axis MakeValueAxis(std::span<const double> pdValues)
         dHigh = bFirst ? dValue : std::max(dHigh, dValue);
         bFirst = false;
     }
-    if (dLow < 0.6 * dHigh) dLow = 0;  // near enough to show the zero line
-    if (dHigh <= dLow) dHigh = dLow + (dLow > 0 ? 0.1 * dLow : 1);
+    if (dLow < 0.6 * dHigh || dLow == dHigh) dLow = 0;  // near enough to show the zero line
+    if (dHigh <= dLow) dHigh = dLow + 1;
     const double dStep = ChooseStep(dHigh - dLow, 7);
     return {std::floor(dLow / dStep) * dStep, std::ceil(dHigh / dStep) * dStep, dStep};
 }
@@ -101,14 +101,14 @@ void CPlot::DrawFrame(const std::string& strTitle) const
             std::max(0, -static_cast<int>(std::floor(std::log10(m_aY.m_dStep) + 1e-9)));
         m_rPicture.DrawText(s_dLeft - 8, dY, Format("%.*f", iDecimals, dValue), 13, {1, 0.5});
     }
-    for (int i = 0; 1 + i * m_aX.m_dStep <= m_aX.m_dTo; ++i)
+    for (double dValue = m_aX.m_dStep; dValue <= m_aX.m_dTo; dValue += m_aX.m_dStep)
     {
-        const double dX = std::floor(mX(1 + i * m_aX.m_dStep)) + 0.5;
+        const double dX = std::floor(mX(dValue)) + 0.5;
         cairo_set_source_rgb(pContext, 0.15, 0.15, 0.15);
         cairo_move_to(pContext, dX, dBottom);
         cairo_line_to(pContext, dX, dBottom + 5);
         cairo_stroke(pContext);
-        m_rPicture.DrawText(dX, dBottom + 8, Format("%.0f", 1 + i * m_aX.m_dStep), 13, {0.5, 0});
+        m_rPicture.DrawText(dX, dBottom + 8, Format("%.0f", dValue), 13, {0.5, 0});
     }
     cairo_rectangle(pContext, s_dLeft + 0.5, std::floor(s_dTop) + 0.5, dRight - s_dLeft,
                     dBottom - s_dTop);
@@ -126,6 +126,7 @@ void CPlot::DrawFrame(const std::string& strTitle) const
 void CPlot::DrawCurve(std::span<const double> pdValues) const
 {
     cairo_t* pContext = m_rPicture.GetContext();
+    cairo_new_path(pContext);  // text leaves a current point
     cairo_set_source_rgb(pContext, 0.12, 0.38, 0.66);
     cairo_set_line_width(pContext, 2);
     const auto ForAll = [&](auto Visit)
