@@ -4,7 +4,9 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -23,7 +25,7 @@ void SetOption(int iSocket, int iLevel, int iOption, int iValue)
 }
 
 /// A peer that died without a word is noticed after about two minutes.
-void SetClientOptions(int iSocket)
+void SetClientOptions(int iSocket, float fIdleTimeout)
 {
     SetOption(iSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
     SetOption(iSocket, IPPROTO_TCP, TCP_NODELAY, 1);
@@ -32,6 +34,12 @@ void SetClientOptions(int iSocket)
     SetOption(iSocket, IPPROTO_TCP, TCP_KEEPINTVL, 15);
     SetOption(iSocket, IPPROTO_TCP, TCP_KEEPCNT, 4);
 #endif
+    if (fIdleTimeout <= 0.0f) return;
+    const auto iMicroseconds = static_cast<long long>(1e6 * fIdleTimeout);
+    const timeval aWait = {static_cast<time_t>(iMicroseconds / 1000000),
+                           static_cast<suseconds_t>(std::max(iMicroseconds % 1000000, 1LL))};
+    setsockopt(iSocket, SOL_SOCKET, SO_RCVTIMEO, &aWait, sizeof aWait);
+    setsockopt(iSocket, SOL_SOCKET, SO_SNDTIMEO, &aWait, sizeof aWait);
 }
 
 bool Bind(int iSocket, int iPort, const std::string& strAddress)
@@ -108,7 +116,7 @@ int Util_TcpServer::ConnectClient(float fSeconds)
     do m_iClientSock = accept4(m_iServerSock, nullptr, nullptr, SOCK_CLOEXEC);
     while (m_iClientSock == -1 && (errno == EINTR || errno == ECONNABORTED));
     if (m_iClientSock == -1) return -1;
-    SetClientOptions(m_iClientSock);
+    SetClientOptions(m_iClientSock, m_fIdleTimeout);
     return 1;
 }
 
@@ -120,11 +128,6 @@ bool Util_TcpServer::CanRecvNow(float fSeconds)
 bool Util_TcpServer::CanSendNow(float fSeconds)
 {
     return m_iClientSock != -1 && Util_TcpSocket::CheckWriteEvent(m_iClientSock, fSeconds);
-}
-
-int Util_TcpServer::WaitForData(float fSeconds)
-{
-    return m_iClientSock == -1 ? -1 : Util_TcpSocket::WaitReadable(m_iClientSock, fSeconds);
 }
 
 bool Util_TcpServer::DoRecv(void* pvBuffer, std::size_t tBytes)

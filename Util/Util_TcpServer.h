@@ -21,14 +21,14 @@ public:
     static void CloseServer();
     static int GetPort();  ///< of the listening socket, 0 when there is none
     void CloseClient();
+    /// A client that neither sends nor takes anything for so long counts as lost (0: never); for
+    /// the clients that connect from now on.
+    void SetIdleTimeout(float fSeconds) { m_fIdleTimeout = fSeconds; }
 
     /// 1: a client is connected, now or already; 0: nothing happened; -1: accept failed.
     int ConnectClient(float fSeconds);
     bool CanRecvNow(float fSeconds);
     bool CanSendNow(float fSeconds);
-    /// Like CanRecvNow, but tells a silent client: 1 readable, 0 nothing came, -1 no client,
-    /// failed.
-    int WaitForData(float fSeconds);
     bool DoRecv(void* pvBuffer, std::size_t tBytes);  ///< all of it or false
     bool DoSend(const void* pvBuffer, std::size_t tBytes);
     bool DoSend(const void* pvFirst, std::size_t tFirst, const void* pvSecond, std::size_t tSecond);
@@ -38,4 +38,5 @@ private:
     static std::unique_ptr<Util_TcpServer> m_pInstance;
     static int m_iServerSock;
     int m_iClientSock = -1;
+    float m_fIdleTimeout = 0.0f;
 };

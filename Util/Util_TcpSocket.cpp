@@ -57,11 +57,6 @@ bool Util_TcpSocket::CheckWriteEvent(int iSocket, float fSeconds)
     return Poll(iSocket, POLLOUT, fSeconds) != -1;
 }
 
-int Util_TcpSocket::WaitReadable(int iSocket, float fSeconds)
-{
-    return Poll(iSocket, POLLIN, fSeconds);
-}
-
 int Util_TcpSocket::GetPort(int iSocket)
 {
     sockaddr_in aAddress = {};

@@ -12,8 +12,6 @@ public:
     /// \return false only when the wait itself fails; a wait that runs out counts as ready
     static bool CheckReadEvent(int iSocket, float fSeconds);
     static bool CheckWriteEvent(int iSocket, float fSeconds);
-    /// The same, but tells a wait that ran out: 1 ready, 0 ran out, -1 failed.
-    static int WaitReadable(int iSocket, float fSeconds);
     static int GetPort(int iSocket);  ///< local port, 0 when unknown
 
     /// Move exactly tBytes; false when the peer closes or an error occurs before that.

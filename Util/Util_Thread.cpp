@@ -8,9 +8,9 @@ Util_Thread::~Util_Thread()
     if (m_aThread.joinable()) m_aThread.join();
 }
 
-void Util_Thread::Start()
+bool Util_Thread::Start()
 {
-    if (IsAlive()) return;
+    if (IsAlive()) return true;
     if (m_aThread.joinable()) m_aThread.join();
     {
         const std::lock_guard aLock(m_aMutex);
@@ -19,10 +19,12 @@ void Util_Thread::Start()
     try
     {
         m_aThread = std::thread([this] { ThreadMain(); });
+        return true;
     }
     catch (const std::system_error&)
     {
         mSetAlive(false);
+        return false;
     }
 }
 

@@ -16,8 +16,10 @@ public:
     Util_Thread(const Util_Thread&) = delete;
     Util_Thread& operator=(const Util_Thread&) = delete;
 
-    void Start();  ///< starts the thread unless it is alive; ThreadMain marks it alive
-    void Stop();   ///< requests a stop
+    /// Starts the thread unless it is alive; ThreadMain marks it alive.
+    /// \return false when the system gives no thread
+    bool Start();
+    void Stop();  ///< requests a stop
     /// Joins the thread when fSeconds is negative, else waits that long (a signal on the condition
     /// ends the wait early). \return whether the thread is still alive
     bool WaitForExit(float fSeconds);

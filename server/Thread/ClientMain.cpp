@@ -1,0 +1,165 @@
+#include "server/Thread/ClientMain.h"
+
+#include <cstdio>
+#include <new>
+
+#include "Util/Util_TcpServer.h"
+#include "server/Config/GpuConfig.h"
+#include "server/Data/ByteOrder.h"
+#include "server/Data/CmdReply.h"
+#include "server/Data/DataReply.h"
+#include "server/Data/Recon/MProjData.h"
+#include "server/Data/Recon/ProjData.h"
+#include "server/Data/Recon/ReconOpt.h"
+#include "server/Data/Recon/Rfactor.h"
+#include "server/Data/Recon/SetOp.h"
+#include "server/Data/Recon/SmoothOpt.h"
+#include "server/Data/Recon/VolData.h"
+#include "server/Data/Refuse.h"
+#include "server/Data/SendMain.h"
+#include "server/Util/LogFile.h"
+
+namespace
+{
+constexpr std::uint32_t g_uiDefaultCeiling = 65536;  // data of messages that use none
+}
+
+bool CClientMain::ConnectClient()
+{
+    Util_TcpServer* pServer = Util_TcpServer::GetInstance();
+    pServer->SetIdleTimeout(CGpuConfig::GetInstance()->GetIdleTimeout());
+    int iResult = 0;
+    while (iResult == 0) iResult = pServer->ConnectClient(5.0f);
+    CLogFile* pLogFile = CLogFile::GetInstance();
+    pLogFile->LogTime();
+    pLogFile->LogInfo(iResult == 1 ? "Info: Client has been connected."
+                                   : "Error: Client connection failed.");
+    return iResult == 1;
+}
+
+void CClientMain::DoIt()
+{
+    m_bQuit = false;
+    for (;;)
+    {
+        if (!mHasClientPacket()) continue;
+        mRecvPacket();
+        mProcessCmd();
+        if (m_bQuit) m_bQuit = !ConnectClient();
+    }
+}
+
+bool CClientMain::mHasClientPacket()
+{
+    Util_TcpServer* pServer = Util_TcpServer::GetInstance();
+    pServer->ConnectClient(5.0f);
+    return pServer->CanRecvNow(0.01f);
+}
+
+void CClientMain::mRecvPacket()
+{
+    bool bReceived = m_aRemotePacket.RecvHeader();
+    if (bReceived)
+    {
+        const Command* pCommand = mFindCommand(m_aRemotePacket.GetMsgType());
+        const bool bUsesData = pCommand != nullptr && pCommand->m_pCeiling != nullptr;
+        bReceived = m_aRemotePacket.RecvData(bUsesData ? pCommand->m_pCeiling(m_aRemotePacket)
+                                                       : g_uiDefaultCeiling);
+    }
+    if (bReceived)
+        CLogFile::GetInstance()->LogClientPacket(&m_aRemotePacket);
+    else
+    {
+        CLogFile::GetInstance()->LogInfo("Error: Failed to receive client packet.");
+        m_aRemotePacket.SetMsgType(CMsgConst::QUIT);  // a lost connection is a client that quits
+    }
+}
+
+void CClientMain::mProcessCmd()
+{
+    const std::uint32_t uiMsgType = m_aRemotePacket.GetMsgType();
+    if (const Command* pCommand = mFindCommand(uiMsgType)) mServe(*pCommand);
+    // A QUIT has ended the client already and does it a second time here.
+    if (m_bQuit) mHandleClientQuit();
+    if (uiMsgType == CMsgConst::INVALID) mHandleClientQuit();
+}
+
+void CClientMain::mServe(const Command& rCommand)
+{
+    const bool bDone = mHandle(rCommand);
+    if (rCommand.m_bAnnounce) std::printf("CClientMain: Responding %s\n", rCommand.m_pcName);
+    mReply(rCommand, bDone);
+}
+
+/// Runs the handler; says in one line why a request was refused or failed.
+bool CClientMain::mHandle(const Command& rCommand)
+{
+    std::string strReason;
+    bool bDone = false;
+    try
+    {
+        if (rCommand.m_pCeiling != nullptr && m_aRemotePacket.HasLostData())
+            Refuse(strReason, "no memory for %u bytes of data", m_aRemotePacket.GetOptSize());
+        else
+            bDone = (this->*rCommand.m_pHandler)(strReason);
+    }
+    catch (const std::bad_alloc&)
+    {
+        Refuse(strReason, "out of memory");
+        if (rCommand.m_eReply == EReply::eData)
+            CDataReply::GetInstance()->GiveNothing(m_aRemotePacket);
+    }
+    if (!bDone)
+        CLogFile::GetInstance()->LogInfo(
+            (std::string("Error: ") + rCommand.m_pcName + ": " + strReason).c_str());
+    return bDone;
+}
+
+void CClientMain::mReply(const Command& rCommand, bool bDone)
+{
+    switch (rCommand.m_eReply)
+    {
+    case EReply::eNone:
+        return;
+    case EReply::eCommand:
+    case EReply::eJob:
+        CCmdReply::GetInstance()->Create(m_aRemotePacket, bDone);
+        if (!CSendMain::GetInstance()->CmdReply() && rCommand.m_eReply != EReply::eJob)
+            m_bQuit = true;
+        return;
+    case EReply::eCompare:
+        CCmdReply::GetInstance()->RefuseCompare(m_aRemotePacket);
+        if (!CSendMain::GetInstance()->CmdReply()) m_bQuit = true;
+        return;
+    case EReply::eData:
+        if (!CSendMain::GetInstance()->DataReply()) m_bQuit = true;
+        return;
+    }
+}
+
+void CClientMain::mHandleClientQuit()
+{
+    CSendMain::GetInstance()->SendQuit();
+    Util_TcpServer::GetInstance()->CloseClient();
+    m_bQuit = true;
+    CLogFile::GetInstance()->LogInfo("Info: Client connection has been closed.");
+    std::puts("\n");
+    mFinal();
+}
+
+/// Ends all that belongs to one client. The weight box and the packet numbers go on.
+void CClientMain::mFinal()
+{
+    CProjData::DeleteInstance();
+    CMProjData::DeleteInstance();
+    CVolData::DeleteInstance();
+    CRfactor::DeleteInstance();
+    CByteOrder::DeleteInstance();
+    CSetOp::DeleteInstance();
+    CReconOpt::DeleteInstance();
+    CSmoothOpt::DeleteInstance();
+    CSendMain::DeleteInstance();
+    CCmdReply::DeleteInstance();
+    CDataReply::DeleteInstance();
+    CLogFile::DeleteInstance();
+}

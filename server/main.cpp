@@ -1,0 +1,46 @@
+#include <cstdio>
+
+#include "Util/Util_TcpServer.h"
+#include "server/Config/GpuConfig.h"
+#include "server/Thread/ClientMain.h"
+#include "server/Thread/GpuThread.h"
+
+namespace
+{
+enum ExitCode
+{
+    eNoDevice = -1,
+    eNoServer = -2,
+    eNoClient = -3
+};
+}
+
+int main()
+{
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // lines arrive at once, also in a file
+    CGpuConfig* pConfig = CGpuConfig::GetInstance();
+    if (!pConfig->QueryDevice()) return eNoDevice;
+    if (pConfig->GetNumDevices() <= 0)
+    {
+        std::puts("Error: GPU devices are not found.");
+        return eNoDevice;
+    }
+    if (!Util_TcpServer::CreateServer(pConfig->GetServerPort(), pConfig->GetBindAddress()))
+    {
+        std::printf("Error: Unable to create server socket.");
+        return eNoServer;
+    }
+    if (!CGpuThread::CreateThreads(pConfig->GetNumDevices(), pConfig->GetDeviceIDs()))
+    {
+        std::puts("Error: Unable to start a thread per device.");
+        return eNoDevice;
+    }
+    CClientMain aClientMain;
+    if (!aClientMain.ConnectClient())
+    {
+        CGpuThread::StopAll();
+        CGpuThread::DeleteThreads();
+        return eNoClient;
+    }
+    aClientMain.DoIt();
+}
