@@ -168,6 +168,17 @@ TEST_F(Program, WrongUsageHasItsOwnExitCode)
     EXPECT_EQ(RunProgram(m_aDir, {"reconstruct", "--help"}).m_iExit, 0);
 }
 
+TEST_F(Program, TheDocumentationShowsItsHelp)
+{
+    const std::string strDocument = ReadFile(TALVEN_CLI_DOCUMENT);
+    for (const char* pcCommand : {"reconstruct", "reproject", "info", "phantom", "serve"})
+    {
+        const std::string strHelp = RunProgram(m_aDir, {pcCommand, "--help"}).m_strOut;
+        EXPECT_NE(strDocument.find("```text\n" + strHelp + "```\n"), std::string::npos)
+            << "scripts/update-cli-docs puts the help of " << pcCommand << " into docs/cli.md";
+    }
+}
+
 TEST_F(Program, AServerThatLeavesOrRefusesIsAFailure)
 {
     for (const EMsg eMsg : {EMsg::PROJSET, EMsg::RECONSTRUCT, EMsg::VOLGET})
