@@ -4,8 +4,8 @@
 // tile before the next one is taken. A sample belongs to the tile that holds the texel to its
 // lower left, so each sample is counted once and samples that cannot touch the slice never.
 
-constexpr int g_iRays = 16;     // neighbouring rays whose limits are found together
-constexpr int g_iSamples = 16;  // consecutive samples of a ray whose weights are found together
+constexpr int g_iRays = 16;  // neighbouring rays that are handled together
+constexpr int g_iSteps = 8;  // samples of each whose weights are found together
 
 /// Base texels [iX0, iX1) x [iZ0, iZ1).
 struct Tile
@@ -13,20 +13,23 @@ struct Tile
     int iX0, iX1, iZ0, iZ1;
 };
 
-/// Whether sample i has reached fLimit: false, then true along the ray for either sign of slope.
-DEVICE_FN bool HasReached(float fMiddle, float fSlope, float fHalf, float fLimit, int i)
+/// Whether sample i has reached fLimit: false, then true along a ray that rises or falls.
+template <bool FALLS>
+DEVICE_FN int HasReached(float fMiddle, float fSlope, float fHalf, float fLimit, int i)
 {
-    return (RaySample(fMiddle, fSlope, fHalf, i) >= fLimit) != (fSlope < 0.0f);
+    const float fSample = RaySample(fMiddle, fSlope, fHalf, i);
+    return FALLS ? fSample < fLimit : fSample >= fLimit;
 }
 
 /// First sample of 0 .. iSamples that has reached fLimit, by bisection.
+template <bool FALLS>
 static int SearchLimit(float fMiddle, float fSlope, float fHalf, float fLimit, int iSamples)
 {
     int iLow = 0, iHigh = iSamples;
     while (iLow < iHigh)
     {
         const int iMid = iLow + (iHigh - iLow) / 2;
-        if (HasReached(fMiddle, fSlope, fHalf, fLimit, iMid))
+        if (HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iMid))
             iHigh = iMid;
         else
             iLow = iMid + 1;
@@ -34,76 +37,152 @@ static int SearchLimit(float fMiddle, float fSlope, float fHalf, float fLimit, i
     return iLow;
 }
 
-/// The same for neighbouring rays: an estimate, put right by the exact comparison next to it.
+/// The same for neighbouring rays: an estimate, put right by the exact comparison around it.
+template <bool FALLS>
 DEVICE_FN void FindLimits(const float* pfMiddle, float fSlope, float fHalf, float fLimit,
                           int iSamples, int* piLimit)
 {
     const float fInverse = 1.0f / fSlope;
     const float fLast = static_cast<float>(iSamples);
     int aiWrong[g_iRays];
+#pragma GCC ivdep
     for (int r = 0; r < g_iRays; ++r)
     {
-        const float fGuess = fHalf + (fLimit - pfMiddle[r]) * fInverse - 1.0f;
+        const float fMiddle = pfMiddle[r];
+        const float fGuess = fHalf + (fLimit - fMiddle) * fInverse - 1.0f;
         const float fPositive = fGuess > 0.0f ? fGuess : 0.0f;  // also for NaN
         const int iStart = static_cast<int>(fPositive < fLast ? fPositive : fLast);
-        int iLimit = iStart;
-        for (int k = 0; k < 3; ++k)
-            iLimit += !HasReached(pfMiddle[r], fSlope, fHalf, fLimit, iStart + k);
-        const bool bEarlier =
-            iStart > 0 && HasReached(pfMiddle[r], fSlope, fHalf, fLimit, iStart - 1);
-        aiWrong[r] = bEarlier | (iLimit == iStart + 3);
+        const int iBefore = HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iStart - 1);
+        const int i0 = HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iStart);
+        const int i1 = HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iStart + 1);
+        const int i2 = HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iStart + 2);
+        const int iLimit = iStart + 3 - i0 - i1 - i2;
         piLimit[r] = iLimit < iSamples ? iLimit : iSamples;
+        aiWrong[r] = (iBefore & (iStart > 0)) | ((i2 == 0) & (iLimit < iSamples));
+    }
+    int iWrong = 0;
+    for (int r = 0; r < g_iRays; ++r) iWrong |= aiWrong[r];
+    if (!iWrong) return;
+    for (int r = 0; r < g_iRays; ++r)
+        piLimit[r] = SearchLimit<FALLS>(pfMiddle[r], fSlope, fHalf, fLimit, iSamples);
+}
+
+/// Consecutive samples of neighbouring rays, those that lie in one tile.
+struct Spans
+{
+    alignas(64) int aiFirst[g_iRays];
+    alignas(64) int aiCount[g_iRays];
+};
+
+/// Cuts the spans down to the samples whose coordinate lies in [fLow, fHigh).
+DEVICE_FN void CutSpans(const float* pfMiddle, float fSlope, float fHalf, float fLow, float fHigh,
+                        int iSamples, Spans& rSpans)
+{
+    int iOutside = 0;  // mostly nothing has to be cut
+    for (int r = 0; r < g_iRays; ++r)
+    {
+        const int iLast = rSpans.aiFirst[r] + rSpans.aiCount[r] - 1;
+        const float fFirst = RaySample(pfMiddle[r], fSlope, fHalf, rSpans.aiFirst[r]);
+        const float fLast = RaySample(pfMiddle[r], fSlope, fHalf, iLast);
+        iOutside |= !((fFirst >= fLow) & (fFirst < fHigh) & (fLast >= fLow) & (fLast < fHigh)) &
+                    (rSpans.aiCount[r] > 0);
+    }
+    if (!iOutside) return;
+    int aiFirst[g_iRays], aiEnd[g_iRays];
+    if (fSlope < 0.0f)
+    {
+        FindLimits<true>(pfMiddle, fSlope, fHalf, fHigh, iSamples, aiFirst);
+        FindLimits<true>(pfMiddle, fSlope, fHalf, fLow, iSamples, aiEnd);
+    }
+    else
+    {
+        FindLimits<false>(pfMiddle, fSlope, fHalf, fLow, iSamples, aiFirst);
+        FindLimits<false>(pfMiddle, fSlope, fHalf, fHigh, iSamples, aiEnd);
     }
     for (int r = 0; r < g_iRays; ++r)
-        if (aiWrong[r]) piLimit[r] = SearchLimit(pfMiddle[r], fSlope, fHalf, fLimit, iSamples);
-}
-
-/// Samples [piFirst, piEnd) of each ray whose coordinate lies in [fLow, fHigh).
-DEVICE_FN void FindSpan(const float* pfMiddle, float fSlope, float fHalf, float fLow, float fHigh,
-                        int iSamples, int* piFirst, int* piEnd)
-{
-    const bool bDown = fSlope < 0.0f;
-    FindLimits(pfMiddle, fSlope, fHalf, bDown ? fHigh : fLow, iSamples, piFirst);
-    FindLimits(pfMiddle, fSlope, fHalf, bDown ? fLow : fHigh, iSamples, piEnd);
-}
-
-/// Adds samples [iFirst, iEnd) of one ray to pfSum; pfTile is the texel (iX0, iZ0) of the tile.
-template <int LANES>
-DEVICE_FN void AddRay(const RayGeometry& rRays, float fMiddleX, float fMiddleZ, const Tile& rTile,
-                      const float* pfTile, int iPitch, int iFirst, int iEnd, float* pfSum)
-{
-    alignas(64) int aiOffset[g_iSamples];
-    alignas(64) float af00[g_iSamples], af01[g_iSamples], af10[g_iSamples], af11[g_iSamples];
-    Lanes<LANES> a00 = Load<LANES>(pfSum), a01 = Fill<LANES>(0.0f);
-    Lanes<LANES> a10 = a01, a11 = a01;
-    for (int iBlock = iFirst; iBlock < iEnd; iBlock += g_iSamples)
     {
-        for (int k = 0; k < g_iSamples; ++k)
+        const int iOldEnd = rSpans.aiFirst[r] + rSpans.aiCount[r];
+        const int iFirst = aiFirst[r] > rSpans.aiFirst[r] ? aiFirst[r] : rSpans.aiFirst[r];
+        const int iEnd = aiEnd[r] < iOldEnd ? aiEnd[r] : iOldEnd;
+        rSpans.aiFirst[r] = iFirst;
+        rSpans.aiCount[r] = iEnd > iFirst ? iEnd - iFirst : 0;
+    }
+}
+
+/// Where some samples of each ray lie: offset of the lower left texel from the first texel of the
+/// tile, and the weights of the four texels.
+struct SampleBlock
+{
+    alignas(64) int aiOffset[g_iSteps][g_iRays];
+    alignas(64) float af00[g_iSteps][g_iRays], af01[g_iSteps][g_iRays];
+    alignas(64) float af10[g_iSteps][g_iRays], af11[g_iSteps][g_iRays];
+};
+
+/// Places samples iStep and following of each span. Beyond the end of a span its last sample is
+/// repeated with weight 0; an empty span reads some texel of the tile.
+template <int LANES>
+DEVICE_FN void PlaceSamples(const RayGeometry& rRays, const float* pfX, const float* pfZ,
+                            const Spans& rSpans, int iStep, const Tile& rTile, int iPitch,
+                            SampleBlock& rBlock)
+{
+    const int iLastOffset =
+        (rTile.iZ1 - rTile.iZ0 - 1) * iPitch + (rTile.iX1 - rTile.iX0 - 1) * LANES;
+    for (int k = 0; k < g_iSteps; ++k)
+    {
+#pragma GCC ivdep
+        for (int r = 0; r < g_iRays; ++r)
         {
-            const float fX = RaySample(fMiddleX, -rRays.fSin, rRays.fHalf, iBlock + k);
-            const float fZ = RaySample(fMiddleZ, rRays.fCos, rRays.fHalf, iBlock + k);
-            const int iX = static_cast<int>(fX);  // not negative where it counts
+            const int iLast = rSpans.aiCount[r] - 1;
+            const int iWanted = iStep + k;
+            const int i = rSpans.aiFirst[r] + (iWanted < iLast ? iWanted : iLast);
+            const float fIn = static_cast<float>(iWanted <= iLast);
+            const float fX = RaySample(pfX[r], -rRays.fSin, rRays.fHalf, i);
+            const float fZ = RaySample(pfZ[r], rRays.fCos, rRays.fHalf, i);
+            const int iX = static_cast<int>(fX);
             const int iZ = static_cast<int>(fZ);
-            const float fRight = fX - static_cast<float>(iX);
-            const float fUp = fZ - static_cast<float>(iZ);
-            aiOffset[k] = (iZ - rTile.iZ0) * iPitch + (iX - rTile.iX0) * LANES;
-            af11[k] = fRight * fUp;
-            af01[k] = fRight - af11[k];
-            af10[k] = fUp - af11[k];
-            af00[k] = (1.0f - fRight) - af10[k];
-        }
-        const int iCount = iEnd - iBlock < g_iSamples ? iEnd - iBlock : g_iSamples;
-        for (int k = 0; k < iCount; ++k)
-        {
-            const float* pfLower = pfTile + aiOffset[k];
-            const float* pfUpper = pfLower + iPitch;
-            AddWeighted<LANES>(a00, af00[k], pfLower);
-            AddWeighted<LANES>(a01, af01[k], pfLower + LANES);
-            AddWeighted<LANES>(a10, af10[k], pfUpper);
-            AddWeighted<LANES>(a11, af11[k], pfUpper + LANES);
+            const float fRight = (fX - static_cast<float>(iX)) * fIn;
+            const float fUp = (fZ - static_cast<float>(iZ)) * fIn;
+            const int iOffset = (iZ - rTile.iZ0) * iPitch + (iX - rTile.iX0) * LANES;
+            const int iNotLow = iOffset > 0 ? iOffset : 0;
+            const float f11 = fRight * fUp;
+            const float f10 = fUp - f11;
+            rBlock.aiOffset[k][r] = iNotLow < iLastOffset ? iNotLow : iLastOffset;
+            rBlock.af11[k][r] = f11;
+            rBlock.af10[k][r] = f10;
+            rBlock.af01[k][r] = fRight - f11;
+            rBlock.af00[k][r] = (fIn - fRight) - f10;
         }
     }
-    Store<LANES>(pfSum, Add<LANES>(Add<LANES>(a00, a01), Add<LANES>(a10, a11)));
+}
+
+/// Adds a block of samples to the sums of its rays, [ray][lane].
+template <int LANES>
+DEVICE_FN void AddSamples(const SampleBlock& rBlock, int iSteps, const float* pfTile, int iPitch,
+                          float* pfSums)
+{
+    constexpr int iTogether = (TALVEN_VECTOR == 16 ? 16 : 8) / Lanes<LANES>::iCount;
+    for (int iRay = 0; iRay < g_iRays; iRay += iTogether)
+    {
+        Lanes<LANES> aSum[iTogether];
+#pragma GCC unroll 16
+        for (int j = 0; j < iTogether; ++j) aSum[j] = Load<LANES>(pfSums + (iRay + j) * LANES);
+        for (int k = 0; k < iSteps; ++k)
+        {
+#pragma GCC unroll 16
+            for (int j = 0; j < iTogether; ++j)
+            {
+                const int r = iRay + j;
+                const float* pfLower = pfTile + rBlock.aiOffset[k][r];
+                const float* pfUpper = pfLower + iPitch;
+                AddWeighted<LANES>(aSum[j], rBlock.af00[k][r], pfLower);
+                AddWeighted<LANES>(aSum[j], rBlock.af01[k][r], pfLower + LANES);
+                AddWeighted<LANES>(aSum[j], rBlock.af10[k][r], pfUpper);
+                AddWeighted<LANES>(aSum[j], rBlock.af11[k][r], pfUpper + LANES);
+            }
+        }
+#pragma GCC unroll 16
+        for (int j = 0; j < iTogether; ++j) Store<LANES>(pfSums + (iRay + j) * LANES, aSum[j]);
+    }
 }
 
 /// Detector columns whose rays can cross the tile, a little more for rounding.
@@ -134,28 +213,38 @@ static void ForwardTile(const ForwardParams& rP, const Tile& rTile, const Forwar
     const float* pfTile =
         static_cast<const float*>(rP.aVol.pvData) +
         (static_cast<std::size_t>(rTile.iZ0) * rP.aVol.iWidth + rTile.iX0) * LANES;
-    float afX[g_iRays], afZ[g_iRays];
-    int aiFirstX[g_iRays], aiEndX[g_iRays], aiFirstZ[g_iRays], aiEndZ[g_iRays];
+    alignas(64) float afX[g_iRays], afZ[g_iRays], afSums[g_iRays * LANES];
+    Spans aSpans;
+    SampleBlock aBlock;
     for (int x = aColumns.iFirst; x < aColumns.iEnd; x += g_iRays)
     {
+        const int iRays = aColumns.iEnd - x < g_iRays ? aColumns.iEnd - x : g_iRays;
         for (int r = 0; r < g_iRays; ++r)
         {
             afX[r] = RayMiddleX(aRays, x + r);
             afZ[r] = RayMiddleZ(aRays, x + r);
+            aSpans.aiFirst[r] = 0;
+            aSpans.aiCount[r] = r < iRays ? aRays.iSamples : 0;
         }
-        FindSpan(afX, -aRays.fSin, aRays.fHalf, rTile.iX0, rTile.iX1, aRays.iSamples, aiFirstX,
-                 aiEndX);
-        FindSpan(afZ, aRays.fCos, aRays.fHalf, rTile.iZ0, rTile.iZ1, aRays.iSamples, aiFirstZ,
-                 aiEndZ);
-        const int iRays = aColumns.iEnd - x < g_iRays ? aColumns.iEnd - x : g_iRays;
-        for (int r = 0; r < iRays; ++r)
+        CutSpans(afZ, aRays.fCos, aRays.fHalf, rTile.iZ0, rTile.iZ1, aRays.iSamples, aSpans);
+        CutSpans(afX, -aRays.fSin, aRays.fHalf, rTile.iX0, rTile.iX1, aRays.iSamples, aSpans);
+        int iMost = 0;
+        for (int r = 0; r < g_iRays; ++r)
+            iMost = aSpans.aiCount[r] > iMost ? aSpans.aiCount[r] : iMost;
+        if (iMost == 0) continue;
+
+        for (int i = 0; i < g_iRays * LANES; ++i) afSums[i] = 0.0f;
+        for (int iStep = 0; iStep < iMost; iStep += g_iSteps)
         {
-            const int iFirst = aiFirstX[r] > aiFirstZ[r] ? aiFirstX[r] : aiFirstZ[r];
-            const int iEnd = aiEndX[r] < aiEndZ[r] ? aiEndX[r] : aiEndZ[r];
-            if (iFirst < iEnd)
-                AddRay<LANES>(aRays, afX[r], afZ[r], rTile, pfTile, iPitch, iFirst, iEnd,
-                              rView.pfSums + static_cast<std::size_t>(x + r) * LANES);
+            PlaceSamples<LANES>(aRays, afX, afZ, aSpans, iStep, rTile, iPitch, aBlock);
+            const int iSteps = iMost - iStep < g_iSteps ? iMost - iStep : g_iSteps;
+            AddSamples<LANES>(aBlock, iSteps, pfTile, iPitch, afSums);
         }
+        float* pfSums = rView.pfSums + static_cast<std::size_t>(x) * LANES;
+        for (int r = 0; r < iRays; ++r)
+            if (aSpans.aiCount[r] > 0)
+                Store<LANES>(pfSums + r * LANES, Add<LANES>(Load<LANES>(pfSums + r * LANES),
+                                                            Load<LANES>(afSums + r * LANES)));
     }
 }
 
@@ -165,10 +254,11 @@ static void ForwardLanes(const ForwardParams& rP, const ForwardView* pViews, Sha
     for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
         for (int x = 0; x < rP.iProjX; ++x)
             Store<LANES>(pViews[v].pfSums + static_cast<std::size_t>(x) * LANES, Fill<LANES>(0.0f));
-    // Offsets within a tile are 32 bits wide: very wide slices get low tiles.
-    constexpr int iTileX = 64;
-    const int iFit = (1 << 30) / LANES / rP.aVol.iWidth - 1;
-    const int iTileZ = iFit < 1 ? 1 : iFit < 64 ? iFit : 64;
+    // A tile of 1 MiB fits the second level cache of most machines. Flat ones let rays end too
+    // soon.
+    constexpr int iTileX = 256 * 16 / LANES;
+    const int iFit = (1 << 30) / (rP.aVol.iWidth * LANES) - 1;  // offsets in a tile have 32 bits
+    const int iTileZ = iFit < 64 ? iFit : 64;
     const int iBaseX = rP.iVolX + 1, iBaseZ = rP.iVolZ + 1;
     for (int z = 0; z < iBaseZ; z += iTileZ)
         for (int x = 0; x < iBaseX; x += iTileX)
