@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "gpulib/App/JobShape.h"
+
 void CBackProj::SetPreweightBox(const float* pfOrig, const float* pfDim)
 {
     CReconBase::SetPreweightBox(pfOrig, pfDim);
@@ -20,7 +22,7 @@ bool CBackProj::DoIt(int iStartY, int iSizeY)
 
 bool CBackProj::mPrepare()
 {
-    m_iBatch = mCalcBatch(1);
+    mCalcBatch(g_iBackProjImages);
     mCalcSetSize();
     if (!mCreateProjsTex(true) || !mCreateAnglesTex() || !mCreateVolumeTex() ||
         !mCreateRangeTex() || !mCreateProjIndexTex() || (m_bWeight && !mGenWeights(true)))

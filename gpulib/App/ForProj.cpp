@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "gpulib/App/JobShape.h"
+
 void CForProj::SetPreweightBox(const float* pfOrig, const float* pfDim)
 {
     CReconBase::SetPreweightBox(pfOrig, pfDim);
@@ -25,7 +27,7 @@ bool CForProj::DoIt(int iStartY, int iSizeY)
 
 bool CForProj::mPrepare()
 {
-    m_iBatch = mCalcBatch(1);
+    mCalcBatch(g_iForProjImages);
     mCalcSetSize();
     return mCreateAnglesTex() && mCreateVolumeTex() && mCreateProjIndexTex() &&
            (!m_bWeight || mGenWeights(true)) && mConfigForProj();

@@ -5,6 +5,7 @@
 
 #include "Util/Util_Volume.h"
 #include "gpulib/App/CalcWeights.h"
+#include "gpulib/App/JobShape.h"
 #include "gpulib/App/RowBatch.h"
 #include "gpulib/App/TomoVolume.h"
 #include "gpulib/Device/Backend.h"
@@ -59,11 +60,16 @@ bool CReconBase::mCheckInputs() const
     return true;
 }
 
-int CReconBase::mCalcBatch(int iProjImages) const
+void CReconBase::mCalcBatch(int iProjImages)
 {
-    const std::size_t tProjs = std::size_t(mGetProjX()) * mGetProjs() * iProjImages;
-    const std::size_t tSlice = (std::size_t(mGetVolX()) + 2) * (std::size_t(mGetVolZ()) + 2);
-    return GetBackend()->GetBatchRows(std::max(m_iSizeY, 1), (tProjs + tSlice) * sizeof(float));
+    JobShape aShape;
+    aShape.iProjX = mGetProjX();
+    aShape.iProjs = mGetProjs();
+    aShape.iVolX = mGetVolX();
+    aShape.iVolZ = mGetVolZ();
+    aShape.iRows = m_iSizeY;
+    aShape.iProjImages = iProjImages;
+    m_iBatch = aShape.GetBatch();
 }
 
 bool CReconBase::mCreateProjsTex(bool bOneImage)

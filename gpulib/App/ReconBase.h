@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <span>
 
 #include "gpulib/App/SetSize.h"
@@ -45,8 +44,8 @@ public:
 protected:
     /// Stores the band and checks every input against it.
     [[nodiscard]] bool mSetBand(int iStartY, int iSizeY);
-    /// Rows of a batch when a job holds iProjImages images of projections besides the slices.
-    int mCalcBatch(int iProjImages) const;
+    /// Sets the rows of a batch for a job that holds iProjImages images of projections.
+    void mCalcBatch(int iProjImages);
     [[nodiscard]] bool mCreateProjsTex(bool bOneImage);
     [[nodiscard]] bool mCreateAnglesTex();
     [[nodiscard]] bool mCreateVolumeTex();

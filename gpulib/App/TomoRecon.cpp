@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "gpulib/App/JobShape.h"
 #include "gpulib/App/TomoVolume.h"
 #include "gpulib/Device/DeviceError.h"
 
@@ -34,7 +35,7 @@ bool CTomoRecon::DoIt(int iStartY, int iSizeY)
 bool CTomoRecon::mPrepare()
 {
     if (m_iSizeY == 0) return true;
-    m_iBatch = mCalcBatch(3);
+    mCalcBatch(g_iIterImages);
     mCalcSetSize();
     return mCreateProjsTex(false) && mCreateAnglesTex() && mCreateVolumeTex() &&
            mCreateRangeTex() && mCreateProjIndexTex() && mGenWeights(m_bSart) && mConfigure();

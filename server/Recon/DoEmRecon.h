@@ -1,0 +1,36 @@
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "gpulib/App/TomoEm.h"
+#include "server/Recon/DoReconBase.h"
+
+/// Reconstruction by EM; base of the one by SART, which differs in the library object alone.
+class CDoEmRecon : public CDoReconBase
+{
+public:
+    void SetIterations(unsigned int uiIterations) { m_uiIterations = uiIterations; }
+    /// \param uiSetSize  sizes of the subsets; empty: one subset
+    void SetNumSets(unsigned int uiSets, std::span<const unsigned int> uiSetSize);
+    /// Relaxation factors, shape [iteration][subset]; empty: all 1.
+    void SetRelax(std::span<const float> fRelax) { m_fRelax = fRelax; }
+    /// Iterations after which the volume counts as a whole, see CTomoRecon.
+    void SetSmooth(unsigned int uiInterval) { m_uiInterval = uiInterval; }
+
+    [[nodiscard]] bool DoIt(int iStartY, int iSizeY) override;
+    /// Hands over the R-factor sums of the band, shape [iteration][list position][2].
+    std::vector<double> GetRfactor() { return mGetTomoRecon().GetRfactor(); }
+
+private:
+    virtual CTomoRecon& mGetTomoRecon() { return m_aTomoEm; }
+    void mValidateSets();
+
+    CTomoEm m_aTomoEm;
+    unsigned int m_uiIterations = 1;
+    unsigned int m_uiSets = 0;
+    std::span<const unsigned int> m_uiSetSize;
+    std::span<const float> m_fRelax;
+    unsigned int m_uiInterval = 0;
+    unsigned int m_uiOneSet = 0;
+};

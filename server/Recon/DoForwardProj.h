@@ -1,0 +1,14 @@
+#pragma once
+
+#include "gpulib/App/ForProj.h"
+#include "server/Recon/DoReconBase.h"
+
+/// Reprojection of the volume into the stack.
+class CDoForwardProj : public CDoReconBase
+{
+public:
+    [[nodiscard]] bool DoIt(int iStartY, int iSizeY) override;
+
+private:
+    CForProj m_aForProj;
+};

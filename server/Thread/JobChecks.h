@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+struct JobShape;
+
+// Checks that the session's thread makes on the uploads before any worker starts. Each returns
+// true, or false with the reason.
+
+/// Stack, volume, selected projections, angles and weight box.
+[[nodiscard]] bool CheckJobInputs(std::string& rReason);
+
+/// What CheckJobInputs() does not look at: method, iterations, subsets, relaxation factors.
+[[nodiscard]] bool CheckIterations(std::string& rReason);
+
+/// Whether the workers of a job find the memory that they need.
+/// \param iProjImages  see JobShape
+/// \param tSums        R-factor sums of one worker
+[[nodiscard]] bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason);

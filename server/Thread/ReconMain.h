@@ -1,0 +1,40 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "server/Thread/BandSplit.h"
+
+class CDoEmRecon;
+class CDoReconBase;
+
+/// The reconstruction job: one object per worker and run, from the uploads to volume and R-factors.
+///
+/// The class-wide operations belong to the session's thread, before and after the workers run.
+class CReconMain
+{
+public:
+    CReconMain();
+    ~CReconMain();
+
+    /// Whether a job can run with what the client uploaded; false with the reason otherwise.
+    [[nodiscard]] static bool Validate(std::string& rReason);
+    /// Sizes the R-factor store and clears it. Plain back projection leaves the store alone.
+    static void Prepare();
+    /// Cuts the rows of the stack into bands for iWorkers workers.
+    static void CalcSubsetDim(int iWorkers);
+    static void FreeMemory() { m_aBands.FreeMemory(); }
+
+    /// Runs the band of one worker; a failure goes to CJobStatus.
+    void DoIt(int iThreadID, int iDeviceID);
+
+private:
+    void mCreateInstance();
+    void mSetInputs();
+    [[nodiscard]] bool mRun(int iThreadID);
+    void mAssembleRfactor();
+
+    static CBandSplit m_aBands;
+    std::unique_ptr<CDoReconBase> m_pDoReconBase;
+    CDoEmRecon* m_pIterative = nullptr;  // the same object when it is one of EM or SART
+};
