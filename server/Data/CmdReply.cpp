@@ -19,5 +19,5 @@ void CCmdReply::RefuseCompare(const CRemotePacket& rRequest)
 {
     m_aRemotePacket.SetMsgType(CMsgConst::COMPREPLY);
     m_aRemotePacket.SetParentSerial(rRequest.GetSerial());
-    for (int i = 6; i <= 15; ++i) m_aRemotePacket.SetNthField(i, 0);
+    for (int i = 5; i <= 15; ++i) m_aRemotePacket.SetNthField(i, 0);
 }

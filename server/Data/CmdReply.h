@@ -14,7 +14,7 @@ public:
 
     /// CMDREPLY: field 4 = serial of the request, field 5 = 0 done, 1 refused or failed.
     void Create(const CRemotePacket& rRequest, bool bDone);
-    /// COMPREPLY of a refused comparison: field 4 = serial of the request, 6 to 15 = 0.
+    /// COMPREPLY of a refused comparison: field 4 = serial of the request, all sums 0.
     void RefuseCompare(const CRemotePacket& rRequest);
     CRemotePacket& GetPacket() { return m_aRemotePacket; }
 
