@@ -1,7 +1,6 @@
 #include "server/Thread/ProjMain.h"
 
 #include <cstdio>
-#include <new>
 
 #include "Util/Util_Time.h"
 #include "gpulib/App/JobShape.h"
@@ -29,14 +28,7 @@ void CProjMain::DoIt(int iThreadID)
 {
     Util_Time aTime;
     aTime.Measure();
-    try
-    {
-        if (!mRun(iThreadID)) return CJobStatus::Fail(TakeDeviceError());
-    }
-    catch (const std::bad_alloc&)
-    {
-        return CJobStatus::Fail("out of memory");
-    }
+    if (!mRun(iThreadID)) return CJobStatus::Fail(TakeDeviceError());
     std::printf("Proj time (s) %9.2f\n", double(aTime.GetElapsedSeconds()));
 }
 

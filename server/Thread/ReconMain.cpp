@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <new>
 
 #include "Util/Util_Time.h"
 #include "gpulib/App/JobShape.h"
@@ -63,14 +62,7 @@ void CReconMain::DoIt(int iThreadID, int /*iDeviceID*/)
 {
     Util_Time aTime;
     aTime.Measure();
-    try
-    {
-        if (!mRun(iThreadID)) return CJobStatus::Fail(TakeDeviceError());
-    }
-    catch (const std::bad_alloc&)
-    {
-        return CJobStatus::Fail("out of memory");
-    }
+    if (!mRun(iThreadID)) return CJobStatus::Fail(TakeDeviceError());
     std::printf("Recon time (s) %9.2f\n", double(aTime.GetElapsedSeconds()));
 }
 
