@@ -42,7 +42,7 @@ TEST(Start, EndsWithACodeThatTellsWhy)
         {"unknown backend", {{"TALVEN_BACKEND", "abacus"}}, "", 255, "abacus"},
         {"all devices busy by file",
          {},
-         "BusyGpus = 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15\nBackend=host\n",
+         "BusyGpus = 0, 1, 2,3,4,5,6,7,8,9,10,11,12,13,14,15\nBackend=host\n",
          255,
          "Error: GPU devices are not found.\n"},
     };
