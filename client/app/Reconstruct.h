@@ -16,7 +16,7 @@ struct ReconstructArgs
     int m_iWidth = 0;  ///< 0: the detector's
     std::string m_strMethod = "sart";
     int m_iIterations = 10;
-    int m_iSubsets = 1;
+    int m_iSubsets = 0;            ///< 0: about one per six projections
     std::string m_strSubsetSizes;  ///< empty: as equal as can be
     std::string m_strRelaxation = "1";
     std::string m_strOrder = "interleaved";

@@ -86,7 +86,10 @@ bool CReconstructPlan::mChooseSubsets(const ReconstructArgs& rArgs)
         if (rArgs.m_iSubsets > iProjs)
             return mFail(
                 Format("--subsets: %d subsets of %d projections", rArgs.m_iSubsets, iProjs));
-        rSizes = DivideIntoSubsets(iProjs, rArgs.m_iSubsets);
+        // Six projections still spread over the tilt range, and noise averages out among them.
+        const int iSubsets =
+            rArgs.m_iSubsets > 0 ? rArgs.m_iSubsets : std::max(1, (iProjs + 3) / 6);
+        rSizes = DivideIntoSubsets(iProjs, iSubsets);
     }
     else
     {

@@ -106,10 +106,9 @@ CLI::App* AddReconstruct(CLI::App& rApp, ReconstructArgs& rArgs)
     AddIterative("--iterations", rArgs.m_iIterations, "Iterations of sart or em")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
-    CLI::Option* pSubsets =
-        AddIterative("--subsets", rArgs.m_iSubsets, "Subsets of projections per iteration")
-            ->check(CLI::PositiveNumber)
-            ->capture_default_str();
+    CLI::Option* pSubsets = AddIterative("--subsets", rArgs.m_iSubsets,
+                                         "Subsets per iteration [one per six projections]")
+                                ->check(CLI::PositiveNumber);
     AddIterative("--subset-sizes", rArgs.m_strSubsetSizes, "Sizes of the subsets, such as 21,20,20")
         ->type_name("LIST")
         ->check(Check(ParseSizes))
