@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -91,6 +92,8 @@ void CFakeServer::mServe()
 {
     const int iClient = accept4(m_iListening, nullptr, nullptr, SOCK_CLOEXEC);
     if (iClient == -1) return;
+    const int iOn = 1;  // header and data are two writes
+    setsockopt(iClient, IPPROTO_TCP, TCP_NODELAY, &iOn, sizeof(iOn));
     m_iClient = iClient;
     while (true)
     {
