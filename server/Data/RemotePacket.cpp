@@ -31,6 +31,17 @@ bool CRemotePacket::RecvData(std::uint32_t uiCeiling)
            mDrop(uiBytes - uiKept);
 }
 
+bool CRemotePacket::RecvData(const UploadTarget& rTarget)
+{
+    const auto [aWords, aFloats] = rTarget;
+    Util_TcpServer* pServer = Util_TcpServer::GetInstance();
+    if (!pServer->DoRecv(aWords.data(), aWords.size_bytes())) return false;
+    if (!pServer->DoRecv(aFloats.data(), aFloats.size_bytes())) return false;
+    CByteOrder::GetInstance()->SwapFour(aWords.data(), aWords.size_bytes());
+    CByteOrder::GetInstance()->SwapFour(aFloats.data(), aFloats.size_bytes());
+    return mDrop(GetOptSize() - aWords.size_bytes() - aFloats.size_bytes());
+}
+
 bool CRemotePacket::mDrop(std::size_t tBytes)
 {
     std::array<std::byte, 65536> aScratch;

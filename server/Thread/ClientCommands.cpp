@@ -20,17 +20,17 @@ std::uint32_t MaxProjSize(const CRemotePacket& rPacket)
 {
     return CProjData::GetInstance()->GetMaxProjSize(rPacket);
 }
-std::uint32_t MaxProjSet(const CRemotePacket&)
+std::optional<UploadTarget> ProjTarget(const CRemotePacket& rPacket, std::string& rReason)
 {
-    return CProjData::GetInstance()->GetMaxProjSet();
+    return CProjData::GetInstance()->HandleProjSet(rPacket, rReason);
 }
-std::uint32_t MaxMProjSet(const CRemotePacket&)
+std::optional<UploadTarget> MProjTarget(const CRemotePacket& rPacket, std::string& rReason)
 {
-    return CMProjData::GetInstance()->GetMaxMProjSet();
+    return CMProjData::GetInstance()->HandleMProjSet(rPacket, rReason);
 }
-std::uint32_t MaxVolSet(const CRemotePacket&)
+std::optional<UploadTarget> VolTarget(const CRemotePacket& rPacket, std::string& rReason)
 {
-    return CVolData::GetInstance()->GetMaxVolSet();
+    return CVolData::GetInstance()->HandleVolSet(rPacket, rReason);
 }
 }  // namespace
 
@@ -39,24 +39,24 @@ const CClientMain::Command CClientMain::m_aCommands[] = {
     {CMsgConst::BYTEORDER, "BYTEORDER", EReply::eNone, &CClientMain::mCheckByteOrder, nullptr},
     {CMsgConst::CONTINUATION, "CONTINUATION", EReply::eNone, &CClientMain::mHandleContinuation, nullptr},
     {CMsgConst::PROJGET, "PROJGET", EReply::eData, &CClientMain::mHandleProjGet, nullptr},
-    {CMsgConst::PROJSET, "PROJSET", EReply::eCommand, &CClientMain::mHandleProjSet, MaxProjSet, true},
-    {CMsgConst::PROJSIZE, "PROJSIZE", EReply::eCommand, &CClientMain::mHandleProjSize, MaxProjSize, true},
+    {CMsgConst::PROJSET, "PROJSET", EReply::eCommand, &CClientMain::mHandleImage, nullptr, ProjTarget, true},
+    {CMsgConst::PROJSIZE, "PROJSIZE", EReply::eCommand, &CClientMain::mHandleProjSize, MaxProjSize, nullptr, true},
     {CMsgConst::QUIT, "QUIT", EReply::eNone, &CClientMain::mHandleQuit, nullptr},
     {CMsgConst::RECONSTRUCT, "RECONSTRUCT", EReply::eJob, &CClientMain::mStartRecon, nullptr},
     {CMsgConst::RECONSTATGET, "RECONSTATGET", EReply::eData, &CClientMain::mHandleReconStatGet, nullptr},
     {CMsgConst::REPROJECT, "REPROJECT", EReply::eJob, &CClientMain::mStartReproj, nullptr},
     {CMsgConst::SERVERPROP, "SERVERPROP", EReply::eData, &CClientMain::mHandleServerProp, nullptr},
     {CMsgConst::VOLGET, "VOLGET", EReply::eData, &CClientMain::mHandleVolGet, nullptr},
-    {CMsgConst::VOLSET, "VOLSET", EReply::eCommand, &CClientMain::mHandleVolSet, MaxVolSet},
+    {CMsgConst::VOLSET, "VOLSET", EReply::eCommand, &CClientMain::mHandleImage, nullptr, VolTarget},
     {CMsgConst::VOLSIZE, "VOLSIZE", EReply::eCommand, &CClientMain::mHandleVolSize, nullptr},
     {CMsgConst::SETOP, "SETOP", EReply::eCommand, &CClientMain::mHandleSetOp, CSetOp::GetMaxSetOp},
     {CMsgConst::RECONOPT, "RECONOPT", EReply::eCommand, &CClientMain::mHandleReconOpt, CReconOpt::GetMaxReconOpt},
-    {CMsgConst::MPROJSET, "MPROJSET", EReply::eCommand, &CClientMain::mHandleMProjSet, MaxMProjSet},
+    {CMsgConst::MPROJSET, "MPROJSET", EReply::eCommand, &CClientMain::mHandleImage, nullptr, MProjTarget},
     {CMsgConst::MPROJSIZE, "MPROJSIZE", EReply::eCommand, &CClientMain::mHandleMProjSize, nullptr},
     {CMsgConst::TRANSFORM, "TRANSFORM", EReply::eCommand, &CClientMain::mHandleUnserved, nullptr},
     {CMsgConst::TRANSFORML, "TRANSFORML", EReply::eCommand, &CClientMain::mHandleUnserved, nullptr},
     {CMsgConst::COMPARE, "COMPARE", EReply::eCompare, &CClientMain::mHandleUnserved, nullptr},
-    {CMsgConst::COMPAREL, "COMPAREL", EReply::eCompare, &CClientMain::mHandleUnserved, nullptr, true},
+    {CMsgConst::COMPAREL, "COMPAREL", EReply::eCompare, &CClientMain::mHandleUnserved, nullptr, nullptr, true},
     {CMsgConst::COMPREPLY, "COMPREPLY", EReply::eData, &CClientMain::mHandleCompReply, nullptr},
     {CMsgConst::WEIGHTOPT, "WEIGHTOPT", EReply::eCommand, &CClientMain::mHandleWeightOpt, nullptr},
     {CMsgConst::SMOOTHOPT, "SMOOTHOPT", EReply::eCommand, &CClientMain::mHandleSmoothOpt, CSmoothOpt::GetMaxSmoothOpt},
@@ -90,19 +90,16 @@ bool CClientMain::mHandleProjGet(std::string& rReason)
     return CDataReply::GetInstance()->ProjGet(m_aRemotePacket, rReason);
 }
 
-bool CClientMain::mHandleProjSet(std::string& rReason)
+bool CClientMain::mHandleImage(std::string& rReason)
 {
-    return CProjData::GetInstance()->HandleProjSet(m_aRemotePacket, rReason);
+    if (m_bStored) return true;  // the data went to its place as it came
+    rReason = m_strRefusal;
+    return false;
 }
 
 bool CClientMain::mHandleProjSize(std::string& rReason)
 {
     return CProjData::GetInstance()->HandleProjSize(m_aRemotePacket, rReason);
-}
-
-bool CClientMain::mHandleMProjSet(std::string& rReason)
-{
-    return CMProjData::GetInstance()->HandleMProjSet(m_aRemotePacket, rReason);
 }
 
 bool CClientMain::mHandleMProjSize(std::string& rReason)
@@ -119,11 +116,6 @@ bool CClientMain::mHandleQuit(std::string&)
 bool CClientMain::mHandleVolGet(std::string& rReason)
 {
     return CDataReply::GetInstance()->VolGet(m_aRemotePacket, rReason);
-}
-
-bool CClientMain::mHandleVolSet(std::string& rReason)
-{
-    return CVolData::GetInstance()->HandleVolSet(m_aRemotePacket, rReason);
 }
 
 bool CClientMain::mHandleVolSize(std::string& rReason)

@@ -58,21 +58,28 @@ bool CClientMain::mHasClientPacket()
 
 void CClientMain::mRecvPacket()
 {
-    bool bReceived = m_aRemotePacket.RecvHeader();
-    if (bReceived)
-    {
-        const Command* pCommand = mFindCommand(m_aRemotePacket.GetMsgType());
-        const bool bUsesData = pCommand != nullptr && pCommand->m_pCeiling != nullptr;
-        bReceived = m_aRemotePacket.RecvData(bUsesData ? pCommand->m_pCeiling(m_aRemotePacket)
-                                                       : g_uiDefaultCeiling);
-    }
-    if (bReceived)
+    if (m_aRemotePacket.RecvHeader() && mRecvData())
         CLogFile::GetInstance()->LogClientPacket(&m_aRemotePacket);
     else
     {
         CLogFile::GetInstance()->LogInfo("Error: Failed to receive client packet.");
         m_aRemotePacket.SetMsgType(CMsgConst::QUIT);  // a lost connection is a client that quits
     }
+}
+
+bool CClientMain::mRecvData()
+{
+    m_bStored = false;
+    const Command* pCommand = mFindCommand(m_aRemotePacket.GetMsgType());
+    if (pCommand != nullptr && pCommand->m_pTarget != nullptr)
+    {
+        const auto aTarget = pCommand->m_pTarget(m_aRemotePacket, m_strRefusal);
+        m_bStored = aTarget.has_value();
+        return aTarget ? m_aRemotePacket.RecvData(*aTarget) : m_aRemotePacket.RecvData(0);
+    }
+    const bool bUsesData = pCommand != nullptr && pCommand->m_pCeiling != nullptr;
+    return m_aRemotePacket.RecvData(bUsesData ? pCommand->m_pCeiling(m_aRemotePacket)
+                                              : g_uiDefaultCeiling);
 }
 
 void CClientMain::mProcessCmd()

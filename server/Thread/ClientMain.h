@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "server/Data/RemotePacket.h"
@@ -30,13 +31,17 @@ private:
         EReply m_eReply;
         bool (CClientMain::*m_pHandler)(std::string& rReason);      // false: refused or failed
         std::uint32_t (*m_pCeiling)(const CRemotePacket& rPacket);  // null: no data in use
-        bool m_bAnnounce = false;                                   // print a line before the reply
+        // Uploads of images: where the data goes, nothing when it is refused.
+        std::optional<UploadTarget> (*m_pTarget)(const CRemotePacket& rPacket,
+                                                 std::string& rReason) = nullptr;
+        bool m_bAnnounce = false;  // print a line before the reply
     };
     static const Command m_aCommands[];
     static const Command* mFindCommand(std::uint32_t uiMsgType);
 
     bool mHasClientPacket();
     void mRecvPacket();
+    bool mRecvData();
     void mProcessCmd();
     void mServe(const Command& rCommand);
     bool mHandle(const Command& rCommand);
@@ -46,13 +51,11 @@ private:
     bool mCheckByteOrder(std::string& rReason);
     bool mHandleContinuation(std::string& rReason);
     bool mHandleProjGet(std::string& rReason);
-    bool mHandleProjSet(std::string& rReason);
+    bool mHandleImage(std::string& rReason);
     bool mHandleProjSize(std::string& rReason);
-    bool mHandleMProjSet(std::string& rReason);
     bool mHandleMProjSize(std::string& rReason);
     bool mHandleQuit(std::string& rReason);
     bool mHandleVolGet(std::string& rReason);
-    bool mHandleVolSet(std::string& rReason);
     bool mHandleVolSize(std::string& rReason);
     bool mHandleSetOp(std::string& rReason);
     bool mHandleReconOpt(std::string& rReason);
@@ -67,5 +70,7 @@ private:
     void mHandleClientQuit();
 
     CRemotePacket m_aRemotePacket;  // the request
+    bool m_bStored = false;         // its data has gone to a holder already
+    std::string m_strRefusal;       // why it has not
     bool m_bQuit = false;           // the client is finished
 };

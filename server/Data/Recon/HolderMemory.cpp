@@ -24,6 +24,21 @@ bool CheckExtents(const char* pcWhat, std::uint32_t uiX, std::uint32_t uiY, std:
                   pcWhat, uiX, uiY, uiZ);
 }
 
+std::optional<UploadTarget> GetSliceTarget(Util_Volume& rVolume, std::uint32_t uiSlice,
+                                           std::uint32_t uiBytes, std::string& rReason)
+{
+    const int iX = rVolume.GetSizeX(), iY = rVolume.GetSizeY(), iZ = rVolume.GetSizeZ();
+    const std::uint64_t ulMost = std::uint64_t{4} * iX * iY;
+    if (uiSlice >= static_cast<std::uint32_t>(iZ))
+        Refuse(rReason, "number %u of %d", uiSlice, iZ);
+    else if (uiBytes > ulMost)
+        Refuse(rReason, "%u bytes of data, %d x %d take %llu", uiBytes, iX, iY,
+               static_cast<unsigned long long>(ulMost));
+    else
+        return UploadTarget{{}, {rVolume.GetSliceXY(static_cast<int>(uiSlice)), uiBytes / 4}};
+    return {};
+}
+
 bool CheckMemory(std::size_t tOld, std::uint64_t ulNew, std::string& rReason)
 {
     const std::uint64_t ulOthers = CProjData::GetInstance()->GetBytes() +

@@ -1,7 +1,6 @@
 #include "server/Data/Recon/MProjData.h"
 
 #include <cstdio>
-#include <span>
 
 #include "Util/Util_Volume.h"
 #include "server/Data/Recon/HolderMemory.h"
@@ -29,12 +28,6 @@ std::size_t CMProjData::GetBytes() const
     return m_pProjs ? 4 * m_pProjs->GetVoxels() : 0;
 }
 
-std::uint32_t CMProjData::GetMaxMProjSet() const
-{
-    return m_pProjs ? ClampToUint32(std::uint64_t{4} * m_pProjs->GetSizeX() * m_pProjs->GetSizeY())
-                    : 0;
-}
-
 bool CMProjData::HandleMProjSize(const CRemotePacket& rPacket, std::string& rReason)
 {
     const std::uint32_t uiX = rPacket.GetNthField(4), uiY = rPacket.GetNthField(5);
@@ -49,17 +42,11 @@ bool CMProjData::HandleMProjSize(const CRemotePacket& rPacket, std::string& rRea
     return true;
 }
 
-bool CMProjData::HandleMProjSet(const CRemotePacket& rPacket, std::string& rReason)
+std::optional<UploadTarget> CMProjData::HandleMProjSet(const CRemotePacket& rPacket,
+                                                       std::string& rReason)
 {
     const std::uint32_t uiProj = rPacket.GetNthField(4);
-    if (!m_pProjs) return Refuse(rReason, "projection %u before MPROJSIZE", uiProj);
-    if (uiProj >= static_cast<std::uint32_t>(m_pProjs->GetSizeZ()))
-        return Refuse(rReason, "projection %u of %d", uiProj, m_pProjs->GetSizeZ());
-    if (rPacket.GetOptSize() > GetMaxMProjSet())
-        return Refuse(rReason, "%u bytes of data, a projection of %d x %d takes %u",
-                      rPacket.GetOptSize(), m_pProjs->GetSizeX(), m_pProjs->GetSizeY(),
-                      GetMaxMProjSet());
-    const std::span<float> afPixels(m_pProjs->GetSliceXY(static_cast<int>(uiProj)),
-                                    rPacket.GetDataBytes() / 4);
-    return rPacket.CopyData4(0, afPixels) || Refuse(rReason, "data is missing");
+    if (m_pProjs) return GetSliceTarget(*m_pProjs, uiProj, rPacket.GetOptSize(), rReason);
+    Refuse(rReason, "projection %u before MPROJSIZE", uiProj);
+    return {};
 }

@@ -67,12 +67,6 @@ std::uint32_t CProjData::GetMaxProjSize(const CRemotePacket& rPacket) const
     return mCheckSize(rPacket, strReason) ? ClampToUint32(g_ulPair * rPacket.GetNthField(6)) : 0;
 }
 
-std::uint32_t CProjData::GetMaxProjSet() const
-{
-    const std::uint64_t ulX = GetX(), ulY = GetY();
-    return m_pProjs ? ClampToUint32(g_ulPair * ulY + 4 * ulX * ulY) : 0;
-}
-
 bool CProjData::HandleProjSize(const CRemotePacket& rPacket, std::string& rReason)
 {
     if (!mCheckSize(rPacket, rReason)) return false;
@@ -105,25 +99,25 @@ bool CProjData::HandleProjSize(const CRemotePacket& rPacket, std::string& rReaso
     return true;
 }
 
-bool CProjData::HandleProjSet(const CRemotePacket& rPacket, std::string& rReason)
+std::optional<UploadTarget> CProjData::HandleProjSet(const CRemotePacket& rPacket,
+                                                     std::string& rReason)
 {
-    const std::uint32_t uiProj = rPacket.GetNthField(4);
-    if (!m_pProjs) return Refuse(rReason, "projection %u before PROJSIZE", uiProj);
-    if (uiProj >= GetNumProjs())
-        return Refuse(rReason, "projection %u of %u", uiProj, GetNumProjs());
-    if (rPacket.GetOptSize() > GetMaxProjSet())
-        return Refuse(rReason, "%u bytes of data, a projection of %u x %u takes %u",
-                      rPacket.GetOptSize(), GetX(), GetY(), GetMaxProjSet());
-
-    const std::size_t tWords = rPacket.GetDataBytes() / 4;
-    const std::size_t tRange = std::min<std::size_t>(tWords, std::size_t{2} * GetY());
-    const std::span<std::uint32_t> auiRange =
-        std::span(m_vuiRangeX).subspan(std::size_t{2} * GetY() * uiProj, tRange);
-    const std::span<float> afPixels(m_pProjs->GetSliceXY(static_cast<int>(uiProj)),
-                                    tWords - tRange);
-    return (rPacket.CopyData4(0, auiRange) &&
-            rPacket.CopyData4(static_cast<std::uint32_t>(4 * tRange), afPixels)) ||
-           Refuse(rReason, "data is missing");
+    const std::uint32_t uiProj = rPacket.GetNthField(4), uiBytes = rPacket.GetOptSize();
+    if (!m_pProjs)
+        Refuse(rReason, "projection %u before PROJSIZE", uiProj);
+    else if (uiProj >= GetNumProjs())
+        Refuse(rReason, "projection %u of %u", uiProj, GetNumProjs());
+    else if (uiBytes > CountBytes(GetX(), GetY(), 1) - g_ulPair)
+        Refuse(rReason, "%u bytes of data, a projection of %u x %u takes %llu", uiBytes, GetX(),
+               GetY(), static_cast<unsigned long long>(CountBytes(GetX(), GetY(), 1) - g_ulPair));
+    else
+    {
+        const std::size_t tWords = uiBytes / 4, tRow = std::size_t{2} * GetY();
+        const std::size_t tRange = std::min(tWords, tRow);
+        return UploadTarget{std::span(m_vuiRangeX).subspan(tRow * uiProj, tRange),
+                            {m_pProjs->GetSliceXY(static_cast<int>(uiProj)), tWords - tRange}};
+    }
+    return {};
 }
 
 void CProjData::DetRangeX()

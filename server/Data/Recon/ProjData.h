@@ -3,9 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
+
+#include "server/Data/UploadTarget.h"
 
 class CRemotePacket;
 class Util_Volume;
@@ -13,7 +16,7 @@ class Util_Volume;
 /// The tilt series: what a reconstruction works from and what a reprojection overwrites.
 ///
 /// The session's thread fills it; workers read it while that thread waits for them. A handler that
-/// returns false has changed nothing and says why in rReason.
+/// returns false or nothing has changed nothing and says why in rReason.
 class CProjData
 {
 public:
@@ -24,12 +27,11 @@ public:
     /// PROJSIZE: fields 4, 5, 6 = X, Y, projections; data: (tilt angle, defocus) floats, one pair
     /// per projection; missing pairs are 0. Starts a stack of zeros and selects all projections.
     [[nodiscard]] bool HandleProjSize(const CRemotePacket& rPacket, std::string& rReason);
+    std::uint32_t GetMaxProjSize(const CRemotePacket& rPacket) const;  ///< data in use, bytes
     /// PROJSET: field 4 = projection; data: Y pairs of columns (first valid, one past the last
-    /// valid), then the pixels [y][x]; may end early.
-    [[nodiscard]] bool HandleProjSet(const CRemotePacket& rPacket, std::string& rReason);
-    // Data that these messages can use at most, bytes.
-    std::uint32_t GetMaxProjSize(const CRemotePacket& rPacket) const;
-    std::uint32_t GetMaxProjSet() const;
+    /// valid), then the pixels [y][x]; may end early. The data is received into the target.
+    [[nodiscard]] std::optional<UploadTarget> HandleProjSet(const CRemotePacket& rPacket,
+                                                            std::string& rReason);
 
     Util_Volume* GetProjs() const { return m_pProjs.get(); }           ///< null before PROJSIZE
     std::span<const float> GetAngles() const { return m_vfAngles; }    ///< degrees, [proj]

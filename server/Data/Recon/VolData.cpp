@@ -1,7 +1,5 @@
 #include "server/Data/Recon/VolData.h"
 
-#include <span>
-
 #include "Util/Util_Volume.h"
 #include "server/Config/GpuConfig.h"
 #include "server/Data/Recon/HolderMemory.h"
@@ -42,11 +40,6 @@ float* CVolData::GetNthSlice(short sZ)
     return sZ >= 0 && sZ < m_pUtilVol->GetSizeZ() ? m_pUtilVol->GetSliceXY(sZ) : nullptr;
 }
 
-std::uint32_t CVolData::GetMaxVolSet() const
-{
-    return ClampToUint32(std::uint64_t{4} * m_pUtilVol->GetSizeX() * m_pUtilVol->GetSizeY());
-}
-
 bool CVolData::HandleVolSize(const CRemotePacket& rPacket, std::string& rReason)
 {
     const std::uint32_t uiX = rPacket.GetNthField(4), uiY = rPacket.GetNthField(5);
@@ -66,18 +59,15 @@ bool CVolData::HandleVolSize(const CRemotePacket& rPacket, std::string& rReason)
     return true;
 }
 
-bool CVolData::HandleVolSet(const CRemotePacket& rPacket, std::string& rReason)
+std::optional<UploadTarget> CVolData::HandleVolSet(const CRemotePacket& rPacket,
+                                                   std::string& rReason)
 {
     const std::uint32_t uiZ = rPacket.GetNthField(4);
-    if (m_pUtilVol->GetVoxels() == 0) return Refuse(rReason, "slice %u before VOLSIZE", uiZ);
-    if (uiZ > m_uiMaxSlice || uiZ >= static_cast<std::uint32_t>(m_pUtilVol->GetSizeZ()))
-        return Refuse(rReason, "slice %u of %d (at most %u)", uiZ, m_pUtilVol->GetSizeZ(),
-                      m_uiMaxSlice + 1);
-    if (rPacket.GetOptSize() > GetMaxVolSet())
-        return Refuse(rReason, "%u bytes of data, a slice of %d x %d takes %u",
-                      rPacket.GetOptSize(), m_pUtilVol->GetSizeX(), m_pUtilVol->GetSizeY(),
-                      GetMaxVolSet());
-    const std::span<float> afSlice(GetNthSlice(static_cast<short>(uiZ)),
-                                   rPacket.GetDataBytes() / 4);
-    return rPacket.CopyData4(0, afSlice) || Refuse(rReason, "data is missing");
+    if (m_pUtilVol->GetVoxels() == 0)
+        Refuse(rReason, "slice %u before VOLSIZE", uiZ);
+    else if (uiZ > m_uiMaxSlice)
+        Refuse(rReason, "slice %u, no more than %u can be set", uiZ, m_uiMaxSlice);
+    else
+        return GetSliceTarget(*m_pUtilVol, uiZ, rPacket.GetOptSize(), rReason);
+    return {};
 }

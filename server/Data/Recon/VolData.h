@@ -3,16 +3,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "gpulib/App/TomoVolume.h"
+#include "server/Data/UploadTarget.h"
 
 class CRemotePacket;
 class Util_Volume;
 
 /// The volume that a reconstruction fills and a reprojection reads.
 ///
-/// A handler that returns false has changed nothing and says why in rReason.
+/// A handler that returns false or nothing has changed nothing and says why in rReason.
 class CVolData
 {
 public:
@@ -24,9 +26,10 @@ public:
 
     /// VOLSIZE: fields 4, 5, 6 = X, Y, Z. The samples stay when the voxel count does, else zeros.
     [[nodiscard]] bool HandleVolSize(const CRemotePacket& rPacket, std::string& rReason);
-    /// VOLSET: field 4 = slice; data: samples [y][x]; may end early.
-    [[nodiscard]] bool HandleVolSet(const CRemotePacket& rPacket, std::string& rReason);
-    std::uint32_t GetMaxVolSet() const;  ///< bytes that VOLSET can use at most
+    /// VOLSET: field 4 = slice; data: samples [y][x]; may end early. The data is received into the
+    /// target.
+    [[nodiscard]] std::optional<UploadTarget> HandleVolSet(const CRemotePacket& rPacket,
+                                                           std::string& rReason);
 
     Util_Volume* GetVolume() const { return m_pUtilVol.get(); }  ///< never null; empty at first
     CTomoVolume* GetTomoVolume()
