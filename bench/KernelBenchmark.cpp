@@ -53,7 +53,7 @@ int main(int argc, char** argv)
         double dWorkPerRow;
     };
     for (const std::string& rSet : GetHostInstructionSets())
-        for (const int iRows : {16, 8, 4, 1})
+        for (const int iRows : {32, 16, 8, 4, 1})
             for (const Entry& rEntry : {Entry{"forward", &CDeviceScene::Forward, dSamples},
                                         {"back", &CDeviceScene::Back, dUpdates},
                                         {"diff", &CDeviceScene::Diff, dPixels},

@@ -135,6 +135,7 @@ TEST_P(Kernel, BackFollowsTheUpdate)
                               {1, 1, 2, 1, 1, false},
                               {257, 5, 300, 1, 1.5f, true},
                               {15, 70, 16, 8, 1, false},
+                              {43, 38, 50, 21, 1, true},
                               {16, 40, 2, 5, 1, false},
                               {45, 45, 1, 4, 1, true}})
     {
@@ -217,13 +218,13 @@ TEST_P(Kernel, BackOfARowKnowsNoNeighbours)
 {
     for (const bool bEm : {false, true})
     {
-        const Setting aS = {70, 41, 66, 13, 0.7f, bEm};
+        const Setting aS = {70, 41, 66, 29, 0.7f, bEm};
         const int iProjs = int(g_vdAngles.size());
-        const Image aVol = RandomImage(70, 41, 13, 0, 1);
-        const Image aProjs = RandomImage(66, iProjs, 13, -1, 2, 3);
-        const std::vector<Range> vRanges = MakeRanges(13, iProjs, 66);
-        const Image aAll = BackProject(aS, aVol, aProjs, vRanges, 0, 13, 0, iProjs);
-        for (const auto& [iFirst, iCount] : {std::pair{0, 1}, {12, 1}, {4, 4}, {3, 7}})
+        const Image aVol = RandomImage(70, 41, 29, 0, 1);
+        const Image aProjs = RandomImage(66, iProjs, 29, -1, 2, 3);
+        const std::vector<Range> vRanges = MakeRanges(29, iProjs, 66);
+        const Image aAll = BackProject(aS, aVol, aProjs, vRanges, 0, 29, 0, iProjs);
+        for (const auto& [iFirst, iCount] : {std::pair{0, 1}, {12, 1}, {4, 4}, {3, 7}, {13, 16}})
             EXPECT_TRUE(
                 SameBits(aAll.Rows(iFirst, iCount).vf,
                          BackProject(aS, aVol, aProjs, vRanges, iFirst, iCount, 0, iProjs).vf))

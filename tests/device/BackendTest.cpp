@@ -47,6 +47,7 @@ TEST(Backend, BoundsBatches)
     EXPECT_EQ(pBackend->GetBatchRows(3, 1000), 3);
     EXPECT_EQ(pBackend->GetBatchRows(100, tMemory), 1);
     EXPECT_EQ(MakeHostBackend("", 1)->GetBatchRows(100, 1000), 16);
+    EXPECT_EQ(MakeHostBackend("", 1)->GetBatchRows(500, 1000), 32);
 }
 
 TEST(Backend, DevicesAreReportedAndSelected)

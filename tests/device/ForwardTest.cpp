@@ -71,6 +71,7 @@ TEST_P(Kernel, ForwardFollowsTheRaySum)
     for (const auto [iVolX, iVolZ, iProjX, iRows] : {Case{1, 1, 1, 1},
                                                      {37, 17, 37, 3},
                                                      {64, 15, 80, 16},
+                                                     {40, 33, 41, 27},
                                                      {16, 130, 33, 5},
                                                      {257, 70, 257, 1},
                                                      {300, 64, 129, 8},
@@ -114,10 +115,10 @@ TEST_P(Kernel, ForwardOfOnesIsTheThickness)
 
 TEST_P(Kernel, ForwardOfARowKnowsNoNeighbours)
 {
-    const Image aVol = RandomImage(150, 90, 13, -1, 1);
+    const Image aVol = RandomImage(150, 90, 29, -1, 1);
     const int iProjs = int(g_vdAngles.size());
     const Image aAll = Project(aVol, 140, 0, iProjs);
-    for (const auto& [iFirst, iCount] : {std::pair{0, 1}, {12, 1}, {4, 4}, {3, 7}})
+    for (const auto& [iFirst, iCount] : {std::pair{0, 1}, {12, 1}, {4, 4}, {3, 7}, {13, 16}})
         EXPECT_TRUE(SameBits(aAll.Rows(iFirst, iCount).vf,
                              Project(aVol.Rows(iFirst, iCount), 140, 0, iProjs).vf))
             << iCount << " rows from " << iFirst;
@@ -134,7 +135,7 @@ TEST_P(Kernel, CombineFollowsItsRules)
                                       {0, 2, -2, 0},     {1, fNan, fNan, fNan}, {fNan, 2, fNan, 1},
                                       {-0.0f, 4, -4, 0}, {3, -2, 5, -1.5f}};
     const int iX = int(vRules.size());
-    for (const int iRows : {1, 2, 7, 16})
+    for (const int iRows : {1, 2, 7, 16, 31})
     {
         Image aRaw(iX, 3, iRows), aSums(iX, 3, iRows);
         for (int r = 0; r < iRows; ++r)

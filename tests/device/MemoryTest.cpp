@@ -23,7 +23,7 @@ protected:
 
 TEST_F(Memory, RectanglesComeBackAndTheRestIsZero)
 {
-    for (const int iLanes : {1, 2, 4, 5, 8, 9, 15, 16})
+    for (const int iLanes : {1, 2, 4, 5, 8, 9, 15, 16, 17, 32})
         for (const auto& [iWidth, iHeight] : {std::pair{1, 1}, {3, 2}, {16, 5}, {67, 3}, {130, 2}})
         {
             SCOPED_TRACE(testing::Message() << iLanes << " rows of " << iWidth << " x " << iHeight);

@@ -6,7 +6,7 @@
 
 TEST_P(Kernel, WeightsAddressRowsByPositionOrByNumber)
 {
-    for (const auto& [iX, iRows] : {std::pair{1, 1}, {17, 3}, {16, 16}, {37, 9}})
+    for (const auto& [iX, iRows] : {std::pair{1, 1}, {17, 3}, {16, 16}, {37, 9}, {19, 30}})
     {
         SCOPED_TRACE(testing::Message() << iX << " columns, " << iRows << " rows");
         constexpr int iProjs = 5;
@@ -68,7 +68,7 @@ TEST_P(Kernel, WeightsAddressRowsByPositionOrByNumber)
 
 TEST_P(Kernel, SumsRepeatTheLastColumnAndSkipMissing)
 {
-    for (const auto& [iX, iRows] : {std::pair{1, 1}, {300, 3}, {256, 16}, {257, 5}})
+    for (const auto& [iX, iRows] : {std::pair{1, 1}, {300, 3}, {256, 16}, {257, 5}, {31, 29}})
     {
         SCOPED_TRACE(testing::Message() << iX << " columns, " << iRows << " rows");
         constexpr int iProjs = 4;

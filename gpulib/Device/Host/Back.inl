@@ -23,7 +23,8 @@ struct BlockSums
     alignas(64) float afMixedHits[Block<LANES>::iVoxels * LANES];
 };
 
-/// Where the voxels of a block fall on a detector row.
+/// Where the voxels of a block fall on a detector row: coordinate, offset of the pixel to the left,
+/// and the weights of this pixel and the next.
 template <int LANES>
 struct BlockCoords
 {
@@ -32,28 +33,42 @@ struct BlockCoords
     alignas(64) float afLeft[Block<LANES>::iVoxels], afRight[Block<LANES>::iVoxels];
 };
 
-/// Detector coordinates, then the two pixels around each with their weights. Coordinates off the
-/// row read its first or last pixel.
+/// Voxel centres of a block from the middle of the slice.
 template <int LANES>
-DEVICE_FN void PlaceBlock(const BackView& rView, float fCentreU, float fX, float fZ, int iProjX,
+struct BlockCentres
+{
+    alignas(64) float afX[Block<LANES>::iVoxels], afZ[Block<LANES>::iVoxels];
+};
+
+/// Places a block on a detector row. CLAMP: coordinates off the row read its first or last pixel;
+/// without it all of them are known to lie inside.
+template <bool CLAMP, int LANES>
+DEVICE_FN void PlaceBlock(const BackView& rView, float fCentreU,
+                          const BlockCentres<LANES>& rCentres, int iProjX,
                           BlockCoords<LANES>& rCoords)
 {
     using B = Block<LANES>;
+    const float fCos = rView.fCos, fSin = rView.fSin;
     const float fLast = static_cast<float>(iProjX - 1);
     const int iLastLeft = iProjX > 1 ? iProjX - 2 : 0;
+#pragma GCC ivdep
+#pragma GCC unroll 1  // or it becomes straight scalar code
     for (int j = 0; j < B::iVoxels; ++j)
     {
-        const float fU =
-            DetectorCoordinate(fCentreU, fX + static_cast<float>(j % B::iX),
-                               fZ + static_cast<float>(j / B::iX), rView.fCos, rView.fSin);
-        const float fNotLow = fU > 0.0f ? fU : 0.0f;
-        const float fInside = fNotLow < fLast ? fNotLow : fLast;
+        const float fU = DetectorCoordinate(fCentreU, rCentres.afX[j], rCentres.afZ[j], fCos, fSin);
+        float fInside = fU;
+        if constexpr (CLAMP)
+        {
+            fInside = fU > 0.0f ? fU : 0.0f;
+            fInside = fInside < fLast ? fInside : fLast;
+        }
         int iLeft = static_cast<int>(fInside);
-        iLeft = iLeft < iLastLeft ? iLeft : iLastLeft;
-        rCoords.afU[j] = fU;
+        if constexpr (CLAMP) iLeft = iLeft < iLastLeft ? iLeft : iLastLeft;
+        const float fRight = fInside - static_cast<float>(iLeft);
+        if constexpr (CLAMP) rCoords.afU[j] = fU;
         rCoords.aiOffset[j] = iLeft * LANES;
-        rCoords.afRight[j] = fInside - static_cast<float>(iLeft);
-        rCoords.afLeft[j] = 1.0f - rCoords.afRight[j];
+        rCoords.afRight[j] = fRight;
+        rCoords.afLeft[j] = 1.0f - fRight;
     }
 }
 
@@ -90,6 +105,18 @@ static void AddMixed(const BackView& rView, const BlockCoords<LANES>& rCoords, i
     }
 }
 
+/// Whether all voxels of a block lie in the valid columns of all lanes.
+template <EUpdate UPDATE, int LANES>
+DEVICE_FN bool SeenByAll(const BackView& rView, const BlockCoords<LANES>& rCoords)
+{
+    int iSkipped = 0;
+    for (int j = 0; j < Block<LANES>::iVoxels; ++j)
+        iSkipped |= UPDATE == EUpdate::eSart
+                        ? SartSkips(rCoords.afU[j], rView.fAllFirst, rView.fAllEnd)
+                        : EmSkips(rCoords.afU[j], rView.fAllFirst, rView.fAllEnd);
+    return !iSkipped;
+}
+
 /// Adds all views to the block whose first voxel lies at (fX, fZ) from the middle of the slice.
 template <EUpdate UPDATE, int LANES>
 DEVICE_FN void SumBlock(const BackParams& rP, const BackView* pViews, int iViews, float fX,
@@ -104,20 +131,28 @@ DEVICE_FN void SumBlock(const BackParams& rP, const BackView* pViews, int iViews
 #pragma GCC unroll 16
     for (int j = 0; j < B::iVoxels; ++j) aSum[j] = Fill<LANES>(0.0f);
     BlockCoords<LANES> aCoords;
+    BlockCentres<LANES> aCentres;
+    for (int j = 0; j < B::iVoxels; ++j)
+    {
+        aCentres.afX[j] = fX + static_cast<float>(j % B::iX);
+        aCentres.afZ[j] = fZ + static_cast<float>(j / B::iX);
+    }
+    const float fMiddleX = fX + (B::iX - 1) * 0.5f, fMiddleZ = fZ + (B::iZ - 1) * 0.5f;
     for (int v = 0; v < iViews; ++v)
     {
         const BackView& rView = pViews[v];
-        PlaceBlock<LANES>(rView, fCentreU, fX, fZ, rP.iProjX, aCoords);
-        int iNotAll = 0, iAny = 0;
-        for (int j = 0; j < B::iVoxels; ++j)
+        const float fMiddleU =
+            DetectorCoordinate(fCentreU, fMiddleX, fMiddleZ, rView.fCos, rView.fSin);
+        if (fMiddleU < rView.fNoneBefore || fMiddleU > rView.fNoneAfter) continue;
+        bool bAll = fMiddleU > rView.fAllFrom && fMiddleU < rView.fAllTo;
+        if (bAll)
+            PlaceBlock<false, LANES>(rView, fCentreU, aCentres, rP.iProjX, aCoords);
+        else
         {
-            const float fU = aCoords.afU[j];
-            iNotAll |= UPDATE == EUpdate::eSart ? SartSkips(fU, rView.fAllFirst, rView.fAllEnd)
-                                                : EmSkips(fU, rView.fAllFirst, rView.fAllEnd);
-            iAny |= !(UPDATE == EUpdate::eSart ? SartSkips(fU, rView.fAnyFirst, rView.fAnyEnd)
-                                               : EmSkips(fU, rView.fAnyFirst, rView.fAnyEnd));
+            PlaceBlock<true, LANES>(rView, fCentreU, aCentres, rP.iProjX, aCoords);
+            bAll = SeenByAll<UPDATE, LANES>(rView, aCoords);
         }
-        if (!iNotAll)
+        if (bAll)
         {
             ++rSums.iHits;
 #pragma GCC unroll 16
@@ -128,7 +163,7 @@ DEVICE_FN void SumBlock(const BackParams& rP, const BackView* pViews, int iViews
                 AddWeighted<LANES>(aSum[j], aCoords.afRight[j], pfLeft + iStep);
             }
         }
-        else if (iAny)
+        else
         {
 #pragma GCC unroll 16
             for (int j = 0; j < B::iVoxels; ++j) rSums.aSum[j] = aSum[j];

@@ -7,10 +7,12 @@
 constexpr int g_iRays = 16;  // neighbouring rays that are handled together
 constexpr int g_iSteps = 8;  // samples of each whose weights are found together
 
-/// Base texels [iX0, iX1) x [iZ0, iZ1).
+/// Base texels [iX0, iX1) x [iZ0, iZ1); a sample also reads the next texel either way.
 struct Tile
 {
     int iX0, iX1, iZ0, iZ1;
+    const float* pfTexels;  ///< texel (iX0, iZ0)
+    int iPitch;             ///< values from one row of texels to the next
 };
 
 /// Whether sample i has reached fLimit: false, then true along a ray that rises or falls.
@@ -118,35 +120,45 @@ struct SampleBlock
     alignas(64) float af10[g_iSteps][g_iRays], af11[g_iSteps][g_iRays];
 };
 
-/// Places samples iStep and following of each span. Beyond the end of a span its last sample is
-/// repeated with weight 0; an empty span reads some texel of the tile.
-template <int LANES>
+/// Places samples iStep and following of each span. WHOLE: all spans are long enough. Without it
+/// a span that has ended repeats its last sample with weight 0, and an empty one reads any texel.
+template <bool WHOLE, int LANES>
 DEVICE_FN void PlaceSamples(const RayGeometry& rRays, const float* pfX, const float* pfZ,
-                            const Spans& rSpans, int iStep, const Tile& rTile, int iPitch,
-                            SampleBlock& rBlock)
+                            const Spans& rSpans, int iStep, const Tile& rTile, SampleBlock& rBlock)
 {
     const int iLastOffset =
-        (rTile.iZ1 - rTile.iZ0 - 1) * iPitch + (rTile.iX1 - rTile.iX0 - 1) * LANES;
+        (rTile.iZ1 - rTile.iZ0 - 1) * rTile.iPitch + (rTile.iX1 - rTile.iX0 - 1) * LANES;
     for (int k = 0; k < g_iSteps; ++k)
     {
 #pragma GCC ivdep
         for (int r = 0; r < g_iRays; ++r)
         {
-            const int iLast = rSpans.aiCount[r] - 1;
-            const int iWanted = iStep + k;
-            const int i = rSpans.aiFirst[r] + (iWanted < iLast ? iWanted : iLast);
-            const float fIn = static_cast<float>(iWanted <= iLast);
+            int iWanted = iStep + k;
+            float fIn = 1.0f;
+            if constexpr (!WHOLE)
+            {
+                const int iLast = rSpans.aiCount[r] - 1;
+                fIn = static_cast<float>(iWanted <= iLast);
+                iWanted = iWanted < iLast ? iWanted : iLast;
+            }
+            const int i = rSpans.aiFirst[r] + iWanted;
             const float fX = RaySample(pfX[r], -rRays.fSin, rRays.fHalf, i);
             const float fZ = RaySample(pfZ[r], rRays.fCos, rRays.fHalf, i);
             const int iX = static_cast<int>(fX);
             const int iZ = static_cast<int>(fZ);
-            const float fRight = (fX - static_cast<float>(iX)) * fIn;
-            const float fUp = (fZ - static_cast<float>(iZ)) * fIn;
-            const int iOffset = (iZ - rTile.iZ0) * iPitch + (iX - rTile.iX0) * LANES;
-            const int iNotLow = iOffset > 0 ? iOffset : 0;
+            int iOffset = (iZ - rTile.iZ0) * rTile.iPitch + (iX - rTile.iX0) * LANES;
+            float fRight = fX - static_cast<float>(iX);
+            float fUp = fZ - static_cast<float>(iZ);
+            if constexpr (!WHOLE)
+            {
+                iOffset = iOffset > 0 ? iOffset : 0;
+                iOffset = iOffset < iLastOffset ? iOffset : iLastOffset;
+                fRight *= fIn;
+                fUp *= fIn;
+            }
             const float f11 = fRight * fUp;
             const float f10 = fUp - f11;
-            rBlock.aiOffset[k][r] = iNotLow < iLastOffset ? iNotLow : iLastOffset;
+            rBlock.aiOffset[k][r] = iOffset;
             rBlock.af11[k][r] = f11;
             rBlock.af10[k][r] = f10;
             rBlock.af01[k][r] = fRight - f11;
@@ -157,8 +169,7 @@ DEVICE_FN void PlaceSamples(const RayGeometry& rRays, const float* pfX, const fl
 
 /// Adds a block of samples to the sums of its rays, [ray][lane].
 template <int LANES>
-DEVICE_FN void AddSamples(const SampleBlock& rBlock, int iSteps, const float* pfTile, int iPitch,
-                          float* pfSums)
+DEVICE_FN void AddSamples(const SampleBlock& rBlock, int iSteps, const Tile& rTile, float* pfSums)
 {
     constexpr int iTogether = (TALVEN_VECTOR == 16 ? 16 : 8) / Lanes<LANES>::iCount;
     for (int iRay = 0; iRay < g_iRays; iRay += iTogether)
@@ -172,8 +183,8 @@ DEVICE_FN void AddSamples(const SampleBlock& rBlock, int iSteps, const float* pf
             for (int j = 0; j < iTogether; ++j)
             {
                 const int r = iRay + j;
-                const float* pfLower = pfTile + rBlock.aiOffset[k][r];
-                const float* pfUpper = pfLower + iPitch;
+                const float* pfLower = rTile.pfTexels + rBlock.aiOffset[k][r];
+                const float* pfUpper = pfLower + rTile.iPitch;
                 AddWeighted<LANES>(aSum[j], rBlock.af00[k][r], pfLower);
                 AddWeighted<LANES>(aSum[j], rBlock.af01[k][r], pfLower + LANES);
                 AddWeighted<LANES>(aSum[j], rBlock.af10[k][r], pfUpper);
@@ -209,10 +220,6 @@ static void ForwardTile(const ForwardParams& rP, const Tile& rTile, const Forwar
 {
     const RayGeometry aRays = rView.aRays;
     const Share aColumns = ColumnsOfTile(aRays, rTile, rP.iProjX);
-    const int iPitch = rP.aVol.iWidth * LANES;
-    const float* pfTile =
-        static_cast<const float*>(rP.aVol.pvData) +
-        (static_cast<std::size_t>(rTile.iZ0) * rP.aVol.iWidth + rTile.iX0) * LANES;
     alignas(64) float afX[g_iRays], afZ[g_iRays], afSums[g_iRays * LANES];
     Spans aSpans;
     SampleBlock aBlock;
@@ -228,17 +235,23 @@ static void ForwardTile(const ForwardParams& rP, const Tile& rTile, const Forwar
         }
         CutSpans(afZ, aRays.fCos, aRays.fHalf, rTile.iZ0, rTile.iZ1, aRays.iSamples, aSpans);
         CutSpans(afX, -aRays.fSin, aRays.fHalf, rTile.iX0, rTile.iX1, aRays.iSamples, aSpans);
-        int iMost = 0;
+        int iMost = 0, iLeast = aRays.iSamples;
         for (int r = 0; r < g_iRays; ++r)
+        {
             iMost = aSpans.aiCount[r] > iMost ? aSpans.aiCount[r] : iMost;
+            iLeast = aSpans.aiCount[r] < iLeast ? aSpans.aiCount[r] : iLeast;
+        }
         if (iMost == 0) continue;
 
         for (int i = 0; i < g_iRays * LANES; ++i) afSums[i] = 0.0f;
         for (int iStep = 0; iStep < iMost; iStep += g_iSteps)
         {
-            PlaceSamples<LANES>(aRays, afX, afZ, aSpans, iStep, rTile, iPitch, aBlock);
+            if (iStep + g_iSteps <= iLeast)
+                PlaceSamples<true, LANES>(aRays, afX, afZ, aSpans, iStep, rTile, aBlock);
+            else
+                PlaceSamples<false, LANES>(aRays, afX, afZ, aSpans, iStep, rTile, aBlock);
             const int iSteps = iMost - iStep < g_iSteps ? iMost - iStep : g_iSteps;
-            AddSamples<LANES>(aBlock, iSteps, pfTile, iPitch, afSums);
+            AddSamples<LANES>(aBlock, iSteps, rTile, afSums);
         }
         float* pfSums = rView.pfSums + static_cast<std::size_t>(x) * LANES;
         for (int r = 0; r < iRays; ++r)
@@ -248,23 +261,42 @@ static void ForwardTile(const ForwardParams& rP, const Tile& rTile, const Forwar
     }
 }
 
+/// Points a tile at the slice or, when it will be read often, at a copy: rows of a slice lie whole
+/// powers of two apart and would fight for the same few lines of the cache.
 template <int LANES>
-static void ForwardLanes(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
+static void LocateTile(const DeviceImage& rVol, bool bCopy, float* pfScratch, Tile& rTile)
+{
+    const std::size_t tPitch = static_cast<std::size_t>(rVol.iWidth) * LANES;
+    const float* pfFirst =
+        static_cast<const float*>(rVol.pvData) + rTile.iZ0 * tPitch + rTile.iX0 * LANES;
+    rTile.pfTexels = pfFirst;
+    rTile.iPitch = static_cast<int>(tPitch);
+    constexpr std::size_t tWidest = 1 << 24;  // offsets in a tile have 32 bits
+    if (!bCopy && tPitch < tWidest) return;
+    rTile.pfTexels = pfScratch;
+    rTile.iPitch = (rTile.iX1 - rTile.iX0 + 1) * LANES;
+    for (int z = 0; z <= rTile.iZ1 - rTile.iZ0; ++z)
+        __builtin_memcpy(pfScratch + z * rTile.iPitch, pfFirst + z * tPitch,
+                         rTile.iPitch * sizeof(float));
+}
+
+template <int LANES>
+static void ForwardLanes(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
+                         float* pfScratch)
 {
     for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
         for (int x = 0; x < rP.iProjX; ++x)
             Store<LANES>(pViews[v].pfSums + static_cast<std::size_t>(x) * LANES, Fill<LANES>(0.0f));
-    // A tile of 1 MiB fits the second level cache of most machines. Flat ones let rays end too
-    // soon.
-    constexpr int iTileX = 256 * 16 / LANES;
-    const int iFit = (1 << 30) / (rP.aVol.iWidth * LANES) - 1;  // offsets in a tile have 32 bits
-    const int iTileZ = iFit < 64 ? iFit : 64;
+    constexpr int iWorthACopy = 4;  // views
+    const bool bCopy = aViews.iEnd - aViews.iFirst >= iWorthACopy;
     const int iBaseX = rP.iVolX + 1, iBaseZ = rP.iVolZ + 1;
-    for (int z = 0; z < iBaseZ; z += iTileZ)
-        for (int x = 0; x < iBaseX; x += iTileX)
+    for (int z = 0; z < iBaseZ; z += g_iTileZ)
+        for (int x = 0; x < iBaseX; x += g_iTileX)
         {
-            const Tile aTile = {x, x + iTileX < iBaseX ? x + iTileX : iBaseX, z,
-                                z + iTileZ < iBaseZ ? z + iTileZ : iBaseZ};
+            Tile aTile = {x,       x + g_iTileX < iBaseX ? x + g_iTileX : iBaseX,
+                          z,       z + g_iTileZ < iBaseZ ? z + g_iTileZ : iBaseZ,
+                          nullptr, 0};
+            LocateTile<LANES>(rP.aVol, bCopy, pfScratch, aTile);
             for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
                 ForwardTile<LANES>(rP, aTile, pViews[v]);
         }

@@ -5,6 +5,7 @@
 
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/Host/HostKernels.h"
+#include "gpulib/Device/Host/HostMemory.h"
 #include "gpulib/Device/Host/Team.h"
 
 /// The processor as a set of devices, one per core or per group of cores.
@@ -19,7 +20,7 @@ public:
 
     const char* GetName() const override { return "host"; }
     const char* GetDetail() const override { return m_rKernels.pcName; }
-    int GetDeviceCount() const override { return static_cast<int>(m_vTeams.size()); }
+    int GetDeviceCount() const override { return static_cast<int>(m_vDevices.size()); }
     std::size_t GetDeviceMemory(int iDevice) const override;
     bool SelectDevice(int iDevice) override;
     int GetBatchRows(int iRows, std::size_t tBytesPerRow) const override;
@@ -43,11 +44,17 @@ public:
     bool SumAbs(const SumAbsParams& rParams) override;
 
 private:
+    struct Device
+    {
+        std::unique_ptr<CTeam> pTeam;
+        std::vector<HostBlock> vScratch;  // one per core, made when first needed
+    };
+    Device& mDevice();  // of the calling thread
     bool mCreate(DeviceImage& rImage, const char* pcKind);
     template <class F>
     void mSplit(int iPieces, F fShare);
 
     const HostKernels& m_rKernels;
     const int m_iMaxRows;
-    std::vector<std::unique_ptr<CTeam>> m_vTeams;  // one per device
+    std::vector<Device> m_vDevices;
 };

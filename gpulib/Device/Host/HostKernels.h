@@ -1,15 +1,17 @@
 #pragma once
 
+#include <cstddef>
+
 #include "gpulib/Device/KernelParams.h"
 #include "gpulib/Device/ProjMath.h"
 
 // The kernels of the host backend, one set of functions per instruction set. What does not depend
 // on the instruction set (index list, angles, ranges) is resolved once, before the call.
 //
-// Images have 1, 4, 8 or 16 lanes. Every function works on its share of independent pieces, so
+// Images have 1, 4, 8, 16 or 32 lanes. Every function works on its share of independent pieces, so
 // that a device with several cores can split the work; results do not depend on the split.
 
-constexpr int g_iMaxLanes = 16;
+constexpr int g_iMaxLanes = 32;
 
 /// One projection of a forward projection.
 struct ForwardView
@@ -25,8 +27,10 @@ struct BackView
     const float* pfRow;          ///< working row, [x][lane]
     float afFirst[g_iMaxLanes];  ///< valid columns per lane, first and one past last
     float afEnd[g_iMaxLanes];    ///< lanes that are not in use repeat the last one in use
-    float fAllFirst, fAllEnd;    ///< intersection of the lanes
-    float fAnyFirst, fAnyEnd;    ///< union of the lanes
+    float fAllFirst, fAllEnd;    ///< columns valid for all lanes
+    float fAllFrom, fAllTo;      ///< a block whose middle lies between falls on such columns, and
+                                 ///< on the row, with all its voxels
+    float fNoneBefore, fNoneAfter;  ///< a block whose middle lies outside falls on none of any lane
 };
 
 /// A piece [iFirst, iEnd) of some sequence.
@@ -38,8 +42,9 @@ struct Share
 struct HostKernels
 {
     const char* pcName;
-    /// Ray sums of a share of the views.
-    void (*Forward)(const ForwardParams& rP, const ForwardView* pViews, Share aViews);
+    /// Ray sums of a share of the views. pfScratch: g_tForwardScratch values for this call alone.
+    void (*Forward)(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
+                    float* pfScratch);
     /// All views into a share of the tile rows of the slice.
     void (*Back)(const BackParams& rP, const BackView* pViews, int iViews, Share aTileRows);
     /// piRows: raw numbers of the projections, one per list position from rP.iFirst on.
@@ -49,6 +54,16 @@ struct HostKernels
     /// Totals of the rows in use, [list position][lane].
     void (*SumAbs)(const SumAbsParams& rP, const int* piRows, Share aRows, float* pfTotals);
 };
+
+/// No voxel of a block is projected farther than this from the middle of the block, columns.
+constexpr float g_fBlockReach = 3.0f;
+
+/// Texels of a tile of the forward projection. 1.3 MiB for 32 lanes, which the second level caches
+/// hold; flatter tiles let rays end too soon. The same for any number of lanes: sums are made tile
+/// by tile, and rows must not feel how many others are in the batch.
+constexpr int g_iTileX = 160, g_iTileZ = 64;
+/// Room for a tile with one texel more either way.
+constexpr std::size_t g_tForwardScratch = std::size_t(g_iTileX + 1) * (g_iTileZ + 1) * g_iMaxLanes;
 
 /// Height of the tiles of a back projection.
 constexpr int g_iBackTile = 32;

@@ -13,6 +13,7 @@ namespace
 {
 constexpr std::size_t g_tLine = 64;
 constexpr std::size_t g_tHugePage = std::size_t(2) << 20;
+constexpr std::size_t g_tHuge = std::size_t(1) << 20;  // from here on take whole huge pages
 constexpr std::size_t g_tBig = std::size_t(64) << 20;  // from here on ask what is left
 constexpr std::size_t g_tUnknown = std::numeric_limits<std::size_t>::max();
 
@@ -50,21 +51,22 @@ std::size_t GetMachineMemory()
     return std::min(tPhysical, ReadNumber("/sys/fs/cgroup/memory.max", ""));
 }
 
-void* AllocateZeroed(std::size_t tBytes)
+HostBlock AllocateZeroed(std::size_t tBytes)
 {
-    const bool bHuge = tBytes >= g_tHugePage;
+    const bool bHuge = tBytes >= g_tHuge;
     const std::size_t tAlign = bHuge ? g_tHugePage : g_tLine;
+    const std::size_t tRounded = (tBytes + tAlign - 1) / tAlign * tAlign;
     if (tBytes > GetMachineMemory() || (tBytes >= g_tBig && !IsLeft(tBytes))) return nullptr;
-    void* pvData = std::aligned_alloc(tAlign, (tBytes + tAlign - 1) / tAlign * tAlign);
+    void* pvData = std::aligned_alloc(tAlign, tRounded);
     if (!pvData) return nullptr;
 #ifdef MADV_HUGEPAGE
-    if (bHuge) madvise(pvData, tBytes, MADV_HUGEPAGE);  // a hint: nothing depends on it
+    if (bHuge) madvise(pvData, tRounded, MADV_HUGEPAGE);  // a hint: nothing depends on it
 #endif
     std::memset(pvData, 0, tBytes);
-    return pvData;
+    return HostBlock(pvData);
 }
 
-void Release(void* pvData)
+void HostRelease::operator()(void* pvData) const
 {
     std::free(pvData);
 }

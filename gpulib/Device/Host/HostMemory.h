@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 // Memory of the host backend.
 
@@ -8,7 +9,12 @@
 /// group when that is lower.
 std::size_t GetMachineMemory();
 
+struct HostRelease
+{
+    void operator()(void* pvData) const;
+};
+using HostBlock = std::unique_ptr<void, HostRelease>;
+
 /// Zero-filled memory, aligned to 64 bytes; big blocks are backed by huge pages where the machine
 /// has them. \return null when the machine does not have that much left
-void* AllocateZeroed(std::size_t tBytes);
-void Release(void* pvData);
+HostBlock AllocateZeroed(std::size_t tBytes);

@@ -7,22 +7,17 @@
 #include "gpulib/Device/Host/Stream.inl"
 
 // Calls the instance of a kernel for the lanes of an image.
-#define TALVEN_FOR_LANES(LANES, KERNEL, ...) \
-    switch (LANES)                           \
-    {                                        \
-    case 1:                                  \
-        return KERNEL<1>(__VA_ARGS__);       \
-    case 4:                                  \
-        return KERNEL<4>(__VA_ARGS__);       \
-    case 8:                                  \
-        return KERNEL<8>(__VA_ARGS__);       \
-    default:                                 \
-        return KERNEL<16>(__VA_ARGS__);      \
-    }
+#define TALVEN_FOR_LANES(LANES, KERNEL, ...)           \
+    if ((LANES) == 1) return KERNEL<1>(__VA_ARGS__);   \
+    if ((LANES) == 4) return KERNEL<4>(__VA_ARGS__);   \
+    if ((LANES) == 8) return KERNEL<8>(__VA_ARGS__);   \
+    if ((LANES) == 16) return KERNEL<16>(__VA_ARGS__); \
+    return KERNEL<32>(__VA_ARGS__);
 
-static void Forward(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
+static void Forward(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
+                    float* pfScratch)
 {
-    TALVEN_FOR_LANES(rP.aVol.iLanes, ForwardLanes, rP, pViews, aViews)
+    TALVEN_FOR_LANES(rP.aVol.iLanes, ForwardLanes, rP, pViews, aViews, pfScratch)
 }
 
 static void Back(const BackParams& rP, const BackView* pViews, int iViews, Share aTileRows)
