@@ -1,7 +1,9 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "server/Data/RemotePacket.h"
 
@@ -33,5 +35,6 @@ private:
     bool mLend(const CRemotePacket& rRequest, std::span<const float> aData, std::string& rReason);
 
     static std::unique_ptr<CDataReply> m_pInstance;
+    std::vector<float> m_vfRfactors;  // lent to the packet until it is sent
     CRemotePacket m_aRemotePacket;
 };

@@ -13,6 +13,7 @@
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/Recon/WeightOpt.h"
 #include "server/Data/RemotePacket.h"
+#include "server/Data/RspUtil.h"
 
 namespace
 {
@@ -132,6 +133,39 @@ TEST_F(Holders, ListKernelAndBoxKeepWhatCame)
     EXPECT_EQ(rWeight.GetDim(), nullptr);
     EXPECT_EQ(rWeight.GetOrig(), nullptr);
     CWeightOpt::DeleteInstance();
+}
+
+TEST_F(Holders, ResponsesAreBuiltFromThem)
+{
+    CVolData& rVolume = *CVolData::GetInstance();
+    ASSERT_TRUE(rVolume.HandleVolSize(Make({2, 1, 3}), m_strReason));
+    rVolume.GetNthSlice(2)[1] = 7;
+    CRspUtil& rRspUtil = *CRspUtil::GetInstance();
+    const struct
+    {
+        std::uint32_t uiType, uiWhich, uiBytes, uiStatus;
+    } aCases[] = {{CMsgConst::VOLGET, 2, 8, 0},
+                  {CMsgConst::VOLGET, 0, 0, 1},  // the last slice was the end of the volume
+                  {CMsgConst::PROJGET, 0, 0, 1},
+                  {CMsgConst::RECONSTATGET, 0, 0, 1},
+                  {CMsgConst::SERVERPROP, 0, 0, 0},
+                  {CMsgConst::VOLSIZE, 0, 0, 0}};
+    for (std::uint32_t i = 0; i < std::size(aCases); ++i)
+    {
+        SCOPED_TRACE(i);
+        CRemotePacket aRequest = Make({aCases[i].uiWhich});
+        aRequest.SetMsgType(aCases[i].uiType);
+        rRspUtil.CreateResponse(aRequest);
+        ASSERT_EQ(rRspUtil.GetNumPackets(), 1);
+        const CRemotePacket& rReply = *rRspUtil.GetNthPacket(0);
+        EXPECT_EQ(rReply.GetSerial(), i);
+        EXPECT_EQ(rReply.GetOptSize(), aCases[i].uiBytes);
+        EXPECT_EQ(rReply.GetNthField(5), aCases[i].uiStatus);
+    }
+    EXPECT_EQ(rRspUtil.GetNthPacket(1), nullptr);
+    rRspUtil.CreateResponse(Make({}));  // INVALID has no response
+    EXPECT_EQ(rRspUtil.GetNumPackets(), 0);
+    CRspUtil::DeleteInstance();
 }
 
 TEST_F(Holders, RfactorsAddUpOverWorkers)
