@@ -14,6 +14,7 @@ void CDiffProjImpl::SetTextures(CTextures& rTextures)
 
 void CDiffProjImpl::SetProjIndices(std::span<const unsigned int> uiIndices)
 {
+    m_iListSize = static_cast<int>(uiIndices.size());
     m_aWeightImpl.SetProjIndices(uiIndices);
 }
 
@@ -36,6 +37,13 @@ void CDiffProjImpl::SetSetRange(const int* piRange)
 {
     m_aiSetRange[0] = piRange[0];
     m_aiSetRange[1] = piRange[1];
+}
+
+bool CDiffProjImpl::NotifyVolZero()
+{
+    m_iSumsFirst = 0;
+    m_iSumsEnd = m_iListSize;
+    return m_aSums.Init(0);
 }
 
 bool CDiffProjImpl::DoDif()

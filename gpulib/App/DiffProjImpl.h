@@ -27,6 +27,8 @@ public:
     void SetSetRange(const int* piRange);
     /// The slices were loaded or updated: no ray sum holds any more.
     void NotifyVolChanged() { m_iSumsFirst = m_iSumsEnd = 0; }
+    /// The slices that were loaded are 0 everywhere, and so are their ray sums.
+    [[nodiscard]] bool NotifyVolZero();
 
     /// Working rows of the set = measured - ray sums.
     [[nodiscard]] bool DoDif();
@@ -44,6 +46,7 @@ protected:
 
 private:
     CWeightImpl m_aWeightImpl;
+    int m_iListSize = 0;
     int m_iProjX = 0;
     int m_iProjs = 0;
     int m_aiSetRange[2] = {0, 0};

@@ -36,21 +36,25 @@ bool CReconImpl::Configure(int iLanes)
                                       static_cast<int>(m_uiIters));
 }
 
-bool CReconImpl::DoIt(unsigned int uiFirst, unsigned int uiEnd, int iY, int iRows)
+bool CReconImpl::SetBatch(int iY, int iRows, bool bZero)
 {
     m_iY = iY;
     m_iRows = iRows;
     mGetDifProj().NotifyVolChanged();
-    if (!mGetDifProj().WeightRef()) return false;
-    if (uiFirst == 0 && !m_aRfactorImpl.CalcRaw(iRows)) return false;
+    return (!bZero || mGetDifProj().NotifyVolZero()) && mGetDifProj().WeightRef();
+}
+
+bool CReconImpl::DoIt(unsigned int uiFirst, unsigned int uiEnd)
+{
+    if (uiFirst == 0 && !m_aRfactorImpl.CalcRaw(m_iRows)) return false;
     for (unsigned int i = uiFirst; i < uiEnd; ++i)
         if (!mDoIteration(i) || !mCalcRfactor(i)) return false;
     return true;
 }
 
-bool CReconImpl::ToHost(int iStartY, int iY, int iRows, Util_Volume& rVolume) const
+bool CReconImpl::ToHost(int iStartY, Util_Volume& rVolume) const
 {
-    return m_aBackProjImpl.ToHost(rVolume, iStartY + iY, iRows);
+    return m_aBackProjImpl.ToHost(rVolume, iStartY + m_iY, m_iRows);
 }
 
 bool CReconImpl::GetRfactor(std::vector<double>& rRfactor) const

@@ -29,11 +29,14 @@ public:
 
     /// Passes all of the above on and allocates what a batch of iLanes rows needs.
     [[nodiscard]] bool Configure(int iLanes);
-    /// Runs iterations [uiFirst, uiEnd) on the batch that was loaded.
-    /// \param iY  first row of the batch within the band
-    [[nodiscard]] bool DoIt(unsigned int uiFirst, unsigned int uiEnd, int iY, int iRows);
-    /// Stores the batch as rows iStartY + iY, ... of the volume.
-    [[nodiscard]] bool ToHost(int iStartY, int iY, int iRows, Util_Volume& rVolume) const;
+    /// Tells that a batch was loaded.
+    /// \param iY     first row of the batch within the band
+    /// \param bZero  its slices are 0 everywhere
+    [[nodiscard]] bool SetBatch(int iY, int iRows, bool bZero);
+    /// Runs iterations [uiFirst, uiEnd) on the batch.
+    [[nodiscard]] bool DoIt(unsigned int uiFirst, unsigned int uiEnd);
+    /// Stores the batch in the volume; iStartY is the first row of the band.
+    [[nodiscard]] bool ToHost(int iStartY, Util_Volume& rVolume) const;
     /// See CRfactorImpl.
     [[nodiscard]] bool GetRfactor(std::vector<double>& rRfactor) const;
     void FreeMemory();

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "gpulib/App/JobShape.h"
+#include "gpulib/App/RowBatch.h"
 #include "gpulib/App/TomoVolume.h"
 #include "gpulib/Device/DeviceError.h"
 
@@ -57,9 +58,10 @@ bool CTomoRecon::mDoBlock(unsigned int uiFirst, unsigned int uiEnd)
     for (int y = 0; y < m_iSizeY; y += m_iBatch)
     {
         const int iRows = std::min(m_iBatch, m_iSizeY - y);
+        const bool bZero = IsZero(mGetVolume(), m_iStartY + y, iRows);
         if (!mSetProjTex(m_iStartY + y, iRows) || !mSetVolTex(m_iStartY + y, iRows) ||
-            !m_pImpl->DoIt(uiFirst, uiEnd, y, iRows) ||
-            !m_pImpl->ToHost(m_iStartY, y, iRows, mGetVolume()))
+            !m_pImpl->SetBatch(y, iRows, bZero) || !m_pImpl->DoIt(uiFirst, uiEnd) ||
+            !m_pImpl->ToHost(m_iStartY, mGetVolume()))
             return false;
     }
     return true;

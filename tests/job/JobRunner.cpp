@@ -106,7 +106,7 @@ TestData MakeData(const TestJob& rJob, unsigned uiSeed)
     std::mt19937 aRandom(uiSeed);
     std::uniform_real_distribution<float> aValue(0.1f, 2.0f);
     aData.vfVolume.resize(std::size_t(rJob.iVolX) * rJob.iY * rJob.iVolZ);
-    for (float& rfValue : aData.vfVolume) rfValue = aValue(aRandom);
+    for (float& rfValue : aData.vfVolume) rfValue = rJob.bZeroStart ? 0.0f : aValue(aRandom);
     const float fScale = float(rJob.iVolZ);  // about a ray sum
     for (int n = 0; n < CountProjs(rJob); ++n)
         for (int y = 0; y < rJob.iY; ++y)

@@ -22,7 +22,8 @@ struct TestJob
     std::vector<unsigned> vuiList;     // empty: all
     std::vector<OracleBox> vBox;       // empty: none given
     unsigned uiInterval = 0;
-    bool bInvalid = false;  // missing columns at the sides, and whole missing rows
+    bool bZeroStart = false;  // from an empty volume
+    bool bInvalid = false;    // missing columns at the sides, and whole missing rows
 };
 
 /// What a failed test calls the job.

@@ -26,6 +26,7 @@ std::vector<TestJob> GetSingleOperations()
             aChange(vJobs.back());
         };
         Add("Plain", [](TestJob&) {});
+        Add("LongBand", [](TestJob& r) { r.iY = 330, r.iProjX = r.iVolX = 9, r.iVolZ = 5; });
         Add("WiderVolume", [](TestJob& r) { r.iVolX = 61; });
         Add("NarrowerVolume", [](TestJob& r) { r.iVolX = 20; });
         Add("OneColumn", [](TestJob& r) { r.iProjX = r.iVolX = r.iVolZ = 1; });
@@ -59,6 +60,8 @@ std::vector<TestJob> GetIterations()
             aChange(vJobs.back());
         };
         Add("OneSet", [](TestJob&) {});
+        Add("FromZero", [](TestJob& r) { r.bZeroStart = true, r.uiSets = 2; });
+        Add("LongBand", [](TestJob& r) { r.iY = 330, r.iProjX = r.iVolX = 9, r.iVolZ = 5; });
         Add("OneIteration", [](TestJob& r) { r.iIterations = 1; });
         Add("ThreeSets", [](TestJob& r) { r.uiSets = 3; });
         Add("SetsTooShort", [](TestJob& r) { r.uiSets = 2, r.vuiSetSize = {2, 3}; });

@@ -60,6 +60,18 @@ TEST_P(SameBits, AnyWorkersAndBatches)
     }
 }
 
+// Bands of many rows may be cut into larger batches than short ones.
+TEST_P(SameBits, LongBands)
+{
+    TestJob aJob = MakeJob(EMethod::eSart, false);
+    aJob.iY = 400;
+    aJob.iProjX = aJob.iVolX = 11;
+    const TestData aStart = MakeData(aJob, 6);
+    const TestData aExpected = RunJob(aJob, aStart, GetParam(), 1, 1);
+    for (const int iWorkers : {1, 2, 7})
+        EXPECT_EQ(RunJob(aJob, aStart, GetParam(), iWorkers).vfVolume, aExpected.vfVolume);
+}
+
 // Sums that are kept over an iteration give what summing again would give: with an interval of 1
 // the slices, and with them the sums, are loaded afresh for each iteration.
 TEST_P(SameBits, KeptRaySums)
@@ -68,6 +80,7 @@ TEST_P(SameBits, KeptRaySums)
     {
         TestJob aJob = MakeJob(eMethod, false);
         aJob.uiInterval = 0;
+        aJob.bZeroStart = true;
         const TestData aStart = MakeData(aJob, 4);
         const TestData aKept = RunJob(aJob, aStart, GetParam(), 2);
         aJob.uiInterval = 1;
