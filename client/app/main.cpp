@@ -240,6 +240,14 @@ int Report(bool bDone, const std::string& strError)
 
 }  // namespace
 
+#ifdef __SANITIZE_ADDRESS__
+// fontconfig, under cairo, keeps its tables to the end of the process.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:libfontconfig";
+}
+#endif
+
 int main(int iArgs, char** ppcArgs)
 {
     CInterrupt::Install();
