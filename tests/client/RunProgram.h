@@ -32,6 +32,7 @@ inline pid_t StartProgram(const CTempDir& rDir, const std::vector<std::string>& 
     vpcArgs.push_back(nullptr);
     const pid_t iChild = fork();
     if (iChild != 0) return iChild;
+    setenv("LSAN_OPTIONS", "print_suppressions=0", 1);  // standard error is looked at
     for (const std::string& rEntry : vstrEnvironment) putenv(const_cast<char*>(rEntry.c_str()));
     dup2(open(strOut.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
     dup2(open(strErr.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
