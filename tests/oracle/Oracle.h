@@ -5,10 +5,12 @@
 #include <utility>
 #include <vector>
 
-/// Plain double-precision reference of the jobs on one Y row, written from the formulas.
-///
-/// Two things are float arithmetic by definition and done so here too: the number of samples of a
-/// ray and the test whether a voxel reaches the valid columns.
+// Plain double-precision reference of the jobs on one Y row, written from the formulas.
+//
+// Two things are float arithmetic by definition and done so here too: the number of samples of a
+// ray and the test whether a voxel reaches the valid columns.
+
+/// A weight box.
 struct OracleBox
 {
     std::array<float, 2> afCentre;  ///< x, z from the centre of the volume
