@@ -82,10 +82,15 @@ std::vector<TestJob> GetIterations()
         Add("NarrowerVolume", [](TestJob& r) { r.iVolX = 20; });
         Add("Large", [](TestJob& r) { r.iProjX = 257, r.iVolX = 257, r.iVolZ = 37, r.iY = 1; });
     }
-    TestJob aJob = vJobs[0];  // an empty set means nothing to SART
-    aJob.strName = "SartEmptySets";
-    aJob.uiSets = 9;
-    vJobs.push_back(aJob);
+    // An empty set means nothing to SART; in EM it makes the volume 0.
+    for (const EMethod eMethod : {EMethod::eSart, EMethod::eEm})
+    {
+        TestJob aJob = vJobs[0];
+        aJob.strName = eMethod == EMethod::eSart ? "SartEmptySets" : "EmEmptySets";
+        aJob.eMethod = eMethod;
+        aJob.uiSets = 9;
+        vJobs.push_back(aJob);
+    }
     return vJobs;
 }
 
