@@ -32,7 +32,7 @@ bool CDataReply::mLend(const CRemotePacket& rRequest, std::span<const float> aDa
     if (aData.empty()) return GiveNothing(rRequest);
     mSetHeader(rRequest);
     if (m_aRemotePacket.LendData4(aData)) return true;
-    Refuse(rReason, "no memory for %zu bytes", aData.size_bytes());
+    Refuse(rReason, "%zu bytes do not fit into one packet or into memory", aData.size_bytes());
     return GiveNothing(rRequest);
 }
 

@@ -30,7 +30,7 @@ std::optional<UploadTarget> GetSliceTarget(Util_Volume& rVolume, std::uint32_t u
     const int iX = rVolume.GetSizeX(), iY = rVolume.GetSizeY(), iZ = rVolume.GetSizeZ();
     const std::uint64_t ulMost = std::uint64_t{4} * iX * iY;
     if (uiSlice >= static_cast<std::uint32_t>(iZ))
-        Refuse(rReason, "number %u of %d", uiSlice, iZ);
+        Refuse(rReason, "image %u of %d", uiSlice, iZ);
     else if (uiBytes > ulMost)
         Refuse(rReason, "%u bytes of data, %d x %d take %llu", uiBytes, iX, iY,
                static_cast<unsigned long long>(ulMost));
