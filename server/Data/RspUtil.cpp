@@ -5,7 +5,6 @@
 
 #include "Util/Util_Volume.h"
 #include "server/Data/Recon/VolData.h"
-#include "server/Data/RemotePacket.h"
 #include "server/Data/ReplyData.h"
 
 std::unique_ptr<CRspUtil> CRspUtil::m_pInstance;

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-class CRemotePacket;
+#include "server/Data/RemotePacket.h"
 
 /// Builds the packets of a response and numbers them from 0.
 ///

@@ -58,7 +58,15 @@ bool CClientMain::mHasClientPacket()
 
 void CClientMain::mRecvPacket()
 {
-    if (m_aRemotePacket.RecvHeader() && mRecvData())
+    bool bReceived = false;
+    try
+    {
+        bReceived = m_aRemotePacket.RecvHeader() && mRecvData();
+    }
+    catch (const std::bad_alloc&)  // nobody knows where the next packet begins
+    {
+    }
+    if (bReceived)
         CLogFile::GetInstance()->LogClientPacket(&m_aRemotePacket);
     else
     {
