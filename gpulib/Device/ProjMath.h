@@ -97,7 +97,7 @@ DEVICE_FN T EmUpdate(T fOld, T fSum, T fHits, float fRelax, float fProjs)
 template <class T>
 DEVICE_FN T Ratio(T fMeasured, T fSum)
 {
-    return (fMeasured >= T{}) & (fSum != T{}) ? fMeasured / fSum : T{} + 1.0f;
+    return ((fMeasured >= T{}) & (fSum != T{})) ? fMeasured / fSum : T{} + 1.0f;
 }
 
 /// What a value adds to a sum of absolute values; missing pixels (-1e15 and below) and NaN nothing.

@@ -51,7 +51,7 @@ DEVICE_FN void PlaceBlock(const BackView& rView, float fCentreU,
     const float fCos = rView.fCos, fSin = rView.fSin;
     const float fLast = static_cast<float>(iProjX - 1);
     const int iLastLeft = iProjX > 1 ? iProjX - 2 : 0;
-#pragma GCC ivdep
+    TALVEN_INDEPENDENT
 #pragma GCC unroll 1  // or it becomes straight scalar code
     for (int j = 0; j < B::iVoxels; ++j)
     {

@@ -47,7 +47,7 @@ DEVICE_FN void FindLimits(const float* pfMiddle, float fSlope, float fHalf, floa
     const float fInverse = 1.0f / fSlope;
     const float fLast = static_cast<float>(iSamples);
     int aiWrong[g_iRays];
-#pragma GCC ivdep
+    TALVEN_INDEPENDENT
     for (int r = 0; r < g_iRays; ++r)
     {
         const float fMiddle = pfMiddle[r];
@@ -130,7 +130,7 @@ DEVICE_FN void PlaceSamples(const RayGeometry& rRays, const float* pfX, const fl
         (rTile.iZ1 - rTile.iZ0 - 1) * rTile.iPitch + (rTile.iX1 - rTile.iX0 - 1) * LANES;
     for (int k = 0; k < g_iSteps; ++k)
     {
-#pragma GCC ivdep
+        TALVEN_INDEPENDENT
         for (int r = 0; r < g_iRays; ++r)
         {
             int iWanted = iStep + k;

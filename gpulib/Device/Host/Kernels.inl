@@ -41,3 +41,4 @@ static void SumAbs(const SumAbsParams& rP, const int* piRows, Share aRows, float
 }
 
 #undef TALVEN_FOR_LANES
+#undef TALVEN_INDEPENDENT

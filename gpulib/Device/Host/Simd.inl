@@ -2,6 +2,13 @@
 // has defined g_iVector (floats per register), the types F4, F8, F16 up to that width, and Fma,
 // Broadcast for each of them and for float.
 
+// The iterations of the loop that follows do not depend on each other.
+#if defined(__clang__)
+#define TALVEN_INDEPENDENT _Pragma("clang loop vectorize(assume_safety)")
+#else
+#define TALVEN_INDEPENDENT _Pragma("GCC ivdep")
+#endif
+
 template <int W>
 struct VectorOf;
 template <>

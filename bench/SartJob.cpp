@@ -1,0 +1,160 @@
+#include "bench/SartJob.h"
+
+#include <chrono>
+#include <ctime>
+#include <numeric>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Util/Util_Volume.h"
+#include "bench/Scene.h"
+#include "gpulib/App/TomoSart.h"
+#include "gpulib/App/TomoVolume.h"
+#include "gpulib/Device/Backend.h"
+
+namespace
+{
+thread_local double t_dKernels = 0;
+
+double ThreadSeconds()
+{
+    timespec aTime;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &aTime);
+    return double(aTime.tv_sec) + 1e-9 * double(aTime.tv_nsec);
+}
+
+/// Another backend, with a watch on its kernels.
+class CTimedBackend final : public CBackend
+{
+public:
+    explicit CTimedBackend(std::unique_ptr<CBackend> pInner) : m_pInner(std::move(pInner)) {}
+    std::unique_ptr<CBackend> Release() { return std::move(m_pInner); }
+
+    const char* GetName() const override { return m_pInner->GetName(); }
+    const char* GetDetail() const override { return m_pInner->GetDetail(); }
+    int GetDeviceCount() const override { return m_pInner->GetDeviceCount(); }
+    std::size_t GetDeviceMemory(int iDevice) const override
+    {
+        return m_pInner->GetDeviceMemory(iDevice);
+    }
+    bool SelectDevice(int iDevice) override { return m_pInner->SelectDevice(iDevice); }
+    int GetBatchRows(int iRows, std::size_t tBytesPerRow) const override
+    {
+        return m_pInner->GetBatchRows(iRows, tBytesPerRow);
+    }
+    bool CreateArray(DeviceImage& rImage) override { return m_pInner->CreateArray(rImage); }
+    bool CreatePitched(DeviceImage& rImage) override { return m_pInner->CreatePitched(rImage); }
+    void Free(DeviceImage& rImage) override { m_pInner->Free(rImage); }
+    bool Clear(const DeviceImage& rImage) override { return m_pInner->Clear(rImage); }
+    bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
+                int iWidth, int iHeight) override
+    {
+        return m_pInner->Upload(rImage, rSource, iX0, iY0, iWidth, iHeight);
+    }
+    bool Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                  int iWidth, int iHeight) override
+    {
+        return m_pInner->Download(rImage, rDest, iX0, iY0, iWidth, iHeight);
+    }
+    bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) override
+    {
+        return m_pInner->Copy(rDest, rSource);
+    }
+    bool UploadTable(const DeviceImage& rImage, const void* pvSource) override
+    {
+        return m_pInner->UploadTable(rImage, pvSource);
+    }
+    bool DownloadTable(const DeviceImage& rImage, void* pvDest) override
+    {
+        return m_pInner->DownloadTable(rImage, pvDest);
+    }
+
+    bool ForwardProject(const ForwardParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->ForwardProject(rParams); });
+    }
+    bool Combine(const CombineParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->Combine(rParams); });
+    }
+    bool Weight(const WeightParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->Weight(rParams); });
+    }
+    bool BackProject(const BackParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->BackProject(rParams); });
+    }
+    bool SumAbs(const SumAbsParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->SumAbs(rParams); });
+    }
+
+private:
+    template <class F>
+    static bool mTime(F fKernel)
+    {
+        const double dStart = ThreadSeconds();
+        const bool bDone = fKernel();
+        t_dKernels += ThreadSeconds() - dStart;
+        return bDone;
+    }
+    std::unique_ptr<CBackend> m_pInner;
+};
+}  // namespace
+
+SartTimes RunSartJob(int iWorkers, int iRowsPerWorker, int iIterations)
+{
+    const Scene aScene(1);  // sizes; all rows hold the same values
+    const int iY = iWorkers * iRowsPerWorker;
+    Util_Volume aStack, aVolume;
+    aStack.SetSize(aScene.iX, iY, aScene.iProjs);
+    aVolume.SetSize(aScene.iX, iY, aScene.iZ);
+    std::vector<float> vfAngles;
+    std::vector<unsigned int> vuiIndex(aScene.iProjs), vuiRange;
+    std::iota(vuiIndex.begin(), vuiIndex.end(), 0u);
+    for (int n = 0; n < aScene.iProjs; ++n)
+    {
+        vfAngles.push_back(-60 + 120.0f * n / (aScene.iProjs - 1));
+        for (int y = 0; y < iY; ++y)
+        {
+            aStack.SetLineX(aScene.ProjLine(n, 0), y, n);
+            vuiRange.insert(vuiRange.end(), {0u, unsigned(aScene.iX)});
+        }
+    }
+    CTomoVolume aTomoVolume(&aVolume, iWorkers);
+
+    SetBackend(std::make_unique<CTimedBackend>(SetBackend(nullptr)));
+    std::vector<SartTimes> vTimes(iWorkers);
+    std::vector<std::thread> vThreads;
+    const auto aStart = std::chrono::steady_clock::now();
+    for (int w = 0; w < iWorkers; ++w)
+        vThreads.emplace_back(
+            [&, w]
+            {
+                CTomoSart aSart;
+                aSart.SetProjs(&aStack, vfAngles);
+                aSart.SetVolume(&aTomoVolume);
+                aSart.SetRangeX(vuiRange);
+                aSart.SetIterations(unsigned(iIterations));
+                aSart.SetProjIndices(vuiIndex);
+                vTimes[w].bDone =
+                    GetBackend()->SelectDevice(w) && aSart.DoIt(w * iRowsPerWorker, iRowsPerWorker);
+                vTimes[w].dWorker = ThreadSeconds();
+                vTimes[w].dKernels = t_dKernels;
+            });
+    for (std::thread& rThread : vThreads) rThread.join();
+    SartTimes aTimes;
+    aTimes.dJob = std::chrono::duration<double>(std::chrono::steady_clock::now() - aStart).count();
+    aTimes.bDone = true;
+    for (const SartTimes& rTimes : vTimes)
+    {
+        aTimes.bDone = aTimes.bDone && rTimes.bDone;
+        aTimes.dWorker += rTimes.dWorker;
+        aTimes.dKernels += rTimes.dKernels;
+    }
+    std::unique_ptr<CBackend> pTimed = SetBackend(nullptr);
+    SetBackend(static_cast<CTimedBackend&>(*pTimed).Release());
+    return aTimes;
+}
