@@ -117,7 +117,7 @@ int CHostBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
     // Two registers to an element are a fifth faster than one. The batch comes on top of the stack
     // and the volume, so short bands go without.
     constexpr int iManyRows = 10 * g_iMaxLanes;
-    const int iLanes = iRows >= iManyRows ? g_iMaxLanes : g_iMaxLanes / 2;
+    const int iLanes = iRows >= iManyRows ? g_iMaxLanes : g_iWideLanes;
     int iBatch = std::clamp(iRows, 1, m_iMaxRows > 0 ? std::min(m_iMaxRows, iLanes) : iLanes);
     const std::size_t tLimit = GetDeviceMemory(0) / 4;
     while (iBatch > 1 && tBytesPerRow > tLimit / RoundUpLanes(iBatch)) iBatch /= 2;
@@ -207,6 +207,12 @@ CHostBackend::Device& CHostBackend::mDevice()
     return m_vDevices[t_iDevice < GetDeviceCount() ? t_iDevice : 0];
 }
 
+const HostKernels& CHostBackend::mKernels(const DeviceImage& rBatch) const
+{
+    const bool bNarrow = m_rKernels.pNarrow && rBatch.iLanes < g_iWideLanes;
+    return bNarrow ? *m_rKernels.pNarrow : m_rKernels;
+}
+
 /// Cuts iPieces pieces of work into one share for each core of the device.
 template <class F>
 void CHostBackend::mSplit(int iPieces, F fShare)
@@ -246,8 +252,8 @@ bool CHostBackend::ForwardProject(const ForwardParams& rP)
     mSplit(int(vViews.size()),
            [&](Share aShare, int iPart)
            {
-               m_rKernels.Forward(rP, vViews.data(), aShare,
-                                  static_cast<float*>(rDevice.vScratch[iPart].get()));
+               mKernels(rP.aVol).Forward(rP, vViews.data(), aShare,
+                                         static_cast<float*>(rDevice.vScratch[iPart].get()));
            });
     return true;
 }
@@ -260,7 +266,7 @@ bool CHostBackend::BackProject(const BackParams& rP)
     std::vector<BackView> vViews;
     for (const int iProj : viRows) vViews.push_back(MakeBackView(rP, iProj));
     mSplit((rP.iVolZ + g_iBackTile - 1) / g_iBackTile, [&](Share aShare, int)
-           { m_rKernels.Back(rP, vViews.data(), int(vViews.size()), aShare); });
+           { mKernels(rP.aVol).Back(rP, vViews.data(), int(vViews.size()), aShare); });
     return true;
 }
 
@@ -270,7 +276,7 @@ bool CHostBackend::Combine(const CombineParams& rP)
     if (!ReadIndex("Combine", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aOut.iHeight, viRows))
         return false;
     mSplit(int(viRows.size()),
-           [&](Share aShare, int) { m_rKernels.Combine(rP, viRows.data(), aShare); });
+           [&](Share aShare, int) { mKernels(rP.aOut).Combine(rP, viRows.data(), aShare); });
     return true;
 }
 
@@ -282,7 +288,7 @@ bool CHostBackend::Weight(const WeightParams& rP)
     else if (!ReadIndex("Weight", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aOut.iHeight, viRows))
         return false;
     mSplit(int(viRows.size()),
-           [&](Share aShare, int) { m_rKernels.Weight(rP, viRows.data(), aShare); });
+           [&](Share aShare, int) { mKernels(rP.aOut).Weight(rP, viRows.data(), aShare); });
     return true;
 }
 
@@ -293,7 +299,7 @@ bool CHostBackend::SumAbs(const SumAbsParams& rP)
     const int iLanes = rP.aSource.iLanes;
     std::vector<float> vfTotals(viRows.size() * iLanes);
     mSplit(int(viRows.size()), [&](Share aShare, int)
-           { m_rKernels.SumAbs(rP, viRows.data(), aShare, vfTotals.data()); });
+           { mKernels(rP.aSource).SumAbs(rP, viRows.data(), aShare, vfTotals.data()); });
     double* pdAccum =
         static_cast<double*>(rP.aAccum.pvData) + std::size_t(rP.iIter) * rP.aAccum.iWidth;
     for (std::size_t p = 0; p < viRows.size(); ++p)

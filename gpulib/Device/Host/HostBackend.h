@@ -50,6 +50,7 @@ private:
         std::vector<HostBlock> vScratch;  // one per core, made when first needed
     };
     Device& mDevice();  // of the calling thread
+    const HostKernels& mKernels(const DeviceImage& rBatch) const;
     bool mCreate(DeviceImage& rImage, const char* pcKind);
     template <class F>
     void mSplit(int iPieces, F fShare);

@@ -12,6 +12,7 @@
 // that a device with several cores can split the work; results do not depend on the split.
 
 constexpr int g_iMaxLanes = 32;
+constexpr int g_iWideLanes = 16;
 
 /// One projection of a forward projection.
 struct ForwardView
@@ -42,6 +43,9 @@ struct Share
 struct HostKernels
 {
     const char* pcName;
+    /// What serves images of fewer than g_iWideLanes lanes, null: the same. Registers of 512 bits
+    /// that are mostly empty only slow their neighbours down.
+    const HostKernels* pNarrow;
     /// Ray sums of a share of the views. pfScratch: g_tForwardScratch values for this call alone.
     void (*Forward)(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
                     float* pfScratch);

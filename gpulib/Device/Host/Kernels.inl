@@ -7,12 +7,18 @@
 #include "gpulib/Device/Host/Stream.inl"
 
 // Calls the instance of a kernel for the lanes of an image.
+#if TALVEN_VECTOR < 16
 #define TALVEN_FOR_LANES(LANES, KERNEL, ...)           \
     if ((LANES) == 1) return KERNEL<1>(__VA_ARGS__);   \
     if ((LANES) == 4) return KERNEL<4>(__VA_ARGS__);   \
     if ((LANES) == 8) return KERNEL<8>(__VA_ARGS__);   \
     if ((LANES) == 16) return KERNEL<16>(__VA_ARGS__); \
     return KERNEL<32>(__VA_ARGS__);
+#else
+#define TALVEN_FOR_LANES(LANES, KERNEL, ...)           \
+    if ((LANES) == 16) return KERNEL<16>(__VA_ARGS__); \
+    return KERNEL<32>(__VA_ARGS__);
+#endif
 
 static void Forward(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
                     float* pfScratch)

@@ -10,37 +10,11 @@ namespace Avx512
 {
 namespace
 {
-typedef float F4 __attribute__((vector_size(16)));
-typedef float F8 __attribute__((vector_size(32)));
 typedef float F16 __attribute__((vector_size(64)));
 
-DEVICE_FN float Fma(float fA, float fB, float fC)
-{
-    return __builtin_fmaf(fA, fB, fC);
-}
-DEVICE_FN F4 Fma(F4 vA, F4 vB, F4 vC)
-{
-    return _mm_fmadd_ps(vA, vB, vC);
-}
-DEVICE_FN F8 Fma(F8 vA, F8 vB, F8 vC)
-{
-    return _mm256_fmadd_ps(vA, vB, vC);
-}
 DEVICE_FN F16 Fma(F16 vA, F16 vB, F16 vC)
 {
     return _mm512_fmadd_ps(vA, vB, vC);
-}
-DEVICE_FN void Broadcast(float fValue, float& rResult)
-{
-    rResult = fValue;
-}
-DEVICE_FN void Broadcast(float fValue, F4& rResult)
-{
-    rResult = _mm_set1_ps(fValue);
-}
-DEVICE_FN void Broadcast(float fValue, F8& rResult)
-{
-    rResult = _mm256_set1_ps(fValue);
 }
 DEVICE_FN void Broadcast(float fValue, F16& rResult)
 {
@@ -50,5 +24,6 @@ DEVICE_FN void Broadcast(float fValue, F16& rResult)
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"avx512", Forward, Back, Combine, Weight, SumAbs};
+const HostKernels g_aKernels = {"avx512", &Avx2::g_aKernels, Forward, Back, Combine, Weight,
+                                SumAbs};
 }  // namespace Avx512

@@ -1,6 +1,6 @@
 // Lanes of a batch as SIMD registers. Included inside the namespace of an instruction set, which
-// has defined g_iVector (floats per register), the types F4, F8, F16 up to that width, and Fma,
-// Broadcast for each of them and for float.
+// has defined TALVEN_VECTOR (floats per register), vector types of this many floats and of fewer as
+// narrow batches need them, and Fma and Broadcast for each type.
 
 // The iterations of the loop that follows do not depend on each other.
 #if defined(__clang__)
@@ -11,6 +11,13 @@
 
 template <int W>
 struct VectorOf;
+#if TALVEN_VECTOR == 16
+template <>
+struct VectorOf<16>
+{
+    using Type = F16;
+};
+#else
 template <>
 struct VectorOf<1>
 {
@@ -21,18 +28,12 @@ struct VectorOf<4>
 {
     using Type = F4;
 };
-#if TALVEN_VECTOR >= 8
+#endif
+#if TALVEN_VECTOR == 8
 template <>
 struct VectorOf<8>
 {
     using Type = F8;
-};
-#endif
-#if TALVEN_VECTOR >= 16
-template <>
-struct VectorOf<16>
-{
-    using Type = F16;
 };
 #endif
 
