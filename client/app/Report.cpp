@@ -89,7 +89,7 @@ void CElapsedTime::mShow(const std::string& strTitle)
 {
     std::unique_lock aLock(m_aMutex);
     while (!m_aCondition.wait_for(aLock, std::chrono::seconds(1), [this] { return m_bEnd; }))
-        ShowOnTerminal(strTitle + "  " + FormatSeconds(std::floor(m_aWatch.GetSeconds())));
+        ShowOnTerminal(strTitle + Format("  %.0f s", m_aWatch.GetSeconds()));
 }
 
 std::string FormatBytes(std::uint64_t ulBytes)
@@ -104,7 +104,7 @@ std::string FormatSeconds(double dSeconds)
 {
     if (dSeconds < 10) return Format("%.2f s", dSeconds);
     if (dSeconds < 60) return Format("%.1f s", dSeconds);
-    const auto iSeconds = static_cast<long>(dSeconds + 0.5);
+    const auto iSeconds = std::lround(dSeconds);
     if (iSeconds < 3600) return Format("%ld min %02ld s", iSeconds / 60, iSeconds % 60);
     return Format("%ld h %02ld min", iSeconds / 3600, iSeconds / 60 % 60);
 }
@@ -114,6 +114,7 @@ std::string Format(const char* pcFormat, ...)
     std::array<char, 1024> acText;
     std::va_list aArgs;
     va_start(aArgs, pcFormat);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it does not know va_start of g++
     std::vsnprintf(acText.data(), acText.size(), pcFormat, aArgs);
     va_end(aArgs);
     return acText.data();

@@ -101,8 +101,9 @@ void CPlot::DrawFrame(const std::string& strTitle) const
             std::max(0, -static_cast<int>(std::floor(std::log10(m_aY.m_dStep) + 1e-9)));
         m_rPicture.DrawText(s_dLeft - 8, dY, Format("%.*f", iDecimals, dValue), 13, {1, 0.5});
     }
-    for (double dValue = m_aX.m_dStep; dValue <= m_aX.m_dTo; dValue += m_aX.m_dStep)
+    for (int i = 1; i * m_aX.m_dStep <= m_aX.m_dTo; ++i)
     {
+        const double dValue = i * m_aX.m_dStep;
         const double dX = std::floor(mX(dValue)) + 0.5;
         cairo_set_source_rgb(pContext, 0.15, 0.15, 0.15);
         cairo_move_to(pContext, dX, dBottom);

@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <exception>
 
 #include "Interrupt.h"
 #include "Lists.h"
@@ -238,17 +239,8 @@ int Report(bool bDone, const std::string& strError)
     return s_iFailure;
 }
 
-}  // namespace
-
-#ifdef __SANITIZE_ADDRESS__
-// fontconfig, under cairo, keeps its tables to the end of the process.
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:libfontconfig";
-}
-#endif
-
-int main(int iArgs, char** ppcArgs)
+/// The whole program; returns its exit code.
+int Run(int iArgs, char** ppcArgs)
 {
     CInterrupt::Install();
     CLI::App aApp("Reconstruction of single-axis tilt series", "talven");
@@ -286,4 +278,27 @@ int main(int iArgs, char** ppcArgs)
     if (pPhantom->parsed()) return Report(RunPhantom(aPhantomArgs, strError), strError);
     RunServe(aServeArgs, strError);
     return Report(false, strError);
+}
+
+}  // namespace
+
+#ifdef __SANITIZE_ADDRESS__
+// fontconfig, under cairo, keeps its tables to the end of the process.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:libfontconfig";
+}
+#endif
+
+int main(int iArgs, char** ppcArgs)
+{
+    try
+    {
+        return Run(iArgs, ppcArgs);
+    }
+    catch (const std::exception& rError)  // no memory; nothing of ours throws
+    {
+        std::fprintf(stderr, "talven: %s\n", rError.what());
+        return s_iFailure;
+    }
 }

@@ -56,7 +56,8 @@ bool ReadAngles(const std::string& strPath, std::vector<float>& rAngles, std::st
             std::string strShown;
             for (const char c : strText.substr(0, 40)) strShown += c >= ' ' && c <= '~' ? c : '?';
             rError = strPath + ", line " + std::to_string(iLine) +
-                     ": expected one angle in degrees, found \"" + strShown + "\"";
+                     ": expected one angle in degrees, found ";
+            rError.append("\"").append(strShown).append("\"");
             return false;
         }
         vfAngles.push_back(fAngle);

@@ -72,6 +72,7 @@ std::vector<std::string> MakeEnvironment(const std::vector<std::string>& vstrSet
 std::vector<char*> MakePointers(std::vector<std::string>& rStrings)
 {
     std::vector<char*> vpcAll;
+    vpcAll.reserve(rStrings.size() + 1);
     for (std::string& rString : rStrings) vpcAll.push_back(rString.data());
     vpcAll.push_back(nullptr);
     return vpcAll;

@@ -29,6 +29,7 @@ std::vector<int> BitReversedOrder(int iCount)
 std::vector<std::uint32_t> DivideIntoSubsets(int iProjs, int iSets)
 {
     std::vector<std::uint32_t> vuiSizes;
+    vuiSizes.reserve(static_cast<std::size_t>(iSets));
     for (int i = 0; i < iSets; ++i)
         vuiSizes.push_back(static_cast<std::uint32_t>(iProjs / iSets + (i < iProjs % iSets)));
     return vuiSizes;
