@@ -72,7 +72,8 @@ std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string&
 std::vector<std::string>
 GetHostInstructionSets();  ///< best first, for example avx512 avx2 baseline
 
-/// A host backend of iDevices devices (0: one per core, at most 16) forced to one instruction set
+/// A host backend of iDevices devices of one core each (0: as many as there are cores, at most 16;
+/// further cores are shared out among them) forced to one instruction set
 /// (empty: the best); null when this machine cannot run it. iMaxRows bounds the rows of a batch
 /// (0: as the backend likes).
 std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, int iDevices,

@@ -56,7 +56,7 @@ HostBlock AllocateZeroed(std::size_t tBytes)
     const bool bHuge = tBytes >= g_tHuge;
     const std::size_t tAlign = bHuge ? g_tHugePage : g_tLine;
     const std::size_t tRounded = (tBytes + tAlign - 1) / tAlign * tAlign;
-    if (tBytes > GetMachineMemory() || (tBytes >= g_tBig && !IsLeft(tBytes))) return nullptr;
+    if (tBytes >= g_tBig && (tBytes > GetMachineMemory() || !IsLeft(tBytes))) return nullptr;
     void* pvData = std::aligned_alloc(tAlign, tRounded);
     if (!pvData) return nullptr;
 #ifdef MADV_HUGEPAGE
