@@ -33,8 +33,8 @@ bool CGpuConfig::QueryDevice()
 
     CDeviceInfo aInfo;
     aInfo.Query();
-    std::vector<int> viMemory;
-    for (int i = 0; i < aInfo.GetNumDevices(); ++i) viMemory.push_back(aInfo.GetDeviceMemory(i));
+    std::vector<int> viMemory(aInfo.GetNumDevices());
+    for (int i = 0; i < aInfo.GetNumDevices(); ++i) viMemory[i] = aInfo.GetDeviceMemory(i);
     SelectDevices(aConfig, viMemory);
     return true;
 }

@@ -54,10 +54,10 @@ bool CReconOpt::HandleReconOpt(const CRemotePacket& rPacket, std::string& rReaso
     if (ulWords > g_ulMaxWords)
         return Refuse(rReason, "%u iterations of %u subsets, at most %llu numbers", uiIterations,
                       uiSets, static_cast<unsigned long long>(g_ulMaxWords));
-    if (rPacket.GetOptSize() != 4 * ulWords)
+    const unsigned long long ulBytes = 4 * ulWords;
+    if (rPacket.GetOptSize() != ulBytes)
         return Refuse(rReason, "%u bytes of data, %u iterations of %u subsets take %llu",
-                      rPacket.GetOptSize(), uiIterations, uiSets,
-                      static_cast<unsigned long long>(4 * ulWords));
+                      rPacket.GetOptSize(), uiIterations, uiSets, ulBytes);
     std::vector<std::uint32_t> vuiSetSize(uiSets);
     std::vector<float> vfRelax(ulWords - uiSets);
     if (!rPacket.CopyData4(0, std::span(vuiSetSize)) ||

@@ -56,10 +56,10 @@ bool CSmoothOpt::HandleSmoothOpt(const CRemotePacket& rPacket, std::string& rRea
         return Refuse(rReason, "kernel of %u x %u x %u, must be 1 to %llu each and %llu together",
                       uiX, uiY, uiZ, static_cast<unsigned long long>(g_ulMaxExtent),
                       static_cast<unsigned long long>(g_ulMaxVoxels));
-    if (rPacket.GetOptSize() != 4 * ulVoxels)
+    const unsigned long long ulBytes = 4 * ulVoxels;
+    if (rPacket.GetOptSize() != ulBytes)
         return Refuse(rReason, "%u bytes of data, a kernel of %u x %u x %u takes %llu",
-                      rPacket.GetOptSize(), uiX, uiY, uiZ,
-                      static_cast<unsigned long long>(4 * ulVoxels));
+                      rPacket.GetOptSize(), uiX, uiY, uiZ, ulBytes);
     auto pKernel = std::make_unique<Util_Volume>();
     pKernel->SetSize(static_cast<int>(uiX), static_cast<int>(uiY), static_cast<int>(uiZ));
     if (!rPacket.CopyData4(0, std::span(pKernel->GetData(), ulVoxels)))
