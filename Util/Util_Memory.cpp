@@ -1,5 +1,6 @@
 #include "Util/Util_Memory.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -31,4 +32,14 @@ std::size_t Util_Memory::GetResident()
     unsigned long long ulSize = 0, ulResident = 0;
     if (!pFile || std::fscanf(pFile.get(), "%llu %llu", &ulSize, &ulResident) != 2) return 0;
     return ulResident * static_cast<unsigned long long>(sysconf(_SC_PAGESIZE));
+}
+
+void Util_Memory::Populate([[maybe_unused]] void* pvData, [[maybe_unused]] std::size_t tBytes)
+{
+#ifdef MADV_POPULATE_WRITE
+    const auto tPage = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto tFirst = reinterpret_cast<std::uintptr_t>(pvData) / tPage * tPage;
+    const auto tEnd = reinterpret_cast<std::uintptr_t>(pvData) + tBytes;
+    madvise(reinterpret_cast<void*>(tFirst), tEnd - tFirst, MADV_POPULATE_WRITE);
+#endif
 }

@@ -10,4 +10,7 @@ public:
     static std::size_t GetAvailable();
     /// What this process holds already, 0 when the system does not say.
     static std::size_t GetResident();
+    /// Makes the pages of [pvData, pvData + tBytes) present and writable, their content unchanged.
+    /// Only a hint: does nothing where the system cannot.
+    static void Populate(void* pvData, std::size_t tBytes);
 };

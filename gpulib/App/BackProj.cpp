@@ -22,6 +22,7 @@ bool CBackProj::DoIt(int iStartY, int iSizeY)
 
 bool CBackProj::mPrepare()
 {
+    mPopulateBand();
     mCalcBatch(g_iBackProjImages);
     mCalcSetSize();
     if (!mCreateProjsTex(true) || !mCreateAnglesTex() || !mCreateVolumeTex() ||

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Util/Util_Memory.h"
 #include "Util/Util_Volume.h"
 #include "gpulib/App/CalcWeights.h"
 #include "gpulib/App/JobShape.h"
@@ -118,6 +119,14 @@ bool CReconBase::mGenWeights(bool bSart)
     aWeights.SetTextures(&m_aTextures);
     aWeights.SetWeightBox(m_pfPrewOrig, m_pfPrewDim);
     return aWeights.DoIt();
+}
+
+void CReconBase::mPopulateBand()
+{
+    const std::size_t tX = mGetVolX();
+    for (int z = 0; z < mGetVolZ(); ++z)
+        Util_Memory::Populate(mGetVolume().GetSliceXY(z) + tX * m_iStartY,
+                              tX * m_iSizeY * sizeof(float));
 }
 
 bool CReconBase::mSetProjTex(int iY, int iRows)

@@ -54,6 +54,11 @@ protected:
     void mCalcSetSize();
     const int* mGetSetRange(int iSet) { return m_aSetSize.GetSetRange(iSet); }
     [[nodiscard]] bool mGenWeights(bool bSart);
+    /// Makes the memory of the band's slices present before they are read.
+    ///
+    /// Samples that nobody has written share one page of zeros. A worker that reads them first and
+    /// writes them later makes the system interrupt all other workers once per page.
+    void mPopulateBand();
     /// Loads a batch of measured rows; iY counts from the first row of the stack.
     [[nodiscard]] bool mSetProjTex(int iY, int iRows);
     /// Loads a batch of slices likewise.

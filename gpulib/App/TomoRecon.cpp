@@ -36,6 +36,7 @@ bool CTomoRecon::DoIt(int iStartY, int iSizeY)
 bool CTomoRecon::mPrepare()
 {
     if (m_iSizeY == 0) return true;
+    mPopulateBand();
     mCalcBatch(g_iIterImages);
     mCalcSetSize();
     return mCreateProjsTex(false) && mCreateAnglesTex() && mCreateVolumeTex() &&
