@@ -207,11 +207,11 @@ TEST_P(Align, LogarithmsTakeTheirScaleFromTheData)
 TEST(AlignSession, SumsDoNotDependOnTheWorkers)
 {
     Words vuiOne;
-    for (const char* pcDevices : {"1", "2", "7"})
+    for (const char* pcBusy : {"1,2,3,4,5,6,7,8,9,10,11,12,13,14,15", "2,3,4,5,6,7", ""})
     {
-        SCOPED_TRACE(pcDevices);
+        SCOPED_TRACE(pcBusy);
         ServerProcess aServer;
-        aServer.Start({{"TALVEN_HOST_DEVICES", pcDevices}});
+        aServer.Start({{"TALVEN_BUSY_GPUS", pcBusy}});
         RawClient aClient(aServer.GetPort());
         Load(aClient, 1.5f, 0);
         Words vuiFirst;
