@@ -90,6 +90,14 @@ public:
     {
         return mTime([&] { return m_pInner->SumAbs(rParams); });
     }
+    bool Transform(const TransformParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->Transform(rParams); });
+    }
+    bool CompareSums(const CompareParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->CompareSums(rParams); });
+    }
 
 private:
     template <class F>

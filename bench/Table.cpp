@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "bench/CompareJob.h"
 #include "bench/Literal.h"
 #include "bench/SartJob.h"
 #include "gpulib/Device/Backend.h"
@@ -109,6 +110,36 @@ bool PrintSet(const std::string& rSet, int iRows, const LiteralTimes& rLiteral)
     return true;
 }
 
+/// Comparisons of two projections, with and without a rotation, on one core.
+/// \return whether the ratios reach their floor
+bool PrintCompare()
+{
+    constexpr double dFloor = 10;  // of sets with registers of 8 floats and more
+    bool bReached = true;
+    for (const float fDegrees : {0.0f, 1.0f})
+    {
+        const CompareScene aScene(fDegrees);
+        CompareTotals aLiteral, aTotals = {};
+        const double dLiteral = Time([&] { LiteralCompare(aScene, aLiteral); });
+        std::printf("\ncompare %d x %d, shifted and rotated by %g degrees: plain loop %.2f ms\n",
+                    aScene.iX, aScene.iY, double(fDegrees), dLiteral * 1e3);
+        for (const std::string& rSet : GetHostInstructionSets())
+        {
+            SetBackend(MakeHostBackend(rSet, 1));
+            Demand(GetBackend()->SelectDevice(0));
+            const double dTime = Time([&] { Demand(RunCompare(aScene, aTotals)); });
+            SetBackend(nullptr);
+            for (int q = 0; q < eCompareSums; ++q)
+                Demand(std::abs(aTotals[q] - aLiteral[q]) <= 1e-4 * std::abs(aLiteral[q]));
+            std::printf("  %-10s %8.2f ms %8.1fx\n", rSet.c_str(), dTime * 1e3, dLiteral / dTime);
+            if (rSet == "baseline" || dLiteral / dTime >= dFloor) continue;
+            std::printf("  below the floor of %.0fx\n", dFloor);
+            bReached = false;
+        }
+    }
+    return bReached;
+}
+
 /// The best of some runs by wall clock.
 SartTimes BestSartJob(int iWorkers)
 {
@@ -162,6 +193,7 @@ int main(int argc, char** argv)
     for (const std::string& rSet : GetHostInstructionSets())
         for (const int iRows : {32, 16, 8, 4, 1})
             bReached = PrintSet(rSet, iRows, aLiteral) && bReached;
+    bReached = PrintCompare() && bReached;
     PrintSart();
     if (!s_bDone) return 1;
     return bCheck && !bReached ? 1 : 0;

@@ -25,11 +25,23 @@ bool CheckRange(const char* pcKernel, const DeviceImage& rIndex, int iFirst, int
     return DeviceFail("%s: set %d to %d of %d projections", pcKernel, iFirst, iEnd, rIndex.iWidth);
 }
 
+namespace
+{
+constexpr int g_iMaxExtent = 1 << 23;
+}
+
 bool CheckExtents(const char* pcKernel, int iVolX, int iVolZ, int iProjX)
 {
-    constexpr int iMax = 1 << 23;
-    if (iVolX > 0 && iVolZ > 0 && iProjX > 0 && iVolX < iMax && iVolZ < iMax && iProjX < iMax)
+    if (iVolX > 0 && iVolZ > 0 && iProjX > 0 && iVolX < g_iMaxExtent && iVolZ < g_iMaxExtent &&
+        iProjX < g_iMaxExtent)
         return true;
     return DeviceFail("%s: volume %d x %d, projection %d, must be 1 to %d", pcKernel, iVolX, iVolZ,
-                      iProjX, iMax - 1);
+                      iProjX, g_iMaxExtent - 1);
+}
+
+bool CheckImageExtents(const char* pcKernel, int iX, int iY)
+{
+    if (iX > 0 && iY > 0 && iX < g_iMaxExtent && iY < g_iMaxExtent) return true;
+    return DeviceFail("%s: projection of %d x %d, must be 1 to %d", pcKernel, iX, iY,
+                      g_iMaxExtent - 1);
 }

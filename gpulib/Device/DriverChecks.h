@@ -19,3 +19,4 @@
 
 /// Extents that stay exact as float coordinates.
 [[nodiscard]] bool CheckExtents(const char* pcKernel, int iVolX, int iVolZ, int iProjX);
+[[nodiscard]] bool CheckImageExtents(const char* pcKernel, int iX, int iY);

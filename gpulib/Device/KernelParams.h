@@ -90,3 +90,48 @@ struct SumAbsParams
     int iIter = 0;   ///< row of aAccum
     int iRows = 0;   ///< rows of the batch in use
 };
+
+/// Rows of a measured projection, resampled onto the grid of the stack.
+///
+/// Pixel (x, y) of the grid is read at u = m4 + (m0 x + m1 y), v = (m2 x + m3 y) + m5 of the
+/// measured image, bilinearly, and rescaled. Outside the measured image the value of its nearest
+/// edge counts, plus -1e30.
+struct TransformParams
+{
+    DeviceImage aOut;       ///< out, projX x rows, one lane
+    DeviceImage aMiss;      ///< out, the same size: 1 outside the measured image, else 0
+    DeviceImage aMeasured;  ///< one lane; its whole size is sampled
+    float afMatrix[6] = {1, 0, 0, 1, 0, 0};
+    float afScale[6] = {1, 0, 0, 0, 0, 0};  ///< linear: min(s2, s0 p + s1)
+    bool bLog = false;                      ///< min(s2, s4 ln(s5 / max(s3, s0 p + s1)))
+    int iProjX = 0;
+    int iStartY = 0;  ///< row of the grid that image row 0 stands for
+    int iRows = 0;
+};
+
+/// The sums of a comparison, over the pixels that are not missing; a: stack, b: measured.
+enum ECompareSum
+{
+    eCompareDiff,   ///< |a - b|
+    eCompareCross,  ///< a b
+    eCompareCount,
+    eCompareAligned,  ///< a
+    eCompareAlignedAbs,
+    eCompareAlignedSqr,
+    eCompareTransed,  ///< b
+    eCompareTransedAbs,
+    eCompareTransedSqr,
+    eCompareSums  ///< how many
+};
+
+/// One set of sums for each row: element (first + j, quantity) of aSums from row j of the images.
+/// A row is summed as 256 partial sums, every 256th column each, and then by halves.
+struct CompareParams
+{
+    DeviceImage aSums;     ///< out, band rows x eCompareSums, one lane
+    DeviceImage aAligned;  ///< projX x rows, one lane
+    DeviceImage aTransed, aMiss;
+    int iProjX = 0;
+    int iFirst = 0;  ///< column of aSums
+    int iRows = 0;
+};

@@ -38,8 +38,13 @@ bool CPitchedPtr2D::ToHost(double* pdDest) const
 
 bool CPitchedPtr2D::ToHost(const HostRows<float>& rRows) const
 {
+    return ToHost(rRows, m_aImage.iHeight);
+}
+
+bool CPitchedPtr2D::ToHost(const HostRows<float>& rRows, int iHeight) const
+{
     if (IsEmpty()) return true;
-    return GetBackend()->Download(m_aImage, rRows, 0, 0, m_aImage.iWidth, m_aImage.iHeight);
+    return GetBackend()->Download(m_aImage, rRows, 0, 0, m_aImage.iWidth, iHeight);
 }
 
 void CPitchedPtr2D::Free()

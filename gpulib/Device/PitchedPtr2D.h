@@ -22,6 +22,8 @@ public:
     [[nodiscard]] bool ToHost(double* pdDest) const;
     /// Copies all lanes that rRows has.
     [[nodiscard]] bool ToHost(const HostRows<float>& rRows) const;
+    /// The first iHeight image rows only.
+    [[nodiscard]] bool ToHost(const HostRows<float>& rRows, int iHeight) const;
     void Free();
 
     const DeviceImage& GetImage() const { return m_aImage; }

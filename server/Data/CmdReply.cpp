@@ -1,5 +1,8 @@
 #include "server/Data/CmdReply.h"
 
+#include "server/Data/Recon/CompareSum.h"
+#include "server/Data/ReplyData.h"
+
 std::unique_ptr<CCmdReply> CCmdReply::m_pInstance;
 
 CCmdReply* CCmdReply::GetInstance()
@@ -15,9 +18,11 @@ void CCmdReply::Create(const CRemotePacket& rRequest, bool bDone)
     m_aRemotePacket.SetNthField(5, bDone ? 0 : 1);
 }
 
-void CCmdReply::RefuseCompare(const CRemotePacket& rRequest)
+void CCmdReply::CompReply(const CRemotePacket& rRequest, bool bDone)
 {
     m_aRemotePacket.SetMsgType(CMsgConst::COMPREPLY);
     m_aRemotePacket.SetParentSerial(rRequest.GetSerial());
-    for (int i = 5; i <= 15; ++i) m_aRemotePacket.SetNthField(i, 0);
+    m_aRemotePacket.SetNthField(5, bDone ? 0 : 1);
+    SetCompareSums(m_aRemotePacket);
+    m_aRemotePacket.SetNthField(15, CCompareSum::GetInstance()->GetCount());
 }

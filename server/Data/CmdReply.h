@@ -14,8 +14,9 @@ public:
 
     /// CMDREPLY: field 4 = serial of the request, field 5 = 0 done, 1 refused or failed.
     void Create(const CRemotePacket& rRequest, bool bDone);
-    /// COMPREPLY of a refused comparison: field 4 = serial of the request, all sums 0.
-    void RefuseCompare(const CRemotePacket& rRequest);
+    /// COMPREPLY: fields 4 and 5 as above, then the sums of the comparison, which are 0 when it was
+    /// refused or failed. See SetCompareSums().
+    void CompReply(const CRemotePacket& rRequest, bool bDone);
     CRemotePacket& GetPacket() { return m_aRemotePacket; }
 
 private:

@@ -1,5 +1,6 @@
 #include "server/Data/DataReply.h"
 
+#include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Refuse.h"
 #include "server/Data/ReplyData.h"
 
@@ -60,6 +61,7 @@ void CDataReply::ServerProp(const CRemotePacket& rRequest)
 
 void CDataReply::CompReply(const CRemotePacket& rRequest)
 {
+    CCompareSum::GetInstance()->StopTimer();
     mSetHeader(rRequest);
-    for (int i = 6; i <= 14; ++i) m_aRemotePacket.SetNthField(i, 0);
+    SetCompareSums(m_aRemotePacket);  // the count of pixels has never had a field here
 }

@@ -23,7 +23,7 @@ public:
     bool ReconStatGet(const CRemotePacket& rRequest, std::string& rReason);
     /// Fields 6, 7: low and high word of the bytes of device memory that jobs may use.
     void ServerProp(const CRemotePacket& rRequest);
-    /// Sums of the last comparison in fields 6 to 14.
+    /// Milliseconds since the last comparison was asked for and its sums, in fields 6 to 14.
     void CompReply(const CRemotePacket& rRequest);
     /// The reply that has nothing to give. \return false
     bool GiveNothing(const CRemotePacket& rRequest);

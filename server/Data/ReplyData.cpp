@@ -4,6 +4,7 @@
 
 #include "Util/Util_Volume.h"
 #include "server/Config/GpuConfig.h"
+#include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/Rfactor.h"
 #include "server/Data/Recon/VolData.h"
@@ -54,4 +55,18 @@ void SetServerProp(CRemotePacket& rReply)
     rReply.SetNthField(6, static_cast<std::uint32_t>(iLow) << 20);
     rReply.SetNthField(7, static_cast<std::uint32_t>(iHigh));
     std::printf("GPU Memory (MB): Low, High, Total: %d  %d  %d\n", iLow, iHigh * 4096, iMiB);
+}
+
+void SetCompareSums(CRemotePacket& rReply)
+{
+    const CCompareSum& rSums = *CCompareSum::GetInstance();
+    rReply.SetNthField(6, rSums.GetMilliseconds());
+    rReply.SetNthField(7, rSums.GetSumAligned());
+    rReply.SetNthField(8, rSums.GetSumTransed());
+    rReply.SetNthField(9, rSums.GetSumAlignedSqr());
+    rReply.SetNthField(10, rSums.GetSumTransedSqr());
+    rReply.SetNthField(11, rSums.GetSumCross());
+    rReply.SetNthField(12, rSums.GetSumAlignedAbs());
+    rReply.SetNthField(13, rSums.GetSumTransedAbs());
+    rReply.SetNthField(14, rSums.GetSumDiff());
 }

@@ -16,3 +16,6 @@ std::vector<float> FindRfactors(std::uint32_t uiIteration, std::string& rReason)
 
 /// Puts the bytes of device memory that jobs may use into fields 6 (low word) and 7 (high word).
 void SetServerProp(CRemotePacket& rReply);
+
+/// Puts the milliseconds and sums of the last comparison into fields 6 to 14.
+void SetCompareSums(CRemotePacket& rReply);

@@ -2,14 +2,17 @@
 
 #include "server/Data/ByteOrder.h"
 #include "server/Data/DataReply.h"
+#include "server/Data/Recon/CompareOp.h"
+#include "server/Data/Recon/ComparelOp.h"
 #include "server/Data/Recon/MProjData.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/ReconOpt.h"
 #include "server/Data/Recon/SetOp.h"
 #include "server/Data/Recon/SmoothOpt.h"
+#include "server/Data/Recon/TransformOp.h"
+#include "server/Data/Recon/TransformlOp.h"
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/Recon/WeightOpt.h"
-#include "server/Data/Refuse.h"
 #include "server/Thread/ClientMain.h"
 #include "server/Thread/GpuThread.h"
 #include "server/Util/LogFile.h"
@@ -53,10 +56,10 @@ const CClientMain::Command CClientMain::m_aCommands[] = {
     {CMsgConst::RECONOPT, "RECONOPT", EReply::eCommand, &CClientMain::mHandleReconOpt, CReconOpt::GetMaxReconOpt},
     {CMsgConst::MPROJSET, "MPROJSET", EReply::eCommand, &CClientMain::mHandleImage, nullptr, MProjTarget},
     {CMsgConst::MPROJSIZE, "MPROJSIZE", EReply::eCommand, &CClientMain::mHandleMProjSize, nullptr},
-    {CMsgConst::TRANSFORM, "TRANSFORM", EReply::eCommand, &CClientMain::mHandleUnserved, nullptr},
-    {CMsgConst::TRANSFORML, "TRANSFORML", EReply::eCommand, &CClientMain::mHandleUnserved, nullptr},
-    {CMsgConst::COMPARE, "COMPARE", EReply::eCompare, &CClientMain::mHandleUnserved, nullptr},
-    {CMsgConst::COMPAREL, "COMPAREL", EReply::eCompare, &CClientMain::mHandleUnserved, nullptr, nullptr, true},
+    {CMsgConst::TRANSFORM, "TRANSFORM", EReply::eCommand, &CClientMain::mHandleTransform, nullptr},
+    {CMsgConst::TRANSFORML, "TRANSFORML", EReply::eCommand, &CClientMain::mHandleTransforml, CTransformlOp::GetMaxData},
+    {CMsgConst::COMPARE, "COMPARE", EReply::eCompare, &CClientMain::mHandleCompare, CCompareOp::GetMaxData},
+    {CMsgConst::COMPAREL, "COMPAREL", EReply::eCompare, &CClientMain::mHandleComparel, CComparelOp::GetMaxData, nullptr, true},
     {CMsgConst::COMPREPLY, "COMPREPLY", EReply::eData, &CClientMain::mHandleCompReply, nullptr},
     {CMsgConst::WEIGHTOPT, "WEIGHTOPT", EReply::eCommand, &CClientMain::mHandleWeightOpt, nullptr},
     {CMsgConst::SMOOTHOPT, "SMOOTHOPT", EReply::eCommand, &CClientMain::mHandleSmoothOpt, CSmoothOpt::GetMaxSmoothOpt},
@@ -173,7 +176,26 @@ bool CClientMain::mStartReproj(std::string& rReason)
     return CGpuThread::Project(rReason);
 }
 
-bool CClientMain::mHandleUnserved(std::string& rReason)
+bool CClientMain::mHandleTransform(std::string& rReason)
 {
-    return Refuse(rReason, "this server does not transform or compare projections yet");
+    return CTransformOp::GetInstance()->HandleTransform(m_aRemotePacket, rReason) &&
+           CGpuThread::Transform(false, rReason);
+}
+
+bool CClientMain::mHandleTransforml(std::string& rReason)
+{
+    return CTransformlOp::GetInstance()->HandleTransforml(m_aRemotePacket, rReason) &&
+           CGpuThread::Transform(true, rReason);
+}
+
+bool CClientMain::mHandleCompare(std::string& rReason)
+{
+    return CCompareOp::GetInstance()->Handle(m_aRemotePacket, rReason) &&
+           CGpuThread::Compare(false, rReason);
+}
+
+bool CClientMain::mHandleComparel(std::string& rReason)
+{
+    return CComparelOp::GetInstance()->Handle(m_aRemotePacket, rReason) &&
+           CGpuThread::Compare(true, rReason);
 }

@@ -8,12 +8,15 @@
 #include "server/Data/ByteOrder.h"
 #include "server/Data/CmdReply.h"
 #include "server/Data/DataReply.h"
+#include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Recon/MProjData.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/ReconOpt.h"
 #include "server/Data/Recon/Rfactor.h"
 #include "server/Data/Recon/SetOp.h"
 #include "server/Data/Recon/SmoothOpt.h"
+#include "server/Data/Recon/TransformOp.h"
+#include "server/Data/Recon/TransformlOp.h"
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/Refuse.h"
 #include "server/Data/SendMain.h"
@@ -124,6 +127,7 @@ bool CClientMain::mHandle(const Command& rCommand)
         if (rCommand.m_eReply == EReply::eData)
             CDataReply::GetInstance()->GiveNothing(m_aRemotePacket);
     }
+    if (!bDone && rCommand.m_eReply == EReply::eCompare) CCompareSum::GetInstance()->SetZero();
     if (!bDone)
         CLogFile::GetInstance()->LogInfo(
             (std::string("Error: ") + rCommand.m_pcName + ": " + strReason).c_str());
@@ -143,7 +147,7 @@ void CClientMain::mReply(const Command& rCommand, bool bDone)
             m_bQuit = true;
         return;
     case EReply::eCompare:
-        CCmdReply::GetInstance()->RefuseCompare(m_aRemotePacket);
+        CCmdReply::GetInstance()->CompReply(m_aRemotePacket, bDone);
         if (!CSendMain::GetInstance()->CmdReply()) m_bQuit = true;
         return;
     case EReply::eData:
@@ -162,7 +166,8 @@ void CClientMain::mHandleClientQuit()
     mFinal();
 }
 
-/// Ends all that belongs to one client. The weight box and the packet numbers go on.
+/// Ends all that belongs to one client. The weight box, the last comparison and the packet numbers
+/// go on.
 void CClientMain::mFinal()
 {
     CProjData::DeleteInstance();
@@ -170,6 +175,8 @@ void CClientMain::mFinal()
     CVolData::DeleteInstance();
     CRfactor::DeleteInstance();
     CByteOrder::DeleteInstance();
+    CTransformOp::DeleteInstance();
+    CTransformlOp::DeleteInstance();
     CSetOp::DeleteInstance();
     CReconOpt::DeleteInstance();
     CSmoothOpt::DeleteInstance();

@@ -66,7 +66,10 @@ private:
     bool mHandleCompReply(std::string& rReason);
     bool mStartRecon(std::string& rReason);
     bool mStartReproj(std::string& rReason);
-    bool mHandleUnserved(std::string& rReason);
+    bool mHandleTransform(std::string& rReason);
+    bool mHandleTransforml(std::string& rReason);
+    bool mHandleCompare(std::string& rReason);
+    bool mHandleComparel(std::string& rReason);
     void mHandleClientQuit();
 
     CRemotePacket m_aRemotePacket;  // the request

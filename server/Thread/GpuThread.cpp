@@ -1,17 +1,23 @@
 #include "server/Thread/GpuThread.h"
 
+#include <cstdio>
 #include <new>
 
+#include "Util/Util_Time.h"
 #include "gpulib/Device/DeviceCtx.h"
 #include "server/Data/Recon/ProjData.h"
+#include "server/Thread/CompareMain.h"
 #include "server/Thread/JobStatus.h"
 #include "server/Thread/ProjMain.h"
 #include "server/Thread/ReconMain.h"
+#include "server/Thread/TransformMain.h"
 
 std::vector<std::unique_ptr<CGpuThread>> CGpuThread::m_vpThreads;
 std::mutex CGpuThread::m_aMutexFinish;
 std::condition_variable CGpuThread::m_aCondFinish;
 int CGpuThread::m_iNumThreadsFinished = 0;
+bool CGpuThread::m_bCompareLog = false;
+bool CGpuThread::m_bTransformLog = false;
 
 CGpuThread::~CGpuThread()
 {
@@ -55,6 +61,34 @@ bool CGpuThread::Project(std::string& rReason)
     CProjMain::CalcSubsetDim(static_cast<int>(m_vpThreads.size()));
     mRunAll(eProject);
     CProjMain::FreeMemory();
+    return mHasSucceeded(rReason);
+}
+
+bool CGpuThread::Compare(bool bLog, std::string& rReason)
+{
+    Util_Time aTime;
+    aTime.Measure();
+    m_bCompareLog = bLog;
+    CJobStatus::Reset();
+    if (!CCompareMain::Validate(bLog, rReason)) return false;
+    CCompareMain::CalcSubsetDim(static_cast<int>(m_vpThreads.size()));
+    mRunAll(eCompare);
+    CCompareMain::FreeMemory();
+    std::printf("Compare Time (s): %9.3e\n", double(aTime.GetElapsedSeconds()));
+    return mHasSucceeded(rReason);
+}
+
+bool CGpuThread::Transform(bool bLog, std::string& rReason)
+{
+    Util_Time aTime;
+    aTime.Measure();
+    m_bTransformLog = bLog;
+    CJobStatus::Reset();
+    if (!CTransformMain::Validate(bLog, rReason)) return false;
+    CTransformMain::CalcSubsetDim(static_cast<int>(m_vpThreads.size()));
+    mRunAll(eTransform);
+    CTransformMain::FreeMemory();
+    std::printf("Transform Time (s): %9.3e\n", double(aTime.GetElapsedSeconds()));
     return mHasSucceeded(rReason);
 }
 
@@ -138,6 +172,8 @@ void CGpuThread::mDoCmd(int iCmd)
     {
         if (iCmd == eReconstruct) mReconstruct();
         if (iCmd == eProject) mProject();
+        if (iCmd == eCompare) mCompare();
+        if (iCmd == eTransform) mTransform();
     }
     catch (const std::bad_alloc&)
     {
@@ -155,4 +191,16 @@ void CGpuThread::mProject()
 {
     CProjMain aProjMain;
     aProjMain.DoIt(m_iThreadID);
+}
+
+void CGpuThread::mCompare()
+{
+    CCompareMain aCompareMain;
+    aCompareMain.DoIt(m_bCompareLog, m_iThreadID);
+}
+
+void CGpuThread::mTransform()
+{
+    CTransformMain aTransformMain;
+    aTransformMain.DoIt(m_bTransformLog, m_iThreadID);
 }

@@ -21,6 +21,9 @@ public:
     // Jobs. False with a reason when the job was refused or failed; the workers are idle then.
     [[nodiscard]] static bool Reconstruct(std::string& rReason);
     [[nodiscard]] static bool Project(std::string& rReason);
+    // bLog: the request with the logarithmic scale.
+    [[nodiscard]] static bool Compare(bool bLog, std::string& rReason);
+    [[nodiscard]] static bool Transform(bool bLog, std::string& rReason);
     static void StopAll();        ///< ends the loops of all workers
     static void DeleteThreads();  ///< joins; after StopAll
 
@@ -37,13 +40,17 @@ private:
     {
         eStop = -1,
         eNone = 0,
+        eCompare = 1,
         eProject = 2,
-        eReconstruct = 3
+        eReconstruct = 3,
+        eTransform = 4
     };
     int mWaitForCmd();
     void mDoCmd(int iCmd);
     void mReconstruct();
     void mProject();
+    void mCompare();
+    void mTransform();
     static void mThreadFinished();
     static void mRunAll(int iCmd);
     static bool mHasSucceeded(std::string& rReason);
@@ -52,6 +59,9 @@ private:
     static std::mutex m_aMutexFinish;  // guards m_iNumThreadsFinished
     static std::condition_variable m_aCondFinish;
     static int m_iNumThreadsFinished;
+    // Of the command that runs; set before the workers get it.
+    static bool m_bCompareLog;
+    static bool m_bTransformLog;
 
     int m_iDeviceID = 0;
     int m_iThreadID = 0;

@@ -7,8 +7,11 @@
 
 #include "Util/Util_Volume.h"
 #include "gpulib/App/JobShape.h"
+#include "gpulib/App/TransformImpl.h"
 #include "server/Config/GpuConfig.h"
+#include "server/Data/Recon/AlignOp.h"
 #include "server/Data/Recon/HolderMemory.h"
+#include "server/Data/Recon/MProjData.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/ReconOpt.h"
 #include "server/Data/Recon/SetOp.h"
@@ -71,6 +74,19 @@ bool CheckBox(std::string& rReason)
                           double(pfOrig[0]), double(pfOrig[1]), double(pfDim[0]), double(pfDim[1]));
     return true;
 }
+
+/// One of the two stacks that an alignment works on.
+bool CheckAlignStack(const char* pcWhat, const Util_Volume* pStack, std::uint32_t uiProj,
+                     std::string& rReason)
+{
+    if (!pStack || !pStack->GetData()) return Refuse(rReason, "there are no %ss", pcWhat);
+    if (uiProj >= static_cast<std::uint32_t>(pStack->GetSizeZ()))
+        return Refuse(rReason, "%s %u of %d", pcWhat, uiProj, pStack->GetSizeZ());
+    if (std::max(pStack->GetSizeX(), pStack->GetSizeY()) > g_iMaxExtent)
+        return Refuse(rReason, "a %s has %d x %d pixels, at most %d each way", pcWhat,
+                      pStack->GetSizeX(), pStack->GetSizeY(), g_iMaxExtent);
+    return true;
+}
 }  // namespace
 
 bool CheckJobInputs(std::string& rReason)
@@ -126,4 +142,23 @@ bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason)
         ulBytes += aShape.GetWorkerBytes();
     }
     return CheckMemory(0, ulBytes, rReason);
+}
+
+bool CheckAlignInputs(const CAlignOp& rRequest, std::string& rReason)
+{
+    const Util_Volume* const pMeasured = CMProjData::GetInstance()->GetProjs();
+    const Util_Volume* const pStack = CProjData::GetInstance()->GetProjs();
+    if (!CheckAlignStack("measured projection", pMeasured, rRequest.GetMProj(), rReason) ||
+        !CheckAlignStack("projection", pStack, rRequest.GetAProj(), rReason))
+        return false;
+    // Each worker: the measured image, a piece of three images and its mask on the host, the sums.
+    const int iX = pStack->GetSizeX(), iY = pStack->GetSizeY();
+    const std::uint64_t ulPiece =
+        std::uint64_t(iX) * std::uint64_t(CTransformImpl::GetPieceRows(iX, iY));
+    const std::uint64_t ulMeasured =
+        std::uint64_t(pMeasured->GetSizeX()) * std::uint64_t(pMeasured->GetSizeY());
+    const std::uint64_t ulWorkers = std::uint64_t(CGpuConfig::GetInstance()->GetNumDevices());
+    constexpr std::uint64_t ulSums = 2 * eCompareSums;
+    return CheckMemory(0, 4 * (ulWorkers * (ulMeasured + 4 * ulPiece) + ulSums * std::uint64_t(iY)),
+                       rReason);
 }

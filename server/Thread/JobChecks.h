@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-struct JobShape;
+class CAlignOp;
 
 // Checks that the session's thread makes on the uploads before any worker starts. Each returns
 // true, or false with the reason.
@@ -18,3 +18,6 @@ struct JobShape;
 /// \param iProjImages  see JobShape
 /// \param tSums        R-factor sums of one worker
 [[nodiscard]] bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason);
+
+/// Both stacks, the projections that a request to transform or compare names, and the memory.
+[[nodiscard]] bool CheckAlignInputs(const CAlignOp& rRequest, std::string& rReason);

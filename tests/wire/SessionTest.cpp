@@ -122,32 +122,6 @@ TEST(Session, SomeMessagesGetNoReply)
     EXPECT_TRUE(aClient.Ask(Msg::eServerProp));
 }
 
-TEST(Session, AlignmentIsRefusedInItsUsualForm)
-{
-    ServerProcess aServer;
-    aServer.Start();
-    RawClient aClient(aServer.GetPort());
-    const auto aBefore = aClient.Ask(Msg::eProjSet, {1});  // a refusal leaves its mark in field 5
-    ASSERT_TRUE(aBefore);
-    EXPECT_EQ(aBefore->Field(5), 1u);
-    for (const std::uint32_t uiType : {Msg::eTransform, Msg::eTransforml})
-    {
-        const auto aReply = aClient.Ask(uiType, {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9}, {1, 2});
-        ASSERT_TRUE(aReply);
-        EXPECT_EQ(aReply->Type(), Msg::eCmdReply);
-        EXPECT_EQ(aReply->Field(5), 1u);
-    }
-    for (const std::uint32_t uiType : {Msg::eCompare, Msg::eComparel})
-    {
-        const auto aReply = aClient.Ask(uiType, {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9}, {1, 2, 3, 4});
-        ASSERT_TRUE(aReply);
-        EXPECT_EQ(aReply->Type(), Msg::eCompReply);
-        for (int i = 5; i <= 15; ++i) EXPECT_EQ(aReply->Field(i), 0u) << i;
-    }
-    EXPECT_EQ(aServer.CountInOutput("Error: "), 5);
-    EXPECT_EQ(aServer.CountInOutput("CClientMain: Responding "), 2);  // PROJSET and COMPAREL
-}
-
 TEST(Session, InvalidTypeEndsTheClient)
 {
     ServerProcess aServer;

@@ -306,3 +306,15 @@ bool CHostBackend::SumAbs(const SumAbsParams& rP)
         for (int l = 0; l < rP.iRows; ++l) pdAccum[p] += double(vfTotals[p * iLanes + l]);
     return true;
 }
+
+bool CHostBackend::Transform(const TransformParams& rP)
+{
+    mSplit(rP.iRows, [&](Share aShare, int) { m_rKernels.Transform(rP, aShare); });
+    return true;
+}
+
+bool CHostBackend::CompareSums(const CompareParams& rP)
+{
+    mSplit(rP.iRows, [&](Share aShare, int) { m_rKernels.CompareSums(rP, aShare); });
+    return true;
+}

@@ -42,6 +42,8 @@ public:
     bool Weight(const WeightParams& rParams) override;
     bool BackProject(const BackParams& rParams) override;
     bool SumAbs(const SumAbsParams& rParams) override;
+    bool Transform(const TransformParams& rParams) override;
+    bool CompareSums(const CompareParams& rParams) override;
 
 private:
     struct Device

@@ -57,6 +57,9 @@ struct HostKernels
     void (*Weight)(const WeightParams& rP, const int* piRows, Share aRows);
     /// Totals of the rows in use, [list position][lane].
     void (*SumAbs)(const SumAbsParams& rP, const int* piRows, Share aRows, float* pfTotals);
+    /// A share of the rows; images of one lane, whatever the registers hold.
+    void (*Transform)(const TransformParams& rP, Share aRows);
+    void (*CompareSums)(const CompareParams& rP, Share aRows);
 };
 
 /// No voxel of a block is projected farther than this from the middle of the block, columns.

@@ -5,6 +5,7 @@
 #include "gpulib/Device/Host/Back.inl"
 #include "gpulib/Device/Host/Forward.inl"
 #include "gpulib/Device/Host/Stream.inl"
+#include "gpulib/Device/Host/Transform.inl"
 
 // Calls the instance of a kernel for the lanes of an image.
 #if TALVEN_VECTOR < 16

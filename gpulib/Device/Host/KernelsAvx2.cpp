@@ -12,6 +12,7 @@ namespace
 {
 typedef float F4 __attribute__((vector_size(16)));
 typedef float F8 __attribute__((vector_size(32)));
+typedef int I8 __attribute__((vector_size(32)));
 
 DEVICE_FN float Fma(float fA, float fB, float fC)
 {
@@ -37,9 +38,18 @@ DEVICE_FN void Broadcast(float fValue, F8& rResult)
 {
     rResult = _mm256_set1_ps(fValue);
 }
+DEVICE_FN bool AllTrue(I8 vMask)
+{
+    return _mm256_movemask_ps(_mm256_castsi256_ps((__m256i)vMask)) == 0xff;
+}
+DEVICE_FN F8 Gather(const float* pfImage, I8 vIndex)
+{
+    return _mm256_i32gather_ps(pfImage, (__m256i)vIndex, 4);
+}
 
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"avx2", nullptr, Forward, Back, Combine, Weight, SumAbs};
+const HostKernels g_aKernels = {"avx2", nullptr, Forward,   Back,       Combine,
+                                Weight, SumAbs,  Transform, CompareSums};
 }  // namespace Avx2

@@ -12,6 +12,7 @@ namespace Baseline
 namespace
 {
 typedef float F4 __attribute__((vector_size(16)));
+typedef int I4 __attribute__((vector_size(16)));
 
 DEVICE_FN float Fma(float fA, float fB, float fC)
 {
@@ -33,9 +34,18 @@ DEVICE_FN void Broadcast(float fValue, F4& rResult)
 {
     rResult = F4{fValue, fValue, fValue, fValue};
 }
+DEVICE_FN bool AllTrue(I4 vMask)
+{
+    return (vMask[0] & vMask[1] & vMask[2] & vMask[3]) != 0;
+}
+DEVICE_FN F4 Gather(const float* pfImage, I4 vIndex)
+{
+    return F4{pfImage[vIndex[0]], pfImage[vIndex[1]], pfImage[vIndex[2]], pfImage[vIndex[3]]};
+}
 
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"baseline", nullptr, Forward, Back, Combine, Weight, SumAbs};
+const HostKernels g_aKernels = {"baseline", nullptr, Forward,   Back,       Combine,
+                                Weight,     SumAbs,  Transform, CompareSums};
 }  // namespace Baseline

@@ -120,6 +120,12 @@ std::optional<UploadTarget> CProjData::HandleProjSet(const CRemotePacket& rPacke
     return {};
 }
 
+std::span<std::uint32_t> CProjData::GetRangeX(std::uint32_t uiProj)
+{
+    const std::size_t tRow = std::size_t{2} * GetY();
+    return std::span(m_vuiRangeX).subspan(tRow * uiProj, tRow);
+}
+
 void CProjData::DetRangeX()
 {
     if (!m_pProjs) return;

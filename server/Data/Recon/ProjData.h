@@ -38,6 +38,7 @@ public:
     std::span<const float> GetDefocus() const { return m_vfDefocus; }  ///< [proj]; no job reads it
     /// First valid column and one past the last one, [proj][y][2].
     std::span<const std::uint32_t> GetRangeX() const { return m_vuiRangeX; }
+    std::span<std::uint32_t> GetRangeX(std::uint32_t uiProj);  ///< of one projection, [y][2]
     std::uint32_t GetX() const { return m_auiSize[0]; }
     std::uint32_t GetY() const { return m_auiSize[1]; }
     std::uint32_t GetNumProjs() const { return m_auiSize[2]; }

@@ -1,0 +1,41 @@
+#include "gpulib/App/TransformImpl.h"
+
+#include <algorithm>
+
+bool CTransformImpl::SetMProj(const float* pfMProj, int iSizeX, int iSizeY)
+{
+    if (!m_aMProjTex.Create(iSizeX, iSizeY) || !m_aMProjTex.SetData(pfMProj)) return false;
+    m_aGTransform.SetMProjArray(m_aMProjTex.GetImage());
+    return true;
+}
+
+void CTransformImpl::SetAProjSize(int iSizeX, int iSizeY)
+{
+    m_iAProjX = iSizeX;
+    m_aGTransform.SetAProjSize(iSizeX, iSizeY);
+}
+
+int CTransformImpl::GetPieceRows(int iSizeX, int iSizeY)
+{
+    constexpr int iPixels = 1 << 16;  // 256 KiB an image: a comparison keeps three in the cache
+    return std::clamp(iPixels / std::max(iSizeX, 1), 1, std::max(iSizeY, 1));
+}
+
+bool CTransformImpl::AllocMemory(int iRows)
+{
+    return m_aProj.Create(m_iAProjX, iRows) && m_aMiss.Create(m_iAProjX, iRows);
+}
+
+bool CTransformImpl::DoIt(bool bLog, int iStartY, int iSizeY)
+{
+    const DeviceImage &rProj = m_aProj.GetImage(), &rMiss = m_aMiss.GetImage();
+    return bLog ? m_aGTransform.DoItLog(rProj, rMiss, iStartY, iSizeY)
+                : m_aGTransform.DoIt(rProj, rMiss, iStartY, iSizeY);
+}
+
+void CTransformImpl::ClearDevice()
+{
+    m_aProj.Free();
+    m_aMiss.Free();
+    m_aMProjTex.ClearDevice();
+}

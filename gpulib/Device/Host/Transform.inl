@@ -1,0 +1,146 @@
+// Kernels that resample and compare projections. Their images have one lane, so the registers run
+// along x. Included inside the namespace of an instruction set, which has defined AllTrue and
+// Gather for its widest registers.
+
+#include "gpulib/Device/TransformMath.h"
+
+using FX = typename VectorOf<TALVEN_VECTOR>::Type;
+typedef int IX __attribute__((vector_size(4 * TALVEN_VECTOR)));
+
+DEVICE_FN FX LoadX(const float* pfFrom)
+{
+    FX vValue;
+    __builtin_memcpy(&vValue, pfFrom, sizeof(vValue));
+    return vValue;
+}
+
+/// The first iCount columns, then fElse.
+DEVICE_FN FX LoadX(const float* pfFrom, int iCount, float fElse)
+{
+    FX vValue = FX{} + fElse;
+    for (int i = 0; i < iCount; ++i) vValue[i] = pfFrom[i];
+    return vValue;
+}
+
+DEVICE_FN void StoreX(float* pfTo, FX vValue, int iCount)
+{
+    if (iCount >= TALVEN_VECTOR)
+        __builtin_memcpy(pfTo, &vValue, sizeof(vValue));
+    else
+        for (int i = 0; i < iCount; ++i) pfTo[i] = vValue[i];
+}
+
+DEVICE_FN IX ColumnNumbers()
+{
+    IX vNumbers;
+    for (int i = 0; i < TALVEN_VECTOR; ++i) vNumbers[i] = i;
+    return vNumbers;
+}
+
+/// Bilinear reads at positions on the image. A position on a pixel reads this pixel alone.
+DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
+{
+    const float* pfImage = static_cast<const float*>(rImage.pvData);
+    const IX vX = __builtin_convertvector(vU, IX), vY = __builtin_convertvector(vV, IX);
+    const FX vRight = vU - __builtin_convertvector(vX, FX);
+    const FX vDown = vV - __builtin_convertvector(vY, FX);
+    const IX vIsRight = vRight > FX{}, vIsDown = vDown > FX{};  // true is -1
+    const int iX = vX[0], iY = vY[0];
+    // A shift without rotation: neighbours lie next to each other.
+    if (iX + TALVEN_VECTOR < rImage.iWidth &&
+        AllTrue((vX == ColumnNumbers() + iX) & (vY == IX{} + iY)))
+    {
+        const float* pfUpper = pfImage + static_cast<std::size_t>(iY) * rImage.iWidth + iX;
+        const float* pfLower = iY + 1 < rImage.iHeight ? pfUpper + rImage.iWidth : pfUpper;
+        const FX vUpper = LoadX(pfUpper), vLower = vIsDown ? LoadX(pfLower) : vUpper;
+        const FX vUpperNext = vIsRight ? LoadX(pfUpper + 1) : vUpper;
+        FX vLowerNext = vIsDown ? LoadX(pfLower + 1) : vUpperNext;
+        vLowerNext = vIsRight ? vLowerNext : vLower;
+        return Between<FX>(Between<FX>(vUpper, vUpperNext, vRight),
+                           Between<FX>(vLower, vLowerNext, vRight), vDown);
+    }
+    const IX vUpper = vY * rImage.iWidth + vX;
+    const IX vLower = vUpper + (vIsDown & rImage.iWidth);
+    return Between<FX>(
+        Between<FX>(Gather(pfImage, vUpper), Gather(pfImage, vUpper - vIsRight), vRight),
+        Between<FX>(Gather(pfImage, vLower), Gather(pfImage, vLower - vIsRight), vRight), vDown);
+}
+
+DEVICE_FN FX ScaleIntensity(FX vValue, const float* pfScale, bool bLog)
+{
+    FX vResult = Rescale<FX>(vValue, pfScale);
+    if (bLog)
+    {
+        vResult = Attenuation<FX>(vResult, pfScale);
+        for (int i = 0; i < TALVEN_VECTOR; ++i) vResult[i] = __builtin_logf(vResult[i]);
+        vResult *= pfScale[4];
+    }
+    return LimitValue<FX>(vResult, pfScale);
+}
+
+static void Transform(const TransformParams& rP, Share aRows)
+{
+    const float fLastU = static_cast<float>(rP.aMeasured.iWidth - 1);
+    const float fLastV = static_cast<float>(rP.aMeasured.iHeight - 1);
+    const FX vColumns = __builtin_convertvector(ColumnNumbers(), FX);
+    for (int j = aRows.iFirst; j < aRows.iEnd; ++j)
+    {
+        const float fY = static_cast<float>(rP.iStartY + j);
+        float *pfOut = RowOf(rP.aOut, j), *pfMiss = RowOf(rP.aMiss, j);
+        for (int x = 0; x < rP.iProjX; x += TALVEN_VECTOR)
+        {
+            const FX vX = static_cast<float>(x) + vColumns;
+            const FX vU = MapU<FX>(vX, fY, rP.afMatrix), vV = MapV<FX>(vX, fY, rP.afMatrix);
+            const IX vInside = IsOnImage<FX>(vU, fLastU) & IsOnImage<FX>(vV, fLastV);
+            const FX vMiss = vInside ? FX{} : FX{} + 1.0f;
+            const FX vRead =
+                Sample(rP.aMeasured, ClampToImage<FX>(vU, fLastU), ClampToImage<FX>(vV, fLastV));
+            const FX vValue = ScaleIntensity(vRead, rP.afScale, rP.bLog);
+            StoreX(pfOut + x, MarkMissing<FX>(vValue, vMiss), rP.iProjX - x);
+            StoreX(pfMiss + x, vMiss, rP.iProjX - x);
+        }
+    }
+}
+
+constexpr int g_iComparePartials = 256;
+
+/// Columns iFirst, iFirst + 256, ... of a row, for as many neighbours as a register holds.
+DEVICE_FN void SumColumns(const float* pfA, const float* pfB, const float* pfMiss, int iFirst,
+                          int iProjX, float (*pafPartial)[g_iComparePartials])
+{
+    FX avSums[eCompareSums] = {};
+    int x = iFirst;
+    for (; x + TALVEN_VECTOR <= iProjX; x += g_iComparePartials)
+        AddPixel<FX>(avSums, LoadX(pfA + x), LoadX(pfB + x), LoadX(pfMiss + x));
+    if (x < iProjX)
+        AddPixel<FX>(avSums, LoadX(pfA + x, iProjX - x, 0.0f), LoadX(pfB + x, iProjX - x, 0.0f),
+                     LoadX(pfMiss + x, iProjX - x, 1.0f));
+    for (int q = 0; q < eCompareSums; ++q) StoreX(pafPartial[q] + iFirst, avSums[q], TALVEN_VECTOR);
+}
+
+/// Sum of all partial sums, by halves.
+DEVICE_FN float SumByHalves(float* pfPartial)
+{
+    int iStride = g_iComparePartials / 2;
+    for (; iStride >= TALVEN_VECTOR; iStride /= 2)
+        for (int t = 0; t < iStride; t += TALVEN_VECTOR)
+            StoreX(pfPartial + t, LoadX(pfPartial + t) + LoadX(pfPartial + t + iStride),
+                   TALVEN_VECTOR);
+    for (; iStride > 0; iStride /= 2)
+        for (int t = 0; t < iStride; ++t) pfPartial[t] += pfPartial[t + iStride];
+    return pfPartial[0];
+}
+
+static void CompareSums(const CompareParams& rP, Share aRows)
+{
+    alignas(64) float aafPartial[eCompareSums][g_iComparePartials];
+    for (int j = aRows.iFirst; j < aRows.iEnd; ++j)
+    {
+        const float *pfA = RowOf(rP.aAligned, j), *pfB = RowOf(rP.aTransed, j);
+        const float* pfMiss = RowOf(rP.aMiss, j);
+        for (int t = 0; t < g_iComparePartials; t += TALVEN_VECTOR)
+            SumColumns(pfA, pfB, pfMiss, t, rP.iProjX, aafPartial);
+        for (int q = 0; q < eCompareSums; ++q)
+            RowOf(rP.aSums, q)[rP.iFirst + j] = SumByHalves(aafPartial[q]);
+    }
+}

@@ -1,0 +1,44 @@
+#include "server/Data/Recon/AlignOp.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "server/Data/Refuse.h"
+#include "server/Data/RemotePacket.h"
+
+namespace
+{
+bool CheckFinite(const char* pcWhat, std::span<const float> fValues, std::string& rReason)
+{
+    for (std::size_t i = 0; i < fValues.size(); ++i)
+        if (!std::isfinite(fValues[i]))
+            return Refuse(rReason, "value %zu of the %s is %g", i, pcWhat, double(fValues[i]));
+    return true;
+}
+}  // namespace
+
+bool CAlignOp::mRead(const CRemotePacket& rPacket, const Layout& rLayout, std::string& rReason)
+{
+    std::array<float, 6> afMatrix{}, afScale{};
+    for (int i = 0; i < 6; ++i)
+        afMatrix[static_cast<std::size_t>(i)] = rPacket.GetNthFieldF(rLayout.iMatrixField + i);
+    for (int i = 0; i < rLayout.iHeaderScales; ++i)
+        afScale[static_cast<std::size_t>(i)] = rPacket.GetNthFieldF(rLayout.iMatrixField + 6 + i);
+    const auto tHeader = static_cast<std::size_t>(rLayout.iHeaderScales);
+    const auto tData = static_cast<std::size_t>(rLayout.iDataScales);
+    if (tData > 0 && !rPacket.CopyData4(0, std::span(afScale).subspan(tHeader, tData)))
+        return Refuse(rReason, "%u bytes of data, %zu needed", rPacket.GetOptSize(), 4 * tData);
+    if (!CheckFinite("matrix", afMatrix, rReason) || !CheckFinite("scale", afScale, rReason))
+        return false;
+    m_afMatrix = afMatrix;
+    m_afScale = afScale;
+    m_uiMProj = rPacket.GetNthField(4);
+    m_uiAProj = rPacket.GetNthField(5);
+    return true;
+}
+
+void CAlignOp::mPrint(std::span<const float> fValues) const
+{
+    for (const float fValue : fValues) std::printf("%7.2f ", double(fValue));
+}
