@@ -90,6 +90,10 @@ public:
     {
         return mTime([&] { return m_pInner->SumAbs(rParams); });
     }
+    bool Smooth(const SmoothParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->Smooth(rParams); });
+    }
 
 private:
     template <class F>

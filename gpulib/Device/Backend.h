@@ -58,6 +58,7 @@ public:
     [[nodiscard]] virtual bool Weight(const WeightParams& rParams) = 0;
     [[nodiscard]] virtual bool BackProject(const BackParams& rParams) = 0;
     [[nodiscard]] virtual bool SumAbs(const SumAbsParams& rParams) = 0;
+    [[nodiscard]] virtual bool Smooth(const SmoothParams& rParams) = 0;
 };
 
 /// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.

@@ -5,6 +5,7 @@
 
 #include "gpulib/Device/DeviceError.h"
 #include "gpulib/Device/Host/HostMemory.h"
+#include "gpulib/Device/Host/SeparableKernel.h"
 #include "gpulib/Device/Host/Transpose.h"
 
 namespace
@@ -304,5 +305,27 @@ bool CHostBackend::SumAbs(const SumAbsParams& rP)
         static_cast<double*>(rP.aAccum.pvData) + std::size_t(rP.iIter) * rP.aAccum.iWidth;
     for (std::size_t p = 0; p < viRows.size(); ++p)
         for (int l = 0; l < rP.iRows; ++l) pdAccum[p] += double(vfTotals[p * iLanes + l]);
+    return true;
+}
+
+bool CHostBackend::Smooth(const SmoothParams& rP)
+{
+    const DeviceImage& rKernel = rP.aKernel;
+    const std::size_t tScratch = SmoothScratch(rKernel.iWidth, rKernel.iHeight) * sizeof(float);
+    std::vector<HostBlock> vScratch(mDevice().pTeam->GetSize());
+    for (HostBlock& rScratch : vScratch)
+    {
+        rScratch = AllocateZeroed(tScratch);
+        if (!rScratch) return DeviceFail("Smooth: no memory for %zu bytes of a tile", tScratch);
+    }
+    const SeparableKernel aFactors = Separate(static_cast<const float*>(rKernel.pvData),
+                                              rKernel.iWidth, rKernel.iHeight, rKernel.iDepth);
+    const int iStrips = (rP.aVol.iHeight + g_iSmoothTileY - 1) / g_iSmoothTileY;
+    mSplit(iStrips * rP.aVol.iDepth,
+           [&](Share aShare, int iPart)
+           {
+               m_rKernels.Smooth(rP, aFactors.GetFactors(), aShare,
+                                 static_cast<float*>(vScratch[iPart].get()));
+           });
     return true;
 }

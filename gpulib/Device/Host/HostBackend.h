@@ -42,6 +42,7 @@ public:
     bool Weight(const WeightParams& rParams) override;
     bool BackProject(const BackParams& rParams) override;
     bool SumAbs(const SumAbsParams& rParams) override;
+    bool Smooth(const SmoothParams& rParams) override;
 
 private:
     struct Device

@@ -41,5 +41,5 @@ DEVICE_FN void Broadcast(float fValue, F8& rResult)
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"avx2", nullptr, Forward, Back, Combine, Weight, SumAbs};
+const HostKernels g_aKernels = {"avx2", nullptr, Forward, Back, Combine, Weight, SumAbs, Smooth};
 }  // namespace Avx2

@@ -24,6 +24,6 @@ DEVICE_FN void Broadcast(float fValue, F16& rResult)
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"avx512", &Avx2::g_aKernels, Forward, Back, Combine, Weight,
-                                SumAbs};
+const HostKernels g_aKernels = {"avx512", &Avx2::g_aKernels, Forward, Back, Combine, Weight, SumAbs,
+                                Smooth};
 }  // namespace Avx512

@@ -37,5 +37,6 @@ DEVICE_FN void Broadcast(float fValue, F4& rResult)
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"baseline", nullptr, Forward, Back, Combine, Weight, SumAbs};
+const HostKernels g_aKernels = {"baseline", nullptr, Forward, Back,
+                                Combine,    Weight,  SumAbs,  Smooth};
 }  // namespace Baseline
