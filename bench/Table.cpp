@@ -14,6 +14,7 @@
 
 #include "bench/Literal.h"
 #include "bench/SartJob.h"
+#include "bench/SmoothTable.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
@@ -163,6 +164,7 @@ int main(int argc, char** argv)
         for (const int iRows : {32, 16, 8, 4, 1})
             bReached = PrintSet(rSet, iRows, aLiteral) && bReached;
     PrintSart();
+    bReached = PrintSmooth() && bReached;
     if (!s_bDone) return 1;
     return bCheck && !bReached ? 1 : 0;
 }

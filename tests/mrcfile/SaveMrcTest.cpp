@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <numeric>
 #include <vector>
 
@@ -67,7 +68,7 @@ TEST_F(SaveMrc, WritesHeaderRecordsAndTrimmedSections)
     const std::pair<std::size_t, int> aInts[] = {{0, iWidth}, {4, iHeight}, {8, 3},       {12, 2},
                                                  {28, 1},     {32, 1},      {36, 1},      {64, 1},
                                                  {68, 2},     {72, 3},      {92, 131072}, {220, 2}};
-    for (const auto [tOffset, iValue] : aInts)
+    for (const auto& [tOffset, iValue] : aInts)
         EXPECT_EQ(At<int>(vcFile, tOffset), iValue) << tOffset;
     EXPECT_EQ(At<short>(vcFile, 96), -16224);
     EXPECT_EQ(At<short>(vcFile, 130), 32);
@@ -97,12 +98,18 @@ TEST_F(SaveMrc, RefusesWhatItCannotWrite)
     const std::vector<float> vfImage(4);
     aSave.SetImage(vfImage.data());
     aSave.SetImageSize(2, 2);
-    for (const auto [iMode, bWritten] :
+    for (const auto& [iMode, bWritten] :
          {std::pair{0, true}, {1, true}, {2, true}, {6, true}, {7, true}, {8, false}, {-1, false}})
     {
         aSave.SetMode(iMode);
         EXPECT_EQ(aSave.DoIt(), bWritten) << iMode;
     }
+    EXPECT_FALSE(aSave.DoIt(std::numeric_limits<int>::max()));
+    EXPECT_FALSE(aSave.DoIt(-1));
+    aSave.SetImageSize(1 << 16, 1 << 16);  // more pixels than any image has
+    aSave.TrimEdge(1 << 15, 1 << 15);
+    EXPECT_FALSE(aSave.DoIt());
+    aSave.SetImageSize(2, 2);
     aSave.TrimEdge(1, 0);  // nothing is left
     aSave.SetMode(2);
     EXPECT_FALSE(aSave.DoIt());
