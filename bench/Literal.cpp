@@ -76,3 +76,29 @@ void LiteralBack(const Scene& rScene, int iRow, std::vector<float>& rSlice)
             rSlice[std::size_t(z) * iX + x] = std::max(fNew, 0.0f);
         }
 }
+
+void LiteralSmooth(const float* pfVolume, const int* piSize, const float* pfKernel,
+                   const int* piKernel, int iFirst, int iEnd, float* pfOut)
+{
+    const auto At = [=](int x, int y, int z)
+    {
+        x = std::clamp(x, 0, piSize[0] - 1);
+        y = std::clamp(y, 0, piSize[1] - 1);
+        z = std::clamp(z, 0, piSize[2] - 1);
+        return pfVolume[(std::size_t(z) * piSize[1] + y) * piSize[0] + x];
+    };
+    for (int k = iFirst; k < iEnd; ++k)
+        for (int j = 0; j < piSize[1]; ++j)
+            for (int i = 0; i < piSize[0]; ++i)
+            {
+                float fSum = 0;
+                const float* pfWeight = pfKernel;
+                for (int c = 0; c < piKernel[2]; ++c)
+                    for (int b = 0; b < piKernel[1]; ++b)
+                        for (int a = 0; a < piKernel[0]; ++a)
+                            fSum +=
+                                *pfWeight++ * At(i + a - piKernel[0] / 2, j + b - piKernel[1] / 2,
+                                                 k + c - piKernel[2] / 2);
+                *pfOut++ = fSum;
+            }
+}

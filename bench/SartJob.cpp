@@ -98,6 +98,10 @@ public:
     {
         return mTime([&] { return m_pInner->CompareSums(rParams); });
     }
+    bool Smooth(const SmoothParams& rParams) override
+    {
+        return mTime([&] { return m_pInner->Smooth(rParams); });
+    }
 
 private:
     template <class F>

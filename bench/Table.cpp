@@ -15,6 +15,7 @@
 #include "bench/CompareJob.h"
 #include "bench/Literal.h"
 #include "bench/SartJob.h"
+#include "bench/SmoothTable.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
@@ -195,6 +196,7 @@ int main(int argc, char** argv)
             bReached = PrintSet(rSet, iRows, aLiteral) && bReached;
     bReached = PrintCompare() && bReached;
     PrintSart();
+    bReached = PrintSmooth() && bReached;
     if (!s_bDone) return 1;
     return bCheck && !bReached ? 1 : 0;
 }

@@ -4,12 +4,19 @@
 
 #include "gpulib/App/JobShape.h"
 #include "gpulib/App/RowBatch.h"
+#include "gpulib/App/TomoSmooth.h"
 #include "gpulib/App/TomoVolume.h"
 #include "gpulib/Device/DeviceError.h"
 
 CTomoRecon::CTomoRecon(std::unique_ptr<CReconImpl> pImpl, bool bSart)
     : m_pImpl(std::move(pImpl)), m_bSart(bSart)
 {
+}
+
+void CTomoRecon::SetSmooth(CTomoSmooth* pSmooth, unsigned int uiInterval)
+{
+    m_pTomoSmooth = pSmooth;
+    m_uiSmoothInt = uiInterval;
 }
 
 bool CTomoRecon::DoIt(int iStartY, int iSizeY)
@@ -24,8 +31,7 @@ bool CTomoRecon::DoIt(int iStartY, int iSizeY)
         const unsigned int uiFirst = b * uiInterval;
         const unsigned int uiEnd = uiFirst + std::min(uiInterval, m_uiIterations - uiFirst);
         if (!mDoBlock(uiFirst, uiEnd)) return false;
-        if (m_uiSmoothInt && !m_pTomoVol->Rendezvous())
-            return DeviceFail("another worker gave up after iteration %u", uiEnd);
+        if (m_uiSmoothInt && !mSmooth()) return false;
     }
     if (iSizeY > 0 && !m_pImpl->GetRfactor(m_vdRfactor)) return false;
     m_pImpl->FreeMemory();
@@ -66,4 +72,20 @@ bool CTomoRecon::mDoBlock(unsigned int uiFirst, unsigned int uiEnd)
             return false;
     }
     return true;
+}
+
+/// No worker takes its piece before all rows are stored, puts it back before all pieces are taken,
+/// or goes on before the volume is whole.
+bool CTomoRecon::mSmooth()
+{
+    if (!mMeet()) return false;
+    if (!m_pTomoSmooth) return true;
+    if (!m_pTomoSmooth->DoIt() || !mMeet()) return false;
+    m_pTomoSmooth->Assemble();
+    return mMeet();
+}
+
+bool CTomoRecon::mMeet()
+{
+    return m_pTomoVol->Rendezvous() || DeviceFail("another worker gave up");
 }

@@ -60,6 +60,7 @@ public:
     [[nodiscard]] virtual bool SumAbs(const SumAbsParams& rParams) = 0;
     [[nodiscard]] virtual bool Transform(const TransformParams& rParams) = 0;
     [[nodiscard]] virtual bool CompareSums(const CompareParams& rParams) = 0;
+    [[nodiscard]] virtual bool Smooth(const SmoothParams& rParams) = 0;
 };
 
 /// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.

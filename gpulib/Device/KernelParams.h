@@ -135,3 +135,14 @@ struct CompareParams
     int iFirst = 0;  ///< column of aSums
     int iRows = 0;
 };
+
+/// The volume weighted with a small kernel around each voxel; past the faces the edge voxels
+/// repeat. Voxel (i, j, k) receives, with h half a kernel size rounded down,
+///     sum over c, b, a of kernel(a, b, c) * volume(i + a - hx, j + b - hy, k + c - hz).
+/// A backend may use the factors of a kernel that is a product of three, within 1e-6 of the whole.
+struct SmoothParams
+{
+    DeviceImage aOut;     ///< out, pitched, the sizes of the volume
+    DeviceImage aVol;     ///< 3-D, one lane
+    DeviceImage aKernel;  ///< 3-D, one lane; finite
+};

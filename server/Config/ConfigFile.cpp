@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <limits>
+#include <system_error>
 #include <vector>
 
 #include "Util/Util_Property.h"
@@ -75,6 +77,7 @@ bool CConfigFile::mLoadFile()
     m_strBackend = GetText(aFile.GetStringValue("Backend"));
     m_strBindAddress = GetText(aFile.GetStringValue("BindAddress"));
     mSetIdleTimeout(aFile.GetValue("IdleTimeout"));
+    mSetDebugVolume(aFile.GetStringValue("DebugVolume"));
     return true;
 }
 
@@ -89,6 +92,7 @@ void CConfigFile::mLoadEnvironment()
     if (const char* pcList = std::getenv("TALVEN_BUSY_GPUS")) mParseBusyGpus(pcList);
     m_strBackend = GetText(std::getenv("TALVEN_BACKEND"));
     m_strBindAddress = GetText(std::getenv("TALVEN_BIND"));
+    mSetDebugVolume(std::getenv("TALVEN_DEBUG_VOLUME"));
 }
 
 void CConfigFile::mSetMemoryPercent(double dFraction)
@@ -106,6 +110,18 @@ void CConfigFile::mSetIdleTimeout(double dSeconds)
 {
     constexpr double dMost = 1e6;  // eleven days
     m_fIdleTimeout = dSeconds > 0.0 ? static_cast<float>(std::min(dSeconds, dMost)) : 0.0f;
+}
+
+void CConfigFile::mSetDebugVolume(const char* pcPath)
+{
+    m_strDebugVolume = pcPath != nullptr && *pcPath != '\0' ? pcPath : mDefaultDebugVolume();
+}
+
+std::string CConfigFile::mDefaultDebugVolume()
+{
+    std::error_code aError;
+    const std::filesystem::path aDirectory = std::filesystem::temp_directory_path(aError);
+    return ((aError ? "/tmp" : aDirectory) / "talven-volume.mrc").string();
 }
 
 bool CConfigFile::IsBusyGpu(int i) const

@@ -18,12 +18,17 @@ public:
     const std::string& GetBindAddress() const { return m_strBindAddress; }  ///< empty: all
     float GetIdleTimeout() const { return m_fIdleTimeout; }                 ///< seconds, 0: never
 
+    /// Where a volume goes that is written for inspection.
+    const std::string& GetDebugVolume() const { return m_strDebugVolume; }
+
 private:
     bool mLoadFile();
     void mLoadEnvironment();
     void mParseBusyGpus(const char* pcList);
     void mSetMemoryPercent(double dFraction);
     void mSetIdleTimeout(double dSeconds);
+    void mSetDebugVolume(const char* pcPath);
+    static std::string mDefaultDebugVolume();
 
     std::array<bool, 16> m_abBusyGpu{};
     int m_iNumBusyGpus = 0;
@@ -32,4 +37,5 @@ private:
     std::string m_strBackend;
     std::string m_strBindAddress;
     float m_fIdleTimeout = 0.0f;
+    std::string m_strDebugVolume = mDefaultDebugVolume();
 };

@@ -56,6 +56,7 @@ void CGpuConfig::SelectDevices(const CConfigFile& rConfig, const std::vector<int
     m_fMemoryPercent = rConfig.GetMemoryPercent();
     m_strBindAddress = rConfig.GetBindAddress();
     m_fIdleTimeout = rConfig.GetIdleTimeout();
+    m_strDebugVolume = rConfig.GetDebugVolume();
 }
 
 int CGpuConfig::GetTotalMemory() const

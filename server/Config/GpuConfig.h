@@ -28,6 +28,7 @@ public:
     int GetServerPort() const { return m_iServerPort; }
     const std::string& GetBindAddress() const { return m_strBindAddress; }
     float GetIdleTimeout() const { return m_fIdleTimeout; }  ///< seconds, 0: never
+    const std::string& GetDebugVolume() const { return m_strDebugVolume; }
 
 private:
     CGpuConfig() = default;
@@ -40,4 +41,5 @@ private:
     int m_iServerPort = 0;
     std::string m_strBindAddress;
     float m_fIdleTimeout = 0.0f;
+    std::string m_strDebugVolume;
 };

@@ -1,11 +1,20 @@
 #include "server/Recon/DoEmRecon.h"
 
 #include "Util/Util_Volume.h"
+#include "gpulib/App/TomoVolume.h"
 
 void CDoEmRecon::SetNumSets(unsigned int uiSets, std::span<const unsigned int> uiSetSize)
 {
     m_uiSets = uiSets;
     m_uiSetSize = uiSetSize;
+}
+
+void CDoEmRecon::SetSmooth(const Util_Volume* pKernel, unsigned int uiInterval, int iNumDevices,
+                           int iDeviceID, int iThreadID)
+{
+    m_aTomoSmooth.SetKernel(pKernel);
+    m_aTomoSmooth.SetDeviceInfo(iNumDevices, iDeviceID, iThreadID);
+    m_uiInterval = uiInterval;
 }
 
 bool CDoEmRecon::DoIt(int iStartY, int iSizeY)
@@ -18,7 +27,8 @@ bool CDoEmRecon::DoIt(int iStartY, int iSizeY)
     rRecon.SetNumSets(m_uiSets, m_uiSetSize);
     rRecon.SetIterations(m_uiIterations);
     rRecon.SetRelax(m_fRelax);
-    rRecon.SetSmoothInterval(m_uiInterval);
+    m_aTomoSmooth.SetVolume(m_pTomoVol->GetVolume());
+    rRecon.SetSmooth(&m_aTomoSmooth, m_uiInterval);
     return rRecon.DoIt(iStartY, iSizeY);
 }
 

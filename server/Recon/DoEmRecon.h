@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "gpulib/App/TomoEm.h"
+#include "gpulib/App/TomoSmooth.h"
 #include "server/Recon/DoReconBase.h"
 
 /// Reconstruction by EM; base of the one by SART, which differs in the library object alone.
@@ -15,8 +16,11 @@ public:
     void SetNumSets(unsigned int uiSets, std::span<const unsigned int> uiSetSize);
     /// Relaxation factors, shape [iteration][subset]; empty: all 1.
     void SetRelax(std::span<const float> fRelax) { m_fRelax = fRelax; }
-    /// Iterations after which the volume counts as a whole, see CTomoRecon.
-    void SetSmooth(unsigned int uiInterval) { m_uiInterval = uiInterval; }
+    /// Smooths the volume after every uiInterval iterations (0: never), see CTomoRecon.
+    /// \param pKernel      borrowed until DoIt() has returned; null: the workers only meet
+    /// \param iNumDevices  workers of the job; this one is iThreadID, on device iDeviceID
+    void SetSmooth(const Util_Volume* pKernel, unsigned int uiInterval, int iNumDevices,
+                   int iDeviceID, int iThreadID);
 
     [[nodiscard]] bool DoIt(int iStartY, int iSizeY) override;
     /// Hands over the R-factor sums of the band, shape [iteration][list position][2].
@@ -26,6 +30,7 @@ private:
     virtual CTomoRecon& mGetTomoRecon() { return m_aTomoEm; }
     void mValidateSets();
 
+    CTomoSmooth m_aTomoSmooth;
     CTomoEm m_aTomoEm;
     unsigned int m_uiIterations = 1;
     unsigned int m_uiSets = 0;

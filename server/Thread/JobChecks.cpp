@@ -4,9 +4,11 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <span>
 
 #include "Util/Util_Volume.h"
 #include "gpulib/App/JobShape.h"
+#include "gpulib/App/TomoSmooth.h"
 #include "gpulib/App/TransformImpl.h"
 #include "server/Config/GpuConfig.h"
 #include "server/Data/Recon/AlignOp.h"
@@ -15,6 +17,7 @@
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/ReconOpt.h"
 #include "server/Data/Recon/SetOp.h"
+#include "server/Data/Recon/SmoothOpt.h"
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/Recon/WeightOpt.h"
 #include "server/Data/Refuse.h"
@@ -120,7 +123,7 @@ bool CheckIterations(std::string& rReason)
     return true;
 }
 
-bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason)
+bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason, std::size_t tExtra)
 {
     const Util_Volume& rStack = *CProjData::GetInstance()->GetProjs();
     const Util_Volume& rVolume = *CVolData::GetInstance()->GetVolume();
@@ -135,7 +138,7 @@ bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason)
     CBandSplit aBands;
     const int iWorkers = CGpuConfig::GetInstance()->GetNumDevices();
     aBands.Calculate(rStack.GetSizeY(), iWorkers);
-    std::uint64_t ulBytes = 2 * tSums * sizeof(double);  // the store
+    std::uint64_t ulBytes = 2 * tSums * sizeof(double) + tExtra;  // the store
     for (int i = 0; i < iWorkers; ++i)
     {
         aShape.iRows = aBands.GetSize(i);
@@ -161,4 +164,38 @@ bool CheckAlignInputs(const CAlignOp& rRequest, std::string& rReason)
     constexpr std::uint64_t ulSums = 2 * eCompareSums;
     return CheckMemory(0, 4 * (ulWorkers * (ulMeasured + 4 * ulPiece) + ulSums * std::uint64_t(iY)),
                        rReason);
+}
+
+namespace
+{
+/// The kernel that the iterations will use, null without one.
+const Util_Volume* GetKernelInUse()
+{
+    const CSmoothOpt& rSmooth = *CSmoothOpt::GetInstance();
+    return rSmooth.GetInterval() > 0 ? rSmooth.GetKernel() : nullptr;
+}
+}  // namespace
+
+bool CheckSmooth(std::string& rReason)
+{
+    const Util_Volume* const pKernel = GetKernelInUse();
+    if (!pKernel) return true;
+    const std::span<const float> fKernel(pKernel->GetData(), pKernel->GetVoxels());
+    for (std::size_t i = 0; i < fKernel.size(); ++i)
+        if (!std::isfinite(fKernel[i]))
+            return Refuse(rReason, "value %zu of the smoothing kernel is %g", i,
+                          double(fKernel[i]));
+    if (std::ranges::all_of(fKernel, [](float fValue) { return fValue == 0.0f; }))
+        return Refuse(rReason, "all values of the smoothing kernel are 0");
+    return true;
+}
+
+std::size_t GetSmoothBytes()
+{
+    const Util_Volume* const pKernel = GetKernelInUse();
+    if (!pKernel) return 0;
+    const CGpuConfig& rConfig = *CGpuConfig::GetInstance();
+    return CTomoSmooth::GetBytes(CVolData::GetInstance()->GetVolume()->GetSize(),
+                                 pKernel->GetSizeX(), rConfig.GetNumDevices(),
+                                 rConfig.GetDeviceID(0));
 }

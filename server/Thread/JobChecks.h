@@ -17,7 +17,14 @@ class CAlignOp;
 /// Whether the workers of a job find the memory that they need.
 /// \param iProjImages  see JobShape
 /// \param tSums        R-factor sums of one worker
-[[nodiscard]] bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason);
+/// \param tExtra       bytes that all workers together need besides
+[[nodiscard]] bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason,
+                                  std::size_t tExtra = 0);
+
+/// The smoothing kernel, when the iterations will use it.
+[[nodiscard]] bool CheckSmooth(std::string& rReason);
+/// Memory of one smoothing pass, 0 when there will be none.
+std::size_t GetSmoothBytes();
 
 /// Both stacks, the projections that a request to transform or compare names, and the memory.
 [[nodiscard]] bool CheckAlignInputs(const CAlignOp& rRequest, std::string& rReason);

@@ -3,9 +3,12 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "Mrcfile/SaveMrc.h"
 #include "Util/Util_Time.h"
+#include "Util/Util_Volume.h"
 #include "gpulib/App/JobShape.h"
 #include "gpulib/Device/DeviceError.h"
+#include "server/Config/GpuConfig.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/ReconOpt.h"
 #include "server/Data/Recon/Rfactor.h"
@@ -39,10 +42,10 @@ bool CReconMain::Validate(std::string& rReason)
     if (!CheckJobInputs(rReason)) return false;
     if (uiReconCmd == CReconCmd::BACKPROJ) return CheckJobMemory(g_iBackProjImages, 0, rReason);
     if (!IsIterative(uiReconCmd)) return Refuse(rReason, "there is no method %u", uiReconCmd);
-    if (!CheckIterations(rReason)) return false;
+    if (!CheckIterations(rReason) || !CheckSmooth(rReason)) return false;
     const std::size_t tSums = std::size_t{CReconOpt::GetInstance()->GetIterations()} *
                               CSetOp::GetInstance()->GetNumIndices();
-    return CheckJobMemory(g_iIterImages, tSums, rReason);
+    return CheckJobMemory(g_iIterImages, tSums, rReason, GetSmoothBytes());
 }
 
 void CReconMain::Prepare()
@@ -58,18 +61,18 @@ void CReconMain::CalcSubsetDim(int iWorkers)
     m_aBands.Calculate(static_cast<int>(CProjData::GetInstance()->GetY()), iWorkers);
 }
 
-void CReconMain::DoIt(int iThreadID, int /*iDeviceID*/)
+void CReconMain::DoIt(int iThreadID, int iDeviceID)
 {
     Util_Time aTime;
     aTime.Measure();
-    if (!mRun(iThreadID)) return CJobStatus::Fail(TakeDeviceError());
+    if (!mRun(iThreadID, iDeviceID)) return CJobStatus::Fail(TakeDeviceError());
     std::printf("Recon time (s) %9.2f\n", double(aTime.GetElapsedSeconds()));
 }
 
-bool CReconMain::mRun(int iThreadID)
+bool CReconMain::mRun(int iThreadID, int iDeviceID)
 {
     if (!m_aBands.HasBand(iThreadID)) return DeviceFail("no band for worker %d", iThreadID);
-    mCreateInstance();
+    mCreateInstance(iThreadID, iDeviceID);
     mSetInputs();
     if (!m_pDoReconBase->DoIt(m_aBands.GetStart(iThreadID), m_aBands.GetSize(iThreadID)))
         return false;
@@ -77,7 +80,7 @@ bool CReconMain::mRun(int iThreadID)
     return true;
 }
 
-void CReconMain::mCreateInstance()
+void CReconMain::mCreateInstance(int iThreadID, int iDeviceID)
 {
     const CReconOpt& rOpt = *CReconOpt::GetInstance();
     m_pIterative = nullptr;
@@ -91,9 +94,27 @@ void CReconMain::mCreateInstance()
     pIterative->SetIterations(rOpt.GetIterations());
     pIterative->SetNumSets(rOpt.GetNumSets(), rOpt.GetSetSizes());
     pIterative->SetRelax(rOpt.GetRelax());
-    pIterative->SetSmooth(CSmoothOpt::GetInstance()->GetInterval());
+    const CSmoothOpt& rSmooth = *CSmoothOpt::GetInstance();
+    pIterative->SetSmooth(rSmooth.GetKernel(), rSmooth.GetInterval(),
+                          CGpuConfig::GetInstance()->GetNumDevices(), iDeviceID, iThreadID);
     m_pIterative = pIterative.get();
     m_pDoReconBase = std::move(pIterative);
+}
+
+bool CReconMain::SaveVol()
+{
+    const Util_Volume* const pVolume = CVolData::GetInstance()->GetVolume();
+    if (!pVolume || !pVolume->GetData()) return false;
+    CSaveMrc aSave;
+    aSave.SetMode(2);
+    aSave.SetImageSize(pVolume->GetSizeX(), pVolume->GetSizeY());
+    if (!aSave.OpenFile(CGpuConfig::GetInstance()->GetDebugVolume().c_str())) return false;
+    for (int z = 0; z < pVolume->GetSizeZ(); ++z)
+    {
+        aSave.SetImage(pVolume->GetSliceXY(z));
+        if (!aSave.DoIt(z)) return false;
+    }
+    return true;
 }
 
 void CReconMain::mSetInputs()

@@ -25,13 +25,18 @@ public:
     static void CalcSubsetDim(int iWorkers);
     static void FreeMemory() { m_aBands.FreeMemory(); }
 
+    /// Writes the volume, one float section per slice, to the file of the setting DebugVolume.
+    /// Ready for use in a debugger; no command comes here. \return false when there is no volume or
+    /// the file cannot be written
+    [[nodiscard]] static bool SaveVol();
+
     /// Runs the band of one worker; a failure goes to CJobStatus.
     void DoIt(int iThreadID, int iDeviceID);
 
 private:
-    void mCreateInstance();
+    void mCreateInstance(int iThreadID, int iDeviceID);
     void mSetInputs();
-    [[nodiscard]] bool mRun(int iThreadID);
+    [[nodiscard]] bool mRun(int iThreadID, int iDeviceID);
     void mAssembleRfactor();
 
     static CBandSplit m_aBands;

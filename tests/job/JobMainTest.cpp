@@ -1,6 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <array>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <limits>
 #include <thread>
 
@@ -18,6 +24,7 @@
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/Recon/WeightOpt.h"
 #include "server/Data/RemotePacket.h"
+#include "server/Recon/GaussianKernel.h"
 #include "server/Thread/BandSplit.h"
 #include "server/Thread/JobStatus.h"
 #include "server/Thread/ProjMain.h"
@@ -105,6 +112,17 @@ protected:
         std::string strReason;
         EXPECT_TRUE(CSetOp::GetInstance()->HandleSetOp(
             MakePacket({1, unsigned(rList.size())}, vfData), strReason));
+    }
+
+    static void mSetKernel(unsigned uiInterval, const std::array<int, 3>& rSize,
+                           const std::vector<float>& rKernel)
+    {
+        std::string strReason;
+        EXPECT_TRUE(CSmoothOpt::GetInstance()->HandleSmoothOpt(
+            MakePacket({uiInterval, unsigned(rSize[0]), unsigned(rSize[1]), unsigned(rSize[2])},
+                       rKernel),
+            strReason))
+            << strReason;
     }
 
     static void mSetBox(const OracleBox& rBox)
@@ -206,6 +224,83 @@ TEST_F(JobMain, DefaultsOfIterations)
     }
 }
 
+// The client's kernel smooths the iterations; plain back projection and an interval of 0 leave it
+// alone, whatever it holds.
+TEST_F(JobMain, SmoothsWithTheKernel)
+{
+    m_aJob.vBox = {{{0, 0}, {18.5f, 6.5f}}};
+    m_aJob.iIterations = 4;
+    m_aJob.uiInterval = 2;
+    m_aJob.aiKernel = {3, 2, 1};
+    m_aJob.vfKernel = {0.1f, 0.2f, 0.1f, 0.2f, 0.3f, 0.1f};
+    mUpload();
+    mSetOptions(1, 4, {7}, {1, 1, 1, 1});
+    mSetKernel(2, m_aJob.aiKernel, m_aJob.vfKernel);
+    ASSERT_EQ(mReconstruct(), "");
+    EXPECT_LE(RelativeError(mGetVolume(), RunOracle(m_aJob, m_aStart).vfVolume), 1e-4);
+
+    mSetKernel(0, {1, 1, 1}, {NAN});
+    EXPECT_EQ(mReconstruct(), "");
+    mSetKernel(1, {1, 1, 1}, {NAN});
+    mSetOptions(0, 0, {}, {});
+    EXPECT_EQ(mReconstruct(), "");
+}
+
+TEST_F(JobMain, SavesTheVolume)
+{
+    EXPECT_FALSE(CReconMain::SaveVol());  // there is none
+    mUpload();
+    const std::string strPath =
+        testing::TempDir() + "talven-save-" + std::to_string(getpid()) + ".mrc";
+    setenv("TALVEN_DEBUG_VOLUME", strPath.c_str(), 1);
+    CConfigFile aConfig;
+    aConfig.Load();
+    unsetenv("TALVEN_DEBUG_VOLUME");
+    CGpuConfig::GetInstance()->SelectDevices(aConfig, {1000, 1000, 1000});
+    ASSERT_TRUE(CReconMain::SaveVol());
+
+    std::ifstream aFile(strPath, std::ios::binary);
+    std::int32_t aiHeader[4] = {};
+    std::vector<float> vfVolume(m_aStart.vfVolume.size() + 1);
+    aFile.read(reinterpret_cast<char*>(aiHeader), sizeof aiHeader);
+    EXPECT_EQ(std::vector(aiHeader, aiHeader + 4),
+              (std::vector{m_aJob.iVolX, m_aJob.iY, m_aJob.iVolZ, 2}));
+    aFile.seekg(132096);
+    aFile.read(reinterpret_cast<char*>(vfVolume.data()), std::streamsize(4 * vfVolume.size()));
+    vfVolume.resize(std::size_t(aFile.gcount()) / 4);
+    EXPECT_EQ(vfVolume, m_aStart.vfVolume);
+    std::remove(strPath.c_str());
+}
+
+TEST(GaussianKernel, FollowsTheFormula)
+{
+    const std::array<int, 3> aSizes[] = {{1, 1, 1}, {3, 1, 1}, {4, 1, 1}, {7, 5, 6}};
+    for (const auto& [iX, iY, iZ] : aSizes)
+    {
+        SCOPED_TRACE(testing::Message() << iX << " x " << iY << " x " << iZ);
+        const float afStd[3] = {1.0f, 0.7f, 2.0f};
+        CGaussianKernel aGaussian;
+        aGaussian.SetSize(iX, iY, iZ);
+        aGaussian.SetStd(afStd);
+        aGaussian.Build();
+        const auto Bell = [](int i, int iSize, double dStd)
+        { return std::exp(-0.5 * (i - iSize / 2) * (i - iSize / 2) / (dStd * dStd)); };
+        std::vector<double> vdExpected;
+        double dSum = 0;
+        for (int z = 0; z < iZ; ++z)
+            for (int y = 0; y < iY; ++y)
+                for (int x = 0; x < iX; ++x)
+                {
+                    vdExpected.push_back(Bell(x, iX, 1) * Bell(y, iY, afStd[1]) * Bell(z, iZ, 2));
+                    dSum += vdExpected.back();
+                }
+        const Util_Volume& rKernel = aGaussian.GetKernel();
+        ASSERT_EQ(rKernel.GetVoxels(), vdExpected.size());
+        for (std::size_t i = 0; i < vdExpected.size(); ++i)
+            EXPECT_NEAR(rKernel.GetData()[i] / (vdExpected[i] / dSum), 1, 2e-6);
+    }
+}
+
 TEST_F(JobMain, ReprojectsTheSelection)
 {
     m_aJob.bReproject = true;
@@ -253,6 +348,18 @@ TEST_F(JobMain, WhatCannotRunIsRefused)
         {"the weight box is at (0, 0) with half size (nan, 1)",
          [=] {
              mSetBox({{0, 0}, {fNan, 1}});
+         }},
+        {"value 3 of the smoothing kernel is inf",
+         []
+         {
+             mSetOptions(1, 1, {7}, {1});
+             mSetKernel(1, {1, 1, 5}, {1, 1, 1, std::numeric_limits<float>::infinity(), 1});
+         }},
+        {"all values of the smoothing kernel are 0",
+         []
+         {
+             mSetOptions(2, 1, {7}, {1});
+             mSetKernel(1, {2, 1, 1}, {0, 0});
          }},
         {"the weight box is at (0, 0) with half size (3e+38, 1)",
          [] {

@@ -13,6 +13,7 @@
 #include "gpulib/App/ForProj.h"
 #include "gpulib/App/TomoEm.h"
 #include "gpulib/App/TomoSart.h"
+#include "gpulib/App/TomoSmooth.h"
 #include "gpulib/App/TomoVolume.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
@@ -44,7 +45,6 @@ std::unique_ptr<CReconBase> MakeLibraryJob(const TestJob& rJob)
         pRecon = std::make_unique<CTomoSart>();
     else
         pRecon = std::make_unique<CTomoEm>();
-    pRecon->SetSmoothInterval(rJob.uiInterval);
     pRecon->SetIterations(unsigned(rJob.iIterations));
     pRecon->SetNumSets(rJob.uiSets, rJob.vuiSetSize);
     pRecon->SetRelax(rJob.vfRelax);
@@ -75,6 +75,22 @@ void StoreSlice(const OracleImage& rSlice, std::vector<float>& rVolume, int iX, 
 {
     for (std::size_t k = 0; k < rSlice.size(); ++k)
         rVolume[(k / iX * iYs + iY) * iX + k % iX] = float(rSlice[k]);
+}
+/// Adds the sums of one row and block of iterations to those of the job, as pairs.
+/// \param tFirst  of all iterations before the block
+void AddRfactor(const OracleRfactor& rRow, std::size_t tFirst, std::vector<double>& rAll)
+{
+    for (std::size_t k = 0; !rRow.vdRaw.empty() && k < rAll.size() / 2; ++k)
+        rAll[2 * k] += rRow.vdRaw[k % rRow.vdRaw.size()];
+    for (std::size_t k = 0; k < rRow.vdDif.size(); ++k) rAll[2 * (tFirst + k) + 1] += rRow.vdDif[k];
+}
+
+void SmoothResult(const TestJob& rJob, std::vector<float>& rVolume)
+{
+    const OracleVolume aKernel(rJob.aiKernel[0], rJob.aiKernel[1], rJob.aiKernel[2], rJob.vfKernel);
+    const OracleVolume aSmoothed =
+        SmoothVolume(OracleVolume(rJob.iVolX, rJob.iY, rJob.iVolZ, rVolume), aKernel);
+    rVolume.assign(aSmoothed.vd.begin(), aSmoothed.vd.end());
 }
 }  // namespace
 
@@ -132,9 +148,11 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& 
 {
     SetBackend(MakeHostBackend(strInstructionSet, iWorkers, iMaxRows));
     TestData aResult = rStart;
-    Util_Volume aStack, aVolume;
+    Util_Volume aStack, aVolume, aKernel;
     Load(aStack, rJob.iProjX, rJob.iY, CountProjs(rJob), rStart.vfProjs);
     Load(aVolume, rJob.iVolX, rJob.iY, rJob.iVolZ, rStart.vfVolume);
+    if (!rJob.vfKernel.empty())
+        Load(aKernel, rJob.aiKernel[0], rJob.aiKernel[1], rJob.aiKernel[2], rJob.vfKernel);
     CTomoVolume aTomoVol(&aVolume, iWorkers);
     const std::vector<unsigned> vuiList = GetList(rJob);
 
@@ -144,6 +162,12 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& 
     {
         const int iRows = rJob.iY / iWorkers, iStart = i * iRows;
         const std::unique_ptr<CReconBase> pJob = MakeLibraryJob(rJob);
+        CTomoSmooth aSmooth;
+        aSmooth.SetVolume(&aVolume);
+        aSmooth.SetKernel(rJob.vfKernel.empty() ? nullptr : &aKernel);
+        aSmooth.SetDeviceInfo(iWorkers, i == rJob.iFailingWorker ? 99 : i, i);
+        const auto pRecon = dynamic_cast<CTomoRecon*>(pJob.get());
+        if (pRecon) pRecon->SetSmooth(&aSmooth, rJob.uiInterval);
         pJob->SetProjs(&aStack, rJob.vfAngles);
         pJob->SetVolume(&aTomoVol);
         pJob->SetRangeX(rStart.vuiRangeX);
@@ -156,8 +180,7 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& 
             vstrErrors[i] = TakeDeviceError();
             aTomoVol.Abort();
         }
-        if (const auto pRecon = dynamic_cast<CTomoRecon*>(pJob.get()))
-            vvRfactor[i] = pRecon->GetRfactor();
+        if (pRecon) vvRfactor[i] = pRecon->GetRfactor();
     };
     std::vector<std::thread> vThreads;
     for (int i = 0; i < iWorkers; ++i) vThreads.emplace_back(Work, i);
@@ -194,24 +217,28 @@ TestData RunOracle(const TestJob& rJob, const TestData& rStart)
     const std::size_t tProjs = aJob.vuiList.size();
     if (!rJob.bReproject && rJob.eMethod != EMethod::eBackProj)
         aResult.vdRfactor.resize(2 * tProjs * rJob.iIterations);
-    for (int y = 0; y < rJob.iY; ++y)
+    for (int y = 0; rJob.bReproject && y < rJob.iY; ++y)
     {
-        OracleImage aSlice = SliceOf(rStart.vfVolume, rJob.iVolX, rJob.iY, y);
         OracleImage aRows = SliceOf(rStart.vfProjs, rJob.iProjX, rJob.iY, y);
-        if (rJob.bReproject)
+        aOracle.Reproject(SliceOf(rStart.vfVolume, rJob.iVolX, rJob.iY, y), aRows);
+        StoreSlice(aRows, aResult.vfProjs, rJob.iProjX, rJob.iY, y);
+    }
+    if (rJob.bReproject) return aResult;
+
+    const int iInterval = rJob.uiInterval > 0 ? int(rJob.uiInterval) : rJob.iIterations;
+    for (int b = 0; b < std::max(rJob.iIterations / iInterval, 1); ++b)
+    {
+        const int iFirst = b * iInterval, iEnd = std::min(iFirst + iInterval, rJob.iIterations);
+        for (int y = 0; y < rJob.iY; ++y)
         {
-            aOracle.Reproject(aSlice, aRows);
-            StoreSlice(aRows, aResult.vfProjs, rJob.iProjX, rJob.iY, y);
-            continue;
+            OracleImage aSlice = SliceOf(aResult.vfVolume, rJob.iVolX, rJob.iY, y);
+            const OracleRfactor aRfactor =
+                aOracle.Reconstruct(SliceOf(rStart.vfProjs, rJob.iProjX, rJob.iY, y),
+                                    RangesOfRow(rJob, rStart, y), aSlice, iFirst, iEnd);
+            StoreSlice(aSlice, aResult.vfVolume, rJob.iVolX, rJob.iY, y);
+            AddRfactor(aRfactor, tProjs * iFirst, aResult.vdRfactor);
         }
-        const OracleRfactor aRfactor =
-            aOracle.Reconstruct(aRows, RangesOfRow(rJob, rStart, y), aSlice);
-        StoreSlice(aSlice, aResult.vfVolume, rJob.iVolX, rJob.iY, y);
-        for (std::size_t k = 0; k < aResult.vdRfactor.size() / 2; ++k)
-        {
-            aResult.vdRfactor[2 * k] += aRfactor.vdRaw[k % tProjs];
-            aResult.vdRfactor[2 * k + 1] += aRfactor.vdDif[k];
-        }
+        if (!rJob.vfKernel.empty() && rJob.uiInterval > 0) SmoothResult(rJob, aResult.vfVolume);
     }
     return aResult;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <ostream>
 #include <string>
@@ -22,6 +23,9 @@ struct TestJob
     std::vector<unsigned> vuiList;     // empty: all
     std::vector<OracleBox> vBox;       // empty: none given
     unsigned uiInterval = 0;
+    std::array<int, 3> aiKernel = {0, 0, 0};  // X, Y, Z of the smoothing kernel, 0: none
+    std::vector<float> vfKernel;
+    int iFailingWorker = -1;  // whose smoothing fails
     bool bZeroStart = false;  // from an empty volume
     bool bInvalid = false;    // missing columns at the sides, and whole missing rows
 };

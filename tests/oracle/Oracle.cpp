@@ -101,7 +101,7 @@ void COracle::Reproject(const OracleImage& rSlice, OracleImage& rProjs) const
 }
 
 OracleRfactor COracle::Reconstruct(OracleImage aMeasured, const OracleRanges& rRanges,
-                                   OracleImage& rSlice) const
+                                   OracleImage& rSlice, int iFirst, int iEnd) const
 {
     const std::pair<int, int> aAll = {0, int(m_aJob.vuiList.size())};
     if (m_aJob.eMethod == EMethod::eBackProj)
@@ -115,8 +115,8 @@ OracleRfactor COracle::Reconstruct(OracleImage aMeasured, const OracleRanges& rR
 
     for (std::size_t k = 0; k < aMeasured.size(); ++k) aMeasured[k] *= m_vdPre[k];
     OracleRfactor aRfactor;
-    aRfactor.vdRaw = mSumAbs(aMeasured);
-    for (int i = 0; i < m_aJob.iIterations; ++i)
+    if (iFirst == 0) aRfactor.vdRaw = mSumAbs(aMeasured);
+    for (int i = iFirst; i < (iEnd < 0 ? m_aJob.iIterations : iEnd); ++i)
     {
         const bool bEm = m_aJob.eMethod == EMethod::eEm && i > 0;
         const EUpdate eUpdate = bEm ? EUpdate::eEm : EUpdate::eSart;
@@ -211,4 +211,32 @@ std::vector<double> COracle::mSumAbs(const OracleImage& rRows) const
         vdSums.push_back(dSum);
     }
     return vdSums;
+}
+
+double OracleVolume::At(int x, int y, int z) const
+{
+    x = std::clamp(x, 0, iX - 1);
+    y = std::clamp(y, 0, iY - 1);
+    z = std::clamp(z, 0, iZ - 1);
+    return vd[(std::size_t(z) * iY + y) * iX + x];
+}
+
+OracleVolume SmoothVolume(const OracleVolume& rVolume, const OracleVolume& rKernel)
+{
+    OracleVolume aResult = rVolume;
+    double* pdVoxel = aResult.vd.data();
+    for (int z = 0; z < rVolume.iZ; ++z)
+        for (int y = 0; y < rVolume.iY; ++y)
+            for (int x = 0; x < rVolume.iX; ++x)
+            {
+                double dSum = 0;
+                for (int c = 0; c < rKernel.iZ; ++c)
+                    for (int b = 0; b < rKernel.iY; ++b)
+                        for (int a = 0; a < rKernel.iX; ++a)
+                            dSum += rKernel.At(a, b, c) * rVolume.At(x + a - rKernel.iX / 2,
+                                                                     y + b - rKernel.iY / 2,
+                                                                     z + c - rKernel.iZ / 2);
+                *pdVoxel++ = dSum;
+            }
+    return aResult;
 }

@@ -58,9 +58,10 @@ public:
     /// Reprojection of the list into rows of rProjs, divided by the pre-weights when there is a
     /// box.
     void Reproject(const OracleImage& rSlice, OracleImage& rProjs) const;
-    /// The job on one row; rSlice is the start and the result.
+    /// The job on one row; rSlice is the start and the result. Iterations [iFirst, iEnd), all
+    /// without an end; sums of measured rows come with the first.
     OracleRfactor Reconstruct(OracleImage aMeasured, const OracleRanges& rRanges,
-                              OracleImage& rSlice) const;
+                              OracleImage& rSlice, int iFirst = 0, int iEnd = -1) const;
 
 private:
     enum class EUpdate
@@ -82,3 +83,20 @@ private:
     std::vector<float> m_vfCos, m_vfSin;
     std::vector<double> m_vdPre, m_vdPrj;  // weights, [proj][x]
 };
+
+/// A volume or a kernel, shape [z][y][x].
+struct OracleVolume
+{
+    int iX = 0, iY = 0, iZ = 0;
+    std::vector<double> vd;
+
+    OracleVolume(int iSizeX, int iSizeY, int iSizeZ, const std::vector<float>& rValues)
+        : iX(iSizeX), iY(iSizeY), iZ(iSizeZ), vd(rValues.begin(), rValues.end())
+    {
+    }
+    /// The voxel, or the nearest one of the volume.
+    double At(int x, int y, int z) const;
+};
+
+/// Weights the neighbours of each voxel with the kernel, which is not turned around.
+OracleVolume SmoothVolume(const OracleVolume& rVolume, const OracleVolume& rKernel);

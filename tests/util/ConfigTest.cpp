@@ -12,9 +12,9 @@
 
 namespace
 {
-constexpr const char* g_apcVariables[] = {"TALVEN_PORT",      "TALVEN_MEMORY_PCT",
-                                          "TALVEN_BUSY_GPUS", "TALVEN_BACKEND",
-                                          "TALVEN_BIND",      "TALVEN_IDLE_TIMEOUT"};
+constexpr const char* g_apcVariables[] = {
+    "TALVEN_PORT", "TALVEN_MEMORY_PCT",   "TALVEN_BUSY_GPUS",   "TALVEN_BACKEND",
+    "TALVEN_BIND", "TALVEN_IDLE_TIMEOUT", "TALVEN_DEBUG_VOLUME"};
 
 /// Runs in a directory of its own and without settings in the environment.
 class Config : public testing::Test
@@ -48,6 +48,14 @@ protected:
     }
     std::filesystem::path m_aDirectory, m_aFormer;
 };
+
+TEST_F(Config, DebugVolume)
+{
+    EXPECT_EQ(std::filesystem::path(Load({}, "").GetDebugVolume()).filename(), "talven-volume.mrc");
+    EXPECT_EQ(Load({{"TALVEN_DEBUG_VOLUME", "a.mrc"}}, "").GetDebugVolume(), "a.mrc");
+    EXPECT_EQ(Load({{"TALVEN_DEBUG_VOLUME", "a.mrc"}}, "DebugVolume=b.mrc").GetDebugVolume(),
+              "b.mrc");
+}
 
 TEST_F(Config, FileWinsOverTheEnvironment)
 {

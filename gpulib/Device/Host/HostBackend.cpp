@@ -5,6 +5,7 @@
 
 #include "gpulib/Device/DeviceError.h"
 #include "gpulib/Device/Host/HostMemory.h"
+#include "gpulib/Device/Host/SeparableKernel.h"
 #include "gpulib/Device/Host/Transpose.h"
 
 namespace
@@ -316,5 +317,27 @@ bool CHostBackend::Transform(const TransformParams& rP)
 bool CHostBackend::CompareSums(const CompareParams& rP)
 {
     mSplit(rP.iRows, [&](Share aShare, int) { m_rKernels.CompareSums(rP, aShare); });
+    return true;
+}
+
+bool CHostBackend::Smooth(const SmoothParams& rP)
+{
+    const DeviceImage& rKernel = rP.aKernel;
+    const std::size_t tScratch = SmoothScratch(rKernel.iWidth, rKernel.iHeight) * sizeof(float);
+    std::vector<HostBlock> vScratch(mDevice().pTeam->GetSize());
+    for (HostBlock& rScratch : vScratch)
+    {
+        rScratch = AllocateZeroed(tScratch);
+        if (!rScratch) return DeviceFail("Smooth: no memory for %zu bytes of a tile", tScratch);
+    }
+    const SeparableKernel aFactors = Separate(static_cast<const float*>(rKernel.pvData),
+                                              rKernel.iWidth, rKernel.iHeight, rKernel.iDepth);
+    const int iStrips = (rP.aVol.iHeight + g_iSmoothTileY - 1) / g_iSmoothTileY;
+    mSplit(iStrips * rP.aVol.iDepth,
+           [&](Share aShare, int iPart)
+           {
+               m_rKernels.Smooth(rP, aFactors.GetFactors(), aShare,
+                                 static_cast<float*>(vScratch[iPart].get()));
+           });
     return true;
 }

@@ -44,6 +44,7 @@ public:
     bool SumAbs(const SumAbsParams& rParams) override;
     bool Transform(const TransformParams& rParams) override;
     bool CompareSums(const CompareParams& rParams) override;
+    bool Smooth(const SmoothParams& rParams) override;
 
 private:
     struct Device

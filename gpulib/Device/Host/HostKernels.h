@@ -40,6 +40,14 @@ struct Share
     int iFirst, iEnd;
 };
 
+/// Factors of a kernel that is a product of three, null for any other.
+struct SmoothFactors
+{
+    const float* pfX = nullptr;
+    const float* pfY = nullptr;
+    const float* pfZ = nullptr;
+};
+
 struct HostKernels
 {
     const char* pcName;
@@ -60,6 +68,10 @@ struct HostKernels
     /// A share of the rows; images of one lane, whatever the registers hold.
     void (*Transform)(const TransformParams& rP, Share aRows);
     void (*CompareSums)(const CompareParams& rP, Share aRows);
+    /// A share of the strips of the volume, numbered [strip of a slice][slice].
+    /// pfScratch: SmoothScratch() values, finite, for this call alone.
+    void (*Smooth)(const SmoothParams& rP, const SmoothFactors& rFactors, Share aStrips,
+                   float* pfScratch);
 };
 
 /// No voxel of a block is projected farther than this from the middle of the block, columns.
@@ -74,6 +86,22 @@ constexpr std::size_t g_tForwardScratch = std::size_t(g_iTileX + 1) * (g_iTileZ 
 
 /// Height of the tiles of a back projection.
 constexpr int g_iBackTile = 32;
+
+/// Voxels of a slice that are smoothed together: what the kernel touches around them stays in the
+/// second level cache. The height is that of a strip.
+constexpr int g_iSmoothTileX = 256, g_iSmoothTileY = 32;
+
+/// Room for one row of a tile with its neighbours, and for whole registers past its end.
+DEVICE_FN std::size_t SmoothPitch(int iKernelX)
+{
+    return (std::size_t(g_iSmoothTileX) + iKernelX + 63) / 64 * 64 + 64;
+}
+/// The tile with its neighbours, and one tile of sums.
+DEVICE_FN std::size_t SmoothScratch(int iKernelX, int iKernelY)
+{
+    return SmoothPitch(iKernelX) * (std::size_t(g_iSmoothTileY) + iKernelY) +
+           std::size_t(g_iSmoothTileX) * g_iSmoothTileY;
+}
 
 namespace Baseline
 {

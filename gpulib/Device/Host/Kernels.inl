@@ -4,6 +4,7 @@
 // Simd.inl first.
 #include "gpulib/Device/Host/Back.inl"
 #include "gpulib/Device/Host/Forward.inl"
+#include "gpulib/Device/Host/Smooth.inl"
 #include "gpulib/Device/Host/Stream.inl"
 #include "gpulib/Device/Host/Transform.inl"
 

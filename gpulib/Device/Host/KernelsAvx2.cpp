@@ -50,6 +50,6 @@ DEVICE_FN F8 Gather(const float* pfImage, I8 vIndex)
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"avx2", nullptr, Forward,   Back,       Combine,
-                                Weight, SumAbs,  Transform, CompareSums};
+const HostKernels g_aKernels = {"avx2", nullptr, Forward,   Back,        Combine,
+                                Weight, SumAbs,  Transform, CompareSums, Smooth};
 }  // namespace Avx2

@@ -33,6 +33,6 @@ DEVICE_FN F16 Gather(const float* pfImage, I16 vIndex)
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"avx512", &Avx2::g_aKernels, Forward,    Back, Combine, Weight,
-                                SumAbs,   Transform,         CompareSums};
+const HostKernels g_aKernels = {"avx512", &Avx2::g_aKernels, Forward,     Back,  Combine, Weight,
+                                SumAbs,   Transform,         CompareSums, Smooth};
 }  // namespace Avx512

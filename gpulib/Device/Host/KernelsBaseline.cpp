@@ -46,6 +46,6 @@ DEVICE_FN F4 Gather(const float* pfImage, I4 vIndex)
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"baseline", nullptr, Forward,   Back,       Combine,
-                                Weight,     SumAbs,  Transform, CompareSums};
+const HostKernels g_aKernels = {"baseline", nullptr, Forward,   Back,        Combine,
+                                Weight,     SumAbs,  Transform, CompareSums, Smooth};
 }  // namespace Baseline

@@ -101,3 +101,9 @@ DEVICE_FN Lanes<LANES> Add(const Lanes<LANES>& rA, const Lanes<LANES>& rB)
     for (int k = 0; k < Lanes<LANES>::iCount; ++k) aResult.av[k] = rA.av[k] + rB.av[k];
     return aResult;
 }
+
+/// Start of a row of an image.
+DEVICE_FN float* RowOf(const DeviceImage& rImage, int iRow)
+{
+    return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
+}

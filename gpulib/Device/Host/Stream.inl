@@ -1,10 +1,5 @@
 // Kernels that stream over projection rows. Included inside the namespace of an instruction set.
 
-DEVICE_FN float* RowOf(const DeviceImage& rImage, int iRow)
-{
-    return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
-}
-
 template <int LANES>
 static void CombineLanes(const CombineParams& rP, const int* piRows, Share aRows)
 {

@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <numeric>
+#include <vector>
+
+#include "Mrcfile/SaveMrc.h"
+#include "Util/Util_FileName.h"
+
+namespace
+{
+class SaveMrc : public testing::Test
+{
+protected:
+    SaveMrc()
+    {
+        char acDir[] = "/tmp/talven-mrc-XXXXXX";
+        m_aDir = mkdtemp(acDir);
+    }
+    ~SaveMrc() override { std::filesystem::remove_all(m_aDir); }
+    std::string Path(const char* pcName) const { return (m_aDir / pcName).string(); }
+    static std::vector<char> Read(const std::string& strPath)
+    {
+        std::ifstream aFile(strPath, std::ios::binary);
+        return {std::istreambuf_iterator<char>(aFile), {}};
+    }
+    template <class T>
+    static T At(const std::vector<char>& rFile, std::size_t tOffset)
+    {
+        T tValue{};
+        if (tOffset + sizeof(T) <= rFile.size())
+            std::memcpy(&tValue, rFile.data() + tOffset, sizeof(T));
+        return tValue;
+    }
+    std::filesystem::path m_aDir;
+};
+
+TEST_F(SaveMrc, WritesHeaderRecordsAndTrimmedSections)
+{
+    constexpr int iX = 10, iY = 8, iTrimX = 2, iTrimY = 3;
+    CSaveMrc aSave;
+    aSave.SetMode(2);
+    aSave.SetImageSize(iX, iY);
+    aSave.TrimEdge(iTrimX, iTrimY);
+    ASSERT_TRUE(aSave.OpenFile(Path("vol.mrc").c_str(), 7)) << aSave.GetError();
+    std::vector<float> vfImage(iX * iY);
+    for (int n = 0; n < 3; ++n)
+    {
+        std::iota(vfImage.begin(), vfImage.end(), 100.0f * static_cast<float>(n) + 1);
+        aSave.SetImage(vfImage.data());
+        if (n == 1) aSave.SetTiltA(-30.5f);
+        aSave.SetNthExtField(20, static_cast<float>(n));
+        EXPECT_TRUE(aSave.DoIt());
+    }
+    aSave.SetNthLabel(0, "first");
+    aSave.SetNthLabel(0, std::string(90, 'x').c_str());
+    EXPECT_TRUE(aSave.DoIt(0));  // rewrites a section; the mean counts it again
+    aSave.CloseFile();
+
+    const std::vector<char> vcFile = Read(Path("vol0007.mrc"));
+    constexpr int iWidth = iX - 2 * iTrimX, iHeight = iY - 2 * iTrimY;
+    ASSERT_EQ(vcFile.size(), 132096u + 3 * iWidth * iHeight * 4);
+    const std::pair<std::size_t, int> aInts[] = {{0, iWidth}, {4, iHeight}, {8, 3},       {12, 2},
+                                                 {28, 1},     {32, 1},      {36, 1},      {64, 1},
+                                                 {68, 2},     {72, 3},      {92, 131072}, {220, 2}};
+    for (const auto& [tOffset, iValue] : aInts)
+        EXPECT_EQ(At<int>(vcFile, tOffset), iValue) << tOffset;
+    EXPECT_EQ(At<short>(vcFile, 96), -16224);
+    EXPECT_EQ(At<short>(vcFile, 130), 32);
+    EXPECT_EQ(At<short>(vcFile, 160), 5);
+    EXPECT_EQ(At<float>(vcFile, 76), 1.0f);
+    EXPECT_EQ(At<float>(vcFile, 80), 280.0f);
+    EXPECT_FLOAT_EQ(At<float>(vcFile, 84), (40.5f + 140.5f + 240.5f + 240.5f) / 4);
+    EXPECT_EQ(vcFile[224 + 79], 'x');  // cut at 80 without a terminator
+    EXPECT_EQ(vcFile[224 + 80], '\0');
+    EXPECT_EQ(At<float>(vcFile, 1024 + 128), -30.5f);
+    EXPECT_EQ(At<float>(vcFile, 1024 + 128 + 36), 140.5f);  // mean of the section
+    EXPECT_EQ(At<float>(vcFile, 1024 + 256 + 80), 2.0f);
+    EXPECT_EQ(At<float>(vcFile, 1024 + 256), 0.0f);  // records are cleared
+    const std::size_t tSection = 132096 + iWidth * iHeight * 4;
+    EXPECT_EQ(At<float>(vcFile, tSection), 101.0f + iTrimY * iX + iTrimX);
+    EXPECT_EQ(At<float>(vcFile, tSection + iWidth * 4), 101.0f + (iTrimY + 1) * iX + iTrimX);
+}
+
+TEST_F(SaveMrc, RefusesWhatItCannotWrite)
+{
+    CSaveMrc aSave;
+    EXPECT_FALSE(aSave.OpenFile(""));
+    EXPECT_STREQ(aSave.GetError(), "Error: Invalid file name. ");
+    EXPECT_FALSE(aSave.OpenFile(Path("none/vol.mrc").c_str()));
+    EXPECT_FALSE(aSave.DoIt());  // nothing is open
+    ASSERT_TRUE(aSave.OpenFile(Path("vol.mrc").c_str()));
+    const std::vector<float> vfImage(4);
+    aSave.SetImage(vfImage.data());
+    aSave.SetImageSize(2, 2);
+    for (const auto& [iMode, bWritten] :
+         {std::pair{0, true}, {1, true}, {2, true}, {6, true}, {7, true}, {8, false}, {-1, false}})
+    {
+        aSave.SetMode(iMode);
+        EXPECT_EQ(aSave.DoIt(), bWritten) << iMode;
+    }
+    EXPECT_FALSE(aSave.DoIt(std::numeric_limits<int>::max()));
+    EXPECT_FALSE(aSave.DoIt(-1));
+    aSave.SetImageSize(1 << 16, 1 << 16);  // more pixels than any image has
+    aSave.TrimEdge(1 << 15, 1 << 15);
+    EXPECT_FALSE(aSave.DoIt());
+    aSave.SetImageSize(2, 2);
+    aSave.TrimEdge(1, 0);  // nothing is left
+    aSave.SetMode(2);
+    EXPECT_FALSE(aSave.DoIt());
+}
+
+TEST(SaveMainHeader, StatisticsFollowTheirRules)
+{
+    CSaveMainHeader aHeader;
+    for (const float fMin : {5.0f, 0.0f, 3.0f}) aHeader.SetMin(fMin);
+    EXPECT_EQ(aHeader.GetHeader().amin, 3.0f);  // the 0 gave way
+    aHeader.SetSizeZ(9);
+    aHeader.SetSizeZ(4);
+    EXPECT_EQ(aHeader.GetHeader().nz, 9);
+    CMainHeader aSwapped = aHeader.GetHeader();
+    aSwapped.SwapByte();
+    EXPECT_EQ(aSwapped.nz, 9 << 24);
+    EXPECT_NE(aSwapped.dvid, -16224);
+    aSwapped.SwapByte();
+    EXPECT_EQ(std::memcmp(&aSwapped, &aHeader.GetHeader(), sizeof aSwapped), 0);
+}
+
+TEST(FileName, MakesVariants)
+{
+    const Util_FileName aName("recon.mrc.bak");
+    EXPECT_EQ(aName.GetMainName(), "recon");
+    EXPECT_EQ(aName.GetExtName(), "mrc");
+    EXPECT_EQ(aName.InsertSerial(12), "recon0012.mrc");
+    EXPECT_EQ(aName.InsertSerial(1234), "recon1234.mrc");
+    EXPECT_EQ(aName.ReplaceExt("png"), "recon.png");
+    EXPECT_EQ(aName.AppendText("_b"), "recon_b.mrc");
+    EXPECT_EQ(Util_FileName("./vol").GetMainName(), "/vol");  // leading dots are lost
+    EXPECT_EQ(Util_FileName(std::string(128, 'a').c_str()).GetMainName(), "");
+}
+}  // namespace
