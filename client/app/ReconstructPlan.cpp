@@ -18,8 +18,11 @@ bool CReconstructPlan::Make(const ReconstructArgs& rArgs)
     if (!mSelectViews(rArgs) || !mChooseMethod(rArgs) || !mChooseSmoothing(rArgs)) return false;
 
     const MrcHeader& rHeader = m_aStack.GetHeader();
-    m_aSize = {rHeader.m_iX, rHeader.m_iY, static_cast<int>(m_viViews.size()),
-               rArgs.m_iWidth > 0 ? rArgs.m_iWidth : rHeader.m_iX, rArgs.m_iThickness,
+    m_aSize = {rHeader.m_iX,
+               rHeader.m_iY,
+               static_cast<int>(m_viViews.size()),
+               rArgs.m_iWidth > 0 ? rArgs.m_iWidth : rHeader.m_iX,
+               rArgs.m_iThickness,
                m_iSmoothInterval > 0};
     if (!CheckJobSize(m_aSize, rArgs.m_aServer, m_strError)) return false;
 

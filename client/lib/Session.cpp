@@ -222,8 +222,8 @@ bool CSession::Compare(int iMeasured, int iProj, const Affine& rMatrix,
         return false;
     if (aReply.GetDataBytes() != 0) return mProtocolError("a compare reply with a data block");
     if (aReply.GetStatus() != 0) return mRefuse(aRequest);
-    rSums = {aReply.GetFloat(15), aReply.GetFloat(14), aReply.GetFloat(11), aReply.GetFloat(7),
-             aReply.GetFloat(12), aReply.GetFloat(9),  aReply.GetFloat(8),  aReply.GetFloat(13),
+    rSums = {aReply.GetFloat(15), aReply.GetFloat(14),  aReply.GetFloat(11), aReply.GetFloat(7),
+             aReply.GetFloat(12), aReply.GetFloat(9),   aReply.GetFloat(8),  aReply.GetFloat(13),
              aReply.GetFloat(10), aReply.m_auiFields[6]};
     return true;
 }

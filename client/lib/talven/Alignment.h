@@ -10,8 +10,8 @@
 namespace talven
 {
 
-/// An affine map a, b, c, d, e, f from a pixel (x, y) of the aligned grid to where it is read in the
-/// measured image: u = a x + b y + e, v = c x + d y + f. Pixels count from 0 in a corner.
+/// An affine map a, b, c, d, e, f from a pixel (x, y) of the aligned grid to where it is read in
+/// the measured image: u = a x + b y + e, v = c x + d y + f. Pixels count from 0 in a corner.
 using Affine = std::array<float, 6>;
 constexpr Affine g_aIdentity = {1, 0, 0, 1, 0, 0};
 

@@ -55,9 +55,9 @@ double CalcRfactor(std::span<const RfactorSums> aSums);
 ///
 /// Every operation returns false when it failed, and GetError() then says why, in one line. When
 /// the server refused it, WasRefused() is true, nothing has changed on the server, and the session
-/// goes on; every other failure closes the session. SetProjection(), SetSlice() and SetMeasured() do
-/// not wait for the server's reply: a refusal shows in a later operation, at the latest in Flush(),
-/// which every operation but those three calls first. Not thread-safe.
+/// goes on; every other failure closes the session. SetProjection(), SetSlice() and SetMeasured()
+/// do not wait for the server's reply: a refusal shows in a later operation, at the latest in
+/// Flush(), which every operation but those three calls first. Not thread-safe.
 class CSession
 {
 public:
@@ -94,8 +94,8 @@ public:
     [[nodiscard]] bool SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
                                     std::span<const float> pfKernel);
 
-    /// MPROJSIZE: a new stack of measured projections, zeros, X x Y x iCount. Their size need not be
-    /// that of the stack.
+    /// MPROJSIZE: a new stack of measured projections, zeros, X x Y x iCount. Their size need not
+    /// be that of the stack.
     [[nodiscard]] bool SetMeasuredSize(int iX, int iY, int iCount);
     /// MPROJSET: measured projection iMeasured, shape [y][x].
     [[nodiscard]] bool SetMeasured(int iMeasured, std::span<const float> pfPixels);
