@@ -36,11 +36,7 @@ void AddAlignmentOptions(CLI::App& rApp, AlignmentArgs& rArgs)
         ->group("Map");
 
     const auto AddScale = [&](const char* pcName, double& rValue, const char* pcText)
-    {
-        return rApp.add_option(pcName, rValue, pcText)
-            ->check(CLI::Range(-3e38, 3e38))
-            ->group("Intensity");
-    };
+    { return rApp.add_option(pcName, rValue, pcText)->group("Intensity"); };
     AddScale("--gain", rArgs.m_dGain, "A measured value p becomes gain * p + offset")
         ->capture_default_str();
     AddScale("--offset", rArgs.m_dOffset, "See --gain")->capture_default_str();
