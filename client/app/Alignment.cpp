@@ -59,7 +59,7 @@ bool CAlignment::mMakeScale(const AlignmentArgs& rArgs, std::string& rError)
     for (const float fValue : m_aScale.GetValues())
         if (!std::isfinite(fValue))
         {
-            rError = "a number of the intensity scale is too large";
+            rError = "a number of the intensity scale is too large or not a number";
             return false;
         }
     if (m_aScale.m_fBeam > 0 && m_aScale.m_fLeast > 0) return true;

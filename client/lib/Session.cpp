@@ -442,9 +442,9 @@ void CSession::mDropReplies(std::span<float> pfScratch)
 bool CSession::mRefuse(const Pending& rRequest)
 {
     m_bRefused = true;
-    m_strError = std::string(GetMsgName(rRequest.m_eMsg)) +
-                 (rRequest.m_iIndex >= 0 ? " " + std::to_string(rRequest.m_iIndex) : "") +
-                 " was refused by the server";
+    m_strError = GetMsgName(rRequest.m_eMsg);
+    if (rRequest.m_iIndex >= 0) m_strError.append(" ").append(std::to_string(rRequest.m_iIndex));
+    m_strError += " was refused by the server";
     return false;
 }
 
