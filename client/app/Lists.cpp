@@ -88,6 +88,19 @@ bool ParseNumbers(const std::string& strText, std::size_t tCount, std::vector<do
     return false;
 }
 
+bool ParseSmoothing(const std::string& strText, double& rSigma, int& rInterval, std::string& rError)
+{
+    constexpr double dMost = 20;  // a kernel of 121 x 121 x 121
+    const std::vector<std::string_view> vstrParts = Split(strText, ',');
+    rInterval = 1;
+    if (vstrParts.size() <= 2 && ParseNumber(vstrParts.front(), rSigma) && rSigma > 0 &&
+        rSigma <= dMost &&
+        (vstrParts.size() == 1 || (ParseNumber(vstrParts.back(), rInterval) && rInterval > 0)))
+        return true;
+    return Reject(rError, "SIGMA or SIGMA,INTERVAL, such as 0.8 or 0.8,5 (at most 20 voxels)",
+                  strText);
+}
+
 bool CRelaxation::Parse(const std::string& strText, std::string& rError)
 {
     const std::vector<std::string_view> vstrDecay = Split(strText, ':');

@@ -20,6 +20,11 @@ namespace talven
 [[nodiscard]] bool ParseNumbers(const std::string& strText, std::size_t tCount,
                                 std::vector<double>& rNumbers, std::string& rError);
 
+/// Parses "SIGMA[,INTERVAL]": a standard deviation above 0 and up to 20 voxels, and a positive
+/// number of iterations, 1 when it is not given.
+[[nodiscard]] bool ParseSmoothing(const std::string& strText, double& rSigma, int& rInterval,
+                                  std::string& rError);
+
 /// Relaxation factors by iteration: one number for all, one per iteration ("1,0.8,0.6"), or
 /// START:DECAY, each iteration's factor being DECAY times the one before.
 class CRelaxation

@@ -35,6 +35,7 @@ private:
     bool mOpenFiles();
     bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
     bool mUpload();
+    bool mSetSmoothing();
     bool mCompute();
     bool mFetchRfactors();
     bool mDownload();
@@ -123,7 +124,7 @@ bool CReconstruct::mUpload()
                  rSession.SetVolumeSize(rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ) &&
                  rSession.SelectProjections(m_aPlan.GetOrder()) &&
                  rSession.SetReconOptions(m_aPlan.GetOptions()) &&
-                 rSession.SetWeightBox(m_aPlan.GetWeightBox())))
+                 rSession.SetWeightBox(m_aPlan.GetWeightBox()) && mSetSmoothing()))
         return false;
     if (!UploadImages(m_aPlan.GetStack(), m_aPlan.GetViews(), EImages::PROJECTIONS, m_aLink,
                       m_aReport, m_strError))
@@ -134,6 +135,15 @@ bool CReconstruct::mUpload()
         return false;
     m_dUpload = aWatch.GetSeconds();
     return true;
+}
+
+bool CReconstruct::mSetSmoothing()
+{
+    const int iInterval = m_aPlan.GetSmoothInterval();
+    if (iInterval == 0) return true;  // what a session starts with
+    const GaussianKernel& rKernel = m_aPlan.GetSmoothKernel();
+    return m_aLink.GetSession().SetSmoothing(
+        iInterval, {rKernel.m_iSize, rKernel.m_iSize, rKernel.m_iSize}, rKernel.m_vfValues);
 }
 
 bool CReconstruct::mCompute()
@@ -239,6 +249,9 @@ nlohmann::ordered_json CReconstruct::mMakeJson() const
         aJson["subset_sizes"] = m_aPlan.GetOptions().m_vuiSetSizes;
         aJson["rfactors"] = m_vdRfactors;
     }
+    if (const int iInterval = m_aPlan.GetSmoothInterval(); iInterval > 0)
+        aJson["smoothing"] = {{"interval", iInterval},
+                              {"kernel_size", m_aPlan.GetSmoothKernel().m_iSize}};
     aJson["seconds"] = {{"upload", m_dUpload},
                         {"reconstruct", m_dCompute},
                         {"download", m_dDownload},

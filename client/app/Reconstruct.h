@@ -22,6 +22,7 @@ struct ReconstructArgs
     std::string m_strOrder = "interleaved";
     std::string m_strExclude, m_strInclude;
     std::string m_strWeightBox;
+    std::string m_strSmooth;  ///< SIGMA[,INTERVAL]; empty: none
     std::string m_strInitial;
     std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference;
     ServerOptions m_aServer;

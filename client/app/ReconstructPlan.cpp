@@ -15,11 +15,15 @@ namespace talven
 bool CReconstructPlan::Make(const ReconstructArgs& rArgs)
 {
     if (!m_aStack.Open(rArgs.m_strTilts)) return mFail(m_aStack.GetError());
-    if (!mSelectViews(rArgs) || !mChooseMethod(rArgs)) return false;
+    if (!mSelectViews(rArgs) || !mChooseMethod(rArgs) || !mChooseSmoothing(rArgs)) return false;
 
     const MrcHeader& rHeader = m_aStack.GetHeader();
-    m_aSize = {rHeader.m_iX, rHeader.m_iY, static_cast<int>(m_viViews.size()),
-               rArgs.m_iWidth > 0 ? rArgs.m_iWidth : rHeader.m_iX, rArgs.m_iThickness};
+    m_aSize = {rHeader.m_iX,
+               rHeader.m_iY,
+               static_cast<int>(m_viViews.size()),
+               rArgs.m_iWidth > 0 ? rArgs.m_iWidth : rHeader.m_iX,
+               rArgs.m_iThickness,
+               m_iSmoothInterval > 0};
     if (!CheckJobSize(m_aSize, rArgs.m_aServer, m_strError)) return false;
 
     if (rArgs.m_strWeightBox.empty()) return true;
@@ -112,6 +116,25 @@ bool CReconstructPlan::mChooseSubsets(const ReconstructArgs& rArgs)
     return true;
 }
 
+bool CReconstructPlan::mChooseSmoothing(const ReconstructArgs& rArgs)
+{
+    if (rArgs.m_strSmooth.empty()) return true;
+    double dSigma = 0;
+    int iInterval = 1;
+    std::string strError;
+    if (!ParseSmoothing(rArgs.m_strSmooth, dSigma, iInterval, strError))
+        return mFail("--smooth: " + strError);
+    if (m_aOptions.m_eMethod == EMethod::BACKPROJ)
+        return mFail("--smooth: back projection has no iterations to smooth between");
+    // A server does not run iterations past the last whole interval.
+    if (rArgs.m_iIterations % iInterval != 0)
+        return mFail(Format("--smooth: %d iterations are no whole number of intervals of %d",
+                            rArgs.m_iIterations, iInterval));
+    m_iSmoothInterval = iInterval;
+    m_aSmoothKernel = MakeGaussianKernel(dSigma);
+    return true;
+}
+
 std::string CReconstructPlan::DescribeMethod() const
 {
     if (m_aOptions.m_eMethod == EMethod::BACKPROJ) return "back projection";
@@ -120,6 +143,7 @@ std::string CReconstructPlan::DescribeMethod() const
                m_aOptions.m_iIterations, m_aOptions.m_iIterations == 1 ? "" : "s");
     if (m_aOptions.m_vuiSetSizes.size() > 1)
         strText += Format(", %zu subsets", m_aOptions.m_vuiSetSizes.size());
+    if (m_iSmoothInterval > 0) strText += ", smoothed";
     return strText;
 }
 

@@ -26,6 +26,9 @@ public:
     /// The order of subsets, indices into GetViews().
     std::span<const std::uint32_t> GetOrder() const { return m_vuiOrder; }
     const ReconOptions& GetOptions() const { return m_aOptions; }
+    /// Iterations between smoothings, 0: none; the kernel then is GetSmoothKernel().
+    int GetSmoothInterval() const { return m_iSmoothInterval; }
+    const GaussianKernel& GetSmoothKernel() const { return m_aSmoothKernel; }
     const WeightBox* GetWeightBox() const { return m_aBox ? &*m_aBox : nullptr; }
 
     /// One line for the user: stack, angles, volume, method, memory.
@@ -38,6 +41,7 @@ private:
     bool mSelectViews(const ReconstructArgs& rArgs);
     bool mChooseMethod(const ReconstructArgs& rArgs);
     bool mChooseSubsets(const ReconstructArgs& rArgs);
+    bool mChooseSmoothing(const ReconstructArgs& rArgs);
     bool mFail(const std::string& strError);
 
     CMrcReader m_aStack;
@@ -46,6 +50,8 @@ private:
     std::vector<float> m_vfAngles;
     std::vector<std::uint32_t> m_vuiOrder;
     ReconOptions m_aOptions;
+    int m_iSmoothInterval = 0;
+    GaussianKernel m_aSmoothKernel;
     std::optional<WeightBox> m_aBox;
     std::string m_strError;
 };

@@ -152,7 +152,8 @@ std::uint64_t JobSize::GetBytes(int iDevices) const
                                   (3 * std::uint64_t(m_iProjX) * std::uint64_t(m_iProjs) +
                                    2 * std::uint64_t(m_iVolX) * std::uint64_t(m_iVolZ));
     const std::uint64_t ulRanges = 8 * std::uint64_t(m_iProjY) * std::uint64_t(m_iProjs);
-    return 4 * (GetStackPixels() + GetVoxels()) + ulRanges + std::uint64_t(iDevices) * ulBatch;
+    return 4 * (GetStackPixels() + (m_bSmooth ? 2 : 1) * GetVoxels()) + ulRanges +
+           std::uint64_t(iDevices) * ulBatch;
 }
 
 bool CheckJobSize(const JobSize& rSize, const ServerOptions& rOptions, std::string& rError)

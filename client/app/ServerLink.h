@@ -48,6 +48,7 @@ struct JobSize
 {
     int m_iProjX, m_iProjY, m_iProjs;
     int m_iVolX, m_iVolZ;
+    bool m_bSmooth = false;  ///< smoothing works on a copy of the volume
 
     std::uint64_t GetStackPixels() const;
     std::uint64_t GetVoxels() const;

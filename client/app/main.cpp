@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "CommonOptions.h"
+#include "ImageCommands.h"
 #include "Interrupt.h"
 #include "Lists.h"
 #include "Phantom.h"
@@ -18,19 +20,6 @@ using namespace talven;
 constexpr int s_iFailure = 1;
 constexpr int s_iUsage = 2;
 
-/// The reason why a text cannot be parsed as a CLI11 check: empty when it can.
-template <class T>
-std::function<std::string(const std::string&)> Check(bool (*Parse)(const std::string&, T&,
-                                                                   std::string&))
-{
-    return [Parse](const std::string& strText)
-    {
-        T aValue;
-        std::string strError;
-        return Parse(strText, aValue, strError) ? std::string() : strError;
-    };
-}
-
 std::string CheckRelaxation(const std::string& strText)
 {
     CRelaxation aRelaxation;
@@ -38,44 +27,19 @@ std::string CheckRelaxation(const std::string& strText)
     return aRelaxation.Parse(strText, strError) ? std::string() : strError;
 }
 
+std::string CheckSmoothing(const std::string& strText)
+{
+    double dSigma = 0;
+    int iInterval = 0;
+    std::string strError;
+    return ParseSmoothing(strText, dSigma, iInterval, strError) ? std::string() : strError;
+}
+
 std::string CheckBox(const std::string& strText)
 {
     std::vector<double> vdBox;
     std::string strError;
     return ParseNumbers(strText, 4, vdBox, strError) ? std::string() : strError;
-}
-
-std::string CheckServer(const std::string& strText)
-{
-    std::string strHost;
-    std::uint16_t usPort = 0;
-    return ParseServer(strText, strHost, usPort) ? std::string() : "expected HOST:PORT";
-}
-
-void AddReportOptions(CLI::App& rApp, ReportOptions& rReport)
-{
-    rApp.add_flag("-q,--quiet", rReport.m_bQuiet, "Say nothing but errors");
-    rApp.add_flag("--json", rReport.m_bJson, "Print one JSON object about the result");
-}
-
-void AddBackendOption(CLI::App& rApp, std::string& rBackend)
-{
-    rApp.add_option("--backend", rBackend, "auto, cuda or host")
-        ->check(CLI::IsMember({"auto", "cuda", "host"}));
-}
-
-void AddServerOptions(CLI::App& rApp, ServerOptions& rServer)
-{
-    CLI::Option* pServer =
-        rApp.add_option("--server", rServer.m_strServer,
-                        "Use the server at HOST:PORT instead of a private one on this machine")
-            ->type_name("HOST:PORT")
-            ->check(CheckServer);
-    rApp.add_option("--devices", rServer.m_iDevices, "Devices the private server uses [all]")
-        ->check(CLI::Range(1, 16))
-        ->excludes(pServer);
-    AddBackendOption(rApp, rServer.m_strBackend);
-    rApp.get_option("--backend")->excludes(pServer);
 }
 
 CLI::App* AddReconstruct(CLI::App& rApp, ReconstructArgs& rArgs)
@@ -129,6 +93,11 @@ CLI::App* AddReconstruct(CLI::App& rApp, ReconstructArgs& rArgs)
                  "from the centre of the volume; weights rays by their path in it")
         ->type_name("BOX")
         ->check(CheckBox);
+    AddIterative("--smooth", rArgs.m_strSmooth,
+                 "SIGMA[,INTERVAL]: smooth the volume with a Gaussian of SIGMA voxels after every "
+                 "INTERVAL iterations [1]")
+        ->type_name("SIGMA")
+        ->check(CheckSmoothing);
     AddIterative("--initial-volume", rArgs.m_strInitial, "Start from this volume instead of zeros")
         ->type_name("FILE");
     CLI::Option* pExclude = AddIterative("--exclude", rArgs.m_strExclude,
@@ -152,6 +121,8 @@ CLI::App* AddReconstruct(CLI::App& rApp, ReconstructArgs& rArgs)
         "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 -o rec.mrc\n"
         "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --subsets 6 \\\n"
         "      --relaxation 0.5:0.9 --exclude 3,7-9 -o rec.mrc --preview rec.png\n"
+        "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --smooth 0.7,5 \\\n"
+        "      -o smooth.mrc\n"
         "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --method em \\\n"
         "      --iterations 20 --server gpubox:20248 -o rec.mrc --rfactor-plot r.png");
     return pCommand;
@@ -251,10 +222,16 @@ int Run(int iArgs, char** ppcArgs)
     ReconstructArgs aReconstructArgs;
     ReprojectArgs aReprojectArgs;
     InfoArgs aInfoArgs;
+    TransformArgs aTransformArgs;
+    CompareArgs aCompareArgs;
+    ViewArgs aViewArgs;
     PhantomArgs aPhantomArgs;
     ServeArgs aServeArgs;
     const CLI::App* pReconstruct = AddReconstruct(aApp, aReconstructArgs);
     const CLI::App* pReproject = AddReproject(aApp, aReprojectArgs);
+    const CLI::App* pTransform = AddTransform(aApp, aTransformArgs);
+    const CLI::App* pCompare = AddCompare(aApp, aCompareArgs);
+    const CLI::App* pView = AddView(aApp, aViewArgs);
     const CLI::App* pInfo = AddInfo(aApp, aInfoArgs);
     const CLI::App* pPhantom = AddPhantom(aApp, aPhantomArgs);
     AddServe(aApp, aServeArgs);
@@ -274,6 +251,9 @@ int Run(int iArgs, char** ppcArgs)
     std::string strError;
     if (pReconstruct->parsed()) return Report(RunReconstruct(aReconstructArgs, strError), strError);
     if (pReproject->parsed()) return Report(RunReproject(aReprojectArgs, strError), strError);
+    if (pTransform->parsed()) return Report(RunTransform(aTransformArgs, strError), strError);
+    if (pCompare->parsed()) return Report(RunCompare(aCompareArgs, strError), strError);
+    if (pView->parsed()) return Report(RunView(aViewArgs, strError), strError);
     if (pInfo->parsed()) return Report(RunInfo(aInfoArgs, strError), strError);
     if (pPhantom->parsed()) return Report(RunPhantom(aPhantomArgs, strError), strError);
     RunServe(aServeArgs, strError);

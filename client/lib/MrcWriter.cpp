@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
+#include <vector>
 
 namespace talven
 {
@@ -18,7 +20,7 @@ bool CMrcWriter::Create(const std::string& strPath, int iX, int iY, int iZ, doub
     m_aHeader.m_bVolume = bVolume;
     m_aHeader.m_strLabel = strLabel;
     m_iWritten = 0;
-    m_dMean = m_dSquares = 0;
+    m_dMean = m_dSquares = m_dCount = 0;
     const std::uint64_t ulBytes = m_aHeader.GetDataOffset() +
                                   m_aHeader.GetSectionPixels() * std::uint64_t(iZ) * sizeof(float);
     if (m_aFile.Create(strPath, ulBytes)) return true;
@@ -41,9 +43,19 @@ bool CMrcWriter::WriteSection(std::span<const float> pfPixels)
         m_strError = m_aFile.GetError();
         return false;
     }
-    mAddStatistics(pfPixels);
+    mAddSection(pfPixels);
     ++m_iWritten;
     return true;
+}
+
+/// Missing pixels are no values: they would be the least and hide all others.
+void CMrcWriter::mAddSection(std::span<const float> pfPixels)
+{
+    const auto IsValue = [](float fPixel) { return !(fPixel < -1e15f); };
+    if (std::all_of(pfPixels.begin(), pfPixels.end(), IsValue)) return mAddStatistics(pfPixels);
+    std::vector<float> vfValues;
+    std::copy_if(pfPixels.begin(), pfPixels.end(), std::back_inserter(vfValues), IsValue);
+    if (!vfValues.empty()) mAddStatistics(vfValues);
 }
 
 /// Mean and squares of a section in two passes over cached data, then merged into those of the
@@ -76,16 +88,17 @@ void CMrcWriter::mAddStatistics(std::span<const float> pfPixels)
     ForAll([&](std::size_t l, float fPixel)
            { adSquares[l] += (fPixel - dMean) * (fPixel - dMean); });
 
-    const double dBefore = dCount * m_iWritten;
+    const double dBefore = m_dCount;
     const double dShift = dMean - m_dMean;
     for (const double dLane : adSquares) m_dSquares += dLane;
     m_dSquares += dShift * dShift * dBefore * dCount / (dBefore + dCount);
     m_dMean += dShift * dCount / (dBefore + dCount);
+    m_dCount += dCount;
 
     const float fMin = *std::min_element(afMin.begin(), afMin.end());
     const float fMax = *std::max_element(afMax.begin(), afMax.end());
-    m_aHeader.m_fMin = m_iWritten == 0 ? fMin : std::min(m_aHeader.m_fMin, fMin);
-    m_aHeader.m_fMax = m_iWritten == 0 ? fMax : std::max(m_aHeader.m_fMax, fMax);
+    m_aHeader.m_fMin = dBefore == 0 ? fMin : std::min(m_aHeader.m_fMin, fMin);
+    m_aHeader.m_fMax = dBefore == 0 ? fMax : std::max(m_aHeader.m_fMax, fMax);
 }
 
 bool CMrcWriter::Finish()
@@ -97,9 +110,8 @@ bool CMrcWriter::Finish()
         m_aFile.Discard();
         return false;
     }
-    const double dPixels = double(m_aHeader.GetSectionPixels()) * m_iWritten;
     m_aHeader.m_fMean = static_cast<float>(m_dMean);
-    m_aHeader.m_fRms = static_cast<float>(std::sqrt(m_dSquares / dPixels));
+    m_aHeader.m_fRms = static_cast<float>(std::sqrt(m_dSquares / std::max(1.0, m_dCount)));
     if (m_aFile.WriteAt(0, m_aHeader.Format()) && m_aFile.Commit()) return true;
     m_strError = m_aFile.GetError();
     return false;

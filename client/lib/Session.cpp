@@ -60,6 +60,20 @@ const char* GetMsgName(EMsg eMsg)
         return "SETOP";
     case EMsg::RECONOPT:
         return "RECONOPT";
+    case EMsg::MPROJSET:
+        return "MPROJSET";
+    case EMsg::MPROJSIZE:
+        return "MPROJSIZE";
+    case EMsg::TRANSFORM:
+        return "TRANSFORM";
+    case EMsg::TRANSFORML:
+        return "TRANSFORML";
+    case EMsg::COMPARE:
+        return "COMPARE";
+    case EMsg::COMPAREL:
+        return "COMPAREL";
+    case EMsg::COMPREPLY:
+        return "COMPREPLY";
     case EMsg::WEIGHTOPT:
         return "WEIGHTOPT";
     case EMsg::SMOOTHOPT:
@@ -174,6 +188,64 @@ bool CSession::SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
         {static_cast<std::uint32_t>(iInterval), static_cast<std::uint32_t>(aiSizeXYZ[0]),
          static_cast<std::uint32_t>(aiSizeXYZ[1]), static_cast<std::uint32_t>(aiSizeXYZ[2])},
         {Bytes(pfKernel)});
+}
+
+bool CSession::SetMeasuredSize(int iX, int iY, int iCount)
+{
+    return mCommand(EMsg::MPROJSIZE,
+                    {static_cast<std::uint32_t>(iX), static_cast<std::uint32_t>(iY),
+                     static_cast<std::uint32_t>(iCount)});
+}
+
+bool CSession::SetMeasured(int iMeasured, std::span<const float> pfPixels)
+{
+    return mUpload(EMsg::MPROJSET, iMeasured, {Bytes(pfPixels)});
+}
+
+bool CSession::Transform(int iMeasured, int iProj, const Affine& rMatrix,
+                         const IntensityScale& rScale)
+{
+    const EMsg eMsg = rScale.m_bLog ? EMsg::TRANSFORML : EMsg::TRANSFORM;
+    return mSendAligning(eMsg, iMeasured, iProj, {}, rMatrix, rScale) && mRecvCommandReply();
+}
+
+bool CSession::Compare(int iMeasured, int iProj, const Affine& rMatrix,
+                       const IntensityScale& rScale, CompareSums& rSums)
+{
+    // The rows to compare are part of the message, though the server compares all of them.
+    const auto uiRows = static_cast<std::uint32_t>(m_vuiRanges.size() / 2);
+    PacketHeader aReply;
+    Pending aRequest;
+    if (!mSendAligning(rScale.m_bLog ? EMsg::COMPAREL : EMsg::COMPARE, iMeasured, iProj,
+                       {0, uiRows > 0 ? uiRows - 1 : 0}, rMatrix, rScale) ||
+        !mRecvReply(EMsg::COMPREPLY, aReply, aRequest))
+        return false;
+    if (aReply.GetDataBytes() != 0) return mProtocolError("a compare reply with a data block");
+    if (aReply.GetStatus() != 0) return mRefuse(aRequest);
+    rSums = {aReply.GetFloat(15), aReply.GetFloat(14),  aReply.GetFloat(11), aReply.GetFloat(7),
+             aReply.GetFloat(12), aReply.GetFloat(9),   aReply.GetFloat(8),  aReply.GetFloat(13),
+             aReply.GetFloat(10), aReply.m_auiFields[6]};
+    return true;
+}
+
+/// The two indices, more words, the matrix and the scale; what of it does not fit into the header
+/// is its data.
+bool CSession::mSendAligning(EMsg eMsg, int iMeasured, int iProj, Fields aMore,
+                             const Affine& rMatrix, const IntensityScale& rScale)
+{
+    PacketHeader aHeader;
+    aHeader.m_auiFields[0] = static_cast<std::uint32_t>(eMsg);
+    aHeader.m_auiFields[4] = static_cast<std::uint32_t>(iMeasured);
+    aHeader.m_auiFields[5] = static_cast<std::uint32_t>(iProj);
+    int iField = 6;
+    for (const std::uint32_t uiValue : aMore) aHeader.m_auiFields[iField++] = uiValue;
+    for (const float fValue : rMatrix) aHeader.SetFloat(iField++, fValue);
+
+    const std::array<float, 6> afScale = rScale.GetValues();
+    const std::span<const float> pfScale = std::span(afScale).first(rScale.m_bLog ? 6 : 3);
+    std::size_t tUsed = 0;
+    while (tUsed < pfScale.size() && iField < 16) aHeader.SetFloat(iField++, pfScale[tUsed++]);
+    return Flush() && mSendHeader(aHeader, {Bytes(pfScale.subspan(tUsed))}, -1);
 }
 
 bool CSession::Reconstruct()
@@ -370,9 +442,9 @@ void CSession::mDropReplies(std::span<float> pfScratch)
 bool CSession::mRefuse(const Pending& rRequest)
 {
     m_bRefused = true;
-    m_strError = std::string(GetMsgName(rRequest.m_eMsg)) +
-                 (rRequest.m_iIndex >= 0 ? " " + std::to_string(rRequest.m_iIndex) : "") +
-                 " was refused by the server";
+    m_strError = GetMsgName(rRequest.m_eMsg);
+    if (rRequest.m_iIndex >= 0) m_strError.append(" ").append(std::to_string(rRequest.m_iIndex));
+    m_strError += " was refused by the server";
     return false;
 }
 

@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <numeric>
+
+#include "Images.h"
 
 namespace talven::test
 {
@@ -115,6 +118,7 @@ bool CFakeServer::mAnswer(const Message& rMessage)
     if (eType == m_aFaults.m_eHangUpAt || eType == EMsg::QUIT) return false;
     if (m_aFaults.m_aRefused.contains(eType))
     {
+        if (eType == EMsg::COMPARE || eType == EMsg::COMPAREL) return mReplySums(rMessage, 1, {});
         const bool bData = eType == EMsg::VOLGET || eType == EMsg::PROJGET ||
                            eType == EMsg::RECONSTATGET || eType == EMsg::SERVERPROP;
         return mReply(bData ? EMsg::DATAREPLY : EMsg::CMDREPLY, rMessage, 1, {});
@@ -133,6 +137,35 @@ bool CFakeServer::mAnswer(const Message& rMessage)
         m_aProjs[aF[4]].assign(rMessage.m_vcData.begin() + 8 * std::ptrdiff_t(m_auiStack[1]),
                                rMessage.m_vcData.end());
         break;
+    case EMsg::MPROJSIZE:
+        std::copy_n(&aF[4], 3, m_auiMeasured);
+        break;
+    case EMsg::MPROJSET:
+        m_aMeasured[aF[4]] = rMessage.m_vcData;
+        break;
+    case EMsg::TRANSFORM:
+    case EMsg::TRANSFORML:
+    case EMsg::COMPARE:
+    case EMsg::COMPAREL:
+    {
+        const bool bCompare = eType == EMsg::COMPARE || eType == EMsg::COMPAREL;
+        std::vector<float> vfNumbers;  // matrix and scale
+        for (int i = bCompare ? 8 : 6; i < 16; ++i)
+            vfNumbers.push_back(std::bit_cast<float>(aF[std::size_t(i)]));
+        if (eType == EMsg::TRANSFORM) vfNumbers.pop_back();
+        const std::vector<float> vfMore = rMessage.GetFloats();
+        vfNumbers.insert(vfNumbers.end(), vfMore.begin(), vfMore.end());
+        const Image aMeasured = {int(m_auiMeasured[0]), int(m_auiMeasured[1]),
+                                 Reinterpret<float>(m_aMeasured[aF[4]])};
+        const Image aMapped =
+            MapImage(aMeasured, int(m_auiStack[0]), int(m_auiStack[1]), vfNumbers);
+        if (bCompare)
+            return mReplySums(rMessage, 0,
+                              SumImages(Reinterpret<float>(m_aProjs[aF[5]]), aMapped.m_vfPixels));
+        const auto pBytes = std::as_bytes(std::span(aMapped.m_vfPixels));
+        m_aProjs[aF[5]].assign(pBytes.begin(), pBytes.end());
+        break;
+    }
     case EMsg::PROJGET:
         return mReply(EMsg::DATAREPLY, rMessage, 0, m_aProjs[aF[4]]);
     case EMsg::VOLGET:
@@ -173,6 +206,25 @@ bool CFakeServer::mReply(EMsg eType, const Message& rRequest, std::uint32_t uiSt
         1};
     return SendAll(m_iClient, std::as_bytes(std::span(aReply.m_auiFields))) &&
            SendAll(m_iClient, pData);
+}
+
+bool CFakeServer::mReplySums(const Message& rRequest, std::uint32_t uiStatus,
+                             const CompareSums& rSums)
+{
+    PacketHeader aReply;
+    aReply.m_auiFields = {static_cast<std::uint32_t>(EMsg::COMPREPLY),
+                          m_uiSerial++,
+                          0,
+                          0,
+                          rRequest.m_aHeader.GetSerial(),
+                          uiStatus,
+                          7};
+    int iField = 7;
+    for (const float fSum :
+         {rSums.m_fAligned, rSums.m_fTransed, rSums.m_fAlignedSqr, rSums.m_fTransedSqr,
+          rSums.m_fCross, rSums.m_fAlignedAbs, rSums.m_fTransedAbs, rSums.m_fDiff, rSums.m_fCount})
+        aReply.SetFloat(iField++, fSum);
+    return SendAll(m_iClient, std::as_bytes(std::span(aReply.m_auiFields)));
 }
 
 }  // namespace talven::test

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "talven/Alignment.h"
 #include "talven/Packet.h"
 
 namespace talven::test
@@ -34,8 +35,9 @@ struct Faults
     EMsg m_eSkipSerialAt = EMsg::LOG;   ///< a reply before this one seems to be lost
 };
 
-/// A server in a thread of the test that serves one client. Its "reconstruction" has the value
-/// 1000 z + i at pixel i of slice z; R-factors are (10, 10 / (iteration + 1)).
+/// A server in a thread of the test that serves one client. It maps and compares images; its
+/// "reconstruction" has the value 1000 z + i at pixel i of slice z; R-factors are (10, 10 /
+/// (iteration + 1)).
 class CFakeServer
 {
 public:
@@ -50,6 +52,7 @@ private:
     bool mAnswer(const Message& rMessage);
     bool mReply(EMsg eType, const Message& rRequest, std::uint32_t uiStatus,
                 std::span<const std::byte> pData, std::uint32_t uiField6 = 0);
+    bool mReplySums(const Message& rRequest, std::uint32_t uiStatus, const CompareSums& rSums);
     void mJoin();
 
     Faults m_aFaults;
@@ -57,8 +60,8 @@ private:
     std::atomic<int> m_iClient{-1};
     std::uint16_t m_usPort = 0;
     std::uint32_t m_uiSerial = 41;  // a server numbers its packets across clients
-    std::map<std::uint32_t, std::vector<std::byte>> m_aProjs;
-    std::uint32_t m_auiStack[3] = {}, m_auiVolume[3] = {};
+    std::map<std::uint32_t, std::vector<std::byte>> m_aProjs, m_aMeasured;
+    std::uint32_t m_auiStack[3] = {}, m_auiVolume[3] = {}, m_auiMeasured[3] = {};
     std::vector<Message> m_aMessages;
     std::thread m_aThread;
 };

@@ -47,6 +47,20 @@ TEST(Lists, RelaxationTable)
     }
 }
 
+TEST(Lists, Smoothing)
+{
+    double dSigma = 0;
+    int iInterval = 0;
+    std::string strError;
+    EXPECT_TRUE(ParseSmoothing("0.8", dSigma, iInterval, strError));
+    EXPECT_EQ(dSigma, 0.8);
+    EXPECT_EQ(iInterval, 1);
+    EXPECT_TRUE(ParseSmoothing("2,10", dSigma, iInterval, strError));
+    EXPECT_EQ(iInterval, 10);
+    for (const char* pcBad : {"", "0", "-1", "nan", "21", "1,0", "1,", "1,2.5", "1,2,3"})
+        EXPECT_FALSE(ParseSmoothing(pcBad, dSigma, iInterval, strError)) << pcBad;
+}
+
 TEST(Lists, Server)
 {
     const struct

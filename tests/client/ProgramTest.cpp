@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <numeric>
+
 #include "FakeServer.h"
 #include "RunProgram.h"
 #include "talven/Angles.h"
@@ -111,6 +114,28 @@ TEST_F(Program, WritesTheVolumeAndAllFurtherResults)
     }
 }
 
+TEST_F(Program, SmoothsWithANormalisedGaussian)
+{
+    CFakeServer aServer;
+    const Outcome aOutcome = RunProgram(m_aDir, mArgsAt(aServer, {"--smooth", "0.7,5"}));
+    ASSERT_EQ(aOutcome.m_iExit, 0) << aOutcome.m_strErr;
+    bool bSent = false;
+    for (const Message& rMessage : aServer.WaitForMessages())
+    {
+        if (rMessage.m_aHeader.GetType() != EMsg::SMOOTHOPT) continue;
+        bSent = true;
+        const auto& aF = rMessage.m_aHeader.m_auiFields;
+        EXPECT_EQ(std::vector<std::uint32_t>(&aF[4], &aF[8]),
+                  (std::vector<std::uint32_t>{5, 7, 7, 7}));
+        const std::vector<float> vfKernel = rMessage.GetFloats();
+        ASSERT_EQ(vfKernel.size(), 343u);
+        EXPECT_NEAR(std::accumulate(vfKernel.begin(), vfKernel.end(), 0.0), 1, 1e-6);
+        EXPECT_NEAR(vfKernel[3 * 49 + 3 * 7 + 4] / vfKernel[3 * 49 + 3 * 7 + 3],
+                    std::exp(-0.5 / 0.49), 1e-6);
+    }
+    EXPECT_TRUE(bSent);
+}
+
 TEST_F(Program, RefusesWhatCannotWork)
 {
     WriteFile(m_aDir / "four.tlt", "1\n2\n3\n4\n");
@@ -134,6 +159,8 @@ TEST_F(Program, RefusesWhatCannotWork)
         {mArgs({"--exclude", "1-5"}), "no view is left"},
         {mArgs({"--subsets", "6"}), "6 subsets of 5"},
         {mArgs({"--subset-sizes", "2,2"}), "add up to 4"},
+        {mArgs({"--smooth", "1,4"}), "10 iterations are no whole number of intervals of 4"},
+        {mArgs({"--smooth", "1", "--method", "bp"}), "no iterations to smooth between"},
         {mArgs({"--relaxation", "1,0.5"}), "2 relaxation factors for 10"},
         {mArgs({"--reference", m_strTilts}), "is 6 x 4 x 5, the volume is 6 x 4 x 3"},
         {mArgs({"--preview", "/no/such/dir/p.png"}), "No such file"},
@@ -153,6 +180,7 @@ TEST_F(Program, WrongUsageHasItsOwnExitCode)
     for (const std::vector<std::string>& rMore : {std::vector<std::string>{"--exclude", "3-"},
                                                   {"--relaxation", "fast"},
                                                   {"--weight-box", "1,2,3"},
+                                                  {"--smooth", "0"},
                                                   {"--method", "magic"},
                                                   {"--iterations", "0"},
                                                   {"--thickness", "-5"},
@@ -171,7 +199,8 @@ TEST_F(Program, WrongUsageHasItsOwnExitCode)
 TEST_F(Program, TheDocumentationShowsItsHelp)
 {
     const std::string strDocument = ReadFile(TALVEN_CLI_DOCUMENT);
-    for (const char* pcCommand : {"reconstruct", "reproject", "info", "phantom", "serve"})
+    for (const char* pcCommand :
+         {"reconstruct", "reproject", "transform", "compare", "view", "info", "phantom", "serve"})
     {
         const std::string strHelp = RunProgram(m_aDir, {pcCommand, "--help"}).m_strOut;
         EXPECT_NE(strDocument.find("```text\n" + strHelp + "```\n"), std::string::npos)

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -8,6 +9,7 @@
 
 #include "RunProgram.h"
 #include "talven/MrcReader.h"
+#include "talven/MrcWriter.h"
 #include "talven/PrivateServer.h"
 
 namespace talven::test
@@ -162,6 +164,76 @@ TEST_F(Reconstruct, ReprojectionOfTheTruthIsTheTiltSeries)
     }
     // Voxels and linear interpolation blur the small beads; the rest agrees to a few thousandths.
     EXPECT_LT(std::sqrt(dError / dSquares), 0.05);
+}
+
+TEST_F(Reconstruct, SmoothingKeepsNoiseDownOnAnyNumberOfDevices)
+{
+    mRun({"phantom", m_aDir / "ph", "--size", "90,43", "--thickness", "36", "--angles", "-60,60,3",
+          "--beads", "4", "--seed", "3", "--noise", "0.3"});
+    const Args vstrMethod = {"--subsets", "20", "--iterations", "4"};
+    const double dNoisy = mReconstruct("noisy.mrc", vstrMethod)["reference"]["correlation"];
+    Args vstrSmooth = vstrMethod;
+    vstrSmooth.insert(vstrSmooth.end(), {"--smooth", "0.8,2"});
+    const double dSmooth = mReconstruct("smooth.mrc", vstrSmooth)["reference"]["correlation"];
+    EXPECT_GT(dSmooth, dNoisy + 0.02);
+    vstrSmooth.insert(vstrSmooth.end(), {"--devices", "1"});
+    mRun(mArgs("one.mrc", vstrSmooth));
+    EXPECT_EQ(ReadPixels(m_aDir / "smooth.mrc"), ReadPixels(m_aDir / "one.mrc"));
+}
+
+TEST_F(Reconstruct, ADriftIsFoundTakenOutAndForgotten)
+{
+    // The specimen drifts by (3, -2) pixels in every other projection.
+    CMrcReader aReader;
+    ASSERT_TRUE(aReader.Open(m_aDir / "ph.mrc")) << aReader.GetError();
+    const MrcHeader& rHeader = aReader.GetHeader();
+    const int iX = rHeader.m_iX, iY = rHeader.m_iY;
+    CMrcWriter aWriter;
+    ASSERT_TRUE(aWriter.Create(m_aDir / "raw.mrc", iX, iY, rHeader.m_iZ, 0, false, ""));
+    std::vector<float> vfSection(rHeader.GetSectionPixels()), vfMoved(vfSection.size());
+    for (int z = 0; z < rHeader.m_iZ; ++z)
+    {
+        ASSERT_TRUE(aReader.ReadSection(z, vfSection));
+        for (int y = 0; y < iY; ++y)
+            for (int x = 0; x < iX; ++x)
+            {
+                const int iFromX = std::clamp(x - (z % 2 ? 3 : 0), 0, iX - 1);
+                const int iFromY = std::clamp(y + (z % 2 ? 2 : 0), 0, iY - 1);
+                vfMoved[std::size_t(y * iX + x)] = vfSection[std::size_t(iFromY * iX + iFromX)];
+            }
+        ASSERT_TRUE(aWriter.WriteSection(vfMoved));
+    }
+    ASSERT_TRUE(aWriter.Finish());
+
+    mRun({"reproject", "--volume", m_aDir / "ph_truth.mrc", "--angles", m_aDir / "ph.tlt", "-o",
+          m_aDir / "again.mrc"});
+    const Args vstrCompare = {"compare",   "--measured",         m_aDir / "raw.mrc",
+                              "--aligned", m_aDir / "again.mrc", "--json"};
+    Args vstrSearch = vstrCompare;
+    vstrSearch.insert(vstrSearch.end(),
+                      {"--search", "6", "--write-matrices", m_aDir / "shifts.txt"});
+    const nlohmann::json aFound = nlohmann::json::parse(mRun(vstrSearch).m_strOut, nullptr, false);
+    ASSERT_EQ(aFound["sections"].size(), std::size_t(rHeader.m_iZ));
+    for (const nlohmann::json& rSection : aFound["sections"])
+    {
+        const bool bMoved = rSection["section"].get<int>() % 2 == 0;
+        EXPECT_NEAR(rSection["shift"][0], bMoved ? 3 : 0, 0.25) << rSection;
+        EXPECT_NEAR(rSection["shift"][1], bMoved ? -2 : 0, 0.25) << rSection;
+        EXPECT_GT(rSection["correlation"], 0.95) << rSection;
+    }
+    mRun({"transform", "--measured", m_aDir / "raw.mrc", "--matrices", m_aDir / "shifts.txt", "-o",
+          m_aDir / "aligned.mrc"});
+    const auto Reconstruct = [&](const std::string& strTilts)
+    {
+        Args vstrArgs =
+            mArgs("rec.mrc", {"--subsets", "41", "--json", "--reference", m_aDir / "ph_truth.mrc"});
+        vstrArgs[2] = m_aDir / strTilts;
+        const nlohmann::json aJson = nlohmann::json::parse(mRun(vstrArgs).m_strOut, nullptr, false);
+        return aJson["reference"]["correlation"].get<double>();
+    };
+    const double dExact = Reconstruct("ph.mrc");
+    EXPECT_GT(Reconstruct("aligned.mrc"), dExact - 0.05);
+    EXPECT_LT(Reconstruct("raw.mrc"), dExact - 0.1);
 }
 
 TEST_F(Reconstruct, AServerOfOneselfServesManyClients)

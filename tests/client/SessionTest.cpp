@@ -120,6 +120,115 @@ TEST(Session, BringsBackImagesSumsAndMemory)
     EXPECT_TRUE(std::isnan(CalcRfactor({})));
 }
 
+TEST(Session, TransformsAndComparesAsTheProtocolAsks)
+{
+    CFakeServer aServer;
+    const IntensityScale aLinear = {0.5f, 1, 90};
+    const IntensityScale aLog = {1, 0, 80, true, 2, 3, 64};
+    const Affine aMatrix = {1, 2, 3, 4, 5, 6};
+    {
+        CSession aSession;
+        CompareSums aSums;
+        ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s) &&
+                    aSession.SetStackSize(2, 1, std::vector<float>(4)) &&
+                    aSession.SetMeasuredSize(6, 8, 2) &&
+                    aSession.SetMeasured(1, std::vector<float>(48, 7)) &&
+                    aSession.SetProjection(3, std::vector<float>(2)) &&
+                    aSession.Transform(1, 3, aMatrix, aLinear) &&
+                    aSession.Transform(1, 3, aMatrix, aLog) &&
+                    aSession.Compare(1, 3, aMatrix, aLinear, aSums) &&
+                    aSession.Compare(1, 3, aMatrix, aLog, aSums))
+            << aSession.GetError();
+        aSession.Close();
+    }
+    const std::vector<Message> aMessages = aServer.WaitForMessages();
+    ASSERT_EQ(aMessages.size(), 10u);
+    EXPECT_EQ(aMessages[2].m_aHeader.GetType(), EMsg::MPROJSIZE);
+    EXPECT_EQ(aMessages[3].m_aHeader.GetType(), EMsg::MPROJSET);
+    EXPECT_EQ(aMessages[3].m_vcData.size(), 4u * 48);
+    const struct
+    {
+        EMsg m_eType;
+        std::vector<float> m_vfFields, m_vfData;  // from field 6 on
+    } aCases[] = {{EMsg::TRANSFORM, {1, 2, 3, 4, 5, 6, 0.5, 1, 90}, {}},
+                  {EMsg::TRANSFORML, {1, 2, 3, 4, 5, 6, 1, 0, 80, 2}, {3, 64}},
+                  {EMsg::COMPARE, {0, 0, 1, 2, 3, 4, 5, 6, 0.5, 1}, {90}},
+                  {EMsg::COMPAREL, {0, 0, 1, 2, 3, 4, 5, 6, 1, 0}, {80, 2, 3, 64}}};
+    for (std::size_t i = 0; i < 4; ++i)
+    {
+        SCOPED_TRACE(GetMsgName(aCases[i].m_eType));
+        const Message& rMessage = aMessages[5 + i];
+        const auto& aF = rMessage.m_aHeader.m_auiFields;
+        EXPECT_EQ(rMessage.m_aHeader.GetType(), aCases[i].m_eType);
+        EXPECT_EQ(aF[4], 1u);
+        EXPECT_EQ(aF[5], 3u);
+        std::vector<float> vfFields;
+        for (std::size_t f = 0; f < aCases[i].m_vfFields.size(); ++f)
+            vfFields.push_back(std::bit_cast<float>(aF[6 + f]));
+        EXPECT_EQ(vfFields, aCases[i].m_vfFields);
+        EXPECT_EQ(rMessage.GetFloats(), aCases[i].m_vfData);
+    }
+}
+
+TEST(Session, BringsBackTheNineSumsAndAlignedProjections)
+{
+    const CFakeServer aServer;
+    CSession aSession;
+    ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s) &&
+                aSession.SetStackSize(3, 1, std::vector<float>(1)) &&
+                aSession.SetMeasuredSize(2, 1, 1) &&
+                aSession.SetProjection(0, std::vector<float>{1, -3, 100}) &&
+                aSession.SetMeasured(0, std::vector<float>{-3, 6}))
+        << aSession.GetError();
+    CompareSums aSums;
+    ASSERT_TRUE(aSession.Compare(0, 0, g_aIdentity, {}, aSums)) << aSession.GetError();
+    EXPECT_EQ(aSums.m_fCount, 2) << "column 2 is beyond the measured image";
+    EXPECT_EQ(aSums.m_fDiff, 13);
+    EXPECT_EQ(aSums.m_fCross, -21);
+    EXPECT_EQ(aSums.m_fAligned, -2);
+    EXPECT_EQ(aSums.m_fAlignedAbs, 4);
+    EXPECT_EQ(aSums.m_fAlignedSqr, 10);
+    EXPECT_EQ(aSums.m_fTransed, 3);
+    EXPECT_EQ(aSums.m_fTransedAbs, 9);
+    EXPECT_EQ(aSums.m_fTransedSqr, 45);
+    EXPECT_EQ(aSums.m_uiMilliseconds, 7u);
+
+    ASSERT_TRUE(aSession.Transform(0, 0, g_aIdentity, {2, 1, 12}));
+    ASSERT_TRUE(aSession.GetProjections(1, 3,
+                                        [](int, std::span<const float> pfPixels)
+                                        {
+                                            EXPECT_EQ(pfPixels[0], -5);
+                                            EXPECT_EQ(pfPixels[1], 12) << "cut";
+                                            EXPECT_LT(pfPixels[2], -1e15f) << "missing";
+                                            return true;
+                                        }));
+}
+
+TEST(Session, ARefusedTransformOrCompareLeavesTheSession)
+{
+    for (const EMsg eMsg : {EMsg::MPROJSIZE, EMsg::MPROJSET, EMsg::TRANSFORM, EMsg::COMPAREL})
+    {
+        SCOPED_TRACE(GetMsgName(eMsg));
+        const CFakeServer aServer(Faults{{eMsg}});
+        CSession aSession;
+        const IntensityScale aLog = {1, 0, 1, true};
+        CompareSums aSums;
+        aSums.m_fCount = -1;
+        EXPECT_FALSE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s) &&
+                     aSession.SetStackSize(1, 1, std::vector<float>(1)) &&
+                     aSession.SetProjection(0, std::vector<float>(1)) &&
+                     aSession.SetMeasuredSize(1, 1, 1) &&
+                     aSession.SetMeasured(0, std::vector<float>(1)) &&
+                     aSession.Transform(0, 0, g_aIdentity, {}) &&
+                     aSession.Compare(0, 0, g_aIdentity, aLog, aSums));
+        EXPECT_TRUE(aSession.WasRefused());
+        EXPECT_EQ(aSession.GetError().rfind(GetMsgName(eMsg), 0), 0u) << aSession.GetError();
+        EXPECT_EQ(aSums.m_fCount, -1) << "sums of a refused comparison";
+        std::uint64_t ulMemory = 0;
+        EXPECT_TRUE(aSession.GetServerMemory(ulMemory)) << aSession.GetError();
+    }
+}
+
 TEST(Session, GoesOnAfterARefusal)
 {
     for (const EMsg eMsg : {EMsg::PROJSIZE, EMsg::PROJSET, EMsg::SETOP, EMsg::VOLSET,

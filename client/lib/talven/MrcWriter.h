@@ -13,7 +13,7 @@ namespace talven
 /// Writes an MRC2014 file of floats, section by section in order.
 ///
 /// The file appears under its name with Finish(), with the statistics of all sections in its
-/// header; without Finish() it never does.
+/// header; without Finish() it never does. Missing pixels, below -1e15, do not count in them.
 class CMrcWriter
 {
 public:
@@ -32,12 +32,14 @@ public:
     const std::string& GetError() const { return m_strError; }
 
 private:
+    void mAddSection(std::span<const float> pfPixels);
     void mAddStatistics(std::span<const float> pfPixels);
 
     CAtomicFile m_aFile;
     MrcHeader m_aHeader;
     int m_iWritten = 0;     // sections
-    double m_dMean = 0;     // of the pixels so far
+    double m_dCount = 0;    // pixels so far that are not missing
+    double m_dMean = 0;     // of these
     double m_dSquares = 0;  // sum of their squared distances from that mean
     std::string m_strError;
 };

@@ -28,6 +28,13 @@ enum class EMsg : std::uint32_t
     VOLSIZE = 15,
     SETOP = 16,
     RECONOPT = 17,
+    MPROJSET = 18,
+    MPROJSIZE = 19,
+    TRANSFORM = 20,
+    TRANSFORML = 21,
+    COMPARE = 22,
+    COMPAREL = 23,
+    COMPREPLY = 24,
     WEIGHTOPT = 25,
     SMOOTHOPT = 27,
 };
@@ -47,6 +54,7 @@ struct PacketHeader
     std::uint32_t GetParent() const { return m_auiFields[4]; }  ///< of a reply
     std::uint32_t GetStatus() const { return m_auiFields[5]; }  ///< of a reply: 0 done, 1 refused
 
+    float GetFloat(int iField) const { return std::bit_cast<float>(m_auiFields[iField]); }
     void SetFloat(int iField, float fValue)
     {
         m_auiFields[iField] = std::bit_cast<std::uint32_t>(fValue);

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "talven/Alignment.h"
 #include "talven/Connection.h"
 #include "talven/Packet.h"
 
@@ -54,9 +55,9 @@ double CalcRfactor(std::span<const RfactorSums> aSums);
 ///
 /// Every operation returns false when it failed, and GetError() then says why, in one line. When
 /// the server refused it, WasRefused() is true, nothing has changed on the server, and the session
-/// goes on; every other failure closes the session. SetProjection() and SetSlice() do not wait for
-/// the server's reply: a refusal shows in a later operation, at the latest in Flush(), which every
-/// operation but those two calls first. Not thread-safe.
+/// goes on; every other failure closes the session. SetProjection(), SetSlice() and SetMeasured()
+/// do not wait for the server's reply: a refusal shows in a later operation, at the latest in
+/// Flush(), which every operation but those three calls first. Not thread-safe.
 class CSession
 {
 public:
@@ -93,6 +94,20 @@ public:
     [[nodiscard]] bool SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
                                     std::span<const float> pfKernel);
 
+    /// MPROJSIZE: a new stack of measured projections, zeros, X x Y x iCount. Their size need not
+    /// be that of the stack.
+    [[nodiscard]] bool SetMeasuredSize(int iX, int iY, int iCount);
+    /// MPROJSET: measured projection iMeasured, shape [y][x].
+    [[nodiscard]] bool SetMeasured(int iMeasured, std::span<const float> pfPixels);
+    /// TRANSFORM, TRANSFORML: projection iProj of the stack becomes the measured one, mapped and
+    /// rescaled; pixels that fall outside it are far below -1e15 then.
+    [[nodiscard]] bool Transform(int iMeasured, int iProj, const Affine& rMatrix,
+                                 const IntensityScale& rScale);
+    /// COMPARE, COMPAREL: sums over the measured projection, mapped and rescaled, and projection
+    /// iProj of the stack, which stays as it is.
+    [[nodiscard]] bool Compare(int iMeasured, int iProj, const Affine& rMatrix,
+                               const IntensityScale& rScale, CompareSums& rSums);
+
     /// RECONSTRUCT and REPROJECT return when the server has finished.
     [[nodiscard]] bool Reconstruct();
     [[nodiscard]] bool Reproject();
@@ -127,6 +142,8 @@ private:
     bool mSend(EMsg eMsg, Fields aFields, Blocks aBlocks, int iIndex = -1);
     bool mSendHeader(PacketHeader& rHeader, Blocks aBlocks, int iIndex);
     bool mCommand(EMsg eMsg, Fields aFields, Blocks aBlocks = {});
+    bool mSendAligning(EMsg eMsg, int iMeasured, int iProj, Fields aMore, const Affine& rMatrix,
+                       const IntensityScale& rScale);
     bool mUpload(EMsg eMsg, int iIndex, Blocks aBlocks);
     bool mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest);
     bool mRecvCommandReply();

@@ -1,0 +1,89 @@
+#include "Alignment.h"
+
+#include <cmath>
+
+#include "Lists.h"
+#include "Report.h"
+
+namespace talven
+{
+
+bool CAlignment::Make(const AlignmentArgs& rArgs, const MrcHeader& rMeasured, int iX, int iY,
+                      std::string& rError)
+{
+    m_bCentre = rArgs.m_strOrigin == "centre";
+    m_dCentreX = 0.5 * (iX - 1);
+    m_dCentreY = 0.5 * (iY - 1);
+    m_dMeasuredCentreX = 0.5 * (rMeasured.m_iX - 1);
+    m_dMeasuredCentreY = 0.5 * (rMeasured.m_iY - 1);
+    return mMakeMatrices(rArgs, rMeasured.m_iZ, rError) && mMakeScale(rArgs, rError);
+}
+
+bool CAlignment::mMakeMatrices(const AlignmentArgs& rArgs, int iSections, std::string& rError)
+{
+    m_aMatrices = {g_aIdentity};
+    if (!rArgs.m_strMatrices.empty())
+    {
+        if (!ReadMatrices(rArgs.m_strMatrices, m_aMatrices, rError)) return false;
+        if (m_aMatrices.size() == static_cast<std::size_t>(iSections)) return true;
+        rError =
+            Format("%s has %zu matri%s, but the stack has %d sections", rArgs.m_strMatrices.c_str(),
+                   m_aMatrices.size(), m_aMatrices.size() == 1 ? "x" : "ces", iSections);
+        return false;
+    }
+    if (rArgs.m_strMatrix.empty()) return true;
+    std::vector<double> vdMatrix;
+    if (!ParseNumbers(rArgs.m_strMatrix, 6, vdMatrix, rError)) return false;
+    for (std::size_t i = 0; i < 6; ++i)
+    {
+        m_aMatrices[0][i] = static_cast<float>(vdMatrix[i]);
+        if (std::isfinite(m_aMatrices[0][i])) continue;
+        rError = Format("--matrix: %g is too large", vdMatrix[i]);
+        return false;
+    }
+    return true;
+}
+
+bool CAlignment::mMakeScale(const AlignmentArgs& rArgs, std::string& rError)
+{
+    m_aScale.m_bLog = rArgs.m_bLog;
+    m_aScale.m_fGain = static_cast<float>(rArgs.m_dGain);
+    m_aScale.m_fOffset = static_cast<float>(rArgs.m_dOffset);
+    if (rArgs.m_bMost) m_aScale.m_fMost = static_cast<float>(rArgs.m_dMost);
+    if (rArgs.m_bLog)
+    {
+        m_aScale.m_fBeam = static_cast<float>(rArgs.m_dBeam);
+        m_aScale.m_fLeast = static_cast<float>(rArgs.m_dLeast);
+        m_aScale.m_fFactor = static_cast<float>(rArgs.m_dFactor);
+    }
+    for (const float fValue : m_aScale.GetValues())
+        if (!std::isfinite(fValue))
+        {
+            rError = "a number of the intensity scale is too large or not a number";
+            return false;
+        }
+    if (m_aScale.m_fBeam > 0 && m_aScale.m_fLeast > 0) return true;
+    rError = Format("--log needs a --beam and a --least above 0, not %g and %g", rArgs.m_dBeam,
+                    rArgs.m_dLeast);
+    return false;
+}
+
+Affine CAlignment::GetUserMatrix(int iSection, double dShiftX, double dShiftY) const
+{
+    Affine aMatrix = m_aMatrices[m_aMatrices.size() == 1 ? 0 : std::size_t(iSection)];
+    aMatrix[4] = static_cast<float>(aMatrix[4] + dShiftX);
+    aMatrix[5] = static_cast<float>(aMatrix[5] + dShiftY);
+    return aMatrix;
+}
+
+Affine CAlignment::GetMap(int iSection, double dShiftX, double dShiftY) const
+{
+    Affine aMap = GetUserMatrix(iSection, dShiftX, dShiftY);
+    if (!m_bCentre) return aMap;
+    const auto& [fA, fB, fC, fD, fE, fF] = aMap;
+    aMap[4] = static_cast<float>(fE + m_dMeasuredCentreX - fA * m_dCentreX - fB * m_dCentreY);
+    aMap[5] = static_cast<float>(fF + m_dMeasuredCentreY - fC * m_dCentreX - fD * m_dCentreY);
+    return aMap;
+}
+
+}  // namespace talven

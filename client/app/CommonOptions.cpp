@@ -1,0 +1,43 @@
+#include "CommonOptions.h"
+
+namespace talven
+{
+namespace
+{
+
+std::string CheckServer(const std::string& strText)
+{
+    std::string strHost;
+    std::uint16_t usPort = 0;
+    return ParseServer(strText, strHost, usPort) ? std::string() : "expected HOST:PORT";
+}
+
+}  // namespace
+
+void AddReportOptions(CLI::App& rApp, ReportOptions& rReport)
+{
+    rApp.add_flag("-q,--quiet", rReport.m_bQuiet, "Say nothing but errors");
+    rApp.add_flag("--json", rReport.m_bJson, "Print one JSON object about the result");
+}
+
+void AddBackendOption(CLI::App& rApp, std::string& rBackend)
+{
+    rApp.add_option("--backend", rBackend, "auto, cuda or host")
+        ->check(CLI::IsMember({"auto", "cuda", "host"}));
+}
+
+void AddServerOptions(CLI::App& rApp, ServerOptions& rServer)
+{
+    CLI::Option* pServer =
+        rApp.add_option("--server", rServer.m_strServer,
+                        "Use the server at HOST:PORT instead of a private one on this machine")
+            ->type_name("HOST:PORT")
+            ->check(CheckServer);
+    rApp.add_option("--devices", rServer.m_iDevices, "Devices the private server uses [all]")
+        ->check(CLI::Range(1, 16))
+        ->excludes(pServer);
+    AddBackendOption(rApp, rServer.m_strBackend);
+    rApp.get_option("--backend")->excludes(pServer);
+}
+
+}  // namespace talven

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace talven
+{
+
+/// An affine map a, b, c, d, e, f from a pixel (x, y) of the aligned grid to where it is read in
+/// the measured image: u = a x + b y + e, v = c x + d y + f. Pixels count from 0 in a corner.
+using Affine = std::array<float, 6>;
+constexpr Affine g_aIdentity = {1, 0, 0, 1, 0, 0};
+
+/// What becomes of a measured value p.
+/// Linear: min(most, gain p + offset). Logarithmic:
+/// min(most, factor ln(beam / max(least, gain p + offset))).
+struct IntensityScale
+{
+    float m_fGain = 1, m_fOffset = 0;
+    float m_fMost = std::numeric_limits<float>::max();
+    bool m_bLog = false;
+    float m_fLeast = 1;  ///< of the rescaled value, above 0
+    float m_fFactor = 1;
+    float m_fBeam = 1;  ///< intensity without a specimen, above 0
+
+    /// The six numbers in the order of the protocol; a linear scale uses the first three.
+    std::array<float, 6> GetValues() const
+    {
+        return {m_fGain, m_fOffset, m_fMost, m_fLeast, m_fFactor, m_fBeam};
+    }
+};
+
+/// Sums over the pixels that the map finds in the measured image; a: aligned, t: transformed
+/// measured value.
+struct CompareSums
+{
+    float m_fCount = 0;    ///< pixels
+    float m_fDiff = 0;     ///< |a - t|
+    float m_fCross = 0;    ///< a t
+    float m_fAligned = 0;  ///< a, and so on
+    float m_fAlignedAbs = 0;
+    float m_fAlignedSqr = 0;
+    float m_fTransed = 0;  ///< t, and so on
+    float m_fTransedAbs = 0;
+    float m_fTransedSqr = 0;
+    std::uint32_t m_uiMilliseconds = 0;  ///< that the server took
+};
+
+/// Normalised cross-correlation of a and t, both less their means, -1 to 1; NaN when no pixel was
+/// compared or one of them is constant.
+double CalcCorrelation(const CompareSums& rSums);
+/// Mean of |a - t|; NaN when no pixel was compared.
+double CalcMeanDifference(const CompareSums& rSums);
+
+/// Offset of the extremum of the parabola through three values at -1, 0 and 1, within -0.5 to 0.5;
+/// 0 unless the middle one is the largest.
+double FitPeak(double dBefore, double dMiddle, double dAfter);
+
+/// Reads matrices from a text file, six numbers a line with blanks or commas between them. Blank
+/// lines and everything from a '#' on are skipped.
+/// \return false when the file cannot be read, has no matrix, or has a line that is not six finite
+///         numbers; rError names the line, rMatrices stays as it was.
+[[nodiscard]] bool ReadMatrices(const std::string& strPath, std::vector<Affine>& rMatrices,
+                                std::string& rError);
+/// Writes them so that ReadMatrices() gives the same bits.
+[[nodiscard]] bool WriteMatrices(const std::string& strPath, std::span<const Affine> aMatrices,
+                                 std::string& rError);
+
+/// A Gaussian of standard deviation dSigma, voxels, in a cube of iSize along each axis: iSize is
+/// 2 ceil(3 dSigma) + 1. Shape [z][y][x], its sum is 1.
+struct GaussianKernel
+{
+    int m_iSize = 1;
+    std::vector<float> m_vfValues;
+};
+/// \param dSigma  above 0
+GaussianKernel MakeGaussianKernel(double dSigma);
+
+}  // namespace talven

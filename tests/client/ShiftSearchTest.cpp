@@ -1,0 +1,80 @@
+#include "ShiftSearch.h"
+
+#include <gtest/gtest.h>
+
+#include "Images.h"
+
+namespace talven::test
+{
+namespace
+{
+
+constexpr int s_iX = 101, s_iY = 83;
+
+CShiftSearch::Probe CompareWith(const Image& rAligned, const Image& rMeasured)
+{
+    return [&rAligned, &rMeasured](double dX, double dY, CompareSums& rSums)
+    {
+        const std::vector<float> vfNumbers = {1, 0, 0, 1, float(dX), float(dY), 1, 0, 1e30f};
+        const Image aMapped = MapImage(rMeasured, s_iX, s_iY, vfNumbers);
+        rSums = SumImages(rAligned.m_vfPixels, aMapped.m_vfPixels);
+        return true;
+    };
+}
+
+TEST(ShiftSearch, FindsShiftsToATenthOfAPixel)
+{
+    const Image aAligned = MakeBlobs(s_iX, s_iY, 0, 0);
+    const struct
+    {
+        int m_iRange;
+        double m_dX, m_dY;
+    } aCases[] = {{1, 0, 0}, {3, -2.3, 1.4}, {10, 7.5, -9.2}, {30, -22.7, 15.25}, {30, 0, 29}};
+    for (const auto& [iRange, dX, dY] : aCases)
+    {
+        SCOPED_TRACE(testing::Message() << "range " << iRange << " shift " << dX << " " << dY);
+        const Image aMeasured = MakeBlobs(s_iX, s_iY, dX, dY);
+        CShiftSearch aSearch(iRange, 100, CompareWith(aAligned, aMeasured));
+        ShiftMatch aMatch;
+        ASSERT_EQ(aSearch.Run(aMatch), CShiftSearch::EResult::FOUND);
+        EXPECT_NEAR(aMatch.m_dX, dX, 0.1);
+        EXPECT_NEAR(aMatch.m_dY, dY, 0.1);
+        EXPECT_GT(aMatch.m_dCorrelation, 0.98);
+        EXPECT_EQ(aMatch.m_dCorrelation, CalcCorrelation(aMatch.m_aSums));
+        EXPECT_FALSE(aMatch.m_bAtEdge);
+        if (iRange == 30)
+        {
+            EXPECT_LT(aSearch.GetProbes(), 61 * 61 / 4) << "not coarse to fine";
+        }
+    }
+}
+
+TEST(ShiftSearch, SaysWhenTheShiftIsOutOfRange)
+{
+    const Image aAligned = MakeBlobs(s_iX, s_iY, 0, 0);
+    const Image aMeasured = MakeBlobs(s_iX, s_iY, 3.5, 0);
+    CShiftSearch aSearch(2, 100, CompareWith(aAligned, aMeasured));
+    ShiftMatch aMatch;
+    ASSERT_EQ(aSearch.Run(aMatch), CShiftSearch::EResult::FOUND);
+    EXPECT_TRUE(aMatch.m_bAtEdge);
+    EXPECT_EQ(aMatch.m_dX, 2);
+}
+
+TEST(ShiftSearch, NothingToCompareIsNoMatch)
+{
+    const Image aAligned = MakeBlobs(s_iX, s_iY, 0, 0);
+    const Image aConstant = {s_iX, s_iY, std::vector<float>(aAligned.m_vfPixels.size(), 3)};
+    ShiftMatch aMatch;
+    EXPECT_EQ(CShiftSearch(5, 100, CompareWith(aAligned, aConstant)).Run(aMatch),
+              CShiftSearch::EResult::NOTHING);
+    EXPECT_EQ(CShiftSearch(5, 1e9, CompareWith(aAligned, aAligned)).Run(aMatch),
+              CShiftSearch::EResult::NOTHING);
+
+    int iProbes = 0;
+    const auto Fail = [&iProbes](double, double, CompareSums&) { return ++iProbes < 7; };
+    EXPECT_EQ(CShiftSearch(5, 0, Fail).Run(aMatch), CShiftSearch::EResult::ENDED);
+    EXPECT_EQ(iProbes, 7) << "it went on";
+}
+
+}  // namespace
+}  // namespace talven::test
