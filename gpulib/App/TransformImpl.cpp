@@ -4,7 +4,7 @@
 
 bool CTransformImpl::SetMProj(const float* pfMProj, int iSizeX, int iSizeY)
 {
-    if (!m_aMProjTex.Create(iSizeX, iSizeY) || !m_aMProjTex.SetData(pfMProj)) return false;
+    if (!m_aMProjTex.Create(pfMProj, iSizeX, iSizeY)) return false;
     m_aGTransform.SetMProjArray(m_aMProjTex.GetImage());
     return true;
 }
