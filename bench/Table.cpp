@@ -131,7 +131,7 @@ bool PrintCompare()
             for (int q = 0; q < eCompareSums; ++q)
                 Demand(std::abs(aTotals[q] - aLiteral[q]) <= 1e-4 * std::abs(aLiteral[q]));
             std::printf("  %-10s %8.2f ms %8.1fx\n", rSet.c_str(), dTime * 1e3, dLiteral / dTime);
-            const double dFloor = rSet == "avx512" ? 10 : rSet == "avx2" ? 6 : 2;
+            const double dFloor = rSet == "avx512" ? 8 : rSet == "avx2" ? 5 : 2;
             if (dLiteral / dTime >= dFloor) continue;
             std::printf("  below the floor of %.0fx\n", dFloor);
             bReached = false;

@@ -17,7 +17,7 @@ void CTransformImpl::SetAProjSize(int iSizeX, int iSizeY)
 
 int CTransformImpl::GetPieceRows(int iSizeX, int iSizeY)
 {
-    constexpr int iPixels = 1 << 16;  // 256 KiB an image: a comparison keeps three in the cache
+    constexpr int iPixels = 1 << 14;  // 64 KiB an image: three of them stay in the cache
     return std::clamp(iPixels / std::max(iSizeX, 1), 1, std::max(iSizeY, 1));
 }
 
