@@ -21,5 +21,5 @@ struct CompareScene
 /// The formulas written down as they stand: one pixel after another, nine sums in floats.
 void LiteralCompare(const CompareScene& rScene, CompareTotals& rTotals);
 
-/// The same by the library, uploads included, on the backend in use.
+/// The same by the library, all memory included, on the backend in use.
 [[nodiscard]] bool RunCompare(const CompareScene& rScene, CompareTotals& rTotals);

@@ -45,6 +45,10 @@ public:
     }
     bool CreateArray(DeviceImage& rImage) override { return m_pInner->CreateArray(rImage); }
     bool CreatePitched(DeviceImage& rImage) override { return m_pInner->CreatePitched(rImage); }
+    bool CreateLent(DeviceImage& rImage, const void* pvSource) override
+    {
+        return m_pInner->CreateLent(rImage, pvSource);
+    }
     void Free(DeviceImage& rImage) override { m_pInner->Free(rImage); }
     bool Clear(const DeviceImage& rImage) override { return m_pInner->Clear(rImage); }
     bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,

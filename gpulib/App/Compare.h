@@ -12,7 +12,7 @@ public:
     void SetTranMatrix(std::span<const float, 6> fMatrix);
     void SetIntScale(std::span<const float, 6> fScale);
     void SetRangeY(int iStartY, int iSizeY) { m_aImpl.SetRangeY(iStartY, iSizeY); }
-    /// Loads the measured image, which one DoIt() uses up.
+    /// The measured image, borrowed; one DoIt() uses it up.
     [[nodiscard]] bool SetMProj(const float* pfMProj, int iSizeX, int iSizeY);
     void SetAProj(const float* pfAProj, int iSizeX, int iSizeY);
 

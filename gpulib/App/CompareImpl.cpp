@@ -32,10 +32,7 @@ bool CCompareImpl::mSumBand(bool bLog, CompareTotals& rTotals)
     const int iX = m_iAProjSize[0], iSizeY = m_iRangeY[1];
     const int iPiece = CTransformImpl::GetPieceRows(iX, iSizeY);
     GCompare aCompare;
-    if (!m_aTransformImpl.AllocMemory(iPiece) || !m_aAlignedProj.Create(iX, iPiece) ||
-        !aCompare.AllocMemory(iX, iSizeY))
-        return false;
-    aCompare.BindAlignedProj(m_aAlignedProj.GetImage());
+    if (!m_aTransformImpl.AllocMemory(iPiece) || !aCompare.AllocMemory(iX, iSizeY)) return false;
     aCompare.BindTransedProj(m_aTransformImpl.GetProj().GetImage());
     aCompare.BindMissingData(m_aTransformImpl.GetMiss().GetImage());
     for (int r = 0; r < iSizeY; r += iPiece)
@@ -47,8 +44,9 @@ bool CCompareImpl::mSumBand(bool bLog, CompareTotals& rTotals)
 bool CCompareImpl::mPiece(GCompare& rCompare, bool bLog, int iFirst, int iRows)
 {
     const int iX = m_iAProjSize[0], iY = m_iRangeY[0] + iFirst;
-    const HostRows<const float> aRows = {m_pfAProj + std::size_t(iX) * iY, std::size_t(iX),
-                                         std::size_t(iX) * iRows, 1};
-    return m_aTransformImpl.DoIt(bLog, iY, iRows) &&
-           m_aAlignedProj.HostToDevice(aRows, 0, 0, iX, iRows) && rCompare.DoIt(iFirst, iRows);
+    if (!m_aTransformImpl.DoIt(bLog, iY, iRows) ||
+        !m_aAlignedProj.CreateLent(m_pfAProj + std::size_t(iX) * iY, iX, iRows))
+        return false;
+    rCompare.BindAlignedProj(m_aAlignedProj.GetImage());
+    return rCompare.DoIt(iFirst, iRows);
 }

@@ -6,9 +6,11 @@
 class CMProjTex
 {
 public:
-    /// Keeps an array of the same size.
-    [[nodiscard]] bool Create(int iSizeX, int iSizeY);
-    [[nodiscard]] bool SetData(const float* pfMProj) { return m_aMProj.HostToDevice(pfMProj); }
+    /// The pixels are borrowed until ClearDevice().
+    [[nodiscard]] bool Create(const float* pfMProj, int iSizeX, int iSizeY)
+    {
+        return m_aMProj.CreateLent(pfMProj, iSizeX, iSizeY);
+    }
     void ClearDevice() { m_aMProj.Free(); }
     const DeviceImage& GetImage() const { return m_aMProj.GetImage(); }
 

@@ -14,6 +14,7 @@ public:
     /// Pairs (first valid column, one past the last) of the projection, [row][2]; borrowed.
     void SetRangeX(std::span<unsigned int> uiRangeX) { m_uiRangeX = uiRangeX; }
     void SetRangeY(int iStartY, int iSizeY);
+    /// Borrowed for the life of this object.
     [[nodiscard]] bool SetMProj(const float* pfMProj, int iSizeX, int iSizeY);
     void SetAProj(float* pfAProj, int iSizeX, int iSizeY);  ///< borrowed, changed in place
 

@@ -4,7 +4,7 @@
 
 bool CTransformImpl::SetMProj(const float* pfMProj, int iSizeX, int iSizeY)
 {
-    if (!m_aMProjTex.Create(iSizeX, iSizeY) || !m_aMProjTex.SetData(pfMProj)) return false;
+    if (!m_aMProjTex.Create(pfMProj, iSizeX, iSizeY)) return false;
     m_aGTransform.SetMProjArray(m_aMProjTex.GetImage());
     return true;
 }
@@ -17,7 +17,7 @@ void CTransformImpl::SetAProjSize(int iSizeX, int iSizeY)
 
 int CTransformImpl::GetPieceRows(int iSizeX, int iSizeY)
 {
-    constexpr int iPixels = 1 << 16;  // 256 KiB an image: a comparison keeps three in the cache
+    constexpr int iPixels = 1 << 14;  // 64 KiB an image: three of them stay in the cache
     return std::clamp(iPixels / std::max(iSizeX, 1), 1, std::max(iSizeY, 1));
 }
 

@@ -14,7 +14,7 @@ class CTransformImpl
 public:
     void SetTranMatrix(std::span<const float, 6> fMatrix) { m_aGTransform.SetMatrix(fMatrix); }
     void SetIntScale(std::span<const float, 6> fScale) { m_aGTransform.SetIntScale(fScale); }
-    /// Loads the image; \param pfMProj  [y][x], borrowed for the call
+    /// \param pfMProj  [y][x], borrowed until ClearDevice()
     [[nodiscard]] bool SetMProj(const float* pfMProj, int iSizeX, int iSizeY);
     void SetAProjSize(int iSizeX, int iSizeY);
 

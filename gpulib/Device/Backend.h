@@ -37,6 +37,9 @@ public:
     [[nodiscard]] virtual bool CreateArray(DeviceImage& rImage) = 0;
     /// The same for an image that kernels write.
     [[nodiscard]] virtual bool CreatePitched(DeviceImage& rImage) = 0;
+    /// A one-lane array with the values at pvSource, tightly packed, for kernels that read it. The
+    /// source must stay as it is until Free(): the backend may copy it or work on it in place.
+    [[nodiscard]] virtual bool CreateLent(DeviceImage& rImage, const void* pvSource) = 0;
     virtual void Free(DeviceImage& rImage) = 0;  ///< also of an empty image
     [[nodiscard]] virtual bool Clear(const DeviceImage& rImage) = 0;
     /// Fills the rectangle that begins at element (iX0, iY0) with iWidth x iHeight elements.

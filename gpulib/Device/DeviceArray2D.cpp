@@ -44,6 +44,18 @@ bool CDeviceArray2D::Create(int iWidth, int iHeight)
     return true;
 }
 
+bool CDeviceArray2D::CreateLent(const float* pfData, int iWidth, int iHeight)
+{
+    Free();
+    if (!GetBackend()) return DeviceFail("no backend");
+    DeviceImage aImage;
+    aImage.iWidth = iWidth;
+    aImage.iHeight = iHeight;
+    if (!GetBackend()->CreateLent(aImage, pfData)) return false;
+    m_aImage = aImage;
+    return true;
+}
+
 void CDeviceArray2D::Free()
 {
     if (!IsEmpty() && GetBackend()) GetBackend()->Free(m_aImage);

@@ -23,6 +23,10 @@ public:
     /// Frees what is held and allocates anew, zero-filled. \return false with the reason noted
     [[nodiscard]] bool Create(int iWidth, int iHeight);
 
+    /// Frees what is held and makes a one-lane array of the values at pfData, for kernels to read.
+    /// They are borrowed until Free().
+    [[nodiscard]] bool CreateLent(const float* pfData, int iWidth, int iHeight);
+
     /// Fills a one-lane array from tightly packed host values.
     [[nodiscard]] bool HostToDevice(const float* pfData);
     [[nodiscard]] bool HostToDevice(const int* piData);

@@ -154,7 +154,8 @@ bool CheckAlignInputs(const CAlignOp& rRequest, std::string& rReason)
     if (!CheckAlignStack("measured projection", pMeasured, rRequest.GetMProj(), rReason) ||
         !CheckAlignStack("projection", pStack, rRequest.GetAProj(), rReason))
         return false;
-    // Each worker: the measured image, a piece of three images and its mask on the host, the sums.
+    // Each worker: a copy of the measured image if the device needs one, a piece of three images
+    // and its mask on the host, the sums.
     const int iX = pStack->GetSizeX(), iY = pStack->GetSizeY();
     const std::uint64_t ulPiece =
         std::uint64_t(iX) * std::uint64_t(CTransformImpl::GetPieceRows(iX, iY));

@@ -145,9 +145,21 @@ bool CHostBackend::mCreate(DeviceImage& rImage, const char* pcKind)
     return true;
 }
 
+bool CHostBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
+{
+    if (!pvSource || rImage.iWidth <= 0 || rImage.iHeight <= 0 || rImage.iDepth != 1 ||
+        rImage.iChannels <= 0 || rImage.iLanes != 1)
+        return DeviceFail("lend array: %d x %d x %d, %d channels, %d rows", rImage.iWidth,
+                          rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
+    rImage.pvData = const_cast<void*>(pvSource);  // kernels only read it
+    rImage.tPitch = std::size_t(rImage.iWidth) * rImage.iChannels * rImage.iBytes;
+    rImage.bLent = true;
+    return true;
+}
+
 void CHostBackend::Free(DeviceImage& rImage)
 {
-    HostBlock(rImage.pvData).reset();
+    if (!rImage.bLent) HostBlock(rImage.pvData).reset();
     rImage = DeviceImage();
 }
 

@@ -27,6 +27,7 @@ public:
 
     bool CreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
     bool CreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
+    bool CreateLent(DeviceImage& rImage, const void* pvSource) override;
     void Free(DeviceImage& rImage) override;
     bool Clear(const DeviceImage& rImage) override;
     bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,

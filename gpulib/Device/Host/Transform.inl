@@ -22,12 +22,9 @@ DEVICE_FN FX LoadX(const float* pfFrom, int iCount, float fElse)
     return vValue;
 }
 
-DEVICE_FN void StoreX(float* pfTo, FX vValue, int iCount)
+DEVICE_FN void StoreX(float* pfTo, FX vValue)
 {
-    if (iCount >= TALVEN_VECTOR)
-        __builtin_memcpy(pfTo, &vValue, sizeof(vValue));
-    else
-        for (int i = 0; i < iCount; ++i) pfTo[i] = vValue[i];
+    __builtin_memcpy(pfTo, &vValue, sizeof(vValue));
 }
 
 DEVICE_FN IX ColumnNumbers()
@@ -66,10 +63,11 @@ DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
         Between<FX>(Gather(pfImage, vLower), Gather(pfImage, vLower - vIsRight), vRight), vDown);
 }
 
-DEVICE_FN FX ScaleIntensity(FX vValue, const float* pfScale, bool bLog)
+template <bool LOG>
+DEVICE_FN FX ScaleIntensity(FX vValue, const float* pfScale)
 {
     FX vResult = Rescale<FX>(vValue, pfScale);
-    if (bLog)
+    if (LOG)
     {
         vResult = Attenuation<FX>(vResult, pfScale);
         for (int i = 0; i < TALVEN_VECTOR; ++i) vResult[i] = __builtin_logf(vResult[i]);
@@ -78,27 +76,73 @@ DEVICE_FN FX ScaleIntensity(FX vValue, const float* pfScale, bool bLog)
     return LimitValue<FX>(vResult, pfScale);
 }
 
+/// What a row of the grid is made of: a copy, so that the compiler sees that no store changes it.
+struct TransformRow
+{
+    DeviceImage aMeasured;
+    float afMatrix[6], afScale[6];
+    float fLastU, fLastV;
+    float fY;
+};
+
+/// A register of columns from iX on.
+template <bool LOG>
+DEVICE_FN void TransformBlock(const TransformRow& rRow, int iX, float* pfOut, float* pfMiss)
+{
+    const FX vX = static_cast<float>(iX) + __builtin_convertvector(ColumnNumbers(), FX);
+    const FX vU = MapU<FX>(vX, rRow.fY, rRow.afMatrix), vV = MapV<FX>(vX, rRow.fY, rRow.afMatrix);
+    const IX vInside = IsOnImage<FX>(vU, rRow.fLastU) & IsOnImage<FX>(vV, rRow.fLastV);
+    FX vMiss = {}, vValue;
+    if (AllTrue(vInside))
+        vValue = ScaleIntensity<LOG>(Sample(rRow.aMeasured, vU, vV), rRow.afScale);
+    else
+    {
+        const FX vRead = Sample(rRow.aMeasured, ClampToImage<FX>(vU, rRow.fLastU),
+                                ClampToImage<FX>(vV, rRow.fLastV));
+        vMiss = vInside ? FX{} : FX{} + 1.0f;
+        vValue = MarkMissing<FX>(ScaleIntensity<LOG>(vRead, rRow.afScale), vMiss);
+    }
+    StoreX(pfOut, vValue);
+    StoreX(pfMiss, vMiss);
+}
+
+template <bool LOG>
+static void TransformColumns(const TransformRow aRow, int iProjX, float* __restrict pfOut,
+                             float* __restrict pfMiss)
+{
+    if (iProjX < TALVEN_VECTOR)
+    {
+        float afOut[TALVEN_VECTOR], afMiss[TALVEN_VECTOR];
+        TransformBlock<LOG>(aRow, 0, afOut, afMiss);
+        __builtin_memcpy(pfOut, afOut, sizeof(float) * static_cast<std::size_t>(iProjX));
+        __builtin_memcpy(pfMiss, afMiss, sizeof(float) * static_cast<std::size_t>(iProjX));
+        return;
+    }
+    int x = 0;
+    for (; x + TALVEN_VECTOR <= iProjX; x += TALVEN_VECTOR)
+        TransformBlock<LOG>(aRow, x, pfOut + x, pfMiss + x);
+    x = iProjX - TALVEN_VECTOR;  // the end of the row, some of it for a second time
+    TransformBlock<LOG>(aRow, x, pfOut + x, pfMiss + x);
+}
+
 static void Transform(const TransformParams& rP, Share aRows)
 {
-    const float fLastU = static_cast<float>(rP.aMeasured.iWidth - 1);
-    const float fLastV = static_cast<float>(rP.aMeasured.iHeight - 1);
-    const FX vColumns = __builtin_convertvector(ColumnNumbers(), FX);
+    TransformRow aRow;
+    aRow.aMeasured = rP.aMeasured;
+    for (int i = 0; i < 6; ++i)
+    {
+        aRow.afMatrix[i] = rP.afMatrix[i];
+        aRow.afScale[i] = rP.afScale[i];
+    }
+    aRow.fLastU = static_cast<float>(rP.aMeasured.iWidth - 1);
+    aRow.fLastV = static_cast<float>(rP.aMeasured.iHeight - 1);
     for (int j = aRows.iFirst; j < aRows.iEnd; ++j)
     {
-        const float fY = static_cast<float>(rP.iStartY + j);
-        float *pfOut = RowOf(rP.aOut, j), *pfMiss = RowOf(rP.aMiss, j);
-        for (int x = 0; x < rP.iProjX; x += TALVEN_VECTOR)
-        {
-            const FX vX = static_cast<float>(x) + vColumns;
-            const FX vU = MapU<FX>(vX, fY, rP.afMatrix), vV = MapV<FX>(vX, fY, rP.afMatrix);
-            const IX vInside = IsOnImage<FX>(vU, fLastU) & IsOnImage<FX>(vV, fLastV);
-            const FX vMiss = vInside ? FX{} : FX{} + 1.0f;
-            const FX vRead =
-                Sample(rP.aMeasured, ClampToImage<FX>(vU, fLastU), ClampToImage<FX>(vV, fLastV));
-            const FX vValue = ScaleIntensity(vRead, rP.afScale, rP.bLog);
-            StoreX(pfOut + x, MarkMissing<FX>(vValue, vMiss), rP.iProjX - x);
-            StoreX(pfMiss + x, vMiss, rP.iProjX - x);
-        }
+        aRow.fY = static_cast<float>(rP.iStartY + j);
+        if (rP.bLog)
+            TransformColumns<true>(aRow, rP.iProjX, RowOf(rP.aOut, j), RowOf(rP.aMiss, j));
+        else
+            TransformColumns<false>(aRow, rP.iProjX, RowOf(rP.aOut, j), RowOf(rP.aMiss, j));
     }
 }
 
@@ -115,7 +159,7 @@ DEVICE_FN void SumColumns(const float* pfA, const float* pfB, const float* pfMis
     if (x < iProjX)
         AddPixel<FX>(avSums, LoadX(pfA + x, iProjX - x, 0.0f), LoadX(pfB + x, iProjX - x, 0.0f),
                      LoadX(pfMiss + x, iProjX - x, 1.0f));
-    for (int q = 0; q < eCompareSums; ++q) StoreX(pafPartial[q] + iFirst, avSums[q], TALVEN_VECTOR);
+    for (int q = 0; q < eCompareSums; ++q) StoreX(pafPartial[q] + iFirst, avSums[q]);
 }
 
 /// Sum of all partial sums, by halves.
@@ -124,8 +168,7 @@ DEVICE_FN float SumByHalves(float* pfPartial)
     int iStride = g_iComparePartials / 2;
     for (; iStride >= TALVEN_VECTOR; iStride /= 2)
         for (int t = 0; t < iStride; t += TALVEN_VECTOR)
-            StoreX(pfPartial + t, LoadX(pfPartial + t) + LoadX(pfPartial + t + iStride),
-                   TALVEN_VECTOR);
+            StoreX(pfPartial + t, LoadX(pfPartial + t) + LoadX(pfPartial + t + iStride));
     for (; iStride > 0; iStride /= 2)
         for (int t = 0; t < iStride; ++t) pfPartial[t] += pfPartial[t + iStride];
     return pfPartial[0];

@@ -44,6 +44,12 @@ void TransposeBlock(const float* pfIn, std::size_t tStrideIn, int iRows, int iCo
             pfOut[c * tStrideOut + r] = pfIn[r * tStrideIn + c];
 }
 
+/// Rows of images of one lane stand in the image as they stand outside.
+void CopyRow(float* pfOut, const float* pfIn, int iColumns)
+{
+    std::memcpy(pfOut, pfIn, std::size_t(iColumns) * sizeof(float));
+}
+
 constexpr int g_iColumns = 64;  // of a block: whole cache lines on either side
 
 float* ElementOf(const DeviceImage& rImage, int iX, int iY)
@@ -57,6 +63,12 @@ void Interleave(const DeviceImage& rImage, const HostRows<const float>& rSource,
                 int iWidth, int iHeight)
 {
     const int iLanes = rImage.iLanes, iRows = std::min(iLanes, rSource.iLanes);
+    if (iLanes == 1 && iRows == 1)
+    {
+        for (int y = 0; y < iHeight; ++y)
+            CopyRow(ElementOf(rImage, iX0, iY0 + y), rSource.pData + y * rSource.tStrideY, iWidth);
+        return;
+    }
     for (int y = 0; y < iHeight; ++y)
         for (int x = 0; x < iWidth; x += g_iColumns)
         {
@@ -73,6 +85,12 @@ void Deinterleave(const DeviceImage& rImage, const HostRows<float>& rDest, int i
                   int iWidth, int iHeight)
 {
     const int iRows = std::min(rImage.iLanes, rDest.iLanes);
+    if (rImage.iLanes == 1 && iRows == 1)
+    {
+        for (int y = 0; y < iHeight; ++y)
+            CopyRow(rDest.pData + y * rDest.tStrideY, ElementOf(rImage, iX0, iY0 + y), iWidth);
+        return;
+    }
     for (int y = 0; y < iHeight; ++y)
         for (int x = 0; x < iWidth; x += g_iColumns)
             TransposeBlock(ElementOf(rImage, iX0 + x, iY0 + y), rImage.iLanes,
