@@ -7,12 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "Util/Util_Volume.h"
 #include "bench/Literal.h"
+#include "gpulib/App/TomoSmooth.h"
 #include "gpulib/Device/Backend.h"
-#include "gpulib/Device/DeviceArray3D.h"
 #include "gpulib/Device/DeviceError.h"
-#include "gpulib/Device/GSmooth.h"
-#include "gpulib/Device/PitchedPtr3D.h"
 
 namespace
 {
@@ -41,45 +40,44 @@ std::vector<float> MakeKernel(bool bGaussian)
     return vfKernel;
 }
 
-/// Seconds of the best of some runs, infinite when the device refuses.
+/// Seconds of the best of some passes with all their copies, infinite when the device refuses.
 double TimeSmooth(const std::vector<float>& rVolume, const std::vector<float>& rKernel, int iRuns,
-                  std::vector<float>& rOut)
+                  Util_Volume& rOut)
 {
-    CDeviceArray3D aVolume, aKernel;
-    CPitchedPtr3D aOut;
-    GSmooth aSmooth;
+    Util_Volume aKernel;
+    aKernel.SetSize(g_aiKernel[0], g_aiKernel[1], g_aiKernel[2]);
+    std::ranges::copy(rKernel, aKernel.GetData());
+    CTomoSmooth aSmooth;
+    aSmooth.SetVolume(&rOut);
+    aSmooth.SetKernel(&aKernel);
+    aSmooth.SetDeviceInfo(1, 0, 0);
     double dBest = INFINITY;
-    if (!GetBackend()->SelectDevice(0) || !aVolume.Create(g_aiSize[0], g_aiSize[1], g_aiSize[2]) ||
-        !aVolume.HostToDevice(rVolume.data()) || !aKernel.Create(7, 7, 7) ||
-        !aKernel.HostToDevice(rKernel.data()) ||
-        !aOut.Create(g_aiSize[0], g_aiSize[1], g_aiSize[2]))
-        return dBest;
-    aSmooth.SetVolSize(g_aiSize);
-    aSmooth.SetGauSize(g_aiKernel);
-    aSmooth.SetVolumeArray(aVolume.GetImage());
-    aSmooth.SetGaussianArray(aKernel.GetImage());
-    for (int i = 0; i < iRuns; ++i)
+    for (int i = 0; i < iRuns && GetBackend()->SelectDevice(0); ++i)
     {
+        std::ranges::copy(rVolume, rOut.GetData());
         const double dStart = ThreadSeconds();
-        if (!aSmooth.DoIt(aOut.GetImage())) return INFINITY;
+        if (!aSmooth.DoIt()) return INFINITY;
+        aSmooth.Assemble();
         dBest = std::min(dBest, ThreadSeconds() - dStart);
     }
-    return aOut.ToHost(rOut.data()) ? dBest : INFINITY;
+    return dBest;
 }
 
-bool Agrees(const std::vector<float>& rOut, const std::vector<float>& rLiteral)
+bool Agrees(const Util_Volume& rOut, const std::vector<float>& rLiteral)
 {
     double dWorst = 0;
     for (std::size_t i = 0; i < rLiteral.size(); ++i)
-        dWorst =
-            std::max(dWorst, std::fabs(double(rOut[i + g_iFirst * g_tSlice]) / rLiteral[i] - 1));
+        dWorst = std::max(
+            dWorst, std::fabs(double(rOut.GetData()[i + g_iFirst * g_tSlice]) / rLiteral[i] - 1));
     return dWorst < 5e-6;  // of both loops together
 }
 }  // namespace
 
 bool PrintSmooth()
 {
-    std::vector<float> vfVolume(g_tVoxels), vfOut(g_tVoxels);
+    std::vector<float> vfVolume(g_tVoxels);
+    Util_Volume aOut;
+    aOut.SetSize(g_aiSize[0], g_aiSize[1], g_aiSize[2]);
     unsigned uiState = 1;
     for (float& rfValue : vfVolume)
         rfValue = float((uiState = uiState * 1664525u + 1013904223u) >> 8) * 0x1p-24f + 0.1f;
@@ -103,10 +101,10 @@ bool PrintSmooth()
     for (const std::string& rSet : GetHostInstructionSets())
     {
         SetBackend(MakeHostBackend(rSet, 1));
-        const double dGaussian = TimeSmooth(vfVolume, MakeKernel(true), 3, vfOut);
-        bool bSame = Agrees(vfOut, avfLiteral[true]);
-        const double dAny = TimeSmooth(vfVolume, MakeKernel(false), 1, vfOut);
-        bSame = bSame && Agrees(vfOut, avfLiteral[false]);
+        const double dGaussian = TimeSmooth(vfVolume, MakeKernel(true), 3, aOut);
+        bool bSame = Agrees(aOut, avfLiteral[true]);
+        const double dAny = TimeSmooth(vfVolume, MakeKernel(false), 1, aOut);
+        bSame = bSame && Agrees(aOut, avfLiteral[false]);
         SetBackend(nullptr);
         std::printf("%-10s %16.2f %8.0fx %16.2f %8.1fx\n", rSet.c_str(), dGaussian,
                     dLiteral / dGaussian, dAny, dLiteral / dAny);

@@ -136,6 +136,8 @@ TEST(Hostile, JobsRefuseWhatTheyCannotUse)
         {"angle infinite", Msg::eProjSize, {4, 3, 5}, {Bits(INFINITY), 0}},
         {"volume of other height", Msg::eVolSize, {4, 2, 6}, {}},
         {"box NaN", Msg::eWeightOpt, {1, 1, g_uiNaN, 0, 0, 0}, {}},
+        {"kernel NaN", Msg::eSmoothOpt, {1, 2, 1, 1}, {Bits(1), g_uiNaN}},
+        {"kernel of zeros", Msg::eSmoothOpt, {1, 2, 1, 1}, {0, 0}},
     };
     ServerProcess aServer;
     aServer.Start();
