@@ -223,7 +223,7 @@ TEST_F(Reconstruct, ADriftIsFoundTakenOutAndForgotten)
     }
     mRun({"transform", "--measured", m_aDir / "raw.mrc", "--matrices", m_aDir / "shifts.txt", "-o",
           m_aDir / "aligned.mrc"});
-    const auto Reconstruct = [&](const std::string& strTilts)
+    const auto CorrelationOf = [&](const std::string& strTilts)
     {
         Args vstrArgs =
             mArgs("rec.mrc", {"--subsets", "41", "--json", "--reference", m_aDir / "ph_truth.mrc"});
@@ -231,9 +231,9 @@ TEST_F(Reconstruct, ADriftIsFoundTakenOutAndForgotten)
         const nlohmann::json aJson = nlohmann::json::parse(mRun(vstrArgs).m_strOut, nullptr, false);
         return aJson["reference"]["correlation"].get<double>();
     };
-    const double dExact = Reconstruct("ph.mrc");
-    EXPECT_GT(Reconstruct("aligned.mrc"), dExact - 0.05);
-    EXPECT_LT(Reconstruct("raw.mrc"), dExact - 0.1);
+    const double dExact = CorrelationOf("ph.mrc");
+    EXPECT_GT(CorrelationOf("aligned.mrc"), dExact - 0.05);
+    EXPECT_LT(CorrelationOf("raw.mrc"), dExact - 0.1);
 }
 
 TEST_F(Reconstruct, AServerOfOneselfServesManyClients)
