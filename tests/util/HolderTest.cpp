@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <bit>
 #include <limits>
 #include <thread>
 
 #include "Util/Util_Volume.h"
+#include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Recon/HolderMemory.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/ReconOpt.h"
@@ -68,6 +71,35 @@ TEST_F(Holders, StackKeepsAnglesAndFindsRanges)
     EXPECT_EQ(std::vector(auiRange.begin() + 10, auiRange.begin() + 20), vuiExpected);
     EXPECT_EQ(auiRange[0], 0u);
     EXPECT_EQ(auiRange[1], 6u);
+}
+
+TEST_F(Holders, CompareSumsDoNotDependOnTheOrderOfBands)
+{
+    CCompareSum& rSums = *CCompareSum::GetInstance();
+    rSums.StopTimer();
+    EXPECT_EQ(rSums.GetMilliseconds(), 0u);  // never started
+    std::vector<int> viOrder = {0, 1, 2, 3};
+    const float afDiff[] = {1e30f, 1e-3f, -1e30f, 7.0f};
+    std::uint32_t uiFirst = 0;
+    do
+    {
+        rSums.Reset();
+        EXPECT_EQ(rSums.GetCount(), 0u);
+        for (const int i : viOrder)
+        {
+            CCompareSum::Band aBand;
+            aBand.iStartY = 10 * i;
+            aBand.fSumDiff = afDiff[i];
+            aBand.fCount = 250;
+            rSums.Add(aBand);
+        }
+        EXPECT_EQ(rSums.GetCount(), std::bit_cast<std::uint32_t>(1000.0f));
+        if (std::ranges::is_sorted(viOrder)) uiFirst = rSums.GetSumDiff();
+        EXPECT_EQ(rSums.GetSumDiff(), uiFirst);
+    } while (std::ranges::next_permutation(viOrder).found);
+    rSums.StopTimer();
+    EXPECT_LT(rSums.GetMilliseconds(), 10000u);
+    CCompareSum::DeleteInstance();
 }
 
 TEST_F(Holders, RefuseWhatTheMachineCannotHold)
