@@ -22,7 +22,7 @@ CUDA_FN void WeightBody(int iX, int iPosition, int iLane, const WeightParams& rP
     float fValue = LoadTexel(rP.aIn, iX, iRow, iLane);
     if (rP.eOperation != EWeight::eCopy)
     {
-        const float fWeight = TableRow<float>(rP.aWeight, iRow)[iX];
+        const float fWeight = LoadTexel(rP.aWeight, iX, iRow, 0);
         fValue = rP.eOperation == EWeight::eReproj ? fValue / fWeight : fValue * fWeight;
     }
     StoreTexel(rP.aOut, iX, iRow, iLane, fValue);
