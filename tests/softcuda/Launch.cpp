@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "tests/softcuda/Call.h"
-#include "tests/softcuda/Trap.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
@@ -95,7 +94,7 @@ void RunThreads(CDevice& rDevice, const Shape& rShape, const std::function<void(
     std::optional<Block> oBlock;
     const auto NewBlock = [&]() noexcept
     {
-        if (oBlock && oBlock->bDiverged) rDevice.Break(cudaErrorLaunchFailure);
+        if (oBlock && oBlock->bDiverged) Trap("threads of a block met different barriers");
         std::memset(s_afShared, 0xFF, rShape.tShared);
         oBlock.emplace(iThreads);
     };
@@ -163,23 +162,18 @@ void BlockBarrier()
 
 cudaError_t Launch(const cudaLaunchConfig_t* pConfig, std::function<void()> Kernel)
 {
-    cudaStream_t pStream = pConfig->stream;
-    return OnDevice(
-        "cudaLaunchKernelEx", OwnerOfStream(pStream),
-        [&](CDevice& rDevice)
-        {
-            if (&rDevice != Current()) return cudaErrorInvalidResourceHandle;
-            const cudaError_t eError = Check(*pConfig);
-            if (eError != cudaSuccess) return eError;
-            const Shape aShape{pConfig->gridDim, pConfig->blockDim, pConfig->dynamicSmemBytes};
-            rDevice.Enqueue(rDevice.GetStream(pStream),
-                            [=, &rDevice]
-                            {
-                                ++rDevice.m_iLaunches;
-                                (aShape.tShared > 0 ? RunThreads : RunLoop)(rDevice, aShape,
-                                                                            Kernel);
-                            });
-            return cudaSuccess;
-        });
+    const CCall aCall("cudaLaunchKernelEx", OwnerOf(pConfig->stream));
+    if (aCall.IsRefused()) return aCall.End();
+    if (&*aCall != Current()) return aCall.End(cudaErrorInvalidResourceHandle);
+    const cudaError_t eError = Check(*pConfig);
+    if (eError != cudaSuccess) return aCall.End(eError);
+    const Shape aShape{pConfig->gridDim, pConfig->blockDim, pConfig->dynamicSmemBytes};
+    const auto RunLaunch = [=, pDevice = &*aCall]
+    {
+        ++pDevice->m_iLaunches;
+        (aShape.tShared > 0 ? RunThreads : RunLoop)(*pDevice, aShape, Kernel);
+    };
+    aCall->Enqueue(aCall->GetStream(pConfig->stream), RunLaunch);
+    return aCall.End();
 }
 }  // namespace SoftCuda
