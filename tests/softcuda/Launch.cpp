@@ -5,6 +5,13 @@
 #include "tests/softcuda/Call.h"
 #include "tests/softcuda/Kernel.h"
 
+#if defined(__has_feature)  // how clang says it
+#if __has_feature(address_sanitizer)
+#define __SANITIZE_ADDRESS__ 1
+#elif __has_feature(thread_sanitizer)
+#define __SANITIZE_THREAD__ 1
+#endif
+#endif
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
 #else
