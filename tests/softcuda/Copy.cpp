@@ -65,36 +65,39 @@ bool SetKind(const CDevice& rDevice, Box& rBox, cudaMemcpyKind eKind)
 /// From pageable memory the bytes are taken now; from pinned memory when the copy runs.
 void Enqueue(CDevice& rDevice, CUstream_st& rStream, Box aBox)
 {
-    if (!aBox.aSrc.bHost || Sys().aPinned.Holds(aBox.aSrc.pu, aBox.GetSpan(aBox.aSrc)))
+    Place& rSrc = aBox.aSrc;
+    if (!rSrc.bHost || Sys().aOwners.FindAround(EKind::ePinned, rSrc.pu, aBox.GetSpan(rSrc)))
         return rDevice.Enqueue(rStream, [aBox] { aBox.Copy(); });
     auto pStage = std::make_shared<std::vector<unsigned char>>();
-    aBox.ForRows([&](auto*, const auto* puFrom)
-                 { pStage->insert(pStage->end(), puFrom, puFrom + aBox.tWidth); });
-    aBox.aSrc.pu = pStage->data();
-    aBox.aSrc.tPitch = aBox.tWidth;
-    aBox.aSrc.tSlice = aBox.tWidth * aBox.tHeight;
+    const auto TakeRow = [&](auto*, const auto* puFrom)
+    { pStage->insert(pStage->end(), puFrom, puFrom + aBox.tWidth); };
+    aBox.ForRows(TakeRow);
+    rSrc.pu = pStage->data();
+    rSrc.tPitch = aBox.tWidth;
+    rSrc.tSlice = aBox.tWidth * aBox.tHeight;
     rDevice.Enqueue(rStream, [aBox, pStage] { aBox.Copy(); });
 }
 
-cudaError_t Submit(CDevice& rDevice, cudaStream_t pStream, bool bBlocking, Box aBox,
+cudaError_t Submit(const CCall& rCall, cudaStream_t pStream, bool bBlocking, Box aBox,
                    cudaMemcpyKind eKind)
 {
-    if (!SetKind(rDevice, aBox, eKind)) return cudaErrorInvalidMemcpyDirection;
-    if (aBox.IsEmpty()) return cudaSuccess;
+    if (rCall.IsRefused() || aBox.IsEmpty()) return rCall.End();
+    if (!SetKind(*rCall, aBox, eKind)) return rCall.End(cudaErrorInvalidMemcpyDirection);
     for (const Place* pPlace : {&aBox.aDst, &aBox.aSrc})
-        if (const cudaError_t eError = Check(rDevice, aBox, *pPlace); eError != cudaSuccess)
-            return eError;
-    CUstream_st& rStream = rDevice.GetStream(pStream);
-    // A blocking copy within the device does not wait for it: only the default stream does.
-    const bool bWithin = !aBox.aSrc.bHost && !aBox.aDst.bHost;
-    if ((bBlocking && !bWithin) || (aBox.aSrc.bHost && aBox.aDst.bHost))
+        if (const cudaError_t eError = Check(*rCall, aBox, *pPlace); eError != cudaSuccess)
+            return rCall.End(eError);
+    CUstream_st& rStream = rCall->GetStream(pStream);
+    const bool bWithinHost = aBox.aSrc.bHost && aBox.aDst.bHost;
+    const bool bWithinDevice = !aBox.aSrc.bHost && !aBox.aDst.bHost;
+    // A "blocking" copy within the device does not hold up the host: it waits in its stream.
+    if (bWithinHost || (bBlocking && !bWithinDevice))
     {
-        rDevice.Drain(rStream);
-        if (!rDevice.IsBroken()) aBox.Copy();
+        rCall->Drain(rStream);
+        if (!rCall->IsBroken()) aBox.Copy();
     }
     else
-        Enqueue(rDevice, rStream, aBox);
-    return cudaSuccess;
+        Enqueue(*rCall, rStream, aBox);
+    return rCall.End();
 }
 
 Place Linear(const void* pvFirst, std::size_t tPitch, std::size_t tSlice = 0)
@@ -110,8 +113,8 @@ Box Rows(void* pvDst, std::size_t tDstPitch, const void* pvSrc, std::size_t tSrc
 
 /// One side of a 3-D copy: an array or a pitched pointer, never both. The position counts the
 /// elements of that side; those of a pointer are bytes.
-bool SetSide(const CDevice& rDevice, Place& rPlace, const Box& rBox, cudaArray_t pArray,
-             const cudaPos& rPos, const cudaPitchedPtr& rPtr)
+bool SetSide(Place& rPlace, const Box& rBox, const cudaArray* pArray, const cudaPos& rPos,
+             const cudaPitchedPtr& rPtr)
 {
     if (!pArray == !rPtr.ptr) return false;
     if (!pArray)
@@ -123,7 +126,6 @@ bool SetSide(const CDevice& rDevice, Place& rPlace, const Box& rBox, cudaArray_t
         rPlace.pu += rPos.z * rPlace.tSlice + rPos.y * rPlace.tPitch + rPos.x;
         return true;
     }
-    if (OwnerOf(pArray) != &rDevice) return false;
     const cudaExtent& rSize = pArray->aSize;
     if (rPos.x * pArray->tElement + rBox.tWidth > rSize.width * pArray->tElement ||
         rPos.y + rBox.tHeight > rSize.height || rPos.z + rBox.tDepth > rSize.depth)
@@ -136,102 +138,85 @@ bool SetSide(const CDevice& rDevice, Place& rPlace, const Box& rBox, cudaArray_t
     return true;
 }
 
-cudaError_t Submit3D(CDevice& rDevice, cudaStream_t pStream, bool bBlocking,
+cudaError_t Submit3D(const CCall& rCall, cudaStream_t pStream, bool bBlocking,
                      const cudaMemcpy3DParms& r)
 {
+    if (rCall.IsRefused()) return rCall.End();
     for (cudaArray_t pArray : {r.srcArray, r.dstArray})
-        if (pArray && OwnerOf(pArray) != &rDevice) return cudaErrorInvalidResourceHandle;
+        if (pArray && OwnerOf(pArray) != &*rCall) return rCall.End(cudaErrorInvalidResourceHandle);
     if (r.srcArray && r.dstArray && r.srcArray->tElement != r.dstArray->tElement)
-        return cudaErrorInvalidValue;
+        return rCall.End(cudaErrorInvalidValue);
+    // The width counts elements of the array where there is one, else bytes.
     const cudaArray* pArray = r.srcArray ? r.srcArray : r.dstArray;
-    Box aBox;  // the width counts elements of the array where there is one, else bytes
-    aBox.tWidth = r.extent.width * (pArray ? pArray->tElement : 1);
-    aBox.tHeight = r.extent.height;
-    aBox.tDepth = r.extent.depth;
-    if (!SetSide(rDevice, aBox.aSrc, aBox, r.srcArray, r.srcPos, r.srcPtr) ||
-        !SetSide(rDevice, aBox.aDst, aBox, r.dstArray, r.dstPos, r.dstPtr))
-        return cudaErrorInvalidValue;
-    return Submit(rDevice, pStream, bBlocking, aBox, r.kind);
+    const std::size_t tElement = pArray ? pArray->tElement : 1;
+    Box aBox{{}, {}, r.extent.width * tElement, r.extent.height, r.extent.depth};
+    if (!SetSide(aBox.aSrc, aBox, r.srcArray, r.srcPos, r.srcPtr) ||
+        !SetSide(aBox.aDst, aBox, r.dstArray, r.dstPos, r.dstPtr))
+        return rCall.End(cudaErrorInvalidValue);
+    return Submit(rCall, pStream, bBlocking, aBox, r.kind);
 }
 
-cudaError_t Fill(CDevice& rDevice, cudaStream_t pStream, Box aBox, int iValue)
+/// Fills tHeight rows of tWidth bytes.
+cudaError_t Fill(const CCall& rCall, cudaStream_t pStream, const Place& rPlace, int iValue,
+                 std::size_t tWidth, std::size_t tHeight)
 {
-    if (aBox.IsEmpty()) return cudaSuccess;
-    if (const cudaError_t eError = Check(rDevice, aBox, aBox.aDst); eError != cudaSuccess)
-        return eError;
-    rDevice.Enqueue(
-        rDevice.GetStream(pStream),
-        [=] {
-            aBox.ForRows([&](auto* puTo, const auto*) { std::memset(puTo, iValue, aBox.tWidth); });
-        });
-    return cudaSuccess;
+    const Box aBox{rPlace, {}, tWidth, tHeight};
+    if (rCall.IsRefused() || aBox.IsEmpty()) return rCall.End();
+    const cudaError_t eError = Check(*rCall, aBox, aBox.aDst);
+    if (eError != cudaSuccess) return rCall.End(eError);
+    const auto FillRow = [=](auto* puTo, const auto*) { std::memset(puTo, iValue, tWidth); };
+    rCall->Enqueue(rCall->GetStream(pStream), [=] { aBox.ForRows(FillRow); });
+    return rCall.End();
 }
 }  // namespace
 
 cudaError_t cudaMemsetAsync(void* devPtr, int value, std::size_t count, cudaStream_t stream)
 {
-    return OnDevice(__func__, OwnerOfStream(stream),
-                    [&](CDevice& rDevice) {
-                        return Fill(rDevice, stream, {Linear(devPtr, 0), {}, count}, value);
-                    });
+    const CCall aCall(__func__, OwnerOf(stream));
+    return Fill(aCall, stream, Linear(devPtr, count), value, count, 1);
 }
 
 cudaError_t cudaMemset2DAsync(void* devPtr, std::size_t pitch, int value, std::size_t width,
                               std::size_t height, cudaStream_t stream)
 {
-    return OnDevice(
-        __func__, OwnerOfStream(stream),
-        [&](CDevice& rDevice) {
-            return Fill(rDevice, stream, {Linear(devPtr, pitch), {}, width, height}, value);
-        });
+    const CCall aCall(__func__, OwnerOf(stream));
+    return Fill(aCall, stream, Linear(devPtr, pitch), value, width, height);
 }
 
 cudaError_t cudaMemcpy(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind)
 {
-    return OnDevice(
-        __func__, Current(),
-        [&](CDevice& rDevice)
-        { return Submit(rDevice, nullptr, true, Rows(dst, count, src, count, count, 1), kind); });
+    const CCall aCall(__func__, Current());
+    return Submit(aCall, nullptr, true, Rows(dst, count, src, count, count, 1), kind);
 }
 
 cudaError_t cudaMemcpyAsync(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind,
                             cudaStream_t stream)
 {
-    return OnDevice(
-        __func__, OwnerOfStream(stream),
-        [&](CDevice& rDevice)
-        { return Submit(rDevice, stream, false, Rows(dst, count, src, count, count, 1), kind); });
+    const CCall aCall(__func__, OwnerOf(stream));
+    return Submit(aCall, stream, false, Rows(dst, count, src, count, count, 1), kind);
 }
 
 cudaError_t cudaMemcpy2D(void* dst, std::size_t dpitch, const void* src, std::size_t spitch,
                          std::size_t width, std::size_t height, cudaMemcpyKind kind)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice) {
-                        return Submit(rDevice, nullptr, true,
-                                      Rows(dst, dpitch, src, spitch, width, height), kind);
-                    });
+    const CCall aCall(__func__, Current());
+    return Submit(aCall, nullptr, true, Rows(dst, dpitch, src, spitch, width, height), kind);
 }
 
 cudaError_t cudaMemcpy2DAsync(void* dst, std::size_t dpitch, const void* src, std::size_t spitch,
                               std::size_t width, std::size_t height, cudaMemcpyKind kind,
                               cudaStream_t stream)
 {
-    return OnDevice(__func__, OwnerOfStream(stream),
-                    [&](CDevice& rDevice) {
-                        return Submit(rDevice, stream, false,
-                                      Rows(dst, dpitch, src, spitch, width, height), kind);
-                    });
+    const CCall aCall(__func__, OwnerOf(stream));
+    return Submit(aCall, stream, false, Rows(dst, dpitch, src, spitch, width, height), kind);
 }
 
 cudaError_t cudaMemcpy3D(const cudaMemcpy3DParms* p)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice) { return Submit3D(rDevice, nullptr, true, *p); });
+    return Submit3D(CCall(__func__, Current()), nullptr, true, *p);
 }
 
 cudaError_t cudaMemcpy3DAsync(const cudaMemcpy3DParms* p, cudaStream_t stream)
 {
-    return OnDevice(__func__, OwnerOfStream(stream),
-                    [&](CDevice& rDevice) { return Submit3D(rDevice, stream, false, *p); });
+    return Submit3D(CCall(__func__, OwnerOf(stream)), stream, false, *p);
 }

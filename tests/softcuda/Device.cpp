@@ -9,6 +9,9 @@
 
 namespace SoftCuda
 {
+namespace
+{
+/// Memory that no program can take for initialised; free() ends it.
 unsigned char* NewMemory(std::size_t tBytes)
 {
     void* pvMemory = nullptr;
@@ -16,6 +19,7 @@ unsigned char* NewMemory(std::size_t tBytes)
     std::memset(pvMemory, 0xFF, tBytes);
     return static_cast<unsigned char*>(pvMemory);
 }
+}  // namespace
 
 CDevice::CDevice()
 {
@@ -40,30 +44,34 @@ unsigned char* CDevice::Allocate(std::size_t tBytes)
 {
     if (!mTake(tBytes)) return nullptr;
     unsigned char* puMemory = NewMemory(tBytes);
-    m_aAllocations[reinterpret_cast<std::uintptr_t>(puMemory)] = tBytes;
-    Sys().aHandles.Add(puMemory, this);
+    Sys().aOwners.Add(EKind::eMemory, puMemory, tBytes, this);
     return puMemory;
 }
 
-bool CDevice::Free(void* pvMemory)
+void CDevice::Free(void* pvMemory)
 {
-    const auto iFound = m_aAllocations.find(reinterpret_cast<std::uintptr_t>(pvMemory));
-    if (iFound == m_aAllocations.end()) return false;
     Synchronize();
-    m_tUsed -= iFound->second;
-    m_aAllocations.erase(iFound);
-    Sys().aHandles.Remove(pvMemory);
+    m_tUsed -= Sys().aOwners.Remove(pvMemory);
     std::free(pvMemory);
-    return true;
 }
 
 bool CDevice::Holds(const void* pvFirst, std::size_t tBytes) const
 {
-    const auto uFirst = reinterpret_cast<std::uintptr_t>(pvFirst);
-    auto iNext = m_aAllocations.upper_bound(uFirst);
-    if (iNext == m_aAllocations.begin()) return false;
-    const auto [uBegin, tSize] = *--iNext;
-    return uFirst - uBegin < tSize && tBytes <= tSize - (uFirst - uBegin);
+    return Sys().aOwners.FindAround(EKind::eMemory, pvFirst, tBytes) == this;
+}
+
+void* CDevice::AllocatePinned(std::size_t tBytes)
+{
+    void* pvMemory = NewMemory(tBytes);
+    Sys().aOwners.Add(EKind::ePinned, pvMemory, tBytes, this);
+    return pvMemory;
+}
+
+void CDevice::FreePinned(void* pvMemory)
+{
+    Synchronize();
+    Sys().aOwners.Remove(pvMemory);
+    std::free(pvMemory);
 }
 
 cudaArray* CDevice::AddArray(const cudaArray& rShape)
@@ -72,7 +80,7 @@ cudaArray* CDevice::AddArray(const cudaArray& rShape)
     m_vArrays.push_back(std::make_unique<cudaArray>(rShape));
     cudaArray* pArray = m_vArrays.back().get();
     pArray->puTexels = NewMemory(pArray->GetBytes());
-    Sys().aHandles.Add(pArray, this);
+    Sys().aOwners.Add(EKind::eArray, pArray, 1, this);
     return pArray;
 }
 
@@ -83,7 +91,7 @@ void CDevice::FreeArray(cudaArray* pArray)
         if (rObject.pArray == pArray) rObject.pArray = nullptr;
     m_tUsed -= pArray->GetBytes();
     std::free(pArray->puTexels);
-    Sys().aHandles.Remove(pArray);
+    Sys().aOwners.Remove(pArray);
     std::erase_if(m_vArrays, [=](const auto& pOther) { return pOther.get() == pArray; });
 }
 
@@ -103,13 +111,15 @@ Object* CDevice::FindObject(unsigned long long uHandle, bool bTexture)
 
 void CDevice::Count(LiveObjects& rLive) const
 {
-    rLive.iAllocations += m_aAllocations.size();
-    rLive.iArrays += m_vArrays.size();
-    rLive.iEvents += m_vEvents.size();
+    const auto Held = [this](EKind eKind)
+    { return static_cast<int>(Sys().aOwners.GetAll(eKind, this).size()); };
+    rLive.iAllocations += Held(EKind::eMemory);
+    rLive.iPinned += Held(EKind::ePinned);
+    rLive.iArrays += Held(EKind::eArray);
+    rLive.iStreams += Held(EKind::eStream);
+    rLive.iEvents += Held(EKind::eEvent);
     for (const Object& rObject : m_vObjects)
         if (rObject.bLive) ++(rObject.bTexture ? rLive.iTextures : rLive.iSurfaces);
-    for (const auto& pStream : m_vStreams)
-        if (pStream != m_vStreams[0] && !pStream->bDestroyed) ++rLive.iStreams;
 }
 
 void CDevice::FreeAll()
@@ -117,9 +127,10 @@ void CDevice::FreeAll()
     Synchronize();
     m_vObjects.assign(m_vObjects.size(), {});  // old handles stay dead
     while (!m_vArrays.empty()) FreeArray(m_vArrays.back().get());
-    while (!m_aAllocations.empty()) Free(reinterpret_cast<void*>(m_aAllocations.begin()->first));
     while (!m_vEvents.empty()) DestroyEvent(m_vEvents.back().get());
     while (m_vStreams.size() > 1) DestroyStream(m_vStreams.back().get());
+    for (void* pvMemory : Sys().aOwners.GetAll(EKind::eMemory, this)) Free(pvMemory);
+    for (void* pvMemory : Sys().aOwners.GetAll(EKind::ePinned, this)) FreePinned(pvMemory);
 }
 
 void CDevice::Forget()

@@ -3,10 +3,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -93,11 +91,12 @@ public:
     cudaEvent_t AddEvent(bool bTiming);
     void DestroyEvent(cudaEvent_t pEvent);
 
-    // Memory. New memory holds 0xFF bytes: quiet NaNs.
+    // Memory. New memory holds 0xFF bytes: quiet NaNs. Freeing waits for the device.
     unsigned char* Allocate(std::size_t tBytes);  ///< null: the device is full
-    bool Free(void* pvMemory);                    ///< false: not an allocation
-    /// Whether the bytes lie within one allocation.
-    bool Holds(const void* pvFirst, std::size_t tBytes) const;
+    void Free(void* pvMemory);
+    bool Holds(const void* pvFirst, std::size_t tBytes) const;  ///< within one allocation
+    void* AllocatePinned(std::size_t tBytes);                   ///< host memory
+    void FreePinned(void* pvMemory);
     cudaArray* AddArray(const cudaArray& rShape);  ///< null: the device is full
     void FreeArray(cudaArray* pArray);
 
@@ -126,12 +125,8 @@ private:
     std::vector<std::unique_ptr<CUstream_st>> m_vStreams;  // the first: the default stream
     std::vector<std::unique_ptr<CUevent_st>> m_vEvents;
     std::vector<std::unique_ptr<cudaArray>> m_vArrays;
-    std::map<std::uintptr_t, std::size_t> m_aAllocations;  // begin, bytes
     std::vector<Object> m_vObjects;
     std::size_t m_tUsed = 0, m_tPeak = 0;
     bool m_bRunningOthers = false;
 };
-
-/// Host or device memory that no program can take for initialised; free() ends it.
-unsigned char* NewMemory(std::size_t tBytes);
 }  // namespace SoftCuda

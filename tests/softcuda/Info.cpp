@@ -1,56 +1,23 @@
+#include <array>
 #include <cstdio>
 
 #include "tests/softcuda/Call.h"
 
-// Devices and errors.
+// What can be asked of the driver and of a device; the texts of errors.
 
 using namespace SoftCuda;
 
 namespace
 {
-thread_local int t_iDevice = 0;
-thread_local cudaError_t t_eLast = cudaSuccess;
-
-cudaError_t StickyOr(cudaError_t eError)
+std::array<const char*, 2> Describe(cudaError_t eError)
 {
-    return Sys().iDevices > 0 && Current()->IsBroken() ? Current()->GetSticky() : eError;
+#define SOFTCUDA_CASE(VALUE, NAME, TEXT) \
+    if (eError == NAME) return {#NAME, TEXT};
+    SOFTCUDA_ERRORS(SOFTCUDA_CASE)
+#undef SOFTCUDA_CASE
+    return {"unrecognized error code", "unrecognized error code"};
 }
 }  // namespace
-
-namespace SoftCuda
-{
-cudaError_t Note(cudaError_t eError)
-{
-    if (eError != cudaSuccess && eError != cudaErrorNotReady) t_eLast = eError;
-    return eError;
-}
-
-cudaError_t Begin(const char* pcCall)
-{
-    if (Sys().iDevices < 0) return cudaErrorInsufficientDriver;
-    if (Sys().iDevices == 0) return cudaErrorNoDevice;
-    return Sys().aFailures.Take(pcCall);
-}
-
-CDevice* Current()
-{
-    return &Sys().aDevices[t_iDevice];
-}
-CDevice* OwnerOf(const void* pvHandle)
-{
-    return Sys().aHandles.Find(pvHandle);
-}
-CDevice* OwnerOfStream(cudaStream_t pStream)
-{
-    return pStream ? OwnerOf(pStream) : Current();
-}
-
-bool IsSticky(cudaError_t eError)
-{
-    return eError == cudaErrorIllegalAddress || eError == cudaErrorLaunchFailure ||
-           eError == cudaErrorLaunchTimeout || eError == cudaErrorECCUncorrectable;
-}
-}  // namespace SoftCuda
 
 cudaError_t cudaGetDeviceCount(int* count)
 {
@@ -72,22 +39,6 @@ cudaError_t cudaRuntimeGetVersion(int* runtimeVersion)
     return cudaSuccess;
 }
 
-cudaError_t cudaSetDevice(int device)
-{
-    const cudaError_t eError = Begin(__func__);
-    if (eError != cudaSuccess) return Note(eError);
-    if (device < 0 || device >= Sys().iDevices) return Note(cudaErrorInvalidDevice);
-    t_iDevice = device;
-    return cudaSuccess;
-}
-
-cudaError_t cudaGetDevice(int* device)
-{
-    const cudaError_t eError = Begin(__func__);
-    if (eError == cudaSuccess) *device = t_iDevice;
-    return Note(eError);
-}
-
 cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device)
 {
     const cudaError_t eError = Begin(__func__);
@@ -103,69 +54,32 @@ cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device)
 
 cudaError_t cudaMemGetInfo(std::size_t* free, std::size_t* total)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        *total = rDevice.m_tMemory;
-                        *free = *total > rDevice.GetUsed() ? *total - rDevice.GetUsed() : 0;
-                        return cudaSuccess;
-                    });
-}
-
-cudaError_t cudaPeekAtLastError()
-{
-    return StickyOr(t_eLast);
-}
-
-cudaError_t cudaGetLastError()
-{
-    const cudaError_t eError = StickyOr(t_eLast);
-    t_eLast = cudaSuccess;
-    return eError;
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    *total = aCall->m_tMemory;
+    *free = *total > aCall->GetUsed() ? *total - aCall->GetUsed() : 0;
+    return aCall.End();
 }
 
 const char* cudaGetErrorName(cudaError_t error)
 {
-    switch (error)
-    {
-#define SOFTCUDA_CASE(VALUE, NAME, TEXT) \
-    case NAME:                           \
-        return #NAME;
-        SOFTCUDA_ERRORS(SOFTCUDA_CASE)
-#undef SOFTCUDA_CASE
-    }
-    return "unrecognized error code";
+    return Describe(error)[0];
 }
-
 const char* cudaGetErrorString(cudaError_t error)
 {
-    switch (error)
-    {
-#define SOFTCUDA_CASE(VALUE, NAME, TEXT) \
-    case NAME:                           \
-        return TEXT;
-        SOFTCUDA_ERRORS(SOFTCUDA_CASE)
-#undef SOFTCUDA_CASE
-    }
-    return "unrecognized error code";
+    return Describe(error)[1];
 }
 
 cudaError_t cudaDeviceSynchronize()
 {
-    return OnDevice(__func__, Current(),
-                    [](CDevice& rDevice)
-                    {
-                        rDevice.Synchronize();
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, Current());
+    if (!aCall.IsRefused()) aCall->Synchronize();
+    return aCall.End();
 }
 
 cudaError_t cudaDeviceReset()
 {
-    return OnDevice(__func__, Current(),
-                    [](CDevice& rDevice)
-                    {
-                        rDevice.FreeAll();
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, Current());
+    if (!aCall.IsRefused()) aCall->FreeAll();
+    return aCall.End();
 }

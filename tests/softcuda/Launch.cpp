@@ -1,22 +1,23 @@
-#include <algorithm>
-#include <barrier>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <optional>
-#include <thread>
 
 #include "tests/softcuda/Call.h"
-#include "tests/softcuda/Trap.h"
+#include "tests/softcuda/Kernel.h"
 
+#if defined(__has_feature)  // how clang says it
+#if __has_feature(address_sanitizer)
+#define __SANITIZE_ADDRESS__ 1
+#elif __has_feature(thread_sanitizer)
+#define __SANITIZE_THREAD__ 1
+#endif
+#endif
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
 #else
 #define ASAN_POISON_MEMORY_REGION(PV, BYTES)
 #define ASAN_UNPOISON_MEMORY_REGION(PV, BYTES)
 #endif
-
-// Launches.
 
 namespace
 {
@@ -28,100 +29,38 @@ namespace SoftCuda
 {
 namespace
 {
-struct Shape
-{
-    dim3 aGrid, aBlock;
-    std::size_t tShared;
-    int GetThreads() const { return aBlock.x * aBlock.y * aBlock.z; }
-    std::size_t GetBlocks() const { return std::size_t(aGrid.x) * aGrid.y * aGrid.z; }
-};
-
-/// What stands behind __syncthreads() for one block: threads that returned are not waited for, as
-/// on the device, but that the threads of a block met different barriers is an error.
-struct Block
-{
-    std::barrier<> aBarrier;
-    std::atomic<int> iMet = -1;  // barriers that the first thread to return met
-    std::atomic<bool> bDiverged = false;
-    explicit Block(int iThreads) : aBarrier(iThreads) {}
-    void Leave(int iMetHere)
-    {
-        int iFirst = -1;
-        if (!iMet.compare_exchange_strong(iFirst, iMetHere) && iFirst != iMetHere) bDiverged = true;
-        aBarrier.arrive_and_drop();
-    }
-};
-
 thread_local CDevice* t_pDevice = nullptr;
-thread_local Block* t_pBlock = nullptr;
-thread_local int t_iMet = 0;  // barriers of this block
+thread_local void (*t_pBarrier)() = nullptr;
 
-uint3 Unravel(std::size_t t, const dim3& rSize)
-{
-    return {unsigned(t % rSize.x), unsigned(t / rSize.x % rSize.y),
-            unsigned(t / rSize.x / rSize.y)};
-}
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr auto RunWithBarriers = RunOnThreads;
+#else
+constexpr auto RunWithBarriers = RunOnFibers;
+#endif
 
-void Enter(CDevice* pDevice, const Shape& rShape)
-{
-    t_pDevice = pDevice;
-    blockDim = rShape.aBlock;
-    gridDim = rShape.aGrid;
-}
-
-/// Without barriers: thread after thread.
-void RunLoop(CDevice& rDevice, const Shape& rShape, const std::function<void()>& rKernel)
-{
-    Enter(&rDevice, rShape);
-    for (std::size_t b = 0; b < rShape.GetBlocks() && !rDevice.IsBroken(); ++b)
-    {
-        blockIdx = Unravel(b, rShape.aGrid);
-        for (int t = 0; t < rShape.GetThreads(); ++t)
-        {
-            threadIdx = Unravel(t, rShape.aBlock);
-            rKernel();
-        }
-    }
-    t_pDevice = nullptr;
-}
-
-/// With barriers: one thread of the machine for each CUDA thread, block after block. The machine's
-/// threads share nothing but s_afShared, so that ThreadSanitizer sees a missing __syncthreads().
-void RunThreads(CDevice& rDevice, const Shape& rShape, const std::function<void()>& rKernel)
+void RunShared(CDevice& rDevice, const Shape& rShape, const Kernel& rKernel)
 {
     static std::mutex s_aMutex;  // guards s_afShared, between devices
     std::lock_guard aLock(s_aMutex);
-    const int iThreads = rShape.GetThreads();
-    std::optional<Block> oBlock;
-    const auto NewBlock = [&]() noexcept
-    {
-        if (oBlock && oBlock->bDiverged) rDevice.Break(cudaErrorLaunchFailure);
-        std::memset(s_afShared, 0xFF, rShape.tShared);
-        oBlock.emplace(iThreads);
-    };
-    std::barrier aBetween(iThreads, NewBlock);
-    const auto Thread = [&](int t)
-    {
-        Enter(&rDevice, rShape);
-        threadIdx = Unravel(t, rShape.aBlock);
-        for (std::size_t b = 0; b < rShape.GetBlocks(); ++b)
-        {
-            aBetween.arrive_and_wait();
-            blockIdx = Unravel(b, rShape.aGrid);
-            t_pBlock = &*oBlock;
-            t_iMet = 0;
-            if (!rDevice.IsBroken()) rKernel();
-            oBlock->Leave(t_iMet);
-        }
-        aBetween.arrive_and_wait();
-    };
-
     ASAN_POISON_MEMORY_REGION(s_afShared, sizeof s_afShared);
     ASAN_UNPOISON_MEMORY_REGION(s_afShared, rShape.tShared);
-    std::vector<std::jthread> vThreads;
-    for (int t = 0; t < iThreads; ++t) vThreads.emplace_back(Thread, t);
-    vThreads.clear();
+    RunWithBarriers(rDevice, rShape, rKernel);
     ASAN_UNPOISON_MEMORY_REGION(s_afShared, sizeof s_afShared);
+}
+
+/// Without barriers: thread after thread.
+void RunLoop(CDevice& rDevice, const Shape& rShape, const Kernel& rKernel)
+{
+    EnterKernel(&rDevice, rShape, nullptr);
+    for (std::size_t b = 0; b < rShape.GetBlocks() && !rDevice.IsBroken(); ++b)
+    {
+        blockIdx = rShape.GetBlock(b);
+        for (int t = 0; t < rShape.GetThreads(); ++t)
+        {
+            threadIdx = rShape.GetThread(t);
+            rKernel();
+        }
+    }
 }
 
 cudaError_t Check(const cudaLaunchConfig_t& r)
@@ -133,9 +72,17 @@ cudaError_t Check(const cudaLaunchConfig_t& r)
         uGridX > 0x7FFFFFFF || uGridY > 65535 || uGridZ > 65535)
         return cudaErrorInvalidConfiguration;
     if (r.dynamicSmemBytes > tSharedMax) return cudaErrorInvalidValue;
-    return r.numAttrs == 0 ? cudaSuccess : cudaErrorNotSupported;  // by this runtime
+    return r.numAttrs == 0 ? cudaSuccess : cudaErrorNotSupported;  // here
 }
 }  // namespace
+
+void EnterKernel(CDevice* pDevice, const Shape& rShape, void (*pBarrier)())
+{
+    t_pDevice = pDevice;
+    t_pBarrier = pBarrier;
+    blockDim = rShape.aBlock;
+    gridDim = rShape.aGrid;
+}
 
 CDevice* RunningDevice()
 {
@@ -154,32 +101,31 @@ void Trap(const char* pcFormat, ...)
     t_pDevice->Break(cudaErrorLaunchFailure);
 }
 
-void BlockBarrier()
+void ClearShared(const Shape& rShape)
 {
-    if (!t_pBlock) return Trap("__syncthreads() in a launch without dynamic shared memory");
-    ++t_iMet;
-    t_pBlock->aBarrier.arrive_and_wait();
+    std::memset(s_afShared, 0xFF, rShape.tShared);
 }
 
-cudaError_t Launch(const cudaLaunchConfig_t* pConfig, std::function<void()> Kernel)
+void BlockBarrier()
 {
-    cudaStream_t pStream = pConfig->stream;
-    return OnDevice(
-        "cudaLaunchKernelEx", OwnerOfStream(pStream),
-        [&](CDevice& rDevice)
-        {
-            if (&rDevice != Current()) return cudaErrorInvalidResourceHandle;
-            const cudaError_t eError = Check(*pConfig);
-            if (eError != cudaSuccess) return eError;
-            const Shape aShape{pConfig->gridDim, pConfig->blockDim, pConfig->dynamicSmemBytes};
-            rDevice.Enqueue(rDevice.GetStream(pStream),
-                            [=, &rDevice]
-                            {
-                                ++rDevice.m_iLaunches;
-                                (aShape.tShared > 0 ? RunThreads : RunLoop)(rDevice, aShape,
-                                                                            Kernel);
-                            });
-            return cudaSuccess;
-        });
+    if (!t_pBarrier) return Trap("__syncthreads() in a launch without dynamic shared memory");
+    t_pBarrier();
+}
+
+cudaError_t Launch(const cudaLaunchConfig_t* pConfig, Kernel aKernel)
+{
+    const CCall aCall("cudaLaunchKernelEx", OwnerOf(pConfig->stream));
+    if (aCall.IsRefused()) return aCall.End();
+    if (&*aCall != Current()) return aCall.End(cudaErrorInvalidResourceHandle);
+    const cudaError_t eError = Check(*pConfig);
+    if (eError != cudaSuccess) return aCall.End(eError);
+    const Shape aShape{pConfig->gridDim, pConfig->blockDim, pConfig->dynamicSmemBytes};
+    const auto RunLaunch = [=, pDevice = &*aCall]
+    {
+        ++pDevice->m_iLaunches;
+        (aShape.tShared > 0 ? RunShared : RunLoop)(*pDevice, aShape, aKernel);
+    };
+    aCall->Enqueue(aCall->GetStream(pConfig->stream), RunLaunch);
+    return aCall.End();
 }
 }  // namespace SoftCuda

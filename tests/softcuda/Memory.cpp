@@ -8,51 +8,41 @@ using namespace SoftCuda;
 
 cudaError_t cudaMalloc(void** devPtr, std::size_t size)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        *devPtr = size > 0 ? rDevice.Allocate(size) : nullptr;
-                        return *devPtr || size == 0 ? cudaSuccess : cudaErrorMemoryAllocation;
-                    });
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    *devPtr = size > 0 ? aCall->Allocate(size) : nullptr;
+    return aCall.End(*devPtr || size == 0 ? cudaSuccess : cudaErrorMemoryAllocation);
 }
 
 cudaError_t cudaMallocPitch(void** devPtr, std::size_t* pitch, std::size_t width,
                             std::size_t height)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        if (width == 0 || height == 0 ||
-                            width > std::numeric_limits<std::size_t>::max() / height / 2)
-                            return cudaErrorInvalidValue;
-                        const std::size_t tPitch = (width + 511) / 512 * 512;
-                        *devPtr = rDevice.Allocate(tPitch * height);
-                        if (!*devPtr) return cudaErrorMemoryAllocation;
-                        *pitch = tPitch;
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    if (width == 0 || height == 0 || width > std::numeric_limits<std::size_t>::max() / height / 2)
+        return aCall.End(cudaErrorInvalidValue);
+    *pitch = (width + 511) / 512 * 512;
+    *devPtr = aCall->Allocate(*pitch * height);
+    return aCall.End(*devPtr ? cudaSuccess : cudaErrorMemoryAllocation);
 }
 
 cudaError_t cudaFree(void* devPtr)
 {
-    CDevice* pOwner = devPtr ? OwnerOf(devPtr) : nullptr;
-    return OnDevice(
-        __func__, pOwner ? pOwner : Current(),
-        [&](CDevice& rDevice)
-        { return !devPtr || rDevice.Free(devPtr) ? cudaSuccess : cudaErrorInvalidValue; },
-        EBroken::eRelease);
+    CDevice* pOwner = Sys().aOwners.Find(EKind::eMemory, devPtr);
+    const CCall aCall(__func__, pOwner ? pOwner : Current(), true);
+    if (aCall.IsRefused() || !devPtr) return aCall.End();
+    if (!pOwner) return aCall.End(cudaErrorInvalidValue);
+    pOwner->Free(devPtr);
+    return aCall.End();
 }
 
 cudaError_t cudaHostAlloc(void** pHost, std::size_t size, unsigned int flags)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        if (size == 0 || flags > cudaHostAllocPortable)
-                            return cudaErrorInvalidValue;
-                        *pHost = Sys().aPinned.Allocate(size, &rDevice);
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    if (size == 0 || flags > cudaHostAllocPortable) return aCall.End(cudaErrorInvalidValue);
+    *pHost = aCall->AllocatePinned(size);
+    return aCall.End();
 }
 
 cudaError_t cudaMallocHost(void** ptr, std::size_t size)
@@ -63,15 +53,10 @@ cudaError_t cudaMallocHost(void** ptr, std::size_t size)
 
 cudaError_t cudaFreeHost(void* ptr)
 {
-    CDevice* pOwner = ptr ? Sys().aPinned.FindOwner(ptr) : Current();
-    if (!pOwner) return Note(cudaErrorInvalidValue);
-    return OnDevice(
-        __func__, pOwner,
-        [&](CDevice& rDevice)
-        {
-            rDevice.Synchronize();
-            if (ptr) Sys().aPinned.Free(ptr);
-            return cudaSuccess;
-        },
-        EBroken::eRelease);
+    CDevice* pOwner = Sys().aOwners.Find(EKind::ePinned, ptr);
+    const CCall aCall(__func__, pOwner ? pOwner : Current(), true);
+    if (aCall.IsRefused() || !ptr) return aCall.End();
+    if (!pOwner) return aCall.End(cudaErrorInvalidValue);
+    pOwner->FreePinned(ptr);
+    return aCall.End();
 }

@@ -57,13 +57,13 @@ void CDevice::Mark(CUstream_st& rStream, CUevent_st& rEvent)
 cudaStream_t CDevice::AddStream()
 {
     m_vStreams.push_back(std::make_unique<CUstream_st>());
-    Sys().aHandles.Add(m_vStreams.back().get(), this);
+    Sys().aOwners.Add(EKind::eStream, m_vStreams.back().get(), 1, this);
     return m_vStreams.back().get();
 }
 
 void CDevice::DestroyStream(cudaStream_t pStream)
 {
-    Sys().aHandles.Remove(pStream);
+    Sys().aOwners.Remove(pStream);
     pStream->bDestroyed = true;  // its work is still done, at some time
     std::erase_if(m_vStreams,
                   [](const auto& pOld) { return pOld->bDestroyed && pOld->aQueue.empty(); });
@@ -73,13 +73,13 @@ cudaEvent_t CDevice::AddEvent(bool bTiming)
 {
     m_vEvents.push_back(std::make_unique<CUevent_st>());
     m_vEvents.back()->bTiming = bTiming;
-    Sys().aHandles.Add(m_vEvents.back().get(), this);
+    Sys().aOwners.Add(EKind::eEvent, m_vEvents.back().get(), 1, this);
     return m_vEvents.back().get();
 }
 
 void CDevice::DestroyEvent(cudaEvent_t pEvent)
 {
-    Sys().aHandles.Remove(pEvent);
+    Sys().aOwners.Remove(pEvent);
     std::erase_if(m_vEvents, [=](const auto& pOther) { return pOther.get() == pEvent; });
 }
 }  // namespace SoftCuda
@@ -88,135 +88,97 @@ using namespace SoftCuda;
 
 cudaError_t cudaStreamCreateWithFlags(cudaStream_t* pStream, unsigned int flags)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        if (flags != cudaStreamNonBlocking)
-                            return cudaErrorNotSupported;  // by this runtime
-                        *pStream = rDevice.AddStream();
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    if (flags != cudaStreamNonBlocking) return aCall.End(cudaErrorNotSupported);  // here
+    *pStream = aCall->AddStream();
+    return aCall.End();
 }
 
 cudaError_t cudaStreamDestroy(cudaStream_t stream)
 {
-    return OnDevice(
-        __func__, OwnerOf(stream),
-        [&](CDevice& rDevice)
-        {
-            rDevice.DestroyStream(stream);
-            return cudaSuccess;
-        },
-        EBroken::eRelease);
+    const CCall aCall(__func__, stream ? OwnerOf(stream) : nullptr, true);
+    if (!aCall.IsRefused()) aCall->DestroyStream(stream);
+    return aCall.End();
 }
 
 cudaError_t cudaStreamSynchronize(cudaStream_t stream)
 {
-    return OnDevice(__func__, OwnerOfStream(stream),
-                    [&](CDevice& rDevice)
-                    {
-                        rDevice.Drain(rDevice.GetStream(stream));
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, OwnerOf(stream));
+    if (!aCall.IsRefused()) aCall->Drain(aCall->GetStream(stream));
+    return aCall.End();
 }
 
 cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned int flags)
 {
-    return OnDevice(__func__, OwnerOfStream(stream),
-                    [&](CDevice& rDevice)
-                    {
-                        if (!OwnerOf(event)) return cudaErrorInvalidResourceHandle;
-                        if (OwnerOf(event) != &rDevice)
-                            return cudaErrorNotSupported;  // by this runtime
-                        if (flags != 0) return cudaErrorInvalidValue;
-                        // The event may be recorded anew before this wait runs: it waits for this
-                        // record.
-                        rDevice.Enqueue(rDevice.GetStream(stream),
-                                        [&rDevice, pRecord = event->pRecord]
-                                        { rDevice.RunUntil(pRecord); });
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, OwnerOf(stream));
+    if (aCall.IsRefused()) return aCall.End();
+    if (!OwnerOf(event)) return aCall.End(cudaErrorInvalidResourceHandle);
+    if (OwnerOf(event) != &*aCall) return aCall.End(cudaErrorNotSupported);  // here
+    if (flags != 0) return aCall.End(cudaErrorInvalidValue);
+    // The event may be recorded anew before this wait runs: it waits for this record.
+    aCall->Enqueue(aCall->GetStream(stream),
+                   [pDevice = &*aCall, pRecord = event->pRecord] { pDevice->RunUntil(pRecord); });
+    return aCall.End();
 }
 
 cudaError_t cudaEventCreate(cudaEvent_t* event)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        *event = rDevice.AddEvent(true);
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, Current());
+    if (!aCall.IsRefused()) *event = aCall->AddEvent(true);
+    return aCall.End();
 }
 
 cudaError_t cudaEventCreateWithFlags(cudaEvent_t* event, unsigned int flags)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        if (flags > (cudaEventDisableTiming | cudaEventBlockingSync))
-                            return cudaErrorInvalidValue;
-                        *event = rDevice.AddEvent(!(flags & cudaEventDisableTiming));
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    if (flags > (cudaEventDisableTiming | cudaEventBlockingSync))
+        return aCall.End(cudaErrorInvalidValue);
+    *event = aCall->AddEvent(!(flags & cudaEventDisableTiming));
+    return aCall.End();
 }
 
 cudaError_t cudaEventDestroy(cudaEvent_t event)
 {
-    return OnDevice(
-        __func__, OwnerOf(event),
-        [&](CDevice& rDevice)
-        {
-            rDevice.DestroyEvent(event);
-            return cudaSuccess;
-        },
-        EBroken::eRelease);
+    const CCall aCall(__func__, OwnerOf(event), true);
+    if (!aCall.IsRefused()) aCall->DestroyEvent(event);
+    return aCall.End();
 }
 
 cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream)
 {
-    return OnDevice(__func__, OwnerOfStream(stream),
-                    [&](CDevice& rDevice)
-                    {
-                        if (OwnerOf(event) != &rDevice) return cudaErrorInvalidResourceHandle;
-                        rDevice.Mark(rDevice.GetStream(stream), *event);
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, OwnerOf(stream));
+    if (aCall.IsRefused()) return aCall.End();
+    if (OwnerOf(event) != &*aCall) return aCall.End(cudaErrorInvalidResourceHandle);
+    aCall->Mark(aCall->GetStream(stream), *event);
+    return aCall.End();
 }
 
 cudaError_t cudaEventSynchronize(cudaEvent_t event)
 {
-    return OnDevice(__func__, OwnerOf(event),
-                    [&](CDevice& rDevice)
-                    {
-                        rDevice.RunUntil(event->pRecord);
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, OwnerOf(event));
+    if (!aCall.IsRefused()) aCall->RunUntil(event->pRecord);
+    return aCall.End();
 }
 
 cudaError_t cudaEventQuery(cudaEvent_t event)
 {
-    return OnDevice(
-        __func__, OwnerOf(event),
-        [&](CDevice& rDevice)
-        {
-            if (!event->pRecord || event->pRecord->bDone) return cudaSuccess;
-            rDevice.RunOne(*event->pRecord->pStream);  // a loop of queries comes to an end
-            return cudaErrorNotReady;
-        });
+    const CCall aCall(__func__, OwnerOf(event));
+    if (aCall.IsRefused() || !event->pRecord || event->pRecord->bDone) return aCall.End();
+    aCall->RunOne(*event->pRecord->pStream);  // a loop of queries comes to an end
+    return aCall.End(cudaErrorNotReady);
 }
 
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t end)
 {
-    return OnDevice(__func__, OwnerOf(start),
-                    [&](CDevice& rDevice)
-                    {
-                        if (OwnerOf(end) != &rDevice || !start->bTiming || !end->bTiming ||
-                            !start->pRecord || !end->pRecord)
-                            return cudaErrorInvalidResourceHandle;
-                        if (!start->pRecord->bDone || !end->pRecord->bDone)
-                            return cudaErrorNotReady;
-                        const auto aTime = end->pRecord->aTime - start->pRecord->aTime;
-                        *ms = std::chrono::duration<float, std::milli>(aTime).count();
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, OwnerOf(start));
+    if (aCall.IsRefused()) return aCall.End();
+    for (const cudaEvent_t pEvent : {start, end})
+        if (OwnerOf(pEvent) != &*aCall || !pEvent->bTiming || !pEvent->pRecord)
+            return aCall.End(cudaErrorInvalidResourceHandle);
+    if (!start->pRecord->bDone || !end->pRecord->bDone) return aCall.End(cudaErrorNotReady);
+    const auto aTime = end->pRecord->aTime - start->pRecord->aTime;
+    *ms = std::chrono::duration<float, std::milli>(aTime).count();
+    return aCall.End();
 }

@@ -1,73 +1,57 @@
 #include "tests/softcuda/System.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace SoftCuda
 {
-void CHandles::Add(const void* pvHandle, CDevice* pDevice)
+namespace
+{
+std::uintptr_t Number(const void* pv)
+{
+    return reinterpret_cast<std::uintptr_t>(pv);
+}
+}  // namespace
+
+void COwners::Add(EKind eKind, const void* pvBegin, std::size_t tBytes, CDevice* pDevice)
 {
     std::lock_guard aLock(m_aMutex);
-    m_aOwners[pvHandle] = pDevice;
+    m_aOwned[Number(pvBegin)] = {eKind, tBytes, pDevice};
 }
 
-void CHandles::Remove(const void* pvHandle)
+std::size_t COwners::Remove(const void* pvBegin)
 {
     std::lock_guard aLock(m_aMutex);
-    m_aOwners.erase(pvHandle);
+    const auto aNode = m_aOwned.extract(Number(pvBegin));
+    return aNode ? aNode.mapped().tBytes : 0;
 }
 
-CDevice* CHandles::Find(const void* pvHandle) const
+CDevice* COwners::Find(EKind eKind, const void* pvBegin) const
 {
     std::shared_lock aLock(m_aMutex);
-    const auto iFound = m_aOwners.find(pvHandle);
-    return iFound == m_aOwners.end() ? nullptr : iFound->second;
+    const auto iFound = m_aOwned.find(Number(pvBegin));
+    const bool bFound = iFound != m_aOwned.end() && iFound->second.eKind == eKind;
+    return bFound ? iFound->second.pDevice : nullptr;
 }
 
-void* CPinned::Allocate(std::size_t tBytes, CDevice* pDevice)
-{
-    void* pvMemory = NewMemory(tBytes);
-    std::lock_guard aLock(m_aMutex);
-    m_aBlocks[reinterpret_cast<std::uintptr_t>(pvMemory)] = {tBytes, pDevice};
-    return pvMemory;
-}
-
-bool CPinned::Free(void* pvMemory)
-{
-    std::lock_guard aLock(m_aMutex);
-    if (m_aBlocks.erase(reinterpret_cast<std::uintptr_t>(pvMemory)) == 0) return false;
-    std::free(pvMemory);
-    return true;
-}
-
-CDevice* CPinned::FindOwner(const void* pvMemory) const
+CDevice* COwners::FindAround(EKind eKind, const void* pvFirst, std::size_t tBytes) const
 {
     std::shared_lock aLock(m_aMutex);
-    const auto iFound = m_aBlocks.find(reinterpret_cast<std::uintptr_t>(pvMemory));
-    return iFound == m_aBlocks.end() ? nullptr : iFound->second.pDevice;
+    auto iNext = m_aOwned.upper_bound(Number(pvFirst));
+    if (iNext == m_aOwned.begin()) return nullptr;
+    const auto& [uBegin, rOwned] = *--iNext;
+    const std::size_t tOffset = Number(pvFirst) - uBegin;
+    const bool bWithin = tOffset < rOwned.tBytes && tBytes <= rOwned.tBytes - tOffset;
+    return bWithin && rOwned.eKind == eKind ? rOwned.pDevice : nullptr;
 }
 
-bool CPinned::Holds(const void* pvFirst, std::size_t tBytes) const
-{
-    const auto uFirst = reinterpret_cast<std::uintptr_t>(pvFirst);
-    std::shared_lock aLock(m_aMutex);
-    auto iNext = m_aBlocks.upper_bound(uFirst);
-    if (iNext == m_aBlocks.begin()) return false;
-    --iNext;
-    return uFirst + tBytes <= iNext->first + iNext->second.tBytes;
-}
-
-int CPinned::GetCount() const
+std::vector<void*> COwners::GetAll(EKind eKind, const CDevice* pDevice) const
 {
     std::shared_lock aLock(m_aMutex);
-    return static_cast<int>(m_aBlocks.size());
-}
-
-void CPinned::FreeAll()
-{
-    std::lock_guard aLock(m_aMutex);
-    for (const auto& [uBegin, rBlock] : m_aBlocks) std::free(reinterpret_cast<void*>(uBegin));
-    m_aBlocks.clear();
+    std::vector<void*> vpAll;
+    for (const auto& [uBegin, rOwned] : m_aOwned)
+        if (rOwned.eKind == eKind && rOwned.pDevice == pDevice)
+            vpAll.push_back(reinterpret_cast<void*>(uBegin));
+    return vpAll;
 }
 
 void CFailures::Add(const std::string& strCall, cudaError_t eError, int iAfter)
@@ -98,7 +82,7 @@ void CFailures::Clear()
 
 System::System()
 {
-    for (int i = 0; i < iMaxDevices; ++i) aDevices[i].m_iDevice = i;
+    for (std::size_t i = 0; i < aDevices.size(); ++i) aDevices[i].m_iDevice = static_cast<int>(i);
     SetFirstSettings();
 }
 
@@ -117,7 +101,7 @@ System& Sys()
 
 void SetDevices(int iCount)
 {
-    Sys().iDevices = std::min(iCount, System::iMaxDevices);
+    Sys().iDevices = std::min(iCount, static_cast<int>(Sys().aDevices.size()));
 }
 
 void SetMemory(std::size_t tBytes, int iDevice)
@@ -144,7 +128,6 @@ LiveObjects GetLiveObjects()
         std::lock_guard aLock(rDevice.GetMutex());
         rDevice.Count(aLive);
     }
-    aLive.iPinned = Sys().aPinned.GetCount();
     return aLive;
 }
 
@@ -167,9 +150,9 @@ void Reset()
         std::lock_guard aLock(rDevice.GetMutex());
         rDevice.Forget();
     }
-    Sys().aPinned.FreeAll();
     Sys().aFailures.Clear();
     Sys().SetFirstSettings();
     cudaGetLastError();  // the calling thread's
+    cudaSetDevice(0);
 }
 }  // namespace SoftCuda

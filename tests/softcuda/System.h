@@ -2,50 +2,47 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "tests/softcuda/Device.h"
 
 namespace SoftCuda
 {
-/// Which device a handle belongs to. Readers do not order each other, so that this table hides no
-/// race between the threads of two devices.
-class CHandles
+enum class EKind
 {
-public:
-    void Add(const void* pvHandle, CDevice* pDevice);
-    void Remove(const void* pvHandle);
-    CDevice* Find(const void* pvHandle) const;  ///< null: not a live handle
-
-private:
-    mutable std::shared_mutex m_aMutex;
-    std::unordered_map<const void*, CDevice*> m_aOwners;
+    eMemory,
+    ePinned,
+    eArray,
+    eStream,
+    eEvent
 };
 
-/// Page-locked host memory.
-class CPinned
+/// Everything that the program holds by address. Readers do not order each other, so that this
+/// table hides no race between the threads of two devices.
+class COwners
 {
 public:
-    void* Allocate(std::size_t tBytes, CDevice* pDevice);
-    bool Free(void* pvMemory);
-    CDevice* FindOwner(const void* pvMemory) const;  ///< of an allocation's begin; null: none
-    bool Holds(const void* pvFirst, std::size_t tBytes) const;
-    int GetCount() const;
-    void FreeAll();
+    void Add(EKind eKind, const void* pvBegin, std::size_t tBytes, CDevice* pDevice);
+    std::size_t Remove(const void* pvBegin);                ///< returns its size, 0: not held
+    CDevice* Find(EKind eKind, const void* pvBegin) const;  ///< null: no such
+    /// Owner of the one memory of this kind that holds all the bytes, null: none.
+    CDevice* FindAround(EKind eKind, const void* pvFirst, std::size_t tBytes) const;
+    std::vector<void*> GetAll(EKind eKind, const CDevice* pDevice) const;
 
 private:
-    struct Block
+    struct Owned
     {
+        EKind eKind;
         std::size_t tBytes;
         CDevice* pDevice;
     };
     mutable std::shared_mutex m_aMutex;
-    std::map<std::uintptr_t, Block> m_aBlocks;
+    std::map<std::uintptr_t, Owned> m_aOwned;
 };
 
 /// Failures that a test asked for.
@@ -70,17 +67,14 @@ private:
 
 struct System
 {
-    static constexpr int iMaxDevices = 16;
     System();
     void SetFirstSettings();
 
-    // The tables stand before the devices, whose end still uses them.
-    CHandles aHandles;
-    CPinned aPinned;
+    COwners aOwners;  // before the devices, whose end still uses it
     CFailures aFailures;
     std::atomic<int> iDevices;  // -1: no driver
     std::atomic<EOrder> eOrder;
-    std::array<CDevice, iMaxDevices> aDevices;
+    std::array<CDevice, 16> aDevices;
 };
 System& Sys();
 }  // namespace SoftCuda

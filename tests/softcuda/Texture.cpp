@@ -2,7 +2,6 @@
 #include <cmath>
 
 #include "tests/softcuda/Call.h"
-#include "tests/softcuda/Trap.h"
 
 // Arrays, texture and surface objects, and the texture unit.
 
@@ -57,19 +56,13 @@ cudaError_t CheckArray(const CDevice& rDevice, const cudaResourceDesc& rDesc)
     return OwnerOf(rDesc.res.array.array) == &rDevice ? cudaSuccess : cudaErrorInvalidValue;
 }
 
-template <bool bTexture>
-cudaError_t DestroyObject(const char* pcCall, unsigned long long uHandle)
+cudaError_t DestroyObject(const CCall& rCall, unsigned long long uHandle, bool bTexture)
 {
-    return OnDevice(
-        pcCall, Current(),
-        [=](CDevice& rDevice)
-        {
-            Object* pObject = rDevice.FindObject(uHandle, bTexture);
-            if (!pObject) return cudaErrorInvalidValue;
-            *pObject = {};  // work that waits for its turn finds it gone
-            return cudaSuccess;
-        },
-        EBroken::eRelease);
+    if (rCall.IsRefused()) return rCall.End();
+    Object* pObject = rCall->FindObject(uHandle, bTexture);
+    if (!pObject) return rCall.End(cudaErrorInvalidValue);
+    *pObject = {};  // work that waits for its turn finds it gone
+    return rCall.End();
 }
 }  // namespace
 
@@ -114,38 +107,29 @@ void* GetTexel(cudaSurfaceObject_t uSurface, int iX, int iY, int iLayer, std::si
 cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc* desc,
                               cudaExtent extent, unsigned int flags)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        const std::size_t tDepthMax = flags & cudaArrayLayered ? 2048 : 16384;
-                        const int iBits = desc->x + desc->y + desc->z + desc->w;
-                        if (extent.width == 0 || extent.width > 32768 || extent.height > 32768 ||
-                            extent.depth > tDepthMax ||
-                            (flags & cudaArrayLayered && extent.depth == 0) ||
-                            flags > (cudaArrayLayered | cudaArraySurfaceLoadStore) || iBits <= 0 ||
-                            iBits % 8 != 0)
-                            return cudaErrorInvalidValue;
-                        cudaArray aShape;
-                        aShape.aFormat = *desc;
-                        aShape.tElement = iBits / 8;
-                        aShape.aSize = {extent.width, std::max<std::size_t>(extent.height, 1),
-                                        std::max<std::size_t>(extent.depth, 1)};
-                        aShape.uFlags = flags;
-                        *array = rDevice.AddArray(aShape);
-                        return *array ? cudaSuccess : cudaErrorMemoryAllocation;
-                    });
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    const std::size_t tLayersMin = flags & cudaArrayLayered ? 1 : 0;
+    const int iBits = desc->x + desc->y + desc->z + desc->w;
+    if (extent.width == 0 || extent.width > 32768 || extent.height > 32768 ||
+        extent.depth < tLayersMin || extent.depth > 2048 || iBits <= 0 || iBits % 8 != 0 ||
+        flags > (cudaArrayLayered | cudaArraySurfaceLoadStore))
+        return aCall.End(cudaErrorInvalidValue);
+    cudaArray aShape;
+    aShape.aFormat = *desc;
+    aShape.tElement = iBits / 8;
+    aShape.aSize = {extent.width, std::max<std::size_t>(extent.height, 1),
+                    std::max<std::size_t>(extent.depth, 1)};
+    aShape.uFlags = flags;
+    *array = aCall->AddArray(aShape);
+    return aCall.End(*array ? cudaSuccess : cudaErrorMemoryAllocation);
 }
 
 cudaError_t cudaFreeArray(cudaArray_t array)
 {
-    return OnDevice(
-        __func__, array ? OwnerOf(array) : Current(),
-        [&](CDevice& rDevice)
-        {
-            if (array) rDevice.FreeArray(array);
-            return cudaSuccess;
-        },
-        EBroken::eRelease);
+    const CCall aCall(__func__, array ? OwnerOf(array) : Current(), true);
+    if (!aCall.IsRefused() && array) aCall->FreeArray(array);
+    return aCall.End();
 }
 
 cudaError_t cudaCreateTextureObject(cudaTextureObject_t* pTexObject,
@@ -153,48 +137,43 @@ cudaError_t cudaCreateTextureObject(cudaTextureObject_t* pTexObject,
                                     const cudaTextureDesc* pTexDesc,
                                     const cudaResourceViewDesc* pResViewDesc)
 {
-    return OnDevice(
-        __func__, Current(),
-        [&](CDevice& rDevice)
-        {
-            const cudaError_t eError = CheckArray(rDevice, *pResDesc);
-            if (eError != cudaSuccess) return eError;
-            for (int i = 0; i < 2; ++i)  // without normalised coordinates wrap and mirror clamp
-                if (pTexDesc->addressMode[i] == cudaAddressModeBorder) return cudaErrorNotSupported;
-            cudaArray* pArray = pResDesc->res.array.array;
-            if (pResViewDesc || pTexDesc->normalizedCoords ||
-                pTexDesc->readMode != cudaReadModeElementType ||
-                pArray->tElement != sizeof(float) ||
-                pArray->aFormat.f != cudaChannelFormatKindFloat || pArray->aFormat.x != 32)
-                return cudaErrorNotSupported;  // by this runtime
-            *pTexObject = rDevice.AddObject(
-                {pArray, true, true, pTexDesc->filterMode == cudaFilterModeLinear});
-            return cudaSuccess;
-        });
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    const cudaError_t eError = CheckArray(*aCall, *pResDesc);
+    if (eError != cudaSuccess) return aCall.End(eError);
+    const cudaArray& rArray = *pResDesc->res.array.array;
+    const bool bFloats = rArray.tElement == sizeof(float) &&
+                         rArray.aFormat.f == cudaChannelFormatKindFloat && rArray.aFormat.x == 32;
+    // Without normalised coordinates wrap and mirror clamp too; the rest is not made here.
+    const bool bBorder = pTexDesc->addressMode[0] == cudaAddressModeBorder ||
+                         pTexDesc->addressMode[1] == cudaAddressModeBorder;
+    if (!bFloats || bBorder || pResViewDesc || pTexDesc->normalizedCoords ||
+        pTexDesc->readMode != cudaReadModeElementType)
+        return aCall.End(cudaErrorNotSupported);
+    const bool bLinear = pTexDesc->filterMode == cudaFilterModeLinear;
+    *pTexObject = aCall->AddObject({pResDesc->res.array.array, true, true, bLinear});
+    return aCall.End();
 }
 
 cudaError_t cudaDestroyTextureObject(cudaTextureObject_t texObject)
 {
-    return DestroyObject<true>(__func__, texObject);
+    return DestroyObject(CCall(__func__, Current(), true), texObject, true);
 }
 
 cudaError_t cudaCreateSurfaceObject(cudaSurfaceObject_t* pSurfObject,
                                     const cudaResourceDesc* pResDesc)
 {
-    return OnDevice(__func__, Current(),
-                    [&](CDevice& rDevice)
-                    {
-                        const cudaError_t eError = CheckArray(rDevice, *pResDesc);
-                        if (eError != cudaSuccess) return eError;
-                        cudaArray* pArray = pResDesc->res.array.array;
-                        if (!(pArray->uFlags & cudaArraySurfaceLoadStore))
-                            return cudaErrorInvalidValue;
-                        *pSurfObject = rDevice.AddObject({pArray, true, false, false});
-                        return cudaSuccess;
-                    });
+    const CCall aCall(__func__, Current());
+    if (aCall.IsRefused()) return aCall.End();
+    const cudaError_t eError = CheckArray(*aCall, *pResDesc);
+    if (eError != cudaSuccess) return aCall.End(eError);
+    cudaArray* pArray = pResDesc->res.array.array;
+    if (!(pArray->uFlags & cudaArraySurfaceLoadStore)) return aCall.End(cudaErrorInvalidValue);
+    *pSurfObject = aCall->AddObject({pArray, true, false, false});
+    return aCall.End();
 }
 
 cudaError_t cudaDestroySurfaceObject(cudaSurfaceObject_t surfObject)
 {
-    return DestroyObject<false>(__func__, surfObject);
+    return DestroyObject(CCall(__func__, Current(), true), surfObject, false);
 }
