@@ -5,6 +5,8 @@
 
 #include <array>
 
+#include "gpulib/Device/Cuda/CudaClock.h"
+#include "gpulib/Device/DeviceArray2D.h"
 #include "gpulib/Device/DeviceError.h"
 #include "tests/backends/Backends.h"
 #include "tests/job/JobRunner.h"
@@ -104,6 +106,48 @@ TEST_F(SoftCudaJob, ALostDeviceFailsItsJobsOnly)
     SoftCuda::FailNext("cudaEventSynchronize", cudaErrorIllegalAddress, 3);
     const TestData aResult = RunJob(m_aJob, m_aStart, "cuda", 2, 3);
     EXPECT_NE(aResult.strError, "");
+}
+
+TEST_F(SoftCudaJob, AClockNamesWhatItsThreadDoes)
+{
+    SetBackend(MakeTestBackend("cuda", 1));
+    ASSERT_TRUE(GetBackend()->SelectDevice(0));
+    CCudaClock::Totals aTotals;
+    std::vector<float> vfValues(2 * 3 * 5 * 4, 1.0f);
+    const auto RoundTrip = [&]
+    {
+        CDeviceArray2D aArray;
+        aArray.SetLanes(4);
+        return aArray.Create(5, 6) &&
+               aArray.HostToDevice({vfValues.data(), 20, 5, 4}, 0, 0, 5, 6) &&
+               aArray.ToHost({vfValues.data(), 20, 5, 4}, 0, 0, 5, 6);
+    };
+    {
+        CCudaClock aClock;
+        ASSERT_TRUE(RoundTrip() && RoundTrip() && aClock.Take(aTotals)) << TakeDeviceError();
+        for (const auto& [pcName, iCount] : {std::pair{"upload", 4},  // two of them clear
+                                             {"download", 2},
+                                             {g_acToDevice, 2},
+                                             {g_acToHost, 2},
+                                             {g_acPack, 2},
+                                             {g_acUnpack, 2},
+                                             {g_acWait, 6}})  // chunk, chunk, end of the image
+        {
+            EXPECT_EQ(aTotals[pcName].iCount, iCount) << pcName;
+            EXPECT_GT(aTotals[pcName].dSeconds, 0) << pcName;
+        }
+        EXPECT_EQ(aTotals.size(), 7u);
+
+        SoftCuda::FailNext("cudaEventCreateWithFlags", cudaErrorMemoryAllocation);
+        EXPECT_TRUE(RoundTrip()) << "only the clock is broken";
+        EXPECT_FALSE(aClock.Take(aTotals));
+        EXPECT_NE(TakeDeviceError().find("create event"), std::string::npos);
+        EXPECT_TRUE(aClock.Take(aTotals)) << "and goes on";
+        EXPECT_TRUE(aTotals.empty());
+    }
+    const int iEvents = SoftCuda::GetLiveObjects().iEvents;
+    ASSERT_TRUE(RoundTrip());
+    EXPECT_EQ(SoftCuda::GetLiveObjects().iEvents, iEvents) << "no clock, no events";
 }
 
 TEST_F(SoftCudaJob, BackendIsChosenByWhatTheDriverReports)

@@ -72,6 +72,7 @@ private:
     Device& mDevice() const;  // of the calling thread, which has made an image on it
     [[nodiscard]] bool mOpenDevice();
     cudaStream_t mStream() const { return mDevice().pStream.get(); }
+    cudaError_t mWait() const;  ///< for the kernels
     [[nodiscard]] bool mCreateLayered(DeviceImage& rImage);
     [[nodiscard]] bool mCreateLinear(DeviceImage& rImage, const char* pcKind);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "gpulib/Device/Cuda/CudaBackend.h"
+#include "gpulib/Device/Cuda/CudaClock.h"
 #include "gpulib/Device/DeviceError.h"
 
 namespace
@@ -44,6 +45,12 @@ cudaArray_t ArrayOf(const DeviceImage& rImage)
     return static_cast<cudaArray_t>(rImage.pvData);
 }
 }  // namespace
+
+cudaError_t CCudaBackend::mWait() const
+{
+    const CHostSpan aSpan(g_acWait);
+    return cudaStreamSynchronize(mStream());
+}
 
 bool CCudaBackend::CreateArray(DeviceImage& rImage)
 {
@@ -133,7 +140,7 @@ void CCudaBackend::Free(DeviceImage& rImage)
         return;
     }
     // Kernels that use it may be queued. What goes wrong with them shows in the next operation.
-    static_cast<void>(cudaStreamSynchronize(mStream()));
+    static_cast<void>(mWait());
     if (rImage.bSampled)
     {
         if (rImage.uiTexture != 0) static_cast<void>(cudaDestroyTextureObject(rImage.uiTexture));
@@ -231,7 +238,7 @@ bool CCudaBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
                                     RowBytes(rImage), CountRows(rImage), cudaMemcpyHostToDevice,
                                     mStream()),
                   "upload table") &&
-           CudaOk(cudaStreamSynchronize(mStream()), "upload table");
+           CudaOk(mWait(), "upload table");
 }
 
 bool CCudaBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
@@ -248,5 +255,5 @@ bool CCudaBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
                                     RowBytes(rImage), CountRows(rImage), cudaMemcpyDeviceToHost,
                                     mStream()),
                   "download table") &&
-           CudaOk(cudaStreamSynchronize(mStream()), "download table: wait for the kernels");
+           CudaOk(mWait(), "download table: wait for the kernels");
 }

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "gpulib/Device/Cuda/CudaCheck.h"
+#include "gpulib/Device/Cuda/CudaClock.h"
 
 // How kernels are launched. A kernel computes its indices, checks them and calls its body; the body
 // is an inline function of these indices, the parameters and, where it samples, the sampler.
@@ -19,6 +20,7 @@ inline unsigned int BlocksFor(long long iItems)
 }
 
 /// Starts a kernel on a stream and returns at once.
+/// \param pcName   lives as long as the program
 /// \param tShared  bytes of shared memory of a block
 template <class... PARAMS>
 [[nodiscard]] bool Launch(const char* pcName, cudaStream_t pStream, dim3 aGrid, std::size_t tShared,
@@ -30,6 +32,7 @@ template <class... PARAMS>
     aConfig.blockDim = dim3(g_iThreads, 1, 1);
     aConfig.dynamicSmemBytes = tShared;
     aConfig.stream = pStream;
+    const CDeviceSpan aSpan(pcName, pStream);
     return CudaOk(cudaLaunchKernelEx(&aConfig, pKernel, rParams...), "%s: launch of %u x %u x %u",
                   pcName, aGrid.x, aGrid.y, aGrid.z);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "gpulib/Device/Cuda/CudaClock.h"
 #include "gpulib/Device/DeviceError.h"
 
 namespace
@@ -26,10 +27,46 @@ void ForEachRun(const HostRows<T>& rRows, int iWidth, std::size_t tFirst, std::s
     }
 }
 
+void Pack(const HostRows<const float>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
+          float* pfPinned)
+{
+    const CHostSpan aSpan(g_acPack);
+    ForEachRun(rRows, iWidth, tFirst, tCount,
+               [=](const float* pfHost, std::size_t tOffset, std::size_t tRun)
+               { std::memcpy(pfPinned + tOffset, pfHost, tRun * sizeof(float)); });
+}
+
+void Unpack(const HostRows<float>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
+            const float* pfPinned)
+{
+    const CHostSpan aSpan(g_acUnpack);
+    ForEachRun(rRows, iWidth, tFirst, tCount,
+               [=](float* pfHost, std::size_t tOffset, std::size_t tRun)
+               { std::memcpy(pfHost, pfPinned + tOffset, tRun * sizeof(float)); });
+}
+
 template <class T>
 std::size_t CountValues(const HostRows<T>& rRows, int iWidth, int iHeight)
 {
     return std::size_t(iWidth) * iHeight * rRows.iLanes;
+}
+
+bool WaitFor(const CudaEvent& rEvent, const char* pcWhat)
+{
+    const CHostSpan aSpan(g_acWait);
+    return CudaOk(cudaEventSynchronize(rEvent.get()), "%s", pcWhat);
+}
+
+/// Copies tCount values on a stream and marks the end of the copy.
+bool CopyValues(float* pfDest, const float* pfSource, std::size_t tCount, cudaMemcpyKind eKind,
+                cudaStream_t pStream, const CudaEvent& rCopied)
+{
+    const bool bUp = eKind == cudaMemcpyHostToDevice;
+    const CDeviceSpan aSpan(bUp ? g_acToDevice : g_acToHost, pStream);
+    const char* const pcWhat = bUp ? "stage" : "download";
+    return CudaOk(cudaMemcpyAsync(pfDest, pfSource, tCount * sizeof(float), eKind, pStream),
+                  "%s: copy %zu values", pcWhat, tCount) &&
+           CudaOk(cudaEventRecord(rCopied.get(), pStream), "%s: record", pcWhat);
 }
 }  // namespace
 
@@ -123,16 +160,11 @@ bool CStaging::mStage(Slot& rSlot, const HostRows<const float>& rSource, int iWi
     {
         Chunk& rChunk = m_aUpChunks[m_iUpChunk];
         m_iUpChunk ^= 1;
-        if (!CudaOk(cudaEventSynchronize(rChunk.pCopied.get()), "stage: wait for a chunk"))
-            return false;
+        if (!WaitFor(rChunk.pCopied, "stage: wait for a chunk")) return false;
         const std::size_t tCount = std::min(m_tChunk, tValues - t);
-        ForEachRun(rSource, iWidth, t, tCount,
-                   [&](const float* pfHost, std::size_t tOffset, std::size_t tRun)
-                   { std::memcpy(rChunk.GetFloats() + tOffset, pfHost, tRun * sizeof(float)); });
-        if (!CudaOk(cudaMemcpyAsync(rSlot.aValues.GetFloats() + t, rChunk.GetFloats(),
-                                    tCount * sizeof(float), cudaMemcpyHostToDevice, m_pUp.get()),
-                    "stage: copy %zu values", tCount) ||
-            !CudaOk(cudaEventRecord(rChunk.pCopied.get(), m_pUp.get()), "stage: record"))
+        Pack(rSource, iWidth, t, tCount, rChunk.GetFloats());
+        if (!CopyValues(rSlot.aValues.GetFloats() + t, rChunk.GetFloats(), tCount,
+                        cudaMemcpyHostToDevice, m_pUp.get(), rChunk.pCopied))
             return false;
     }
     return CudaOk(cudaEventRecord(rSlot.pArrived.get(), m_pUp.get()), "stage: record");
@@ -164,11 +196,9 @@ bool CStaging::FinishDownload()
     {
         if (p + 1 < tPieces && !mQueuePiece(p + 1, tValues)) return false;
         const Chunk& rChunk = m_aDownChunks[p % 2];
-        if (!CudaOk(cudaEventSynchronize(rChunk.pCopied.get()), "download: wait for the kernels"))
-            return false;
-        ForEachRun(m_aDest, iWidth, p * m_tChunk, std::min(m_tChunk, tValues - p * m_tChunk),
-                   [&](float* pfHost, std::size_t tOffset, std::size_t tRun)
-                   { std::memcpy(pfHost, rChunk.GetFloats() + tOffset, tRun * sizeof(float)); });
+        if (!WaitFor(rChunk.pCopied, "download: wait for the kernels")) return false;
+        Unpack(m_aDest, iWidth, p * m_tChunk, std::min(m_tChunk, tValues - p * m_tChunk),
+               rChunk.GetFloats());
     }
     return true;
 }
@@ -178,10 +208,8 @@ bool CStaging::mQueuePiece(std::size_t tPiece, std::size_t tValues)
 {
     const std::size_t tFirst = tPiece * m_tChunk, tCount = std::min(m_tChunk, tValues - tFirst);
     const Chunk& rChunk = m_aDownChunks[tPiece % 2];
-    return CudaOk(cudaMemcpyAsync(rChunk.GetFloats(), m_aOutgoing.GetFloats() + tFirst,
-                                  tCount * sizeof(float), cudaMemcpyDeviceToHost, m_pDown.get()),
-                  "download: copy %zu values", tCount) &&
-           CudaOk(cudaEventRecord(rChunk.pCopied.get(), m_pDown.get()), "download: record");
+    return CopyValues(rChunk.GetFloats(), m_aOutgoing.GetFloats() + tFirst, tCount,
+                      cudaMemcpyDeviceToHost, m_pDown.get(), rChunk.pCopied);
 }
 
 void CStaging::Drop()
