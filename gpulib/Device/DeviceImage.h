@@ -16,7 +16,7 @@ struct DeviceImage
 {
     void* pvData = nullptr;       ///< first byte; CUDA: or the layered array
     std::uint64_t uiTexture = 0;  ///< CUDA, layered arrays: texture object
-    std::uint64_t uiSurface = 0;  ///< CUDA, layered arrays: surface object, else 0
+    std::uint64_t uiSurface = 0;  ///< CUDA, layered arrays: surface object
     std::size_t tPitch = 0;       ///< bytes from one row of elements to the next
     int iWidth = 0, iHeight = 0;  ///< elements
     int iDepth = 1;         ///< slices of a 3-D image; slice k begins at image row k * iHeight

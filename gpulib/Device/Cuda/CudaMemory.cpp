@@ -77,6 +77,7 @@ bool CCudaBackend::mCreateLinear(DeviceImage& rImage, const char* pcKind)
         return false;
     rImage.pvData = pvData;
     rImage.tPitch = tPitch;
+    rImage.bSampled = false;
     if (Clear(rImage)) return true;
     Free(rImage);
     return false;
@@ -112,7 +113,6 @@ bool CCudaBackend::mCreateLayered(DeviceImage& rImage)
     bDone = bDone && CudaOk(cudaCreateSurfaceObject(&uiSurface, &aResource), "create surface");
     rImage.uiSurface = uiSurface;
     if (bDone && Clear(rImage)) return true;
-    rImage.bSampled = true;
     Free(rImage);
     return false;
 }
@@ -157,7 +157,7 @@ void CCudaBackend::Free(DeviceImage& rImage)
 bool CCudaBackend::Clear(const DeviceImage& rImage)
 {
     if (!rImage.pvData) return DeviceFail("clear: no image");
-    if (rImage.uiSurface == 0)
+    if (!rImage.bSampled)
         return CudaOk(cudaMemset2DAsync(rImage.pvData, rImage.tPitch, 0, RowBytes(rImage),
                                         CountRows(rImage), mStream()),
                       "clear");
@@ -215,8 +215,7 @@ bool CCudaBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
         return DeviceFail("copy: image of %d x %d x %d to %d x %d x %d", rSource.iWidth,
                           rSource.iHeight, rSource.iDepth, rDest.iWidth, rDest.iHeight,
                           rDest.iDepth);
-    if (rDest.uiSurface != 0 || rSource.uiSurface != 0)
-        return CopyTexels(rDest, rSource, mStream());
+    if (rDest.bSampled || rSource.bSampled) return CopyTexels(rDest, rSource, mStream());
     return CudaOk(
         cudaMemcpy2DAsync(rDest.pvData, rDest.tPitch, rSource.pvData, rSource.tPitch,
                           RowBytes(rDest), CountRows(rDest), cudaMemcpyDeviceToDevice, mStream()),
@@ -227,7 +226,7 @@ bool CCudaBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
 {
     if (!rImage.pvData || rImage.iLanes != 1 || rImage.iChannels < 1)
         return DeviceFail("upload: table of %d rows", rImage.iLanes);
-    if (rImage.uiSurface != 0)
+    if (rImage.bSampled)
     {
         const std::size_t tWidth = rImage.iWidth;
         return Upload(rImage,
@@ -245,7 +244,7 @@ bool CCudaBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
 {
     if (!rImage.pvData || rImage.iLanes != 1)
         return DeviceFail("download: table of %d rows", rImage.iLanes);
-    if (rImage.uiSurface != 0)
+    if (rImage.bSampled)
     {
         const std::size_t tWidth = rImage.iWidth;
         return Download(rImage, {static_cast<float*>(pvDest), tWidth, tWidth * rImage.iHeight, 1},

@@ -33,13 +33,13 @@ CUDA_FN const T* TableRow(const DeviceImage& rTable, int iRow)
 /// One element of an image of floats, wherever it is kept.
 CUDA_FN float LoadTexel(const DeviceImage& rImage, int iX, int iY, int iLane)
 {
-    if (rImage.uiSurface != 0) return surf2DLayeredread<float>(rImage.uiSurface, iX * 4, iY, iLane);
+    if (rImage.bSampled) return surf2DLayeredread<float>(rImage.uiSurface, iX * 4, iY, iLane);
     return reinterpret_cast<const float*>(RowOf(rImage, iY, iLane))[iX];
 }
 
 CUDA_FN void StoreTexel(const DeviceImage& rImage, int iX, int iY, int iLane, float fValue)
 {
-    if (rImage.uiSurface != 0)
+    if (rImage.bSampled)
         surf2DLayeredwrite(fValue, rImage.uiSurface, iX * 4, iY, iLane);
     else
         reinterpret_cast<float*>(RowOf(rImage, iY, iLane))[iX] = fValue;
