@@ -1,5 +1,6 @@
 #include "bench/Scene.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 #include <numeric>
@@ -7,7 +8,8 @@
 
 #include "gpulib/Device/ProjMath.h"
 
-Scene::Scene(int iRowsWanted) : iRows(iRowsWanted)
+Scene::Scene(int iRowsWanted, int iWidth, int iHeight, int iTilts)
+    : iX(iWidth), iZ(iHeight), iProjs(iTilts), iRows(iRowsWanted)
 {
     for (int n = 0; n < iProjs; ++n)
     {
@@ -49,6 +51,30 @@ double Scene::CountSamples() const
     return dCount;
 }
 
+double Scene::CountFetched() const
+{
+    double dCount = 0;
+    for (int n = 0; n < iProjs; ++n)
+    {
+        const RayGeometry aRays = MakeRays(vfCos[n], vfSin[n], iX, iZ, iX);
+        for (int x = 0; x < iX; ++x)
+        {
+            const RaySpan aSpan =
+                TouchSpan(aRays, RayMiddleX(aRays, x), RayMiddleZ(aRays, x), iX, iZ);
+            dCount += std::max(aSpan.iEnd - aSpan.iFirst, 0);
+        }
+    }
+    return dCount;
+}
+
+double Scene::CountNominal() const
+{
+    double dCount = 0;
+    for (int n = 0; n < iProjs; ++n)
+        dCount += double(MakeRays(vfCos[n], vfSin[n], iX, iZ, iX).iSamples) * iX;
+    return dCount;
+}
+
 bool CDeviceScene::Create(const Scene& rScene)
 {
     m_pScene = &rScene;
@@ -66,6 +92,7 @@ bool CDeviceScene::Create(const Scene& rScene)
     std::iota(vuiIndex.begin(), vuiIndex.end(), 0u);
     const std::vector<float> vfFirst(std::size_t(iRows) * iProjs, 0.0f);
     const std::vector<float> vfEnd(vfFirst.size(), float(iX));
+    const std::vector<float> vfWeights(std::size_t(iX) * iProjs, 1.0f);
     const HostRows<const float> aRaw = {rScene.vfProjs.data(), std::size_t(iX) * iRows,
                                         std::size_t(iX), iRows};
     if (!m_aVol.Create(iX + 2, iZ + 2) || !m_aRaw.Create(iX, iProjs) ||
@@ -74,19 +101,18 @@ bool CDeviceScene::Create(const Scene& rScene)
         !m_aCosSin.HostToDevice(rScene.vfCos.data(), rScene.vfSin.data()) ||
         !m_aIndex.Create(iProjs, 1) || !m_aIndex.HostToDevice(vuiIndex.data()) ||
         !m_aRange.Create(iRows, iProjs) || !m_aRange.HostToDevice(vfFirst.data(), vfEnd.data()) ||
+        !m_aWeights.Create(iX, iProjs) || !m_aWeights.HostToDevice(vfWeights.data()) ||
         !m_aRaw.HostToDevice(aRaw, 0, 0, iX, iProjs) || !UploadSlices())
         return false;
 
     m_aForward.SetVolSize(iX, iZ);
     m_aForward.SetProjX(iX);
-    m_aForward.SetSetRange(0, iProjs);
     m_aForward.SetProjIndexArray(m_aIndex.GetImage());
     m_aForward.SetCosSinArray(m_aCosSin.GetImage());
     m_aForward.SetVolArray(m_aVol.GetImage());
     m_aForward.SetRawProjsArray(m_aRaw.GetImage());
     m_aBack.SetVolSize(iX, iZ);
     m_aBack.SetProjSize(iX);
-    m_aBack.SetSetRange(0, iProjs);
     m_aBack.SetRelax(rScene.fRelax);
     m_aBack.SetProjIndexArray(m_aIndex.GetImage());
     m_aBack.SetCosSinArray(m_aCosSin.GetImage());
@@ -96,7 +122,19 @@ bool CDeviceScene::Create(const Scene& rScene)
     m_aFactor.SetProjSize(iX, iProjs);
     m_aFactor.SetProjIndexArray(m_aIndex.GetImage());
     m_aFactor.SetProjsArray(m_aDiff.GetImage());
+    m_aWeight.SetProjSize(iX);
+    m_aWeight.SetSetRange(0, iProjs);
+    m_aWeight.SetProjIndexArray(m_aIndex.GetImage());
+    m_aWeight.SetProjsArray(m_aDiff.GetImage());
+    m_aWeight.SetProjWeightArray(m_aWeights.GetImage());
+    SetRange(0, iProjs);
     return true;
+}
+
+void CDeviceScene::SetRange(int iFirst, int iEnd)
+{
+    m_aForward.SetSetRange(iFirst, iEnd);
+    m_aBack.SetSetRange(iFirst, iEnd);
 }
 
 bool CDeviceScene::UploadSlices()

@@ -7,18 +7,19 @@
 #include "gpulib/Device/GBackProj.h"
 #include "gpulib/Device/GForwardProj.h"
 #include "gpulib/Device/GRFactor.h"
+#include "gpulib/Device/GWeightProjs.h"
 #include "gpulib/Device/PitchedPtr2D.h"
 
 /// A tilt series of typical shape with random values, and its volume, for a number of rows.
 struct Scene
 {
-    int iX = 1024, iZ = 256, iProjs = 61, iRows = 16;
+    int iX, iZ, iProjs, iRows;
     float fRelax = 0.01f;
     std::vector<float> vfCos, vfSin;  ///< -60 to 60 degrees
     std::vector<float> vfVolume;      ///< [z][row][x]
     std::vector<float> vfProjs;       ///< [projection][row][x]
 
-    explicit Scene(int iRowsWanted = 16);
+    explicit Scene(int iRowsWanted = 16, int iWidth = 1024, int iHeight = 256, int iTilts = 61);
     const float* SliceLine(int z, int iRow) const
     {
         return vfVolume.data() + (std::size_t(z) * iRows + iRow) * iX;
@@ -29,6 +30,10 @@ struct Scene
     }
     /// Samples of one row whose footprint touches the slice; the others are zeros by construction.
     double CountSamples() const;
+    /// Samples of one row that a kernel for single rays takes: a few beside the slice with them.
+    double CountFetched() const;
+    /// Samples of one row if none were left out.
+    double CountNominal() const;
     /// Pairs of a voxel and a projection of one row.
     double CountUpdates() const { return double(iX) * iZ * iProjs; }
 };
@@ -39,12 +44,14 @@ class CDeviceScene
 {
 public:
     [[nodiscard]] bool Create(const Scene& rScene);
+    void SetRange(int iFirst, int iEnd);  ///< projections of the projectors; at first all
 
     [[nodiscard]] bool UploadSlices();
     [[nodiscard]] bool DownloadSlices();
     [[nodiscard]] bool Forward() { return m_aForward.DoIt(m_aSums.GetImage()); }
     [[nodiscard]] bool Diff() { return m_aForward.DoDiff(m_aSums.GetImage(), m_aDiff.GetImage()); }
     [[nodiscard]] bool Back() { return m_aBack.DoIt(0, m_pScene->iRows); }
+    [[nodiscard]] bool Weight() { return m_aWeight.WeightRecon(m_aDiff.GetImage()); }
     [[nodiscard]] bool SumAbs() { return m_aFactor.DoDif(m_aAccum.GetImage(), 0, m_pScene->iRows); }
 
     std::vector<float> ReadSums() const;                              ///< [projection][row][x]
@@ -52,10 +59,11 @@ public:
 
 private:
     const Scene* m_pScene = nullptr;  // borrowed
-    CDeviceArray2D m_aVol, m_aRaw, m_aCosSin, m_aIndex, m_aRange;
-    CPitchedPtr2D m_aSums, m_aDiff, m_aAccum;
+    CDeviceArray2D m_aVol, m_aRaw, m_aDiff, m_aCosSin, m_aIndex, m_aRange, m_aWeights;
+    CPitchedPtr2D m_aSums, m_aAccum;
     GForwardProj m_aForward;
     GBackProj m_aBack;
     GRFactor m_aFactor;
+    GWeightProjs m_aWeight;
     std::vector<float> m_vfBack;
 };
