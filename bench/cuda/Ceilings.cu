@@ -84,8 +84,9 @@ double MeasureFetches(int iWidth, int iHeight, int iTilts, int iLanes, int iRepe
 std::string DescribeDevice()
 {
     cudaDeviceProp aProperties = {};
-    int iDriver = 0, iRuntime = 0;
-    if (!CudaOk(cudaGetDeviceProperties(&aProperties, 0), "properties of device 0") ||
+    int iDevice = 0, iDriver = 0, iRuntime = 0;
+    if (!CudaOk(cudaGetDevice(&iDevice), "selected device") ||
+        !CudaOk(cudaGetDeviceProperties(&aProperties, iDevice), "properties of the device") ||
         !CudaOk(cudaDriverGetVersion(&iDriver), "version of the driver") ||
         !CudaOk(cudaRuntimeGetVersion(&iRuntime), "version of the runtime"))
         return "unknown device";

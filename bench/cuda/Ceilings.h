@@ -24,5 +24,5 @@ struct Ceilings
 /// \return reads per second, NaN with the reason noted when the device refuses
 double MeasureFetches(int iWidth, int iHeight, int iTilts, int iLanes, int iRepeats);
 
-/// Name, memory, multiprocessors, versions of driver and runtime of device 0.
+/// Name, memory, multiprocessors, versions of driver and runtime of the selected device.
 std::string DescribeDevice();
