@@ -166,3 +166,19 @@ TEST_F(SoftCudaJob, BackendIsChosenByWhatTheDriverReports)
         EXPECT_NE(strReason.find(strExpected), std::string::npos) << strReason;
     }
 }
+
+TEST_F(SoftCudaJob, DevicesWithoutKernelsAreLeftOut)
+{
+    std::string strReason;
+    SoftCuda::SetCapability(70, 0);
+    SetBackend(MakeCudaBackend(false, 0, strReason));
+    ASSERT_TRUE(GetBackend());
+    EXPECT_EQ(GetBackend()->GetDeviceCount(), 1);
+    EXPECT_STREQ(GetBackend()->GetDetail(), "software device 1");
+    int iDevice = -1;
+    EXPECT_TRUE(GetBackend()->SelectDevice(0) && cudaGetDevice(&iDevice) == cudaSuccess);
+    EXPECT_EQ(iDevice, 1);
+    SoftCuda::SetCapability(74, 1);
+    EXPECT_EQ(MakeCudaBackend(false, 0, strReason), nullptr);
+    EXPECT_EQ(strReason, "no CUDA device of compute capability 7.5 or later");
+}

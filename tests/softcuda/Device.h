@@ -113,6 +113,7 @@ public:
     // Settings and counts, changed while no other thread calls the runtime.
     int m_iDevice = 0;
     std::size_t m_tMemory = 0;
+    int m_iCapability = 0;
     std::atomic<int> m_iLaunches = 0;
 
 private:

@@ -47,7 +47,8 @@ cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device)
     *prop = {};
     std::snprintf(prop->name, sizeof prop->name, "software device %d", device);
     prop->totalGlobalMem = Sys().aDevices[device].m_tMemory;
-    prop->major = 9;
+    prop->major = Sys().aDevices[device].m_iCapability / 10;
+    prop->minor = Sys().aDevices[device].m_iCapability % 10;
     prop->multiProcessorCount = 4;
     return cudaSuccess;
 }

@@ -34,6 +34,8 @@ enum class EOrder
 void SetDevices(int iCount);
 /// Memory of device iDevice (-1: of all), bytes. At first 1 GiB each.
 void SetMemory(std::size_t tBytes, int iDevice = -1);
+/// Compute capability of device iDevice, tenths. At first 90.
+void SetCapability(int iTenths, int iDevice);
 void SetOrder(EOrder eOrder);  ///< at first eLazy
 
 /// One coming call of pcCall ("cudaMalloc3DArray", "cudaLaunchKernelEx") does nothing and returns

@@ -89,7 +89,11 @@ System::System()
 void System::SetFirstSettings()
 {
     iDevices = 2;
-    for (CDevice& rDevice : aDevices) rDevice.m_tMemory = std::size_t(1) << 30;
+    for (CDevice& rDevice : aDevices)
+    {
+        rDevice.m_tMemory = std::size_t(1) << 30;
+        rDevice.m_iCapability = 90;
+    }
     eOrder = EOrder::eLazy;
 }
 
@@ -108,6 +112,11 @@ void SetMemory(std::size_t tBytes, int iDevice)
 {
     for (CDevice& rDevice : Sys().aDevices)
         if (iDevice < 0 || iDevice == rDevice.m_iDevice) rDevice.m_tMemory = tBytes;
+}
+
+void SetCapability(int iTenths, int iDevice)
+{
+    Sys().aDevices[iDevice].m_iCapability = iTenths;
 }
 
 void SetOrder(EOrder eOrder)

@@ -31,7 +31,7 @@ CCudaBackend::~CCudaBackend()
     for (std::size_t i = 0; i < m_vpDevices.size(); ++i)
     {
         if (!m_vpDevices[i]) continue;
-        cudaSetDevice(static_cast<int>(i));
+        cudaSetDevice(m_vProperties[i].iOrdinal);
         m_vpDevices[i].reset();
     }
 }
@@ -53,7 +53,8 @@ bool CCudaBackend::SelectDevice(int iDevice)
 bool CCudaBackend::mOpenDevice()
 {
     std::unique_ptr<Device>& rpDevice = m_vpDevices[t_iDevice];
-    if (!CudaOk(cudaSetDevice(t_iDevice), "select device %d", t_iDevice)) return false;
+    const int iOrdinal = m_vProperties[t_iDevice].iOrdinal;
+    if (!CudaOk(cudaSetDevice(iOrdinal), "select device %d", iOrdinal)) return false;
     if (rpDevice) return true;
     auto pDevice = std::make_unique<Device>();
     if (!MakeStream(pDevice->pStream) || !pDevice->aStaging.Create(pDevice->pStream.get()))

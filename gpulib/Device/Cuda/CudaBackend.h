@@ -19,6 +19,7 @@ public:
     {
         std::string strName;
         std::size_t tMemory;  ///< bytes
+        int iOrdinal;         ///< what the runtime calls it
     };
     /// \param bExact    bilinear weights of full precision in place of the texture unit's 8 bits
     /// \param iMaxRows  bounds the rows of a batch; 0: as memory allows

@@ -11,6 +11,11 @@ std::string VersionName(int iVersion)
     return std::to_string(iVersion / 1000) + "." + std::to_string(iVersion % 1000 / 10);
 }
 
+std::string CapabilityName(int iTenths)
+{
+    return std::to_string(iTenths / 10) + "." + std::to_string(iTenths % 10);
+}
+
 /// Why there is no device.
 std::string WhyNot(cudaError_t eCode)
 {
@@ -21,7 +26,10 @@ std::string WhyNot(cudaError_t eCode)
     if (eCode == cudaErrorInsufficientDriver)
         return "the CUDA driver is for version " + VersionName(iDriver) + ", " +
                VersionName(iRuntime) + " is needed";
-    if (eCode == cudaErrorNoDevice || eCode == cudaSuccess) return "no CUDA device";
+    if (eCode == cudaErrorNoDevice) return "no CUDA device";
+    if (eCode == cudaSuccess)
+        return "no CUDA device of compute capability " + CapabilityName(TALVEN_CUDA_OLDEST) +
+               " or later";
     return std::string("CUDA: ") + cudaGetErrorString(eCode);
 }
 }  // namespace
@@ -35,7 +43,9 @@ std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string
     {
         cudaDeviceProp aProperties = {};
         eCode = cudaGetDeviceProperties(&aProperties, i);
-        vDevices.push_back({aProperties.name, aProperties.totalGlobalMem});
+        // One that no kernel was compiled for would be chosen, and then fail every job.
+        if (10 * aProperties.major + aProperties.minor >= TALVEN_CUDA_OLDEST)
+            vDevices.push_back({aProperties.name, aProperties.totalGlobalMem, i});
     }
     if (eCode != cudaSuccess || vDevices.empty())
     {
