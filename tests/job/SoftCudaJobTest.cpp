@@ -52,6 +52,7 @@ TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 {
     const TestData aExpected = RunJob(m_aJob, m_aStart, "cuda");
     const std::size_t tPeak = SoftCuda::GetMemoryPeak();
+    const int iLaunches = SoftCuda::GetLaunches();
     bool bFitted = false, bFailed = false;
     for (const double dShare : {0.9, 0.6, 0.4, 0.3, 0.01})
     {
@@ -63,6 +64,8 @@ TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
         if (aResult.strError.empty())
         {
             EXPECT_EQ(aResult.vfVolume, aExpected.vfVolume) << dShare;
+            EXPECT_GT(SoftCuda::GetLaunches(), iLaunches) << "of more batches";
+            EXPECT_LT(SoftCuda::GetLaunches(), 4 * iLaunches) << "not row by row";
             bFitted = true;
         }
         else
@@ -81,6 +84,8 @@ TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
     const TestData aExpected = RunJob(m_aJob, m_aStart, "cuda", 1, 3);
     for (const auto& [pcCall, iAfter, pcWords] :
          {std::tuple{"cudaMalloc3DArray", 0, ""},  // another try fits
+          {"cudaMalloc", 0, ""},                   // of an upload: made in halves
+          {"cudaMalloc", 3, ""},                   // of a download
           {"cudaMallocPitch", 0, "create array: 7 x 1 x 1"},
           {"cudaLaunchKernelEx", 30, "launch of"},
           {"cudaMemcpyAsync", 0, "stage: copy"},
@@ -90,7 +95,7 @@ TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
           {"cudaStreamCreateWithFlags", 0, "create stream"},
           {"cudaMallocHost", 1, "pin 16 MiB"}})
     {
-        SCOPED_TRACE(pcCall);
+        SCOPED_TRACE(testing::Message() << pcCall << " after " << iAfter);
         SetBackend(nullptr);
         SoftCuda::Reset();
         SoftCuda::FailNext(pcCall, cudaErrorMemoryAllocation, iAfter);

@@ -1,6 +1,7 @@
 #include "gpulib/Device/Cuda/CudaBackend.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "gpulib/Device/DeviceError.h"
@@ -73,7 +74,11 @@ int CCudaBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
     constexpr std::size_t tEnough = std::size_t(256) << 20;  // keeps any device busy for long
     constexpr int iFewest = 64, iMost = 1024;                // of a batch that could be larger
     std::size_t tFree = 0, tTotal = 0;
-    if (cudaMemGetInfo(&tFree, &tTotal) != cudaSuccess) cudaGetLastError();
+    if (cudaMemGetInfo(&tFree, &tTotal) != cudaSuccess)
+    {
+        cudaGetLastError();
+        tFree = std::numeric_limits<std::size_t>::max();  // whoever asks halves what does not fit
+    }
     // A quarter of what is free; the values on their way to and fro take as much again.
     const std::size_t tRow = std::max<std::size_t>(tBytesPerRow, 1);
     const std::size_t tFits = tFree / 4 / (2 * tRow);

@@ -51,6 +51,20 @@ std::size_t CountValues(const HostRows<T>& rRows, int iWidth, int iHeight)
     return std::size_t(iWidth) * iHeight * rRows.iLanes;
 }
 
+/// Lines [iFirst, iEnd) of a region, or of the host memory of one.
+ImageRegion LinesOf(ImageRegion aRegion, int iFirst, int iEnd)
+{
+    aRegion.iY0 += iFirst;
+    aRegion.iHeight = iEnd - iFirst;
+    return aRegion;
+}
+template <class T>
+HostRows<T> LinesOf(HostRows<T> aRows, int iFirst)
+{
+    aRows.pData += aRows.tStrideY * iFirst;
+    return aRows;
+}
+
 bool WaitFor(const CudaEvent& rEvent, const char* pcWhat)
 {
     const CHostSpan aSpan(g_acWait);
@@ -100,6 +114,16 @@ void CStaging::Prefetch(const HostRows<const float>& rSource, int iWidth, int iH
     if (!pSlot->bFull) static_cast<void>(TakeDeviceError());
 }
 
+/// Moves the halves of a region, one after the other, when the whole does not fit into what is left
+/// of the memory.
+template <class F>
+bool CStaging::mSplit(int iHeight, F fMove)
+{
+    if (iHeight <= 1) return false;
+    static_cast<void>(TakeDeviceError());
+    return fMove(0, iHeight / 2) && fMove(iHeight / 2, iHeight);
+}
+
 bool CStaging::Upload(const ImageRegion& rRegion, const HostRows<const float>& rSource)
 {
     const int iWidth = rRegion.iWidth, iHeight = rRegion.iHeight;
@@ -112,6 +136,10 @@ bool CStaging::Upload(const ImageRegion& rRegion, const HostRows<const float>& r
             pSlot = &m_aSlots[0];
             pSlot->bFull = false;
         }
+        if (!pSlot->aValues.Reserve(CountValues(rSource, iWidth, iHeight) * sizeof(float)))
+            return mSplit(
+                iHeight, [&](int iFirst, int iEnd)
+                { return Upload(LinesOf(rRegion, iFirst, iEnd), LinesOf(rSource, iFirst)); });
         if (!mStage(*pSlot, rSource, iWidth, iHeight)) return false;
     }
     pSlot->bFull = false;
@@ -174,8 +202,11 @@ bool CStaging::StartDownload(const ImageRegion& rRegion, const HostRows<float>& 
 {
     if (!FinishDownload()) return false;
     const std::size_t tValues = CountValues(rDest, rRegion.iWidth, rRegion.iHeight);
-    m_bPending = m_aOutgoing.Reserve(tValues * sizeof(float)) &&
-                 Gather(rRegion, m_aOutgoing.GetFloats(), m_pCompute) &&
+    if (!m_aOutgoing.Reserve(tValues * sizeof(float)))
+        return mSplit(
+            rRegion.iHeight, [&](int iFirst, int iEnd)
+            { return StartDownload(LinesOf(rRegion, iFirst, iEnd), LinesOf(rDest, iFirst)); });
+    m_bPending = Gather(rRegion, m_aOutgoing.GetFloats(), m_pCompute) &&
                  CudaOk(cudaEventRecord(m_pGathered.get(), m_pCompute), "download: record");
     m_aPending = rRegion;
     m_aDest = rDest;

@@ -54,6 +54,8 @@ private:
     Slot* mFindFree(std::size_t tBytes);
     [[nodiscard]] bool mStage(Slot& rSlot, const HostRows<const float>& rSource, int iWidth,
                               int iHeight);
+    template <class F>
+    [[nodiscard]] static bool mSplit(int iHeight, F fMove);
     [[nodiscard]] bool mQueuePiece(std::size_t tPiece, std::size_t tValues);
 
     cudaStream_t m_pCompute = nullptr;
