@@ -179,9 +179,9 @@ TEST_P(Align, LogarithmHasFloorAndLimit)
     EXPECT_NEAR(aResult.vf[0], 4.6051702, 1e-6);
     EXPECT_EQ(aResult.vf[1], 6);  // ln(1000), limited
     EXPECT_EQ(aResult.vf[2], 6);
-    if (GetParam() != "cuda")
+    if (GetBackend()->UsesHostMemory())  // GPUs multiply the NaN beside it with a weight of 0
     {
-        EXPECT_NEAR(aResult.vf[3], std::log(1e-27), 1e-5);  // the filter multiplies NaN with 0
+        EXPECT_NEAR(aResult.vf[3], std::log(1e-27), 1e-5);
     }
     EXPECT_EQ(aResult.vf[4], 6);
 }

@@ -66,10 +66,9 @@ struct ExactSampler
     {
         return tex2DLayered<float>(rImage.uiTexture, fX + 0.5f, fY + 0.5f, iLane);
     }
-    /// A position on a texel reads this texel alone. fB - fA would lose fA beside -1e30.
     CUDA_FN float Mix(float fA, float fB, float fPart)
     {
-        return fPart == 0.0f ? fA : fmaf(fPart, fB, (1.0f - fPart) * fA);
+        return fmaf(fPart, fB, (1.0f - fPart) * fA);  // fB - fA would lose fA beside -1e30
     }
     CUDA_FN float SampleRow(const DeviceImage& rImage, float fU, int iRow, int iLane)
     {
