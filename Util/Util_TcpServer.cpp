@@ -183,5 +183,9 @@ bool Util_TcpServer::DoSend(const void* pvFirst, std::size_t tFirst, const void*
 {
     if (m_iClientSock == -1) return false;
     std::signal(SIGPIPE, SIG_IGN);
-    return Util_TcpSocket::SendBoth(m_iClientSock, pvFirst, tFirst, pvSecond, tSecond);
+    if (Util_TcpSocket::SendBoth(m_iClientSock, pvFirst, tFirst, pvSecond, tSecond)) return true;
+    // The stream may have broken off in a packet. What is sent next, QUIT, would wait once more for
+    // a client that takes nothing.
+    shutdown(m_iClientSock, SHUT_RDWR);
+    return false;
 }

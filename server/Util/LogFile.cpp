@@ -29,6 +29,14 @@ std::string GetTimeString()
            std::to_string(aNow.tm_year + 1900);
 }
 
+/// Whether the last byte of a file is no line end: the disk was full, or the machine went down.
+bool EndsInALine(int iFile)
+{
+    const off_t tEnd = lseek(iFile, 0, SEEK_END);
+    char cLast = '\n';
+    return tEnd > 0 && pread(iFile, &cLast, 1, tEnd - 1) == 1 && cLast != '\n';
+}
+
 const char* GetMsgName(std::uint32_t uiType)
 {
     static constexpr const char* apcNames[] = {
@@ -65,7 +73,8 @@ void CLogFile::mOpenFile()
     const char* pcHome = std::getenv("HOME");
     if (pcHome == nullptr) return;
     const std::string strPath = std::string(pcHome) + "/temp/gpu" + GetTimeString() + ".log";
-    m_iFile = open(strPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    m_iFile = open(strPath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    m_bCutOff = m_iFile != -1 && EndsInALine(m_iFile);
 }
 
 void CLogFile::LogInfo(const char* pcText)
