@@ -1,6 +1,7 @@
 #include "Util/Util_Memory.h"
 
 #include <sys/mman.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -23,7 +24,10 @@ std::size_t Util_Memory::GetAvailable()
     unsigned long long ulKiB = 0;
     while (pFile && std::fgets(acLine, sizeof acLine, pFile.get()) != nullptr)
         if (std::sscanf(acLine, "MemAvailable: %llu", &ulKiB) == 1) return ulKiB * 1024;
-    return SIZE_MAX;
+    // No /proc or no descriptor left: what is free at least.
+    struct sysinfo aInfo = {};
+    if (sysinfo(&aInfo) != 0) return SIZE_MAX;
+    return std::size_t{aInfo.freeram} * aInfo.mem_unit;
 }
 
 std::size_t Util_Memory::GetResident()

@@ -6,7 +6,8 @@
 class Util_Memory
 {
 public:
-    /// What programs can still take without swapping; SIZE_MAX when the system does not say.
+    /// What programs can still take without swapping, or less when the system tells only what is
+    /// free; SIZE_MAX when it does not say.
     static std::size_t GetAvailable();
     /// What this process holds already, 0 when the system does not say.
     static std::size_t GetResident();

@@ -39,6 +39,7 @@ private:
     static const Command m_aCommands[];
     static const Command* mFindCommand(std::uint32_t uiMsgType);
 
+    int mAccept();
     bool mHasClientPacket();
     void mRecvPacket();
     bool mRecvData();

@@ -1,6 +1,7 @@
 #include "tests/wire/RawClient.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -43,6 +44,8 @@ RawClient::RawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
     for (int i = 0; i < 500; ++i)
     {
         m_iSocket = socket(AF_INET, SOCK_STREAM, 0);
+        const int iOn = 1;  // a header and its data go at once
+        setsockopt(m_iSocket, IPPROTO_TCP, TCP_NODELAY, &iOn, sizeof iOn);
         if (connect(m_iSocket, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress) == 0)
             return;
         Close();
