@@ -7,8 +7,12 @@
 namespace
 {
 // Relative errors, all elements together: the rounding of one pass of float sums, and what
-// iterations make of it.
-constexpr double g_dOnePass = 2e-5, g_dIterated = 2e-4;
+// iterations make of it. The ratios of EM enlarge the rounding of rays that hardly touch the
+// volume.
+double GetTolerance(ECheck eCheck)
+{
+    return eCheck == eSartRun ? 2e-4 : eCheck == eEmRun ? 1e-3 : 2e-5;
+}
 
 bool IsModest(const std::vector<float>& rValues)
 {
@@ -71,7 +75,7 @@ bool CSession::mCheckVolume(const TestData& rExpected, ECheck eCheck)
     const double dError = RelativeError(vfGot, rExpected.vfVolume);
 
     m_aModel.aVolume.vf = std::move(vfGot);
-    return mAgrees(eCheck, dError, eCheck == eBackProjected ? g_dOnePass : g_dIterated, "volume");
+    return mAgrees(eCheck, dError, GetTolerance(eCheck), "volume");
 }
 
 /// Selected projections are computed, the others stay.
@@ -93,7 +97,8 @@ bool CSession::mCheckStack(const TestData& rExpected)
         std::ranges::copy(vf, m_aModel.aStack.Nth(n).begin());
     }
 
-    return mAgrees(eReprojected, RelativeError(vfGot, vfWanted), g_dOnePass, "stack");
+    return mAgrees(eReprojected, RelativeError(vfGot, vfWanted), GetTolerance(eReprojected),
+                   "stack");
 }
 
 /// The R-factor sums of each iteration, relative to the sums themselves.
@@ -118,7 +123,7 @@ bool CSession::mCheckStat(const TestJob& rJob, const TestData& rExpected, ECheck
         }
         m_aModel.vvfStat.push_back(vfGot);
     }
-    return mAgrees(eCheck, dError, g_dIterated, "R-factors");
+    return mAgrees(eCheck, dError, GetTolerance(eCheck), "R-factors");
 }
 
 bool CSession::mAgrees(ECheck eCheck, double dError, double dTolerance, const char* pcWhat)
