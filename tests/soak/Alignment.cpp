@@ -2,6 +2,7 @@
 #include <bit>
 #include <cmath>
 
+#include "tests/soak/JobError.h"
 #include "tests/soak/Session.h"
 #include "tests/wire/Messages.h"
 
@@ -68,10 +69,10 @@ bool CSession::mTransform()
             return mWrong("transform: pixel %zu is %g, not %g", i, vfGot[i], vdExpected[i]);
         if (std::isnan(vdExpected[i])) continue;
         const double dError = std::fabs(vfGot[i] - vdExpected[i]);
-        dWorst = dError <= dWorst ? dWorst : dError;
+        dWorst = Larger(dWorst, dError);
     }
     std::ranges::copy(vfGot, m_aModel.aStack.Nth(iAProj).begin());
-    return mAgrees(eTransformed, dWorst, g_dPixel, "transform");
+    return mAgrees(eTransformed, dWorst, g_dPixel);
 }
 
 bool CSession::mCompare()
@@ -91,9 +92,9 @@ bool CSession::mCompare()
         if (aExpected.adSize[k] > 1e37) continue;  // missing pixels of the stack squared
         const double dGot = std::bit_cast<float>(m_aReply.Field(int(7 + k)));
         const double dError = std::fabs(dGot - aExpected.ad[k]) / (aExpected.adSize[k] + 1e-6);
-        dWorst = dError <= dWorst ? dWorst : dError;
+        dWorst = Larger(dWorst, dError);
     }
     m_aModel.auiSums.emplace();
     std::copy_n(m_aReply.auiFields.begin() + 7, 8, m_aModel.auiSums->begin());
-    return mAgrees(eCompared, dWorst, g_dSum, "sums");
+    return mAgrees(eCompared, dWorst, g_dSum);
 }

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 namespace
 {
@@ -33,7 +34,7 @@ bool Options::Parse(int iCount, char** ppcArguments)
         if (c == 'k') ulFirst = std::strtoull(pcValue, nullptr, 0), ulSessions = 1;
         if (c == 'c') iClients = std::atoi(pcValue);
         if (c == 'g') lGrowth = std::atol(pcValue);
-        if (c == 'p') strServer = pcValue;
+        if (c == 'p') strServer = std::filesystem::absolute(pcValue);  // it runs elsewhere
         if (c == '?') bUsable = false;
     }
     if (optind < iCount) dSeconds = std::atof(ppcArguments[optind++]);

@@ -66,10 +66,12 @@ private:
     // Jobs.cpp, Alignment.cpp: each compares all that it changed with the oracle
     bool mJob(bool bReproject);
     bool mPrepareJob();
-    bool mCheckVolume(const TestData& rExpected, ECheck eCheck);
-    bool mCheckStack(const TestData& rExpected);
-    bool mCheckStat(const TestJob& rJob, const TestData& rExpected, ECheck eCheck);
-    bool mAgrees(ECheck eCheck, double dError, double dTolerance, const char* pcWhat);
+    bool mCheckJob(const TestJob& rJob, const TestData& rStart, const TestData& rGot,
+                   const TestData& rExpected);
+    bool mFetchVolume(TestData& rGot);
+    bool mFetchStack(TestData& rGot);
+    bool mFetchStat(const TestJob& rJob, TestData& rGot);
+    bool mAgrees(ECheck eCheck, double dError, double dTolerance);
     AlignJob mMakeAlignJob();
     bool mTransform();
     bool mCompare();

@@ -13,6 +13,7 @@ enum ECheck
     eSartRun,
     eEmRun,
     eSmoothed,  ///< of the two above
+    eDoubted,   ///< of all above: compared with the doubt of the oracle
     eTransformed,
     eCompared,
     eRefused,
@@ -20,8 +21,8 @@ enum ECheck
 };
 
 inline constexpr const char* g_apcChecks[eChecks] = {
-    "back projections",   "reprojections", "SART",     "EM",
-    "  of them smoothed", "transforms",    "compares", "refusals"};
+    "back projections",   "reprojections", "SART",     "EM",      "  of them smoothed",
+    "  of them in doubt", "transforms",    "compares", "refusals"};
 
 /// The counts of all client processes; lies in memory that they share.
 struct Tally
