@@ -1,6 +1,7 @@
 #include "tests/soak/JobError.h"
 
 #include <algorithm>
+#include <random>
 
 namespace
 {
@@ -41,8 +42,13 @@ double JobError(const TestJob& rJob, const TestData& rGot, const TestData& rExpe
 
 double JobDoubt(const TestJob& rJob, const TestData& rStart, const TestData& rExpected)
 {
-    constexpr float fTurn = 1e-5f;  // degrees: 30 pixels from the axis 5e-6 pixels
-    TestJob aTurned = rJob;
-    for (float& rfAngle : aTurned.vfAngles) rfAngle += fTurn;
-    return JobError(rJob, RunOracle(aTurned, rStart), rExpected);
+    constexpr float fTurn = 1e-5f;  // degrees: 5e-6 pixels at 30 pixels from the axis
+    TestJob aJob = rJob;
+    TestData aStart = rStart;
+    std::minstd_rand aRandom;
+    std::uniform_real_distribution<float> aNoise(-1e-6f, 1e-6f);  // a few roundings
+    for (float& rfAngle : aJob.vfAngles) rfAngle += fTurn;
+    for (std::vector<float>* pvf : {&aStart.vfProjs, &aStart.vfVolume})
+        for (float& rfValue : *pvf) rfValue *= 1 + aNoise(aRandom);
+    return JobError(rJob, RunOracle(aJob, aStart), rExpected);
 }

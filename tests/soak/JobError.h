@@ -8,8 +8,8 @@
 /// projections or the R-factors, whichever is worst. NaN when anything is.
 double JobError(const TestJob& rJob, const TestData& rGot, const TestData& rExpected);
 
-/// What a turn of all angles by about one rounding of a sample's position does to the oracle's
-/// result: little, but to the few jobs whose rays hardly touch the volume.
+/// What a few roundings of the samples' positions and of the inputs do to the oracle's result:
+/// little, but to the few jobs of EM where rays hardly touch anything, or nothing by a hair.
 double JobDoubt(const TestJob& rJob, const TestData& rStart, const TestData& rExpected);
 
 /// NaN is the largest number.
