@@ -45,7 +45,7 @@ RawClient::RawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
     for (int i = 0; i < 500; ++i)
     {
         m_iSocket = socket(AF_INET, SOCK_STREAM, 0);
-        const int iOn = 1;  // a header and its data are two sends
+        const int iOn = 1;  // a header and its data go at once
         setsockopt(m_iSocket, IPPROTO_TCP, TCP_NODELAY, &iOn, sizeof iOn);
         if (connect(m_iSocket, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress) == 0)
             return;
