@@ -64,6 +64,7 @@ void ServerProcess::Start(const Environment& rExtra, const std::string& strConfi
     for (std::string& rEntry : vstrEnvironment) vpcEnvironment.push_back(rEntry.data());
     vpcEnvironment.push_back(nullptr);
     const std::string strOutput = (m_aHome / "output.txt").string();
+    const std::string strProgram = m_strProgram.empty() ? TALVEN_SERVER_PATH : m_strProgram;
     char* apcArguments[] = {const_cast<char*>("talven-server"), nullptr};
 
     m_iPid = fork();
@@ -75,7 +76,7 @@ void ServerProcess::Start(const Environment& rExtra, const std::string& strConfi
     if (chdir(m_aHome.c_str()) != 0) _exit(126);
     if (fInChild) fInChild();
     close_range(3, ~0u, 0);  // what this program has open is no business of the server
-    execve(TALVEN_SERVER_PATH, apcArguments, vpcEnvironment.data());
+    execve(strProgram.c_str(), apcArguments, vpcEnvironment.data());
     _exit(127);
 }
 

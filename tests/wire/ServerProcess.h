@@ -19,6 +19,8 @@ public:
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
 
+    void SetProgram(const std::string& strPath) { m_strProgram = strPath; }  ///< another server
+
     /// Starts the server on a free port of the loopback, on the host backend, unless rExtra says
     /// otherwise (an empty value unsets a variable). strConfig becomes config.gpu when it is not
     /// empty. fInChild is called in the child before the server takes over.
@@ -45,6 +47,7 @@ public:
     static int FindFreePort();
 
 private:
+    std::string m_strProgram;  // empty: the one that was built with the tests
     std::filesystem::path m_aHome;
     pid_t m_iPid = -1;
     int m_iPort = 0;
