@@ -27,6 +27,9 @@ public:
 
     /// 1: a client is connected, now or already; 0: nothing happened; -1: accept failed.
     int ConnectClient(float fSeconds);
+    /// Serves a peer that is connected already: takes the stream socket over and closes the former
+    /// client.
+    void TakeClient(int iSocket);
     bool CanRecvNow(float fSeconds);
     bool CanSendNow(float fSeconds);
     bool DoRecv(void* pvBuffer, std::size_t tBytes);  ///< all of it or false
