@@ -75,13 +75,14 @@ void Serve(const ScriptClient& rClient)
 {
     static CPeer s_aPeer;
     CReplyReader aReader;
-    s_aPeer.Connect(rClient.vBytes,
-                    [&](std::span<const std::byte> aBytes) { aReader.Take(aBytes); });
+    s_aPeer.Connect(
+        rClient.vBytes, [&](std::span<const std::byte> aBytes) { aReader.Take(aBytes); },
+        rClient.bInHurry);
     CClientMain aSession;
     while (aSession.ServePacket())
         ;
     s_aPeer.Finish();
-    CheckReplies(aReader.Finish(), rClient);
+    if (!rClient.bInHurry) CheckReplies(aReader.Finish(), rClient);
 }
 
 void ForgetAll()

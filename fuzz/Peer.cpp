@@ -23,7 +23,7 @@ CPeer::~CPeer()
     m_aThread.join();
 }
 
-void CPeer::Connect(std::span<const std::byte> aBytes, Sink fnSink)
+void CPeer::Connect(std::span<const std::byte> aBytes, Sink fnSink, bool bInHurry)
 {
     std::array<int, 2> aiPair = {};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, aiPair.data()) != 0)
@@ -33,6 +33,7 @@ void CPeer::Connect(std::span<const std::byte> aBytes, Sink fnSink)
     m_iSocket = aiPair[1];
     m_aBytes = aBytes;
     m_fnSink = std::move(fnSink);
+    m_bInHurry = bInHurry;
     m_bBusy = true;
     m_aCond.notify_all();
 }
@@ -68,6 +69,7 @@ void CPeer::mTalk()
         if (bSending && !mSend())
         {
             bSending = false;
+            if (m_bInHurry) break;
             shutdown(m_iSocket, SHUT_WR);
         }
         bReading = mRecv();

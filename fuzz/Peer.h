@@ -8,7 +8,8 @@
 #include <thread>
 
 /// The client's end of a socket pair whose other end Util_TcpServer serves: a thread that sends
-/// given bytes, closes its direction, and reads until the server hangs up.
+/// given bytes, closes its direction, and reads until the server hangs up; or, in a hurry, hangs up
+/// itself when it has sent all.
 class CPeer
 {
 public:
@@ -21,7 +22,7 @@ public:
     CPeer& operator=(const CPeer&) = delete;
 
     /// Becomes the client of the server. aBytes are borrowed until Finish().
-    void Connect(std::span<const std::byte> aBytes, Sink fnSink);
+    void Connect(std::span<const std::byte> aBytes, Sink fnSink, bool bInHurry = false);
     /// Waits until the server has hung up and the sink has got the last byte.
     void Finish();
 
@@ -35,8 +36,9 @@ private:
     std::condition_variable m_aCond;
     bool m_bBusy = false;
     bool m_bStop = false;
-    int m_iSocket = -1;  // these three belong to the thread while m_bBusy is set
+    int m_iSocket = -1;  // these four belong to the thread while m_bBusy is set
     std::span<const std::byte> m_aBytes;
     Sink m_fnSink;
+    bool m_bInHurry = false;
     std::thread m_aThread;  // last: it uses all of the above
 };

@@ -261,9 +261,12 @@ std::vector<ScriptClient> CScriptWriter::Finish()
 std::vector<ScriptClient> ReadScript(std::span<const std::uint8_t> aInput)
 {
     CInput aRecords(aInput);
-    if (aRecords.GetByte() % 2 != 0)
+    const std::uint8_t uiMode = aRecords.GetByte();
+    const bool bInHurry = (uiMode & 2) != 0;
+    if ((uiMode & 1) != 0)
     {
         ScriptClient aClient;
+        aClient.bInHurry = bInHurry;
         aClient.bComplete = false;
         const auto aBytes = std::as_bytes(aInput.subspan(1));
         aClient.vBytes.assign(aBytes.begin(), aBytes.end());
@@ -271,5 +274,7 @@ std::vector<ScriptClient> ReadScript(std::span<const std::uint8_t> aInput)
     }
     CScriptWriter aWriter;
     while (!aRecords.IsEmpty()) aWriter.TakeRecord(aRecords);
-    return aWriter.Finish();
+    std::vector<ScriptClient> vClients = aWriter.Finish();
+    for (ScriptClient& rClient : vClients) rClient.bInHurry = bInHurry;
+    return vClients;
 }
