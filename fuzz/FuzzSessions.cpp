@@ -77,12 +77,12 @@ void Serve(const ScriptClient& rClient)
     CReplyReader aReader;
     s_aPeer.Connect(
         rClient.vBytes, [&](std::span<const std::byte> aBytes) { aReader.Take(aBytes); },
-        rClient.bInHurry);
+        rClient.tEnough);
     CClientMain aSession;
     while (aSession.ServePacket())
         ;
     s_aPeer.Finish();
-    if (!rClient.bInHurry) CheckReplies(aReader.Finish(), rClient);
+    if (rClient.tEnough == SIZE_MAX) CheckReplies(aReader.Finish(), rClient);
 }
 
 void ForgetAll()

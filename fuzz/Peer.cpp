@@ -23,7 +23,7 @@ CPeer::~CPeer()
     m_aThread.join();
 }
 
-void CPeer::Connect(std::span<const std::byte> aBytes, Sink fnSink, bool bInHurry)
+void CPeer::Connect(std::span<const std::byte> aBytes, Sink fnSink, std::size_t tEnough)
 {
     std::array<int, 2> aiPair = {};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, aiPair.data()) != 0)
@@ -33,7 +33,8 @@ void CPeer::Connect(std::span<const std::byte> aBytes, Sink fnSink, bool bInHurr
     m_iSocket = aiPair[1];
     m_aBytes = aBytes;
     m_fnSink = std::move(fnSink);
-    m_bInHurry = bInHurry;
+    m_tEnough = tEnough;
+    m_tGot = 0;
     m_bBusy = true;
     m_aCond.notify_all();
 }
@@ -62,14 +63,13 @@ void CPeer::mRun()
 void CPeer::mTalk()
 {
     bool bSending = true, bReading = true;
-    while (bReading)
+    while (bReading && (bSending || m_tGot < m_tEnough))
     {
         pollfd aPoll = {m_iSocket, static_cast<short>(bSending ? POLLIN | POLLOUT : POLLIN), 0};
         if (poll(&aPoll, 1, -1) < 0) continue;
         if (bSending && !mSend())
         {
             bSending = false;
-            if (m_bInHurry) break;
             shutdown(m_iSocket, SHUT_WR);
         }
         bReading = mRecv();
@@ -91,6 +91,8 @@ bool CPeer::mRecv()
 {
     std::array<std::byte, 65536> aBuffer;
     const ssize_t tDone = recv(m_iSocket, aBuffer.data(), aBuffer.size(), MSG_DONTWAIT);
-    if (tDone > 0) m_fnSink(std::span(aBuffer).first(static_cast<std::size_t>(tDone)));
-    return tDone > 0 || (tDone < 0 && (errno == EAGAIN || errno == EINTR));
+    if (tDone <= 0) return tDone < 0 && (errno == EAGAIN || errno == EINTR);
+    m_tGot += static_cast<std::size_t>(tDone);
+    m_fnSink(std::span(aBuffer).first(static_cast<std::size_t>(tDone)));
+    return true;
 }

@@ -2,14 +2,14 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <span>
 #include <thread>
 
 /// The client's end of a socket pair whose other end Util_TcpServer serves: a thread that sends
-/// given bytes, closes its direction, and reads until the server hangs up; or, in a hurry, hangs up
-/// itself when it has sent all.
+/// given bytes, closes its direction, and reads until the server hangs up or it has got enough.
 class CPeer
 {
 public:
@@ -22,7 +22,8 @@ public:
     CPeer& operator=(const CPeer&) = delete;
 
     /// Becomes the client of the server. aBytes are borrowed until Finish().
-    void Connect(std::span<const std::byte> aBytes, Sink fnSink, bool bInHurry = false);
+    /// \param tEnough  bytes from the server after which it hangs up, when it has sent all
+    void Connect(std::span<const std::byte> aBytes, Sink fnSink, std::size_t tEnough = SIZE_MAX);
     /// Waits until the server has hung up and the sink has got the last byte.
     void Finish();
 
@@ -36,9 +37,10 @@ private:
     std::condition_variable m_aCond;
     bool m_bBusy = false;
     bool m_bStop = false;
-    int m_iSocket = -1;  // these four belong to the thread while m_bBusy is set
+    int m_iSocket = -1;  // these five belong to the thread while m_bBusy is set
     std::span<const std::byte> m_aBytes;
     Sink m_fnSink;
-    bool m_bInHurry = false;
+    std::size_t m_tEnough = 0;
+    std::size_t m_tGot = 0;
     std::thread m_aThread;  // last: it uses all of the above
 };

@@ -262,11 +262,11 @@ std::vector<ScriptClient> ReadScript(std::span<const std::uint8_t> aInput)
 {
     CInput aRecords(aInput);
     const std::uint8_t uiMode = aRecords.GetByte();
-    const bool bInHurry = (uiMode & 2) != 0;
+    const std::size_t tEnough = (uiMode & 2) != 0 ? sizeof(Header) * (uiMode >> 2) : SIZE_MAX;
     if ((uiMode & 1) != 0)
     {
         ScriptClient aClient;
-        aClient.bInHurry = bInHurry;
+        aClient.tEnough = tEnough;
         aClient.bComplete = false;
         const auto aBytes = std::as_bytes(aInput.subspan(1));
         aClient.vBytes.assign(aBytes.begin(), aBytes.end());
@@ -275,6 +275,6 @@ std::vector<ScriptClient> ReadScript(std::span<const std::uint8_t> aInput)
     CScriptWriter aWriter;
     while (!aRecords.IsEmpty()) aWriter.TakeRecord(aRecords);
     std::vector<ScriptClient> vClients = aWriter.Finish();
-    for (ScriptClient& rClient : vClients) rClient.bInHurry = bInHurry;
+    for (ScriptClient& rClient : vClients) rClient.tEnough = tEnough;
     return vClients;
 }

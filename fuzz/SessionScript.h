@@ -19,13 +19,14 @@ struct ScriptClient
     std::vector<std::byte> vBytes;
     std::vector<Owed> vOwed;  ///< up to the first length that lies, from where on nobody knows
     bool bComplete = true;    ///< no length lies: nothing but QUIT follows the replies above
-    bool bInHurry = false;    ///< hangs up without waiting for replies
+    std::size_t tEnough = SIZE_MAX;  ///< bytes of replies after which it hangs up
 };
 
 /// Turns a fuzz input into the clients of a server, one after the other.
 ///
-/// Bits of the first byte: 0, the rest is what one client sends, as it is; 1, all clients are in a
-/// hurry. Without bit 0 the rest are records, one packet each:
+/// Bits of the first byte: 0, the rest is what one client sends, as it is; 1, the clients hang up
+/// after as many headers of replies as bits 2 to 7 say. Without bit 0 the rest are records, one
+/// packet each:
 /// - type: below 32 itself, then 32 strange ones, then all over again;
 /// - form: low 4 bits, how many fields from the fourth on follow; bit 4, the packet is a part; bits
 ///   5 and 6, see below;
