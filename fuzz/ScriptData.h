@@ -11,6 +11,7 @@ class CInput
 public:
     explicit CInput(std::span<const std::uint8_t> aBytes) : m_aBytes(aBytes) {}
     bool IsEmpty() const { return m_aBytes.empty(); }
+    std::size_t GetLeft() const { return m_aBytes.size(); }
     std::uint8_t GetByte();
     std::uint32_t GetWord(int iBytes);  ///< 1 to 4 bytes, least significant first
     /// A header field in one byte: numbers below 200 are themselves, the others stand for numbers

@@ -11,7 +11,7 @@
 namespace
 {
 constexpr std::size_t g_tMaxBytes = std::size_t{1} << 18;  // of one client
-constexpr double g_dMaxWork = 3e7;                         // samples of one input's jobs
+constexpr double g_dMaxWork = 4e6;                         // samples of one input's jobs
 
 using Header = std::array<std::uint32_t, 16>;
 
@@ -277,4 +277,18 @@ std::vector<ScriptClient> ReadScript(std::span<const std::uint8_t> aInput)
     std::vector<ScriptClient> vClients = aWriter.Finish();
     for (ScriptClient& rClient : vClients) rClient.tEnough = tEnough;
     return vClients;
+}
+
+std::vector<std::size_t> FindRecords(std::span<const std::uint8_t> aInput)
+{
+    CInput aRecords(aInput);
+    if ((aRecords.GetByte() & 1) != 0) return {};
+    CScriptWriter aWriter;
+    std::vector<std::size_t> vtStarts = {aInput.size() - aRecords.GetLeft()};
+    while (!aRecords.IsEmpty())
+    {
+        aWriter.TakeRecord(aRecords);
+        vtStarts.push_back(aInput.size() - aRecords.GetLeft());
+    }
+    return vtStarts;
 }

@@ -42,5 +42,8 @@ struct ScriptClient
 /// out: the sizes that make them so are not.
 std::vector<ScriptClient> ReadScript(std::span<const std::uint8_t> aInput);
 
+/// Where the records of an input begin, and its end; nothing when it has none.
+std::vector<std::size_t> FindRecords(std::span<const std::uint8_t> aInput);
+
 /// What the server is told to have: far below what real jobs need, far above what scripts hold.
 constexpr std::size_t g_tScriptMemory = std::size_t{4} << 20;
