@@ -10,7 +10,7 @@
 
 namespace
 {
-constexpr std::size_t g_tMaxBytes = std::size_t{1} << 18;  // of one client
+constexpr std::size_t g_tMaxBytes = std::size_t{1} << 19;  // of one client
 constexpr double g_dMaxWork = 4e6;                         // samples of one input's jobs
 
 using Header = std::array<std::uint32_t, 16>;
@@ -39,8 +39,12 @@ private:
     bool m_bSwap = false;  // what the server does with our packets
     std::uint32_t m_uiSerial = 0;
     std::array<std::uint32_t, 3> m_auiStack{}, m_auiVolume{}, m_auiMeasured{};
-    double m_dStack = 0, m_dVolume = 0, m_dMeasured = 0, m_dKernel = 0;  // largest, elements
-    double m_dList = 1, m_dIterations = 1, m_dWork = 0;
+    struct Most  // of one client; elements
+    {
+        double dStack = 0, dVolume = 0, dMeasured = 0, dKernel = 0, dList = 1, dIterations = 1;
+    };
+    Most m_aMost;
+    double m_dWork = 0;
 };
 
 std::uint64_t Product(std::uint64_t ulA, std::uint64_t ulB)
@@ -101,24 +105,25 @@ void CScriptWriter::mNoteSizes(const Header& rHeader)
     switch (rHeader[0])
     {
     case CMsgConst::PROJSIZE:
-        NoteSize(m_auiStack, m_dStack);
-        if (dSize <= dMemory) m_dList = std::max(m_dList, dF6);
+        NoteSize(m_auiStack, m_aMost.dStack);
+        if (dSize <= dMemory) m_aMost.dList = std::max(m_aMost.dList, dF6);
         break;
     case CMsgConst::VOLSIZE:
-        NoteSize(m_auiVolume, m_dVolume);
+        NoteSize(m_auiVolume, m_aMost.dVolume);
         break;
     case CMsgConst::MPROJSIZE:
-        NoteSize(m_auiMeasured, m_dMeasured);
+        NoteSize(m_auiMeasured, m_aMost.dMeasured);
         break;
     case CMsgConst::SETOP:
-        if (dF5 <= dWords) m_dList = std::max(m_dList, dF5);
+        if (dF5 <= dWords) m_aMost.dList = std::max(m_aMost.dList, dF5);
         break;
     case CMsgConst::RECONOPT:
-        if (dF5 * dF6 <= dWords) m_dIterations = std::max(m_dIterations, dF5 * (1 + dF6 / 16));
+        if (dF5 * dF6 <= dWords)
+            m_aMost.dIterations = std::max(m_aMost.dIterations, dF5 * (1 + dF6 / 16));
         break;
     case CMsgConst::SMOOTHOPT:
         if (dF5 * dF6 * rHeader[7] <= dWords)
-            m_dKernel = std::max(m_dKernel, dF5 * dF6 * rHeader[7]);
+            m_aMost.dKernel = std::max(m_aMost.dKernel, dF5 * dF6 * rHeader[7]);
         break;
     default:
         break;
@@ -131,20 +136,21 @@ bool CScriptWriter::mIsTooMuch(const Header& rHeader)
     switch (rHeader[0])
     {
     case CMsgConst::RECONSTRUCT:
-        dWork = m_dIterations * ((m_dVolume + m_dStack) * m_dList + m_dVolume * m_dKernel);
+        dWork = m_aMost.dIterations * ((m_aMost.dVolume + m_aMost.dStack) * m_aMost.dList +
+                                       m_aMost.dVolume * m_aMost.dKernel);
         break;
     case CMsgConst::REPROJECT:
-        dWork = (m_dVolume + m_dStack) * m_dList;
+        dWork = (m_aMost.dVolume + m_aMost.dStack) * m_aMost.dList;
         break;
     case CMsgConst::TRANSFORM:
     case CMsgConst::TRANSFORML:
     case CMsgConst::COMPARE:
     case CMsgConst::COMPAREL:
-        dWork = m_dStack + m_dMeasured;
+        dWork = m_aMost.dStack + m_aMost.dMeasured;
         break;
     case CMsgConst::PROJGET:
     case CMsgConst::VOLGET:
-        dWork = (m_dStack + m_dVolume) / 4;
+        dWork = (m_aMost.dStack + m_aMost.dVolume) / 4;
         break;
     default:
         break;
@@ -205,6 +211,7 @@ void CScriptWriter::mEndClient()
 {
     m_vClients.push_back(std::move(m_aClient));
     m_aClient = {};
+    m_aMost = {};
     m_bSwap = false;
 }
 
