@@ -25,7 +25,11 @@ bool Replay(const std::filesystem::path& rFile)
 {
     std::fprintf(stderr, "%s\n", rFile.c_str());
     std::ifstream aStream(rFile, std::ios::binary);
-    if (!aStream) return false;
+    if (!aStream)
+    {
+        std::fputs("cannot be read\n", stderr);
+        return false;
+    }
     const std::vector<char> vcBytes{std::istreambuf_iterator<char>(aStream), {}};
     LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(vcBytes.data()), vcBytes.size());
     return true;
