@@ -43,6 +43,11 @@ public:
     {
         return m_pInner->GetBatchRows(iRows, tBytesPerRow);
     }
+    int GetPieceRows(int iWidth, int iRows) const override
+    {
+        return m_pInner->GetPieceRows(iWidth, iRows);
+    }
+    bool UsesHostMemory() const override { return m_pInner->UsesHostMemory(); }
     bool CreateArray(DeviceImage& rImage) override { return m_pInner->CreateArray(rImage); }
     bool CreatePitched(DeviceImage& rImage) override { return m_pInner->CreatePitched(rImage); }
     bool CreateLent(DeviceImage& rImage, const void* pvSource) override
@@ -61,6 +66,16 @@ public:
     {
         return m_pInner->Download(rImage, rDest, iX0, iY0, iWidth, iHeight);
     }
+    void Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight) override
+    {
+        m_pInner->Prefetch(rSource, iWidth, iHeight);
+    }
+    bool StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                       int iWidth, int iHeight) override
+    {
+        return m_pInner->StartDownload(rImage, rDest, iX0, iY0, iWidth, iHeight);
+    }
+    bool FinishDownload() override { return m_pInner->FinishDownload(); }
     bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) override
     {
         return m_pInner->Copy(rDest, rSource);

@@ -22,14 +22,16 @@ find_package(Threads REQUIRED)
 
 # Warnings and sanitizers of every target of ours; never exported.
 add_library(talven_options INTERFACE)
-target_compile_options(talven_options INTERFACE -Wall -Wextra -Wshadow -Wnon-virtual-dtor
-                                                -Woverloaded-virtual -Wformat=2 -Wundef)
+set(TALVEN_CXX_OPTIONS -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
+                       -Wundef)
 if(TALVEN_WERROR)
-  target_compile_options(talven_options INTERFACE -Werror)
+  list(APPEND TALVEN_CXX_OPTIONS -Werror)
 endif()
 if(TALVEN_SANITIZE)
-  target_compile_options(talven_options INTERFACE -fsanitize=${TALVEN_SANITIZE}
-                                                  -fno-omit-frame-pointer
-                                                  -fno-sanitize-recover=all)
+  list(APPEND TALVEN_CXX_OPTIONS -fsanitize=${TALVEN_SANITIZE} -fno-omit-frame-pointer
+       -fno-sanitize-recover=all)
+endif()
+target_compile_options(talven_options INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${TALVEN_CXX_OPTIONS}>")
+if(TALVEN_SANITIZE)
   target_link_options(talven_options INTERFACE -fsanitize=${TALVEN_SANITIZE})
 endif()

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "gpulib/App/JobShape.h"
+#include "gpulib/Device/Backend.h"
 
 void CBackProj::SetPreweightBox(const float* pfOrig, const float* pfDim)
 {
@@ -17,7 +18,7 @@ bool CBackProj::DoIt(int iStartY, int iSizeY)
     if (!mPrepare()) return false;
     for (int y = 0; y < iSizeY; y += m_iBatch)
         if (!mDoBatch(y, std::min(m_iBatch, iSizeY - y))) return false;
-    return true;
+    return GetBackend()->FinishDownload();
 }
 
 bool CBackProj::mPrepare()
@@ -25,8 +26,9 @@ bool CBackProj::mPrepare()
     mPopulateBand();
     mCalcBatch(g_iBackProjImages);
     mCalcSetSize();
-    if (!mCreateProjsTex(true) || !mCreateAnglesTex() || !mCreateVolumeTex() ||
-        !mCreateRangeTex() || !mCreateProjIndexTex() || (m_bWeight && !mGenWeights(true)))
+    if (!mCreateAnglesTex() || !mCreateRangeTex() || !mCreateProjIndexTex() ||
+        (m_bWeight && !mGenWeights(true)) ||
+        !mFitBatch([this] { return mCreateProjsTex(true) && mCreateVolumeTex(); }))
         return false;
     mConfigBackProj();
     mConfigDiffProj();
@@ -53,8 +55,11 @@ void CBackProj::mConfigDiffProj()
 bool CBackProj::mDoBatch(int iY, int iRows)
 {
     // Measured and working rows share one image: what is loaded is what is back projected.
-    return mSetProjTex(m_iStartY + iY, iRows) && mSetVolTex(m_iStartY + iY, iRows) &&
-           (!m_bWeight || (m_aDiffProjImpl.WeightRef() && m_aDiffProjImpl.WeightProjs())) &&
-           m_aBackProjImpl.DoIt(iY, iRows) &&
-           m_aBackProjImpl.ToHost(mGetVolume(), m_iStartY + iY, iRows);
+    if (!mSetProjTex(m_iStartY + iY, iRows) || !mSetVolTex(m_iStartY + iY, iRows) ||
+        (m_bWeight && !(m_aDiffProjImpl.WeightRef() && m_aDiffProjImpl.WeightProjs())) ||
+        !m_aBackProjImpl.DoIt(iY, iRows) || !GetBackend()->FinishDownload())
+        return false;
+    mPrefetchProjs(iY + m_iBatch);
+    mPrefetchVolume(iY + m_iBatch);
+    return m_aBackProjImpl.StartToHost(mGetVolume(), m_iStartY + iY, iRows);
 }

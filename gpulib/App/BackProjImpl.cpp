@@ -13,7 +13,7 @@ void CBackProjImpl::SetTextures(const CTextures& rTextures)
     m_aGBackProj.SetVolArray(rTextures.GetVolArray());
 }
 
-bool CBackProjImpl::ToHost(Util_Volume& rVolume, int iY, int iRows) const
+bool CBackProjImpl::StartToHost(Util_Volume& rVolume, int iY, int iRows) const
 {
-    return m_pTextures->m_aVolTex.ToHost(GetBatch(rVolume, iY, iRows));
+    return m_pTextures->m_aVolTex.StartToHost(GetBatch(rVolume, iY, iRows));
 }

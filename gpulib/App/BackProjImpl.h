@@ -19,8 +19,9 @@ public:
     [[nodiscard]] bool DoIt(int iY, int iRows) { return m_aGBackProj.DoIt(iY, iRows); }
     /// EM update likewise.
     [[nodiscard]] bool DoItEm(int iY, int iRows) { return m_aGBackProj.DoItEm(iY, iRows); }
-    /// Stores the slices as rows iY, iY + 1, ... of the volume.
-    [[nodiscard]] bool ToHost(Util_Volume& rVolume, int iY, int iRows) const;
+    /// Stores the slices as rows iY, iY + 1, ... of the volume, which are complete after
+    /// CBackend::FinishDownload().
+    [[nodiscard]] bool StartToHost(Util_Volume& rVolume, int iY, int iRows) const;
 
 private:
     const CTextures* m_pTextures = nullptr;

@@ -18,9 +18,9 @@ bool CForProj::DoIt(int iStartY, int iSizeY)
     for (int y = iStartY; y < iStartY + iSizeY; y += m_iBatch)
     {
         const int iRows = std::min(m_iBatch, iStartY + iSizeY - y);
-        if (!mSetVolTex(y, iRows) || !m_aForProjImpl.DoIt(m_bWeight) ||
-            !m_aForProjImpl.ToHost(*m_pProjs, y, iRows))
-            return false;
+        if (!mSetVolTex(y, iRows) || !m_aForProjImpl.DoIt(m_bWeight)) return false;
+        mPrefetchVolume(y - iStartY + m_iBatch);
+        if (!m_aForProjImpl.ToHost(*m_pProjs, y, iRows)) return false;
     }
     return true;
 }
@@ -29,8 +29,8 @@ bool CForProj::mPrepare()
 {
     mCalcBatch(g_iForProjImages);
     mCalcSetSize();
-    return mCreateAnglesTex() && mCreateVolumeTex() && mCreateProjIndexTex() &&
-           (!m_bWeight || mGenWeights(true)) && mConfigForProj();
+    return mCreateAnglesTex() && mCreateProjIndexTex() && (!m_bWeight || mGenWeights(true)) &&
+           mFitBatch([this] { return mCreateVolumeTex() && mConfigForProj(); });
 }
 
 bool CForProj::mConfigForProj()

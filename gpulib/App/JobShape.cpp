@@ -22,5 +22,6 @@ std::size_t JobShape::GetWorkerBytes() const
     // Tables exist twice while they are loaded; the sums are copied out and put in order.
     const std::size_t tWeights = 4 * std::size_t(iProjX) * iProjs * sizeof(float);
     const std::size_t tRanges = 4 * std::size_t(iRows) * iProjs * sizeof(float);
-    return GetRowBytes() * GetBatch() + tWeights + tRanges + 4 * tSums * sizeof(double);
+    const std::size_t tBatch = GetBackend()->UsesHostMemory() ? GetRowBytes() * GetBatch() : 0;
+    return tBatch + tWeights + tRanges + 4 * tSums * sizeof(double);
 }

@@ -20,5 +20,5 @@ struct JobShape
 
     std::size_t GetRowBytes() const;     ///< what one row of a batch takes on the device
     int GetBatch() const;                ///< rows of a batch on the backend in use
-    std::size_t GetWorkerBytes() const;  ///< all of the worker, host copies of tables included
+    std::size_t GetWorkerBytes() const;  ///< of the host, copies of tables included
 };

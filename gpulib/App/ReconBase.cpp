@@ -73,6 +73,17 @@ void CReconBase::mCalcBatch(int iProjImages)
     m_iBatch = aShape.GetBatch();
 }
 
+bool CReconBase::mFitBatch(const std::function<bool()>& fCreate)
+{
+    while (!fCreate())
+    {
+        if (m_iBatch == 1) return false;
+        m_iBatch = (m_iBatch + 1) / 2;
+        TakeDeviceError();
+    }
+    return true;
+}
+
 bool CReconBase::mCreateProjsTex(bool bOneImage)
 {
     return m_aTextures.m_aProjsTex.Create(mGetProjX(), mGetProjs(), m_iBatch, bOneImage);
@@ -137,6 +148,22 @@ bool CReconBase::mSetProjTex(int iY, int iRows)
 bool CReconBase::mSetVolTex(int iY, int iRows)
 {
     return m_aTextures.m_aVolTex.SetData(GetBatch(std::as_const(mGetVolume()), iY, iRows));
+}
+
+void CReconBase::mPrefetchProjs(int iY) const
+{
+    const int iRows = std::min(m_iBatch, m_iSizeY - iY);
+    if (iRows > 0)
+        GetBackend()->Prefetch(GetBatch(std::as_const(*m_pProjs), m_iStartY + iY, iRows),
+                               mGetProjX(), mGetProjs());
+}
+
+void CReconBase::mPrefetchVolume(int iY) const
+{
+    const int iRows = std::min(m_iBatch, m_iSizeY - iY);
+    if (iRows > 0)
+        GetBackend()->Prefetch(GetBatch(std::as_const(mGetVolume()), m_iStartY + iY, iRows),
+                               mGetVolX(), mGetVolZ());
 }
 
 Util_Volume& CReconBase::mGetVolume() const

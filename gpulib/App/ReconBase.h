@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <span>
 
 #include "gpulib/App/SetSize.h"
@@ -46,6 +47,9 @@ protected:
     [[nodiscard]] bool mSetBand(int iStartY, int iSizeY);
     /// Sets the rows of a batch for a job that holds iProjImages images of projections.
     void mCalcBatch(int iProjImages);
+    /// Runs fCreate, which makes the images of a batch; when it fails, again for a batch of half as
+    /// many rows, down to one: other programs may hold memory of the device.
+    [[nodiscard]] bool mFitBatch(const std::function<bool()>& fCreate);
     [[nodiscard]] bool mCreateProjsTex(bool bOneImage);
     [[nodiscard]] bool mCreateAnglesTex();
     [[nodiscard]] bool mCreateVolumeTex();
@@ -63,6 +67,10 @@ protected:
     [[nodiscard]] bool mSetProjTex(int iY, int iRows);
     /// Loads a batch of slices likewise.
     [[nodiscard]] bool mSetVolTex(int iY, int iRows);
+    /// Tells the device that the batch from row iY of the band on will be loaded next; nothing when
+    /// there is none.
+    void mPrefetchProjs(int iY) const;
+    void mPrefetchVolume(int iY) const;
     Util_Volume& mGetVolume() const;
     int mGetVolX() const;
     int mGetVolZ() const;

@@ -52,9 +52,9 @@ bool CReconImpl::DoIt(unsigned int uiFirst, unsigned int uiEnd)
     return true;
 }
 
-bool CReconImpl::ToHost(int iStartY, Util_Volume& rVolume) const
+bool CReconImpl::StartToHost(int iStartY, Util_Volume& rVolume) const
 {
-    return m_aBackProjImpl.ToHost(rVolume, iStartY + m_iY, m_iRows);
+    return m_aBackProjImpl.StartToHost(rVolume, iStartY + m_iY, m_iRows);
 }
 
 bool CReconImpl::GetRfactor(std::vector<double>& rRfactor) const

@@ -35,8 +35,8 @@ public:
     [[nodiscard]] bool SetBatch(int iY, int iRows, bool bZero);
     /// Runs iterations [uiFirst, uiEnd) on the batch.
     [[nodiscard]] bool DoIt(unsigned int uiFirst, unsigned int uiEnd);
-    /// Stores the batch in the volume; iStartY is the first row of the band.
-    [[nodiscard]] bool ToHost(int iStartY, Util_Volume& rVolume) const;
+    /// Stores the batch in the volume, see CBackProjImpl; iStartY is the first row of the band.
+    [[nodiscard]] bool StartToHost(int iStartY, Util_Volume& rVolume) const;
     /// See CRfactorImpl.
     [[nodiscard]] bool GetRfactor(std::vector<double>& rRfactor) const;
     void FreeMemory();

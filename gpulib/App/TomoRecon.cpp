@@ -6,6 +6,7 @@
 #include "gpulib/App/RowBatch.h"
 #include "gpulib/App/TomoSmooth.h"
 #include "gpulib/App/TomoVolume.h"
+#include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
 CTomoRecon::CTomoRecon(std::unique_ptr<CReconImpl> pImpl, bool bSart)
@@ -45,8 +46,10 @@ bool CTomoRecon::mPrepare()
     mPopulateBand();
     mCalcBatch(g_iIterImages);
     mCalcSetSize();
-    return mCreateProjsTex(false) && mCreateAnglesTex() && mCreateVolumeTex() &&
-           mCreateRangeTex() && mCreateProjIndexTex() && mGenWeights(m_bSart) && mConfigure();
+    return mCreateAnglesTex() && mCreateRangeTex() && mCreateProjIndexTex() &&
+           mGenWeights(m_bSart) &&
+           mFitBatch([this]
+                     { return mCreateProjsTex(false) && mCreateVolumeTex() && mConfigure(); });
 }
 
 bool CTomoRecon::mConfigure()
@@ -60,6 +63,7 @@ bool CTomoRecon::mConfigure()
     return m_pImpl->Configure(m_iBatch);
 }
 
+/// While the device works on one batch, the one before goes back and the next one comes.
 bool CTomoRecon::mDoBlock(unsigned int uiFirst, unsigned int uiEnd)
 {
     for (int y = 0; y < m_iSizeY; y += m_iBatch)
@@ -68,10 +72,13 @@ bool CTomoRecon::mDoBlock(unsigned int uiFirst, unsigned int uiEnd)
         const bool bZero = IsZero(mGetVolume(), m_iStartY + y, iRows);
         if (!mSetProjTex(m_iStartY + y, iRows) || !mSetVolTex(m_iStartY + y, iRows) ||
             !m_pImpl->SetBatch(y, iRows, bZero) || !m_pImpl->DoIt(uiFirst, uiEnd) ||
-            !m_pImpl->ToHost(m_iStartY, mGetVolume()))
+            !GetBackend()->FinishDownload())
             return false;
+        mPrefetchProjs(y + m_iBatch);
+        mPrefetchVolume(y + m_iBatch);
+        if (!m_pImpl->StartToHost(m_iStartY, mGetVolume())) return false;
     }
-    return true;
+    return GetBackend()->FinishDownload();
 }
 
 /// No worker takes its piece before all rows are stored, puts it back before all pieces are taken,

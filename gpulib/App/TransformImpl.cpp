@@ -1,6 +1,6 @@
 #include "gpulib/App/TransformImpl.h"
 
-#include <algorithm>
+#include "gpulib/Device/Backend.h"
 
 bool CTransformImpl::SetMProj(const float* pfMProj, int iSizeX, int iSizeY)
 {
@@ -17,8 +17,7 @@ void CTransformImpl::SetAProjSize(int iSizeX, int iSizeY)
 
 int CTransformImpl::GetPieceRows(int iSizeX, int iSizeY)
 {
-    constexpr int iPixels = 1 << 14;  // 64 KiB an image: three of them stay in the cache
-    return std::clamp(iPixels / std::max(iSizeX, 1), 1, std::max(iSizeY, 1));
+    return GetBackend()->GetPieceRows(iSizeX, iSizeY);
 }
 
 bool CTransformImpl::AllocMemory(int iRows)

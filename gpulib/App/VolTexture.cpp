@@ -13,7 +13,7 @@ bool CVolTexture::SetData(const HostRows<const float>& rRows)
     return m_aVolume.HostToDevice(rRows, 1, 1, m_iSizeX, m_iSizeZ);
 }
 
-bool CVolTexture::ToHost(const HostRows<float>& rRows) const
+bool CVolTexture::StartToHost(const HostRows<float>& rRows) const
 {
-    return m_aVolume.ToHost(rRows, 1, 1, m_iSizeX, m_iSizeZ);
+    return m_aVolume.StartToHost(rRows, 1, 1, m_iSizeX, m_iSizeZ);
 }

@@ -12,8 +12,9 @@ public:
     [[nodiscard]] bool Create(int iSizeX, int iSizeZ, int iLanes);
     /// Loads the slices: image row z from slice z of the volume, lanes from its Y rows.
     [[nodiscard]] bool SetData(const HostRows<const float>& rRows);
-    /// The reverse; only the rows that rRows has are written.
-    [[nodiscard]] bool ToHost(const HostRows<float>& rRows) const;
+    /// The reverse; only the rows that rRows has are written, by CBackend::FinishDownload() at the
+    /// latest.
+    [[nodiscard]] bool StartToHost(const HostRows<float>& rRows) const;
     void ClearDevice() { m_aVolume.Free(); }
     const DeviceImage& GetImage() const { return m_aVolume.GetImage(); }
 

@@ -30,6 +30,10 @@ public:
     /// device memory; at least 1, at most iRows. Images of the batch are created with this many
     /// lanes, which the backend may round up (DeviceImage::iLanes tells).
     virtual int GetBatchRows(int iRows, std::size_t tBytesPerRow) const = 0;
+    /// Rows of iWidth pixels that a transform or comparison should work on at once; 1 to iRows.
+    virtual int GetPieceRows(int iWidth, int iRows) const = 0;
+    /// Whether images of devices take memory of the host.
+    virtual bool UsesHostMemory() const = 0;
 
     // Memory.
     /// Makes an image that kernels sample; rImage holds sizes, channels and lanes wanted and
@@ -49,6 +53,20 @@ public:
     /// The reverse; only rDest.iLanes rows are written.
     [[nodiscard]] virtual bool Download(const DeviceImage& rImage, const HostRows<float>& rDest,
                                         int iX0, int iY0, int iWidth, int iHeight) = 0;
+    /// Tells what an Upload() of iWidth x iHeight elements will soon read, so that it can begin.
+    /// The values must not change before that Upload(), or the end of all images of the device.
+    virtual void Prefetch(const HostRows<const float>& /*rSource*/, int /*iWidth*/, int /*iHeight*/)
+    {
+    }
+    /// As Download(), but rDest may be filled as late as in FinishDownload(). One at a time;
+    /// dropped when no image of the device is left.
+    [[nodiscard]] virtual bool StartDownload(const DeviceImage& rImage,
+                                             const HostRows<float>& rDest, int iX0, int iY0,
+                                             int iWidth, int iHeight)
+    {
+        return Download(rImage, rDest, iX0, iY0, iWidth, iHeight);
+    }
+    [[nodiscard]] virtual bool FinishDownload() { return true; }
     /// Copies a whole image into another of the same sizes.
     [[nodiscard]] virtual bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) = 0;
     /// Raw values of a one-lane image of any element size, tightly packed.
@@ -67,9 +85,11 @@ public:
 };
 
 /// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.
-/// \param strWanted "auto" (or empty), "cuda", "host"
+/// \param strWanted "auto" (or empty): cuda where there is a device, else host; "cuda";
+/// "cuda-exact":
+///                  bilinear weights of full precision, slower; "host"
 /// \param rReason   receives the sentence for the start-up line, for example
-///                  "host (avx512), built without CUDA", or the reason of a refusal
+///                  "host (avx512), no CUDA driver", or the reason of a refusal
 /// \return null when the name is unknown or the wanted backend is not there
 std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason);
 
@@ -84,6 +104,10 @@ GetHostInstructionSets();  ///< best first, for example avx512 avx2 baseline
 /// (0: as the backend likes).
 std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, int iDevices,
                                           int iMaxRows = 0);
+
+/// The CUDA backend over all devices that the driver reports; null with the reason, for example "no
+/// CUDA driver", where there is none. bExact: see "cuda-exact"; iMaxRows as above.
+std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason);
 
 /// The backend in use, null before SetBackend(). Device memory owners and kernel drivers call it.
 CBackend* GetBackend();

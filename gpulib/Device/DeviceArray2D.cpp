@@ -1,6 +1,6 @@
 #include "gpulib/Device/DeviceArray2D.h"
 
-#include <new>
+#include <algorithm>
 #include <vector>
 
 #include "gpulib/Device/Backend.h"
@@ -38,7 +38,8 @@ bool CDeviceArray2D::Create(int iWidth, int iHeight)
     aImage.iWidth = iWidth;
     aImage.iHeight = iHeight;
     aImage.iChannels = m_iChannels;
-    aImage.iLanes = m_iLanes;
+    aImage.bSampled = m_iLanes > 0;
+    aImage.iLanes = std::max(m_iLanes, 1);
     if (!GetBackend()->CreateArray(aImage)) return false;
     m_aImage = aImage;
     return true;
@@ -100,6 +101,13 @@ bool CDeviceArray2D::ToHost(const HostRows<float>& rRows, int iX0, int iY0, int 
 {
     if (IsEmpty()) return DeviceFail("download from an empty array");
     return GetBackend()->Download(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
+}
+
+bool CDeviceArray2D::StartToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
+                                 int iHeight) const
+{
+    if (IsEmpty()) return DeviceFail("download from an empty array");
+    return GetBackend()->StartDownload(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
 }
 
 bool CDeviceArray2D::DeviceToDevice(const DeviceImage& rSource)

@@ -2,7 +2,8 @@
 
 #include "gpulib/Device/DeviceImage.h"
 
-/// Owner of one 2-D array that kernels sample: a table (one lane) or an image for a batch of rows.
+/// Owner of one 2-D array that kernels read: a table, or an image for a batch of rows, which
+/// kernels also sample between its elements.
 ///
 /// Sizes are elements, every channel is 32 bits wide. Kind, channels and lanes survive Free() and
 /// take effect at the next Create(). Used by one worker thread, on the device it selected.
@@ -18,7 +19,7 @@ public:
     void SetUInt() { m_eKind = EKind::eUInt; }
     void SetFloat() { m_eKind = EKind::eFloat; }
     void SetChannels(int iChannels) { m_iChannels = iChannels; }
-    void SetLanes(int iLanes) { m_iLanes = iLanes; }
+    void SetLanes(int iLanes) { m_iLanes = iLanes; }  ///< makes it an image; 0: a table
 
     /// Frees what is held and allocates anew, zero-filled. \return false with the reason noted
     [[nodiscard]] bool Create(int iWidth, int iHeight);
@@ -41,6 +42,9 @@ public:
     /// The reverse of the former.
     [[nodiscard]] bool ToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
                               int iHeight) const;
+    /// As ToHost(), but the values may arrive as late as in CBackend::FinishDownload().
+    [[nodiscard]] bool StartToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
+                                   int iHeight) const;
     /// Copies a whole image of the same sizes.
     [[nodiscard]] bool DeviceToDevice(const DeviceImage& rSource);
     void Free();
@@ -57,6 +61,6 @@ private:
     };
     DeviceImage m_aImage;
     int m_iChannels = 1;
-    int m_iLanes = 1;
+    int m_iLanes = 0;
     EKind m_eKind = EKind::eFloat;
 };

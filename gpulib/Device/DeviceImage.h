@@ -10,19 +10,21 @@
 /// backend stores element (x, y, channel, lane) at
 ///     ((y * iWidth + x) * iChannels + channel) * iLanes + lane,
 /// so that the rows of a batch lie next to each other and one SIMD register holds one element of
-/// all of them. CUDA keeps one layer (array) or slice (pitched buffer) per lane.
+/// all of them. CUDA keeps sampled images in a layered array, one layer per lane, and all others in
+/// linear memory, lane after lane.
 struct DeviceImage
 {
-    void* pvData = nullptr;       ///< host: first element; CUDA: first byte of a pitched buffer
-    std::uint64_t uiTexture = 0;  ///< CUDA arrays: texture object
-    std::uint64_t uiSurface = 0;  ///< CUDA arrays: surface object
+    void* pvData = nullptr;       ///< first byte; CUDA: or the layered array
+    std::uint64_t uiTexture = 0;  ///< CUDA, layered arrays: texture object
+    std::uint64_t uiSurface = 0;  ///< CUDA, layered arrays: surface object, else 0
     std::size_t tPitch = 0;       ///< bytes from one row of elements to the next
     int iWidth = 0, iHeight = 0;  ///< elements
-    int iDepth = 1;      ///< slices of a 3-D image; slice k begins at image row k * iHeight
-    int iChannels = 1;   ///< values per element
-    int iLanes = 1;      ///< Y rows held; 1 for tables
-    bool bLent = false;  ///< host: the memory belongs to someone else
-    int iBytes = 4;      ///< bytes per value: 4 (float, int, unsigned), 8 (double)
+    int iDepth = 1;         ///< slices of a 3-D image; slice k begins at image row k * iHeight
+    int iChannels = 1;      ///< values per element
+    int iLanes = 1;         ///< Y rows held; 1 for tables
+    bool bSampled = false;  ///< kernels read it between its elements; one channel, 4 bytes
+    bool bLent = false;     ///< host: the memory belongs to someone else
+    int iBytes = 4;         ///< bytes per value: 4 (float, int, unsigned), 8 (double)
 };
 
 /// Host memory that an image is filled from or copied to, row by row of the batch.

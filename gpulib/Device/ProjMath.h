@@ -54,6 +54,40 @@ DEVICE_FN float RaySample(float fMiddle, float fSlope, float fHalf, int i)
     return fMiddle + fSlope * (static_cast<float>(i) - fHalf);
 }
 
+/// Samples [iFirst, iEnd) of a ray: all that can touch the slice, and perhaps a few beside it.
+struct RaySpan
+{
+    int iFirst, iEnd;
+};
+
+/// Cuts a span down to the samples whose coordinate lies between -1 and fLimit, where the slice
+/// ends at fLimit - 1: one texel of margin, against rounding.
+DEVICE_FN RaySpan CutSpan(RaySpan aSpan, float fMiddle, float fSlope, float fHalf, float fLimit)
+{
+    const float fSteep = fSlope < 0.0f ? -fSlope : fSlope;
+    if (fSteep < 1e-6f)  // moves less than a texel over the longest ray
+    {
+        if (!(fMiddle > -2.0f && fMiddle < fLimit + 1.0f)) aSpan.iEnd = aSpan.iFirst;
+        return aSpan;
+    }
+    const float fA = (-1.0f - fMiddle) / fSlope, fB = (fLimit - fMiddle) / fSlope;
+    const float fFirst = (fA < fB ? fA : fB) + fHalf - 1.0f;
+    const float fEnd = (fA < fB ? fB : fA) + fHalf + 2.0f;
+    const float fLow = static_cast<float>(aSpan.iFirst), fHigh = static_cast<float>(aSpan.iEnd);
+    if (fFirst > fLow) aSpan.iFirst = fFirst < fHigh ? static_cast<int>(fFirst) : aSpan.iEnd;
+    if (fEnd < fHigh) aSpan.iEnd = fEnd > fLow ? static_cast<int>(fEnd) : aSpan.iFirst;
+    return aSpan;
+}
+
+/// The samples of the ray with this middle that can touch the slice; the others are exact zeros.
+DEVICE_FN RaySpan TouchSpan(const RayGeometry& rRays, float fMiddleX, float fMiddleZ, int iVolX,
+                            int iVolZ)
+{
+    const RaySpan aAll = {0, rRays.iSamples > 0 ? rRays.iSamples : 0};
+    const RaySpan aX = CutSpan(aAll, fMiddleX, -rRays.fSin, rRays.fHalf, iVolX + 2.0f);
+    return CutSpan(aX, fMiddleZ, rRays.fCos, rRays.fHalf, iVolZ + 2.0f);
+}
+
 /// Detector coordinate of the voxel centre (fX, fZ), counted from the middle of the slice.
 DEVICE_FN float DetectorCoordinate(float fCentreU, float fX, float fZ, float fCos, float fSin)
 {

@@ -70,7 +70,7 @@ TEST_F(Texture, SlicesLieInAFrameOfZeros)
     EXPECT_EQ(vfFramed, (std::vector<float>{0, 0,  0,  0,  0, 0, 4, 5, 6, 0,  //
                                             0, 16, 17, 18, 0, 0, 0, 0, 0, 0}));
 
-    ASSERT_TRUE(aTexture.ToHost(GetBatch(aOther, 1, 2)));
+    ASSERT_TRUE(aTexture.StartToHost(GetBatch(aOther, 1, 2)) && GetBackend()->FinishDownload());
     for (int i = 0; i < 24; ++i)
     {
         const int iY = i / 3 % 4;

@@ -17,6 +17,7 @@
 #include "gpulib/App/TomoVolume.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
+#include "tests/backends/Backends.h"
 
 namespace
 {
@@ -143,10 +144,11 @@ TestData MakeData(const TestJob& rJob, unsigned uiSeed)
     return aData;
 }
 
-TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& strInstructionSet,
+TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& strBackend,
                 int iWorkers, int iMaxRows)
 {
-    SetBackend(MakeHostBackend(strInstructionSet, iWorkers, iMaxRows));
+    SetBackend(nullptr);
+    SetBackend(MakeTestBackend(strBackend, iWorkers, iMaxRows));
     TestData aResult = rStart;
     Util_Volume aStack, aVolume, aKernel;
     Load(aStack, rJob.iProjX, rJob.iY, CountProjs(rJob), rStart.vfProjs);

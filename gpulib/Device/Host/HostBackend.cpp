@@ -125,6 +125,12 @@ int CHostBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
     return iBatch;
 }
 
+int CHostBackend::GetPieceRows(int iWidth, int iRows) const
+{
+    constexpr int iPixels = 1 << 14;  // 64 KiB an image: three of them stay in the cache
+    return std::clamp(iPixels / std::max(iWidth, 1), 1, std::max(iRows, 1));
+}
+
 bool CHostBackend::mCreate(DeviceImage& rImage, const char* pcKind)
 {
     if (rImage.iWidth <= 0 || rImage.iHeight <= 0 || rImage.iDepth <= 0 || rImage.iChannels <= 0 ||

@@ -24,6 +24,8 @@ public:
     std::size_t GetDeviceMemory(int iDevice) const override;
     bool SelectDevice(int iDevice) override;
     int GetBatchRows(int iRows, std::size_t tBytesPerRow) const override;
+    int GetPieceRows(int iWidth, int iRows) const override;
+    bool UsesHostMemory() const override { return true; }
 
     bool CreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
     bool CreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }

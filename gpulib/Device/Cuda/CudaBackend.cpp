@@ -1,0 +1,91 @@
+#include "gpulib/Device/Cuda/CudaBackend.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "gpulib/Device/DeviceError.h"
+
+namespace
+{
+thread_local int t_iDevice = 0;
+
+std::string DetailOf(const std::vector<CCudaBackend::Properties>& rDevices, bool bExact)
+{
+    std::string strDetail = rDevices.front().strName;
+    if (rDevices.size() > 1) strDetail = std::to_string(rDevices.size()) + " x " + strDetail;
+    return bExact ? strDetail + ", exact weights" : strDetail;
+}
+}  // namespace
+
+CCudaBackend::CCudaBackend(std::vector<Properties> vDevices, bool bExact, int iMaxRows)
+    : m_vProperties(std::move(vDevices)),
+      m_bExact(bExact),
+      m_iMaxRows(iMaxRows),
+      m_strDetail(DetailOf(m_vProperties, bExact)),
+      m_vpDevices(m_vProperties.size())
+{
+}
+
+CCudaBackend::~CCudaBackend()
+{
+    for (std::size_t i = 0; i < m_vpDevices.size(); ++i)
+    {
+        if (!m_vpDevices[i]) continue;
+        cudaSetDevice(static_cast<int>(i));
+        m_vpDevices[i].reset();
+    }
+}
+
+std::size_t CCudaBackend::GetDeviceMemory(int iDevice) const
+{
+    return iDevice >= 0 && iDevice < GetDeviceCount() ? m_vProperties[iDevice].tMemory : 0;
+}
+
+bool CCudaBackend::SelectDevice(int iDevice)
+{
+    if (iDevice < 0 || iDevice >= GetDeviceCount())
+        return DeviceFail("device %d of %d", iDevice, GetDeviceCount());
+    t_iDevice = iDevice;
+    return mOpenDevice();
+}
+
+/// A device that could not be opened when it was selected may be free when a job wants it.
+bool CCudaBackend::mOpenDevice()
+{
+    std::unique_ptr<Device>& rpDevice = m_vpDevices[t_iDevice];
+    if (!CudaOk(cudaSetDevice(t_iDevice), "select device %d", t_iDevice)) return false;
+    if (rpDevice) return true;
+    auto pDevice = std::make_unique<Device>();
+    if (!MakeStream(pDevice->pStream) || !pDevice->aStaging.Create(pDevice->pStream.get()))
+        return false;
+    rpDevice = std::move(pDevice);
+    return true;
+}
+
+CCudaBackend::Device& CCudaBackend::mDevice() const
+{
+    return *m_vpDevices[t_iDevice];
+}
+
+int CCudaBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
+{
+    constexpr std::size_t tEnough = std::size_t(256) << 20;  // keeps any device busy for long
+    constexpr int iFewest = 64, iMost = 1024;                // of a batch that could be larger
+    std::size_t tFree = 0, tTotal = 0;
+    if (cudaMemGetInfo(&tFree, &tTotal) != cudaSuccess) cudaGetLastError();
+    // A quarter of what is free; the values on their way to and fro take as much again.
+    const std::size_t tRow = std::max<std::size_t>(tBytesPerRow, 1);
+    const std::size_t tFits = tFree / 4 / (2 * tRow);
+    const std::size_t tWanted = std::clamp<std::size_t>(tEnough / tRow, iFewest, iMost);
+    int iBatch = static_cast<int>(std::clamp<std::size_t>(std::min(tFits, tWanted), 1, iMost));
+    if (m_iMaxRows > 0) iBatch = std::min(iBatch, m_iMaxRows);
+    // All batches about equal: the last one costs as much as the others.
+    const int iBatches = (std::max(iRows, 1) + iBatch - 1) / iBatch;
+    return (std::max(iRows, 1) + iBatches - 1) / iBatches;
+}
+
+int CCudaBackend::GetPieceRows(int iWidth, int iRows) const
+{
+    constexpr int iPixels = 1 << 26, iGrid = 65535;  // rows of a launch
+    return std::clamp(std::min(iPixels / std::max(iWidth, 1), iGrid), 1, std::max(iRows, 1));
+}

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "gpulib/Device/Backend.h"
+#include "gpulib/Device/Cuda/Staging.h"
+
+/// GPUs behind the device seam.
+///
+/// Kernels and copies are queued on streams of the device; the host waits where values leave the
+/// device. One thread at a time uses a device, so nothing here is locked.
+class CCudaBackend : public CBackend
+{
+public:
+    struct Properties
+    {
+        std::string strName;
+        std::size_t tMemory;  ///< bytes
+    };
+    /// \param bExact    bilinear weights of full precision in place of the texture unit's 8 bits
+    /// \param iMaxRows  bounds the rows of a batch; 0: as memory allows
+    CCudaBackend(std::vector<Properties> vDevices, bool bExact, int iMaxRows);
+    ~CCudaBackend() override;
+
+    const char* GetName() const override { return "cuda"; }
+    const char* GetDetail() const override { return m_strDetail.c_str(); }
+    int GetDeviceCount() const override { return static_cast<int>(m_vProperties.size()); }
+    std::size_t GetDeviceMemory(int iDevice) const override;
+    bool SelectDevice(int iDevice) override;
+    int GetBatchRows(int iRows, std::size_t tBytesPerRow) const override;
+    bool UsesHostMemory() const override { return false; }
+    int GetPieceRows(int iWidth, int iRows) const override;
+
+    bool CreateArray(DeviceImage& rImage) override;
+    bool CreatePitched(DeviceImage& rImage) override;
+    bool CreateLent(DeviceImage& rImage, const void* pvSource) override;
+    void Free(DeviceImage& rImage) override;
+    bool Clear(const DeviceImage& rImage) override;
+    bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
+                int iWidth, int iHeight) override;
+    bool Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                  int iWidth, int iHeight) override;
+    void Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight) override;
+    bool StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                       int iWidth, int iHeight) override;
+    bool FinishDownload() override;
+    bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) override;
+    bool UploadTable(const DeviceImage& rImage, const void* pvSource) override;
+    bool DownloadTable(const DeviceImage& rImage, void* pvDest) override;
+
+    bool ForwardProject(const ForwardParams& rParams) override;
+    bool Combine(const CombineParams& rParams) override;
+    bool Weight(const WeightParams& rParams) override;
+    bool BackProject(const BackParams& rParams) override;
+    bool SumAbs(const SumAbsParams& rParams) override;
+    bool Transform(const TransformParams& rParams) override;
+    bool CompareSums(const CompareParams& rParams) override;
+    bool Smooth(const SmoothParams& rParams) override;
+
+private:
+    /// What one device needs beside its images; made when it is selected first.
+    struct Device
+    {
+        CudaStream pStream;  // of the kernels; ends after the staging that borrows it
+        CStaging aStaging;
+        CCudaBuffer aTotals;     // of SumAbs
+        int iSampledImages = 0;  // alive: a job runs
+    };
+    Device& mDevice() const;  // of the calling thread, which has made an image on it
+    [[nodiscard]] bool mOpenDevice();
+    cudaStream_t mStream() const { return mDevice().pStream.get(); }
+    [[nodiscard]] bool mCreateLayered(DeviceImage& rImage);
+    [[nodiscard]] bool mCreateLinear(DeviceImage& rImage, const char* pcKind);
+
+    const std::vector<Properties> m_vProperties;
+    const bool m_bExact;
+    const int m_iMaxRows;
+    std::string m_strDetail;
+    std::vector<std::unique_ptr<Device>> m_vpDevices;
+};

@@ -1,0 +1,252 @@
+// Images in device memory.
+
+#include <algorithm>
+
+#include "gpulib/Device/Cuda/CudaBackend.h"
+#include "gpulib/Device/DeviceError.h"
+
+namespace
+{
+std::size_t RowBytes(const DeviceImage& rImage)
+{
+    return std::size_t(rImage.iWidth) * rImage.iChannels * rImage.iBytes;
+}
+
+std::size_t CountRows(const DeviceImage& rImage)
+{
+    return std::size_t(rImage.iHeight) * rImage.iDepth * rImage.iLanes;
+}
+
+bool CheckSizes(const char* pcKind, const DeviceImage& rImage)
+{
+    constexpr int iMost = 1 << 30;
+    if (rImage.iWidth > 0 && rImage.iHeight > 0 && rImage.iDepth > 0 && rImage.iChannels > 0 &&
+        rImage.iLanes > 0 && rImage.iWidth < iMost && rImage.iHeight < iMost &&
+        rImage.iDepth < iMost && rImage.iLanes <= 65535)
+        return true;
+    return DeviceFail("create %s: %d x %d x %d, %d channels, %d rows", pcKind, rImage.iWidth,
+                      rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
+}
+
+bool CheckRectangle(const char* pcOperation, const DeviceImage& rImage, int iX0, int iY0,
+                    int iWidth, int iHeight)
+{
+    if (rImage.pvData && iX0 >= 0 && iY0 >= 0 && iWidth >= 0 && iHeight >= 0 &&
+        iX0 <= rImage.iWidth - iWidth && iY0 <= rImage.iHeight - iHeight && rImage.iChannels == 1 &&
+        rImage.iBytes == 4 && rImage.iDepth == 1)
+        return true;
+    return DeviceFail("%s: %d x %d at (%d, %d) of an image of %d x %d", pcOperation, iWidth,
+                      iHeight, iX0, iY0, rImage.iWidth, rImage.iHeight);
+}
+
+cudaArray_t ArrayOf(const DeviceImage& rImage)
+{
+    return static_cast<cudaArray_t>(rImage.pvData);
+}
+}  // namespace
+
+bool CCudaBackend::CreateArray(DeviceImage& rImage)
+{
+    if (!CheckSizes("array", rImage) || !mOpenDevice()) return false;
+    if (!rImage.bSampled) return mCreateLinear(rImage, "array");
+    if (rImage.iChannels != 1 || rImage.iBytes != 4 || rImage.iDepth != 1)
+        return DeviceFail("create sampled array: %d channels of %d bytes, %d slices",
+                          rImage.iChannels, rImage.iBytes, rImage.iDepth);
+    return mCreateLayered(rImage);
+}
+
+bool CCudaBackend::CreatePitched(DeviceImage& rImage)
+{
+    return CheckSizes("buffer", rImage) && mOpenDevice() && mCreateLinear(rImage, "buffer");
+}
+
+bool CCudaBackend::mCreateLinear(DeviceImage& rImage, const char* pcKind)
+{
+    void* pvData = nullptr;
+    std::size_t tPitch = 0;
+    if (!CudaOk(cudaMallocPitch(&pvData, &tPitch, RowBytes(rImage), CountRows(rImage)),
+                "create %s: %d x %d x %d, %d rows", pcKind, rImage.iWidth, rImage.iHeight,
+                rImage.iDepth, rImage.iLanes))
+        return false;
+    rImage.pvData = pvData;
+    rImage.tPitch = tPitch;
+    if (Clear(rImage)) return true;
+    Free(rImage);
+    return false;
+}
+
+bool CCudaBackend::mCreateLayered(DeviceImage& rImage)
+{
+    ++mDevice().iSampledImages;  // Free() counts it down
+    const cudaChannelFormatDesc aFormat = cudaCreateChannelDesc<float>();
+    const cudaExtent aExtent = {std::size_t(rImage.iWidth), std::size_t(rImage.iHeight),
+                                std::size_t(rImage.iLanes)};
+    cudaArray_t pArray = nullptr;
+    if (!CudaOk(cudaMalloc3DArray(&pArray, &aFormat, aExtent,
+                                  cudaArrayLayered | cudaArraySurfaceLoadStore),
+                "create array: %d x %d, %d rows", rImage.iWidth, rImage.iHeight, rImage.iLanes))
+    {
+        --mDevice().iSampledImages;
+        return false;
+    }
+    rImage.pvData = pArray;
+    cudaResourceDesc aResource = {};
+    aResource.resType = cudaResourceTypeArray;
+    aResource.res.array.array = pArray;
+    cudaTextureDesc aTexture = {};
+    aTexture.addressMode[0] = aTexture.addressMode[1] = cudaAddressModeClamp;
+    aTexture.filterMode = m_bExact ? cudaFilterModePoint : cudaFilterModeLinear;
+    aTexture.readMode = cudaReadModeElementType;
+    cudaTextureObject_t uiTexture = 0;
+    cudaSurfaceObject_t uiSurface = 0;
+    bool bDone = CudaOk(cudaCreateTextureObject(&uiTexture, &aResource, &aTexture, nullptr),
+                        "create texture");
+    rImage.uiTexture = uiTexture;
+    bDone = bDone && CudaOk(cudaCreateSurfaceObject(&uiSurface, &aResource), "create surface");
+    rImage.uiSurface = uiSurface;
+    if (bDone && Clear(rImage)) return true;
+    rImage.bSampled = true;
+    Free(rImage);
+    return false;
+}
+
+bool CCudaBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
+{
+    if (!pvSource || rImage.iDepth != 1 || rImage.iChannels != 1 || rImage.iLanes != 1)
+        return DeviceFail("lend array: %d x %d x %d, %d channels, %d rows", rImage.iWidth,
+                          rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
+    rImage.bSampled = true;
+    if (!CreateArray(rImage)) return false;
+    const std::size_t tWidth = rImage.iWidth;
+    const HostRows<const float> aSource = {static_cast<const float*>(pvSource), tWidth,
+                                           tWidth * rImage.iHeight, 1};
+    if (Upload(rImage, aSource, 0, 0, rImage.iWidth, rImage.iHeight)) return true;
+    Free(rImage);
+    return false;
+}
+
+void CCudaBackend::Free(DeviceImage& rImage)
+{
+    if (!rImage.pvData)
+    {
+        rImage = DeviceImage();
+        return;
+    }
+    // Kernels that use it may be queued. What goes wrong with them shows in the next operation.
+    static_cast<void>(cudaStreamSynchronize(mStream()));
+    if (rImage.bSampled)
+    {
+        if (rImage.uiTexture != 0) static_cast<void>(cudaDestroyTextureObject(rImage.uiTexture));
+        if (rImage.uiSurface != 0) static_cast<void>(cudaDestroySurfaceObject(rImage.uiSurface));
+        static_cast<void>(cudaFreeArray(ArrayOf(rImage)));
+        // The job is over, whether it has succeeded or not.
+        if (--mDevice().iSampledImages == 0) mDevice().aStaging.Drop();
+    }
+    else
+        static_cast<void>(cudaFree(rImage.pvData));
+    rImage = DeviceImage();
+}
+
+bool CCudaBackend::Clear(const DeviceImage& rImage)
+{
+    if (!rImage.pvData) return DeviceFail("clear: no image");
+    if (rImage.uiSurface == 0)
+        return CudaOk(cudaMemset2DAsync(rImage.pvData, rImage.tPitch, 0, RowBytes(rImage),
+                                        CountRows(rImage), mStream()),
+                      "clear");
+    ImageRegion aAll;
+    aAll.aImage = rImage;
+    aAll.iWidth = rImage.iWidth;
+    aAll.iHeight = rImage.iHeight;  // and no rows: all become zero
+    return Scatter(aAll, nullptr, mStream());
+}
+
+bool CCudaBackend::Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
+                          int iY0, int iWidth, int iHeight)
+{
+    if (!CheckRectangle("upload", rImage, iX0, iY0, iWidth, iHeight)) return false;
+    if (iWidth == 0 || iHeight == 0) return true;
+    HostRows<const float> aSource = rSource;
+    aSource.iLanes = std::min(rSource.iLanes, rImage.iLanes);
+    return mDevice().aStaging.Upload({rImage, iX0, iY0, iWidth, iHeight, aSource.iLanes}, aSource);
+}
+
+bool CCudaBackend::Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                            int iY0, int iWidth, int iHeight)
+{
+    return StartDownload(rImage, rDest, iX0, iY0, iWidth, iHeight) && FinishDownload();
+}
+
+void CCudaBackend::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
+{
+    if (iWidth > 0 && iHeight > 0 && rSource.iLanes > 0)
+        mDevice().aStaging.Prefetch(rSource, iWidth, iHeight);
+}
+
+bool CCudaBackend::StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                                 int iY0, int iWidth, int iHeight)
+{
+    if (!CheckRectangle("download", rImage, iX0, iY0, iWidth, iHeight)) return false;
+    HostRows<float> aDest = rDest;
+    aDest.iLanes = std::min(rDest.iLanes, rImage.iLanes);
+    if (iWidth == 0 || iHeight == 0 || aDest.iLanes == 0) return true;
+    return mDevice().aStaging.StartDownload({rImage, iX0, iY0, iWidth, iHeight, aDest.iLanes},
+                                            aDest);
+}
+
+bool CCudaBackend::FinishDownload()
+{
+    return mDevice().aStaging.FinishDownload();
+}
+
+bool CCudaBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
+{
+    if (!rDest.pvData || !rSource.pvData || rDest.iBytes != rSource.iBytes ||
+        rDest.iWidth != rSource.iWidth || rDest.iHeight != rSource.iHeight ||
+        rDest.iDepth != rSource.iDepth || rDest.iChannels != rSource.iChannels ||
+        rDest.iLanes != rSource.iLanes)
+        return DeviceFail("copy: image of %d x %d x %d to %d x %d x %d", rSource.iWidth,
+                          rSource.iHeight, rSource.iDepth, rDest.iWidth, rDest.iHeight,
+                          rDest.iDepth);
+    if (rDest.uiSurface != 0 || rSource.uiSurface != 0)
+        return CopyTexels(rDest, rSource, mStream());
+    return CudaOk(
+        cudaMemcpy2DAsync(rDest.pvData, rDest.tPitch, rSource.pvData, rSource.tPitch,
+                          RowBytes(rDest), CountRows(rDest), cudaMemcpyDeviceToDevice, mStream()),
+        "copy");
+}
+
+bool CCudaBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
+{
+    if (!rImage.pvData || rImage.iLanes != 1 || rImage.iChannels < 1)
+        return DeviceFail("upload: table of %d rows", rImage.iLanes);
+    if (rImage.uiSurface != 0)
+    {
+        const std::size_t tWidth = rImage.iWidth;
+        return Upload(rImage,
+                      {static_cast<const float*>(pvSource), tWidth, tWidth * rImage.iHeight, 1}, 0,
+                      0, rImage.iWidth, rImage.iHeight);
+    }
+    return CudaOk(cudaMemcpy2DAsync(rImage.pvData, rImage.tPitch, pvSource, RowBytes(rImage),
+                                    RowBytes(rImage), CountRows(rImage), cudaMemcpyHostToDevice,
+                                    mStream()),
+                  "upload table") &&
+           CudaOk(cudaStreamSynchronize(mStream()), "upload table");
+}
+
+bool CCudaBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
+{
+    if (!rImage.pvData || rImage.iLanes != 1)
+        return DeviceFail("download: table of %d rows", rImage.iLanes);
+    if (rImage.uiSurface != 0)
+    {
+        const std::size_t tWidth = rImage.iWidth;
+        return Download(rImage, {static_cast<float*>(pvDest), tWidth, tWidth * rImage.iHeight, 1},
+                        0, 0, rImage.iWidth, rImage.iHeight);
+    }
+    return CudaOk(cudaMemcpy2DAsync(pvDest, RowBytes(rImage), rImage.pvData, rImage.tPitch,
+                                    RowBytes(rImage), CountRows(rImage), cudaMemcpyDeviceToHost,
+                                    mStream()),
+                  "download table") &&
+           CudaOk(cudaStreamSynchronize(mStream()), "download table: wait for the kernels");
+}

@@ -1,0 +1,9 @@
+// Takes the place of the CUDA backend in a build without it.
+
+#include "gpulib/Device/Backend.h"
+
+std::unique_ptr<CBackend> MakeCudaBackend(bool, int, std::string& rReason)
+{
+    rReason = "built without CUDA";
+    return nullptr;
+}

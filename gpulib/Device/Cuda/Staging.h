@@ -1,0 +1,70 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "gpulib/Device/Cuda/CudaHandles.h"
+#include "gpulib/Device/Cuda/Transfer.h"
+
+/// Moves images between pageable host memory and one device beside the kernels.
+///
+/// Values go through pinned chunks to linear device memory on a stream of their own; only the copy
+/// from there into the image is queued between the kernels. So the values of the next batch travel
+/// while the kernels of this one run, and finished values leave under the kernels of the next.
+/// Used by one thread at a time, with the device selected.
+class CStaging
+{
+public:
+    /// \param pCompute  the stream of the kernels, borrowed
+    [[nodiscard]] bool Create(cudaStream_t pCompute);
+
+    /// Begins to move values that an Upload() of exactly this source will ask for. Only a hint:
+    /// does nothing when there is no room. The values must stay as they are until that Upload() or
+    /// Drop().
+    void Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight);
+    /// Fills a region from the host; rSource has been read when it returns.
+    [[nodiscard]] bool Upload(const ImageRegion& rRegion, const HostRows<const float>& rSource);
+    /// Begins to fetch a region; rDest is written by FinishDownload(), which is called first when
+    /// an earlier download is pending.
+    [[nodiscard]] bool StartDownload(const ImageRegion& rRegion, const HostRows<float>& rDest);
+    [[nodiscard]] bool FinishDownload();
+    /// Forgets all that was prefetched or is pending and frees the device memory.
+    void Drop();
+
+private:
+    static constexpr std::size_t m_tChunk = std::size_t(4) << 20;  // values
+    /// Pinned memory that one copy at a time uses; two take turns in each direction.
+    struct Chunk
+    {
+        PinnedBlock pvData;
+        CudaEvent pCopied;
+        float* GetFloats() const { return static_cast<float*>(pvData.get()); }
+    };
+    /// Values on their way to the device.
+    struct Slot
+    {
+        CCudaBuffer aValues;
+        CudaEvent pArrived, pConsumed;
+        HostRows<const float> aSource;
+        int iWidth = 0, iHeight = 0;
+        bool bFull = false;  // holds values that no Upload() has taken
+    };
+
+    Slot* mFindPrefetched(const HostRows<const float>& rSource, int iWidth, int iHeight);
+    Slot* mFindFree(std::size_t tBytes);
+    [[nodiscard]] bool mStage(Slot& rSlot, const HostRows<const float>& rSource, int iWidth,
+                              int iHeight);
+    [[nodiscard]] bool mQueuePiece(std::size_t tPiece, std::size_t tValues);
+
+    cudaStream_t m_pCompute = nullptr;
+    CudaStream m_pUp, m_pDown;
+    std::array<Chunk, 2> m_aUpChunks, m_aDownChunks;
+    int m_iUpChunk = 0;  // whose turn it is
+    std::array<Slot, 2> m_aSlots;
+
+    CCudaBuffer m_aOutgoing;  // of the pending download
+    CudaEvent m_pGathered;
+    ImageRegion m_aPending;
+    HostRows<float> m_aDest;
+    bool m_bPending = false;
+};
