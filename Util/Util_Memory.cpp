@@ -15,10 +15,18 @@ struct Closer
     void operator()(std::FILE* pFile) const { std::fclose(pFile); }
 };
 using File = std::unique_ptr<std::FILE, Closer>;
+
+std::size_t s_tAssumed = 0;
 }  // namespace
+
+void Util_Memory::Assume(std::size_t tBytes)
+{
+    s_tAssumed = tBytes;
+}
 
 std::size_t Util_Memory::GetAvailable()
 {
+    if (s_tAssumed != 0) return s_tAssumed;
     const File pFile(std::fopen("/proc/meminfo", "re"));
     char acLine[256];
     unsigned long long ulKiB = 0;
@@ -32,6 +40,7 @@ std::size_t Util_Memory::GetAvailable()
 
 std::size_t Util_Memory::GetResident()
 {
+    if (s_tAssumed != 0) return 0;
     const File pFile(std::fopen("/proc/self/statm", "re"));
     unsigned long long ulSize = 0, ulResident = 0;
     if (!pFile || std::fscanf(pFile.get(), "%llu %llu", &ulSize, &ulResident) != 2) return 0;

@@ -11,6 +11,9 @@ public:
     static std::size_t GetAvailable();
     /// What this process holds already, 0 when the system does not say.
     static std::size_t GetResident();
+    /// From now on the machine has tBytes and this process holds nothing of it; 0: asks the system
+    /// again. For tests that have to meet the limits early.
+    static void Assume(std::size_t tBytes);
     /// Makes the pages of [pvData, pvData + tBytes) present and writable, their content unchanged.
     /// Only a hint: does nothing where the system cannot.
     static void Populate(void* pvData, std::size_t tBytes);

@@ -156,6 +156,12 @@ int Util_TcpServer::ConnectClient(float fSeconds)
     return 1;
 }
 
+void Util_TcpServer::TakeClient(int iSocket)
+{
+    CloseClient();
+    m_iClientSock = iSocket;
+}
+
 bool Util_TcpServer::CanRecvNow(float fSeconds)
 {
     return m_iClientSock != -1 && Util_TcpSocket::CheckReadEvent(m_iClientSock, fSeconds);

@@ -31,6 +31,9 @@ public:
     int ConnectClient(float fSeconds);
     /// errno of the last ConnectClient() that gave 0 for want of something, else 0.
     int GetShortage() const { return m_iShortage; }
+    /// Serves a peer that is connected already: takes the stream socket over and closes the former
+    /// client.
+    void TakeClient(int iSocket);
     bool CanRecvNow(float fSeconds);
     bool CanSendNow(float fSeconds);
     bool DoRecv(void* pvBuffer, std::size_t tBytes);  ///< all of it or false

@@ -64,10 +64,15 @@ void CClientMain::DoIt()
     for (;;)
     {
         if (!mHasClientPacket()) continue;
-        mRecvPacket();
-        mProcessCmd();
-        if (m_bQuit) m_bQuit = !ConnectClient();
+        if (!ServePacket()) m_bQuit = !ConnectClient();
     }
+}
+
+bool CClientMain::ServePacket()
+{
+    mRecvPacket();
+    mProcessCmd();
+    return !m_bQuit;
 }
 
 bool CClientMain::mHasClientPacket()
