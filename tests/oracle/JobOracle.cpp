@@ -73,7 +73,7 @@ std::vector<std::pair<int, int>> GetSets(const TestJob& rJob)
     return vSets;
 }
 
-TestData RunOracle(const TestJob& rJob, const TestData& rStart)
+TestData RunOracle(const TestJob& rJob, const TestData& rStart, double dShift)
 {
     OracleJob aJob;
     aJob.iProjX = rJob.iProjX;
@@ -86,6 +86,7 @@ TestData RunOracle(const TestJob& rJob, const TestData& rStart)
     aJob.iIterations = rJob.iIterations;
     aJob.eMethod = rJob.eMethod;
     if (!rJob.vBox.empty()) aJob.aBox = rJob.vBox[0];
+    aJob.dShift = dShift;
     const COracle aOracle(aJob);
 
     TestData aResult = rStart;

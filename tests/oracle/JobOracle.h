@@ -52,8 +52,8 @@ struct TestData
 std::vector<unsigned> GetList(const TestJob& rJob);
 std::vector<std::pair<int, int>> GetSets(const TestJob& rJob);
 
-/// Runs the job with the oracle.
-TestData RunOracle(const TestJob& rJob, const TestData& rStart);
+/// Runs the job with the oracle; dShift as in OracleJob.
+TestData RunOracle(const TestJob& rJob, const TestData& rStart, double dShift = 0);
 
 /// |a - b| / |b|, infinite when a value is not finite or the sizes differ.
 template <class T>
