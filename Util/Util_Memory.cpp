@@ -1,6 +1,7 @@
 #include "Util/Util_Memory.h"
 
 #include <sys/mman.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -14,20 +15,32 @@ struct Closer
     void operator()(std::FILE* pFile) const { std::fclose(pFile); }
 };
 using File = std::unique_ptr<std::FILE, Closer>;
+
+std::size_t s_tAssumed = 0;
 }  // namespace
+
+void Util_Memory::Assume(std::size_t tBytes)
+{
+    s_tAssumed = tBytes;
+}
 
 std::size_t Util_Memory::GetAvailable()
 {
+    if (s_tAssumed != 0) return s_tAssumed;
     const File pFile(std::fopen("/proc/meminfo", "re"));
     char acLine[256];
     unsigned long long ulKiB = 0;
     while (pFile && std::fgets(acLine, sizeof acLine, pFile.get()) != nullptr)
         if (std::sscanf(acLine, "MemAvailable: %llu", &ulKiB) == 1) return ulKiB * 1024;
-    return SIZE_MAX;
+    // No /proc or no descriptor left: what is free at least.
+    struct sysinfo aInfo = {};
+    if (sysinfo(&aInfo) != 0) return SIZE_MAX;
+    return std::size_t{aInfo.freeram} * aInfo.mem_unit;
 }
 
 std::size_t Util_Memory::GetResident()
 {
+    if (s_tAssumed != 0) return 0;
     const File pFile(std::fopen("/proc/self/statm", "re"));
     unsigned long long ulSize = 0, ulResident = 0;
     if (!pFile || std::fscanf(pFile.get(), "%llu %llu", &ulSize, &ulResident) != 2) return 0;

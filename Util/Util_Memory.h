@@ -6,10 +6,14 @@
 class Util_Memory
 {
 public:
-    /// What programs can still take without swapping; SIZE_MAX when the system does not say.
+    /// What programs can still take without swapping, or less when the system tells only what is
+    /// free; SIZE_MAX when it does not say.
     static std::size_t GetAvailable();
     /// What this process holds already, 0 when the system does not say.
     static std::size_t GetResident();
+    /// From now on the machine has tBytes and this process holds nothing of it; 0: asks the system
+    /// again. For tests that have to meet the limits early.
+    static void Assume(std::size_t tBytes);
     /// Makes the pages of [pvData, pvData + tBytes) present and writable, their content unchanged.
     /// Only a hint: does nothing where the system cannot.
     static void Populate(void* pvData, std::size_t tBytes);

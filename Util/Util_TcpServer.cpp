@@ -8,9 +8,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
+#include <thread>
 
 #include "Util/Util_TcpSocket.h"
 
@@ -40,6 +43,34 @@ void SetClientOptions(int iSocket, float fIdleTimeout)
                            static_cast<suseconds_t>(std::max(iMicroseconds % 1000000, 1LL))};
     setsockopt(iSocket, SOL_SOCKET, SO_RCVTIMEO, &aWait, sizeof aWait);
     setsockopt(iSocket, SOL_SOCKET, SO_SNDTIMEO, &aWait, sizeof aWait);
+}
+
+/// The client waits in the queue until there is enough again.
+bool IsShortage(int iError)
+{
+    return iError == EMFILE || iError == ENFILE || iError == ENOBUFS || iError == ENOMEM;
+}
+
+/// Not the listening socket but the one client has failed: its connection ended before it was
+/// accepted, or its network did.
+bool HasClientGone(int iError)
+{
+    constexpr int aiErrors[] = {ECONNABORTED, EPROTO,       ENETDOWN,    ENOPROTOOPT,
+                                EHOSTDOWN,    EHOSTUNREACH, ENETUNREACH, EPERM};
+    return std::ranges::find(aiErrors, iError) != std::end(aiErrors);
+}
+
+int Accept(int iSocket)
+{
+    int iClient = -1;
+    do iClient = accept4(iSocket, nullptr, nullptr, SOCK_CLOEXEC);
+    while (iClient == -1 && (errno == EINTR || HasClientGone(errno)));
+    return iClient;
+}
+
+void Pause()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
 }
 
 bool Bind(int iSocket, int iPort, const std::string& strAddress)
@@ -112,12 +143,23 @@ void Util_TcpServer::CloseClient()
 int Util_TcpServer::ConnectClient(float fSeconds)
 {
     if (m_iClientSock != -1) return 1;
-    if (!Util_TcpSocket::CheckReadEvent(m_iServerSock, fSeconds)) return 0;
-    do m_iClientSock = accept4(m_iServerSock, nullptr, nullptr, SOCK_CLOEXEC);
-    while (m_iClientSock == -1 && (errno == EINTR || errno == ECONNABORTED));
-    if (m_iClientSock == -1) return -1;
+    m_iShortage = 0;
+    const bool bWaited = Util_TcpSocket::CheckReadEvent(m_iServerSock, fSeconds);
+    if (bWaited) m_iClientSock = Accept(m_iServerSock);
+    if (m_iClientSock == -1)
+    {
+        if (IsShortage(errno)) m_iShortage = errno;
+        Pause();
+        return bWaited && m_iShortage == 0 ? -1 : 0;
+    }
     SetClientOptions(m_iClientSock, m_fIdleTimeout);
     return 1;
+}
+
+void Util_TcpServer::TakeClient(int iSocket)
+{
+    CloseClient();
+    m_iClientSock = iSocket;
 }
 
 bool Util_TcpServer::CanRecvNow(float fSeconds)
@@ -147,5 +189,9 @@ bool Util_TcpServer::DoSend(const void* pvFirst, std::size_t tFirst, const void*
 {
     if (m_iClientSock == -1) return false;
     std::signal(SIGPIPE, SIG_IGN);
-    return Util_TcpSocket::SendBoth(m_iClientSock, pvFirst, tFirst, pvSecond, tSecond);
+    if (Util_TcpSocket::SendBoth(m_iClientSock, pvFirst, tFirst, pvSecond, tSecond)) return true;
+    // The stream may have broken off in a packet. What is sent next, QUIT, would wait once more for
+    // a client that takes nothing.
+    shutdown(m_iClientSock, SHUT_RDWR);
+    return false;
 }

@@ -25,8 +25,15 @@ public:
     /// the clients that connect from now on.
     void SetIdleTimeout(float fSeconds) { m_fIdleTimeout = fSeconds; }
 
-    /// 1: a client is connected, now or already; 0: nothing happened; -1: accept failed.
+    /// 1: a client is connected, now or already; 0: nothing happened, or a lack of descriptors or
+    /// memory that may pass, see GetShortage(); -1: accept failed. After a failure it has paused:
+    /// who tries again at once does not keep a core busy.
     int ConnectClient(float fSeconds);
+    /// errno of the last ConnectClient() that gave 0 for want of something, else 0.
+    int GetShortage() const { return m_iShortage; }
+    /// Serves a peer that is connected already: takes the stream socket over and closes the former
+    /// client.
+    void TakeClient(int iSocket);
     bool CanRecvNow(float fSeconds);
     bool CanSendNow(float fSeconds);
     bool DoRecv(void* pvBuffer, std::size_t tBytes);  ///< all of it or false
@@ -38,5 +45,6 @@ private:
     static std::unique_ptr<Util_TcpServer> m_pInstance;
     static int m_iServerSock;
     int m_iClientSock = -1;
+    int m_iShortage = 0;
     float m_fIdleTimeout = 0.0f;
 };

@@ -53,10 +53,12 @@ if(TALVEN_HAVE_CUDA)
   list(APPEND OLDEST 0)  # "native", "all"
   list(GET OLDEST 0 TALVEN_CUDA_OLDEST)
 
-  # The same sums on every device: multiply-adds are fused only where the source says so. Host code
-  # in these files is little; what its warnings would say, the .cpp files beside them show.
-  add_compile_options(
-    "$<$<COMPILE_LANGUAGE:CUDA>:--fmad=false;-Xcompiler=-Wall,-Wextra>")
+  # The same sums on every device: multiply-adds are fused only where the source says so.
+  set(OPTIONS --fmad=false -Xcompiler=-Wall,-Wextra)
+  if(TALVEN_WERROR)
+    list(APPEND OPTIONS -Werror=all-warnings -Xcompiler=-Werror)
+  endif()
+  add_compile_options("$<$<COMPILE_LANGUAGE:CUDA>:${OPTIONS}>")
   message(STATUS "CUDA backend for ${TALVEN_CUDA_ARCHITECTURES}")
 else()
   message(STATUS "CUDA backend: not built")

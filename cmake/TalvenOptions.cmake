@@ -1,5 +1,8 @@
 option(TALVEN_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(TALVEN_BENCH "Build the benchmarks" ${PROJECT_IS_TOP_LEVEL})
+option(TALVEN_FUZZ "Build the fuzz targets, which replay files without libFuzzer" ${PROJECT_IS_TOP_LEVEL})
+option(TALVEN_LIBFUZZER "Link the fuzz targets with libFuzzer (clang)" OFF)
+option(TALVEN_HOST_BASELINE_ONLY "Host kernels for the plainest instruction set only" OFF)
 option(TALVEN_WERROR "Treat warnings as errors" OFF)
 set(TALVEN_SANITIZE "" CACHE STRING "Sanitizers for all targets, for example address,undefined")
 

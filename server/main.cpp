@@ -4,6 +4,7 @@
 #include "server/Config/GpuConfig.h"
 #include "server/Thread/ClientMain.h"
 #include "server/Thread/GpuThread.h"
+#include "server/Thread/StopSignal.h"
 
 namespace
 {
@@ -18,6 +19,7 @@ enum ExitCode
 int main()
 {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // lines arrive at once, also in a file
+    CStopSignal::Start();
     CGpuConfig* pConfig = CGpuConfig::GetInstance();
     if (!pConfig->QueryDevice()) return eNoDevice;
     if (pConfig->GetNumDevices() <= 0)

@@ -1,6 +1,7 @@
 #include "server/Thread/ClientMain.h"
 
 #include <cstdio>
+#include <cstring>
 #include <new>
 
 #include "Util/Util_TcpServer.h"
@@ -31,13 +32,30 @@ bool CClientMain::ConnectClient()
 {
     Util_TcpServer* pServer = Util_TcpServer::GetInstance();
     pServer->SetIdleTimeout(CGpuConfig::GetInstance()->GetIdleTimeout());
-    int iResult = 0;
-    while (iResult == 0) iResult = pServer->ConnectClient(5.0f);
+    const int iResult = mAccept();
     CLogFile* pLogFile = CLogFile::GetInstance();
     pLogFile->LogTime();
     pLogFile->LogInfo(iResult == 1 ? "Info: Client has been connected."
                                    : "Error: Client connection failed.");
     return iResult == 1;
+}
+
+/// Waits for a client as long as it takes. \return as Util_TcpServer::ConnectClient, never 0
+int CClientMain::mAccept()
+{
+    Util_TcpServer* pServer = Util_TcpServer::GetInstance();
+    int iResult = 0, iShortage = 0;
+    while (iResult == 0)
+    {
+        iResult = pServer->ConnectClient(5.0f);
+        const int iNow = pServer->GetShortage();
+        if (iNow == 0 || iNow == iShortage) continue;
+        iShortage = iNow;  // said once
+        CLogFile::GetInstance()->LogInfo(
+            (std::string("Error: A client has to wait: ") + std::strerror(iNow) + ".").c_str());
+    }
+    if (iShortage != 0) CLogFile::DeleteInstance();  // the file may open now
+    return iResult;
 }
 
 void CClientMain::DoIt()
@@ -46,17 +64,20 @@ void CClientMain::DoIt()
     for (;;)
     {
         if (!mHasClientPacket()) continue;
-        mRecvPacket();
-        mProcessCmd();
-        if (m_bQuit) m_bQuit = !ConnectClient();
+        if (!ServePacket()) m_bQuit = !ConnectClient();
     }
+}
+
+bool CClientMain::ServePacket()
+{
+    mRecvPacket();
+    mProcessCmd();
+    return !m_bQuit;
 }
 
 bool CClientMain::mHasClientPacket()
 {
-    Util_TcpServer* pServer = Util_TcpServer::GetInstance();
-    pServer->ConnectClient(5.0f);
-    return pServer->CanRecvNow(0.01f);
+    return mAccept() == 1 && Util_TcpServer::GetInstance()->CanRecvNow(0.01f);
 }
 
 void CClientMain::mRecvPacket()

@@ -13,6 +13,8 @@ public:
     /// Waits for a client. \return false when it could not be accepted
     [[nodiscard]] bool ConnectClient();
     [[noreturn]] void DoIt();
+    /// Receives one packet and serves it. \return false when the client is gone
+    [[nodiscard]] bool ServePacket();
 
 private:
     enum class EReply
@@ -39,6 +41,7 @@ private:
     static const Command m_aCommands[];
     static const Command* mFindCommand(std::uint32_t uiMsgType);
 
+    int mAccept();
     bool mHasClientPacket();
     void mRecvPacket();
     bool mRecvData();

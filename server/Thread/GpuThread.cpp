@@ -6,6 +6,7 @@
 #include "Util/Util_Time.h"
 #include "gpulib/Device/DeviceCtx.h"
 #include "server/Data/Recon/ProjData.h"
+#include "server/Data/Recon/Rfactor.h"
 #include "server/Thread/CompareMain.h"
 #include "server/Thread/JobStatus.h"
 #include "server/Thread/ProjMain.h"
@@ -51,7 +52,9 @@ bool CGpuThread::Reconstruct(std::string& rReason)
     CReconMain::Prepare();
     mRunAll(eReconstruct);
     CReconMain::FreeMemory();
-    return mHasSucceeded(rReason);
+    if (mHasSucceeded(rReason)) return true;
+    CRfactor::GetInstance()->SetSize(0, 0);  // the workers that came to their end have added
+    return false;
 }
 
 bool CGpuThread::Project(std::string& rReason)

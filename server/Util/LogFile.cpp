@@ -1,12 +1,21 @@
 #include "server/Util/LogFile.h"
 
+#include <fcntl.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <iterator>
 
 #include "server/Data/RemotePacket.h"
 
 std::unique_ptr<CLogFile> CLogFile::m_pInstance;
+std::timed_mutex CLogFile::m_aLineMutex;
 
 namespace
 {
@@ -18,6 +27,14 @@ std::string GetTimeString()
     localtime_r(&tNow, &aNow);
     return std::to_string(aNow.tm_mon + 1) + std::to_string(aNow.tm_mday) +
            std::to_string(aNow.tm_year + 1900);
+}
+
+/// Whether the last byte of a file is no line end: the disk was full, or the machine went down.
+bool EndsInALine(int iFile)
+{
+    const off_t tEnd = lseek(iFile, 0, SEEK_END);
+    char cLast = '\n';
+    return tEnd > 0 && pread(iFile, &cLast, 1, tEnd - 1) == 1 && cLast != '\n';
 }
 
 const char* GetMsgName(std::uint32_t uiType)
@@ -40,20 +57,47 @@ CLogFile* CLogFile::GetInstance()
     return m_pInstance.get();
 }
 
+CLogFile::~CLogFile()
+{
+    if (m_iFile != -1) close(m_iFile);
+}
+
+void CLogFile::FinishLine()
+{
+    // Never released.
+    static_cast<void>(m_aLineMutex.try_lock_for(std::chrono::milliseconds(200)));
+}
+
 void CLogFile::mOpenFile()
 {
     const char* pcHome = std::getenv("HOME");
     if (pcHome == nullptr) return;
     const std::string strPath = std::string(pcHome) + "/temp/gpu" + GetTimeString() + ".log";
-    m_pFile.reset(std::fopen(strPath.c_str(), "ae"));
+    m_iFile = open(strPath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    m_bCutOff = m_iFile != -1 && EndsInALine(m_iFile);
 }
 
 void CLogFile::LogInfo(const char* pcText)
 {
+    const std::lock_guard aLock(m_aLineMutex);
     std::puts(pcText);
-    if (!m_pFile) return;
-    std::fprintf(m_pFile.get(), "%s\n", pcText);
-    std::fflush(m_pFile.get());
+    if (m_iFile != -1) mWriteFile(pcText);
+}
+
+/// A line is one system call. A full disk costs the lines that do not fit and is said once; when
+/// there is room again the log goes on, on a line of its own.
+void CLogFile::mWriteFile(const char* pcText)
+{
+    char acEnd[] = "\n";
+    const std::size_t tText = std::strlen(pcText), tStart = m_bCutOff ? 1 : 0;
+    const iovec aParts[] = {{acEnd, tStart}, {const_cast<char*>(pcText), tText}, {acEnd, 1}};
+    const ssize_t tWritten = writev(m_iFile, aParts, std::size(aParts));
+    const bool bWhole = tWritten == static_cast<ssize_t>(tStart + tText + 1);
+    if (!bWhole && !m_bFailed)
+        std::printf("Error: The log file cannot be written: %s.\n",
+                    tWritten < 0 ? std::strerror(errno) : "no room for a whole line");
+    m_bFailed = !bWhole;
+    if (tWritten > 0) m_bCutOff = !bWhole;
 }
 
 void CLogFile::LogTime()
@@ -61,10 +105,8 @@ void CLogFile::LogTime()
     const std::time_t tNow = std::time(nullptr);
     char acTime[32];
     if (ctime_r(&tNow, acTime) == nullptr) return;
-    std::fputs(acTime, stdout);  // ends in a line end
-    if (!m_pFile) return;
-    std::fputs(acTime, m_pFile.get());
-    std::fflush(m_pFile.get());
+    acTime[std::strcspn(acTime, "\n")] = '\0';
+    LogInfo(acTime);
 }
 
 void CLogFile::LogClientPacket(const CRemotePacket* pPacket)

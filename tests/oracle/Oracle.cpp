@@ -52,8 +52,9 @@ std::vector<double> COracle::Project(const OracleImage& rSlice, unsigned uiProj)
         for (int k = 0; k < iSamples; ++k)
         {
             const double dU = i - (m_aJob.iProjX - 1) / 2.0, dT = k - (iSamples - 1) / 2.0;
-            vdSums[i] += Sample(rSlice, iVolX, iVolZ, (iVolX - 1) / 2.0 + dU * fCos - dT * fSin,
-                                (iVolZ - 1) / 2.0 + dU * fSin + dT * fCos);
+            const double dX = (iVolX - 1) / 2.0 + dU * fCos - dT * fSin + m_aJob.dShift;
+            const double dZ = (iVolZ - 1) / 2.0 + dU * fSin + dT * fCos + m_aJob.dShift;
+            vdSums[i] += Sample(rSlice, iVolX, iVolZ, dX, dZ);
         }
     for (double& rdSum : vdSums)
         if (std::fabs(rdSum) < dNothing) rdSum = 0;

@@ -35,6 +35,7 @@ struct OracleJob
     int iIterations = 1;
     std::optional<OracleBox> aBox;  // empty: no weights in plain jobs, a box of size 0 else
     EMethod eMethod = EMethod::eSart;
+    double dShift = 0;  // added to the positions of all samples of rays, pixels: a rounding
 };
 
 using OracleImage = std::vector<double>;                // [proj][x] or [z][x]

@@ -168,49 +168,6 @@ TEST(Hostile, JobsRefuseWhatTheyCannotUse)
     }
 }
 
-TEST(Hostile, BrokenConnectionsLeaveTheServerToTheNextClient)
-{
-    ServerProcess aServer;
-    aServer.Start();
-    const Words vuiStack = {64, 64, 4};
-    const std::vector<std::pair<const char*, void (*)(RawClient&)>> aCases = {
-        {"nothing at all", [](RawClient&) {}},
-        {"half a header", [](RawClient& r) { r.SendBytes("0123456789", 10); }},
-        {"header without its data",
-         [](RawClient& r) { r.SendHeader(Msg::eProjSet, {0}, 64 * 64 * 4); }},
-        {"four gigabytes promised",
-         [](RawClient& r) { r.SendHeader(Msg::eProjSet, {0}, g_uiMax); }},
-        {"four gigabytes of an unknown type",
-         [](RawClient& r) { r.SendHeader(777, {0}, g_uiMax); }},
-        {"reset in the data",
-         [](RawClient& r)
-         {
-             r.SendHeader(Msg::eProjSet, {0}, 16384);
-             r.SendBytes("abc", 3);
-             r.Reset();
-         }},
-        {"gone before the reply", [](RawClient& r) { r.Send(Msg::eProjGet, {0}); }},
-        {"gone during a job",
-         [](RawClient& r)
-         {
-             r.Ask(Msg::eVolSize, {64, 64, 32});
-             r.Send(Msg::eReconstruct);
-         }},
-    };
-    for (const auto& [pcWhat, pfnBreak] : aCases)
-    {
-        SCOPED_TRACE(pcWhat);
-        {
-            RawClient aClient(aServer.GetPort());
-            ASSERT_TRUE(aClient.Ask(Msg::eProjSize, vuiStack));
-            pfnBreak(aClient);
-        }
-        RawClient aNext(aServer.GetPort());
-        ExpectHealthy(aNext);
-    }
-    EXPECT_TRUE(aServer.IsRunning());
-}
-
 TEST(Hostile, RandomBytesAndRandomPacketsDoNoHarm)
 {
     ServerProcess aServer;

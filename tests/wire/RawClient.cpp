@@ -1,10 +1,12 @@
 #include "tests/wire/RawClient.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <bit>
 #include <chrono>
 #include <cstring>
@@ -16,8 +18,8 @@ constexpr int g_iDeadlineMs = 20000;
 
 bool WaitReadable(int iSocket, int iMs)
 {
-    pollfd aPoll = {iSocket, POLLIN, 0};
-    return poll(&aPoll, 1, iMs) == 1;
+    pollfd aPoll = {iSocket, POLLIN, 0};  // poll waits in vain for a closed one
+    return iSocket != -1 && poll(&aPoll, 1, iMs) == 1;
 }
 }  // namespace
 
@@ -43,6 +45,8 @@ RawClient::RawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
     for (int i = 0; i < 500; ++i)
     {
         m_iSocket = socket(AF_INET, SOCK_STREAM, 0);
+        const int iOn = 1;  // a header and its data go at once
+        setsockopt(m_iSocket, IPPROTO_TCP, TCP_NODELAY, &iOn, sizeof iOn);
         if (connect(m_iSocket, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress) == 0)
             return;
         Close();
@@ -63,6 +67,21 @@ void RawClient::Reset()
     Close();
 }
 
+void RawClient::CutAfter(std::size_t tBytes, bool bReset)
+{
+    m_tLeft = tBytes;
+    m_bCutResets = bReset;
+    mCount(0);
+}
+
+void RawClient::mCount(std::size_t tBytes)
+{
+    m_tLeft -= tBytes;
+    if (m_tLeft > 0) return;
+    if (m_bCutResets) Reset();
+    Close();
+}
+
 std::uint32_t RawClient::mOrder(std::uint32_t uiValue) const
 {
     return m_bSwap ? __builtin_bswap32(uiValue) : uiValue;
@@ -80,8 +99,9 @@ bool RawClient::SendBytes(const void* pvData, std::size_t tBytes)
     const char* pcNext = static_cast<const char*>(pvData);
     while (tBytes > 0)
     {
-        const ssize_t tDone = send(m_iSocket, pcNext, tBytes, MSG_NOSIGNAL);
+        const ssize_t tDone = send(m_iSocket, pcNext, std::min(tBytes, m_tLeft), MSG_NOSIGNAL);
         if (tDone <= 0) return false;
+        mCount(static_cast<std::size_t>(tDone));
         pcNext += tDone;
         tBytes -= static_cast<std::size_t>(tDone);
     }
@@ -113,8 +133,9 @@ bool RawClient::mReceiveAll(void* pvData, std::size_t tBytes)
     while (tBytes > 0)
     {
         if (!WaitReadable(m_iSocket, g_iDeadlineMs)) return false;
-        const ssize_t tDone = recv(m_iSocket, pcNext, tBytes, 0);
+        const ssize_t tDone = recv(m_iSocket, pcNext, std::min(tBytes, m_tLeft), 0);
         if (tDone <= 0) return false;
+        mCount(static_cast<std::size_t>(tDone));
         pcNext += tDone;
         tBytes -= static_cast<std::size_t>(tDone);
     }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,6 +34,9 @@ public:
     bool IsConnected() const { return m_iSocket != -1; }
     void Close();
     void Reset();  ///< closes with a connection reset
+    /// Closes or resets the connection as soon as tBytes more have been sent and received together.
+    void CutAfter(std::size_t tBytes, bool bReset);
+    bool IsCut() const { return m_tLeft == 0; }
 
     /// Field values from field 4 on; data words follow.
     using Words = std::vector<std::uint32_t>;
@@ -54,9 +58,12 @@ public:
 
 private:
     bool mReceiveAll(void* pvData, std::size_t tBytes);
+    void mCount(std::size_t tBytes);
     std::uint32_t mOrder(std::uint32_t uiValue) const;
     int m_iSocket = -1;
     bool m_bSwap = false;
+    std::size_t m_tLeft = std::numeric_limits<std::size_t>::max();  // bytes until the cut
+    bool m_bCutResets = false;
     std::uint32_t m_uiSerial = 100;
 };
 

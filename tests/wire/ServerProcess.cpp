@@ -39,7 +39,8 @@ int ServerProcess::FindFreePort()
     return ntohs(aAddress.sin_port);
 }
 
-void ServerProcess::Start(const Environment& rExtra, const std::string& strConfig)
+void ServerProcess::Start(const Environment& rExtra, const std::string& strConfig,
+                          const std::function<void()>& fInChild)
 {
     char acDir[] = "/tmp/talven-wire-XXXXXX";
     m_aHome = mkdtemp(acDir);
@@ -63,6 +64,7 @@ void ServerProcess::Start(const Environment& rExtra, const std::string& strConfi
     for (std::string& rEntry : vstrEnvironment) vpcEnvironment.push_back(rEntry.data());
     vpcEnvironment.push_back(nullptr);
     const std::string strOutput = (m_aHome / "output.txt").string();
+    const std::string strProgram = m_strProgram.empty() ? TALVEN_SERVER_PATH : m_strProgram;
     char* apcArguments[] = {const_cast<char*>("talven-server"), nullptr};
 
     m_iPid = fork();
@@ -72,7 +74,9 @@ void ServerProcess::Start(const Environment& rExtra, const std::string& strConfi
     dup2(iOutput, 1);
     dup2(iOutput, 2);
     if (chdir(m_aHome.c_str()) != 0) _exit(126);
-    execve(TALVEN_SERVER_PATH, apcArguments, vpcEnvironment.data());
+    if (fInChild) fInChild();
+    close_range(3, ~0u, 0);  // what this program has open is no business of the server
+    execve(strProgram.c_str(), apcArguments, vpcEnvironment.data());
     _exit(127);
 }
 
@@ -100,25 +104,29 @@ bool ServerProcess::IsRunning()
     return false;
 }
 
+int ServerProcess::WaitForEnd()
+{
+    int iStatus = 0;
+    for (int i = 0; i < 2000; ++i)
+    {
+        if (waitpid(m_iPid, &iStatus, WNOHANG) == m_iPid)
+        {
+            m_iPid = -1;
+            return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return -1;
+}
+
 int ServerProcess::RunToEnd(const Environment& rExtra, const std::string& strConfig,
                             std::string& rOutput)
 {
     ServerProcess aServer;
     aServer.Start(rExtra, strConfig);
-    int iStatus = 0;
-    for (int i = 0; i < 1000; ++i)
-    {
-        const pid_t iDone = waitpid(aServer.m_iPid, &iStatus, WNOHANG);
-        if (iDone == aServer.m_iPid)
-        {
-            aServer.m_iPid = -1;
-            rOutput = aServer.GetOutput();
-            return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-        }
-        std::this_thread::sleep_for(20ms);
-    }
+    const int iCode = aServer.WaitForEnd();
     rOutput = aServer.GetOutput();
-    return -1;
+    return iCode;
 }
 
 std::string ServerProcess::GetOutput() const

@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,13 +19,19 @@ public:
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
 
+    void SetProgram(const std::string& strPath) { m_strProgram = strPath; }  ///< another server
+
     /// Starts the server on a free port of the loopback, on the host backend, unless rExtra says
     /// otherwise (an empty value unsets a variable). strConfig becomes config.gpu when it is not
-    /// empty.
-    void Start(const Environment& rExtra = {}, const std::string& strConfig = {});
+    /// empty. fInChild is called in the child before the server takes over.
+    void Start(const Environment& rExtra = {}, const std::string& strConfig = {},
+               const std::function<void()>& fInChild = {});
 
-    /// Runs the server until it ends by itself, which it must do within 20 s. \return exit code,
-    /// -1 when it had to be killed
+    /// Waits for the end. \return exit code, 128 + signal when a signal ended it, -1 when it still
+    /// runs after 20 s
+    int WaitForEnd();
+    /// Runs the server until it ends by itself. \return as WaitForEnd; a server that still runs is
+    /// killed
     static int RunToEnd(const Environment& rExtra, const std::string& strConfig,
                         std::string& rOutput);
 
@@ -40,6 +47,7 @@ public:
     static int FindFreePort();
 
 private:
+    std::string m_strProgram;  // empty: the one that was built with the tests
     std::filesystem::path m_aHome;
     pid_t m_iPid = -1;
     int m_iPort = 0;

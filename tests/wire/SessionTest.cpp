@@ -153,8 +153,10 @@ TEST(Session, SecondClientWaitsAndStartsFresh)
 
 TEST(Session, SilentClientIsDroppedWhenAsked)
 {
+    const std::string strPort = std::to_string(ServerProcess::FindFreePort());
     ServerProcess aServer;
-    aServer.Start({{"TALVEN_IDLE_TIMEOUT", "1"}});
+    aServer.Start({{"TALVEN_PORT", strPort}},
+                  "ServerPort=" + strPort + "\nBackend=host\nIdleTimeout=1\n");
     RawClient aSilent(aServer.GetPort());
     const auto aStart = std::chrono::steady_clock::now();
     EXPECT_TRUE(aSilent.IsClosedByPeer());

@@ -1,6 +1,12 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <fstream>
+#include <thread>
 
 #include "tests/wire/Messages.h"
 #include "tests/wire/RawClient.h"
@@ -81,6 +87,43 @@ TEST(Start, TakesSettingsFromTheFileOrElseFromTheEnvironment)
         ASSERT_TRUE(aClient.IsConnected());
         EXPECT_TRUE(aClient.Ask(Msg::eServerProp));
     }
+}
+
+bool Reaches(const std::string& strAddress, int iPort)
+{
+    sockaddr_in aAddress = {};
+    aAddress.sin_family = AF_INET;
+    aAddress.sin_port = htons(static_cast<std::uint16_t>(iPort));
+    inet_pton(AF_INET, strAddress.c_str(), &aAddress.sin_addr);
+    const int iSocket = socket(AF_INET, SOCK_STREAM, 0);
+    const bool bDone =
+        connect(iSocket, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress) == 0;
+    close(iSocket);
+    return bDone;
+}
+
+TEST(Start, ListensOnTheAddressThatIsBound)
+{
+    const std::string strHere = "127.0.0.1", strThere = "127.0.0.2";
+    for (const std::string& strBound : {std::string(), strHere, strThere})
+        for (const bool bFile : {false, true})
+        {
+            SCOPED_TRACE("bound to " + strBound + (bFile ? " by file" : " by environment"));
+            const std::string strPort = PortText(ServerProcess::FindFreePort());
+            const std::string strFile =
+                "ServerPort=" + strPort + "\nBackend=host\nBindAddress=" + strBound + "\n";
+            ServerProcess aServer;
+            aServer.Start({{"TALVEN_PORT", strPort}, {"TALVEN_BIND", bFile ? "1.2.3.4" : strBound}},
+                          bFile ? strFile : "");
+            ASSERT_TRUE(aServer.WaitForOutput("Info: GPU 0 is used"));
+            for (int i = 0;
+                 i < 500 && !Reaches(strBound.empty() ? strHere : strBound, aServer.GetPort()); ++i)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            for (const std::string& strAddress : {strHere, strThere})
+                EXPECT_EQ(Reaches(strAddress, aServer.GetPort()),
+                          strBound.empty() || strAddress == strBound)
+                    << strAddress;
+        }
 }
 
 TEST(Start, SaysWhatItRunsOn)

@@ -254,7 +254,7 @@ bool CHostBackend::ForwardProject(const ForwardParams& rP)
         return false;
     // Tiles add to the sums: a projection that stands in the set twice must not be added twice.
     std::ranges::sort(viRows);
-    viRows.erase(std::ranges::unique(viRows).begin(), viRows.end());
+    viRows.erase(std::unique(viRows.begin(), viRows.end()), viRows.end());
     std::vector<ForwardView> vViews;
     for (const int iProj : viRows)
     {

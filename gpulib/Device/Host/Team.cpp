@@ -1,5 +1,7 @@
 #include "gpulib/Device/Host/Team.h"
 
+#include <system_error>
+
 #if defined(__SSE__)
 #include <xmmintrin.h>
 #endif
@@ -14,7 +16,13 @@ void FlushSmallNumbers()
 
 CTeam::CTeam(int iSize)
 {
-    for (int i = 1; i < iSize; ++i) m_vThreads.emplace_back([this, i] { mServe(i); });
+    try
+    {
+        for (int i = 1; i < iSize; ++i) m_vThreads.emplace_back([this, i] { mServe(i); });
+    }
+    catch (const std::system_error&)  // no more threads: fewer do the work
+    {
+    }
 }
 
 CTeam::~CTeam()

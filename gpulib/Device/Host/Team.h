@@ -10,7 +10,7 @@
 class CTeam
 {
 public:
-    /// \param iSize  threads including the caller, >= 1
+    /// \param iSize  threads including the caller, >= 1; fewer when the system gives no more
     explicit CTeam(int iSize);
     ~CTeam();
     CTeam(const CTeam&) = delete;
