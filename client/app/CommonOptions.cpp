@@ -22,8 +22,8 @@ void AddReportOptions(CLI::App& rApp, ReportOptions& rReport)
 
 void AddBackendOption(CLI::App& rApp, std::string& rBackend)
 {
-    rApp.add_option("--backend", rBackend, "auto, cuda or host")
-        ->check(CLI::IsMember({"auto", "cuda", "host"}));
+    rApp.add_option("--backend", rBackend, "auto, cuda, cuda-exact or host")
+        ->check(CLI::IsMember({"auto", "cuda", "cuda-exact", "host"}));
 }
 
 void AddServerOptions(CLI::App& rApp, ServerOptions& rServer)
