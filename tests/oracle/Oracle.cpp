@@ -43,7 +43,9 @@ COracle::COracle(OracleJob aJob) : m_aJob(std::move(aJob))
 
 std::vector<double> COracle::Project(const OracleImage& rSlice, unsigned uiProj) const
 {
-    constexpr double dNothing = 1e-12;  // rays that only touch the slice: rounding, not a sum
+    // Rays that only touch the slice: rounding, not a sum.
+    double dNothing = 0;
+    for (const double dVoxel : rSlice) dNothing = std::max(dNothing, 1e-12 * std::fabs(dVoxel));
     const int iVolX = m_aJob.iVolX, iVolZ = m_aJob.iVolZ;
     const float fCos = m_vfCos[uiProj], fSin = m_vfSin[uiProj];
     const int iSamples = int(iVolZ * fCos + iVolX * std::fabs(fSin) + 0.5f) + 2;
