@@ -71,8 +71,9 @@ CCudaBackend::Device& CCudaBackend::mDevice() const
 
 int CCudaBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
 {
-    constexpr std::size_t tEnough = std::size_t(256) << 20;  // keeps any device busy for long
-    constexpr int iFewest = 64, iMost = 1024;                // of a batch that could be larger
+    constexpr std::size_t tEnough = std::size_t(512)
+                                    << 20;     // also one projection at a time fills a large device
+    constexpr int iFewest = 64, iMost = 1024;  // of a batch that could be larger
     std::size_t tFree = 0, tTotal = 0;
     if (cudaMemGetInfo(&tFree, &tTotal) != cudaSuccess)
     {

@@ -90,8 +90,10 @@ bool CStaging::Create(cudaStream_t pCompute)
     const auto MakeChunk = [](Chunk& rChunk)
     {
         void* pvData = nullptr;
-        if (!MakeEvent(rChunk.pCopied) || !CudaOk(cudaMallocHost(&pvData, m_tChunk * sizeof(float)),
-                                                  "pin %zu MiB", m_tChunk * sizeof(float) >> 20))
+        // The host sleeps until a copy is done: one core for each GPU would be busy otherwise.
+        if (!MakeEvent(rChunk.pCopied, cudaEventDisableTiming | cudaEventBlockingSync) ||
+            !CudaOk(cudaMallocHost(&pvData, m_tChunk * sizeof(float)), "pin %zu MiB",
+                    m_tChunk * sizeof(float) >> 20))
             return false;
         rChunk.pvData.reset(pvData);
         return true;
