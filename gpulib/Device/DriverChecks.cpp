@@ -45,3 +45,25 @@ bool CheckImageExtents(const char* pcKernel, int iX, int iY)
     return DeviceFail("%s: projection of %d x %d, must be 1 to %d", pcKernel, iX, iY,
                       g_iMaxExtent - 1);
 }
+
+bool CheckRectangle(const char* pcOperation, const DeviceImage& rImage, int iX0, int iY0,
+                    int iWidth, int iHeight)
+{
+    if (rImage.pvData && iX0 >= 0 && iY0 >= 0 && iWidth >= 0 && iHeight >= 0 &&
+        iX0 <= rImage.iWidth - iWidth && iY0 <= rImage.iHeight - iHeight && rImage.iChannels == 1 &&
+        rImage.iBytes == 4 && rImage.iDepth == 1)
+        return true;
+    return DeviceFail("%s: %d x %d at (%d, %d) of an image of %d x %d", pcOperation, iWidth,
+                      iHeight, iX0, iY0, rImage.iWidth, rImage.iHeight);
+}
+
+bool CheckCopy(const DeviceImage& rDest, const DeviceImage& rSource)
+{
+    if (rDest.pvData && rSource.pvData && rDest.iBytes == rSource.iBytes &&
+        rDest.iWidth == rSource.iWidth && rDest.iHeight == rSource.iHeight &&
+        rDest.iDepth == rSource.iDepth && rDest.iChannels == rSource.iChannels &&
+        rDest.iLanes == rSource.iLanes)
+        return true;
+    return DeviceFail("copy: image of %d x %d x %d to %d x %d x %d", rSource.iWidth,
+                      rSource.iHeight, rSource.iDepth, rDest.iWidth, rDest.iHeight, rDest.iDepth);
+}

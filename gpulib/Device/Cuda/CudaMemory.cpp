@@ -5,6 +5,7 @@
 #include "gpulib/Device/Cuda/CudaBackend.h"
 #include "gpulib/Device/Cuda/CudaClock.h"
 #include "gpulib/Device/DeviceError.h"
+#include "gpulib/Device/DriverChecks.h"
 
 namespace
 {
@@ -27,17 +28,6 @@ bool CheckSizes(const char* pcKind, const DeviceImage& rImage)
         return true;
     return DeviceFail("create %s: %d x %d x %d, %d channels, %d rows", pcKind, rImage.iWidth,
                       rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
-}
-
-bool CheckRectangle(const char* pcOperation, const DeviceImage& rImage, int iX0, int iY0,
-                    int iWidth, int iHeight)
-{
-    if (rImage.pvData && iX0 >= 0 && iY0 >= 0 && iWidth >= 0 && iHeight >= 0 &&
-        iX0 <= rImage.iWidth - iWidth && iY0 <= rImage.iHeight - iHeight && rImage.iChannels == 1 &&
-        rImage.iBytes == 4 && rImage.iDepth == 1)
-        return true;
-    return DeviceFail("%s: %d x %d at (%d, %d) of an image of %d x %d", pcOperation, iWidth,
-                      iHeight, iX0, iY0, rImage.iWidth, rImage.iHeight);
 }
 
 cudaArray_t ArrayOf(const DeviceImage& rImage)
@@ -208,13 +198,7 @@ bool CCudaBackend::FinishDownload()
 
 bool CCudaBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
 {
-    if (!rDest.pvData || !rSource.pvData || rDest.iBytes != rSource.iBytes ||
-        rDest.iWidth != rSource.iWidth || rDest.iHeight != rSource.iHeight ||
-        rDest.iDepth != rSource.iDepth || rDest.iChannels != rSource.iChannels ||
-        rDest.iLanes != rSource.iLanes)
-        return DeviceFail("copy: image of %d x %d x %d to %d x %d x %d", rSource.iWidth,
-                          rSource.iHeight, rSource.iDepth, rDest.iWidth, rDest.iHeight,
-                          rDest.iDepth);
+    if (!CheckCopy(rDest, rSource)) return false;
     if (rDest.bSampled || rSource.bSampled) return CopyTexels(rDest, rSource, mStream());
     return CudaOk(
         cudaMemcpy2DAsync(rDest.pvData, rDest.tPitch, rSource.pvData, rSource.tPitch,

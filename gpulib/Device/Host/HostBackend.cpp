@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "gpulib/Device/DeviceError.h"
+#include "gpulib/Device/DriverChecks.h"
 #include "gpulib/Device/Host/HostMemory.h"
 #include "gpulib/Device/Host/SeparableKernel.h"
 #include "gpulib/Device/Host/Transpose.h"
@@ -24,17 +25,6 @@ std::size_t CountValues(const DeviceImage& rImage)
 {
     return std::size_t(rImage.iWidth) * rImage.iHeight * rImage.iDepth * rImage.iChannels *
            rImage.iLanes;
-}
-
-bool CheckRectangle(const char* pcOperation, const DeviceImage& rImage, int iX0, int iY0,
-                    int iWidth, int iHeight)
-{
-    if (rImage.pvData && iX0 >= 0 && iY0 >= 0 && iWidth >= 0 && iHeight >= 0 &&
-        iX0 <= rImage.iWidth - iWidth && iY0 <= rImage.iHeight - iHeight && rImage.iChannels == 1 &&
-        rImage.iBytes == 4 && rImage.iDepth == 1)
-        return true;
-    return DeviceFail("%s: %d x %d at (%d, %d) of an image of %d x %d", pcOperation, iWidth,
-                      iHeight, iX0, iY0, rImage.iWidth, rImage.iHeight);
 }
 
 float* RowOf(const DeviceImage& rImage, int iRow)
@@ -194,13 +184,7 @@ bool CHostBackend::Download(const DeviceImage& rImage, const HostRows<float>& rD
 
 bool CHostBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
 {
-    if (!rDest.pvData || !rSource.pvData || rDest.iBytes != rSource.iBytes ||
-        rDest.iWidth != rSource.iWidth || rDest.iHeight != rSource.iHeight ||
-        rDest.iDepth != rSource.iDepth || rDest.iChannels != rSource.iChannels ||
-        rDest.iLanes != rSource.iLanes)
-        return DeviceFail("copy: image of %d x %d x %d to %d x %d x %d", rSource.iWidth,
-                          rSource.iHeight, rSource.iDepth, rDest.iWidth, rDest.iHeight,
-                          rDest.iDepth);
+    if (!CheckCopy(rDest, rSource)) return false;
     std::memcpy(rDest.pvData, rSource.pvData, CountValues(rDest) * rDest.iBytes);
     return true;
 }
