@@ -73,7 +73,7 @@ std::vector<std::pair<int, int>> GetSets(const TestJob& rJob)
     return vSets;
 }
 
-TestData RunOracle(const TestJob& rJob, const TestData& rStart, double dShift)
+TestData RunOracle(const TestJob& rJob, const TestData& rStart, double dShift, unsigned uiSeed)
 {
     OracleJob aJob;
     aJob.iProjX = rJob.iProjX;
@@ -87,6 +87,7 @@ TestData RunOracle(const TestJob& rJob, const TestData& rStart, double dShift)
     aJob.eMethod = rJob.eMethod;
     if (!rJob.vBox.empty()) aJob.aBox = rJob.vBox[0];
     aJob.dShift = dShift;
+    aJob.uiSeed = uiSeed;
     const COracle aOracle(aJob);
 
     TestData aResult = rStart;

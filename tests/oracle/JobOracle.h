@@ -52,8 +52,9 @@ struct TestData
 std::vector<unsigned> GetList(const TestJob& rJob);
 std::vector<std::pair<int, int>> GetSets(const TestJob& rJob);
 
-/// Runs the job with the oracle; dShift as in OracleJob.
-TestData RunOracle(const TestJob& rJob, const TestData& rStart, double dShift = 0);
+/// Runs the job with the oracle; dShift and uiSeed as in OracleJob.
+TestData RunOracle(const TestJob& rJob, const TestData& rStart, double dShift = 0,
+                   unsigned uiSeed = 1);
 
 /// |a - b| / |b|, infinite when a value is not finite or the sizes differ.
 template <class T>

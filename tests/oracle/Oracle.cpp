@@ -4,12 +4,23 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <random>
 
 namespace
 {
+/// A whole number where rounding alone keeps a position from it: a ray that only touches the slice
+/// takes nothing from it.
+double Snap(double dPosition)
+{
+    const double dWhole = std::round(dPosition);
+    return std::fabs(dPosition - dWhole) < 1e-12 ? dWhole : dPosition;
+}
+
 /// Bilinear value at voxel coordinates (dX, dZ); 0 outside of the slice.
 double Sample(const OracleImage& rSlice, int iX, int iZ, double dX, double dZ)
 {
+    dX = Snap(dX);
+    dZ = Snap(dZ);
     const auto At = [&](int x, int z)
     { return x < 0 || z < 0 || x >= iX || z >= iZ ? 0.0 : rSlice[std::size_t(z) * iX + x]; };
     const double dLeft = std::floor(dX), dTop = std::floor(dZ);
@@ -43,23 +54,24 @@ COracle::COracle(OracleJob aJob) : m_aJob(std::move(aJob))
 
 std::vector<double> COracle::Project(const OracleImage& rSlice, unsigned uiProj) const
 {
-    // Rays that only touch the slice: rounding, not a sum.
-    double dNothing = 0;
-    for (const double dVoxel : rSlice) dNothing = std::max(dNothing, 1e-12 * std::fabs(dVoxel));
     const int iVolX = m_aJob.iVolX, iVolZ = m_aJob.iVolZ;
     const float fCos = m_vfCos[uiProj], fSin = m_vfSin[uiProj];
     const int iSamples = int(iVolZ * fCos + iVolX * std::fabs(fSin) + 0.5f) + 2;
     std::vector<double> vdSums(m_aJob.iProjX);
+    std::minstd_rand aRandom(m_aJob.uiSeed * 1000003 + uiProj);
+    std::uniform_real_distribution<double> aShift(-m_aJob.dShift, m_aJob.dShift);
     for (int i = 0; i < m_aJob.iProjX; ++i)
+    {
+        const double dShiftX = m_aJob.dShift > 0 ? aShift(aRandom) : 0;
+        const double dShiftZ = m_aJob.dShift > 0 ? aShift(aRandom) : 0;
         for (int k = 0; k < iSamples; ++k)
         {
             const double dU = i - (m_aJob.iProjX - 1) / 2.0, dT = k - (iSamples - 1) / 2.0;
-            const double dX = (iVolX - 1) / 2.0 + dU * fCos - dT * fSin + m_aJob.dShift;
-            const double dZ = (iVolZ - 1) / 2.0 + dU * fSin + dT * fCos + m_aJob.dShift;
+            const double dX = (iVolX - 1) / 2.0 + dU * fCos - dT * fSin + dShiftX;
+            const double dZ = (iVolZ - 1) / 2.0 + dU * fSin + dT * fCos + dShiftZ;
             vdSums[i] += Sample(rSlice, iVolX, iVolZ, dX, dZ);
         }
-    for (double& rdSum : vdSums)
-        if (std::fabs(rdSum) < dNothing) rdSum = 0;
+    }
     return vdSums;
 }
 

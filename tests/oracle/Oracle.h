@@ -35,7 +35,8 @@ struct OracleJob
     int iIterations = 1;
     std::optional<OracleBox> aBox;  // empty: no weights in plain jobs, a box of size 0 else
     EMethod eMethod = EMethod::eSart;
-    double dShift = 0;  // added to the positions of all samples of rays, pixels: a rounding
+    double dShift = 0;  // each ray is moved by up to so much, pixels: the rounding of its position
+    unsigned uiSeed = 1;  // for whom by how much
 };
 
 using OracleImage = std::vector<double>;                // [proj][x] or [z][x]

@@ -46,6 +46,12 @@ void CheckVitals(const Options& rOptions, const Course& rCourse, Tally& rTally)
     if (bGrows) rTally.Fail("the server's memory grows");
 }
 
+void CheckCounts(Tally& rTally)
+{
+    if (rTally.aulChecks[eUnjudged] > 3 + rTally.aulChecks[eEmRun] / 5000)
+        rTally.Fail("too many results of EM are not what they should be");
+}
+
 void Print(const Options& rOptions, const Course& rCourse, const Tally& rTally)
 {
     std::printf("seed                  %llu\n", Count(rOptions.ulSeed));

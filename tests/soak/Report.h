@@ -13,5 +13,7 @@ struct Course
 
 /// Fails when descriptors or threads are not what they were, or memory has grown.
 void CheckVitals(const Options& rOptions, const Course& rCourse, Tally& rTally);
+/// Fails when more results than a few could not be judged.
+void CheckCounts(Tally& rTally);
 /// The table at the end.
 void Print(const Options& rOptions, const Course& rCourse, const Tally& rTally);

@@ -14,6 +14,7 @@ enum ECheck
     eEmRun,
     eSmoothed,  ///< of the two above
     eDoubted,   ///< of all above: compared with the doubt of the oracle
+    eUnjudged,  ///< of EM: beyond that doubt too, where rounding decides between 0 and 1
     eTransformed,
     eCompared,
     eRefused,
@@ -21,8 +22,8 @@ enum ECheck
 };
 
 inline constexpr const char* g_apcChecks[eChecks] = {
-    "back projections",   "reprojections", "SART",     "EM",      "  of them smoothed",
-    "  of them in doubt", "transforms",    "compares", "refusals"};
+    "back projections",   "reprojections", "SART",       "EM",       "  of them smoothed",
+    "  of them in doubt", "  not judged",  "transforms", "compares", "refusals"};
 
 /// The counts of all client processes; lies in memory that they share.
 struct Tally

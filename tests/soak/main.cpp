@@ -116,6 +116,7 @@ int main(int iCount, char** ppcArguments)
     {
         aCourse.aEnd = Probe(aServer, rTally);
         CheckVitals(aOptions, aCourse, rTally);
+        CheckCounts(rTally);
     }
     Print(aOptions, aCourse, rTally);
     if (!aServer.IsRunning()) PrintEnd(aServer.GetOutput());
