@@ -19,11 +19,13 @@ class CBackend
 public:
     virtual ~CBackend() = default;
 
-    // Platform.
+    // Platform. Devices are numbered as the platform does (for GPUs: the CUDA runtime), with those
+    // that cannot be used among them: their memory is 0, GetDetail() says why, and selecting them
+    // fails. After a device could not be selected the operations below fail on that thread.
     virtual const char* GetName() const = 0;                     ///< "host" or "cuda"
     virtual const char* GetDetail() const = 0;                   ///< for example "avx512"
     virtual int GetDeviceCount() const = 0;                      ///< 0: no device
-    virtual std::size_t GetDeviceMemory(int iDevice) const = 0;  ///< bytes, 0 when out of range
+    virtual std::size_t GetDeviceMemory(int iDevice) const = 0;  ///< bytes, 0: no such or left out
     [[nodiscard]] virtual bool SelectDevice(int iDevice) = 0;    ///< for the calling thread
 
     /// Rows that one batch should hold when a band has iRows rows and each takes tBytesPerRow of

@@ -18,9 +18,10 @@ public:
     struct Properties
     {
         std::string strName;
-        std::size_t tMemory;  ///< bytes
-        int iOrdinal;         ///< what the runtime calls it
+        std::size_t tMemory = 0;  ///< bytes
+        std::string strLeftOut;   ///< why it cannot be used; empty: it can
     };
+    /// \param vDevices  all that the runtime counts, in its order
     /// \param bExact    bilinear weights of full precision in place of the texture unit's 8 bits
     /// \param iMaxRows  bounds the rows of a batch; 0: as memory allows
     CCudaBackend(std::vector<Properties> vDevices, bool bExact, int iMaxRows);
@@ -70,10 +71,11 @@ private:
         CCudaBuffer aTotals;     // of SumAbs
         int iSampledImages = 0;  // alive: a job runs
     };
-    Device& mDevice() const;  // of the calling thread, which has made an image on it
     [[nodiscard]] bool mOpenDevice();
-    cudaStream_t mStream() const { return mDevice().pStream.get(); }
-    cudaError_t mWait() const;  ///< for the kernels
+    Device* mFindDevice() const;   ///< of the calling thread; null: it could not be opened
+    Device* mDevice() const;       ///< the same with the reason noted
+    cudaStream_t mStream() const;  ///< of its kernels; null: as above
+    cudaError_t mWait() const;     ///< for the kernels
     [[nodiscard]] bool mCreateLayered(DeviceImage& rImage);
     [[nodiscard]] bool mCreateLinear(DeviceImage& rImage, const char* pcKind);
 

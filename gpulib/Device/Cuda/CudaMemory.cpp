@@ -75,7 +75,8 @@ bool CCudaBackend::mCreateLinear(DeviceImage& rImage, const char* pcKind)
 
 bool CCudaBackend::mCreateLayered(DeviceImage& rImage)
 {
-    ++mDevice().iSampledImages;  // Free() counts it down
+    int& riImages = mDevice()->iSampledImages;
+    ++riImages;  // Free() counts it down
     const cudaChannelFormatDesc aFormat = cudaCreateChannelDesc<float>();
     const cudaExtent aExtent = {std::size_t(rImage.iWidth), std::size_t(rImage.iHeight),
                                 std::size_t(rImage.iLanes)};
@@ -84,7 +85,7 @@ bool CCudaBackend::mCreateLayered(DeviceImage& rImage)
                                   cudaArrayLayered | cudaArraySurfaceLoadStore),
                 "create array: %d x %d, %d rows", rImage.iWidth, rImage.iHeight, rImage.iLanes))
     {
-        --mDevice().iSampledImages;
+        --riImages;
         return false;
     }
     rImage.pvData = pArray;
@@ -130,14 +131,15 @@ void CCudaBackend::Free(DeviceImage& rImage)
         return;
     }
     // Kernels that use it may be queued. What goes wrong with them shows in the next operation.
-    static_cast<void>(mWait());
+    Device* const pDevice = mFindDevice();
+    if (pDevice) static_cast<void>(mWait());
     if (rImage.bSampled)
     {
         if (rImage.uiTexture != 0) static_cast<void>(cudaDestroyTextureObject(rImage.uiTexture));
         if (rImage.uiSurface != 0) static_cast<void>(cudaDestroySurfaceObject(rImage.uiSurface));
         static_cast<void>(cudaFreeArray(ArrayOf(rImage)));
         // The job is over, whether it has succeeded or not.
-        if (--mDevice().iSampledImages == 0) mDevice().aStaging.Drop();
+        if (pDevice && --pDevice->iSampledImages == 0) pDevice->aStaging.Drop();
     }
     else
         static_cast<void>(cudaFree(rImage.pvData));
@@ -147,15 +149,16 @@ void CCudaBackend::Free(DeviceImage& rImage)
 bool CCudaBackend::Clear(const DeviceImage& rImage)
 {
     if (!rImage.pvData) return DeviceFail("clear: no image");
+    const cudaStream_t pStream = mStream();
     if (!rImage.bSampled)
-        return CudaOk(cudaMemset2DAsync(rImage.pvData, rImage.tPitch, 0, RowBytes(rImage),
-                                        CountRows(rImage), mStream()),
-                      "clear");
+        return pStream && CudaOk(cudaMemset2DAsync(rImage.pvData, rImage.tPitch, 0,
+                                                   RowBytes(rImage), CountRows(rImage), pStream),
+                                 "clear");
     ImageRegion aAll;
     aAll.aImage = rImage;
     aAll.iWidth = rImage.iWidth;
     aAll.iHeight = rImage.iHeight;  // and no rows: all become zero
-    return Scatter(aAll, nullptr, mStream());
+    return Scatter(aAll, nullptr, pStream);
 }
 
 bool CCudaBackend::Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
@@ -165,7 +168,9 @@ bool CCudaBackend::Upload(const DeviceImage& rImage, const HostRows<const float>
     if (iWidth == 0 || iHeight == 0) return true;
     HostRows<const float> aSource = rSource;
     aSource.iLanes = std::min(rSource.iLanes, rImage.iLanes);
-    return mDevice().aStaging.Upload({rImage, iX0, iY0, iWidth, iHeight, aSource.iLanes}, aSource);
+    Device* const pDevice = mDevice();
+    return pDevice &&
+           pDevice->aStaging.Upload({rImage, iX0, iY0, iWidth, iHeight, aSource.iLanes}, aSource);
 }
 
 bool CCudaBackend::Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
@@ -176,8 +181,9 @@ bool CCudaBackend::Download(const DeviceImage& rImage, const HostRows<float>& rD
 
 void CCudaBackend::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
 {
-    if (iWidth > 0 && iHeight > 0 && rSource.iLanes > 0)
-        mDevice().aStaging.Prefetch(rSource, iWidth, iHeight);
+    Device* const pDevice = mFindDevice();
+    if (pDevice && iWidth > 0 && iHeight > 0 && rSource.iLanes > 0)
+        pDevice->aStaging.Prefetch(rSource, iWidth, iHeight);
 }
 
 bool CCudaBackend::StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
@@ -187,23 +193,26 @@ bool CCudaBackend::StartDownload(const DeviceImage& rImage, const HostRows<float
     HostRows<float> aDest = rDest;
     aDest.iLanes = std::min(rDest.iLanes, rImage.iLanes);
     if (iWidth == 0 || iHeight == 0 || aDest.iLanes == 0) return true;
-    return mDevice().aStaging.StartDownload({rImage, iX0, iY0, iWidth, iHeight, aDest.iLanes},
-                                            aDest);
+    Device* const pDevice = mDevice();
+    return pDevice && pDevice->aStaging.StartDownload(
+                          {rImage, iX0, iY0, iWidth, iHeight, aDest.iLanes}, aDest);
 }
 
 bool CCudaBackend::FinishDownload()
 {
-    return mDevice().aStaging.FinishDownload();
+    Device* const pDevice = mFindDevice();
+    return !pDevice || pDevice->aStaging.FinishDownload();  // none: nothing was started
 }
 
 bool CCudaBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
 {
     if (!CheckCopy(rDest, rSource)) return false;
     if (rDest.bSampled || rSource.bSampled) return CopyTexels(rDest, rSource, mStream());
-    return CudaOk(
-        cudaMemcpy2DAsync(rDest.pvData, rDest.tPitch, rSource.pvData, rSource.tPitch,
-                          RowBytes(rDest), CountRows(rDest), cudaMemcpyDeviceToDevice, mStream()),
-        "copy");
+    const cudaStream_t pStream = mStream();
+    return pStream && CudaOk(cudaMemcpy2DAsync(rDest.pvData, rDest.tPitch, rSource.pvData,
+                                               rSource.tPitch, RowBytes(rDest), CountRows(rDest),
+                                               cudaMemcpyDeviceToDevice, pStream),
+                             "copy");
 }
 
 bool CCudaBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
@@ -217,9 +226,11 @@ bool CCudaBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
                       {static_cast<const float*>(pvSource), tWidth, tWidth * rImage.iHeight, 1}, 0,
                       0, rImage.iWidth, rImage.iHeight);
     }
-    return CudaOk(cudaMemcpy2DAsync(rImage.pvData, rImage.tPitch, pvSource, RowBytes(rImage),
+    const cudaStream_t pStream = mStream();
+    return pStream &&
+           CudaOk(cudaMemcpy2DAsync(rImage.pvData, rImage.tPitch, pvSource, RowBytes(rImage),
                                     RowBytes(rImage), CountRows(rImage), cudaMemcpyHostToDevice,
-                                    mStream()),
+                                    pStream),
                   "upload table") &&
            CudaOk(mWait(), "upload table");
 }
@@ -234,9 +245,11 @@ bool CCudaBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
         return Download(rImage, {static_cast<float*>(pvDest), tWidth, tWidth * rImage.iHeight, 1},
                         0, 0, rImage.iWidth, rImage.iHeight);
     }
-    return CudaOk(cudaMemcpy2DAsync(pvDest, RowBytes(rImage), rImage.pvData, rImage.tPitch,
+    const cudaStream_t pStream = mStream();
+    return pStream &&
+           CudaOk(cudaMemcpy2DAsync(pvDest, RowBytes(rImage), rImage.pvData, rImage.tPitch,
                                     RowBytes(rImage), CountRows(rImage), cudaMemcpyDeviceToHost,
-                                    mStream()),
+                                    pStream),
                   "download table") &&
            CudaOk(mWait(), "download table: wait for the kernels");
 }

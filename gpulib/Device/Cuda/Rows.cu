@@ -61,7 +61,9 @@ bool CCudaBackend::Weight(const WeightParams& rP)
 
 bool CCudaBackend::SumAbs(const SumAbsParams& rP)
 {
-    CCudaBuffer& rTotals = mDevice().aTotals;
+    Device* const pDevice = mDevice();
+    if (!pDevice) return false;
+    CCudaBuffer& rTotals = pDevice->aTotals;
     if (!rTotals.Reserve(std::size_t(rP.iProjs) * rP.iRows * sizeof(float))) return false;
     return Launch("SumAbs", mStream(), dim3(rP.iProjs, rP.iRows, 1), g_iThreads * sizeof(float),
                   SumAbsKernel, rP, rTotals.GetFloats()) &&
