@@ -47,8 +47,6 @@ inline std::vector<float> RunSmooth(const Size& rSize, const std::vector<float>&
     EXPECT_TRUE(aKernel.HostToDevice(rKernel.data()));
     EXPECT_TRUE(aOut.Create(rSize[0], rSize[1], rSize[2]));
     GSmooth aSmooth;
-    aSmooth.SetVolSize(rSize.data());
-    aSmooth.SetGauSize(rKernelSize.data());
     aSmooth.SetVolumeArray(aVolume.GetImage());
     aSmooth.SetGaussianArray(aKernel.GetImage());
     std::vector<float> vfOut(CountOf(rSize));
