@@ -25,17 +25,19 @@ TEST_P(Smooth, FollowsTheFormula)
                 const std::vector<float> vfVolume = RandomValues(rSize, 0.1f, 2, 3);
                 const std::vector<float> vfKernel =
                     bSeparable ? Bell(rKernelSize) : RandomValues(rKernelSize, 0, 1, 4);
-                const OracleVolume aExpected =
-                    SmoothVolume({rSize[0], rSize[1], rSize[2], vfVolume},
-                                 {rKernelSize[0], rKernelSize[1], rKernelSize[2], vfKernel});
+                Images aVolume(rSize[0], rSize[1], rSize[2]);
+                Images aKernel(rKernelSize[0], rKernelSize[1], rKernelSize[2]);
+                aVolume.vf = vfVolume;
+                aKernel.vf = vfKernel;
+                const Values vdExpected = SmoothVolume(aVolume, aKernel);
                 const std::vector<float> vfOut = RunSmooth(rSize, vfVolume, rKernelSize, vfKernel);
-                ASSERT_EQ(vfOut.size(), aExpected.vd.size());
+                ASSERT_EQ(vfOut.size(), vdExpected.size());
                 // Float sums of up to 297 positive products: their rounding grows as the root. The
                 // host adds products of three factors dimension by dimension.
                 const bool bByDimension = bSeparable && GetBackend()->UsesHostMemory();
                 const double dTolerance = bByDimension ? 1e-6 : 2e-6;
                 for (std::size_t i = 0; i < vfOut.size(); ++i)
-                    ASSERT_NEAR(vfOut[i] / aExpected.vd[i], 1, dTolerance) << i;
+                    ASSERT_NEAR(vfOut[i] / vdExpected[i], 1, dTolerance) << i;
             }
 }
 

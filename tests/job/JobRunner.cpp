@@ -107,8 +107,7 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& 
         pJob->SetVolume(&aTomoVol);
         pJob->SetRangeX(rStart.vuiRangeX);
         pJob->SetProjIndices(vuiList);
-        if (!rJob.vBox.empty())
-            pJob->SetPreweightBox(rJob.vBox[0].afCentre.data(), rJob.vBox[0].afHalf.data());
+        if (rJob.aBox) pJob->SetPreweightBox(rJob.aBox->afCentre.data(), rJob.aBox->afHalf.data());
         if (!GetBackend()->SelectDevice(i) ||
             !pJob->DoIt(iStart, i + 1 < iWorkers ? iRows : rJob.iY - iStart))
         {
