@@ -34,6 +34,12 @@ DEVICE_FN IX ColumnNumbers()
     return vNumbers;
 }
 
+/// As Between(), but vB does not count where it has no weight: it may be infinite.
+DEVICE_FN FX Blend(FX vA, FX vB, FX vPart, IX vIsBetween)
+{
+    return vIsBetween ? Between<FX>(vA, vB, vPart) : vA;
+}
+
 /// Bilinear reads at positions on the image. A position on a pixel reads this pixel alone.
 DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
 {
@@ -49,18 +55,15 @@ DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
     {
         const float* pfUpper = pfImage + static_cast<std::size_t>(iY) * rImage.iWidth + iX;
         const float* pfLower = iY + 1 < rImage.iHeight ? pfUpper + rImage.iWidth : pfUpper;
-        const FX vUpper = LoadX(pfUpper), vLower = vIsDown ? LoadX(pfLower) : vUpper;
-        const FX vUpperNext = vIsRight ? LoadX(pfUpper + 1) : vUpper;
-        FX vLowerNext = vIsDown ? LoadX(pfLower + 1) : vUpperNext;
-        vLowerNext = vIsRight ? vLowerNext : vLower;
-        return Between<FX>(Between<FX>(vUpper, vUpperNext, vRight),
-                           Between<FX>(vLower, vLowerNext, vRight), vDown);
+        return Blend(Blend(LoadX(pfUpper), LoadX(pfUpper + 1), vRight, vIsRight),
+                     Blend(LoadX(pfLower), LoadX(pfLower + 1), vRight, vIsRight), vDown, vIsDown);
     }
     const IX vUpper = vY * rImage.iWidth + vX;
     const IX vLower = vUpper + (vIsDown & rImage.iWidth);
-    return Between<FX>(
-        Between<FX>(Gather(pfImage, vUpper), Gather(pfImage, vUpper - vIsRight), vRight),
-        Between<FX>(Gather(pfImage, vLower), Gather(pfImage, vLower - vIsRight), vRight), vDown);
+    return Blend(
+        Blend(Gather(pfImage, vUpper), Gather(pfImage, vUpper - vIsRight), vRight, vIsRight),
+        Blend(Gather(pfImage, vLower), Gather(pfImage, vLower - vIsRight), vRight, vIsRight), vDown,
+        vIsDown);
 }
 
 template <bool LOG>
