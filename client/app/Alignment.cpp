@@ -11,29 +11,29 @@ namespace talven
 bool CAlignment::Make(const AlignmentArgs& rArgs, const MrcHeader& rMeasured, int iX, int iY,
                       std::string& rError)
 {
-    m_bCentre = rArgs.m_strOrigin == "centre";
+    m_bCentre = rArgs.strOrigin == "centre";
     m_dCentreX = 0.5 * (iX - 1);
     m_dCentreY = 0.5 * (iY - 1);
-    m_dMeasuredCentreX = 0.5 * (rMeasured.m_iX - 1);
-    m_dMeasuredCentreY = 0.5 * (rMeasured.m_iY - 1);
-    return mMakeMatrices(rArgs, rMeasured.m_iZ, rError) && mMakeScale(rArgs, rError);
+    m_dMeasuredCentreX = 0.5 * (rMeasured.iX - 1);
+    m_dMeasuredCentreY = 0.5 * (rMeasured.iY - 1);
+    return mMakeMatrices(rArgs, rMeasured.iZ, rError) && mMakeScale(rArgs, rError);
 }
 
 bool CAlignment::mMakeMatrices(const AlignmentArgs& rArgs, int iSections, std::string& rError)
 {
     m_aMatrices = {g_aIdentity};
-    if (!rArgs.m_strMatrices.empty())
+    if (!rArgs.strMatrices.empty())
     {
-        if (!ReadMatrices(rArgs.m_strMatrices, m_aMatrices, rError)) return false;
+        if (!ReadMatrices(rArgs.strMatrices, m_aMatrices, rError)) return false;
         if (m_aMatrices.size() == static_cast<std::size_t>(iSections)) return true;
         rError =
-            Format("%s has %zu matri%s, but the stack has %d sections", rArgs.m_strMatrices.c_str(),
+            Format("%s has %zu matri%s, but the stack has %d sections", rArgs.strMatrices.c_str(),
                    m_aMatrices.size(), m_aMatrices.size() == 1 ? "x" : "ces", iSections);
         return false;
     }
-    if (rArgs.m_strMatrix.empty()) return true;
+    if (rArgs.strMatrix.empty()) return true;
     std::vector<double> vdMatrix;
-    if (!ParseNumbers(rArgs.m_strMatrix, 6, vdMatrix, rError)) return false;
+    if (!ParseNumbers(rArgs.strMatrix, 6, vdMatrix, rError)) return false;
     for (std::size_t i = 0; i < 6; ++i)
     {
         m_aMatrices[0][i] = static_cast<float>(vdMatrix[i]);
@@ -46,15 +46,15 @@ bool CAlignment::mMakeMatrices(const AlignmentArgs& rArgs, int iSections, std::s
 
 bool CAlignment::mMakeScale(const AlignmentArgs& rArgs, std::string& rError)
 {
-    m_aScale.m_bLog = rArgs.m_bLog;
-    m_aScale.m_fGain = static_cast<float>(rArgs.m_dGain);
-    m_aScale.m_fOffset = static_cast<float>(rArgs.m_dOffset);
-    if (rArgs.m_bMost) m_aScale.m_fMost = static_cast<float>(rArgs.m_dMost);
-    if (rArgs.m_bLog)
+    m_aScale.bLog = rArgs.bLog;
+    m_aScale.fGain = static_cast<float>(rArgs.dGain);
+    m_aScale.fOffset = static_cast<float>(rArgs.dOffset);
+    if (rArgs.bMost) m_aScale.fMost = static_cast<float>(rArgs.dMost);
+    if (rArgs.bLog)
     {
-        m_aScale.m_fBeam = static_cast<float>(rArgs.m_dBeam);
-        m_aScale.m_fLeast = static_cast<float>(rArgs.m_dLeast);
-        m_aScale.m_fFactor = static_cast<float>(rArgs.m_dFactor);
+        m_aScale.fBeam = static_cast<float>(rArgs.dBeam);
+        m_aScale.fLeast = static_cast<float>(rArgs.dLeast);
+        m_aScale.fFactor = static_cast<float>(rArgs.dFactor);
     }
     for (const float fValue : m_aScale.GetValues())
         if (!std::isfinite(fValue))
@@ -62,9 +62,9 @@ bool CAlignment::mMakeScale(const AlignmentArgs& rArgs, std::string& rError)
             rError = "a number of the intensity scale is too large or not a number";
             return false;
         }
-    if (m_aScale.m_fBeam > 0 && m_aScale.m_fLeast > 0) return true;
-    rError = Format("--log needs a --beam and a --least above 0, not %g and %g", rArgs.m_dBeam,
-                    rArgs.m_dLeast);
+    if (m_aScale.fBeam > 0 && m_aScale.fLeast > 0) return true;
+    rError = Format("--log needs a --beam and a --least above 0, not %g and %g", rArgs.dBeam,
+                    rArgs.dLeast);
     return false;
 }
 

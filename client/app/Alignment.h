@@ -12,15 +12,15 @@ namespace talven
 /// The options that `talven transform` and `talven compare` share, as the user wrote them.
 struct AlignmentArgs
 {
-    std::string m_strMatrix;    ///< six numbers for all sections; empty: none given
-    std::string m_strMatrices;  ///< file, one matrix per section; empty: none given
-    std::string m_strOrigin = "centre";
-    double m_dGain = 1, m_dOffset = 0;
-    double m_dMost = 0;  ///< counts when m_bMost
-    bool m_bMost = false;
-    bool m_bLog = false;
-    double m_dBeam = 0;  ///< 0: not given
-    double m_dLeast = 1, m_dFactor = 1;
+    std::string strMatrix;    ///< six numbers for all sections; empty: none given
+    std::string strMatrices;  ///< file, one matrix per section; empty: none given
+    std::string strOrigin = "centre";
+    double dGain = 1, dOffset = 0;
+    double dMost = 0;  ///< counts when bMost
+    bool bMost = false;
+    bool bLog = false;
+    double dBeam = 0;  ///< 0: not given
+    double dLeast = 1, dFactor = 1;
 };
 
 /// The maps and the scale that follow from them.

@@ -16,8 +16,8 @@ std::string CheckServer(const std::string& strText)
 
 void AddReportOptions(CLI::App& rApp, ReportOptions& rReport)
 {
-    rApp.add_flag("-q,--quiet", rReport.m_bQuiet, "Say nothing but errors");
-    rApp.add_flag("--json", rReport.m_bJson, "Print one JSON object about the result");
+    rApp.add_flag("-q,--quiet", rReport.bQuiet, "Say nothing but errors");
+    rApp.add_flag("--json", rReport.bJson, "Print one JSON object about the result");
 }
 
 void AddBackendOption(CLI::App& rApp, std::string& rBackend)
@@ -29,14 +29,14 @@ void AddBackendOption(CLI::App& rApp, std::string& rBackend)
 void AddServerOptions(CLI::App& rApp, ServerOptions& rServer)
 {
     CLI::Option* pServer =
-        rApp.add_option("--server", rServer.m_strServer,
+        rApp.add_option("--server", rServer.strServer,
                         "Use the server at HOST:PORT instead of a private one on this machine")
             ->type_name("HOST:PORT")
             ->check(CheckServer);
-    rApp.add_option("--devices", rServer.m_iDevices, "Devices the private server uses [all]")
+    rApp.add_option("--devices", rServer.iDevices, "Devices the private server uses [all]")
         ->check(CLI::Range(1, 16))
         ->excludes(pServer);
-    AddBackendOption(rApp, rServer.m_strBackend);
+    AddBackendOption(rApp, rServer.strBackend);
     rApp.get_option("--backend")->excludes(pServer);
 }
 

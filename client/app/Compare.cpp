@@ -18,17 +18,17 @@ namespace
 /// How one section agrees.
 struct SectionResult
 {
-    ShiftMatch m_aMatch;
-    Affine m_aMatrix;  // as the user counts pixels, with the shift
-    double m_dOffset;  // taken off both images before they were summed
+    ShiftMatch aMatch;
+    Affine aMatrix;  // as the user counts pixels, with the shift
+    double dOffset;  // taken off both images before they were summed
 };
 
 /// Mean of the pixels that are not missing; 0 for none.
-double CalcMean(std::span<const float> pfPixels)
+double CalcMean(std::span<const float> fPixels)
 {
     double dSum = 0;
     double dCount = 0;
-    for (const float fPixel : pfPixels)
+    for (const float fPixel : fPixels)
         if (!IsMissing(fPixel))
         {
             dSum += fPixel;
@@ -43,20 +43,19 @@ double CalcMean(std::span<const float> pfPixels)
 IntensityScale TakeOff(IntensityScale aScale, double& rOffset)
 {
     constexpr double dMost = std::numeric_limits<float>::max();
-    if (aScale.m_bLog)
+    if (aScale.bLog)
     {
-        const double dBeam = aScale.m_fBeam * std::exp(-rOffset / aScale.m_fFactor);
+        const double dBeam = aScale.fBeam * std::exp(-rOffset / aScale.fFactor);
         if (!(dBeam > 1e-30 && dBeam < 1e30))
         {
             rOffset = 0;
             return aScale;
         }
-        aScale.m_fBeam = static_cast<float>(dBeam);
+        aScale.fBeam = static_cast<float>(dBeam);
     }
     else
-        aScale.m_fOffset =
-            static_cast<float>(std::clamp(aScale.m_fOffset - rOffset, -dMost, dMost));
-    aScale.m_fMost = static_cast<float>(std::clamp(aScale.m_fMost - rOffset, -dMost, dMost));
+        aScale.fOffset = static_cast<float>(std::clamp(aScale.fOffset - rOffset, -dMost, dMost));
+    aScale.fMost = static_cast<float>(std::clamp(aScale.fMost - rOffset, -dMost, dMost));
     return aScale;
 }
 
@@ -65,7 +64,7 @@ IntensityScale TakeOff(IntensityScale aScale, double& rOffset)
 class CCompareRun
 {
 public:
-    explicit CCompareRun(const CompareArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.m_aReport) {}
+    explicit CCompareRun(const CompareArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.aReport) {}
     bool Run();
     const std::string& GetError() const { return m_strError; }
 
@@ -99,15 +98,15 @@ private:
 bool CCompareRun::Run()
 {
     if (!mOpenFiles()) return false;
-    if (!m_aLink.Connect(m_aArgs.m_aServer, m_aReport))
+    if (!m_aLink.Connect(m_aArgs.aServer, m_aReport))
         return mFail(CInterrupt::IsSet() ? "interrupted" : m_aLink.GetError());
     if (!mCompareAll()) return false;
     m_aLink.Close();
-    if (!m_aArgs.m_strWriteMatrices.empty())
+    if (!m_aArgs.strWriteMatrices.empty())
     {
         std::vector<Affine> aMatrices;
-        for (const SectionResult& rResult : m_aResults) aMatrices.push_back(rResult.m_aMatrix);
-        if (!WriteMatrices(m_aArgs.m_strWriteMatrices, aMatrices, m_strError)) return false;
+        for (const SectionResult& rResult : m_aResults) aMatrices.push_back(rResult.aMatrix);
+        if (!WriteMatrices(m_aArgs.strWriteMatrices, aMatrices, m_strError)) return false;
     }
     mSummarise();
     return true;
@@ -115,21 +114,20 @@ bool CCompareRun::Run()
 
 bool CCompareRun::mOpenFiles()
 {
-    if (!m_aMeasured.Open(m_aArgs.m_strMeasured)) return mFail(m_aMeasured.GetError());
-    if (!m_aAligned.Open(m_aArgs.m_strAligned)) return mFail(m_aAligned.GetError());
+    if (!m_aMeasured.Open(m_aArgs.strMeasured)) return mFail(m_aMeasured.GetError());
+    if (!m_aAligned.Open(m_aArgs.strAligned)) return mFail(m_aAligned.GetError());
     const MrcHeader& rMeasured = m_aMeasured.GetHeader();
     const MrcHeader& rAligned = m_aAligned.GetHeader();
-    if (rMeasured.m_iZ != rAligned.m_iZ)
-        return mFail(Format("%s has %d section%s, but %s has %d", m_aArgs.m_strMeasured.c_str(),
-                            rMeasured.m_iZ, rMeasured.m_iZ == 1 ? "" : "s",
-                            m_aArgs.m_strAligned.c_str(), rAligned.m_iZ));
+    if (rMeasured.iZ != rAligned.iZ)
+        return mFail(Format("%s has %d section%s, but %s has %d", m_aArgs.strMeasured.c_str(),
+                            rMeasured.iZ, rMeasured.iZ == 1 ? "" : "s", m_aArgs.strAligned.c_str(),
+                            rAligned.iZ));
     CAtomicFile aProbe;
-    if (!m_aArgs.m_strWriteMatrices.empty() && !aProbe.Create(m_aArgs.m_strWriteMatrices))
+    if (!m_aArgs.strWriteMatrices.empty() && !aProbe.Create(m_aArgs.strWriteMatrices))
         return mFail(aProbe.GetError());
-    return m_aAlignment.Make(m_aArgs.m_aAlignment, rMeasured, rAligned.m_iX, rAligned.m_iY,
-                             m_strError) &&
-           CheckJobSize({rMeasured.m_iX, rMeasured.m_iY, 1, 1, 1}, m_aArgs.m_aServer, m_strError) &&
-           CheckJobSize({rAligned.m_iX, rAligned.m_iY, 1, 1, 1}, m_aArgs.m_aServer, m_strError);
+    return m_aAlignment.Make(m_aArgs.aAlignment, rMeasured, rAligned.iX, rAligned.iY, m_strError) &&
+           CheckJobSize({rMeasured.iX, rMeasured.iY, 1, 1, 1}, m_aArgs.aServer, m_strError) &&
+           CheckJobSize({rAligned.iX, rAligned.iY, 1, 1, 1}, m_aArgs.aServer, m_strError);
 }
 
 bool CCompareRun::mCompareAll()
@@ -137,12 +135,12 @@ bool CCompareRun::mCompareAll()
     CSession& rSession = m_aLink.GetSession();
     const MrcHeader& rMeasured = m_aMeasured.GetHeader();
     const MrcHeader& rAligned = m_aAligned.GetHeader();
-    if (!mServer(rSession.SetStackSize(rAligned.m_iX, rAligned.m_iY, std::vector<float>{0}) &&
-                 rSession.SetMeasuredSize(rMeasured.m_iX, rMeasured.m_iY, 1)))
+    if (!mServer(rSession.SetStackSize(rAligned.iX, rAligned.iY, std::vector<float>{0}) &&
+                 rSession.SetMeasuredSize(rMeasured.iX, rMeasured.iY, 1)))
         return false;
     m_vfMeasured.resize(rMeasured.GetSectionPixels());
     m_vfAligned.resize(rAligned.GetSectionPixels());
-    for (int i = 0; i < rMeasured.m_iZ; ++i)
+    for (int i = 0; i < rMeasured.iZ; ++i)
     {
         if (CInterrupt::IsSet()) return mFail("interrupted");
         if (!mCompareSection(i)) return false;
@@ -155,20 +153,20 @@ bool CCompareRun::mCompareSection(int iSection)
 {
     SectionResult aResult{};
     IntensityScale aScale = m_aAlignment.GetScale();
-    if (!mUpload(iSection, aResult.m_dOffset, aScale)) return false;
-    ShiftMatch& rMatch = aResult.m_aMatch;
-    if (m_aArgs.m_iSearch > 0)
+    if (!mUpload(iSection, aResult.dOffset, aScale)) return false;
+    ShiftMatch& rMatch = aResult.aMatch;
+    if (m_aArgs.iSearch > 0)
     {
         if (!mFindShift(iSection, aScale, rMatch)) return false;
     }
     else
     {
         if (!mServer(m_aLink.GetSession().Compare(0, 0, m_aAlignment.GetMap(iSection), aScale,
-                                                  rMatch.m_aSums)))
+                                                  rMatch.aSums)))
             return false;
-        rMatch.m_dCorrelation = CalcCorrelation(rMatch.m_aSums);
+        rMatch.dCorrelation = CalcCorrelation(rMatch.aSums);
     }
-    aResult.m_aMatrix = m_aAlignment.GetUserMatrix(iSection, rMatch.m_dX, rMatch.m_dY);
+    aResult.aMatrix = m_aAlignment.GetUserMatrix(iSection, rMatch.dX, rMatch.dY);
     m_aResults.push_back(aResult);
     return true;
 }
@@ -199,17 +197,17 @@ bool CCompareRun::mFindShift(int iSection, const IntensityScale& rScale, ShiftMa
         return mServer(m_aLink.GetSession().Compare(0, 0, m_aAlignment.GetMap(iSection, dX, dY),
                                                     rScale, rSums));
     };
-    CShiftSearch aSearch(m_aArgs.m_iSearch, 0.25 * double(m_vfAligned.size()), Probe);
+    CShiftSearch aSearch(m_aArgs.iSearch, 0.25 * double(m_vfAligned.size()), Probe);
     switch (aSearch.Run(rMatch))
     {
-    case CShiftSearch::EResult::FOUND:
+    case CShiftSearch::EResult::eFound:
         return true;
-    case CShiftSearch::EResult::NOTHING:
+    case CShiftSearch::EResult::eNothing:
         return mFail(
             Format("section %d: no shift leaves a quarter of it to compare, or one of the "
                    "images is constant",
                    iSection + 1));
-    case CShiftSearch::EResult::ENDED:
+    case CShiftSearch::EResult::eEnded:
         break;  // the probe has said why
     }
     return false;
@@ -217,15 +215,15 @@ bool CCompareRun::mFindShift(int iSection, const IntensityScale& rScale, ShiftMa
 
 void CCompareRun::mPrintSection(int iSection) const
 {
-    const ShiftMatch& rMatch = m_aResults[std::size_t(iSection)].m_aMatch;
+    const ShiftMatch& rMatch = m_aResults[std::size_t(iSection)].aMatch;
     std::string strLine = Format(
         "section %d: correlation %.4f, mean difference %.5g over %.0f "
         "pixels",
-        iSection + 1, rMatch.m_dCorrelation, CalcMeanDifference(rMatch.m_aSums),
-        double(rMatch.m_aSums.m_fCount));
-    if (m_aArgs.m_iSearch > 0)
-        strLine += Format(", shift %.2f %.2f%s", rMatch.m_dX, rMatch.m_dY,
-                          rMatch.m_bAtEdge ? " (at the edge of the search)" : "");
+        iSection + 1, rMatch.dCorrelation, CalcMeanDifference(rMatch.aSums),
+        double(rMatch.aSums.fCount));
+    if (m_aArgs.iSearch > 0)
+        strLine += Format(", shift %.2f %.2f%s", rMatch.dX, rMatch.dY,
+                          rMatch.bAtEdge ? " (at the edge of the search)" : "");
     m_aReport.PrintLine(strLine);
 }
 
@@ -236,13 +234,13 @@ void CCompareRun::mSummarise() const
     std::size_t tWorst = 0;
     for (std::size_t i = 0; i < m_aResults.size(); ++i)
     {
-        const double dThis = m_aResults[i].m_aMatch.m_dCorrelation;
+        const double dThis = m_aResults[i].aMatch.dCorrelation;
         dSum += dThis;
-        if (!(dThis >= m_aResults[tWorst].m_aMatch.m_dCorrelation)) tWorst = i;
+        if (!(dThis >= m_aResults[tWorst].aMatch.dCorrelation)) tWorst = i;
     }
     m_aReport.PrintLine(Format("%s: mean correlation %.4f, lowest %.4f in section %zu, %s",
-                               m_aArgs.m_strMeasured.c_str(), dSum / double(m_aResults.size()),
-                               m_aResults[tWorst].m_aMatch.m_dCorrelation, tWorst + 1,
+                               m_aArgs.strMeasured.c_str(), dSum / double(m_aResults.size()),
+                               m_aResults[tWorst].aMatch.dCorrelation, tWorst + 1,
                                FormatSeconds(m_aTotal.GetSeconds()).c_str()));
 }
 
@@ -252,32 +250,32 @@ nlohmann::ordered_json CCompareRun::mMakeJson() const
     for (std::size_t i = 0; i < m_aResults.size(); ++i)
     {
         const SectionResult& rResult = m_aResults[i];
-        const CompareSums& rSums = rResult.m_aMatch.m_aSums;
+        const CompareSums& rSums = rResult.aMatch.aSums;
         nlohmann::ordered_json aSection = {
             {"section", i + 1},
-            {"correlation", rResult.m_aMatch.m_dCorrelation},  // not a number: null
+            {"correlation", rResult.aMatch.dCorrelation},  // not a number: null
             {"mean_difference", CalcMeanDifference(rSums)},
-            {"matrix", rResult.m_aMatrix}};
-        if (m_aArgs.m_iSearch > 0)
+            {"matrix", rResult.aMatrix}};
+        if (m_aArgs.iSearch > 0)
         {
-            aSection["shift"] = {rResult.m_aMatch.m_dX, rResult.m_aMatch.m_dY};
-            aSection["at_edge"] = rResult.m_aMatch.m_bAtEdge;
+            aSection["shift"] = {rResult.aMatch.dX, rResult.aMatch.dY};
+            aSection["at_edge"] = rResult.aMatch.bAtEdge;
         }
-        aSection["offset"] = rResult.m_dOffset;
-        aSection["sums"] = {{"count", rSums.m_fCount},
-                            {"difference", rSums.m_fDiff},
-                            {"cross", rSums.m_fCross},
-                            {"aligned", rSums.m_fAligned},
-                            {"aligned_abs", rSums.m_fAlignedAbs},
-                            {"aligned_square", rSums.m_fAlignedSqr},
-                            {"transformed", rSums.m_fTransed},
-                            {"transformed_abs", rSums.m_fTransedAbs},
-                            {"transformed_square", rSums.m_fTransedSqr}};
+        aSection["offset"] = rResult.dOffset;
+        aSection["sums"] = {{"count", rSums.fCount},
+                            {"difference", rSums.fDiff},
+                            {"cross", rSums.fCross},
+                            {"aligned", rSums.fAligned},
+                            {"aligned_abs", rSums.fAlignedAbs},
+                            {"aligned_square", rSums.fAlignedSqr},
+                            {"transformed", rSums.fTransed},
+                            {"transformed_abs", rSums.fTransedAbs},
+                            {"transformed_square", rSums.fTransedSqr}};
         aSections.push_back(std::move(aSection));
     }
     return {{"command", "compare"},
-            {"measured", m_aArgs.m_strMeasured},
-            {"aligned", m_aArgs.m_strAligned},
+            {"measured", m_aArgs.strMeasured},
+            {"aligned", m_aArgs.strAligned},
             {"sections", std::move(aSections)},
             {"seconds", {{"total", m_aTotal.GetSeconds()}}}};
 }

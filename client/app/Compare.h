@@ -12,12 +12,12 @@ namespace talven
 /// The options of `talven compare` as the user wrote them.
 struct CompareArgs
 {
-    std::string m_strMeasured, m_strAligned;
-    int m_iSearch = 0;               ///< range of the shifts, pixels; 0: none
-    std::string m_strWriteMatrices;  ///< file for the matrices with the shifts found
-    AlignmentArgs m_aAlignment;
-    ServerOptions m_aServer;
-    ReportOptions m_aReport;
+    std::string strMeasured, strAligned;
+    int iSearch = 0;               ///< range of the shifts, pixels; 0: none
+    std::string strWriteMatrices;  ///< file for the matrices with the shifts found
+    AlignmentArgs aAlignment;
+    ServerOptions aServer;
+    ReportOptions aReport;
 };
 
 /// Runs the command; false: rError says why, in one line. No output is ever left half written.

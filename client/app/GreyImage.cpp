@@ -15,7 +15,7 @@ GreyScale GreyScale::Find(std::span<const GreyImage> aImages, double dBlackPerce
 {
     std::vector<float> vfAll;
     for (const GreyImage& rImage : aImages)
-        for (const float fPixel : rImage.m_pfPixels)
+        for (const float fPixel : rImage.fPixels)
             if (std::isfinite(fPixel) && !IsMissing(fPixel)) vfAll.push_back(fPixel);
     const auto GetPercentile = [&vfAll](double dPercent)
     {
@@ -33,7 +33,7 @@ GreyScale GreyScale::Find(std::span<const GreyImage> aImages, double dBlackPerce
 std::uint32_t GreyScale::GetPixel(float fValue) const
 {
     const float fGrey =
-        std::clamp((fValue - m_fBlack) / (m_fWhite - m_fBlack), 0.0f, 1.0f) * 255.0f + 0.5f;
+        std::clamp((fValue - fBlack) / (fWhite - fBlack), 0.0f, 1.0f) * 255.0f + 0.5f;
     return static_cast<std::uint32_t>(fGrey) * 0x010101u;
 }
 
@@ -46,29 +46,29 @@ void DrawGreyImage(const CPicture& rPicture, const GreyImage& rImage, const Grey
                    double dX, double dY, double dScale, const std::string& strTitle)
 {
     const std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> pImage(
-        cairo_image_surface_create(CAIRO_FORMAT_RGB24, rImage.m_iWidth, rImage.m_iHeight),
+        cairo_image_surface_create(CAIRO_FORMAT_RGB24, rImage.iWidth, rImage.iHeight),
         &cairo_surface_destroy);
     unsigned char* pucImage = cairo_image_surface_get_data(pImage.get());
     if (pucImage == nullptr) return;  // cairo's limit of 32767 pixels
     const int iStride = cairo_image_surface_get_stride(pImage.get());
-    for (int y = 0; y < rImage.m_iHeight; ++y)
+    for (int y = 0; y < rImage.iHeight; ++y)
     {
-        auto* puiRow = reinterpret_cast<std::uint32_t*>(
-            pucImage + std::ptrdiff_t(rImage.m_iHeight - 1 - y) * iStride);
-        const auto pfRow = rImage.m_pfPixels.subspan(std::size_t(y) * std::size_t(rImage.m_iWidth),
-                                                     std::size_t(rImage.m_iWidth));
-        for (std::size_t x = 0; x < pfRow.size(); ++x) puiRow[x] = rGrey.GetPixel(pfRow[x]);
+        auto* uiRow = reinterpret_cast<std::uint32_t*>(
+            pucImage + std::ptrdiff_t(rImage.iHeight - 1 - y) * iStride);
+        const auto fRow = rImage.fPixels.subspan(std::size_t(y) * std::size_t(rImage.iWidth),
+                                                 std::size_t(rImage.iWidth));
+        for (std::size_t x = 0; x < fRow.size(); ++x) uiRow[x] = rGrey.GetPixel(fRow[x]);
     }
     cairo_surface_mark_dirty(pImage.get());
 
     cairo_t* pContext = rPicture.GetContext();
-    const int iWidth = ScaledExtent(rImage.m_iWidth, dScale);
-    const int iHeight = ScaledExtent(rImage.m_iHeight, dScale);
+    const int iWidth = ScaledExtent(rImage.iWidth, dScale);
+    const int iHeight = ScaledExtent(rImage.iHeight, dScale);
     cairo_save(pContext);
     cairo_translate(pContext, dX, dY);
     cairo_rectangle(pContext, 0, 0, iWidth, iHeight);
     cairo_clip(pContext);
-    cairo_scale(pContext, double(iWidth) / rImage.m_iWidth, double(iHeight) / rImage.m_iHeight);
+    cairo_scale(pContext, double(iWidth) / rImage.iWidth, double(iHeight) / rImage.iHeight);
     cairo_set_source_surface(pContext, pImage.get(), 0, 0);
     cairo_pattern_set_filter(cairo_get_source(pContext),
                              dScale >= 1 ? CAIRO_FILTER_NEAREST : CAIRO_FILTER_GOOD);

@@ -8,17 +8,17 @@
 namespace talven
 {
 
-/// An image whose row 0 is its lowest, shape [m_iHeight][m_iWidth]; borrowed pixels.
+/// An image whose row 0 is its lowest, shape [iHeight][iWidth]; borrowed pixels.
 struct GreyImage
 {
-    int m_iWidth, m_iHeight;
-    std::span<const float> m_pfPixels;
+    int iWidth, iHeight;
+    std::span<const float> fPixels;
 };
 
 /// Black at one value, white at another, both ends cut.
 struct GreyScale
 {
-    float m_fBlack = 0, m_fWhite = 1;
+    float fBlack = 0, fWhite = 1;
 
     /// From the percentiles given of all images together; missing pixels (below -1e15) do not
     /// count.

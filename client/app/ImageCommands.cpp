@@ -18,18 +18,18 @@ std::string CheckMatrix(const std::string& strText)
 void AddAlignmentOptions(CLI::App& rApp, AlignmentArgs& rArgs)
 {
     CLI::Option* pMatrix =
-        rApp.add_option("--matrix", rArgs.m_strMatrix,
+        rApp.add_option("--matrix", rArgs.strMatrix,
                         "A,B,C,D,E,F for all sections: pixel (x, y) of the output is read at "
                         "(Ax + By + E, Cx + Dy + F) of the measured image [1,0,0,1,0,0]")
             ->type_name("MATRIX")
             ->check(CheckMatrix)
             ->group("Map");
-    rApp.add_option("--matrices", rArgs.m_strMatrices,
+    rApp.add_option("--matrices", rArgs.strMatrices,
                     "One such matrix per section, six numbers a line")
         ->type_name("FILE")
         ->excludes(pMatrix)
         ->group("Map");
-    rApp.add_option("--origin", rArgs.m_strOrigin,
+    rApp.add_option("--origin", rArgs.strOrigin,
                     "Where x and y are 0: the centre of each image, or its first pixel (corner)")
         ->check(CLI::IsMember({"centre", "corner"}))
         ->capture_default_str()
@@ -37,21 +37,21 @@ void AddAlignmentOptions(CLI::App& rApp, AlignmentArgs& rArgs)
 
     const auto AddScale = [&](const char* pcName, double& rValue, const char* pcText)
     { return rApp.add_option(pcName, rValue, pcText)->group("Intensity"); };
-    AddScale("--gain", rArgs.m_dGain, "A measured value p becomes gain * p + offset")
+    AddScale("--gain", rArgs.dGain, "A measured value p becomes gain * p + offset")
         ->capture_default_str();
-    AddScale("--offset", rArgs.m_dOffset, "See --gain")->capture_default_str();
-    AddScale("--most", rArgs.m_dMost, "Cut results above this [none]")
-        ->each([&rArgs](const std::string&) { rArgs.m_bMost = true; });
-    CLI::Option* pLog = rApp.add_flag("--log", rArgs.m_bLog,
-                                      "Then factor * ln(beam / that), for counts of electrons")
-                            ->group("Intensity");
+    AddScale("--offset", rArgs.dOffset, "See --gain")->capture_default_str();
+    AddScale("--most", rArgs.dMost, "Cut results above this [none]")
+        ->each([&rArgs](const std::string&) { rArgs.bMost = true; });
+    CLI::Option* pLog =
+        rApp.add_flag("--log", rArgs.bLog, "Then factor * ln(beam / that), for counts of electrons")
+            ->group("Intensity");
     CLI::Option* pBeam =
-        AddScale("--beam", rArgs.m_dBeam, "Value without a specimen, for --log")->needs(pLog);
+        AddScale("--beam", rArgs.dBeam, "Value without a specimen, for --log")->needs(pLog);
     pLog->needs(pBeam);
-    AddScale("--least", rArgs.m_dLeast, "Raise smaller values to this before the logarithm")
+    AddScale("--least", rArgs.dLeast, "Raise smaller values to this before the logarithm")
         ->needs(pLog)
         ->capture_default_str();
-    AddScale("--factor", rArgs.m_dFactor, "See --log")->needs(pLog)->capture_default_str();
+    AddScale("--factor", rArgs.dFactor, "See --log")->needs(pLog)->capture_default_str();
 }
 
 }  // namespace
@@ -60,17 +60,17 @@ CLI::App* AddTransform(CLI::App& rApp, TransformArgs& rArgs)
 {
     CLI::App* pCommand =
         rApp.add_subcommand("transform", "Map measured projections onto the grid of a tilt series");
-    pCommand->add_option("--measured", rArgs.m_strMeasured, "Measured projections, MRC")
+    pCommand->add_option("--measured", rArgs.strMeasured, "Measured projections, MRC")
         ->type_name("FILE")
         ->required();
-    pCommand->add_option("-o,--output", rArgs.m_strOutput, "The aligned stack, MRC")
+    pCommand->add_option("-o,--output", rArgs.strOutput, "The aligned stack, MRC")
         ->type_name("FILE")
         ->required();
-    pCommand->add_option("--size", rArgs.m_strSize, "X,Y of the output, pixels [as measured]")
+    pCommand->add_option("--size", rArgs.strSize, "X,Y of the output, pixels [as measured]")
         ->check(Check(ParseSizes));
-    AddAlignmentOptions(*pCommand, rArgs.m_aAlignment);
-    AddServerOptions(*pCommand, rArgs.m_aServer);
-    AddReportOptions(*pCommand, rArgs.m_aReport);
+    AddAlignmentOptions(*pCommand, rArgs.aAlignment);
+    AddServerOptions(*pCommand, rArgs.aServer);
+    AddReportOptions(*pCommand, rArgs.aReport);
     pCommand->footer(
         "Examples:\n"
         "  talven transform --measured raw.mrc --matrices shifts.txt -o ts.mrc\n"
@@ -83,25 +83,25 @@ CLI::App* AddCompare(CLI::App& rApp, CompareArgs& rArgs)
 {
     CLI::App* pCommand = rApp.add_subcommand(
         "compare", "Tell how well measured projections agree with aligned ones");
-    pCommand->add_option("--measured", rArgs.m_strMeasured, "Measured projections, MRC")
+    pCommand->add_option("--measured", rArgs.strMeasured, "Measured projections, MRC")
         ->type_name("FILE")
         ->required();
-    pCommand->add_option("--aligned", rArgs.m_strAligned, "Aligned projections, one for each, MRC")
+    pCommand->add_option("--aligned", rArgs.strAligned, "Aligned projections, one for each, MRC")
         ->type_name("FILE")
         ->required();
     CLI::Option* pSearch =
         pCommand
-            ->add_option("--search", rArgs.m_iSearch,
+            ->add_option("--search", rArgs.iSearch,
                          "Find the shift of every section, within so many pixels in x and y")
             ->check(CLI::Range(1, 10000));
     pCommand
-        ->add_option("--write-matrices", rArgs.m_strWriteMatrices,
+        ->add_option("--write-matrices", rArgs.strWriteMatrices,
                      "The matrices with the shifts found, for talven transform")
         ->type_name("FILE")
         ->needs(pSearch);
-    AddAlignmentOptions(*pCommand, rArgs.m_aAlignment);
-    AddServerOptions(*pCommand, rArgs.m_aServer);
-    AddReportOptions(*pCommand, rArgs.m_aReport);
+    AddAlignmentOptions(*pCommand, rArgs.aAlignment);
+    AddServerOptions(*pCommand, rArgs.aServer);
+    AddReportOptions(*pCommand, rArgs.aReport);
     pCommand->footer(
         "Examples:\n"
         "  talven reproject --volume rec.mrc --angles ts.tlt -o again.mrc\n"
@@ -114,28 +114,28 @@ CLI::App* AddCompare(CLI::App& rApp, CompareArgs& rArgs)
 CLI::App* AddView(CLI::App& rApp, ViewArgs& rArgs)
 {
     CLI::App* pCommand = rApp.add_subcommand("view", "Draw slices of a volume or stack");
-    pCommand->add_option("input", rArgs.m_strInput, "Volume or stack, MRC")
+    pCommand->add_option("input", rArgs.strInput, "Volume or stack, MRC")
         ->type_name("FILE")
         ->required();
-    pCommand->add_option("-o,--output", rArgs.m_strOutput, "The picture, PNG")
+    pCommand->add_option("-o,--output", rArgs.strOutput, "The picture, PNG")
         ->type_name("FILE")
         ->required();
-    pCommand->add_option("--axis", rArgs.m_strAxis, "The axis across the slices")
+    pCommand->add_option("--axis", rArgs.strAxis, "The axis across the slices")
         ->check(CLI::IsMember({"x", "y", "z"}))
         ->capture_default_str();
     pCommand
-        ->add_option("--slices", rArgs.m_strSlices,
+        ->add_option("--slices", rArgs.strSlices,
                      "Slices counted from 1, such as 3,7-9 [the middle one]")
         ->type_name("SLICES")
         ->check(Check(ParseViews));
     pCommand
-        ->add_option("--contrast", rArgs.m_strContrast,
+        ->add_option("--contrast", rArgs.strContrast,
                      "Percentiles of the pixels shown that are black and white")
         ->capture_default_str();
-    pCommand->add_option("--width", rArgs.m_iWidth, "Of the picture, pixels at most")
+    pCommand->add_option("--width", rArgs.iWidth, "Of the picture, pixels at most")
         ->check(CLI::Range(100, 30000))
         ->capture_default_str();
-    AddReportOptions(*pCommand, rArgs.m_aReport);
+    AddReportOptions(*pCommand, rArgs.aReport);
     pCommand->footer(
         "Examples:\n"
         "  talven view rec.mrc -o middle.png\n"

@@ -18,12 +18,12 @@ namespace talven
 namespace
 {
 
-constexpr int s_iMaxProjs = 10'000;
+constexpr int g_iMaxProjs = 10'000;
 
 class CPhantom
 {
 public:
-    explicit CPhantom(const PhantomArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.m_aReport) {}
+    explicit CPhantom(const PhantomArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.aReport) {}
     bool Run();
     const std::string& GetError() const { return m_strError; }
 
@@ -31,7 +31,7 @@ private:
     bool mReadArgs();
     bool mWriteStack(const CPhantomModel& rModel, const std::string& strPath);
     bool mWriteTruth(const CPhantomModel& rModel, const std::string& strPath);
-    void mAddNoise(std::span<float> pfPixels, double dMean, CNoise& rNoise) const;
+    void mAddNoise(std::span<float> fPixels, double dMean, CNoise& rNoise) const;
     double mGetMean(const CPhantomModel& rModel) const;
     bool mFail(const std::string& strError)
     {
@@ -50,11 +50,10 @@ bool CPhantom::Run()
 {
     const CStopwatch aWatch;
     if (!mReadArgs()) return false;
-    const CPhantomModel aModel(m_iX, m_iY, m_aArgs.m_iThickness, m_aArgs.m_iBeads,
-                               m_aArgs.m_ulSeed);
-    const std::string strStack = m_aArgs.m_strPrefix + ".mrc";
-    const std::string strAngles = m_aArgs.m_strPrefix + ".tlt";
-    const std::string strTruth = m_aArgs.m_strPrefix + "_truth.mrc";
+    const CPhantomModel aModel(m_iX, m_iY, m_aArgs.iThickness, m_aArgs.iBeads, m_aArgs.ulSeed);
+    const std::string strStack = m_aArgs.strPrefix + ".mrc";
+    const std::string strAngles = m_aArgs.strPrefix + ".tlt";
+    const std::string strTruth = m_aArgs.strPrefix + "_truth.mrc";
     if (!mWriteStack(aModel, strStack) || !mWriteTruth(aModel, strTruth) ||
         !WriteAngles(strAngles, m_vfAngles, m_strError))
         return false;
@@ -65,7 +64,7 @@ bool CPhantom::Run()
             {"command", "phantom"},
             {"stack", {{"file", strStack}, {"size", {m_iX, m_iY, m_vfAngles.size()}}}},
             {"angles", {{"file", strAngles}, {"degrees", m_vfAngles}}},
-            {"truth", {{"file", strTruth}, {"size", {m_iX, m_iY, m_aArgs.m_iThickness}}}}};
+            {"truth", {{"file", strTruth}, {"size", {m_iX, m_iY, m_aArgs.iThickness}}}}};
         std::puts(aJson.dump(2).c_str());
     }
     m_aReport.PrintLine(
@@ -73,7 +72,7 @@ bool CPhantom::Run()
                "x %d; %s",
                strStack.c_str(), m_vfAngles.size(), m_iX, m_iY, double(m_vfAngles.front()),
                double(m_vfAngles.back()), strAngles.c_str(), strTruth.c_str(), m_iX, m_iY,
-               m_aArgs.m_iThickness, FormatSeconds(aWatch.GetSeconds()).c_str()));
+               m_aArgs.iThickness, FormatSeconds(aWatch.GetSeconds()).c_str()));
     return true;
 }
 
@@ -82,11 +81,11 @@ bool CPhantom::mReadArgs()
     std::vector<std::uint32_t> vuiSize;
     std::vector<double> vdAngles;
     std::string strError;
-    if (!ParseSizes(m_aArgs.m_strSize, vuiSize, strError) || vuiSize.size() != 2 ||
+    if (!ParseSizes(m_aArgs.strSize, vuiSize, strError) || vuiSize.size() != 2 ||
         vuiSize[0] > 65535 || vuiSize[1] > 65535)
         return mFail("--size: expected X,Y, such as 512,256");
-    if (!ParseNumbers(m_aArgs.m_strAngles, 3, vdAngles, strError) || vdAngles[2] <= 0 ||
-        vdAngles[1] < vdAngles[0] || (vdAngles[1] - vdAngles[0]) / vdAngles[2] > s_iMaxProjs ||
+    if (!ParseNumbers(m_aArgs.strAngles, 3, vdAngles, strError) || vdAngles[2] <= 0 ||
+        vdAngles[1] < vdAngles[0] || (vdAngles[1] - vdAngles[0]) / vdAngles[2] > g_iMaxProjs ||
         std::fabs(vdAngles[0]) > 360 || std::fabs(vdAngles[1]) > 360)
         return mFail("--angles: expected FROM,TO,STEP in degrees, such as -60,60,2");
     m_iX = static_cast<int>(vuiSize[0]);
@@ -102,12 +101,12 @@ bool CPhantom::mWriteStack(const CPhantomModel& rModel, const std::string& strPa
     const int iProjs = static_cast<int>(m_vfAngles.size());
     std::vector<float> vfPixels(std::size_t(m_iX) * std::size_t(m_iY));
     CMrcWriter aWriter;
-    if (!aWriter.Create(strPath, m_iX, m_iY, iProjs, m_aArgs.m_dPixel, false,
+    if (!aWriter.Create(strPath, m_iX, m_iY, iProjs, m_aArgs.dPixel, false,
                         "Talven: phantom tilt series"))
         return mFail(aWriter.GetError());
-    const bool bNoise = m_aArgs.m_dNoise > 0 || m_aArgs.m_dDose > 0;
+    const bool bNoise = m_aArgs.dNoise > 0 || m_aArgs.dDose > 0;
     const double dMean = bNoise ? mGetMean(rModel) : 0;
-    CNoise aNoise(m_aArgs.m_ulSeed ^ 0x6E6F697365);  // not the stream that placed the objects
+    CNoise aNoise(m_aArgs.ulSeed ^ 0x6E6F697365);  // not the stream that placed the objects
     CProgressBar aBar(m_aReport, "projections", iProjs, vfPixels.size() * sizeof(float));
     for (int i = 0; i < iProjs; ++i)
     {
@@ -124,11 +123,11 @@ bool CPhantom::mWriteTruth(const CPhantomModel& rModel, const std::string& strPa
 {
     std::vector<float> vfPixels(std::size_t(m_iX) * std::size_t(m_iY));
     CMrcWriter aWriter;
-    if (!aWriter.Create(strPath, m_iX, m_iY, m_aArgs.m_iThickness, m_aArgs.m_dPixel, true,
+    if (!aWriter.Create(strPath, m_iX, m_iY, m_aArgs.iThickness, m_aArgs.dPixel, true,
                         "Talven: phantom"))
         return mFail(aWriter.GetError());
-    CProgressBar aBar(m_aReport, "truth", m_aArgs.m_iThickness, vfPixels.size() * sizeof(float));
-    for (int z = 0; z < m_aArgs.m_iThickness; ++z)
+    CProgressBar aBar(m_aReport, "truth", m_aArgs.iThickness, vfPixels.size() * sizeof(float));
+    for (int z = 0; z < m_aArgs.iThickness; ++z)
     {
         if (CInterrupt::IsSet()) return mFail("interrupted");
         rModel.MakeSection(z, vfPixels);
@@ -152,14 +151,14 @@ double CPhantom::mGetMean(const CPhantomModel& rModel) const
     return dSum / double(vfPixels.size());
 }
 
-void CPhantom::mAddNoise(std::span<float> pfPixels, double dMean, CNoise& rNoise) const
+void CPhantom::mAddNoise(std::span<float> fPixels, double dMean, CNoise& rNoise) const
 {
-    const double dCounts = dMean > 0 ? m_aArgs.m_dDose / dMean : 0;  // per unit of signal
-    for (float& rPixel : pfPixels)
+    const double dCounts = dMean > 0 ? m_aArgs.dDose / dMean : 0;  // per unit of signal
+    for (float& rPixel : fPixels)
     {
         double dValue = rPixel;
         if (dCounts > 0) dValue = rNoise.GetPoisson(dValue * dCounts) / dCounts;
-        if (m_aArgs.m_dNoise > 0) dValue += m_aArgs.m_dNoise * dMean * rNoise.GetGaussian();
+        if (m_aArgs.dNoise > 0) dValue += m_aArgs.dNoise * dMean * rNoise.GetGaussian();
         rPixel = static_cast<float>(dValue);
     }
 }

@@ -49,10 +49,10 @@ public:
     CPhantomModel(int iX, int iY, int iZ, std::vector<CEllipsoid> aEllipsoids);
 
     /// Section iZ of the volume: density, the mean over each voxel.
-    void MakeSection(int iZ, std::span<float> pfPixels) const;
+    void MakeSection(int iZ, std::span<float> fPixels) const;
     /// Projection at a tilt angle, degrees: density times length in voxels, the mean over each
     /// pixel.
-    void MakeProjection(double dAngle, std::span<float> pfPixels) const;
+    void MakeProjection(double dAngle, std::span<float> fPixels) const;
 
 private:
     int m_iX, m_iY, m_iZ;

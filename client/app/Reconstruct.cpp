@@ -25,7 +25,7 @@ namespace
 class CReconstruct
 {
 public:
-    explicit CReconstruct(const ReconstructArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.m_aReport)
+    explicit CReconstruct(const ReconstructArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.aReport)
     {
     }
     bool Run();
@@ -70,7 +70,7 @@ bool CReconstruct::Run()
     if (!m_aPlan.Make(m_aArgs)) return mFail(m_aPlan.GetError());
     if (!mOpenFiles()) return false;
     m_aReport.PrintLine(m_aPlan.Describe(m_aArgs));
-    if (!m_aLink.Connect(m_aArgs.m_aServer, m_aReport))
+    if (!m_aLink.Connect(m_aArgs.aServer, m_aReport))
         return mFail(CInterrupt::IsSet() ? "interrupted" : m_aLink.GetError());
     if (!mUpload() || !mCompute() || !mFetchRfactors() || !mDownload()) return false;
     m_aLink.Close();
@@ -82,20 +82,18 @@ bool CReconstruct::Run()
 /// Inputs that must fit the volume, and the output: what cannot be written is said before the work.
 bool CReconstruct::mOpenFiles()
 {
-    if (!mOpenSameSize(m_aInitial, m_aArgs.m_strInitial) ||
-        !mOpenSameSize(m_aReference, m_aArgs.m_strReference))
+    if (!mOpenSameSize(m_aInitial, m_aArgs.strInitial) ||
+        !mOpenSameSize(m_aReference, m_aArgs.strReference))
         return false;
     const JobSize& rSize = m_aPlan.GetSize();
-    if (!m_aArgs.m_strPreview.empty())
-        m_aViews.emplace(rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ);
-    for (const std::string& strPath :
-         {m_aArgs.m_strPreview, m_aArgs.m_strPlot, m_aArgs.m_strRfactors})
+    if (!m_aArgs.strPreview.empty()) m_aViews.emplace(rSize.iVolX, rSize.iProjY, rSize.iVolZ);
+    for (const std::string& strPath : {m_aArgs.strPreview, m_aArgs.strPlot, m_aArgs.strRfactors})
     {
         CAtomicFile aProbe;
         if (!strPath.empty() && !aProbe.Create(strPath)) return mFail(aProbe.GetError());
     }
-    return m_aOutput.Create(m_aArgs.m_strOutput, rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ,
-                            m_aPlan.GetStack().GetHeader().m_dPixel, true,
+    return m_aOutput.Create(m_aArgs.strOutput, rSize.iVolX, rSize.iProjY, rSize.iVolZ,
+                            m_aPlan.GetStack().GetHeader().dPixel, true,
                             "Talven: " + m_aPlan.DescribeMethod()) ||
            mFail(m_aOutput.GetError());
 }
@@ -106,12 +104,11 @@ bool CReconstruct::mOpenSameSize(CMrcReader& rReader, const std::string& strPath
     if (!rReader.Open(strPath)) return mFail(rReader.GetError());
     const MrcHeader& rHeader = rReader.GetHeader();
     const JobSize& rSize = m_aPlan.GetSize();
-    if (rHeader.m_iX == rSize.m_iVolX && rHeader.m_iY == rSize.m_iProjY &&
-        rHeader.m_iZ == rSize.m_iVolZ)
+    if (rHeader.iX == rSize.iVolX && rHeader.iY == rSize.iProjY && rHeader.iZ == rSize.iVolZ)
         return true;
     return mFail(Format("%s is %d x %d x %d, the volume is %d x %d x %d", strPath.c_str(),
-                        rHeader.m_iX, rHeader.m_iY, rHeader.m_iZ, rSize.m_iVolX, rSize.m_iProjY,
-                        rSize.m_iVolZ));
+                        rHeader.iX, rHeader.iY, rHeader.iZ, rSize.iVolX, rSize.iProjY,
+                        rSize.iVolZ));
 }
 
 bool CReconstruct::mUpload()
@@ -120,17 +117,17 @@ bool CReconstruct::mUpload()
     CSession& rSession = m_aLink.GetSession();
     const JobSize& rSize = m_aPlan.GetSize();
     // The volume before its data: a server that lacks the memory says so before the long transfer.
-    if (!mServer(rSession.SetStackSize(rSize.m_iProjX, rSize.m_iProjY, m_aPlan.GetAngles()) &&
-                 rSession.SetVolumeSize(rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ) &&
+    if (!mServer(rSession.SetStackSize(rSize.iProjX, rSize.iProjY, m_aPlan.GetAngles()) &&
+                 rSession.SetVolumeSize(rSize.iVolX, rSize.iProjY, rSize.iVolZ) &&
                  rSession.SelectProjections(m_aPlan.GetOrder()) &&
                  rSession.SetReconOptions(m_aPlan.GetOptions()) &&
                  rSession.SetWeightBox(m_aPlan.GetWeightBox()) && mSetSmoothing()))
         return false;
-    if (!UploadImages(m_aPlan.GetStack(), m_aPlan.GetViews(), EImages::PROJECTIONS, m_aLink,
+    if (!UploadImages(m_aPlan.GetStack(), m_aPlan.GetViews(), EImages::eProjections, m_aLink,
                       m_aReport, m_strError))
         return false;
-    if (!m_aArgs.m_strInitial.empty() &&
-        !UploadImages(m_aInitial, AllSections(rSize.m_iVolZ), EImages::SLICES, m_aLink, m_aReport,
+    if (!m_aArgs.strInitial.empty() &&
+        !UploadImages(m_aInitial, AllSections(rSize.iVolZ), EImages::eSlices, m_aLink, m_aReport,
                       m_strError))
         return false;
     m_dUpload = aWatch.GetSeconds();
@@ -143,7 +140,7 @@ bool CReconstruct::mSetSmoothing()
     if (iInterval == 0) return true;  // what a session starts with
     const GaussianKernel& rKernel = m_aPlan.GetSmoothKernel();
     return m_aLink.GetSession().SetSmoothing(
-        iInterval, {rKernel.m_iSize, rKernel.m_iSize, rKernel.m_iSize}, rKernel.m_vfValues);
+        iInterval, {rKernel.iSize, rKernel.iSize, rKernel.iSize}, rKernel.vfValues);
 }
 
 bool CReconstruct::mCompute()
@@ -157,9 +154,9 @@ bool CReconstruct::mCompute()
 
 bool CReconstruct::mFetchRfactors()
 {
-    if (m_aPlan.GetOptions().m_eMethod == EMethod::BACKPROJ) return true;
+    if (m_aPlan.GetOptions().eMethod == EMethod::eBackProj) return true;
     std::vector<RfactorSums> aSums;
-    for (int i = 0; i < m_aPlan.GetOptions().m_iIterations; ++i)
+    for (int i = 0; i < m_aPlan.GetOptions().iIterations; ++i)
     {
         if (!mServer(m_aLink.GetSession().GetRfactors(i, aSums))) return false;
         m_vdRfactors.push_back(CalcRfactor(aSums));
@@ -171,19 +168,19 @@ bool CReconstruct::mDownload()
 {
     const CStopwatch aWatch;
     const JobSize& rSize = m_aPlan.GetSize();
-    const std::size_t tPixels = std::size_t(rSize.m_iVolX) * std::size_t(rSize.m_iProjY);
-    std::vector<float> vfReference(m_aArgs.m_strReference.empty() ? 0 : tPixels);
-    const auto TakeSlice = [&](int iZ, std::span<const float> pfSlice)
+    const std::size_t tPixels = std::size_t(rSize.iVolX) * std::size_t(rSize.iProjY);
+    std::vector<float> vfReference(m_aArgs.strReference.empty() ? 0 : tPixels);
+    const auto TakeSlice = [&](int iZ, std::span<const float> fSlice)
     {
-        if (m_aViews) m_aViews->Add(iZ, pfSlice);
+        if (m_aViews) m_aViews->Add(iZ, fSlice);
         if (!vfReference.empty())
         {
             if (!m_aReference.ReadSection(iZ, vfReference)) return mFail(m_aReference.GetError());
-            m_aAgreement.Add(pfSlice, vfReference);
+            m_aAgreement.Add(fSlice, vfReference);
         }
-        return m_aOutput.WriteSection(pfSlice) || mFail(m_aOutput.GetError());
+        return m_aOutput.WriteSection(fSlice) || mFail(m_aOutput.GetError());
     };
-    const bool bDone = DownloadImages(rSize.m_iVolZ, tPixels, EImages::SLICES, TakeSlice, m_aLink,
+    const bool bDone = DownloadImages(rSize.iVolZ, tPixels, EImages::eSlices, TakeSlice, m_aLink,
                                       m_aReport, m_strError);
     m_dDownload = aWatch.GetSeconds();
     return bDone;
@@ -192,20 +189,20 @@ bool CReconstruct::mDownload()
 bool CReconstruct::mFinishFiles()
 {
     if (!m_aOutput.Finish()) return mFail(m_aOutput.GetError());
-    if (m_aViews && !WritePreview(m_aArgs.m_strPreview, *m_aViews, m_strError)) return false;
+    if (m_aViews && !WritePreview(m_aArgs.strPreview, *m_aViews, m_strError)) return false;
     return mWriteRfactors();
 }
 
 bool CReconstruct::mWriteRfactors()
 {
-    if (!m_aArgs.m_strPlot.empty() &&
-        !WriteRfactorPlot(m_aArgs.m_strPlot, m_vdRfactors, m_aPlan.DescribeMethod(), m_strError))
+    if (!m_aArgs.strPlot.empty() &&
+        !WriteRfactorPlot(m_aArgs.strPlot, m_vdRfactors, m_aPlan.DescribeMethod(), m_strError))
         return false;
-    if (m_aArgs.m_strRfactors.empty()) return true;
+    if (m_aArgs.strRfactors.empty()) return true;
     std::string strText = "iteration,rfactor\n";
     for (std::size_t i = 0; i < m_vdRfactors.size(); ++i)
         strText += Format("%zu,%.6g\n", i + 1, m_vdRfactors[i]);
-    return WriteTextFile(m_aArgs.m_strRfactors, strText, m_strError);
+    return WriteTextFile(m_aArgs.strRfactors, strText, m_strError);
 }
 
 void CReconstruct::mSummarise() const
@@ -216,16 +213,16 @@ void CReconstruct::mSummarise() const
         return;
     }
     std::string strLine =
-        Format("%s: upload %s, reconstruction %s, download %s, all %s", m_aArgs.m_strOutput.c_str(),
+        Format("%s: upload %s, reconstruction %s, download %s, all %s", m_aArgs.strOutput.c_str(),
                FormatSeconds(m_dUpload).c_str(), FormatSeconds(m_dCompute).c_str(),
                FormatSeconds(m_dDownload).c_str(), FormatSeconds(m_aTotal.GetSeconds()).c_str());
     if (m_vdRfactors.size() == 1) strLine += Format("; R-factor %.4f", m_vdRfactors[0]);
     if (m_vdRfactors.size() > 1)
         strLine += Format("; R-factor %.4f -> %.4f", m_vdRfactors.front(), m_vdRfactors.back());
     m_aReport.PrintLine(strLine);
-    if (!m_aArgs.m_strReference.empty())
+    if (!m_aArgs.strReference.empty())
         m_aReport.PrintLine(Format("%s: correlation %.4f, relative RMS error %.4f",
-                                   m_aArgs.m_strReference.c_str(), m_aAgreement.GetCorrelation(),
+                                   m_aArgs.strReference.c_str(), m_aAgreement.GetCorrelation(),
                                    m_aAgreement.GetRelativeError()));
 }
 
@@ -235,29 +232,29 @@ nlohmann::ordered_json CReconstruct::mMakeJson() const
     const MrcHeader& rHeader = m_aOutput.GetHeader();
     nlohmann::ordered_json aJson;
     aJson["command"] = "reconstruct";
-    aJson["stack"] = {{"file", m_aArgs.m_strTilts},
-                      {"size", {rSize.m_iProjX, rSize.m_iProjY, rSize.m_iProjs}},
+    aJson["stack"] = {{"file", m_aArgs.strTilts},
+                      {"size", {rSize.iProjX, rSize.iProjY, rSize.iProjs}},
                       {"angles", m_aPlan.GetAngles()}};
     aJson["volume"] = {
-        {"file", m_aArgs.m_strOutput}, {"size", {rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ}},
-        {"min", rHeader.m_fMin},       {"max", rHeader.m_fMax},
-        {"mean", rHeader.m_fMean},     {"rms", rHeader.m_fRms}};
-    aJson["method"] = m_aArgs.m_strMethod;
+        {"file", m_aArgs.strOutput}, {"size", {rSize.iVolX, rSize.iProjY, rSize.iVolZ}},
+        {"min", rHeader.fMin},       {"max", rHeader.fMax},
+        {"mean", rHeader.fMean},     {"rms", rHeader.fRms}};
+    aJson["method"] = m_aArgs.strMethod;
     if (!m_vdRfactors.empty())
     {
-        aJson["iterations"] = m_aPlan.GetOptions().m_iIterations;
-        aJson["subset_sizes"] = m_aPlan.GetOptions().m_vuiSetSizes;
+        aJson["iterations"] = m_aPlan.GetOptions().iIterations;
+        aJson["subset_sizes"] = m_aPlan.GetOptions().vuiSetSizes;
         aJson["rfactors"] = m_vdRfactors;
     }
     if (const int iInterval = m_aPlan.GetSmoothInterval(); iInterval > 0)
         aJson["smoothing"] = {{"interval", iInterval},
-                              {"kernel_size", m_aPlan.GetSmoothKernel().m_iSize}};
+                              {"kernel_size", m_aPlan.GetSmoothKernel().iSize}};
     aJson["seconds"] = {{"upload", m_dUpload},
                         {"reconstruct", m_dCompute},
                         {"download", m_dDownload},
                         {"total", m_aTotal.GetSeconds()}};
-    if (!m_aArgs.m_strReference.empty())
-        aJson["reference"] = {{"file", m_aArgs.m_strReference},
+    if (!m_aArgs.strReference.empty())
+        aJson["reference"] = {{"file", m_aArgs.strReference},
                               {"correlation", m_aAgreement.GetCorrelation()},
                               {"relative_rms_error", m_aAgreement.GetRelativeError()}};
     return aJson;

@@ -11,22 +11,22 @@ namespace talven
 /// The options of `talven reconstruct` as the user wrote them.
 struct ReconstructArgs
 {
-    std::string m_strTilts, m_strAngles, m_strOutput;
-    int m_iThickness = 0;
-    int m_iWidth = 0;  ///< 0: the detector's
-    std::string m_strMethod = "sart";
-    int m_iIterations = 10;
-    int m_iSubsets = 0;            ///< 0: about one per six projections
-    std::string m_strSubsetSizes;  ///< empty: as equal as can be
-    std::string m_strRelaxation = "1";
-    std::string m_strOrder = "interleaved";
-    std::string m_strExclude, m_strInclude;
-    std::string m_strWeightBox;
-    std::string m_strSmooth;  ///< SIGMA[,INTERVAL]; empty: none
-    std::string m_strInitial;
-    std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference;
-    ServerOptions m_aServer;
-    ReportOptions m_aReport;
+    std::string strTilts, strAngles, strOutput;
+    int iThickness = 0;
+    int iWidth = 0;  ///< 0: the detector's
+    std::string strMethod = "sart";
+    int iIterations = 10;
+    int iSubsets = 0;            ///< 0: about one per six projections
+    std::string strSubsetSizes;  ///< empty: as equal as can be
+    std::string strRelaxation = "1";
+    std::string strOrder = "interleaved";
+    std::string strExclude, strInclude;
+    std::string strWeightBox;
+    std::string strSmooth;  ///< SIGMA[,INTERVAL]; empty: none
+    std::string strInitial;
+    std::string strPreview, strPlot, strRfactors, strReference;
+    ServerOptions aServer;
+    ReportOptions aReport;
 };
 
 /// Runs the command; false: rError says why, in one line. No output is ever left half written.

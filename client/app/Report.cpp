@@ -22,9 +22,9 @@ void ShowOnTerminal(const std::string& strText)
 }  // namespace
 
 CReport::CReport(const ReportOptions& rOptions)
-    : m_bLines(!rOptions.m_bQuiet && !rOptions.m_bJson),
-      m_bProgress(!rOptions.m_bQuiet && isatty(STDERR_FILENO) == 1),
-      m_bJson(rOptions.m_bJson)
+    : m_bLines(!rOptions.bQuiet && !rOptions.bJson),
+      m_bProgress(!rOptions.bQuiet && isatty(STDERR_FILENO) == 1),
+      m_bJson(rOptions.bJson)
 {
 }
 

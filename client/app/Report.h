@@ -12,8 +12,8 @@ namespace talven
 
 struct ReportOptions
 {
-    bool m_bQuiet = false;
-    bool m_bJson = false;
+    bool bQuiet = false;
+    bool bJson = false;
 };
 
 /// What a command says while it works: lines on standard output unless --quiet or --json, progress

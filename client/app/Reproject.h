@@ -11,10 +11,10 @@ namespace talven
 /// The options of `talven reproject` as the user wrote them.
 struct ReprojectArgs
 {
-    std::string m_strVolume, m_strAngles, m_strOutput;
-    int m_iWidth = 0;  ///< of the detector; 0: the volume's
-    ServerOptions m_aServer;
-    ReportOptions m_aReport;
+    std::string strVolume, strAngles, strOutput;
+    int iWidth = 0;  ///< of the detector; 0: the volume's
+    ServerOptions aServer;
+    ReportOptions aReport;
 };
 
 /// Runs the command; false: rError says why, in one line. No output is ever left half written.
@@ -22,8 +22,8 @@ struct ReprojectArgs
 
 struct InfoArgs
 {
-    ServerOptions m_aServer;
-    ReportOptions m_aReport;
+    ServerOptions aServer;
+    ReportOptions aReport;
 };
 
 /// `talven info`: what the server has.

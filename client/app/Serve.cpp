@@ -43,17 +43,17 @@ void RunServe(const ServeArgs& rArgs, std::string& rError)
         rError = "cannot find talven-server";
         return;
     }
-    const bool bOptions = rArgs.m_iPort > 0 || rArgs.m_iDevices > 0 || !rArgs.m_strBind.empty() ||
-                          !rArgs.m_strBackend.empty();
+    const bool bOptions = rArgs.iPort > 0 || rArgs.iDevices > 0 || !rArgs.strBind.empty() ||
+                          !rArgs.strBackend.empty();
     if (bOptions && !EnterNowhere())
     {
         rError = std::string("cannot enter a temporary directory: ") + std::strerror(errno);
         return;
     }
-    if (rArgs.m_iPort > 0) SetEnvironment("TALVEN_PORT", std::to_string(rArgs.m_iPort));
-    if (rArgs.m_iDevices > 0) SetEnvironment("TALVEN_BUSY_GPUS", GetBusyDevices(rArgs.m_iDevices));
-    SetEnvironment("TALVEN_BIND", rArgs.m_strBind);
-    SetEnvironment("TALVEN_BACKEND", rArgs.m_strBackend);
+    if (rArgs.iPort > 0) SetEnvironment("TALVEN_PORT", std::to_string(rArgs.iPort));
+    if (rArgs.iDevices > 0) SetEnvironment("TALVEN_BUSY_GPUS", GetBusyDevices(rArgs.iDevices));
+    SetEnvironment("TALVEN_BIND", rArgs.strBind);
+    SetEnvironment("TALVEN_BACKEND", rArgs.strBackend);
 
     for (const int iSignal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) signal(iSignal, SIG_DFL);
     execl(strProgram.c_str(), strProgram.c_str(), static_cast<char*>(nullptr));

@@ -15,8 +15,8 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr std::uint16_t s_usDefaultPort = 20248;
-constexpr std::uint64_t s_ulMaxVoxels = std::uint64_t(1) << 31;  // of the server, exclusive
+constexpr std::uint16_t g_usDefaultPort = 20248;
+constexpr std::uint64_t g_ulMaxVoxels = std::uint64_t(1) << 31;  // of the server, exclusive
 
 /// A number from a file that holds nothing else; 0 when there is none ("max").
 std::uint64_t ReadNumber(const char* pcPath)
@@ -47,7 +47,7 @@ bool ParseServer(const std::string& strText, std::string& rHost, std::uint16_t& 
     if (tColon != std::string::npos && strText.find(']', tColon) != std::string::npos)
         tColon = std::string::npos;  // inside an address in brackets
     rHost = strText.substr(0, tColon);
-    rPort = s_usDefaultPort;
+    rPort = g_usDefaultPort;
     if (rHost.size() > 2 && rHost.front() == '[' && rHost.back() == ']')
         rHost = rHost.substr(1, rHost.size() - 2);
     if (rHost.empty()) return false;
@@ -60,12 +60,12 @@ bool ParseServer(const std::string& strText, std::string& rHost, std::uint16_t& 
 bool CServerLink::Connect(const ServerOptions& rOptions, const CReport& rReport)
 {
     m_aSession.SetInterruptFd(CInterrupt::GetFd());
-    m_bPrivate = rOptions.m_strServer.empty();
+    m_bPrivate = rOptions.strServer.empty();
     if (m_bPrivate)
     {
         PrivateServerOptions aPrivate;
-        aPrivate.m_iDevices = rOptions.m_iDevices;
-        aPrivate.m_strBackend = rOptions.m_strBackend;
+        aPrivate.iDevices = rOptions.iDevices;
+        aPrivate.strBackend = rOptions.strBackend;
         if (m_aServer.Start(aPrivate, m_aSession)) return true;
         m_strError = m_aServer.GetError();
         return false;
@@ -73,9 +73,9 @@ bool CServerLink::Connect(const ServerOptions& rOptions, const CReport& rReport)
 
     std::string strHost;
     std::uint16_t usPort = 0;
-    if (!ParseServer(rOptions.m_strServer, strHost, usPort))
+    if (!ParseServer(rOptions.strServer, strHost, usPort))
     {
-        m_strError = "\"" + rOptions.m_strServer + "\" is not HOST:PORT";
+        m_strError = "\"" + rOptions.strServer + "\" is not HOST:PORT";
         return false;
     }
     if (!m_aSession.Open(strHost, usPort, 10s))
@@ -133,14 +133,14 @@ std::uint64_t GetFreeMemory()
 
 std::uint64_t JobSize::GetStackPixels() const
 {
-    return std::uint64_t(m_iProjX) * std::uint64_t(m_iProjY) * std::uint64_t(m_iProjs);
+    return std::uint64_t(iProjX) * std::uint64_t(iProjY) * std::uint64_t(iProjs);
 }
 
 std::uint64_t JobSize::GetVoxels() const
 {
     // Each extent is below 2^31, so the product may exceed 64 bits: saturate.
-    const std::uint64_t ulSlice = std::uint64_t(m_iVolX) * std::uint64_t(m_iVolZ);
-    const auto ulRows = std::uint64_t(m_iProjY);
+    const std::uint64_t ulSlice = std::uint64_t(iVolX) * std::uint64_t(iVolZ);
+    const auto ulRows = std::uint64_t(iProjY);
     const std::uint64_t ulMost = std::numeric_limits<std::uint64_t>::max();
     return ulSlice > ulMost / ulRows ? ulMost : ulSlice * ulRows;
 }
@@ -149,27 +149,27 @@ std::uint64_t JobSize::GetBytes(int iDevices) const
 {
     constexpr std::uint64_t ulRowsAtOnce = 16;
     const std::uint64_t ulBatch = ulRowsAtOnce * 4 *
-                                  (3 * std::uint64_t(m_iProjX) * std::uint64_t(m_iProjs) +
-                                   2 * std::uint64_t(m_iVolX) * std::uint64_t(m_iVolZ));
-    const std::uint64_t ulRanges = 8 * std::uint64_t(m_iProjY) * std::uint64_t(m_iProjs);
-    return 4 * (GetStackPixels() + (m_bSmooth ? 2 : 1) * GetVoxels()) + ulRanges +
+                                  (3 * std::uint64_t(iProjX) * std::uint64_t(iProjs) +
+                                   2 * std::uint64_t(iVolX) * std::uint64_t(iVolZ));
+    const std::uint64_t ulRanges = 8 * std::uint64_t(iProjY) * std::uint64_t(iProjs);
+    return 4 * (GetStackPixels() + (bSmooth ? 2 : 1) * GetVoxels()) + ulRanges +
            std::uint64_t(iDevices) * ulBatch;
 }
 
 bool CheckJobSize(const JobSize& rSize, const ServerOptions& rOptions, std::string& rError)
 {
-    if (rSize.GetStackPixels() >= s_ulMaxVoxels || rSize.GetVoxels() >= s_ulMaxVoxels)
+    if (rSize.GetStackPixels() >= g_ulMaxVoxels || rSize.GetVoxels() >= g_ulMaxVoxels)
     {
-        const bool bStack = rSize.GetStackPixels() >= s_ulMaxVoxels;
-        rError = Format("the %s of %d x %d x %d has 2^31 or more %s, which no server takes",
-                        bStack ? "stack" : "volume", bStack ? rSize.m_iProjX : rSize.m_iVolX,
-                        rSize.m_iProjY, bStack ? rSize.m_iProjs : rSize.m_iVolZ,
-                        bStack ? "pixels" : "voxels");
+        const bool bStack = rSize.GetStackPixels() >= g_ulMaxVoxels;
+        rError =
+            Format("the %s of %d x %d x %d has 2^31 or more %s, which no server takes",
+                   bStack ? "stack" : "volume", bStack ? rSize.iProjX : rSize.iVolX, rSize.iProjY,
+                   bStack ? rSize.iProjs : rSize.iVolZ, bStack ? "pixels" : "voxels");
         return false;
     }
     const std::uint64_t ulFree = GetFreeMemory();
     const std::uint64_t ulNeeded = rSize.GetBytes(1);
-    if (!rOptions.m_strServer.empty() || ulFree == 0 || ulNeeded <= ulFree) return true;
+    if (!rOptions.strServer.empty() || ulFree == 0 || ulNeeded <= ulFree) return true;
     rError = "the server would need " + FormatBytes(ulNeeded) + " of memory, this machine has " +
              FormatBytes(ulFree) + " free";
     return false;

@@ -12,9 +12,9 @@ namespace talven
 
 struct ServerOptions
 {
-    std::string m_strServer;  ///< HOST:PORT; empty: a private server
-    int m_iDevices = 0;       ///< of a private server; 0: all
-    std::string m_strBackend;
+    std::string strServer;  ///< HOST:PORT; empty: a private server
+    int iDevices = 0;       ///< of a private server; 0: all
+    std::string strBackend;
 };
 
 /// Splits "host:port", "host" (the default port 20248) or "[::1]:port".
@@ -46,9 +46,9 @@ std::uint64_t GetFreeMemory();
 /// Memory that a server needs for a stack and a volume of floats.
 struct JobSize
 {
-    int m_iProjX, m_iProjY, m_iProjs;
-    int m_iVolX, m_iVolZ;
-    bool m_bSmooth = false;  ///< smoothing works on a copy of the volume
+    int iProjX, iProjY, iProjs;
+    int iVolX, iVolZ;
+    bool bSmooth = false;  ///< smoothing works on a copy of the volume
 
     std::uint64_t GetStackPixels() const;
     std::uint64_t GetVoxels() const;

@@ -14,27 +14,27 @@ std::vector<int> AllSections(int iCount)
     return viSections;
 }
 
-bool UploadImages(CMrcReader& rReader, std::span<const int> piSections, EImages eImages,
+bool UploadImages(CMrcReader& rReader, std::span<const int> iSections, EImages eImages,
                   CServerLink& rLink, const CReport& rReport, std::string& rError)
 {
     const std::size_t tPixels = rReader.GetHeader().GetSectionPixels();
     std::vector<float> vfPixels(tPixels);
     CSession& rSession = rLink.GetSession();
-    CProgressBar aBar(rReport, "upload", static_cast<int>(piSections.size()), 4 * tPixels);
-    for (int i = 0; i < static_cast<int>(piSections.size()); ++i)
+    CProgressBar aBar(rReport, "upload", static_cast<int>(iSections.size()), 4 * tPixels);
+    for (int i = 0; i < static_cast<int>(iSections.size()); ++i)
     {
         if (CInterrupt::IsSet())
         {
             rError = "interrupted";
             return false;
         }
-        if (!rReader.ReadSection(piSections[std::size_t(i)], vfPixels))
+        if (!rReader.ReadSection(iSections[std::size_t(i)], vfPixels))
         {
             rError = rReader.GetError();
             return false;
         }
-        const bool bSent = eImages == EImages::SLICES ? rSession.SetSlice(i, vfPixels)
-                                                      : rSession.SetProjection(i, vfPixels);
+        const bool bSent = eImages == EImages::eSlices ? rSession.SetSlice(i, vfPixels)
+                                                       : rSession.SetProjection(i, vfPixels);
         if (!bSent)
         {
             rError = rLink.Explain();
@@ -52,16 +52,16 @@ bool DownloadImages(int iCount, std::size_t tPixels, EImages eImages, const CSes
 {
     CProgressBar aBar(rReport, "download", iCount, 4 * tPixels);
     bool bTaken = true;
-    const CSession::Sink TakeOne = [&](int iIndex, std::span<const float> pfPixels)
+    const CSession::Sink TakeOne = [&](int iIndex, std::span<const float> fPixels)
     {
         aBar.Step(iIndex + 1);
         if (CInterrupt::IsSet()) rError = "interrupted";
-        bTaken = !CInterrupt::IsSet() && rSink(iIndex, pfPixels);
+        bTaken = !CInterrupt::IsSet() && rSink(iIndex, fPixels);
         return bTaken;
     };
     CSession& rSession = rLink.GetSession();
-    if (eImages == EImages::SLICES ? rSession.GetSlices(iCount, tPixels, TakeOne)
-                                   : rSession.GetProjections(iCount, tPixels, TakeOne))
+    if (eImages == EImages::eSlices ? rSession.GetSlices(iCount, tPixels, TakeOne)
+                                    : rSession.GetProjections(iCount, tPixels, TakeOne))
         return true;
     if (bTaken) rError = rLink.Explain();  // else the sink has said why
     return false;

@@ -15,10 +15,10 @@ namespace talven
 /// slices of the volume; returns when the server has taken all of them.
 enum class EImages
 {
-    PROJECTIONS,
-    SLICES
+    eProjections,
+    eSlices
 };
-[[nodiscard]] bool UploadImages(CMrcReader& rReader, std::span<const int> piSections,
+[[nodiscard]] bool UploadImages(CMrcReader& rReader, std::span<const int> iSections,
                                 EImages eImages, CServerLink& rLink, const CReport& rReport,
                                 std::string& rError);
 

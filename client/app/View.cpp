@@ -16,16 +16,16 @@ namespace talven
 namespace
 {
 
-constexpr int s_iGap = 14;        // between the slices and around them
-constexpr int s_iLeastWide = 60;  // room for a title
-constexpr int s_iMostHigh = 16000;
-constexpr std::size_t s_tMostSlices = 400;
+constexpr int g_iGap = 14;        // between the slices and around them
+constexpr int g_iLeastWide = 60;  // room for a title
+constexpr int g_iMostHigh = 16000;
+constexpr std::size_t g_tMostSlices = 400;
 
 /// One run of the command.
 class CViewRun
 {
 public:
-    explicit CViewRun(const ViewArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.m_aReport) {}
+    explicit CViewRun(const ViewArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.aReport) {}
     bool Run();
     const std::string& GetError() const { return m_strError; }
 
@@ -57,11 +57,11 @@ private:
 
 bool CViewRun::Run()
 {
-    if (!m_aReader.Open(m_aArgs.m_strInput)) return mFail(m_aReader.GetError());
+    if (!m_aReader.Open(m_aArgs.strInput)) return mFail(m_aReader.GetError());
     if (!mChooseSlices() || !mChooseContrast()) return false;
     m_avfSlices.assign(m_viSlices.size(),
                        std::vector<float>(std::size_t(m_iWidth) * std::size_t(m_iHeight)));
-    if (!(m_aArgs.m_strAxis == "z" ? mReadAlongZ() : mReadAcross()) || !mDraw()) return false;
+    if (!(m_aArgs.strAxis == "z" ? mReadAlongZ() : mReadAcross()) || !mDraw()) return false;
     mSummarise();
     return true;
 }
@@ -69,20 +69,20 @@ bool CViewRun::Run()
 bool CViewRun::mChooseSlices()
 {
     const MrcHeader& rHeader = m_aReader.GetHeader();
-    const char cAxis = m_aArgs.m_strAxis.front();
-    m_iExtent = cAxis == 'x' ? rHeader.m_iX : cAxis == 'y' ? rHeader.m_iY : rHeader.m_iZ;
-    m_iWidth = cAxis == 'x' ? rHeader.m_iZ : rHeader.m_iX;
-    m_iHeight = cAxis == 'y' ? rHeader.m_iZ : rHeader.m_iY;
+    const char cAxis = m_aArgs.strAxis.front();
+    m_iExtent = cAxis == 'x' ? rHeader.iX : cAxis == 'y' ? rHeader.iY : rHeader.iZ;
+    m_iWidth = cAxis == 'x' ? rHeader.iZ : rHeader.iX;
+    m_iHeight = cAxis == 'y' ? rHeader.iZ : rHeader.iY;
     m_viSlices = {m_iExtent / 2};
     std::string strError;
-    if (!m_aArgs.m_strSlices.empty() && !ParseViews(m_aArgs.m_strSlices, m_viSlices, strError))
+    if (!m_aArgs.strSlices.empty() && !ParseViews(m_aArgs.strSlices, m_viSlices, strError))
         return mFail("--slices: " + strError);
     if (m_viSlices.back() >= m_iExtent)
         return mFail(Format("--slices: slice %d, but there are %d along %s", m_viSlices.back() + 1,
-                            m_iExtent, m_aArgs.m_strAxis.c_str()));
-    if (m_viSlices.size() > s_tMostSlices)
+                            m_iExtent, m_aArgs.strAxis.c_str()));
+    if (m_viSlices.size() > g_tMostSlices)
         return mFail(Format("--slices: %zu slices, at most %zu fit into a picture",
-                            m_viSlices.size(), s_tMostSlices));
+                            m_viSlices.size(), g_tMostSlices));
     if (std::max(m_iWidth, m_iHeight) <= 32767) return true;
     return mFail(Format("a slice of %d x %d is too large for a picture", m_iWidth, m_iHeight));
 }
@@ -90,12 +90,12 @@ bool CViewRun::mChooseSlices()
 bool CViewRun::mChooseContrast()
 {
     std::string strError;
-    if (!ParseNumbers(m_aArgs.m_strContrast, 2, m_vdPercents, strError))
+    if (!ParseNumbers(m_aArgs.strContrast, 2, m_vdPercents, strError))
         return mFail("--contrast: " + strError);
     if (m_vdPercents[0] >= 0 && m_vdPercents[0] < m_vdPercents[1] && m_vdPercents[1] <= 100)
         return true;
     return mFail("--contrast: expected two percentiles, the lower one first, found \"" +
-                 m_aArgs.m_strContrast + "\"");
+                 m_aArgs.strContrast + "\"");
 }
 
 bool CViewRun::mReadAlongZ()
@@ -110,11 +110,11 @@ bool CViewRun::mReadAlongZ()
 bool CViewRun::mReadAcross()
 {
     const MrcHeader& rHeader = m_aReader.GetHeader();
-    const auto tX = static_cast<std::size_t>(rHeader.m_iX);
-    const auto tZ = static_cast<std::size_t>(rHeader.m_iZ);
-    const bool bAlongX = m_aArgs.m_strAxis == "x";
+    const auto tX = static_cast<std::size_t>(rHeader.iX);
+    const auto tZ = static_cast<std::size_t>(rHeader.iZ);
+    const bool bAlongX = m_aArgs.strAxis == "x";
     std::vector<float> vfSection(rHeader.GetSectionPixels());
-    CProgressBar aBar(m_aReport, "reading", rHeader.m_iZ, 4 * vfSection.size());
+    CProgressBar aBar(m_aReport, "reading", rHeader.iZ, 4 * vfSection.size());
     for (std::size_t z = 0; z < tZ; ++z)
     {
         if (CInterrupt::IsSet()) return mFail("interrupted");
@@ -125,7 +125,7 @@ bool CViewRun::mReadAcross()
             const auto tAt = static_cast<std::size_t>(m_viSlices[i]);
             std::vector<float>& rSlice = m_avfSlices[i];
             if (bAlongX)
-                for (std::size_t y = 0; y < std::size_t(rHeader.m_iY); ++y)
+                for (std::size_t y = 0; y < std::size_t(rHeader.iY); ++y)
                     rSlice[y * tZ + z] = vfSection[y * tX + tAt];
             else
                 std::copy_n(vfSection.begin() + static_cast<std::ptrdiff_t>(tAt * tX), tX,
@@ -145,17 +145,17 @@ bool CViewRun::mDraw()
         std::clamp(static_cast<int>(std::lround(std::sqrt(iCount * dAspect))), 1, iCount);
     const int iRows = (iCount + iColumns - 1) / iColumns;
     const auto CellWidth = [&](double dScale)
-    { return std::max(s_iLeastWide, ScaledExtent(m_iWidth, dScale)) + s_iGap; };
+    { return std::max(g_iLeastWide, ScaledExtent(m_iWidth, dScale)) + g_iGap; };
 
-    double dScale = double(m_aArgs.m_iWidth - s_iGap - iColumns * s_iGap) / iColumns / m_iWidth;
-    dScale = std::min(dScale, double(s_iMostHigh / iRows - g_iTitleHeight - s_iGap) / m_iHeight);
+    double dScale = double(m_aArgs.iWidth - g_iGap - iColumns * g_iGap) / iColumns / m_iWidth;
+    dScale = std::min(dScale, double(g_iMostHigh / iRows - g_iTitleHeight - g_iGap) / m_iHeight);
     if (dScale >= 1) dScale = std::min(std::floor(dScale), 4.0);  // whole factors stay sharp
     if (dScale <= 0)
         return mFail(
-            Format("%d slices do not fit into a picture of %d pixels", iCount, m_aArgs.m_iWidth));
-    const int iCellHeight = g_iTitleHeight + ScaledExtent(m_iHeight, dScale) + s_iGap;
-    m_iPictureWidth = s_iGap + iColumns * CellWidth(dScale);
-    m_iPictureHeight = s_iGap + iRows * iCellHeight;
+            Format("%d slices do not fit into a picture of %d pixels", iCount, m_aArgs.iWidth));
+    const int iCellHeight = g_iTitleHeight + ScaledExtent(m_iHeight, dScale) + g_iGap;
+    m_iPictureWidth = g_iGap + iColumns * CellWidth(dScale);
+    m_iPictureHeight = g_iGap + iRows * iCellHeight;
 
     std::vector<GreyImage> aImages;
     for (const std::vector<float>& rSlice : m_avfSlices)
@@ -163,12 +163,11 @@ bool CViewRun::mDraw()
     m_aGrey = GreyScale::Find(aImages, m_vdPercents[0], m_vdPercents[1]);
     const CPicture aPicture(m_iPictureWidth, m_iPictureHeight);
     for (int i = 0; i < iCount; ++i)
-        DrawGreyImage(aPicture, aImages[std::size_t(i)], m_aGrey,
-                      s_iGap + i % iColumns * CellWidth(dScale),
-                      s_iGap + g_iTitleHeight + i / iColumns * iCellHeight, dScale,
-                      Format("%s %d/%d", m_aArgs.m_strAxis.c_str(), m_viSlices[std::size_t(i)] + 1,
-                             m_iExtent));
-    return aPicture.Write(m_aArgs.m_strOutput, m_strError);
+        DrawGreyImage(
+            aPicture, aImages[std::size_t(i)], m_aGrey, g_iGap + i % iColumns * CellWidth(dScale),
+            g_iGap + g_iTitleHeight + i / iColumns * iCellHeight, dScale,
+            Format("%s %d/%d", m_aArgs.strAxis.c_str(), m_viSlices[std::size_t(i)] + 1, m_iExtent));
+    return aPicture.Write(m_aArgs.strOutput, m_strError);
 }
 
 void CViewRun::mSummarise() const
@@ -180,18 +179,18 @@ void CViewRun::mSummarise() const
         const nlohmann::ordered_json aJson = {
             {"command", "view"},
             {"picture",
-             {{"file", m_aArgs.m_strOutput}, {"size", {m_iPictureWidth, m_iPictureHeight}}}},
-            {"axis", m_aArgs.m_strAxis},
+             {{"file", m_aArgs.strOutput}, {"size", {m_iPictureWidth, m_iPictureHeight}}}},
+            {"axis", m_aArgs.strAxis},
             {"slices", viSlices},
-            {"black", m_aGrey.m_fBlack},
-            {"white", m_aGrey.m_fWhite}};
+            {"black", m_aGrey.fBlack},
+            {"white", m_aGrey.fWhite}};
         std::puts(aJson.dump(2).c_str());
     }
     m_aReport.PrintLine(Format("%s: %zu slice%s along %s, %d x %d pixels, black %.5g, white %.5g",
-                               m_aArgs.m_strOutput.c_str(), m_viSlices.size(),
-                               m_viSlices.size() == 1 ? "" : "s", m_aArgs.m_strAxis.c_str(),
-                               m_iPictureWidth, m_iPictureHeight, double(m_aGrey.m_fBlack),
-                               double(m_aGrey.m_fWhite)));
+                               m_aArgs.strOutput.c_str(), m_viSlices.size(),
+                               m_viSlices.size() == 1 ? "" : "s", m_aArgs.strAxis.c_str(),
+                               m_iPictureWidth, m_iPictureHeight, double(m_aGrey.fBlack),
+                               double(m_aGrey.fWhite)));
 }
 
 }  // namespace

@@ -10,12 +10,12 @@ namespace talven
 /// The options of `talven view` as the user wrote them.
 struct ViewArgs
 {
-    std::string m_strInput, m_strOutput;
-    std::string m_strAxis = "z";
-    std::string m_strSlices;  ///< counted from 1; empty: the middle one
-    std::string m_strContrast = "0.5,99.5";
-    int m_iWidth = 1500;  ///< of the picture at most, pixels
-    ReportOptions m_aReport;
+    std::string strInput, strOutput;
+    std::string strAxis = "z";
+    std::string strSlices;  ///< counted from 1; empty: the middle one
+    std::string strContrast = "0.5,99.5";
+    int iWidth = 1500;  ///< of the picture at most, pixels
+    ReportOptions aReport;
 };
 
 /// Runs the command; false: rError says why, in one line.

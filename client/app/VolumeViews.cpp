@@ -13,20 +13,20 @@ CVolumeViews::CVolumeViews(int iX, int iY, int iZ)
                View{"XZ", 'y', iY / 2, iX, iZ, {}}}
 {
     for (View& rView : m_aViews)
-        rView.m_vfPixels.resize(std::size_t(rView.m_iWidth) * std::size_t(rView.m_iHeight));
+        rView.vfPixels.resize(std::size_t(rView.iWidth) * std::size_t(rView.iHeight));
 }
 
-void CVolumeViews::Add(int iZ, std::span<const float> pfSection)
+void CVolumeViews::Add(int iZ, std::span<const float> fSection)
 {
     const auto tX = static_cast<std::size_t>(m_iX);
     const auto tZ = static_cast<std::size_t>(iZ);
     auto& [rXY, rZY, rXZ] = m_aViews;
-    if (iZ == rXY.m_iAt) std::copy(pfSection.begin(), pfSection.end(), rXY.m_vfPixels.begin());
+    if (iZ == rXY.iAt) std::copy(fSection.begin(), fSection.end(), rXY.vfPixels.begin());
     for (std::size_t y = 0; y < std::size_t(m_iY); ++y)
-        rZY.m_vfPixels[y * std::size_t(m_iZ) + tZ] = pfSection[y * tX + std::size_t(rZY.m_iAt)];
-    const auto pfRow = pfSection.subspan(std::size_t(rXZ.m_iAt) * tX, tX);
-    std::copy(pfRow.begin(), pfRow.end(),
-              rXZ.m_vfPixels.begin() + static_cast<std::ptrdiff_t>(tZ * tX));
+        rZY.vfPixels[y * std::size_t(m_iZ) + tZ] = fSection[y * tX + std::size_t(rZY.iAt)];
+    const auto fRow = fSection.subspan(std::size_t(rXZ.iAt) * tX, tX);
+    std::copy(fRow.begin(), fRow.end(),
+              rXZ.vfPixels.begin() + static_cast<std::ptrdiff_t>(tZ * tX));
 }
 
 }  // namespace talven

@@ -11,19 +11,19 @@ namespace talven
 class CVolumeViews
 {
 public:
-    /// A picture, row 0 at the bottom, shape [m_iHeight][m_iWidth].
+    /// A picture, row 0 at the bottom, shape [iHeight][iWidth].
     struct View
     {
-        const char* m_pcName;  ///< "XY"
-        char m_cAxis;          ///< the axis across the picture: 'Z'
-        int m_iAt;             ///< where on it the slice lies, from 0
-        int m_iWidth, m_iHeight;
-        std::vector<float> m_vfPixels;
+        const char* pcName;  ///< "XY"
+        char cAxis;          ///< the axis across the picture: 'Z'
+        int iAt;             ///< where on it the slice lies, from 0
+        int iWidth, iHeight;
+        std::vector<float> vfPixels;
     };
 
     CVolumeViews(int iX, int iY, int iZ);
     /// Takes section iZ, shape [y][x].
-    void Add(int iZ, std::span<const float> pfSection);
+    void Add(int iZ, std::span<const float> fSection);
     /// XY, ZY (same height as XY) and XZ.
     std::span<const View> GetViews() const { return m_aViews; }
 

@@ -16,7 +16,7 @@ namespace talven
 namespace
 {
 
-constexpr double s_dNone = std::numeric_limits<double>::quiet_NaN();
+constexpr double g_dNone = std::numeric_limits<double>::quiet_NaN();
 
 /// Six finite numbers and nothing else.
 bool ParseMatrix(std::string_view strText, Affine& rMatrix)
@@ -40,23 +40,23 @@ bool ParseMatrix(std::string_view strText, Affine& rMatrix)
 
 double CalcCorrelation(const CompareSums& rSums)
 {
-    const double dCount = rSums.m_fCount;
-    const double dA = rSums.m_fAligned;
-    const double dT = rSums.m_fTransed;
-    if (!(dCount > 0)) return s_dNone;
-    const double dVarianceA = rSums.m_fAlignedSqr - dA * dA / dCount;
-    const double dVarianceT = rSums.m_fTransedSqr - dT * dT / dCount;
+    const double dCount = rSums.fCount;
+    const double dA = rSums.fAligned;
+    const double dT = rSums.fTransed;
+    if (!(dCount > 0)) return g_dNone;
+    const double dVarianceA = rSums.fAlignedSqr - dA * dA / dCount;
+    const double dVarianceT = rSums.fTransedSqr - dT * dT / dCount;
     // The sums are floats: a constant leaves a remainder of their rounding.
-    if (!(dVarianceA > 1e-6 * rSums.m_fAlignedSqr) || !(dVarianceT > 1e-6 * rSums.m_fTransedSqr))
-        return s_dNone;
+    if (!(dVarianceA > 1e-6 * rSums.fAlignedSqr) || !(dVarianceT > 1e-6 * rSums.fTransedSqr))
+        return g_dNone;
     const double dCorrelation =
-        (rSums.m_fCross - dA * dT / dCount) / std::sqrt(dVarianceA * dVarianceT);
+        (rSums.fCross - dA * dT / dCount) / std::sqrt(dVarianceA * dVarianceT);
     return std::clamp(dCorrelation, -1.0, 1.0);
 }
 
 double CalcMeanDifference(const CompareSums& rSums)
 {
-    return rSums.m_fCount > 0 ? double(rSums.m_fDiff) / double(rSums.m_fCount) : s_dNone;
+    return rSums.fCount > 0 ? double(rSums.fDiff) / double(rSums.fCount) : g_dNone;
 }
 
 double FitPeak(double dBefore, double dMiddle, double dAfter)
@@ -115,7 +115,7 @@ GaussianKernel MakeGaussianKernel(double dSigma)
 {
     const int iHalf = static_cast<int>(std::ceil(3 * dSigma));
     GaussianKernel aKernel;
-    aKernel.m_iSize = 2 * iHalf + 1;
+    aKernel.iSize = 2 * iHalf + 1;
     std::vector<double> vdLine;  // the kernel is the product of three of these
     double dSum = 0;
     for (int i = -iHalf; i <= iHalf; ++i)
@@ -124,11 +124,11 @@ GaussianKernel MakeGaussianKernel(double dSigma)
         dSum += vdLine.back();
     }
     for (double& rValue : vdLine) rValue /= dSum;
-    aKernel.m_vfValues.reserve(vdLine.size() * vdLine.size() * vdLine.size());
+    aKernel.vfValues.reserve(vdLine.size() * vdLine.size() * vdLine.size());
     for (const double dZ : vdLine)
         for (const double dY : vdLine)
             for (const double dX : vdLine)
-                aKernel.m_vfValues.push_back(static_cast<float>(dZ * dY * dX));
+                aKernel.vfValues.push_back(static_cast<float>(dZ * dY * dX));
     return aKernel;
 }
 

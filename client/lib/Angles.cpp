@@ -15,13 +15,13 @@ namespace talven
 namespace
 {
 
-constexpr std::string_view s_strBlanks = " \t\r\v\f";
+constexpr std::string_view g_strBlanks = " \t\r\v\f";
 
 std::string_view Trim(std::string_view strText)
 {
-    const std::size_t tFirst = strText.find_first_not_of(s_strBlanks);
+    const std::size_t tFirst = strText.find_first_not_of(g_strBlanks);
     if (tFirst == std::string_view::npos) return {};
-    return strText.substr(tFirst, strText.find_last_not_of(s_strBlanks) - tFirst + 1);
+    return strText.substr(tFirst, strText.find_last_not_of(g_strBlanks) - tFirst + 1);
 }
 
 bool ParseAngle(std::string_view strText, float& rAngle)
@@ -71,10 +71,10 @@ bool ReadAngles(const std::string& strPath, std::vector<float>& rAngles, std::st
     return true;
 }
 
-bool WriteAngles(const std::string& strPath, std::span<const float> pfAngles, std::string& rError)
+bool WriteAngles(const std::string& strPath, std::span<const float> fAngles, std::string& rError)
 {
     std::string strText;
-    for (const float fAngle : pfAngles)
+    for (const float fAngle : fAngles)
     {
         char acLine[64];
         std::snprintf(acLine, sizeof(acLine), "%.2f", double(fAngle));

@@ -27,8 +27,8 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr int s_iMaxDevices = 16;
-constexpr const char* s_pcServer = "talven-server";
+constexpr int g_iMaxDevices = 16;
+constexpr const char* g_pcServer = "talven-server";
 
 /// A port that nobody listens on now. Somebody may take it before the server does; the caller then
 /// tries another.
@@ -103,7 +103,7 @@ std::string GetBusyDevices(int iDevices)
 {
     // The server has a list of devices to leave alone, not a count.
     std::string strBusy;
-    for (int i = iDevices; i < s_iMaxDevices; ++i)
+    for (int i = iDevices; i < g_iMaxDevices; ++i)
         strBusy.append(strBusy.empty() ? "" : ",").append(std::to_string(i));
     return strBusy;
 }
@@ -120,14 +120,14 @@ std::string FindServerProgram()
         std::string strFolder(acSelf.data(), static_cast<std::size_t>(iLength));
         strFolder.resize(strFolder.rfind('/') + 1);
         for (const char* pcWhere : {"", "../libexec/talven/", "../libexec/"})
-            if (IsProgram(strFolder + pcWhere + s_pcServer))
-                return strFolder + pcWhere + s_pcServer;
+            if (IsProgram(strFolder + pcWhere + g_pcServer))
+                return strFolder + pcWhere + g_pcServer;
     }
     const char* pcPath = std::getenv("PATH");
     std::istringstream aPath(pcPath != nullptr ? pcPath : "");
     for (std::string strFolder; std::getline(aPath, strFolder, ':');)
-        if (!strFolder.empty() && IsProgram(strFolder + "/" + s_pcServer))
-            return strFolder + "/" + s_pcServer;
+        if (!strFolder.empty() && IsProgram(strFolder + "/" + g_pcServer))
+            return strFolder + "/" + g_pcServer;
     return {};
 }
 
@@ -135,7 +135,7 @@ bool CPrivateServer::Start(const PrivateServerOptions& rOptions, CSession& rSess
 {
     Stop();
     std::string strProgram =
-        rOptions.m_strProgram.empty() ? FindServerProgram() : rOptions.m_strProgram;
+        rOptions.strProgram.empty() ? FindServerProgram() : rOptions.strProgram;
     if (strProgram.empty() || !IsProgram(strProgram))
     {
         m_strError = strProgram.empty() ? "cannot find talven-server (beside this program, in "
@@ -170,10 +170,10 @@ bool CPrivateServer::mStartOnce(const std::string& strProgram, const PrivateServ
     }
     std::vector<std::string> vstrSettings = {"TALVEN_PORT=" + std::to_string(usPort),
                                              "TALVEN_BIND=127.0.0.1"};
-    if (!rOptions.m_strBackend.empty())
-        vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.m_strBackend);
-    if (rOptions.m_iDevices > 0)
-        vstrSettings.push_back("TALVEN_BUSY_GPUS=" + GetBusyDevices(rOptions.m_iDevices));
+    if (!rOptions.strBackend.empty())
+        vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.strBackend);
+    if (rOptions.iDevices > 0)
+        vstrSettings.push_back("TALVEN_BUSY_GPUS=" + GetBusyDevices(rOptions.iDevices));
     return mSpawn(strProgram, vstrSettings) && mConnect(usPort, rSession);
 }
 

@@ -35,25 +35,24 @@ std::vector<std::uint32_t> DivideIntoSubsets(int iProjs, int iSets)
     return vuiSizes;
 }
 
-std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> puiSelected,
-                                             std::span<const float> pfAngles,
-                                             std::span<const std::uint32_t> puiSetSizes)
+std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> uiSelected,
+                                             std::span<const float> fAngles,
+                                             std::span<const std::uint32_t> uiSetSizes)
 {
-    std::vector<std::uint32_t> vuiSorted(puiSelected.begin(), puiSelected.end());
+    std::vector<std::uint32_t> vuiSorted(uiSelected.begin(), uiSelected.end());
     std::stable_sort(vuiSorted.begin(), vuiSorted.end(),
-                     [&pfAngles](std::uint32_t a, std::uint32_t b)
-                     { return pfAngles[a] < pfAngles[b]; });
+                     [&fAngles](std::uint32_t a, std::uint32_t b)
+                     { return fAngles[a] < fAngles[b]; });
 
     // Place k among neighbouring angles belongs to the subset that runs as number viOrder[k]; the
     // subset furthest behind its share of the angles passed so far gets the next one.
-    const auto iSets = static_cast<int>(puiSetSizes.size());
-    std::vector<int> viOrder(puiSetSizes.size());
+    const auto iSets = static_cast<int>(uiSetSizes.size());
+    std::vector<int> viOrder(uiSetSizes.size());
     const std::vector<int> viReversed = BitReversedOrder(iSets);
     for (int i = 0; i < iSets; ++i) viOrder[static_cast<std::size_t>(viReversed[i])] = i;
 
-    const double dTotal =
-        std::max(1.0, std::accumulate(puiSetSizes.begin(), puiSetSizes.end(), 0.0));
-    std::vector<std::vector<std::uint32_t>> avuiSets(puiSetSizes.size());
+    const double dTotal = std::max(1.0, std::accumulate(uiSetSizes.begin(), uiSetSizes.end(), 0.0));
+    std::vector<std::vector<std::uint32_t>> avuiSets(uiSetSizes.size());
     std::vector<std::uint32_t> vuiRest;
     for (std::size_t i = 0; i < vuiSorted.size(); ++i)
     {
@@ -62,9 +61,9 @@ std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> puiS
         for (const int iSet : viOrder)
         {
             const auto tSet = static_cast<std::size_t>(iSet);
-            if (avuiSets[tSet].size() >= puiSetSizes[tSet]) continue;
+            if (avuiSets[tSet].size() >= uiSetSizes[tSet]) continue;
             const double dBehind =
-                puiSetSizes[tSet] * (double(i) + 1) / dTotal - double(avuiSets[tSet].size());
+                uiSetSizes[tSet] * (double(i) + 1) / dTotal - double(avuiSets[tSet].size());
             if (iBest < 0 || dBehind > dMostBehind + 1e-9)
             {
                 iBest = iSet;

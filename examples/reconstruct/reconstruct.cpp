@@ -35,8 +35,7 @@ int main(int iArgs, char** ppcArgs)
     if (!aStack.Open(ppcArgs[1])) return Fail(aStack.GetError());
     if (!talven::ReadAngles(ppcArgs[2], vfAngles, strError)) return Fail(strError);
     const talven::MrcHeader& rHeader = aStack.GetHeader();
-    if (int(vfAngles.size()) != rHeader.m_iZ || iZ < 1)
-        return Fail("angles or thickness do not fit");
+    if (int(vfAngles.size()) != rHeader.iZ || iZ < 1) return Fail("angles or thickness do not fit");
 
     talven::CPrivateServer aServer;
     talven::CSession aSession;
@@ -44,25 +43,25 @@ int main(int iArgs, char** ppcArgs)
 
     // Four subsets, each of which spreads over the whole tilt range.
     talven::ReconOptions aOptions;
-    aOptions.m_iIterations = 20;
-    aOptions.m_vuiSetSizes = talven::DivideIntoSubsets(rHeader.m_iZ, 4);
-    aOptions.m_vfRelax.assign(std::size_t(aOptions.m_iIterations) * 4, 0.5f);
+    aOptions.iIterations = 20;
+    aOptions.vuiSetSizes = talven::DivideIntoSubsets(rHeader.iZ, 4);
+    aOptions.vfRelax.assign(std::size_t(aOptions.iIterations) * 4, 0.5f);
     std::vector<std::uint32_t> vuiAll(vfAngles.size());
     std::iota(vuiAll.begin(), vuiAll.end(), 0u);
 
     std::vector<float> vfPixels(rHeader.GetSectionPixels());
-    bool bDone = aSession.SetStackSize(rHeader.m_iX, rHeader.m_iY, vfAngles);
-    for (int i = 0; bDone && i < rHeader.m_iZ; ++i)
+    bool bDone = aSession.SetStackSize(rHeader.iX, rHeader.iY, vfAngles);
+    for (int i = 0; bDone && i < rHeader.iZ; ++i)
     {
         if (!aStack.ReadSection(i, vfPixels)) return Fail(aStack.GetError());
         bDone = aSession.SetProjection(i, vfPixels);
     }
-    bDone = bDone && aSession.SetVolumeSize(rHeader.m_iX, rHeader.m_iY, iZ) &&
+    bDone = bDone && aSession.SetVolumeSize(rHeader.iX, rHeader.iY, iZ) &&
             aSession.SelectProjections(
-                talven::InterleaveSubsets(vuiAll, vfAngles, aOptions.m_vuiSetSizes)) &&
+                talven::InterleaveSubsets(vuiAll, vfAngles, aOptions.vuiSetSizes)) &&
             aSession.SetReconOptions(aOptions) && aSession.SetWeightBox(nullptr) &&
             aSession.Reconstruct();
-    for (int i = 0; bDone && i < aOptions.m_iIterations; ++i)
+    for (int i = 0; bDone && i < aOptions.iIterations; ++i)
     {
         std::vector<talven::RfactorSums> aSums;
         bDone = aSession.GetRfactors(i, aSums);
@@ -70,12 +69,12 @@ int main(int iArgs, char** ppcArgs)
     }
 
     talven::CMrcWriter aVolume;
-    if (bDone && !aVolume.Create(ppcArgs[4], rHeader.m_iX, rHeader.m_iY, iZ, rHeader.m_dPixel, true,
+    if (bDone && !aVolume.Create(ppcArgs[4], rHeader.iX, rHeader.iY, iZ, rHeader.dPixel, true,
                                  "SART, 20 iterations"))
         return Fail(aVolume.GetError());
     bDone = bDone && aSession.GetSlices(iZ, rHeader.GetSectionPixels(),
-                                        [&](int, std::span<const float> pfSlice)
-                                        { return aVolume.WriteSection(pfSlice); });
+                                        [&](int, std::span<const float> fSlice)
+                                        { return aVolume.WriteSection(fSlice); });
     if (!bDone) return Fail(aSession.GetError() + " " + aServer.GetServerError());
     return aVolume.Finish() ? 0 : Fail(aVolume.GetError());
 }

@@ -23,8 +23,8 @@ TEST(Lists, RelaxationTable)
 {
     const struct
     {
-        const char* m_pcText;
-        std::vector<float> m_vfExpected;  // of 3 iterations and 2 subsets; empty: refused
+        const char* pcText;
+        std::vector<float> vfExpected;  // of 3 iterations and 2 subsets; empty: refused
     } aCases[] = {{"0.5", {0.5, 0.5, 0.5, 0.5, 0.5, 0.5}},
                   {"1,0.5,0.25", {1, 1, 0.5, 0.5, 0.25, 0.25}},
                   {"0.8:0.5", {0.8f, 0.8f, 0.4f, 0.4f, 0.2f, 0.2f}},
@@ -65,9 +65,9 @@ TEST(Lists, Server)
 {
     const struct
     {
-        const char* m_pcText;
-        const char* m_pcHost;  // null: refused
-        int m_iPort;
+        const char* pcText;
+        const char* pcHost;  // null: refused
+        int iPort;
     } aCases[] = {{"box:7000", "box", 7000},
                   {"box", "box", 20248},
                   {"[::1]:80", "::1", 80},

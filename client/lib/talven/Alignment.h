@@ -20,17 +20,17 @@ constexpr Affine g_aIdentity = {1, 0, 0, 1, 0, 0};
 /// min(most, factor ln(beam / max(least, gain p + offset))).
 struct IntensityScale
 {
-    float m_fGain = 1, m_fOffset = 0;
-    float m_fMost = std::numeric_limits<float>::max();
-    bool m_bLog = false;
-    float m_fLeast = 1;  ///< of the rescaled value, above 0
-    float m_fFactor = 1;
-    float m_fBeam = 1;  ///< intensity without a specimen, above 0
+    float fGain = 1, fOffset = 0;
+    float fMost = std::numeric_limits<float>::max();
+    bool bLog = false;
+    float fLeast = 1;  ///< of the rescaled value, above 0
+    float fFactor = 1;
+    float fBeam = 1;  ///< intensity without a specimen, above 0
 
     /// The six numbers in the order of the protocol; a linear scale uses the first three.
     std::array<float, 6> GetValues() const
     {
-        return {m_fGain, m_fOffset, m_fMost, m_fLeast, m_fFactor, m_fBeam};
+        return {fGain, fOffset, fMost, fLeast, fFactor, fBeam};
     }
 };
 
@@ -38,16 +38,16 @@ struct IntensityScale
 /// measured value.
 struct CompareSums
 {
-    float m_fCount = 0;    ///< pixels
-    float m_fDiff = 0;     ///< |a - t|
-    float m_fCross = 0;    ///< a t
-    float m_fAligned = 0;  ///< a, and so on
-    float m_fAlignedAbs = 0;
-    float m_fAlignedSqr = 0;
-    float m_fTransed = 0;  ///< t, and so on
-    float m_fTransedAbs = 0;
-    float m_fTransedSqr = 0;
-    std::uint32_t m_uiMilliseconds = 0;  ///< that the server took
+    float fCount = 0;    ///< pixels
+    float fDiff = 0;     ///< |a - t|
+    float fCross = 0;    ///< a t
+    float fAligned = 0;  ///< a, and so on
+    float fAlignedAbs = 0;
+    float fAlignedSqr = 0;
+    float fTransed = 0;  ///< t, and so on
+    float fTransedAbs = 0;
+    float fTransedSqr = 0;
+    std::uint32_t uiMilliseconds = 0;  ///< that the server took
 };
 
 /// Normalised cross-correlation of a and t, both less their means, -1 to 1; NaN when no pixel was
@@ -74,8 +74,8 @@ double FitPeak(double dBefore, double dMiddle, double dAfter);
 /// 2 ceil(3 dSigma) + 1. Shape [z][y][x], its sum is 1.
 struct GaussianKernel
 {
-    int m_iSize = 1;
-    std::vector<float> m_vfValues;
+    int iSize = 1;
+    std::vector<float> vfValues;
 };
 /// \param dSigma  above 0
 GaussianKernel MakeGaussianKernel(double dSigma);

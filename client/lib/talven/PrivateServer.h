@@ -13,9 +13,9 @@ namespace talven
 
 struct PrivateServerOptions
 {
-    std::string m_strProgram;  ///< empty: FindServerProgram()
-    int m_iDevices = 0;        ///< use only the first so many, 1 to 16; 0: all
-    std::string m_strBackend;  ///< "host", "cuda", "auto"; empty: the environment's choice
+    std::string strProgram;  ///< empty: FindServerProgram()
+    int iDevices = 0;        ///< use only the first so many, 1 to 16; 0: all
+    std::string strBackend;  ///< "host", "cuda", "auto"; empty: the environment's choice
 };
 
 /// The value of TALVEN_BUSY_GPUS that leaves only the first iDevices devices to a server.

@@ -16,10 +16,10 @@ std::vector<std::uint32_t> DivideIntoSubsets(int iProjs, int iSets);
 /// angle, are dealt out to the subsets in turn, and the subsets follow each other in bit-reversed
 /// order, so that each differs from the ones before it as much as possible. Projections that no
 /// subset has room for come last.
-/// \param puiSelected  indices into pfAngles
-/// \param puiSetSizes  projections of each subset
-std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> puiSelected,
-                                             std::span<const float> pfAngles,
-                                             std::span<const std::uint32_t> puiSetSizes);
+/// \param uiSelected  indices into fAngles
+/// \param uiSetSizes  projections of each subset
+std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> uiSelected,
+                                             std::span<const float> fAngles,
+                                             std::span<const std::uint32_t> uiSetSizes);
 
 }  // namespace talven
