@@ -5,25 +5,23 @@
 #include <vector>
 
 #include "GreyImage.h"
-#include "Report.h"
+#include "talven/Text.h"
 
 namespace talven
 {
 namespace
 {
 
-using View = CVolumeViews::View;
-
-constexpr int g_iGap = 14;            // between the slices and around them
+constexpr int g_iLeastWide = 100;     // room for the title of a narrow slice
 constexpr double g_dMostWide = 1500;  // of all slices together
 constexpr double g_dWantWide = 750;
 constexpr double g_dMostHigh = 1200;
 
-double ChooseScale(std::span<const View> aViews)
+double ChooseScale(std::span<const Slice> aViews)
 {
     double dWide = 0;
     double dHigh = 0;
-    for (const View& rView : aViews)
+    for (const Slice& rView : aViews)
     {
         dWide += rView.iWidth;
         dHigh = std::max<double>(dHigh, rView.iHeight);
@@ -35,30 +33,28 @@ double ChooseScale(std::span<const View> aViews)
 
 }  // namespace
 
-bool WritePreview(const std::string& strPath, const CVolumeViews& rViews, std::string& rError)
+bool WritePreview(const std::string& strPath, const CSlices& rViews, std::string& rError)
 {
-    const std::span<const View> aViews = rViews.GetViews();
+    const std::span<const Slice> aViews = rViews.Get();
     const double dScale = ChooseScale(aViews);
-    constexpr int iLeastWide = 100;  // room for the title of a narrow slice
-
-    std::vector<GreyImage> aImages;
+    const auto GetCell = [dScale](const Slice& rView)
+    { return std::max(g_iLeastWide, ScaledExtent(rView.iWidth, dScale)) + g_iGap; };
     int iWidth = g_iGap;
     int iHeight = 0;
-    for (const View& rView : aViews)
+    for (const Slice& rView : aViews)
     {
-        aImages.push_back({rView.iWidth, rView.iHeight, rView.vfPixels});
-        iWidth += std::max(iLeastWide, ScaledExtent(rView.iWidth, dScale)) + g_iGap;
+        iWidth += GetCell(rView);
         iHeight = std::max(iHeight, ScaledExtent(rView.iHeight, dScale));
     }
-    const GreyScale aGrey = GreyScale::Find(aImages, 0.5, 99.5);
+    const GreyScale aGrey = GreyScale::Find(aViews, 0.5, 99.5);
     const CPicture aPicture(iWidth, iHeight + g_iTitleHeight + 2 * g_iGap);
     double dX = g_iGap;
-    for (std::size_t i = 0; i < aImages.size(); ++i)
+    for (const Slice& rView : aViews)
     {
-        const View& rView = aViews[i];
-        DrawGreyImage(aPicture, aImages[i], aGrey, dX, g_iGap + g_iTitleHeight, dScale,
-                      Format("%s   %c = %d", rView.pcName, rView.cAxis, rView.iAt));
-        dX += std::max(iLeastWide, ScaledExtent(rView.iWidth, dScale)) + g_iGap;
+        const char* pcName = rView.cAxis == 'z' ? "XY" : rView.cAxis == 'x' ? "ZY" : "XZ";
+        DrawSlice(aPicture, rView, aGrey, dX, g_iGap + g_iTitleHeight, dScale,
+                  Format("%s   %c = %d", pcName, rView.cAxis, rView.iAt));
+        dX += GetCell(rView);
     }
     return aPicture.Write(strPath, rError);
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Picture.h"
-#include "Report.h"
+#include "talven/Text.h"
 
 namespace talven
 {

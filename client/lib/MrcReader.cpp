@@ -37,8 +37,7 @@ void ConvertAll(const std::byte* pcStored, bool bSwap, std::span<float> fPixels,
     }
 }
 
-}  // namespace
-
+/// A 16-bit IEEE float as a float.
 float HalfToFloat(std::uint16_t usHalf)
 {
     const std::uint32_t uiSign = std::uint32_t(usHalf & 0x8000) << 16;
@@ -50,6 +49,8 @@ float HalfToFloat(std::uint16_t usHalf)
     const std::uint32_t uiExponent = iExponent == 31 ? 255 : std::uint32_t(iExponent - 15 + 127);
     return std::bit_cast<float>(uiSign | (uiExponent << 23) | (uiMantissa << 13));
 }
+
+}  // namespace
 
 CMrcReader::~CMrcReader()
 {
@@ -68,7 +69,7 @@ bool CMrcReader::Open(const std::string& strPath)
     if (fstat(m_iFile, &aStat) != 0 || !S_ISREG(aStat.st_mode)) return mFail("not a regular file");
 
     const auto ulFileBytes = static_cast<std::uint64_t>(aStat.st_size);
-    std::array<std::byte, MrcHeader::g_tBytes> acBytes;
+    std::array<std::byte, MrcHeader::tBytes> acBytes;
     if (ulFileBytes < acBytes.size()) return mFail("not an MRC file (shorter than its header)");
     if (!mReadAt(0, acBytes)) return false;
     std::string strError;
@@ -142,10 +143,10 @@ void CMrcReader::mConvert(std::span<float> fPixels) const
 bool CMrcReader::mCheckFinite(int iZ, std::span<const float> fPixels)
 {
     // All exponent bits set: infinite or not a number. As integers, so that the loop is vectorised.
-    constexpr std::uint32_t g_uiExponent = 0x7F800000;
+    constexpr std::uint32_t uiExponentBits = 0x7F800000;
     std::uint32_t uiBad = 0;
     for (const float fPixel : fPixels)
-        uiBad |= (std::bit_cast<std::uint32_t>(fPixel) & g_uiExponent) == g_uiExponent;
+        uiBad |= (std::bit_cast<std::uint32_t>(fPixel) & uiExponentBits) == uiExponentBits;
     if (uiBad == 0) return true;
     for (std::size_t i = 0; i < fPixels.size(); ++i)
         if (!std::isfinite(fPixels[i]))

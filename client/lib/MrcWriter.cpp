@@ -6,6 +6,8 @@
 #include <iterator>
 #include <vector>
 
+#include "talven/Alignment.h"
+
 namespace talven
 {
 
@@ -51,10 +53,9 @@ bool CMrcWriter::WriteSection(std::span<const float> fPixels)
 /// Missing pixels are no values: they would be the least and hide all others.
 void CMrcWriter::mAddSection(std::span<const float> fPixels)
 {
-    const auto IsValue = [](float fPixel) { return !(fPixel < -1e15f); };
-    if (std::all_of(fPixels.begin(), fPixels.end(), IsValue)) return mAddStatistics(fPixels);
+    if (std::none_of(fPixels.begin(), fPixels.end(), IsMissing)) return mAddStatistics(fPixels);
     std::vector<float> vfValues;
-    std::copy_if(fPixels.begin(), fPixels.end(), std::back_inserter(vfValues), IsValue);
+    std::remove_copy_if(fPixels.begin(), fPixels.end(), std::back_inserter(vfValues), IsMissing);
     if (!vfValues.empty()) mAddStatistics(vfValues);
 }
 
@@ -62,16 +63,16 @@ void CMrcWriter::mAddSection(std::span<const float> fPixels)
 /// sections before: no cancellation, however large the file or its mean.
 void CMrcWriter::mAddStatistics(std::span<const float> fPixels)
 {
-    constexpr std::size_t g_tLanes = 8;  // independent sums, so that they are vectorised
-    std::array<float, g_tLanes> afMin, afMax;
-    std::array<double, g_tLanes> adSum{}, adSquares{};
+    constexpr std::size_t tLanes = 8;  // independent sums, so that they are vectorised
+    std::array<float, tLanes> afMin, afMax;
+    std::array<double, tLanes> adSum{}, adSquares{};
     afMin.fill(fPixels[0]);
     afMax.fill(fPixels[0]);
     const auto ForAll = [&fPixels](auto Visit)
     {
-        const std::size_t tWhole = fPixels.size() / g_tLanes * g_tLanes;
-        for (std::size_t i = 0; i < tWhole; i += g_tLanes)
-            for (std::size_t l = 0; l < g_tLanes; ++l) Visit(l, fPixels[i + l]);
+        const std::size_t tWhole = fPixels.size() / tLanes * tLanes;
+        for (std::size_t i = 0; i < tWhole; i += tLanes)
+            for (std::size_t l = 0; l < tLanes; ++l) Visit(l, fPixels[i + l]);
         for (std::size_t i = tWhole; i < fPixels.size(); ++i) Visit(0, fPixels[i]);
     };
     ForAll(

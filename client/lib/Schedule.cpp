@@ -1,7 +1,10 @@
 #include "talven/Schedule.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
+
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -77,6 +80,47 @@ std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> uiSe
     for (const auto& rSet : avuiSets) vuiList.insert(vuiList.end(), rSet.begin(), rSet.end());
     vuiList.insert(vuiList.end(), vuiRest.begin(), vuiRest.end());
     return vuiList;
+}
+
+bool MakeRelaxTable(const Relaxation& rRelax, int iIterations, std::size_t tSets,
+                    std::vector<float>& rTable, std::string& rError)
+{
+    const std::vector<double>& rFactors = rRelax.vdFactors;
+    const auto tIterations = static_cast<std::size_t>(iIterations);
+    if (rFactors.size() != 1 && rFactors.size() != tIterations)
+    {
+        rError = Format("%zu relaxation factors for %d iterations", rFactors.size(), iIterations);
+        return false;
+    }
+    rTable.clear();
+    for (std::size_t i = 0; i < tIterations; ++i)
+    {
+        const double dFactor =
+            rFactors.size() == 1 ? rFactors[0] * std::pow(rRelax.dDecay, double(i)) : rFactors[i];
+        rTable.insert(rTable.end(), tSets, static_cast<float>(dFactor));
+    }
+    return true;
+}
+
+GaussianKernel MakeGaussianKernel(double dSigma)
+{
+    const int iHalf = static_cast<int>(std::ceil(3 * dSigma));
+    GaussianKernel aKernel;
+    aKernel.iSize = 2 * iHalf + 1;
+    std::vector<double> vdLine;  // the kernel is the product of three of these
+    double dSum = 0;
+    for (int i = -iHalf; i <= iHalf; ++i)
+    {
+        vdLine.push_back(std::exp(-0.5 * i * i / (dSigma * dSigma)));
+        dSum += vdLine.back();
+    }
+    for (double& rValue : vdLine) rValue /= dSum;
+    aKernel.vfValues.reserve(vdLine.size() * vdLine.size() * vdLine.size());
+    for (const double dZ : vdLine)
+        for (const double dY : vdLine)
+            for (const double dX : vdLine)
+                aKernel.vfValues.push_back(static_cast<float>(dZ * dY * dX));
+    return aKernel;
 }
 
 }  // namespace talven

@@ -22,64 +22,14 @@ std::span<const std::byte> Bytes(std::span<const T> pData)
 
 const char* GetMsgName(EMsg eMsg)
 {
-    switch (eMsg)
-    {
-    case EMsg::BYTEORDER:
-        return "BYTEORDER";
-    case EMsg::CMDREPLY:
-        return "CMDREPLY";
-    case EMsg::CONTINUATION:
-        return "CONTINUATION";
-    case EMsg::DATAREPLY:
-        return "DATAREPLY";
-    case EMsg::LOG:
-        return "LOG";
-    case EMsg::PROJGET:
-        return "PROJGET";
-    case EMsg::PROJSET:
-        return "PROJSET";
-    case EMsg::PROJSIZE:
-        return "PROJSIZE";
-    case EMsg::QUIT:
-        return "QUIT";
-    case EMsg::RECONSTRUCT:
-        return "RECONSTRUCT";
-    case EMsg::RECONSTATGET:
-        return "RECONSTATGET";
-    case EMsg::REPROJECT:
-        return "REPROJECT";
-    case EMsg::SERVERPROP:
-        return "SERVERPROP";
-    case EMsg::VOLGET:
-        return "VOLGET";
-    case EMsg::VOLSET:
-        return "VOLSET";
-    case EMsg::VOLSIZE:
-        return "VOLSIZE";
-    case EMsg::SETOP:
-        return "SETOP";
-    case EMsg::RECONOPT:
-        return "RECONOPT";
-    case EMsg::MPROJSET:
-        return "MPROJSET";
-    case EMsg::MPROJSIZE:
-        return "MPROJSIZE";
-    case EMsg::TRANSFORM:
-        return "TRANSFORM";
-    case EMsg::TRANSFORML:
-        return "TRANSFORML";
-    case EMsg::COMPARE:
-        return "COMPARE";
-    case EMsg::COMPAREL:
-        return "COMPAREL";
-    case EMsg::COMPREPLY:
-        return "COMPREPLY";
-    case EMsg::WEIGHTOPT:
-        return "WEIGHTOPT";
-    case EMsg::SMOOTHOPT:
-        return "SMOOTHOPT";
-    }
-    return "UNKNOWN";
+    constexpr const char* apcNames[] = {
+        "BYTEORDER",  "CMDREPLY",  "CONTINUATION", "DATAREPLY",   "LOG",          "PROJGET",
+        "PROJSET",    "PROJSIZE",  "QUIT",         "RECONSTRUCT", "RECONSTATGET", "REPROJECT",
+        "SERVERPROP", "VOLGET",    "VOLSET",       "VOLSIZE",     "SETOP",        "RECONOPT",
+        "MPROJSET",   "MPROJSIZE", "TRANSFORM",    "TRANSFORML",  "COMPARE",      "COMPAREL",
+        "COMPREPLY",  "WEIGHTOPT", "UNKNOWN",      "SMOOTHOPT"};
+    const auto tMsg = static_cast<std::size_t>(eMsg);
+    return tMsg < std::size(apcNames) ? apcNames[tMsg] : "UNKNOWN";
 }
 
 double CalcRfactor(std::span<const RfactorSums> aSums)

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <numeric>
 
-#include "Alignment.h"
 #include "Files.h"
-#include "talven/Alignment.h"
+#include "talven/Schedule.h"
+#include "talven/SectionMaps.h"
 
 namespace talven::test
 {
@@ -79,30 +79,14 @@ TEST(Alignment, TheKernelIsANormalisedGaussian)
 
 TEST(Alignment, OriginsDifferByTheCentres)
 {
-    MrcHeader aMeasured;
-    aMeasured.iX = 11;
-    aMeasured.iY = 21;
-    aMeasured.iZ = 1;
-    AlignmentArgs aArgs;
-    aArgs.strMatrix = "0,-1,1,0,0.5,0";  // a quarter turn
-    CAlignment aAlignment;
-    std::string strError;
-    ASSERT_TRUE(aAlignment.Make(aArgs, aMeasured, 5, 7, strError)) << strError;
-    const Affine aMap = aAlignment.GetMap(0);
+    const Affine aTurn = {0, -1, 1, 0, 0.5, 0};  // a quarter turn
+    const CSectionMaps aCentres({aTurn}, true, {5, 7}, {11, 21});
+    const Affine aMap = aCentres.GetMap(0);
     EXPECT_EQ(aMap[0] * 2 + aMap[1] * 3 + aMap[4], 5.5f) << "the centre lies on the centre";
     EXPECT_EQ(aMap[2] * 2 + aMap[3] * 3 + aMap[5], 10);
-    EXPECT_EQ(aAlignment.GetUserMatrix(0, 1, 2), (Affine{0, -1, 1, 0, 1.5, 2}));
-
-    aArgs.strOrigin = "corner";
-    ASSERT_TRUE(aAlignment.Make(aArgs, aMeasured, 5, 7, strError));
-    EXPECT_EQ(aAlignment.GetMap(0, 1, 2), (Affine{0, -1, 1, 0, 1.5, 2}));
-
-    for (const double dBad : {0.0, -1.0, 1e300, std::nan("")})
-    {
-        aArgs.bLog = true;
-        aArgs.dBeam = dBad;
-        EXPECT_FALSE(aAlignment.Make(aArgs, aMeasured, 5, 7, strError)) << dBad;
-    }
+    EXPECT_EQ(aCentres.GetOwnMap(0, 1, 2), (Affine{0, -1, 1, 0, 1.5, 2}));
+    const CSectionMaps aCorners({g_aIdentity, aTurn}, false, {5, 7}, {11, 21});
+    EXPECT_EQ(aCorners.GetMap(1, 1, 2), (Affine{0, -1, 1, 0, 1.5, 2}));
 }
 
 }  // namespace

@@ -182,6 +182,8 @@ TEST_F(ImageCommands, RefuseWhatCannotWork)
         int iExit;
     } aCases[] = {
         {mTransform({"--matrices", m_aDir / "one.txt"}), "1 matrix, but the stack has 2", 1},
+        {mTransform({"--matrices", m_aDir / "TS.Xf"}), "TS.Xf: an .xf file tells where measured",
+         1},
         {mTransform({"--matrix", "1,0,0,1,0,1e60"}), "too large", 1},
         {mTransform({"--size", "20"}), "expected X,Y", 1},
         {mTransform({"--log", "--beam", "-1"}), "above 0", 1},

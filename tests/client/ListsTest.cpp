@@ -1,7 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "Lists.h"
-#include "ServerLink.h"
+#include "talven/Memory.h"
+#include "talven/ServerLink.h"
 
 namespace talven::test
 {
@@ -36,11 +37,11 @@ TEST(Lists, RelaxationTable)
                   {"1:2:3", {}}};
     for (const auto& [pcText, vfExpected] : aCases)
     {
-        CRelaxation aRelaxation;
+        Relaxation aRelaxation;
         std::vector<float> vfTable;
         std::string strError;
-        const bool bGood =
-            aRelaxation.Parse(pcText, strError) && aRelaxation.MakeTable(3, 2, vfTable, strError);
+        const bool bGood = ParseRelaxation(pcText, aRelaxation, strError) &&
+                           MakeRelaxTable(aRelaxation, 3, 2, vfTable, strError);
         EXPECT_EQ(bGood, !vfExpected.empty()) << pcText;
         EXPECT_EQ(bGood ? vfTable : vfExpected, vfExpected) << pcText;
         EXPECT_EQ(strError.empty(), bGood) << pcText;
@@ -92,16 +93,15 @@ TEST(Lists, Server)
 
 TEST(Lists, JobsBeyondTheLimitsAreRefused)
 {
-    const ServerOptions aRemote = {"somewhere:1", 0, ""};
     std::string strError;
-    EXPECT_TRUE(CheckJobSize({1024, 1024, 61, 1024, 256}, aRemote, strError)) << strError;
-    EXPECT_TRUE(CheckJobSize({1024, 1024, 61, 1024, 2047}, aRemote, strError)) << strError;
-    EXPECT_FALSE(CheckJobSize({1024, 1024, 61, 1024, 2048}, aRemote, strError));
-    EXPECT_FALSE(CheckJobSize({4096, 4096, 128, 64, 64}, aRemote, strError));
-    EXPECT_FALSE(CheckJobSize({1 << 24, 1 << 24, 1, 2147483647, 2147483647}, aRemote, strError));
+    EXPECT_TRUE(CheckJobSize({1024, 1024, 61, 1024, 256}, false, strError)) << strError;
+    EXPECT_TRUE(CheckJobSize({1024, 1024, 61, 1024, 2047}, false, strError)) << strError;
+    EXPECT_FALSE(CheckJobSize({1024, 1024, 61, 1024, 2048}, false, strError));
+    EXPECT_FALSE(CheckJobSize({4096, 4096, 128, 64, 64}, false, strError));
+    EXPECT_FALSE(CheckJobSize({1 << 24, 1 << 24, 1, 2147483647, 2147483647}, false, strError));
     if (GetFreeMemory() == 0 || GetFreeMemory() > (std::uint64_t(15) << 30))
         GTEST_SKIP() << "memory of this machine is unknown or holds any job";
-    EXPECT_FALSE(CheckJobSize({1024, 1023, 2047, 1024, 2047}, {}, strError));
+    EXPECT_FALSE(CheckJobSize({1024, 1023, 2047, 1024, 2047}, true, strError));
     EXPECT_NE(strError.find("free"), std::string::npos) << strError;
 }
 

@@ -309,9 +309,8 @@ TEST_F(Reconstruct, TheReasonOfARefusalCanBeQuoted)
 {
     CSession aSession;
     CPrivateServer aServer;
-    PrivateServerOptions aOptions;
-    aOptions.strProgram = TALVEN_SERVER_PROGRAM;
-    ASSERT_TRUE(aServer.Start(aOptions, aSession)) << aServer.GetError();
+    setenv("TALVEN_SERVER", TALVEN_SERVER_PROGRAM, 1);
+    ASSERT_TRUE(aServer.Start({}, aSession)) << aServer.GetError();
     EXPECT_FALSE(aSession.SetVolumeSize(70000, 70000, 1000));
     EXPECT_TRUE(aSession.WasRefused());
     EXPECT_EQ(aServer.GetServerError().rfind("VOLSIZE: ", 0), 0u) << aServer.GetServerError();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <span>
@@ -14,6 +15,24 @@ namespace talven
 /// the measured image: u = a x + b y + e, v = c x + d y + f. Pixels count from 0 in a corner.
 using Affine = std::array<float, 6>;
 constexpr Affine g_aIdentity = {1, 0, 0, 1, 0, 0};
+
+struct ImageSize
+{
+    int iX = 0, iY = 0;
+    std::size_t GetPixels() const { return std::size_t(iX) * std::size_t(iY); }
+};
+
+/// The map followed by a shift in the measured image, pixels.
+Affine Shift(Affine aMap, double dX, double dY);
+/// The same map for pixels that count from the corners, given one that counts from the centres of
+/// both images, (n - 1) / 2.
+Affine CountFromCorners(const Affine& rMap, const ImageSize& rAligned, const ImageSize& rMeasured);
+
+/// Whether a pixel holds no data.
+inline bool IsMissing(float fPixel)
+{
+    return fPixel < -1e15f;
+}
 
 /// What becomes of a measured value p.
 /// Linear: min(most, gain p + offset). Logarithmic:
@@ -60,24 +79,17 @@ double CalcMeanDifference(const CompareSums& rSums);
 /// 0 unless the middle one is the largest.
 double FitPeak(double dBefore, double dMiddle, double dAfter);
 
+/// Whether a file may hold matrices of ours, by its name: .xf files hold the inverse maps.
+/// \return false for those; rError tells the user.
+[[nodiscard]] bool CheckMatrixFile(const std::string& strPath, std::string& rError);
 /// Reads matrices from a text file, six numbers a line with blanks or commas between them. Blank
 /// lines and everything from a '#' on are skipped.
 /// \return false when the file cannot be read, has no matrix, or has a line that is not six finite
-///         numbers; rError names the line, rMatrices stays as it was.
+///         numbers, which rError names, or for an .xf file; rMatrices stays as it was then.
 [[nodiscard]] bool ReadMatrices(const std::string& strPath, std::vector<Affine>& rMatrices,
                                 std::string& rError);
 /// Writes them so that ReadMatrices() gives the same bits.
 [[nodiscard]] bool WriteMatrices(const std::string& strPath, std::span<const Affine> aMatrices,
                                  std::string& rError);
-
-/// A Gaussian of standard deviation dSigma, voxels, in a cube of iSize along each axis: iSize is
-/// 2 ceil(3 dSigma) + 1. Shape [z][y][x], its sum is 1.
-struct GaussianKernel
-{
-    int iSize = 1;
-    std::vector<float> vfValues;
-};
-/// \param dSigma  above 0
-GaussianKernel MakeGaussianKernel(double dSigma);
 
 }  // namespace talven

@@ -45,7 +45,4 @@ private:
     std::string m_strError;
 };
 
-/// A 16-bit IEEE float as a float.
-float HalfToFloat(std::uint16_t usHalf);
-
 }  // namespace talven

@@ -41,7 +41,6 @@ public:
         eEnded     ///< by the probe
     };
     EResult Run(ShiftMatch& rMatch);
-    int GetProbes() const { return m_iProbes; }
 
 private:
     using Shift = std::pair<int, int>;
@@ -55,7 +54,6 @@ private:
     int m_iRange;
     double m_dLeastCount;
     Probe m_aProbe;
-    int m_iProbes = 0;
     bool m_bEnded = false;
     std::map<Shift, double> m_aScores;  // of the whole pixels so far; -2: not comparable
 };

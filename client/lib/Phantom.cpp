@@ -1,4 +1,4 @@
-#include "PhantomModel.h"
+#include "talven/Phantom.h"
 
 #include <algorithm>
 #include <cmath>
@@ -263,6 +263,38 @@ double CNoise::GetPoisson(double dMean)
     int iCount = 0;
     for (; dProduct > dLimit; ++iCount) dProduct *= GetUniform();
     return iCount;
+}
+
+CDetector::CDetector(const CPhantomModel& rModel, std::span<const float> fAngles, double dNoise,
+                     double dDose, std::uint64_t ulSeed)
+    : m_rModel(rModel),
+      m_dNoise(dNoise),
+      m_dDose(dDose),
+      m_aNoise(ulSeed ^ 0x6E6F697365)  // not the stream that placed the objects
+{
+    if (m_dNoise <= 0 && m_dDose <= 0) return;
+    // All projections have the same sum but for what leaves the field.
+    const float fNearest =
+        *std::min_element(fAngles.begin(), fAngles.end(),
+                          [](float fA, float fB) { return std::fabs(fA) < std::fabs(fB); });
+    std::vector<float> vfPixels(rModel.GetProjectionPixels());
+    rModel.MakeProjection(fNearest, vfPixels);
+    for (const float fPixel : vfPixels) m_dMean += fPixel;
+    m_dMean /= double(vfPixels.size());
+}
+
+void CDetector::Record(double dAngle, std::span<float> fPixels)
+{
+    m_rModel.MakeProjection(dAngle, fPixels);
+    const double dCounts = m_dMean > 0 ? m_dDose / m_dMean : 0;  // per unit of signal
+    if (m_dNoise <= 0 && dCounts <= 0) return;
+    for (float& rPixel : fPixels)
+    {
+        double dValue = rPixel;
+        if (dCounts > 0) dValue = m_aNoise.GetPoisson(dValue * dCounts) / dCounts;
+        if (m_dNoise > 0) dValue += m_dNoise * m_dMean * m_aNoise.GetGaussian();
+        rPixel = static_cast<float>(dValue);
+    }
 }
 
 }  // namespace talven

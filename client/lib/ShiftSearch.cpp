@@ -1,4 +1,4 @@
-#include "ShiftSearch.h"
+#include "talven/ShiftSearch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -101,7 +101,6 @@ double CShiftSearch::mGetScore(Shift aShift)
 double CShiftSearch::mCompare(double dX, double dY, CompareSums& rSums)
 {
     if (m_bEnded) return g_dNotComparable;
-    ++m_iProbes;
     m_bEnded = !m_aProbe(dX, dY, rSums);
     if (m_bEnded || rSums.fCount < m_dLeastCount) return g_dNotComparable;
     const double dCorrelation = CalcCorrelation(rSums);

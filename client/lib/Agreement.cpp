@@ -1,4 +1,4 @@
-#include "Agreement.h"
+#include "talven/Agreement.h"
 
 #include <cmath>
 
