@@ -28,8 +28,8 @@ void CPicture::DrawText(double dX, double dY, const std::string& strText, double
     cairo_font_extents_t aFont;
     cairo_text_extents(GetContext(), strText.c_str(), &aText);
     cairo_font_extents(GetContext(), &aFont);
-    cairo_move_to(GetContext(), dX - aAnchor.m_dX * aText.x_advance,
-                  dY + aFont.ascent - aAnchor.m_dY * (aFont.ascent + aFont.descent));
+    cairo_move_to(GetContext(), dX - aAnchor.dX * aText.x_advance,
+                  dY + aFont.ascent - aAnchor.dY * (aFont.ascent + aFont.descent));
     cairo_show_text(GetContext(), strText.c_str());
 }
 

@@ -27,8 +27,7 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr int s_iMaxDevices = 16;
-constexpr const char* s_pcServer = "talven-server";
+constexpr const char* g_pcServer = "talven-server";
 
 /// A port that nobody listens on now. Somebody may take it before the server does; the caller then
 /// tries another.
@@ -45,6 +44,15 @@ std::uint16_t FindFreePort()
         usPort = ntohs(aAddress.sin_port);
     if (iSocket != -1) close(iSocket);
     return usPort;
+}
+
+/// The path with links and relative parts resolved: the server runs in another directory.
+std::string GetFullPath(const std::string& strPath)
+{
+    char* pcFull = realpath(strPath.c_str(), nullptr);
+    const std::string strFull = pcFull != nullptr ? pcFull : strPath;
+    std::free(pcFull);
+    return strFull;
 }
 
 bool IsProgram(const std::string& strPath)
@@ -103,7 +111,7 @@ std::string GetBusyDevices(int iDevices)
 {
     // The server has a list of devices to leave alone, not a count.
     std::string strBusy;
-    for (int i = iDevices; i < s_iMaxDevices; ++i)
+    for (int i = iDevices; i < g_iMaxDevices; ++i)
         strBusy.append(strBusy.empty() ? "" : ",").append(std::to_string(i));
     return strBusy;
 }
@@ -111,8 +119,9 @@ std::string GetBusyDevices(int iDevices)
 std::string FindServerProgram()
 {
     if (const char* pcNamed = std::getenv("TALVEN_SERVER"); pcNamed != nullptr && *pcNamed != 0)
-        return pcNamed;
+        return GetFullPath(pcNamed);
 
+    std::vector<std::string> vstrFolders;
     std::array<char, 4096> acSelf{};
     const ssize_t iLength = readlink("/proc/self/exe", acSelf.data(), acSelf.size() - 1);
     if (iLength > 0)
@@ -120,34 +129,27 @@ std::string FindServerProgram()
         std::string strFolder(acSelf.data(), static_cast<std::size_t>(iLength));
         strFolder.resize(strFolder.rfind('/') + 1);
         for (const char* pcWhere : {"", "../libexec/talven/", "../libexec/"})
-            if (IsProgram(strFolder + pcWhere + s_pcServer))
-                return strFolder + pcWhere + s_pcServer;
+            vstrFolders.push_back(strFolder + pcWhere);
     }
     const char* pcPath = std::getenv("PATH");
     std::istringstream aPath(pcPath != nullptr ? pcPath : "");
     for (std::string strFolder; std::getline(aPath, strFolder, ':');)
-        if (!strFolder.empty() && IsProgram(strFolder + "/" + s_pcServer))
-            return strFolder + "/" + s_pcServer;
+        if (!strFolder.empty()) vstrFolders.push_back(strFolder + "/");
+    for (const std::string& rFolder : vstrFolders)
+        if (IsProgram(rFolder + g_pcServer)) return GetFullPath(rFolder + g_pcServer);
     return {};
 }
 
 bool CPrivateServer::Start(const PrivateServerOptions& rOptions, CSession& rSession)
 {
     Stop();
-    std::string strProgram =
-        rOptions.m_strProgram.empty() ? FindServerProgram() : rOptions.m_strProgram;
+    const std::string strProgram = FindServerProgram();
     if (strProgram.empty() || !IsProgram(strProgram))
     {
         m_strError = strProgram.empty() ? "cannot find talven-server (beside this program, in "
                                           "../libexec/talven or in PATH; TALVEN_SERVER can name it)"
                                         : strProgram + ": cannot run: " + std::strerror(errno);
         return false;
-    }
-    // The server runs in another directory.
-    if (char* pcFull = realpath(strProgram.c_str(), nullptr); pcFull != nullptr)
-    {
-        strProgram = pcFull;
-        std::free(pcFull);
     }
     for (int iTry = 0; iTry < 3; ++iTry)
     {
@@ -170,10 +172,10 @@ bool CPrivateServer::mStartOnce(const std::string& strProgram, const PrivateServ
     }
     std::vector<std::string> vstrSettings = {"TALVEN_PORT=" + std::to_string(usPort),
                                              "TALVEN_BIND=127.0.0.1"};
-    if (!rOptions.m_strBackend.empty())
-        vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.m_strBackend);
-    if (rOptions.m_iDevices > 0)
-        vstrSettings.push_back("TALVEN_BUSY_GPUS=" + GetBusyDevices(rOptions.m_iDevices));
+    if (!rOptions.strBackend.empty())
+        vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.strBackend);
+    if (rOptions.iDevices > 0)
+        vstrSettings.push_back("TALVEN_BUSY_GPUS=" + GetBusyDevices(rOptions.iDevices));
     return mSpawn(strProgram, vstrSettings) && mConnect(usPort, rSession);
 }
 

@@ -13,10 +13,10 @@ namespace talven
 /// The shift at which two images agree best.
 struct ShiftMatch
 {
-    double m_dX = 0, m_dY = 0;  ///< pixels
-    double m_dCorrelation = 0;  ///< normalised, there
-    CompareSums m_aSums;        ///< there
-    bool m_bAtEdge = false;     ///< of the range: the best may lie beyond it
+    double dX = 0, dY = 0;    ///< pixels
+    double dCorrelation = 0;  ///< normalised, there
+    CompareSums aSums;        ///< there
+    bool bAtEdge = false;     ///< of the range: the best may lie beyond it
 };
 
 /// Looks for the shift with the highest normalised cross-correlation, coarse to fine.
@@ -36,12 +36,11 @@ public:
 
     enum class EResult
     {
-        FOUND,
-        NOTHING,  ///< no shift leaves enough pixels, or the images are constant
-        ENDED     ///< by the probe
+        eFound,
+        eNothing,  ///< no shift leaves enough pixels, or the images are constant
+        eEnded     ///< by the probe
     };
     EResult Run(ShiftMatch& rMatch);
-    int GetProbes() const { return m_iProbes; }
 
 private:
     using Shift = std::pair<int, int>;
@@ -55,7 +54,6 @@ private:
     int m_iRange;
     double m_dLeastCount;
     Probe m_aProbe;
-    int m_iProbes = 0;
     bool m_bEnded = false;
     std::map<Shift, double> m_aScores;  // of the whole pixels so far; -2: not comparable
 };

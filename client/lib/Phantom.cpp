@@ -1,4 +1,4 @@
-#include "PhantomModel.h"
+#include "talven/Phantom.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,13 +11,13 @@ namespace
 
 using Vector = CEllipsoid::Vector;
 
-constexpr double s_dRadian = std::numbers::pi / 180;
-constexpr int s_iSamples = 3;  // along each side of a pixel or voxel
+constexpr double g_dRadian = std::numbers::pi / 180;
+constexpr int g_iSamples = 3;  // along each side of a pixel or voxel
 
 /// Offsets of the samples from the centre of a pixel: -1/3, 0, 1/3.
 double SampleOffset(int iSample)
 {
-    return (iSample + 0.5) / s_iSamples - 0.5;
+    return (iSample + 0.5) / g_iSamples - 0.5;
 }
 
 double Centre(int iExtent)
@@ -122,8 +122,8 @@ CEllipsoid::CEllipsoid(const Vector& aCentre, const Vector& aRadii, double dTurn
                        double dDensity)
     : m_aCentre(aCentre), m_dDensity(dDensity)
 {
-    const double dCz = std::cos(dTurnZ * s_dRadian), dSz = std::sin(dTurnZ * s_dRadian);
-    const double dCy = std::cos(dTurnY * s_dRadian), dSy = std::sin(dTurnY * s_dRadian);
+    const double dCz = std::cos(dTurnZ * g_dRadian), dSz = std::sin(dTurnZ * g_dRadian);
+    const double dCy = std::cos(dTurnY * g_dRadian), dSy = std::sin(dTurnY * g_dRadian);
     // Columns: the ellipsoid's own axes in the volume, Ry Rz e_k.
     const std::array<Vector, 3> aAxes = {Vector{dCy * dCz, dSz, -dSy * dCz},
                                          Vector{-dCy * dSz, dCz, dSy * dSz}, Vector{dSy, 0, dCy}};
@@ -179,9 +179,9 @@ CPhantomModel::CPhantomModel(int iX, int iY, int iZ, std::vector<CEllipsoid> aEl
 {
 }
 
-void CPhantomModel::MakeSection(int iZ, std::span<float> pfPixels) const
+void CPhantomModel::MakeSection(int iZ, std::span<float> fPixels) const
 {
-    std::fill(pfPixels.begin(), pfPixels.end(), 0.0f);
+    std::fill(fPixels.begin(), fPixels.end(), 0.0f);
     const double dZ = iZ - Centre(m_iZ);
     for (const CEllipsoid& rEllipsoid : m_aEllipsoids)
     {
@@ -194,22 +194,22 @@ void CPhantomModel::MakeSection(int iZ, std::span<float> pfPixels) const
             for (int x = iFirstX; x < iEndX; ++x)
             {
                 int iInside = 0;
-                for (int i = 0; i < s_iSamples * s_iSamples * s_iSamples; ++i)
+                for (int i = 0; i < g_iSamples * g_iSamples * g_iSamples; ++i)
                     iInside += rEllipsoid.Contains(
-                        {x - Centre(m_iX) + SampleOffset(i % s_iSamples),
-                         y - Centre(m_iY) + SampleOffset(i / s_iSamples % s_iSamples),
-                         dZ + SampleOffset(i / (s_iSamples * s_iSamples))});
-                pfPixels[std::size_t(y) * std::size_t(m_iX) + std::size_t(x)] += static_cast<float>(
-                    rEllipsoid.GetDensity() * iInside / (s_iSamples * s_iSamples * s_iSamples));
+                        {x - Centre(m_iX) + SampleOffset(i % g_iSamples),
+                         y - Centre(m_iY) + SampleOffset(i / g_iSamples % g_iSamples),
+                         dZ + SampleOffset(i / (g_iSamples * g_iSamples))});
+                fPixels[std::size_t(y) * std::size_t(m_iX) + std::size_t(x)] += static_cast<float>(
+                    rEllipsoid.GetDensity() * iInside / (g_iSamples * g_iSamples * g_iSamples));
             }
     }
 }
 
-void CPhantomModel::MakeProjection(double dAngle, std::span<float> pfPixels) const
+void CPhantomModel::MakeProjection(double dAngle, std::span<float> fPixels) const
 {
-    std::fill(pfPixels.begin(), pfPixels.end(), 0.0f);
-    const double dCos = std::cos(dAngle * s_dRadian);
-    const double dSin = std::sin(dAngle * s_dRadian);
+    std::fill(fPixels.begin(), fPixels.end(), 0.0f);
+    const double dCos = std::cos(dAngle * g_dRadian);
+    const double dSin = std::sin(dAngle * g_dRadian);
     const Vector aRay = {-dSin, 0, dCos};
     for (const CEllipsoid& rEllipsoid : m_aEllipsoids)
     {
@@ -223,14 +223,14 @@ void CPhantomModel::MakeProjection(double dAngle, std::span<float> pfPixels) con
             for (int x = iFirstX; x < iEndX; ++x)
             {
                 double dLength = 0;
-                for (int i = 0; i < s_iSamples * s_iSamples; ++i)
+                for (int i = 0; i < g_iSamples * g_iSamples; ++i)
                 {
-                    const double dAcross = x - Centre(m_iX) + SampleOffset(i % s_iSamples);
-                    const double dAlong = y - Centre(m_iY) + SampleOffset(i / s_iSamples);
+                    const double dAcross = x - Centre(m_iX) + SampleOffset(i % g_iSamples);
+                    const double dAlong = y - Centre(m_iY) + SampleOffset(i / g_iSamples);
                     dLength += rEllipsoid.GetChord({dAcross * dCos, dAlong, dAcross * dSin}, aRay);
                 }
-                pfPixels[std::size_t(y) * std::size_t(m_iX) + std::size_t(x)] += static_cast<float>(
-                    rEllipsoid.GetDensity() * dLength / (s_iSamples * s_iSamples));
+                fPixels[std::size_t(y) * std::size_t(m_iX) + std::size_t(x)] += static_cast<float>(
+                    rEllipsoid.GetDensity() * dLength / (g_iSamples * g_iSamples));
             }
     }
 }
@@ -263,6 +263,38 @@ double CNoise::GetPoisson(double dMean)
     int iCount = 0;
     for (; dProduct > dLimit; ++iCount) dProduct *= GetUniform();
     return iCount;
+}
+
+CDetector::CDetector(const CPhantomModel& rModel, std::span<const float> fAngles, double dNoise,
+                     double dDose, std::uint64_t ulSeed)
+    : m_rModel(rModel),
+      m_dNoise(dNoise),
+      m_dDose(dDose),
+      m_aNoise(ulSeed ^ 0x6E6F697365)  // not the stream that placed the objects
+{
+    if (m_dNoise <= 0 && m_dDose <= 0) return;
+    // All projections have the same sum but for what leaves the field.
+    const float fNearest =
+        *std::min_element(fAngles.begin(), fAngles.end(),
+                          [](float fA, float fB) { return std::fabs(fA) < std::fabs(fB); });
+    std::vector<float> vfPixels(rModel.GetProjectionPixels());
+    rModel.MakeProjection(fNearest, vfPixels);
+    for (const float fPixel : vfPixels) m_dMean += fPixel;
+    m_dMean /= double(vfPixels.size());
+}
+
+void CDetector::Record(double dAngle, std::span<float> fPixels)
+{
+    m_rModel.MakeProjection(dAngle, fPixels);
+    const double dCounts = m_dMean > 0 ? m_dDose / m_dMean : 0;  // per unit of signal
+    if (m_dNoise <= 0 && dCounts <= 0) return;
+    for (float& rPixel : fPixels)
+    {
+        double dValue = rPixel;
+        if (dCounts > 0) dValue = m_aNoise.GetPoisson(dValue * dCounts) / dCounts;
+        if (m_dNoise > 0) dValue += m_dNoise * m_dMean * m_aNoise.GetGaussian();
+        rPixel = static_cast<float>(dValue);
+    }
 }
 
 }  // namespace talven

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -48,11 +49,12 @@ public:
     /// Any other specimen.
     CPhantomModel(int iX, int iY, int iZ, std::vector<CEllipsoid> aEllipsoids);
 
+    std::size_t GetProjectionPixels() const { return std::size_t(m_iX) * std::size_t(m_iY); }
     /// Section iZ of the volume: density, the mean over each voxel.
-    void MakeSection(int iZ, std::span<float> pfPixels) const;
+    void MakeSection(int iZ, std::span<float> fPixels) const;
     /// Projection at a tilt angle, degrees: density times length in voxels, the mean over each
     /// pixel.
-    void MakeProjection(double dAngle, std::span<float> pfPixels) const;
+    void MakeProjection(double dAngle, std::span<float> fPixels) const;
 
 private:
     int m_iX, m_iY, m_iZ;
@@ -71,6 +73,26 @@ public:
 private:
     std::uint64_t mNext();
     std::uint64_t m_ulState;
+};
+
+/// A detector that records projections of a model with noise.
+class CDetector
+{
+public:
+    /// \param rModel   borrowed
+    /// \param fAngles  of the series, degrees; the projection nearest to 0 gives the mean signal
+    /// \param dNoise   Gaussian noise, its standard deviation over that mean; 0: none
+    /// \param dDose    Poisson noise, counts per pixel where the signal is that mean; 0: none
+    CDetector(const CPhantomModel& rModel, std::span<const float> fAngles, double dNoise,
+              double dDose, std::uint64_t ulSeed);
+    /// The next projection; the noise goes on where the one before ended.
+    void Record(double dAngle, std::span<float> fPixels);
+
+private:
+    const CPhantomModel& m_rModel;
+    double m_dNoise, m_dDose;
+    double m_dMean = 0;
+    CNoise m_aNoise;
 };
 
 }  // namespace talven

@@ -10,7 +10,7 @@ namespace talven
 class CAgreement
 {
 public:
-    void Add(std::span<const float> pfVolume, std::span<const float> pfReference);
+    void Add(std::span<const float> fVolume, std::span<const float> fReference);
     /// Normalised cross-correlation (both less their means), -1 to 1; 0 when one is constant.
     double GetCorrelation() const;
     /// Root of the squared differences over the squares of the reference; NaN for a zero reference.

@@ -1,4 +1,4 @@
-#include "ShiftSearch.h"
+#include "talven/ShiftSearch.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,8 +9,8 @@ namespace talven
 namespace
 {
 
-constexpr double s_dNotComparable = -2;  // below every correlation
-constexpr std::size_t s_tCandidates = 5;
+constexpr double g_dNotComparable = -2;  // below every correlation
+constexpr std::size_t g_tCandidates = 5;
 
 }  // namespace
 
@@ -32,20 +32,20 @@ CShiftSearch::EResult CShiftSearch::Run(ShiftMatch& rMatch)
     const auto [iX, iY] = aBest;
     const double dX = iX + FitPeak(mGetScore({iX - 1, iY}), dBest, mGetScore({iX + 1, iY}));
     const double dY = iY + FitPeak(mGetScore({iX, iY - 1}), dBest, mGetScore({iX, iY + 1}));
-    rMatch.m_bAtEdge = std::abs(iX) == m_iRange || std::abs(iY) == m_iRange;
+    rMatch.bAtEdge = std::abs(iX) == m_iRange || std::abs(iY) == m_iRange;
 
     // The parabola is a guess: it must do better than the whole pixel.
-    rMatch.m_dX = dX;
-    rMatch.m_dY = dY;
-    rMatch.m_dCorrelation = mCompare(dX, dY, rMatch.m_aSums);
-    if (rMatch.m_dCorrelation < dBest)
+    rMatch.dX = dX;
+    rMatch.dY = dY;
+    rMatch.dCorrelation = mCompare(dX, dY, rMatch.aSums);
+    if (rMatch.dCorrelation < dBest)
     {
-        rMatch.m_dX = iX;
-        rMatch.m_dY = iY;
-        rMatch.m_dCorrelation = mCompare(iX, iY, rMatch.m_aSums);
+        rMatch.dX = iX;
+        rMatch.dY = iY;
+        rMatch.dCorrelation = mCompare(iX, iY, rMatch.aSums);
     }
-    if (m_bEnded) return EResult::ENDED;
-    return dBest > s_dNotComparable ? EResult::FOUND : EResult::NOTHING;
+    if (m_bEnded) return EResult::eEnded;
+    return dBest > g_dNotComparable ? EResult::eFound : EResult::eNothing;
 }
 
 /// The best few shifts of the grid, best first.
@@ -59,7 +59,7 @@ std::vector<CShiftSearch::Shift> CShiftSearch::mScan(int iStep)
             const Shift aShift = {x * iStep, y * iStep};
             aAll.emplace_back(mGetScore(aShift), aShift);
         }
-    const std::size_t tKept = std::min(s_tCandidates, aAll.size());
+    const std::size_t tKept = std::min(g_tCandidates, aAll.size());
     std::partial_sort(aAll.begin(), aAll.begin() + static_cast<std::ptrdiff_t>(tKept), aAll.end(),
                       [](const auto& a, const auto& b) { return a.first > b.first; });
     std::vector<Shift> aBest;
@@ -100,12 +100,11 @@ double CShiftSearch::mGetScore(Shift aShift)
 
 double CShiftSearch::mCompare(double dX, double dY, CompareSums& rSums)
 {
-    if (m_bEnded) return s_dNotComparable;
-    ++m_iProbes;
+    if (m_bEnded) return g_dNotComparable;
     m_bEnded = !m_aProbe(dX, dY, rSums);
-    if (m_bEnded || rSums.m_fCount < m_dLeastCount) return s_dNotComparable;
+    if (m_bEnded || rSums.fCount < m_dLeastCount) return g_dNotComparable;
     const double dCorrelation = CalcCorrelation(rSums);
-    return std::isnan(dCorrelation) ? s_dNotComparable : dCorrelation;
+    return std::isnan(dCorrelation) ? g_dNotComparable : dCorrelation;
 }
 
 }  // namespace talven

@@ -1,17 +1,17 @@
-#include "Agreement.h"
+#include "talven/Agreement.h"
 
 #include <cmath>
 
 namespace talven
 {
 
-void CAgreement::Add(std::span<const float> pfVolume, std::span<const float> pfReference)
+void CAgreement::Add(std::span<const float> fVolume, std::span<const float> fReference)
 {
-    m_dCount += static_cast<double>(pfVolume.size());
-    for (std::size_t i = 0; i < pfVolume.size(); ++i)
+    m_dCount += static_cast<double>(fVolume.size());
+    for (std::size_t i = 0; i < fVolume.size(); ++i)
     {
-        const double dV = pfVolume[i];
-        const double dR = pfReference[i];
+        const double dV = fVolume[i];
+        const double dR = fReference[i];
         m_dSumV += dV;
         m_dSumR += dR;
         m_dSumVV += dV * dV;
