@@ -21,7 +21,7 @@ int main()
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // lines arrive at once, also in a file
     CStopSignal::Start();
     CGpuConfig* pConfig = CGpuConfig::GetInstance();
-    if (!pConfig->QueryDevice()) return eNoDevice;
+    pConfig->QueryDevice();
     if (pConfig->GetNumDevices() <= 0)
     {
         std::puts("Error: GPU devices are not found.");

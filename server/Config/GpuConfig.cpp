@@ -17,18 +17,13 @@ CGpuConfig* CGpuConfig::GetInstance()
     return m_pInstance.get();
 }
 
-bool CGpuConfig::QueryDevice()
+void CGpuConfig::QueryDevice()
 {
     CConfigFile aConfig;
     aConfig.Load();
     std::string strReason;
     std::unique_ptr<CBackend> pBackend = MakeBackend(aConfig.GetBackend(), strReason);
-    if (!pBackend)
-    {
-        std::printf("Error: %s\n", strReason.c_str());
-        return false;
-    }
-    std::printf("Info: Backend %s.\n", strReason.c_str());
+    std::printf(pBackend ? "Info: Backend %s.\n" : "Error: %s\n", strReason.c_str());
     SetBackend(std::move(pBackend));
 
     CDeviceInfo aInfo;
@@ -36,7 +31,6 @@ bool CGpuConfig::QueryDevice()
     std::vector<int> viMemory(aInfo.GetNumDevices());
     for (int i = 0; i < aInfo.GetNumDevices(); ++i) viMemory[i] = aInfo.GetDeviceMemory(i);
     SelectDevices(aConfig, viMemory);
-    return true;
 }
 
 void CGpuConfig::SelectDevices(const CConfigFile& rConfig, const std::vector<int>& rMemory)
@@ -47,7 +41,7 @@ void CGpuConfig::SelectDevices(const CConfigFile& rConfig, const std::vector<int
     std::printf("Info: %d devices available.\n", iDevices);
     for (int i = 0; i < iDevices; ++i)
     {
-        if (rConfig.IsBusyGpu(i)) continue;
+        if (rConfig.IsBusyGpu(i) || rMemory[i] == 0) continue;
         m_viDeviceID.push_back(i);
         m_viMemory.push_back(rMemory[i]);
         std::printf("Info: GPU %d is used for computation.\n", i);

@@ -13,10 +13,11 @@ public:
     static CGpuConfig* GetInstance();
     static void DeleteInstance() { m_pInstance.reset(); }
 
-    /// Loads the settings, chooses the backend and lists its devices, one line each.
-    /// \return false after an "Error: " line when the wanted backend cannot be had
-    [[nodiscard]] bool QueryDevice();
-    /// Takes the devices that the settings leave: memory of all devices in MiB, by ordinal.
+    /// Loads the settings, chooses the backend and lists its devices, one line each. When the
+    /// wanted backend cannot be had: none, after an "Error: " line.
+    void QueryDevice();
+    /// Takes the devices that the settings leave: memory of all devices in MiB, by ordinal; 0: the
+    /// device cannot be used, the others keep their numbers.
     void SelectDevices(const CConfigFile& rConfig, const std::vector<int>& rMemory);
 
     int GetNumDevices() const { return static_cast<int>(m_viDeviceID.size()); }

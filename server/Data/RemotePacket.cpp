@@ -33,13 +33,12 @@ bool CRemotePacket::RecvData(std::uint32_t uiCeiling)
 
 bool CRemotePacket::RecvData(const UploadTarget& rTarget)
 {
-    const auto [aWords, aFloats] = rTarget;
-    Util_TcpServer* pServer = Util_TcpServer::GetInstance();
-    if (!pServer->DoRecv(aWords.data(), aWords.size_bytes())) return false;
-    if (!pServer->DoRecv(aFloats.data(), aFloats.size_bytes())) return false;
-    CByteOrder::GetInstance()->SwapFour(aWords.data(), aWords.size_bytes());
-    CByteOrder::GetInstance()->SwapFour(aFloats.data(), aFloats.size_bytes());
-    return mDrop(GetOptSize() - aWords.size_bytes() - aFloats.size_bytes());
+    for (const std::span<std::byte> aPart : {rTarget.aFirst, rTarget.aSecond})
+    {
+        if (!Util_TcpServer::GetInstance()->DoRecv(aPart.data(), aPart.size())) return false;
+        CByteOrder::GetInstance()->SwapFour(aPart.data(), aPart.size());
+    }
+    return true;
 }
 
 bool CRemotePacket::mDrop(std::size_t tBytes)

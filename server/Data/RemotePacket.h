@@ -21,7 +21,8 @@ public:
     /// Receives the data that the header announces. Only the first uiCeiling bytes are kept, the
     /// rest is read and dropped. Without memory all of it is dropped; HasLostData() tells then.
     [[nodiscard]] bool RecvData(std::uint32_t uiCeiling);
-    /// Receives the data straight into a holder, in our byte order.
+    /// Receives the data straight into a holder, which must take all of it, in our byte order; 1 to
+    /// 3 bytes after the last whole word stay as they are.
     [[nodiscard]] bool RecvData(const UploadTarget& rTarget);
     /// Header and data, with GetMaxBytes() as the ceiling.
     [[nodiscard]] bool RecvFromClient() { return RecvHeader() && RecvData(GetMaxBytes()); }

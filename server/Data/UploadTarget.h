@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <span>
 
-/// Memory of a holder that the data of an upload is received into, without a copy in between: first
-/// the words, then the floats. Both are as long as the data, a rest of less than 4 bytes aside.
+/// Memory of a holder that the data of an upload is received into, without a copy in between. Both
+/// parts together are as long as the data, and both begin with a word of it.
 struct UploadTarget
 {
-    std::span<std::uint32_t> aWords;
-    std::span<float> aFloats;
+    std::span<std::byte> aFirst;
+    std::span<std::byte> aSecond;
 };

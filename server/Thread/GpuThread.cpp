@@ -6,7 +6,6 @@
 #include "Util/Util_Time.h"
 #include "gpulib/Device/DeviceCtx.h"
 #include "server/Data/Recon/ProjData.h"
-#include "server/Data/Recon/Rfactor.h"
 #include "server/Thread/CompareMain.h"
 #include "server/Thread/JobStatus.h"
 #include "server/Thread/ProjMain.h"
@@ -53,7 +52,7 @@ bool CGpuThread::Reconstruct(std::string& rReason)
     mRunAll(eReconstruct);
     CReconMain::FreeMemory();
     if (mHasSucceeded(rReason)) return true;
-    CRfactor::GetInstance()->SetSize(0, 0);  // the workers that came to their end have added
+    CReconMain::Discard();
     return false;
 }
 

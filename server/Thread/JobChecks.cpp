@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <numeric>
 #include <span>
 
 #include "Util/Util_Volume.h"
@@ -116,6 +117,12 @@ bool CheckIterations(std::string& rReason)
         return Refuse(rReason, "%u iterations of %u subsets and %u projections are too many",
                       rOpt.GetIterations(), rOpt.GetNumSets(),
                       CSetOp::GetInstance()->GetNumIndices());
+    const auto uiSizes = rOpt.GetSetSizes();
+    const auto ulSum = std::accumulate(uiSizes.begin(), uiSizes.end(), std::uint64_t{0});
+    if (ulSum > std::numeric_limits<std::uint32_t>::max())
+        return Refuse(rReason, "the %zu subsets have %llu projections together, at most %u",
+                      uiSizes.size(), static_cast<unsigned long long>(ulSum),
+                      std::numeric_limits<std::uint32_t>::max());
     const auto fRelax = rOpt.GetRelax();
     for (std::size_t i = 0; i < fRelax.size(); ++i)
         if (!std::isfinite(fRelax[i]))
@@ -166,7 +173,8 @@ namespace
 const Util_Volume* GetKernelInUse()
 {
     const CSmoothOpt& rSmooth = *CSmoothOpt::GetInstance();
-    return rSmooth.GetInterval() > 0 ? rSmooth.GetKernel() : nullptr;
+    const Util_Volume* const pKernel = rSmooth.GetKernel();
+    return rSmooth.GetInterval() > 0 && pKernel && pKernel->GetData() ? pKernel : nullptr;
 }
 }  // namespace
 
@@ -179,8 +187,6 @@ bool CheckSmooth(std::string& rReason)
         if (!std::isfinite(fKernel[i]))
             return Refuse(rReason, "value %zu of the smoothing kernel is %g", i,
                           double(fKernel[i]));
-    if (std::ranges::all_of(fKernel, [](float fValue) { return fValue == 0.0f; }))
-        return Refuse(rReason, "all values of the smoothing kernel are 0");
     return true;
 }
 

@@ -53,6 +53,12 @@ void CReconMain::Prepare()
     CRfactor::GetInstance()->SetSize(CSetOp::GetInstance()->GetNumIndices(), rOpt.GetIterations());
 }
 
+void CReconMain::Discard()
+{
+    if (IsIterative(CReconOpt::GetInstance()->GetReconCmd()))
+        CRfactor::GetInstance()->SetSize(0, 0);
+}
+
 void CReconMain::CalcSubsetDim(int iWorkers)
 {
     m_aBands.Calculate(static_cast<int>(CProjData::GetInstance()->GetY()), iWorkers);

@@ -21,6 +21,8 @@ public:
     [[nodiscard]] static bool Validate(std::string& rReason);
     /// Sizes the R-factor store and clears it. Plain back projection leaves the store alone.
     static void Prepare();
+    /// After a failure: the sums of the workers that came to their end go.
+    static void Discard();
     /// Cuts the rows of the stack into bands for iWorkers workers.
     static void CalcSubsetDim(int iWorkers);
     static void FreeMemory() { m_aBands.FreeMemory(); }

@@ -355,11 +355,9 @@ TEST_F(JobMain, WhatCannotRunIsRefused)
              mSetOptions(1, 1, {7}, {1});
              mSetKernel(1, {1, 1, 5}, {1, 1, 1, std::numeric_limits<float>::infinity(), 1});
          }},
-        {"all values of the smoothing kernel are 0",
-         []
-         {
-             mSetOptions(2, 1, {7}, {1});
-             mSetKernel(1, {2, 1, 1}, {0, 0});
+        {"the 3 subsets have 4294967296 projections together, at most 4294967295",
+         [] {
+             mSetOptions(2, 1, {0x7fffffff, 0x7fffffff, 2}, {1, 1, 1});
          }},
         {"the weight box is at (0, 0) with half size (3e+38, 1)",
          [] {

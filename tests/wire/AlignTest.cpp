@@ -12,7 +12,7 @@
 
 namespace
 {
-using Words = RawClient::Words;
+using Words = CRawClient::Words;
 constexpr std::uint32_t g_uiX = 60, g_uiY = 41;
 constexpr std::uint32_t g_uiMax = 0xffffffffu;
 
@@ -52,16 +52,17 @@ Words CompareShift(float fU, float fV)
 }
 
 /// Projection 2 of the stack is the picture, measured projection 1 the picture moved.
-void Load(RawClient& rClient, float fRight, float fDown)
+void Load(CRawClient& rClient, float fRight, float fDown)
 {
     ASSERT_TRUE(rClient.Ask(Msg::eProjSize, {g_uiX, g_uiY, 3}));
     Words vuiRanges;
     for (std::uint32_t y = 0; y < g_uiY; ++y) vuiRanges.insert(vuiRanges.end(), {0, g_uiX});
     const auto aSet =
-        rClient.Ask(Msg::eProjSet, {2}, Join(vuiRanges, RawClient::ToWords(Picture(0, 0))));
+        rClient.Ask(Msg::eProjSet, {2}, Join(vuiRanges, CRawClient::ToWords(Picture(0, 0))));
     ASSERT_TRUE(aSet && aSet->Field(5) == 0);
     ASSERT_TRUE(rClient.Ask(Msg::eMProjSize, {g_uiX, g_uiY, 2}));
-    const auto aMSet = rClient.Ask(Msg::eMProjSet, {1}, RawClient::ToWords(Picture(fRight, fDown)));
+    const auto aMSet =
+        rClient.Ask(Msg::eMProjSet, {1}, CRawClient::ToWords(Picture(fRight, fDown)));
     ASSERT_TRUE(aMSet && aMSet->Field(5) == 0);
 }
 
@@ -87,9 +88,9 @@ INSTANTIATE_TEST_SUITE_P(ByteOrders, Align, testing::Bool());
 
 TEST_P(Align, ShiftIsFoundByCompareAndUndoneByTransform)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
-    RawClient aClient(aServer.GetPort(), GetParam());
+    CRawClient aClient(aServer.GetPort(), GetParam());
     ASSERT_TRUE(aClient.Send(Msg::eByteOrder, {0x1234ABCDu}));
     Load(aClient, 3, -2);
     double dBest = -2;
@@ -158,14 +159,14 @@ TEST_P(Align, ShiftIsFoundByCompareAndUndoneByTransform)
 
 TEST_P(Align, LogarithmsTakeTheirScaleFromTheData)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
-    RawClient aClient(aServer.GetPort(), GetParam());
+    CRawClient aClient(aServer.GetPort(), GetParam());
     ASSERT_TRUE(aClient.Send(Msg::eByteOrder, {0x1234ABCDu}));
     Load(aClient, 0, 0);
     // min(s2, s4 ln(s5 / max(s3, s0 p + s1)))
     const std::vector<float> vfScale = {2, 0.5f, 1.9f, 3, 1.5f, 9};
-    const Words vuiScale = RawClient::ToWords(vfScale);
+    const Words vuiScale = CRawClient::ToWords(vfScale);
     const auto aSums =
         aClient.Ask(Msg::eComparel,
                     Join({1, 2, 0, 0, Bits(1), 0, 0, Bits(1), 0, 0}, {vuiScale[0], vuiScale[1]}),
@@ -210,9 +211,9 @@ TEST(AlignSession, SumsDoNotDependOnTheWorkers)
     for (const char* pcBusy : {"1,2,3,4,5,6,7,8,9,10,11,12,13,14,15", "2,3,4,5,6,7", ""})
     {
         SCOPED_TRACE(pcBusy);
-        ServerProcess aServer;
+        CServerProcess aServer;
         aServer.Start({{"TALVEN_BUSY_GPUS", pcBusy}});
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         Load(aClient, 1.5f, 0);
         Words vuiFirst;
         for (int i = 0; i < 5; ++i)
@@ -252,9 +253,9 @@ TEST(AlignSession, BadRequestsAreRefusedOnceAndChangeNothing)
         {Msg::eCompare, "COMPARE", CompareShift(0, 0), {Bits(9)}, 4},
         {Msg::eComparel, "COMPAREL", CompareShift(0, 0), {Bits(9), Bits(1), Bits(1), Bits(1)}, 4},
     };
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
-    RawClient aClient(aServer.GetPort());
+    CRawClient aClient(aServer.GetPort());
     const auto Refused = [&](const auto& rGood, const Words& rFields, const Words& rData)
     {
         const bool bCompare = rGood.uiType == Msg::eCompare || rGood.uiType == Msg::eComparel;
@@ -315,11 +316,11 @@ TEST(AlignSession, BadRequestsAreRefusedOnceAndChangeNothing)
 
 TEST(AlignSession, CompareStateOutlivesTheClientAndTheTimerNeedsAStart)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
     Words vuiSums;
     {
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         const auto aNone = aClient.Ask(Msg::eCompReply);
         ASSERT_TRUE(aNone);
         for (int i = 5; i <= 14; ++i) EXPECT_EQ(aNone->Field(i), 0u) << i;
@@ -330,7 +331,7 @@ TEST(AlignSession, CompareStateOutlivesTheClientAndTheTimerNeedsAStart)
         // A transform leaves the sums alone.
         ASSERT_TRUE(aClient.Ask(Msg::eTransform, Join(Shift(9, 9), {Bits(1), 0, Bits(9)})));
     }
-    RawClient aNext(aServer.GetPort());
+    CRawClient aNext(aServer.GetPort());
     const auto aAgain = aNext.Ask(Msg::eCompReply);
     ASSERT_TRUE(aAgain);
     EXPECT_EQ(Words(aAgain->auiFields.begin() + 7, aAgain->auiFields.begin() + 15), vuiSums);

@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 
 namespace
 {
-using Words = RawClient::Words;
+using Words = CRawClient::Words;
 using Clock = std::chrono::steady_clock;
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -44,21 +44,21 @@ constexpr bool g_bSanitized = g_bAddress || g_bThread;  // memory is the sanitiz
 constexpr std::uint32_t g_uiEdge = 1024;  // of a large slice: 4 MiB
 
 /// Two workers at most, so that the cases cost the same on every machine.
-const ServerProcess::Environment g_aTwoDevices = {
+const CServerProcess::Environment g_aTwoDevices = {
     {"TALVEN_BUSY_GPUS", "2,3,4,5,6,7,8,9,10,11,12,13,14,15"}};
 
 /// A session of its own with a small job: the sums along Z of a block of 1 in row 0 and of 2 in row
 /// 1, four slices deep, seen at 0 degrees.
 void ExpectSmallJob(int iPort)
 {
-    RawClient aClient(iPort);
+    CRawClient aClient(iPort);
     ASSERT_TRUE(aClient.IsConnected());
     ASSERT_TRUE(aClient.Send(Msg::eByteOrder, {0x1234ABCDu}));
     ASSERT_TRUE(aClient.Ask(Msg::eProjSize, {5, 2, 1}));
     ASSERT_TRUE(aClient.Ask(Msg::eVolSize, {5, 2, 4}));
     const std::vector<float> vfSlice = {1, 1, 1, 1, 1, 2, 2, 2, 2, 2};
     for (std::uint32_t z = 0; z < 4; ++z)
-        ASSERT_TRUE(aClient.Ask(Msg::eVolSet, {z}, RawClient::ToWords(vfSlice)));
+        ASSERT_TRUE(aClient.Ask(Msg::eVolSet, {z}, CRawClient::ToWords(vfSlice)));
     const auto aDone = aClient.Ask(Msg::eReproject);
     ASSERT_TRUE(aDone);
     EXPECT_EQ(aDone->Field(5), 0u);
@@ -70,7 +70,7 @@ void ExpectSmallJob(int iPort)
 }
 
 /// A stack and a volume for a SART job of iIterations.
-void UploadJob(RawClient& rClient, std::uint32_t uiEdge, std::uint32_t uiIterations)
+void UploadJob(CRawClient& rClient, std::uint32_t uiEdge, std::uint32_t uiIterations)
 {
     constexpr std::uint32_t uiProjs = 30;
     Words vuiPairs;
@@ -84,50 +84,50 @@ void UploadJob(RawClient& rClient, std::uint32_t uiEdge, std::uint32_t uiIterati
 }
 
 // What a client may be in the middle of. Each leaves a server that waits for it or works for it.
-void SendHalfAHeader(RawClient& rClient, ServerProcess&)
+void SendHalfAHeader(CRawClient& rClient, CServerProcess&)
 {
     ASSERT_TRUE(rClient.SendBytes("0123456789", 10));
 }
-void SendHalfASlice(RawClient& rClient, ServerProcess&)
+void SendHalfASlice(CRawClient& rClient, CServerProcess&)
 {
     ASSERT_TRUE(rClient.Ask(Msg::eVolSize, {g_uiEdge, g_uiEdge, 2}));
     ASSERT_TRUE(rClient.SendHeader(Msg::eVolSet, {1}, 4 * g_uiEdge * g_uiEdge));
     const Words vuiHalf(g_uiEdge * g_uiEdge / 2, Bits(1.0f));
     ASSERT_TRUE(rClient.SendBytes(vuiHalf.data(), 4 * vuiHalf.size()));
 }
-void SendPartOfUnusedData(RawClient& rClient, ServerProcess&)
+void SendPartOfUnusedData(CRawClient& rClient, CServerProcess&)
 {
     ASSERT_TRUE(rClient.SendHeader(777, {}, 0xffffffffu));
     ASSERT_TRUE(rClient.SendBytes("abc", 3));
 }
-void StartShortJob(RawClient& rClient, ServerProcess& rServer)
+void StartShortJob(CRawClient& rClient, CServerProcess& rServer)
 {
     UploadJob(rClient, 64, 3);
     const int iJobs = rServer.CountInOutput("Info: Start reconstruction.");
     ASSERT_TRUE(rClient.Send(Msg::eReconstruct));
     ASSERT_TRUE(rServer.WaitForOutput("Info: Start reconstruction.", iJobs + 1));
 }
-void StartLongJob(RawClient& rClient, ServerProcess& rServer)
+void StartLongJob(CRawClient& rClient, CServerProcess& rServer)
 {
     UploadJob(rClient, 512, 1000);
     ASSERT_TRUE(rClient.Send(Msg::eReconstruct));
     ASSERT_TRUE(rServer.WaitForOutput("Info: Start reconstruction."));
     std::this_thread::sleep_for(100ms);
 }
-void ReadHalfAReply(RawClient& rClient, ServerProcess&)
+void ReadHalfAReply(CRawClient& rClient, CServerProcess&)
 {
     ASSERT_TRUE(rClient.Ask(Msg::eVolSize, {g_uiEdge, g_uiEdge, 2}));
     ASSERT_TRUE(rClient.Send(Msg::eVolGet, {0}));
     EXPECT_FALSE(rClient.IsSilent(10));  // the reply has begun
 }
-void AskForMuchAndReadNothing(RawClient& rClient, ServerProcess&)
+void AskForMuchAndReadNothing(CRawClient& rClient, CServerProcess&)
 {
     ASSERT_TRUE(rClient.Ask(Msg::eVolSize, {g_uiEdge, g_uiEdge, 2}));
     for (int i = 0; i < 50; ++i) ASSERT_TRUE(rClient.Send(Msg::eVolGet, {0}));
     EXPECT_FALSE(rClient.IsSilent(10));
     std::this_thread::sleep_for(50ms);  // until the socket is full
 }
-void SendNothing(RawClient& rClient, ServerProcess&)
+void SendNothing(CRawClient& rClient, CServerProcess&)
 {
     ASSERT_TRUE(rClient.IsConnected());
 }
@@ -135,12 +135,12 @@ void SendNothing(RawClient& rClient, ServerProcess&)
 struct Moment
 {
     const char* pcWhat;
-    void (*pfnEnter)(RawClient& rClient, ServerProcess& rServer);
+    void (*pfnEnter)(CRawClient& rClient, CServerProcess& rServer);
 };
 
 TEST(Fault, ClientsMayGoAtAnyMoment)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start(g_aTwoDevices);
     for (const auto& [pcWhat, pfnEnter] :
          {Moment{"nothing sent", SendNothing}, Moment{"half a header", SendHalfAHeader},
@@ -151,7 +151,7 @@ TEST(Fault, ClientsMayGoAtAnyMoment)
         for (const bool bReset : {false, true})
         {
             SCOPED_TRACE(testing::Message() << pcWhat << (bReset ? ", reset" : ", closed"));
-            RawClient aClient(aServer.GetPort());
+            CRawClient aClient(aServer.GetPort());
             pfnEnter(aClient, aServer);
             bReset ? aClient.Reset() : aClient.Close();
             ExpectSmallJob(aServer.GetPort());
@@ -161,9 +161,9 @@ TEST(Fault, ClientsMayGoAtAnyMoment)
 
 TEST(Fault, IdleTimeoutDropsWhoeverStalls)
 {
-    ServerProcess::Environment aEnvironment = g_aTwoDevices;
+    CServerProcess::Environment aEnvironment = g_aTwoDevices;
     aEnvironment["TALVEN_IDLE_TIMEOUT"] = "0.5";
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start(aEnvironment);
     for (const auto& [pcWhat, pfnEnter] :
          {Moment{"nothing sent", SendNothing}, Moment{"half a header", SendHalfAHeader},
@@ -171,14 +171,14 @@ TEST(Fault, IdleTimeoutDropsWhoeverStalls)
           Moment{"replies that nobody reads", AskForMuchAndReadNothing}})
     {
         SCOPED_TRACE(pcWhat);
-        RawClient aStalled(aServer.GetPort());
+        CRawClient aStalled(aServer.GetPort());
         pfnEnter(aStalled, aServer);
         const auto aStart = Clock::now();
         ExpectSmallJob(aServer.GetPort());  // waits until the other one is dropped
         EXPECT_GT(Clock::now() - aStart, 300ms);
         EXPECT_LT(Clock::now() - aStart, 15s);
     }
-    RawClient aSlow(aServer.GetPort());  // sends a little often enough
+    CRawClient aSlow(aServer.GetPort());  // sends a little often enough
     ASSERT_TRUE(aSlow.Ask(Msg::eVolSize, {5, 1, 1}));
     ASSERT_TRUE(aSlow.SendHeader(Msg::eVolSet, {0}, 20));
     const Words vuiSlice(5, Bits(1.0f));
@@ -210,7 +210,7 @@ void KnockAndLeave(int iPort, int iTimes)
 
 TEST(Fault, CrowdsAreServedOneByOne)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start(g_aTwoDevices);
     ExpectSmallJob(aServer.GetPort());
     for (int iRound = 0; iRound < 3; ++iRound)
@@ -219,10 +219,10 @@ TEST(Fault, CrowdsAreServedOneByOne)
         ExpectSmallJob(aServer.GetPort());
     }
     // As many as the queue takes wait, each gets its own session.
-    std::vector<std::unique_ptr<RawClient>> vpClients;
+    std::vector<std::unique_ptr<CRawClient>> vpClients;
     for (int i = 0; i < 8; ++i)
     {
-        vpClients.push_back(std::make_unique<RawClient>(aServer.GetPort()));
+        vpClients.push_back(std::make_unique<CRawClient>(aServer.GetPort()));
         const auto uiSize = static_cast<std::uint32_t>(i + 1);
         ASSERT_TRUE(vpClients.back()->Send(Msg::eVolSize, {uiSize, 1, 1}));
         ASSERT_TRUE(vpClients.back()->Send(Msg::eVolGet, {0}));
@@ -248,7 +248,7 @@ std::string ReadText(const fs::path& rPath)
     return aText.str();
 }
 
-fs::path FindLog(const ServerProcess& rServer)
+fs::path FindLog(const CServerProcess& rServer)
 {
     for (const auto& rEntry : fs::directory_iterator(rServer.GetHome() / "temp")) return rEntry;
     return {};
@@ -270,9 +270,9 @@ TEST(Fault, SignalsEndTheServerAtOnceWhateverItDoes)
           Case{{"unread replies", AskForMuchAndReadNothing}, SIGTERM, 0}})
     {
         SCOPED_TRACE(testing::Message() << aMoment.pcWhat << ", signal " << iSignal);
-        ServerProcess aServer;
+        CServerProcess aServer;
         aServer.Start(g_aTwoDevices);
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         ASSERT_TRUE(aServer.WaitForOutput("Info: Client has been connected."));
         if (aMoment.pfnEnter)
             aMoment.pfnEnter(aClient, aServer);
@@ -288,7 +288,7 @@ TEST(Fault, SignalsEndTheServerAtOnceWhateverItDoes)
 }
 
 /// A server whose console is a pipe. \return the end to read from
-int StartOnPipe(ServerProcess& rServer)
+int StartOnPipe(CServerProcess& rServer)
 {
     int aiPipe[2] = {-1, -1};
     EXPECT_EQ(pipe2(aiPipe, O_CLOEXEC), 0);
@@ -299,7 +299,7 @@ int StartOnPipe(ServerProcess& rServer)
 
 TEST(Fault, TheConsoleMayClose)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     const int iConsole = StartOnPipe(aServer);
     char cFirst = 0;
     ASSERT_EQ(read(iConsole, &cFirst, 1), 1);
@@ -311,9 +311,9 @@ TEST(Fault, TheConsoleMayClose)
 TEST(Fault, AConsoleThatNobodyReadsDoesNotDelayTheEnd)
 {
     if (g_bThread) GTEST_SKIP() << "the sanitizer writes to the console before the end";
-    ServerProcess aServer;
+    CServerProcess aServer;
     const int iConsole = StartOnPipe(aServer);
-    RawClient aClient(aServer.GetPort());
+    CRawClient aClient(aServer.GetPort());
     for (int i = 0; i < 3000; ++i) ASSERT_TRUE(aClient.Send(Msg::eLog));  // more than a pipe holds
     std::this_thread::sleep_for(100ms);
     kill(aServer.GetPid(), SIGTERM);
@@ -347,7 +347,7 @@ double ReadCpuTime(pid_t iPid)
 }
 
 /// Name of today's log as the server will make it.
-fs::path GuessLog(const ServerProcess& rServer)
+fs::path GuessLog(const CServerProcess& rServer)
 {
     const std::time_t tNow = std::time(nullptr);
     std::tm aNow = {};
@@ -362,19 +362,19 @@ TEST(Fault, ALogThatCannotBeWrittenCostsNothingElse)
     const struct
     {
         const char* pcWhat;
-        void (*pfnBreak)(const ServerProcess& rServer);
+        void (*pfnBreak)(const CServerProcess& rServer);
         int iErrors;  // lines that say so, one per client
     } aCases[] = {
-        {"no space", [](const ServerProcess& r) { fs::create_symlink("/dev/full", GuessLog(r)); },
+        {"no space", [](const CServerProcess& r) { fs::create_symlink("/dev/full", GuessLog(r)); },
          2},
-        {"a folder in its place", [](const ServerProcess& r) { fs::create_directory(GuessLog(r)); },
-         0},
-        {"no folder for it", [](const ServerProcess& r) { fs::remove(r.GetHome() / "temp"); }, 0},
+        {"a folder in its place",
+         [](const CServerProcess& r) { fs::create_directory(GuessLog(r)); }, 0},
+        {"no folder for it", [](const CServerProcess& r) { fs::remove(r.GetHome() / "temp"); }, 0},
     };
     for (const auto& [pcWhat, pfnBreak, iErrors] : aCases)
     {
         SCOPED_TRACE(pcWhat);
-        ServerProcess aServer;
+        CServerProcess aServer;
         aServer.Start(g_aTwoDevices);
         pfnBreak(aServer);
         ExpectSmallJob(aServer.GetPort());
@@ -394,14 +394,14 @@ void SetLimit(pid_t iPid, __rlimit_resource eWhat, rlim_t tLimit)
 
 TEST(Fault, ALogThatWasCutOffGoesOnWithAWholeLine)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start(g_aTwoDevices, "", [] { SetLimit(0, RLIMIT_FSIZE, 700); });
     ExpectSmallJob(aServer.GetPort());
     const fs::path aLog = FindLog(aServer);
     EXPECT_EQ(fs::file_size(aLog), 700u);
     ASSERT_NE(ReadText(aLog).back(), '\n');  // or choose another limit
 
-    RawClient aClient(aServer.GetPort());
+    CRawClient aClient(aServer.GetPort());
     ASSERT_TRUE(aClient.Ask(Msg::eServerProp));
     SetLimit(aServer.GetPid(), RLIMIT_FSIZE, RLIM_INFINITY);
     ASSERT_TRUE(aClient.Ask(Msg::eVolSize, {1, 1, 1}));
@@ -413,7 +413,7 @@ TEST(Fault, ClientsWaitWhileDescriptorsAreShort)
     if (g_bAddress) GTEST_SKIP() << "the sanitizer needs descriptors for its checks";
     const std::string strReason = "Error: A client has to wait: Too many open files.";
     constexpr rlim_t tConsoleAndPort = 4;
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start(g_aTwoDevices);
     ASSERT_TRUE(aServer.WaitForOutput("Info: GPU 0 is used"));  // the port is opened next
     while (aServer.IsRunning() && CountDescriptors(aServer.GetPid()) < int(tConsoleAndPort))
@@ -423,7 +423,7 @@ TEST(Fault, ClientsWaitWhileDescriptorsAreShort)
         SCOPED_TRACE(iTimes);
         const pid_t iPid = aServer.GetPid();
         SetLimit(iPid, RLIMIT_NOFILE, tConsoleAndPort);
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         ASSERT_TRUE(aClient.Send(Msg::eServerProp));
         ASSERT_TRUE(aServer.WaitForOutput(strReason, iTimes));
         const double dBefore = ReadCpuTime(iPid);
@@ -449,9 +449,9 @@ TEST(Fault, RequestsAreRefusedWhileMemoryIsShort)
     for (const rlim_t tMiB : {0, 4, 12, 24, 48})
     {
         SCOPED_TRACE(testing::Message() << tMiB << " MiB to spare");
-        ServerProcess aServer;
+        CServerProcess aServer;
         aServer.Start(g_aTwoDevices);
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         ASSERT_TRUE(aClient.Ask(Msg::eServerProp));
         const long lKiB = ReadStatus(aServer.GetPid(), "VmSize");
         SetLimit(aServer.GetPid(), RLIMIT_AS, 1024 * static_cast<rlim_t>(lKiB) + (tMiB << 20));
@@ -481,7 +481,7 @@ TEST(Fault, RequestsAreRefusedWhileMemoryIsShort)
 TEST(Fault, AThousandSessionsLeaveNothingBehind)
 {
     const int iSessions = g_bSanitized ? 200 : 1000;
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start(g_aTwoDevices);
     long lMemory = 0, lDescriptors = 0;
     for (int i = 1; i <= iSessions; ++i)

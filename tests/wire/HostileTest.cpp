@@ -10,12 +10,12 @@
 
 namespace
 {
-using Words = RawClient::Words;
+using Words = CRawClient::Words;
 constexpr std::uint32_t g_uiMax = 0xffffffffu;
 const std::uint32_t g_uiNaN = Bits(std::numeric_limits<float>::quiet_NaN());
 
 /// A healthy little session: it must still be possible.
-void ExpectHealthy(RawClient& rClient)
+void ExpectHealthy(CRawClient& rClient)
 {
     const auto aSize = rClient.Ask(Msg::eVolSize, {3, 2, 2});
     ASSERT_TRUE(aSize);
@@ -68,8 +68,8 @@ const BadRequest g_aBadRequests[] = {
     {"options too short", {true}, Msg::eReconOpt, {1, 3, 2, 0, 0}, Words(5), "RECONOPT"},
     {"options that wrap", {true}, Msg::eReconOpt, {1, 1u << 31, 2, 0, 0}, Words(2), "RECONOPT"},
     {"four billion subsets", {true}, Msg::eReconOpt, {2, 1, g_uiMax, 0, 0}, Words(2), "RECONOPT"},
-    {"kernel of nothing", {}, Msg::eSmoothOpt, {1, 0, 3, 3}, {}, "SMOOTHOPT"},
-    {"kernel too short", {}, Msg::eSmoothOpt, {1, 3, 3, 3}, Words(26), "SMOOTHOPT"},
+    {"kernel of nothing with data", {}, Msg::eSmoothOpt, {1, 0, 3, 3}, Words(1), "SMOOTHOPT"},
+    {"kernel too long", {}, Msg::eSmoothOpt, {1, 3, 3, 3}, Words(28), "SMOOTHOPT"},
     {"kernel of 2^93", {}, Msg::eSmoothOpt, {1, g_uiMax, g_uiMax, g_uiMax}, Words(4), "SMOOTHOPT"},
     {"nothing to reconstruct", {}, Msg::eReconstruct, {}, {}, "RECONSTRUCT"},
     {"no volume", {true}, Msg::eReconstruct, {}, {}, "RECONSTRUCT"},
@@ -86,12 +86,12 @@ const BadRequest g_aBadRequests[] = {
 
 TEST(Hostile, BadRequestsAreRefusedOnceAndChangeNothing)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
     for (const BadRequest& rBad : g_aBadRequests)
     {
         SCOPED_TRACE(rBad.pcWhat);
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         ASSERT_TRUE(aClient.Send(Msg::eByteOrder, {0x1234ABCDu}));
         if (rBad.aSetup.bStack) aClient.Ask(Msg::eProjSize, {4, 3, 5});
         if (rBad.aSetup.bVolume) aClient.Ask(Msg::eVolSize, {4, 3, 6});
@@ -137,14 +137,14 @@ TEST(Hostile, JobsRefuseWhatTheyCannotUse)
         {"volume of other height", Msg::eVolSize, {4, 2, 6}, {}},
         {"box NaN", Msg::eWeightOpt, {1, 1, g_uiNaN, 0, 0, 0}, {}},
         {"kernel NaN", Msg::eSmoothOpt, {1, 2, 1, 1}, {Bits(1), g_uiNaN}},
-        {"kernel of zeros", Msg::eSmoothOpt, {1, 2, 1, 1}, {0, 0}},
+        {"subsets that wrap", Msg::eReconOpt, {1, 1, 2}, {g_uiMax, 1, Bits(1), Bits(1)}},
     };
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
     for (const auto& rCase : aCases)
     {
         SCOPED_TRACE(rCase.pcWhat);
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         ASSERT_TRUE(aClient.Ask(Msg::eWeightOpt, {0, 0}));  // survives from client to client
         ASSERT_TRUE(aClient.Ask(Msg::eProjSize, {4, 3, 5}));
         ASSERT_TRUE(aClient.Ask(Msg::eVolSize, {4, 3, 6}));
@@ -170,19 +170,19 @@ TEST(Hostile, JobsRefuseWhatTheyCannotUse)
 
 TEST(Hostile, RandomBytesAndRandomPacketsDoNoHarm)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
     std::mt19937 aRandom(4711);  // NOLINT: the same bytes every time
     for (int iRound = 0; iRound < 20; ++iRound)
     {
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         Words vuiGarbage(64);
         for (std::uint32_t& rWord : vuiGarbage) rWord = aRandom();
         aClient.SendBytes(vuiGarbage.data(), 4 * vuiGarbage.size());
     }
     for (int iRound = 0; iRound < 20; ++iRound)
     {
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         for (int i = 0; i < 40; ++i)
         {
             Words vuiFields(12), vuiData(aRandom() % 64);
@@ -194,7 +194,7 @@ TEST(Hostile, RandomBytesAndRandomPacketsDoNoHarm)
             ASSERT_TRUE(aClient.Send(uiType, vuiFields, vuiData));
         }
     }
-    RawClient aHealthy(aServer.GetPort());
+    CRawClient aHealthy(aServer.GetPort());
     ExpectHealthy(aHealthy);
     EXPECT_TRUE(aServer.IsRunning());
 }

@@ -36,7 +36,7 @@ std::vector<float> Packet::Floats() const
     return vfValues;
 }
 
-RawClient::RawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
+CRawClient::CRawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
 {
     sockaddr_in aAddress = {};
     aAddress.sin_family = AF_INET;
@@ -54,27 +54,27 @@ RawClient::RawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
     }
 }
 
-void RawClient::Close()
+void CRawClient::Close()
 {
     if (m_iSocket != -1) close(m_iSocket);
     m_iSocket = -1;
 }
 
-void RawClient::Reset()
+void CRawClient::Reset()
 {
     const linger aLinger = {1, 0};
     setsockopt(m_iSocket, SOL_SOCKET, SO_LINGER, &aLinger, sizeof aLinger);
     Close();
 }
 
-void RawClient::CutAfter(std::size_t tBytes, bool bReset)
+void CRawClient::CutAfter(std::size_t tBytes, bool bReset)
 {
     m_tLeft = tBytes;
     m_bCutResets = bReset;
     mCount(0);
 }
 
-void RawClient::mCount(std::size_t tBytes)
+void CRawClient::mCount(std::size_t tBytes)
 {
     m_tLeft -= tBytes;
     if (m_tLeft > 0) return;
@@ -82,19 +82,19 @@ void RawClient::mCount(std::size_t tBytes)
     Close();
 }
 
-std::uint32_t RawClient::mOrder(std::uint32_t uiValue) const
+std::uint32_t CRawClient::mOrder(std::uint32_t uiValue) const
 {
     return m_bSwap ? __builtin_bswap32(uiValue) : uiValue;
 }
 
-RawClient::Words RawClient::ToWords(const std::vector<float>& vfValues)
+CRawClient::Words CRawClient::ToWords(const std::vector<float>& vfValues)
 {
     Words vuiWords(vfValues.size());
     for (std::size_t i = 0; i < vuiWords.size(); ++i) vuiWords[i] = Bits(vfValues[i]);
     return vuiWords;
 }
 
-bool RawClient::SendBytes(const void* pvData, std::size_t tBytes)
+bool CRawClient::SendBytes(const void* pvData, std::size_t tBytes)
 {
     const char* pcNext = static_cast<const char*>(pvData);
     while (tBytes > 0)
@@ -108,7 +108,7 @@ bool RawClient::SendBytes(const void* pvData, std::size_t tBytes)
     return true;
 }
 
-bool RawClient::SendHeader(std::uint32_t uiType, const Words& vuiFields, std::uint32_t uiOptSize)
+bool CRawClient::SendHeader(std::uint32_t uiType, const Words& vuiFields, std::uint32_t uiOptSize)
 {
     std::array<std::uint32_t, 16> auiHeader{};
     auiHeader[0] = uiType;
@@ -119,15 +119,17 @@ bool RawClient::SendHeader(std::uint32_t uiType, const Words& vuiFields, std::ui
     return SendBytes(auiHeader.data(), sizeof auiHeader);
 }
 
-bool RawClient::Send(std::uint32_t uiType, const Words& vuiFields, const Words& vuiData)
+bool CRawClient::Send(std::uint32_t uiType, const Words& vuiFields, const Words& vuiData,
+                      const std::string& strTail)
 {
     Words vuiWire(vuiData);
     for (std::uint32_t& rWord : vuiWire) rWord = mOrder(rWord);
-    return SendHeader(uiType, vuiFields, static_cast<std::uint32_t>(4 * vuiWire.size())) &&
-           SendBytes(vuiWire.data(), 4 * vuiWire.size());
+    const std::size_t tBytes = 4 * vuiWire.size();
+    return SendHeader(uiType, vuiFields, static_cast<std::uint32_t>(tBytes + strTail.size())) &&
+           SendBytes(vuiWire.data(), tBytes) && SendBytes(strTail.data(), strTail.size());
 }
 
-bool RawClient::mReceiveAll(void* pvData, std::size_t tBytes)
+bool CRawClient::mReceiveAll(void* pvData, std::size_t tBytes)
 {
     char* pcNext = static_cast<char*>(pvData);
     while (tBytes > 0)
@@ -142,7 +144,7 @@ bool RawClient::mReceiveAll(void* pvData, std::size_t tBytes)
     return true;
 }
 
-std::optional<Packet> RawClient::Receive()
+std::optional<Packet> CRawClient::Receive()
 {
     Packet aPacket;
     if (!mReceiveAll(aPacket.auiFields.data(), sizeof aPacket.auiFields)) return std::nullopt;
@@ -154,8 +156,8 @@ std::optional<Packet> RawClient::Receive()
     return aPacket;
 }
 
-std::optional<Packet> RawClient::Ask(std::uint32_t uiType, const Words& vuiFields,
-                                     const Words& vuiData)
+std::optional<Packet> CRawClient::Ask(std::uint32_t uiType, const Words& vuiFields,
+                                      const Words& vuiData)
 {
     if (!Send(uiType, vuiFields, vuiData)) return std::nullopt;
     std::optional<Packet> aReply = Receive();
@@ -163,12 +165,12 @@ std::optional<Packet> RawClient::Ask(std::uint32_t uiType, const Words& vuiField
     return aReply;
 }
 
-bool RawClient::IsSilent(double dSeconds)
+bool CRawClient::IsSilent(double dSeconds)
 {
     return !WaitReadable(m_iSocket, static_cast<int>(1000 * dSeconds));
 }
 
-bool RawClient::IsClosedByPeer()
+bool CRawClient::IsClosedByPeer()
 {
     char acDropped[4096];
     while (WaitReadable(m_iSocket, g_iDeadlineMs))

@@ -22,15 +22,22 @@ struct Packet
 };
 
 /// A client that says what a test wants, right or wrong. Every read has a deadline.
-class RawClient
+class CRawClient
 {
 public:
     /// Connects, trying for 10 s; bSwap: the client has the other byte order.
-    explicit RawClient(int iPort, bool bSwap = false);
-    ~RawClient() { Close(); }
-    RawClient(const RawClient&) = delete;
-    RawClient& operator=(const RawClient&) = delete;
+    explicit CRawClient(int iPort, bool bSwap = false);
+    /// On a socket that is connected already; owns it.
+    struct Socket
+    {
+        int iSocket;
+    };
+    explicit CRawClient(Socket aSocket) : m_iSocket(aSocket.iSocket) {}
+    ~CRawClient() { Close(); }
+    CRawClient(const CRawClient&) = delete;
+    CRawClient& operator=(const CRawClient&) = delete;
 
+    void SetSwap(bool bSwap) { m_bSwap = bSwap; }  ///< of what follows, both ways
     bool IsConnected() const { return m_iSocket != -1; }
     void Close();
     void Reset();  ///< closes with a connection reset
@@ -40,7 +47,8 @@ public:
 
     /// Field values from field 4 on; data words follow.
     using Words = std::vector<std::uint32_t>;
-    bool Send(std::uint32_t uiType, const Words& vuiFields = {}, const Words& vuiData = {});
+    bool Send(std::uint32_t uiType, const Words& vuiFields = {}, const Words& vuiData = {},
+              const std::string& strTail = {});
     /// Header with any option size; the data is the test's business.
     bool SendHeader(std::uint32_t uiType, const Words& vuiFields, std::uint32_t uiOptSize);
     bool SendBytes(const void* pvData, std::size_t tBytes);

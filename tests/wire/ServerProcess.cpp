@@ -26,7 +26,7 @@ int CountIn(const std::string& strText, const std::string& strWanted)
     return iCount;
 }
 
-int ServerProcess::FindFreePort()
+int CServerProcess::FindFreePort()
 {
     const int iSocket = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in aAddress = {};
@@ -39,8 +39,8 @@ int ServerProcess::FindFreePort()
     return ntohs(aAddress.sin_port);
 }
 
-void ServerProcess::Start(const Environment& rExtra, const std::string& strConfig,
-                          const std::function<void()>& fInChild)
+void CServerProcess::Start(const Environment& rExtra, const std::string& strConfig,
+                           const std::function<void()>& fInChild)
 {
     char acDir[] = "/tmp/talven-wire-XXXXXX";
     m_aHome = mkdtemp(acDir);
@@ -80,7 +80,7 @@ void ServerProcess::Start(const Environment& rExtra, const std::string& strConfi
     _exit(127);
 }
 
-ServerProcess::~ServerProcess()
+CServerProcess::~CServerProcess()
 {
     if (m_iPid > 0)
     {
@@ -96,7 +96,7 @@ ServerProcess::~ServerProcess()
     fs::remove_all(m_aHome, aIgnored);
 }
 
-bool ServerProcess::IsRunning()
+bool CServerProcess::IsRunning()
 {
     if (m_iPid <= 0) return false;
     if (waitpid(m_iPid, nullptr, WNOHANG) == 0) return true;
@@ -104,7 +104,7 @@ bool ServerProcess::IsRunning()
     return false;
 }
 
-int ServerProcess::WaitForEnd()
+int CServerProcess::WaitForEnd()
 {
     int iStatus = 0;
     for (int i = 0; i < 2000; ++i)
@@ -119,17 +119,17 @@ int ServerProcess::WaitForEnd()
     return -1;
 }
 
-int ServerProcess::RunToEnd(const Environment& rExtra, const std::string& strConfig,
-                            std::string& rOutput)
+int CServerProcess::RunToEnd(const Environment& rExtra, const std::string& strConfig,
+                             std::string& rOutput)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start(rExtra, strConfig);
     const int iCode = aServer.WaitForEnd();
     rOutput = aServer.GetOutput();
     return iCode;
 }
 
-std::string ServerProcess::GetOutput() const
+std::string CServerProcess::GetOutput() const
 {
     std::ifstream aFile(m_aHome / "output.txt");
     std::ostringstream aText;
@@ -137,12 +137,12 @@ std::string ServerProcess::GetOutput() const
     return aText.str();
 }
 
-int ServerProcess::CountInOutput(const std::string& strText) const
+int CServerProcess::CountInOutput(const std::string& strText) const
 {
     return CountIn(GetOutput(), strText);
 }
 
-bool ServerProcess::WaitForOutput(const std::string& strText, int iTimes) const
+bool CServerProcess::WaitForOutput(const std::string& strText, int iTimes) const
 {
     for (int i = 0; i < 500; ++i)
     {

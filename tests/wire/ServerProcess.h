@@ -9,15 +9,15 @@
 #include <vector>
 
 /// The real server as a child process, in a temporary directory of its own that is also its home.
-class ServerProcess
+class CServerProcess
 {
 public:
     using Environment = std::map<std::string, std::string>;
 
-    ServerProcess() = default;  ///< not started
-    ~ServerProcess();           ///< ends the server
-    ServerProcess(const ServerProcess&) = delete;
-    ServerProcess& operator=(const ServerProcess&) = delete;
+    CServerProcess() = default;  ///< not started
+    ~CServerProcess();           ///< ends the server
+    CServerProcess(const CServerProcess&) = delete;
+    CServerProcess& operator=(const CServerProcess&) = delete;
 
     void SetProgram(const std::string& strPath) { m_strProgram = strPath; }  ///< another server
 

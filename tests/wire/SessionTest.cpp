@@ -13,7 +13,7 @@ namespace
 {
 const std::string g_strClosed = "Info: Client connection has been closed.\n";
 
-std::string TodaysLog(const ServerProcess& rServer)
+std::string TodaysLog(const CServerProcess& rServer)
 {
     const std::time_t tNow = std::time(nullptr);
     const std::tm* pTm = std::localtime(&tNow);
@@ -28,13 +28,13 @@ std::string TodaysLog(const ServerProcess& rServer)
 
 TEST(Session, AnswersBothByteOrdersAndCountsSerialsAcrossClients)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
     std::uint32_t uiExpected = 0;
     for (const bool bSwap : {false, true, false})
     {
         SCOPED_TRACE(bSwap ? "swapped" : "native");
-        RawClient aClient(aServer.GetPort(), bSwap);
+        CRawClient aClient(aServer.GetPort(), bSwap);
         ASSERT_TRUE(aClient.IsConnected());
         ASSERT_TRUE(aClient.Send(Msg::eByteOrder, {0x1234ABCDu}));
         for (int i = 0; i < 2; ++i)
@@ -61,10 +61,10 @@ TEST(Session, AnswersBothByteOrdersAndCountsSerialsAcrossClients)
 
 TEST(Session, LogsEveryPacketOnTheConsoleAndInTheFileOfTheDay)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
     {
-        RawClient aClient(aServer.GetPort());
+        CRawClient aClient(aServer.GetPort());
         ASSERT_TRUE(aClient.Send(Msg::eByteOrder, {0x1234ABCDu}));  // serial 101
         ASSERT_TRUE(aClient.Send(Msg::eCompReply));                 // has no name in the log
         ASSERT_TRUE(aClient.Receive());
@@ -89,7 +89,7 @@ TEST(Session, LogsEveryPacketOnTheConsoleAndInTheFileOfTheDay)
     // The date line comes first, in the form of ctime.
     EXPECT_EQ(strLog.find(':'), 13u) << strLog;
     {
-        RawClient aSecond(aServer.GetPort());
+        CRawClient aSecond(aServer.GetPort());
     }
     ASSERT_TRUE(aServer.WaitForOutput(g_strClosed, 4));
     EXPECT_EQ(CountIn(TodaysLog(aServer), g_strClosed), 4);  // appended
@@ -99,34 +99,34 @@ TEST(Session, WorksWithoutALogFile)
 {
     for (const char* pcHome : {"", "/nonexistent"})
     {
-        ServerProcess aServer;
+        CServerProcess aServer;
         aServer.Start({{"HOME", pcHome}});
         {
-            RawClient aClient(aServer.GetPort());
+            CRawClient aClient(aServer.GetPort());
         }
         EXPECT_TRUE(aServer.WaitForOutput(g_strClosed, 2));
-        EXPECT_TRUE(RawClient(aServer.GetPort()).Ask(Msg::eServerProp));
+        EXPECT_TRUE(CRawClient(aServer.GetPort()).Ask(Msg::eServerProp));
     }
 }
 
 TEST(Session, SomeMessagesGetNoReply)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
-    RawClient aClient(aServer.GetPort());
+    CRawClient aClient(aServer.GetPort());
     for (const std::uint32_t uiType :
          {Msg::eByteOrder, Msg::eContinuation, Msg::eLog, Msg::eCtfOpt})
         ASSERT_TRUE(aClient.Send(uiType, {0x1234ABCDu}));
-    ASSERT_TRUE(aClient.Send(9999, {}, RawClient::Words(100000)));
+    ASSERT_TRUE(aClient.Send(9999, {}, CRawClient::Words(100000)));
     EXPECT_TRUE(aClient.IsSilent(0.3));
     EXPECT_TRUE(aClient.Ask(Msg::eServerProp));
 }
 
 TEST(Session, InvalidTypeEndsTheClient)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
-    RawClient aClient(aServer.GetPort());
+    CRawClient aClient(aServer.GetPort());
     ASSERT_TRUE(aClient.Send(Msg::eInvalid));
     const auto aQuit = aClient.Receive();
     ASSERT_TRUE(aQuit);
@@ -137,11 +137,11 @@ TEST(Session, InvalidTypeEndsTheClient)
 
 TEST(Session, SecondClientWaitsAndStartsFresh)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start();
-    RawClient aFirst(aServer.GetPort());
+    CRawClient aFirst(aServer.GetPort());
     ASSERT_TRUE(aFirst.Ask(Msg::eVolSize, {4, 4, 4}));
-    RawClient aSecond(aServer.GetPort());
+    CRawClient aSecond(aServer.GetPort());
     ASSERT_TRUE(aSecond.Send(Msg::eVolGet, {0}));
     EXPECT_TRUE(aSecond.IsSilent(0.3));
     aFirst.Close();
@@ -153,14 +153,14 @@ TEST(Session, SecondClientWaitsAndStartsFresh)
 
 TEST(Session, SilentClientIsDroppedWhenAsked)
 {
-    const std::string strPort = std::to_string(ServerProcess::FindFreePort());
-    ServerProcess aServer;
+    const std::string strPort = std::to_string(CServerProcess::FindFreePort());
+    CServerProcess aServer;
     aServer.Start({{"TALVEN_PORT", strPort}},
                   "ServerPort=" + strPort + "\nBackend=host\nIdleTimeout=1\n");
-    RawClient aSilent(aServer.GetPort());
+    CRawClient aSilent(aServer.GetPort());
     const auto aStart = std::chrono::steady_clock::now();
     EXPECT_TRUE(aSilent.IsClosedByPeer());
     EXPECT_GT(std::chrono::steady_clock::now() - aStart, std::chrono::milliseconds(700));
-    EXPECT_TRUE(RawClient(aServer.GetPort()).Ask(Msg::eServerProp));
+    EXPECT_TRUE(CRawClient(aServer.GetPort()).Ask(Msg::eServerProp));
 }
 }  // namespace

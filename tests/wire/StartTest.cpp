@@ -21,15 +21,15 @@ std::string PortText(int iPort)
 
 TEST(Start, EndsWithACodeThatTellsWhy)
 {
-    ServerProcess aHolder;  // takes a port
+    CServerProcess aHolder;  // takes a port
     aHolder.Start();
-    ASSERT_TRUE(RawClient(aHolder.GetPort()).IsConnected());
+    ASSERT_TRUE(CRawClient(aHolder.GetPort()).IsConnected());
     const std::string strTaken = PortText(aHolder.GetPort());
 
     const struct
     {
         const char* pcWhat;
-        ServerProcess::Environment aEnvironment;
+        CServerProcess::Environment aEnvironment;
         std::string strConfig;
         int iCode;
         std::string strLine;
@@ -45,7 +45,11 @@ TEST(Start, EndsWithACodeThatTellsWhy)
          "",
          255,
          "Error: GPU devices are not found.\n"},
-        {"unknown backend", {{"TALVEN_BACKEND", "abacus"}}, "", 255, "abacus"},
+        {"unknown backend",
+         {{"TALVEN_BACKEND", "abacus"}},
+         "",
+         255,
+         "host\nInfo: 0 devices available.\nError: GPU devices are not found.\n"},
         {"all devices busy by file",
          {},
          "BusyGpus = 0, 1, 2,3,4,5,6,7,8,9,10,11,12,13,14,15\nBackend=host\n",
@@ -56,7 +60,7 @@ TEST(Start, EndsWithACodeThatTellsWhy)
     {
         SCOPED_TRACE(rCase.pcWhat);
         std::string strOutput;
-        EXPECT_EQ(ServerProcess::RunToEnd(rCase.aEnvironment, rCase.strConfig, strOutput),
+        EXPECT_EQ(CServerProcess::RunToEnd(rCase.aEnvironment, rCase.strConfig, strOutput),
                   rCase.iCode);
         EXPECT_NE(strOutput.find(rCase.strLine), std::string::npos) << strOutput;
     }
@@ -64,7 +68,7 @@ TEST(Start, EndsWithACodeThatTellsWhy)
 
 TEST(Start, TakesSettingsFromTheFileOrElseFromTheEnvironment)
 {
-    const int iPort = ServerProcess::FindFreePort(), iOther = ServerProcess::FindFreePort();
+    const int iPort = CServerProcess::FindFreePort(), iOther = CServerProcess::FindFreePort();
     const std::string strFile = "BindAddress=127.0.0.1\nBackend=host\nMemoryPercentage=0.3\n";
     const struct
     {
@@ -81,9 +85,9 @@ TEST(Start, TakesSettingsFromTheFileOrElseFromTheEnvironment)
     for (const auto& rCase : aCases)
     {
         SCOPED_TRACE(rCase.pcWhat);
-        ServerProcess aServer;
+        CServerProcess aServer;
         aServer.Start({{"TALVEN_PORT", rCase.strEnvironmentPort}}, rCase.strConfig);
-        RawClient aClient(rCase.iListens);
+        CRawClient aClient(rCase.iListens);
         ASSERT_TRUE(aClient.IsConnected());
         EXPECT_TRUE(aClient.Ask(Msg::eServerProp));
     }
@@ -109,10 +113,10 @@ TEST(Start, ListensOnTheAddressThatIsBound)
         for (const bool bFile : {false, true})
         {
             SCOPED_TRACE("bound to " + strBound + (bFile ? " by file" : " by environment"));
-            const std::string strPort = PortText(ServerProcess::FindFreePort());
+            const std::string strPort = PortText(CServerProcess::FindFreePort());
             const std::string strFile =
                 "ServerPort=" + strPort + "\nBackend=host\nBindAddress=" + strBound + "\n";
-            ServerProcess aServer;
+            CServerProcess aServer;
             aServer.Start({{"TALVEN_PORT", strPort}, {"TALVEN_BIND", bFile ? "1.2.3.4" : strBound}},
                           bFile ? strFile : "");
             ASSERT_TRUE(aServer.WaitForOutput("Info: GPU 0 is used"));
@@ -128,9 +132,9 @@ TEST(Start, ListensOnTheAddressThatIsBound)
 
 TEST(Start, SaysWhatItRunsOn)
 {
-    ServerProcess aServer;
+    CServerProcess aServer;
     aServer.Start({{"TALVEN_BUSY_GPUS", "1,20,2"}});  // the list ends at 20
-    RawClient aClient(aServer.GetPort());
+    CRawClient aClient(aServer.GetPort());
     ASSERT_TRUE(aClient.IsConnected());
     ASSERT_TRUE(aServer.WaitForOutput("Info: Client has been connected."));
     const std::string strOutput = aServer.GetOutput();
@@ -145,9 +149,9 @@ TEST(Start, MemoryFollowsTheClampedFraction)
 {
     auto GetMiB = [](const char* pcFraction)
     {
-        ServerProcess aServer;
+        CServerProcess aServer;
         aServer.Start({{"TALVEN_MEMORY_PCT", pcFraction}});
-        const auto aReply = RawClient(aServer.GetPort()).Ask(Msg::eServerProp);
+        const auto aReply = CRawClient(aServer.GetPort()).Ask(Msg::eServerProp);
         if (!aReply) return -1.0;
         EXPECT_EQ(aReply->Field(6) % (1u << 20), 0u);
         return aReply->Field(6) / 1048576.0 + 4096.0 * aReply->Field(7);

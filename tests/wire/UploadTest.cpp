@@ -9,13 +9,13 @@
 
 namespace
 {
-using Words = RawClient::Words;
+using Words = CRawClient::Words;
 
 Words Ramp(std::size_t tCount, float fStart)
 {
     std::vector<float> vfValues(tCount);
     std::iota(vfValues.begin(), vfValues.end(), fStart);
-    return RawClient::ToWords(vfValues);
+    return CRawClient::ToWords(vfValues);
 }
 
 Words Join(Words vuiFirst, const Words& vuiSecond)
@@ -31,7 +31,7 @@ protected:
     void SetUp() override
     {
         m_aServer.Start();
-        m_pClient = std::make_unique<RawClient>(m_aServer.GetPort(), GetParam());
+        m_pClient = std::make_unique<CRawClient>(m_aServer.GetPort(), GetParam());
         ASSERT_TRUE(m_pClient->IsConnected());
         ASSERT_TRUE(m_pClient->Send(Msg::eByteOrder, {0x1234ABCDu}));
     }
@@ -50,8 +50,8 @@ protected:
         EXPECT_EQ(aReply->Field(5), aReply->vuiData.empty() ? 1u : 0u);
         return aReply->vuiData;
     }
-    ServerProcess m_aServer;
-    std::unique_ptr<RawClient> m_pClient;
+    CServerProcess m_aServer;
+    std::unique_ptr<CRawClient> m_pClient;
 };
 INSTANTIATE_TEST_SUITE_P(ByteOrders, Upload, testing::Bool());
 
@@ -103,14 +103,14 @@ TEST_P(Upload, ReconstructsAndServesRfactors)
         vfPairs.push_back(-60.0f + 10.0f * static_cast<float>(i));
         vfPairs.push_back(0);
     }
-    ASSERT_TRUE(Command(Msg::eProjSize, {uiX, uiY, uiN}, RawClient::ToWords(vfPairs)));
+    ASSERT_TRUE(Command(Msg::eProjSize, {uiX, uiY, uiN}, CRawClient::ToWords(vfPairs)));
     ASSERT_TRUE(Command(Msg::eVolSize, {uiX, uiY, uiZ}));
     for (std::uint32_t z = 6; z < 10; ++z)
     {
         std::vector<float> vfSlice(uiX * uiY);
         for (std::uint32_t y = 0; y < uiY; ++y)
             for (std::uint32_t x = 8; x < 14; ++x) vfSlice[y * uiX + x] = static_cast<float>(y + 1);
-        ASSERT_TRUE(Command(Msg::eVolSet, {z}, RawClient::ToWords(vfSlice)));
+        ASSERT_TRUE(Command(Msg::eVolSet, {z}, CRawClient::ToWords(vfSlice)));
     }
     const Words vuiTruth = Get(Msg::eVolGet, 8);
     ASSERT_TRUE(Command(Msg::eReproject, {}));
@@ -118,7 +118,7 @@ TEST_P(Upload, ReconstructsAndServesRfactors)
     ASSERT_TRUE(Command(Msg::eVolSize, {uiX, uiY, uiZ}));
     constexpr std::uint32_t uiIterations = 12;
     ASSERT_TRUE(Command(Msg::eReconOpt, {1, uiIterations, 1, 0, 1},
-                        Join({uiN}, RawClient::ToWords(std::vector<float>(uiIterations, 1.0f)))));
+                        Join({uiN}, CRawClient::ToWords(std::vector<float>(uiIterations, 1.0f)))));
     ASSERT_TRUE(Command(Msg::eReconstruct, {}));
 
     float fFirst = 0, fLast = 1e30f;

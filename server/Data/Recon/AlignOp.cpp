@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 #include "server/Data/Refuse.h"
 #include "server/Data/RemotePacket.h"
@@ -15,6 +16,15 @@ bool CheckFinite(const char* pcWhat, std::span<const float> fValues, std::string
         if (!std::isfinite(fValues[i]))
             return Refuse(rReason, "value %zu of the %s is %g", i, pcWhat, double(fValues[i]));
     return true;
+}
+
+/// The upper limit of the results and the floor under the logarithm may be infinitely far away.
+bool CheckScale(std::array<float, 6> afScale, std::string& rReason)
+{
+    constexpr float fInfinity = std::numeric_limits<float>::infinity();
+    if (afScale[2] == fInfinity) afScale[2] = 0;
+    if (afScale[3] == -fInfinity) afScale[3] = 0;
+    return CheckFinite("scale", afScale, rReason);
 }
 }  // namespace
 
@@ -29,8 +39,7 @@ bool CAlignOp::mRead(const CRemotePacket& rPacket, const Layout& rLayout, std::s
     const auto tData = static_cast<std::size_t>(rLayout.iDataScales);
     if (tData > 0 && !rPacket.CopyData4(0, std::span(afScale).subspan(tHeader, tData)))
         return Refuse(rReason, "%u bytes of data, %zu needed", rPacket.GetOptSize(), 4 * tData);
-    if (!CheckFinite("matrix", afMatrix, rReason) || !CheckFinite("scale", afScale, rReason))
-        return false;
+    if (!CheckFinite("matrix", afMatrix, rReason) || !CheckScale(afScale, rReason)) return false;
     m_afMatrix = afMatrix;
     m_afScale = afScale;
     m_uiMProj = rPacket.GetNthField(4);

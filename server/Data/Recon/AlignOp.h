@@ -28,7 +28,8 @@ protected:
         int iDataScales;
     };
     /// Fields 4 and 5 are the projections. False with a reason when data is missing or a number is
-    /// not finite; nothing changes then. The projections are checked when the job starts.
+    /// not finite, but for scale 2 = infinity and scale 3 = -infinity; nothing changes then. The
+    /// projections are checked when the job starts.
     [[nodiscard]] bool mRead(const CRemotePacket& rPacket, const Layout& rLayout,
                              std::string& rReason);
     void mPrint(std::span<const float> fValues) const;  ///< for the console trace

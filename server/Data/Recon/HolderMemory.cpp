@@ -35,7 +35,8 @@ std::optional<UploadTarget> GetSliceTarget(Util_Volume& rVolume, std::uint32_t u
         Refuse(rReason, "%u bytes of data, %d x %d take %llu", uiBytes, iX, iY,
                static_cast<unsigned long long>(ulMost));
     else
-        return UploadTarget{{}, {rVolume.GetSliceXY(static_cast<int>(uiSlice)), uiBytes / 4}};
+        return UploadTarget{
+            {}, {reinterpret_cast<std::byte*>(rVolume.GetSliceXY(int(uiSlice))), uiBytes}};
     return {};
 }
 

@@ -112,10 +112,10 @@ std::optional<UploadTarget> CProjData::HandleProjSet(const CRemotePacket& rPacke
                GetY(), static_cast<unsigned long long>(CountBytes(GetX(), GetY(), 1) - g_ulPair));
     else
     {
-        const std::size_t tWords = uiBytes / 4, tRow = std::size_t{2} * GetY();
-        const std::size_t tRange = std::min(tWords, tRow);
-        return UploadTarget{std::span(m_vuiRangeX).subspan(tRow * uiProj, tRange),
-                            {m_pProjs->GetSliceXY(static_cast<int>(uiProj)), tWords - tRange}};
+        const auto aRange = std::as_writable_bytes(GetRangeX(uiProj));
+        const std::size_t tRange = std::min<std::size_t>(uiBytes, aRange.size());
+        auto* const pPixels = reinterpret_cast<std::byte*>(m_pProjs->GetSliceXY(int(uiProj)));
+        return UploadTarget{aRange.first(tRange), {pPixels, uiBytes - tRange}};
     }
     return {};
 }

@@ -1,7 +1,9 @@
 #include "server/Data/Recon/SmoothOpt.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <span>
+#include <optional>
+#include <vector>
 
 #include "Util/Util_Volume.h"
 #include "server/Data/Refuse.h"
@@ -11,19 +13,20 @@ std::unique_ptr<CSmoothOpt> CSmoothOpt::m_pInstance;
 
 namespace
 {
-constexpr std::uint64_t g_ulMaxExtent = 255;
-constexpr std::uint64_t g_ulMaxVoxels = std::uint64_t{1} << 20;
+constexpr std::uint32_t g_uiMaxExtent = 255;
+constexpr std::uint32_t g_uiMaxVoxels = 1 << 20;
 
-/// Voxels of the kernel that the header announces, 0 when it is refused.
-std::uint64_t CountVoxels(const CRemotePacket& rPacket)
+/// Bytes of the kernel that the header announces; nothing when it is too large.
+std::optional<std::uint32_t> CountBytes(const CRemotePacket& rPacket)
 {
-    std::uint64_t ulVoxels = 1;
+    std::uint32_t uiVoxels = 1;
     for (int i = 5; i <= 7; ++i)
     {
-        if (rPacket.GetNthField(i) > g_ulMaxExtent) return 0;
-        ulVoxels *= rPacket.GetNthField(i);
+        if (rPacket.GetNthField(i) > g_uiMaxExtent) return {};
+        uiVoxels *= rPacket.GetNthField(i);
     }
-    return ulVoxels <= g_ulMaxVoxels ? ulVoxels : 0;
+    if (uiVoxels > g_uiMaxVoxels) return {};
+    return 4 * uiVoxels;
 }
 }  // namespace
 
@@ -43,7 +46,7 @@ void CSmoothOpt::DeleteInstance()
 
 std::uint32_t CSmoothOpt::GetMaxSmoothOpt(const CRemotePacket& rPacket)
 {
-    return static_cast<std::uint32_t>(4 * CountVoxels(rPacket));
+    return CountBytes(rPacket).value_or(0);
 }
 
 bool CSmoothOpt::HandleSmoothOpt(const CRemotePacket& rPacket, std::string& rReason)
@@ -51,19 +54,17 @@ bool CSmoothOpt::HandleSmoothOpt(const CRemotePacket& rPacket, std::string& rRea
     std::puts("Handle SMOOTHOPT Command");
     const std::uint32_t uiX = rPacket.GetNthField(5), uiY = rPacket.GetNthField(6);
     const std::uint32_t uiZ = rPacket.GetNthField(7);
-    const std::uint64_t ulVoxels = CountVoxels(rPacket);
-    if (ulVoxels == 0)
-        return Refuse(rReason, "kernel of %u x %u x %u, must be 1 to %llu each and %llu together",
-                      uiX, uiY, uiZ, static_cast<unsigned long long>(g_ulMaxExtent),
-                      static_cast<unsigned long long>(g_ulMaxVoxels));
-    const unsigned long long ulBytes = 4 * ulVoxels;
-    if (rPacket.GetOptSize() != ulBytes)
-        return Refuse(rReason, "%u bytes of data, a kernel of %u x %u x %u takes %llu",
-                      rPacket.GetOptSize(), uiX, uiY, uiZ, ulBytes);
+    const std::optional<std::uint32_t> uiBytes = CountBytes(rPacket);
+    if (!uiBytes)
+        return Refuse(rReason, "kernel of %u x %u x %u, at most %u each and %u together", uiX, uiY,
+                      uiZ, g_uiMaxExtent, g_uiMaxVoxels);
+    if (rPacket.GetOptSize() > *uiBytes)
+        return Refuse(rReason, "%u bytes of data, a kernel of %u x %u x %u takes %u",
+                      rPacket.GetOptSize(), uiX, uiY, uiZ, *uiBytes);
     auto pKernel = std::make_unique<Util_Volume>();
     pKernel->SetSize(static_cast<int>(uiX), static_cast<int>(uiY), static_cast<int>(uiZ));
-    if (!rPacket.CopyData4(0, std::span(pKernel->GetData(), ulVoxels)))
-        return Refuse(rReason, "data is missing");
+    const std::vector<std::byte> vData = rPacket.GetData4(0, rPacket.GetDataBytes());
+    std::ranges::copy(vData, reinterpret_cast<std::byte*>(pKernel->GetData()));
     m_pKernel = std::move(pKernel);
     m_uiInterval = rPacket.GetNthField(4);
     std::printf("SmoothOpt: %u  %u  %u\n", uiX, uiY, uiZ);

@@ -15,8 +15,9 @@ public:
     static void DeleteInstance();
     ~CSmoothOpt();
 
-    /// SMOOTHOPT: field 4 = interval, 5, 6, 7 = kernel X, Y, Z; data: the kernel, X fastest.
-    /// False with a reason when the kernel does not fit; nothing changes then.
+    /// SMOOTHOPT: field 4 = interval, 5, 6, 7 = kernel X, Y, Z, any of them 0 for an empty kernel;
+    /// data: the kernel, X fastest; may end early, the rest is 0.
+    /// False with a reason when the kernel or the data is too large; nothing changes then.
     [[nodiscard]] bool HandleSmoothOpt(const CRemotePacket& rPacket, std::string& rReason);
     static std::uint32_t GetMaxSmoothOpt(const CRemotePacket& rPacket);  ///< data in use, bytes
 
