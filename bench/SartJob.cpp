@@ -7,10 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
 #include "bench/Scene.h"
-#include "gpulib/App/TomoSart.h"
-#include "gpulib/App/TomoVolume.h"
+#include "gpulib/App/Iteration/TomoSart.h"
+#include "gpulib/App/Job.h"
 #include "gpulib/Device/Backend.h"
 
 namespace
@@ -155,6 +156,13 @@ SartTimes RunSartJob(int iWorkers, int iRowsPerWorker, int iIterations)
         }
     }
     CTomoVolume aTomoVolume(&aVolume, iWorkers);
+    ReconJob aJob;
+    aJob.pProjs = &aStack;
+    aJob.pTomoVol = &aTomoVolume;
+    aJob.fAngles = vfAngles;
+    aJob.uiRangeX = vuiRange;
+    aJob.uiIterations = unsigned(iIterations);
+    aJob.uiProjIndex = vuiIndex;
 
     SetBackend(std::make_unique<CTimedBackend>(SetBackend(nullptr)));
     std::vector<SartTimes> vTimes(iWorkers);
@@ -164,14 +172,9 @@ SartTimes RunSartJob(int iWorkers, int iRowsPerWorker, int iIterations)
         vThreads.emplace_back(
             [&, w]
             {
-                CTomoSart aSart;
-                aSart.SetProjs(&aStack, vfAngles);
-                aSart.SetVolume(&aTomoVolume);
-                aSart.SetRangeX(vuiRange);
-                aSart.SetIterations(unsigned(iIterations));
-                aSart.SetProjIndices(vuiIndex);
-                vTimes[w].bDone =
-                    GetBackend()->SelectDevice(w) && aSart.DoIt(w * iRowsPerWorker, iRowsPerWorker);
+                CTomoSart aSart(aJob);
+                vTimes[w].bDone = GetBackend()->SelectDevice(w) &&
+                                  aSart.DoIt({w * iRowsPerWorker, iRowsPerWorker, w, iWorkers, w});
                 vTimes[w].dWorker = ThreadSeconds();
                 vTimes[w].dKernels = t_dKernels;
             });

@@ -3,74 +3,49 @@
 #include <algorithm>
 #include <utility>
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Memory.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/CalcWeights.h"
-#include "gpulib/App/JobShape.h"
-#include "gpulib/App/RowBatch.h"
-#include "gpulib/App/TomoVolume.h"
+#include "gpulib/App/Images/RowBatch.h"
+#include "gpulib/App/Job.h"
+#include "gpulib/App/Weights/CalcWeights.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
-void CReconBase::SetProjs(Util_Volume* pProjs, std::span<const float> fAngles)
+bool CReconBase::mSetBand(const JobShare& rShare)
 {
-    m_pProjs = pProjs;
-    m_fAngles = fAngles;
-}
-
-void CReconBase::SetPreweightBox(const float* pfOrig, const float* pfDim)
-{
-    m_pfPrewOrig = pfOrig;
-    m_pfPrewDim = pfDim;
-}
-
-void CReconBase::SetNumSets(unsigned int uiSets, std::span<const unsigned int> uiSetSize)
-{
-    m_uiNumSets = uiSets;
-    m_uiSetSize = uiSetSize;
-}
-
-bool CReconBase::mSetBand(int iStartY, int iSizeY)
-{
-    m_iStartY = iStartY;
-    m_iSizeY = iSizeY;
+    m_iStartY = rShare.iStartY;
+    m_iSizeY = rShare.iSizeY;
     return mCheckInputs();
 }
 
 bool CReconBase::mCheckInputs() const
 {
     if (!GetBackend()) return DeviceFail("no backend");
-    if (!m_pProjs || !m_pProjs->GetData()) return DeviceFail("no projections");
-    if (!m_pTomoVol || !m_pTomoVol->GetVolume() || !mGetVolume().GetData())
+    if (!m_rJob.pProjs || !m_rJob.pProjs->GetData()) return DeviceFail("no projections");
+    if (!m_rJob.pTomoVol || !m_rJob.pTomoVol->GetVolume() || !mGetVolume().GetData())
         return DeviceFail("no volume");
-    const int iProjY = m_pProjs->GetSizeY(), iVolY = mGetVolume().GetSizeY();
+    const int iProjY = m_rJob.pProjs->GetSizeY(), iVolY = mGetVolume().GetSizeY();
     if (m_iStartY < 0 || m_iSizeY < 0 || m_iStartY > std::min(iProjY, iVolY) - m_iSizeY)
         return DeviceFail("rows %d to %d of a stack of %d and a volume of %d", m_iStartY,
                           m_iStartY + m_iSizeY - 1, iProjY, iVolY);
-    if (std::ssize(m_fAngles) < mGetProjs())
-        return DeviceFail("%zu angles for %d projections", m_fAngles.size(), mGetProjs());
-    if (m_uiProjIndices.empty()) return DeviceFail("no projection selected");
-    const unsigned int uiMost = *std::ranges::max_element(m_uiProjIndices);
+    if (std::ssize(m_rJob.fAngles) < mGetProjs())
+        return DeviceFail("%zu angles for %d projections", m_rJob.fAngles.size(), mGetProjs());
+    if (m_rJob.uiProjIndex.empty()) return DeviceFail("no projection selected");
+    const unsigned int uiMost = *std::ranges::max_element(m_rJob.uiProjIndex);
     if (uiMost >= unsigned(mGetProjs()))
         return DeviceFail("projection %u of %d", uiMost, mGetProjs());
-    if (m_uiNumSets == 0 || m_uiIterations == 0)
-        return DeviceFail("%u sets, %u iterations", m_uiNumSets, m_uiIterations);
-    const std::size_t tFactors = std::size_t(m_uiNumSets) * m_uiIterations;
-    if (!m_fRelax.empty() && m_fRelax.size() < tFactors)
-        return DeviceFail("%zu relaxation factors, %zu needed", m_fRelax.size(), tFactors);
+    if (m_rJob.uiNumSets == 0 || m_rJob.uiIterations == 0)
+        return DeviceFail("%u sets, %u iterations", m_rJob.uiNumSets, m_rJob.uiIterations);
+    const std::size_t tFactors = std::size_t(m_rJob.uiNumSets) * m_rJob.uiIterations;
+    if (!m_rJob.fRelax.empty() && m_rJob.fRelax.size() < tFactors)
+        return DeviceFail("%zu relaxation factors, %zu needed", m_rJob.fRelax.size(), tFactors);
     return true;
 }
 
-void CReconBase::mCalcBatch(int iProjImages)
+void CReconBase::mCalcBatch(EJobKind eKind)
 {
-    JobShape aShape;
-    aShape.iProjX = mGetProjX();
-    aShape.iProjs = mGetProjs();
-    aShape.iVolX = mGetVolX();
-    aShape.iVolZ = mGetVolZ();
-    aShape.iRows = m_iSizeY;
-    aShape.iProjImages = iProjImages;
-    m_iBatch = aShape.GetBatch();
+    m_iBatch = JobShape(m_rJob, eKind).GetBatch(m_iSizeY);
 }
 
 bool CReconBase::mFitBatch(const std::function<bool()>& fCreate)
@@ -92,7 +67,7 @@ bool CReconBase::mCreateProjsTex(bool bOneImage)
 bool CReconBase::mCreateAnglesTex()
 {
     return m_aTextures.m_aAnglesTex.Create(mGetProjs()) &&
-           m_aTextures.m_aAnglesTex.SetData(m_fAngles);
+           m_aTextures.m_aAnglesTex.SetData(m_rJob.fAngles);
 }
 
 bool CReconBase::mCreateVolumeTex()
@@ -103,18 +78,18 @@ bool CReconBase::mCreateVolumeTex()
 bool CReconBase::mCreateRangeTex()
 {
     return m_aTextures.m_aRangeTex.Create(m_iSizeY, mGetProjs()) &&
-           m_aTextures.m_aRangeTex.SetData(m_uiRangeX, m_pProjs->GetSizeY(), m_iStartY);
+           m_aTextures.m_aRangeTex.SetData(m_rJob.uiRangeX, m_rJob.pProjs->GetSizeY(), m_iStartY);
 }
 
 bool CReconBase::mCreateProjIndexTex()
 {
-    return m_aTextures.m_aProjIndexTex.Create(m_uiProjIndices);
+    return m_aTextures.m_aProjIndexTex.Create(m_rJob.uiProjIndex);
 }
 
 void CReconBase::mCalcSetSize()
 {
-    m_aSetSize.SetNumProjs(static_cast<unsigned int>(m_uiProjIndices.size()));
-    m_aSetSize.SetNumSets(m_uiNumSets, m_uiSetSize);
+    m_aSetSize.SetNumProjs(static_cast<unsigned int>(m_rJob.uiProjIndex.size()));
+    m_aSetSize.SetNumSets(m_rJob.uiNumSets, m_rJob.uiSetSize);
     m_aSetSize.Calculate();
 }
 
@@ -126,9 +101,9 @@ bool CReconBase::mGenWeights(bool bSart)
     else
         aWeights.SetEm();
     aWeights.SetVolSize(mGetVolX(), mGetVolZ());
-    aWeights.SetProjs(mGetProjX(), mGetProjs(), m_fAngles);
+    aWeights.SetProjs(mGetProjX(), mGetProjs(), m_rJob.fAngles);
     aWeights.SetTextures(&m_aTextures);
-    aWeights.SetWeightBox(m_pfPrewOrig, m_pfPrewDim);
+    if (m_rJob.aBox) aWeights.SetWeightBox(m_rJob.aBox->afOrig.data(), m_rJob.aBox->afDim.data());
     return aWeights.DoIt();
 }
 
@@ -142,7 +117,7 @@ void CReconBase::mPopulateBand()
 
 bool CReconBase::mSetProjTex(int iY, int iRows)
 {
-    return m_aTextures.m_aProjsTex.SetRawData(GetBatch(std::as_const(*m_pProjs), iY, iRows));
+    return m_aTextures.m_aProjsTex.SetRawData(GetBatch(std::as_const(*m_rJob.pProjs), iY, iRows));
 }
 
 bool CReconBase::mSetVolTex(int iY, int iRows)
@@ -154,7 +129,7 @@ void CReconBase::mPrefetchProjs(int iY) const
 {
     const int iRows = std::min(m_iBatch, m_iSizeY - iY);
     if (iRows > 0)
-        GetBackend()->Prefetch(GetBatch(std::as_const(*m_pProjs), m_iStartY + iY, iRows),
+        GetBackend()->Prefetch(GetBatch(std::as_const(*m_rJob.pProjs), m_iStartY + iY, iRows),
                                mGetProjX(), mGetProjs());
 }
 
@@ -168,7 +143,7 @@ void CReconBase::mPrefetchVolume(int iY) const
 
 Util_Volume& CReconBase::mGetVolume() const
 {
-    return *m_pTomoVol->GetVolume();
+    return *m_rJob.pTomoVol->GetVolume();
 }
 int CReconBase::mGetVolX() const
 {
@@ -180,9 +155,9 @@ int CReconBase::mGetVolZ() const
 }
 int CReconBase::mGetProjX() const
 {
-    return m_pProjs->GetSizeX();
+    return m_rJob.pProjs->GetSizeX();
 }
 int CReconBase::mGetProjs() const
 {
-    return m_pProjs->GetSizeZ();
+    return m_rJob.pProjs->GetSizeZ();
 }

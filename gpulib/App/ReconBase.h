@@ -1,52 +1,36 @@
 #pragma once
 
 #include <functional>
-#include <span>
 
-#include "gpulib/App/SetSize.h"
-#include "gpulib/App/Textures.h"
+#include "gpulib/App/Images/Textures.h"
+#include "gpulib/App/Iteration/SetSize.h"
+#include "gpulib/App/JobShape.h"
 
-class CTomoVolume;
 class Util_Volume;
+struct JobShare;
+struct ReconJob;
 
 /// Base of the jobs that run over one band of Y rows on the device of the calling thread.
 ///
 /// A job takes the rows in batches: those of one batch are loaded, worked on and stored together.
-/// All inputs are borrowed until DoIt() has returned. A job is configured, run once and read.
+/// The description of the job is borrowed for the life of this object; it is run once and read.
 class CReconBase
 {
 public:
-    CReconBase() = default;
+    explicit CReconBase(const ReconJob& rJob) : m_rJob(rJob) {}
     virtual ~CReconBase() = default;
     CReconBase(const CReconBase&) = delete;
     CReconBase& operator=(const CReconBase&) = delete;
 
-    /// \param pProjs   tilt series, shape [proj][y][x]
-    /// \param fAngles  degrees, one per projection
-    void SetProjs(Util_Volume* pProjs, std::span<const float> fAngles);
-    void SetVolume(CTomoVolume* pTomoVol) { m_pTomoVol = pTomoVol; }
-    /// Valid detector columns, (first, one past last), shape [proj][y][2].
-    void SetRangeX(std::span<const unsigned int> uiRangeX) { m_uiRangeX = uiRangeX; }
-    /// Centre (x, z) and half size (x, z) of the weight box, two floats each, or null.
-    virtual void SetPreweightBox(const float* pfOrig, const float* pfDim);
-    void SetIterations(unsigned int uiIterations) { m_uiIterations = uiIterations; }
-    /// Sizes: see CSetSize.
-    void SetNumSets(unsigned int uiSets, std::span<const unsigned int> uiSetSize);
-    /// Relaxation factors, shape [iteration][set]; empty: all 1.
-    void SetRelax(std::span<const float> fRelax) { m_fRelax = fRelax; }
-    /// The projections that take part, by raw number.
-    void SetProjIndices(std::span<const unsigned int> uiIndices) { m_uiProjIndices = uiIndices; }
-
-    /// Runs the job over rows iStartY, iStartY + 1, ... (iSizeY of them, may be 0).
+    /// Runs the rows of one worker.
     /// \return false with the reason noted (TakeDeviceError); the rows of the band are then partly
     ///         old, partly new
-    [[nodiscard]] virtual bool DoIt(int iStartY, int iSizeY) = 0;
+    [[nodiscard]] virtual bool DoIt(const JobShare& rShare) = 0;
 
 protected:
     /// Stores the band and checks every input against it.
-    [[nodiscard]] bool mSetBand(int iStartY, int iSizeY);
-    /// Sets the rows of a batch for a job that holds iProjImages images of projections.
-    void mCalcBatch(int iProjImages);
+    [[nodiscard]] bool mSetBand(const JobShare& rShare);
+    void mCalcBatch(EJobKind eKind);  ///< sets the rows of a batch
     /// Runs fCreate, which makes the images of a batch; when it fails, again for a batch of half as
     /// many rows, down to one: other programs may hold memory of the device.
     [[nodiscard]] bool mFitBatch(const std::function<bool()>& fCreate);
@@ -77,19 +61,9 @@ protected:
     int mGetProjX() const;
     int mGetProjs() const;  // of the stack, selected or not
 
+    const ReconJob& m_rJob;
     CTextures m_aTextures;
     CSetSize m_aSetSize;
-    Util_Volume* m_pProjs = nullptr;
-    std::span<const float> m_fAngles;
-    CTomoVolume* m_pTomoVol = nullptr;
-    std::span<const unsigned int> m_uiRangeX;
-    const float* m_pfPrewOrig = nullptr;
-    const float* m_pfPrewDim = nullptr;
-    unsigned int m_uiNumSets = 1;
-    std::span<const unsigned int> m_uiSetSize;
-    unsigned int m_uiIterations = 1;
-    std::span<const float> m_fRelax;
-    std::span<const unsigned int> m_uiProjIndices;
     int m_iStartY = 0;
     int m_iSizeY = 0;
     int m_iBatch = 1;  // rows

@@ -5,8 +5,8 @@
 #include <random>
 
 #include "Util/Util_Volume.h"
-#include "gpulib/App/TomoSmooth.h"
-#include "gpulib/App/TomoSmoothImpl.h"
+#include "gpulib/App/Smooth/TomoSmooth.h"
+#include "gpulib/App/Smooth/TomoSmoothImpl.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 #include "tests/backends/Backends.h"

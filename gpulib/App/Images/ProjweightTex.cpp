@@ -1,0 +1,13 @@
+#include "gpulib/App/Images/ProjweightTex.h"
+
+bool CProjweightTex::Create(int iSizeX, int iProjs)
+{
+    m_aArray2D.SetFloat();
+    m_aArray2D.SetChannels(1);
+    return m_aArray2D.Create(iSizeX, iProjs);
+}
+
+bool CProjweightTex::SetData(std::span<const float> fWeights)
+{
+    return m_aArray2D.HostToDevice(fWeights.data());
+}
