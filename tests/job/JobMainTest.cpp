@@ -188,7 +188,7 @@ TEST_F(JobMain, DefaultsBackProject)
 TEST_F(JobMain, DefaultsOfIterations)
 {
     m_aJob.vuiList = {5, 2, 3};
-    m_aJob.vBox = {{{0, 0}, {18.5f, 6.5f}}};
+    m_aJob.aBox = OracleBox{{0, 0}, {18.5f, 6.5f}};
     m_aJob.iIterations = 3;
     for (const auto& [eMethod, uiMethod] : {std::pair{EMethod::eSart, 1U}, {EMethod::eEm, 2U}})
     {
@@ -212,7 +212,7 @@ TEST_F(JobMain, DefaultsOfIterations)
 // alone, whatever it holds.
 TEST_F(JobMain, SmoothsWithTheKernel)
 {
-    m_aJob.vBox = {{{0, 0}, {18.5f, 6.5f}}};
+    m_aJob.aBox = OracleBox{{0, 0}, {18.5f, 6.5f}};
     m_aJob.iIterations = 4;
     m_aJob.uiInterval = 2;
     m_aJob.aiKernel = {3, 2, 1};
@@ -289,10 +289,10 @@ TEST_F(JobMain, ReprojectsTheSelection)
 {
     m_aJob.bReproject = true;
     m_aJob.vuiList = {6, 0};
-    m_aJob.vBox = {{{1, 0}, {9, 4}}};
+    m_aJob.aBox = OracleBox{{1, 0}, {9, 4}};
     mUpload();
     mSelect(m_aJob.vuiList);
-    mSetBox(m_aJob.vBox[0]);
+    mSetBox(*m_aJob.aBox);
     ASSERT_EQ(mRunJob(CProjMain()), "");
     const Util_Volume& rStack = *CProjData::GetInstance()->GetProjs();
     const std::vector<float> vfProjs(rStack.GetData(), rStack.GetData() + rStack.GetVoxels());

@@ -89,7 +89,7 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& 
     aJob.fAngles = rJob.vfAngles;
     aJob.uiRangeX = rStart.vuiRangeX;
     aJob.uiProjIndex = vuiList;
-    if (!rJob.vBox.empty()) aJob.aBox = {rJob.vBox[0].afCentre, rJob.vBox[0].afHalf};
+    if (rJob.aBox) aJob.aBox = {rJob.aBox->afCentre, rJob.aBox->afHalf};
     aJob.uiIterations = unsigned(rJob.iIterations);
     aJob.uiNumSets = rJob.uiSets;
     aJob.uiSetSize = rJob.vuiSetSize;
