@@ -279,7 +279,7 @@ std::string CPrivateServer::GetServerError() const
     constexpr std::string_view strMark = "Error: ";
     std::ifstream aOutput(m_strOutput);
     std::string strFound;
-    for (std::string strLine; strFound.empty() && std::getline(aOutput, strLine);)
+    for (std::string strLine; std::getline(aOutput, strLine);)
         if (const std::size_t tAt = strLine.find(strMark); tAt != std::string::npos)
             strFound = strLine.substr(tAt + strMark.size());
     return strFound;

@@ -49,7 +49,7 @@ TEST(Start, EndsWithACodeThatTellsWhy)
          {{"TALVEN_BACKEND", "abacus"}},
          "",
          255,
-         "host\nInfo: 0 devices available.\nError: GPU devices are not found.\n"},
+         "Info: 0 devices available.\nError: GPU devices are not found.\nError: unknown backend"},
         {"all devices busy by file",
          {},
          "BusyGpus = 0, 1, 2,3,4,5,6,7,8,9,10,11,12,13,14,15\nBackend=host\n",
