@@ -1,15 +1,15 @@
 #pragma once
 
 #include <array>
-#include <vector>
 
+#include "Util/Util_Volume.h"
 #include "gpulib/Device/GCompare.h"
 
 /// A comparison of two square projections.
 struct CompareScene
 {
     int iX, iY;
-    std::vector<float> vfMeasured, vfAligned;
+    Util_Volume aMeasured, aAligned;
     std::array<float, 6> afMatrix;
     std::array<float, 6> afScale = {1.5f, 0.5f, 2.5f, 0, 0, 0};
 
@@ -21,4 +21,4 @@ struct CompareScene
 void LiteralCompare(const CompareScene& rScene, CompareTotals& rTotals);
 
 /// The same by the library, all memory included, on the backend in use.
-[[nodiscard]] bool RunCompare(const CompareScene& rScene, CompareTotals& rTotals);
+[[nodiscard]] bool RunCompare(CompareScene& rScene, CompareTotals& rTotals);

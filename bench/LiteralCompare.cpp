@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "bench/CompareJob.h"
 
@@ -14,8 +15,8 @@ float Fetch(const CompareScene& rScene, float fU, float fV)
     const int iX1 = std::clamp(int(fBaseU) + 1, 0, rScene.iX - 1);
     const int iY0 = std::clamp(int(fBaseV), 0, rScene.iY - 1);
     const int iY1 = std::clamp(int(fBaseV) + 1, 0, rScene.iY - 1);
-    const float* pfUpper = rScene.vfMeasured.data() + std::size_t(iY0) * rScene.iX;
-    const float* pfLower = rScene.vfMeasured.data() + std::size_t(iY1) * rScene.iX;
+    const float* pfUpper = rScene.aMeasured.GetData() + std::size_t(iY0) * rScene.iX;
+    const float* pfLower = rScene.aMeasured.GetData() + std::size_t(iY1) * rScene.iX;
     return (1 - fDown) * ((1 - fRight) * pfUpper[iX0] + fRight * pfUpper[iX1]) +
            fDown * ((1 - fRight) * pfLower[iX0] + fRight * pfLower[iX1]);
 }
@@ -24,7 +25,7 @@ float Fetch(const CompareScene& rScene, float fU, float fV)
 void LiteralCompare(const CompareScene& rScene, CompareTotals& rTotals)
 {
     const std::array<float, 6>&m = rScene.afMatrix, &s = rScene.afScale;
-    std::vector<float> vfTransed(rScene.vfAligned.size()), vfMiss(rScene.vfAligned.size());
+    std::vector<float> vfTransed(rScene.aAligned.GetVoxels()), vfMiss(vfTransed.size());
     for (int y = 0; y < rScene.iY; ++y)
         for (int x = 0; x < rScene.iX; ++x)
         {
@@ -42,7 +43,8 @@ void LiteralCompare(const CompareScene& rScene, CompareTotals& rTotals)
         for (int x = 0; x < rScene.iX; ++x)
         {
             const std::size_t i = std::size_t(y) * rScene.iX + x;
-            const float fWeight = 1.0f - vfMiss[i], fA = rScene.vfAligned[i], fB = vfTransed[i];
+            const float fWeight = 1.0f - vfMiss[i], fA = rScene.aAligned.GetData()[i],
+                        fB = vfTransed[i];
             const float fWA = fWeight * fA, fWB = fWeight * fB;
             aRow[eCompareDiff] += fWeight * std::abs(fA - fB);
             aRow[eCompareCross] += fB * fWA;

@@ -9,7 +9,7 @@
 
 #include "Util/Util_Volume.h"
 #include "bench/Literal.h"
-#include "gpulib/App/TomoSmooth.h"
+#include "gpulib/App/Smooth/TomoSmooth.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 

@@ -118,7 +118,7 @@ bool PrintCompare()
     bool bReached = true;
     for (const float fDegrees : {0.0f, 1.0f})
     {
-        const CompareScene aScene(fDegrees);
+        CompareScene aScene(fDegrees);
         CompareTotals aLiteral, aTotals = {};
         const double dLiteral = Time([&] { LiteralCompare(aScene, aLiteral); });
         std::printf("\ncompare %d x %d, shifted and rotated by %g degrees: plain loop %.2f ms\n",

@@ -5,10 +5,13 @@
 #include <numeric>
 #include <vector>
 
+#include "Util/TomoVolume.h"
+#include "Util/Util_Volume.h"
 #include "bench/CompareJob.h"
 #include "bench/Scene.h"
 #include "bench/cuda/Sections.h"
 #include "bench/cuda/Timing.h"
+#include "gpulib/App/Job.h"
 #include "gpulib/App/JobShape.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceArray3D.h"
@@ -19,13 +22,14 @@ namespace
 {
 int BatchOf(const BenchSize& rSize)
 {
-    JobShape aShape;
-    aShape.iProjX = aShape.iVolX = rSize.iX;
-    aShape.iProjs = rSize.iProjs;
-    aShape.iVolZ = rSize.iZ;
-    aShape.iRows = rSize.iBandRows;
-    aShape.iProjImages = g_iIterImages;
-    return aShape.GetBatch();
+    Util_Volume aStack, aVolume;  // one row is enough to tell the sizes
+    aStack.SetSize(rSize.iX, 1, rSize.iProjs);
+    aVolume.SetSize(rSize.iX, 1, rSize.iZ);
+    CTomoVolume aTomoVolume(&aVolume, 1);
+    ReconJob aJob;
+    aJob.pProjs = &aStack;
+    aJob.pTomoVol = &aTomoVolume;
+    return JobShape(aJob, EJobKind::eIterative).GetBatch(rSize.iBandRows);
 }
 
 /// Work of one batch by a projector.
@@ -90,7 +94,7 @@ void PrintStreams(CDeviceScene& rDevice, const Scene& rScene, int iRepeats,
 
 void PrintAlignment(int iSize, int iRepeats, const Ceilings& rCeilings)
 {
-    const CompareScene aScene(1.0f, iSize);
+    CompareScene aScene(1.0f, iSize);
     CompareTotals aTotals;
     const auto Compare = [&] { return RunCompare(aScene, aTotals); };
     const double dBytes = 12.0 * iSize * iSize;
@@ -110,8 +114,6 @@ void PrintAlignment(int iSize, int iRepeats, const Ceilings& rCeilings)
         !aOut.Create(aiSize[0], aiSize[1], aiSize[2]))
         return false;
     GSmooth aSmooth;
-    aSmooth.SetVolSize(aiSize);
-    aSmooth.SetGauSize(iKernel, iKernel, iKernel);
     aSmooth.SetVolumeArray(aVolume.GetImage());
     aSmooth.SetGaussianArray(aKernel.GetImage());
     const double dSeconds =

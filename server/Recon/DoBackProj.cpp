@@ -1,8 +1,11 @@
 #include "server/Recon/DoBackProj.h"
 
+#include "gpulib/App/Project/BackProj.h"
+
 bool CDoBackProj::DoIt(int iStartY, int iSizeY)
 {
     mValidateProjIndices();
-    mConfigure(m_aBackProj);
-    return m_aBackProj.DoIt(iStartY, iSizeY);
+    mConfigure();
+    CBackProj aBackProj(m_aJob);
+    return aBackProj.DoIt({.iStartY = iStartY, .iSizeY = iSizeY});
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "gpulib/App/BackProj.h"
 #include "server/Recon/DoReconBase.h"
 
 /// Plain back projection. Weighted only when the client gave a box.
@@ -8,7 +7,4 @@ class CDoBackProj : public CDoReconBase
 {
 public:
     [[nodiscard]] bool DoIt(int iStartY, int iSizeY) override;
-
-private:
-    CBackProj m_aBackProj;
 };

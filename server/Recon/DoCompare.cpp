@@ -1,16 +1,15 @@
 #include "server/Recon/DoCompare.h"
 
-#include "Util/Util_Volume.h"
-
 void CDoCompare::SetMProj(const Util_Volume* pMProjs, int iMProj)
 {
-    m_pMProjs = pMProjs;
-    m_iMProj = iMProj;
+    m_aJob.pMProjs = pMProjs;
+    m_aJob.iMProj = iMProj;
 }
 
-void CDoCompare::SetAProj(const Util_Volume* pProjs, int iAProj)
+void CDoCompare::SetAProj(Util_Volume* pProjs, int iAProj)
 {
-    m_aCompare.SetAProj(pProjs->GetSliceXY(iAProj), pProjs->GetSizeX(), pProjs->GetSizeY());
+    m_aJob.pProjs = pProjs;
+    m_aJob.iAProj = iAProj;
 }
 
 bool CDoCompare::DoIt(int iStartY, int iSizeY)
@@ -25,9 +24,9 @@ bool CDoCompare::DoItLog(int iStartY, int iSizeY)
 
 bool CDoCompare::mRun(bool bLog, int iStartY, int iSizeY)
 {
-    if (iSizeY <= 0) return true;
-    m_aCompare.SetRangeY(iStartY, iSizeY);
-    return m_aCompare.SetMProj(m_pMProjs->GetSliceXY(m_iMProj), m_pMProjs->GetSizeX(),
-                               m_pMProjs->GetSizeY()) &&
-           m_aCompare.DoIt(bLog);
+    m_aJob.bLog = bLog;
+    CCompare aCompare(m_aJob);
+    if (!aCompare.DoIt({.iStartY = iStartY, .iSizeY = iSizeY})) return false;
+    m_aTotals = aCompare.GetTotals();
+    return true;
 }

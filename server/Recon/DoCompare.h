@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <span>
 
-#include "gpulib/App/Compare.h"
+#include "gpulib/App/Align/Compare.h"
+#include "gpulib/App/Job.h"
 
 class Util_Volume;
 
@@ -10,20 +12,25 @@ class Util_Volume;
 class CDoCompare
 {
 public:
-    void SetTranMatrix(std::span<const float, 6> fMatrix) { m_aCompare.SetTranMatrix(fMatrix); }
-    void SetIntScale(std::span<const float, 6> fScale) { m_aCompare.SetIntScale(fScale); }
+    void SetTranMatrix(std::span<const float, 6> fMatrix)
+    {
+        std::ranges::copy(fMatrix, m_aJob.afMatrix.begin());
+    }
+    void SetIntScale(std::span<const float, 6> fScale)
+    {
+        std::ranges::copy(fScale, m_aJob.afScale.begin());
+    }
     /// Projection iMProj of the measured stack; borrowed.
     void SetMProj(const Util_Volume* pMProjs, int iMProj);
     /// Projection iAProj of the stack; borrowed.
-    void SetAProj(const Util_Volume* pProjs, int iAProj);
+    void SetAProj(Util_Volume* pProjs, int iAProj);
 
     [[nodiscard]] bool DoIt(int iStartY, int iSizeY);
     [[nodiscard]] bool DoItLog(int iStartY, int iSizeY);  ///< with the logarithmic scale
-    const CompareTotals& GetTotals() const { return m_aCompare.GetTotals(); }
+    const CompareTotals& GetTotals() const { return m_aTotals; }
 
 private:
     [[nodiscard]] bool mRun(bool bLog, int iStartY, int iSizeY);
-    CCompare m_aCompare;
-    const Util_Volume* m_pMProjs = nullptr;
-    int m_iMProj = 0;
+    AlignJob m_aJob;
+    CompareTotals m_aTotals = {};
 };

@@ -1,7 +1,7 @@
 #include "server/Recon/DoEmRecon.h"
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/TomoVolume.h"
 
 void CDoEmRecon::SetNumSets(unsigned int uiSets, std::span<const unsigned int> uiSetSize)
 {
@@ -12,8 +12,10 @@ void CDoEmRecon::SetNumSets(unsigned int uiSets, std::span<const unsigned int> u
 void CDoEmRecon::SetSmooth(const Util_Volume* pKernel, unsigned int uiInterval, int iNumDevices,
                            int iDeviceID, int iThreadID)
 {
-    m_aTomoSmooth.SetKernel(pKernel);
-    m_aTomoSmooth.SetDeviceInfo(iNumDevices, iDeviceID, iThreadID);
+    m_pKernel = pKernel;
+    m_aShare.iWorkers = iNumDevices;
+    m_aShare.iWorker = iThreadID;
+    m_aShare.iDevice = iDeviceID;
     m_uiInterval = uiInterval;
 }
 
@@ -22,14 +24,17 @@ bool CDoEmRecon::DoIt(int iStartY, int iSizeY)
     mValidateProjIndices();
     mValidateSets();
     mValidateWeightBox();
-    CTomoRecon& rRecon = mGetTomoRecon();
-    mConfigure(rRecon);
-    rRecon.SetNumSets(m_uiSets, m_uiSetSize);
-    rRecon.SetIterations(m_uiIterations);
-    rRecon.SetRelax(m_fRelax);
-    m_aTomoSmooth.SetVolume(m_pTomoVol->GetVolume());
-    rRecon.SetSmooth(&m_aTomoSmooth, m_uiInterval);
-    return rRecon.DoIt(iStartY, iSizeY);
+    mConfigure();
+    m_aJob.uiNumSets = m_uiSets;
+    m_aJob.uiSetSize = m_uiSetSize;
+    m_aJob.uiIterations = m_uiIterations;
+    m_aJob.fRelax = m_fRelax;
+    m_aJob.pKernel = m_pKernel;
+    m_aJob.uiSmoothInt = m_uiInterval;
+    m_aShare.iStartY = iStartY;
+    m_aShare.iSizeY = iSizeY;
+    m_pTomoRecon = mMakeTomoRecon();
+    return m_pTomoRecon->DoIt(m_aShare);
 }
 
 /// Without sizes: one subset of the whole stack, whatever is selected; it is cut at the list's end.

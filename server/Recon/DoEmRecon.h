@@ -1,10 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <span>
 #include <vector>
 
-#include "gpulib/App/TomoEm.h"
-#include "gpulib/App/TomoSmooth.h"
+#include "gpulib/App/Iteration/TomoEm.h"
 #include "server/Recon/DoReconBase.h"
 
 /// Reconstruction by EM; base of the one by SART, which differs in the library object alone.
@@ -24,14 +24,18 @@ public:
 
     [[nodiscard]] bool DoIt(int iStartY, int iSizeY) override;
     /// Hands over the R-factor sums of the band, shape [iteration][list position][2].
-    std::vector<double> GetRfactor() { return mGetTomoRecon().GetRfactor(); }
+    std::vector<double> GetRfactor() { return m_pTomoRecon->GetRfactor(); }
 
 private:
-    virtual CTomoRecon& mGetTomoRecon() { return m_aTomoEm; }
+    virtual std::unique_ptr<CTomoRecon> mMakeTomoRecon() const
+    {
+        return std::make_unique<CTomoEm>(m_aJob);
+    }
     void mValidateSets();
 
-    CTomoSmooth m_aTomoSmooth;
-    CTomoEm m_aTomoEm;
+    std::unique_ptr<CTomoRecon> m_pTomoRecon;
+    JobShare m_aShare;
+    const Util_Volume* m_pKernel = nullptr;
     unsigned int m_uiIterations = 1;
     unsigned int m_uiSets = 0;
     std::span<const unsigned int> m_uiSetSize;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "gpulib/App/ForProj.h"
 #include "server/Recon/DoReconBase.h"
 
 /// Reprojection of the volume into the stack.
@@ -8,7 +7,4 @@ class CDoForwardProj : public CDoReconBase
 {
 public:
     [[nodiscard]] bool DoIt(int iStartY, int iSizeY) override;
-
-private:
-    CForProj m_aForProj;
 };

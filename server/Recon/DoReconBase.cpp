@@ -2,9 +2,8 @@
 
 #include <numeric>
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/ReconBase.h"
-#include "gpulib/App/TomoVolume.h"
 
 void CDoReconBase::SetProjs(Util_Volume* pProjs, std::span<const float> fAngles)
 {
@@ -37,12 +36,13 @@ void CDoReconBase::mValidateWeightBox()
         m_afDim = {0.5f * static_cast<float>(piSize[0]), 0.5f * static_cast<float>(piSize[2])};
 }
 
-void CDoReconBase::mConfigure(CReconBase& rReconBase) const
+void CDoReconBase::mConfigure()
 {
-    rReconBase.SetProjs(m_pProjs, m_fAngles);
-    rReconBase.SetVolume(m_pTomoVol);
-    rReconBase.SetRangeX(m_uiRangeX);
-    rReconBase.SetPreweightBox(m_afOrig ? m_afOrig->data() : nullptr,
-                               m_afDim ? m_afDim->data() : nullptr);
-    rReconBase.SetProjIndices(m_uiProjIndex);
+    m_aJob.pProjs = m_pProjs;
+    m_aJob.pTomoVol = m_pTomoVol;
+    m_aJob.fAngles = m_fAngles;
+    m_aJob.uiRangeX = m_uiRangeX;
+    m_aJob.uiProjIndex = m_uiProjIndex;
+    m_aJob.aBox.reset();
+    if (m_afOrig && m_afDim) m_aJob.aBox = {*m_afOrig, *m_afDim};
 }

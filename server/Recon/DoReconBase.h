@@ -5,9 +5,7 @@
 #include <span>
 #include <vector>
 
-class CReconBase;
-class CTomoVolume;
-class Util_Volume;
+#include "gpulib/App/Job.h"
 
 /// Base of the job drivers: completes the inputs of one worker and drives a library object with
 /// them. Inputs are borrowed until DoIt() has returned, the weight box is copied.
@@ -37,9 +35,9 @@ protected:
     CDoReconBase() = default;
     void mValidateProjIndices();
     void mValidateWeightBox();
-    /// Hands the inputs that all jobs have to the library object.
-    void mConfigure(CReconBase& rReconBase) const;
+    void mConfigure();  ///< describes the inputs that all jobs have in m_aJob
 
+    ReconJob m_aJob;
     Util_Volume* m_pProjs = nullptr;
     std::span<const float> m_fAngles;
     CTomoVolume* m_pTomoVol = nullptr;

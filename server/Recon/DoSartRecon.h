@@ -1,12 +1,14 @@
 #pragma once
 
-#include "gpulib/App/TomoSart.h"
+#include "gpulib/App/Iteration/TomoSart.h"
 #include "server/Recon/DoEmRecon.h"
 
 /// Reconstruction by SART.
 class CDoSartRecon : public CDoEmRecon
 {
 private:
-    CTomoRecon& mGetTomoRecon() override { return m_aTomoSart; }
-    CTomoSart m_aTomoSart;
+    std::unique_ptr<CTomoRecon> mMakeTomoRecon() const override
+    {
+        return std::make_unique<CTomoSart>(m_aJob);
+    }
 };

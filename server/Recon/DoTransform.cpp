@@ -1,17 +1,16 @@
 #include "server/Recon/DoTransform.h"
 
-#include "Util/Util_Volume.h"
-
 void CDoTransform::SetMProj(const Util_Volume* pMProjs, int iMProj)
 {
-    m_pMProjs = pMProjs;
-    m_iMProj = iMProj;
+    m_aJob.pMProjs = pMProjs;
+    m_aJob.iMProj = iMProj;
 }
 
 void CDoTransform::SetAProj(Util_Volume* pProjs, int iAProj, std::span<unsigned int> uiRangeX)
 {
-    m_aTransform.SetRangeX(uiRangeX);
-    m_aTransform.SetAProj(pProjs->GetSliceXY(iAProj), pProjs->GetSizeX(), pProjs->GetSizeY());
+    m_aJob.pProjs = pProjs;
+    m_aJob.iAProj = iAProj;
+    m_aJob.uiRangeX = uiRangeX;
 }
 
 bool CDoTransform::DoIt(int iStartY, int iSizeY)
@@ -26,9 +25,7 @@ bool CDoTransform::DoItLog(int iStartY, int iSizeY)
 
 bool CDoTransform::mRun(bool bLog, int iStartY, int iSizeY)
 {
-    if (iSizeY <= 0) return true;
-    m_aTransform.SetRangeY(iStartY, iSizeY);
-    return m_aTransform.SetMProj(m_pMProjs->GetSliceXY(m_iMProj), m_pMProjs->GetSizeX(),
-                                 m_pMProjs->GetSizeY()) &&
-           m_aTransform.DoIt(bLog);
+    m_aJob.bLog = bLog;
+    CTransform aTransform(m_aJob);
+    return aTransform.DoIt({.iStartY = iStartY, .iSizeY = iSizeY});
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <span>
 
-#include "gpulib/App/Transform.h"
+#include "gpulib/App/Align/Transform.h"
+#include "gpulib/App/Job.h"
 
 class Util_Volume;
 
@@ -10,8 +12,14 @@ class Util_Volume;
 class CDoTransform
 {
 public:
-    void SetTranMatrix(std::span<const float, 6> fMatrix) { m_aTransform.SetTranMatrix(fMatrix); }
-    void SetIntScale(std::span<const float, 6> fScale) { m_aTransform.SetIntScale(fScale); }
+    void SetTranMatrix(std::span<const float, 6> fMatrix)
+    {
+        std::ranges::copy(fMatrix, m_aJob.afMatrix.begin());
+    }
+    void SetIntScale(std::span<const float, 6> fScale)
+    {
+        std::ranges::copy(fScale, m_aJob.afScale.begin());
+    }
     /// Projection iMProj of the measured stack; borrowed.
     void SetMProj(const Util_Volume* pMProjs, int iMProj);
     /// Projection iAProj of the stack, changed in place, and its valid columns; borrowed.
@@ -22,7 +30,5 @@ public:
 
 private:
     [[nodiscard]] bool mRun(bool bLog, int iStartY, int iSizeY);
-    CTransform m_aTransform;
-    const Util_Volume* m_pMProjs = nullptr;
-    int m_iMProj = 0;
+    AlignJob m_aJob;
 };

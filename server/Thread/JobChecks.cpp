@@ -7,9 +7,9 @@
 #include <span>
 
 #include "Util/Util_Volume.h"
-#include "gpulib/App/JobShape.h"
-#include "gpulib/App/TomoSmooth.h"
-#include "gpulib/App/TransformImpl.h"
+#include "gpulib/App/Align/TransformImpl.h"
+#include "gpulib/App/Job.h"
+#include "gpulib/App/Smooth/TomoSmooth.h"
 #include "server/Config/GpuConfig.h"
 #include "server/Data/Recon/AlignOp.h"
 #include "server/Data/Recon/HolderMemory.h"
@@ -123,27 +123,20 @@ bool CheckIterations(std::string& rReason)
     return true;
 }
 
-bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason, std::size_t tExtra)
+bool CheckJobMemory(EJobKind eKind, std::string& rReason, std::size_t tExtra)
 {
-    const Util_Volume& rStack = *CProjData::GetInstance()->GetProjs();
-    const Util_Volume& rVolume = *CVolData::GetInstance()->GetVolume();
-    JobShape aShape;
-    aShape.iProjX = rStack.GetSizeX();
-    aShape.iProjs = rStack.GetSizeZ();
-    aShape.iVolX = rVolume.GetSizeX();
-    aShape.iVolZ = rVolume.GetSizeZ();
-    aShape.iProjImages = iProjImages;
-    aShape.tSums = tSums;
+    ReconJob aJob;
+    aJob.pProjs = CProjData::GetInstance()->GetProjs();
+    aJob.pTomoVol = CVolData::GetInstance()->GetTomoVolume();
+    aJob.uiProjIndex = CSetOp::GetInstance()->GetProjIndex();
+    aJob.uiIterations = CReconOpt::GetInstance()->GetIterations();
+    const JobShape aShape(aJob, eKind);
 
     CBandSplit aBands;
     const int iWorkers = CGpuConfig::GetInstance()->GetNumDevices();
-    aBands.Calculate(rStack.GetSizeY(), iWorkers);
-    std::uint64_t ulBytes = 2 * tSums * sizeof(double) + tExtra;  // the store
-    for (int i = 0; i < iWorkers; ++i)
-    {
-        aShape.iRows = aBands.GetSize(i);
-        ulBytes += aShape.GetWorkerBytes();
-    }
+    aBands.Calculate(aJob.pProjs->GetSizeY(), iWorkers);
+    std::uint64_t ulBytes = 2 * aShape.GetSums() * sizeof(double) + tExtra;  // the store
+    for (int i = 0; i < iWorkers; ++i) ulBytes += aShape.GetWorkerBytes(aBands.GetSize(i));
     return CheckMemory(0, ulBytes, rReason);
 }
 

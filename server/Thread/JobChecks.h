@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <string>
 
+#include "gpulib/App/JobShape.h"
+
 class CAlignOp;
 
 // Checks that the session's thread makes on the uploads before any worker starts. Each returns
@@ -15,11 +17,8 @@ class CAlignOp;
 [[nodiscard]] bool CheckIterations(std::string& rReason);
 
 /// Whether the workers of a job find the memory that they need.
-/// \param iProjImages  see JobShape
-/// \param tSums        R-factor sums of one worker
-/// \param tExtra       bytes that all workers together need besides
-[[nodiscard]] bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason,
-                                  std::size_t tExtra = 0);
+/// \param tExtra  bytes that all workers together need besides
+[[nodiscard]] bool CheckJobMemory(EJobKind eKind, std::string& rReason, std::size_t tExtra = 0);
 
 /// The smoothing kernel, when the iterations will use it.
 [[nodiscard]] bool CheckSmooth(std::string& rReason);

@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "Util/Util_Time.h"
-#include "gpulib/App/JobShape.h"
 #include "gpulib/Device/DeviceError.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/SetOp.h"
@@ -16,7 +15,7 @@ CBandSplit CProjMain::m_aBands;
 
 bool CProjMain::Validate(std::string& rReason)
 {
-    return CheckJobInputs(rReason) && CheckJobMemory(g_iForProjImages, 0, rReason);
+    return CheckJobInputs(rReason) && CheckJobMemory(EJobKind::eForProj, rReason);
 }
 
 void CProjMain::CalcSubsetDim(int iWorkers)

@@ -6,7 +6,6 @@
 #include "Mrcfile/SaveMrc.h"
 #include "Util/Util_Time.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/JobShape.h"
 #include "gpulib/Device/DeviceError.h"
 #include "server/Config/GpuConfig.h"
 #include "server/Data/Recon/ProjData.h"
@@ -40,12 +39,10 @@ bool CReconMain::Validate(std::string& rReason)
 {
     const unsigned int uiReconCmd = CReconOpt::GetInstance()->GetReconCmd();
     if (!CheckJobInputs(rReason)) return false;
-    if (uiReconCmd == CReconCmd::BACKPROJ) return CheckJobMemory(g_iBackProjImages, 0, rReason);
+    if (uiReconCmd == CReconCmd::BACKPROJ) return CheckJobMemory(EJobKind::eBackProj, rReason);
     if (!IsIterative(uiReconCmd)) return Refuse(rReason, "there is no method %u", uiReconCmd);
     if (!CheckIterations(rReason) || !CheckSmooth(rReason)) return false;
-    const std::size_t tSums = std::size_t{CReconOpt::GetInstance()->GetIterations()} *
-                              CSetOp::GetInstance()->GetNumIndices();
-    return CheckJobMemory(g_iIterImages, tSums, rReason, GetSmoothBytes());
+    return CheckJobMemory(EJobKind::eIterative, rReason, GetSmoothBytes());
 }
 
 void CReconMain::Prepare()

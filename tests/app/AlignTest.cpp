@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <limits>
 
-#include "gpulib/App/Compare.h"
-#include "gpulib/App/Transform.h"
+#include "Util/Util_Volume.h"
+#include "gpulib/App/Align/Compare.h"
+#include "gpulib/App/Align/Transform.h"
+#include "gpulib/App/Job.h"
 #include "tests/device/Rig.h"
 
 namespace
@@ -19,33 +21,49 @@ struct Result
     std::vector<unsigned> vuiRange;
 };
 
+void Load(Util_Volume& rVolume, int iX, int iY, const std::vector<float>& rData)
+{
+    rVolume.SetSize(iX, iY, 1);
+    std::ranges::copy(rData, rVolume.GetData());
+}
+
+AlignJob MakeJob(Util_Volume& rMeasured, Util_Volume& rStack, const Six& rMatrix, const Six& rScale,
+                 bool bLog)
+{
+    AlignJob aJob;
+    aJob.pMProjs = &rMeasured;
+    aJob.pProjs = &rStack;
+    aJob.afMatrix = rMatrix;
+    aJob.afScale = rScale;
+    aJob.bLog = bLog;
+    return aJob;
+}
+
 /// Rows [iStart, iStart + iRows) of a projection of iX x iY pixels of 7 with ranges of 9.
 Result Transform(const Image& rMeasured, int iX, int iY, const Six& rMatrix, const Six& rScale,
                  bool bLog = false, int iStart = 0, int iRows = -1)
 {
     Result aResult{std::vector<float>(std::size_t(iX) * iY, 7), std::vector<unsigned>(2 * iY, 9)};
-    CTransform aTransform;
-    aTransform.SetTranMatrix(rMatrix);
-    aTransform.SetIntScale(rScale);
-    aTransform.SetRangeX(aResult.vuiRange);
-    aTransform.SetRangeY(iStart, iRows < 0 ? iY : iRows);
-    EXPECT_TRUE(aTransform.SetMProj(rMeasured.vf.data(), rMeasured.iWidth, rMeasured.iHeight));
-    aTransform.SetAProj(aResult.vf.data(), iX, iY);
-    EXPECT_TRUE(aTransform.DoIt(bLog));
+    Util_Volume aMeasured, aStack;
+    Load(aMeasured, rMeasured.iWidth, rMeasured.iHeight, rMeasured.vf);
+    Load(aStack, iX, iY, aResult.vf);
+    AlignJob aJob = MakeJob(aMeasured, aStack, rMatrix, rScale, bLog);
+    aJob.uiRangeX = aResult.vuiRange;
+    EXPECT_TRUE(CTransform(aJob).DoIt({.iStartY = iStart, .iSizeY = iRows < 0 ? iY : iRows}));
+    aResult.vf.assign(aStack.GetData(), aStack.GetData() + aStack.GetVoxels());
     return aResult;
 }
 
 bool Compare(const Image& rMeasured, const Image& rAligned, const Six& rMatrix, const Six& rScale,
              CompareTotals& rTotals, bool bLog = false, int iStart = 0, int iRows = -1)
 {
-    CCompare aCompare;
-    aCompare.SetTranMatrix(rMatrix);
-    aCompare.SetIntScale(rScale);
-    aCompare.SetRangeY(iStart, iRows < 0 ? rAligned.iHeight : iRows);
-    const bool bLoaded =
-        aCompare.SetMProj(rMeasured.vf.data(), rMeasured.iWidth, rMeasured.iHeight);
-    aCompare.SetAProj(rAligned.vf.data(), rAligned.iWidth, rAligned.iHeight);
-    if (!bLoaded || !aCompare.DoIt(bLog)) return false;
+    Util_Volume aMeasured, aStack;
+    Load(aMeasured, rMeasured.iWidth, rMeasured.iHeight, rMeasured.vf);
+    Load(aStack, rAligned.iWidth, rAligned.iHeight, rAligned.vf);
+    const AlignJob aJob = MakeJob(aMeasured, aStack, rMatrix, rScale, bLog);
+    CCompare aCompare(aJob);
+    if (!aCompare.DoIt({.iStartY = iStart, .iSizeY = iRows < 0 ? rAligned.iHeight : iRows}))
+        return false;
     rTotals = aCompare.GetTotals();
     return true;
 }

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <vector>
 
-#include "gpulib/App/CalcWeightBase.h"
-#include "gpulib/App/CalcWeights.h"
-#include "gpulib/App/Textures.h"
+#include "gpulib/App/Images/Textures.h"
+#include "gpulib/App/Weights/CalcWeightBase.h"
+#include "gpulib/App/Weights/CalcWeights.h"
 #include "gpulib/Device/Backend.h"
 
 namespace

@@ -3,7 +3,7 @@
 #include <utility>
 #include <vector>
 
-#include "gpulib/App/SetSize.h"
+#include "gpulib/App/Iteration/SetSize.h"
 
 TEST(SetSize, DividesTheList)
 {

@@ -5,8 +5,8 @@
 #include <random>
 
 #include "Util/Util_Volume.h"
-#include "gpulib/App/TomoSmooth.h"
-#include "gpulib/App/TomoSmoothImpl.h"
+#include "gpulib/App/Smooth/TomoSmooth.h"
+#include "gpulib/App/Smooth/TomoSmoothImpl.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 #include "tests/backends/Backends.h"
@@ -22,14 +22,16 @@ void Fill(Util_Volume& rVolume, int iX, int iY, int iZ, unsigned uiSeed)
     std::generate_n(rVolume.GetData(), rVolume.GetVoxels(), [&] { return aValue(aRandom); });
 }
 
-std::vector<float> Values(const Util_Volume& rVolume)
+std::vector<float> Voxels(const Util_Volume& rVolume)
 {
     return {rVolume.GetData(), rVolume.GetData() + rVolume.GetVoxels()};
 }
 
-OracleVolume ToOracle(const Util_Volume& rVolume)
+Images ToOracle(const Util_Volume& rVolume)
 {
-    return {rVolume.GetSizeX(), rVolume.GetSizeY(), rVolume.GetSizeZ(), Values(rVolume)};
+    Images aImages(rVolume.GetSizeX(), rVolume.GetSizeY(), rVolume.GetSizeZ());
+    aImages.vf = Voxels(rVolume);
+    return aImages;
 }
 
 class TomoSmooth : public testing::TestWithParam<std::string>
@@ -97,7 +99,7 @@ TEST_P(TomoSmooth, AnyPiecesGiveTheSameBits)
             Fill(aStart, 43, 6, 5, 2);
             Fill(aKernel, iKernelX, 3, 2, 3);
             if (bSeparable) std::fill_n(aKernel.GetData(), aKernel.GetVoxels(), 0.1f);
-            const OracleVolume aExpected = SmoothVolume(ToOracle(aStart), ToOracle(aKernel));
+            const Values vdExpected = SmoothVolume(ToOracle(aStart), ToOracle(aKernel));
             std::vector<float> vfWhole;
             for (const int iPieces : {1, 2, 7, 60})
             {
@@ -115,15 +117,15 @@ TEST_P(TomoSmooth, AnyPiecesGiveTheSameBits)
                     vWorkers[i].SetDeviceInfo(iPieces, 0, i);
                     ASSERT_TRUE(vWorkers[i].DoIt());
                 }
-                EXPECT_EQ(Values(aAll), Values(aStart));  // only read so far
+                EXPECT_EQ(Voxels(aAll), Voxels(aStart));  // only read so far
                 for (CTomoSmooth& rWorker : vWorkers) rWorker.Assemble();
 
-                if (vfWhole.empty()) vfWhole = Values(aOne);
-                EXPECT_EQ(Values(aOne), vfWhole);
-                EXPECT_EQ(Values(aAll), vfWhole);
+                if (vfWhole.empty()) vfWhole = Voxels(aOne);
+                EXPECT_EQ(Voxels(aOne), vfWhole);
+                EXPECT_EQ(Voxels(aAll), vfWhole);
             }
             for (std::size_t i = 0; i < vfWhole.size(); ++i)
-                ASSERT_NEAR(vfWhole[i] / aExpected.vd[i], 1, 3e-6) << i;
+                ASSERT_NEAR(vfWhole[i] / vdExpected[i], 1, 3e-6) << i;
         }
 }
 
@@ -132,7 +134,7 @@ TEST_P(TomoSmooth, WithoutKernelOrDevice)
     Util_Volume aVolume, aKernel;
     Fill(aVolume, 5, 4, 3, 4);
     Fill(aKernel, 3, 3, 3, 5);
-    const std::vector<float> vfStart = Values(aVolume);
+    const std::vector<float> vfStart = Voxels(aVolume);
     CTomoSmooth aSmooth;
     aSmooth.SetVolume(&aVolume);
     EXPECT_TRUE(aSmooth.DoIt());
@@ -142,7 +144,7 @@ TEST_P(TomoSmooth, WithoutKernelOrDevice)
     EXPECT_FALSE(aSmooth.DoIt());
     EXPECT_EQ(TakeDeviceError(), "smooth: no memory on device 3");
     aSmooth.Assemble();
-    EXPECT_EQ(Values(aVolume), vfStart);
+    EXPECT_EQ(Voxels(aVolume), vfStart);
 }
 
 TEST_P(TomoSmooth, PiecesFollowTheMemory)

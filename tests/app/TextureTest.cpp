@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "Util/Util_Volume.h"
-#include "gpulib/App/RowBatch.h"
-#include "gpulib/App/Textures.h"
+#include "gpulib/App/Images/RowBatch.h"
+#include "gpulib/App/Images/Textures.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 

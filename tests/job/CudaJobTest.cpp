@@ -37,7 +37,7 @@ TestJob MakeJob(const std::string& strName)
     if (bIterates) aJob.uiSets = 2;
     if (bIterates) aJob.vfRelax = {1, 0.8f, 0.9f, 0.7f, 0.6f, 0.5f, 0.4f, 0.3f};
     aJob.vuiList = {5, 0, 3, 1, 6, 2};
-    aJob.vBox = {{{1, 0}, {15, 5}}};
+    aJob.aBox = OracleBox{{1, 0}, {15, 5}};
     aJob.bInvalid = !aJob.bReproject;
     return aJob;
 }

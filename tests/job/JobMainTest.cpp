@@ -204,7 +204,7 @@ TEST_F(JobMain, DefaultsBackProject)
 TEST_F(JobMain, DefaultsOfIterations)
 {
     m_aJob.vuiList = {5, 2, 3};
-    m_aJob.vBox = {{{0, 0}, {18.5f, 6.5f}}};
+    m_aJob.aBox = OracleBox{{0, 0}, {18.5f, 6.5f}};
     m_aJob.iIterations = 3;
     for (const auto& [eMethod, uiMethod] : {std::pair{EMethod::eSart, 1U}, {EMethod::eEm, 2U}})
     {
@@ -228,7 +228,7 @@ TEST_F(JobMain, DefaultsOfIterations)
 // alone, whatever it holds.
 TEST_F(JobMain, SmoothsWithTheKernel)
 {
-    m_aJob.vBox = {{{0, 0}, {18.5f, 6.5f}}};
+    m_aJob.aBox = OracleBox{{0, 0}, {18.5f, 6.5f}};
     m_aJob.iIterations = 4;
     m_aJob.uiInterval = 2;
     m_aJob.aiKernel = {3, 2, 1};
@@ -305,10 +305,10 @@ TEST_F(JobMain, ReprojectsTheSelection)
 {
     m_aJob.bReproject = true;
     m_aJob.vuiList = {6, 0};
-    m_aJob.vBox = {{{1, 0}, {9, 4}}};
+    m_aJob.aBox = OracleBox{{1, 0}, {9, 4}};
     mUpload();
     mSelect(m_aJob.vuiList);
-    mSetBox(m_aJob.vBox[0]);
+    mSetBox(*m_aJob.aBox);
     CJobStatus::Reset();
     std::string strReason;
     ASSERT_TRUE(CProjMain::Validate(strReason)) << strReason;

@@ -33,12 +33,9 @@ std::vector<TestJob> GetSingleOperations()
         Add("Large", [](TestJob& r) { r.iProjX = 257, r.iVolX = 300, r.iVolZ = 31, r.iY = 2; });
         Add("AnglesBeyond90", [](TestJob& r) { r.vfAngles = g_vfBeyond; });
         Add("ListOutOfOrder", [](TestJob& r) { r.vuiList = {5, 1, 2}; });
-        Add("ListWithRepeats",
-            [](TestJob& r) {
-                r.vuiList = {5, 1, 5, 2}, r.vBox = {g_aSmallBox};
-            });
-        Add("Box", [](TestJob& r) { r.vBox = {g_aSmallBox}; });
-        Add("Slab", [](TestJob& r) { r.vBox = {g_aSlab}; });
+        Add("ListWithRepeats", [](TestJob& r) { r.vuiList = {5, 1, 5, 2}, r.aBox = g_aSmallBox; });
+        Add("Box", [](TestJob& r) { r.aBox = g_aSmallBox; });
+        Add("Slab", [](TestJob& r) { r.aBox = g_aSlab; });
         if (!bReproject) Add("Invalid", [](TestJob& r) { r.bInvalid = true, r.iY = 18; });
     }
     return vJobs;
@@ -52,7 +49,7 @@ std::vector<TestJob> GetIterations()
         TestJob aJob;
         aJob.eMethod = eMethod;
         aJob.iIterations = 10;
-        aJob.vBox = {{{0, 0}, {18.5f, 6.5f}}};
+        aJob.aBox = OracleBox{{0, 0}, {18.5f, 6.5f}};
         const auto Add = [&](const char* pcName, auto aChange)
         {
             vJobs.push_back(aJob);
@@ -73,9 +70,9 @@ std::vector<TestJob> GetIterations()
                 for (int k = 0; k < 20; ++k) r.vfRelax.push_back(1.0f / float(k + 1));
             });
         Add("List", [](TestJob& r) { r.vuiList = {6, 0, 3, 3, 2}, r.uiSets = 2; });
-        Add("SmallBox", [](TestJob& r) { r.vBox = {g_aSmallBox}; });
-        Add("Slab", [](TestJob& r) { r.vBox = {g_aSlab}; });
-        Add("NoBox", [](TestJob& r) { r.vBox.clear(); });
+        Add("SmallBox", [](TestJob& r) { r.aBox = g_aSmallBox; });
+        Add("Slab", [](TestJob& r) { r.aBox = g_aSlab; });
+        Add("NoBox", [](TestJob& r) { r.aBox.reset(); });
         Add("Invalid", [](TestJob& r) { r.bInvalid = true, r.iY = 18, r.uiSets = 2; });
         Add("AnglesBeyond90", [](TestJob& r) { r.vfAngles = g_vfBeyond; });
         Add("WiderVolume", [](TestJob& r) { r.iVolX = 61; });

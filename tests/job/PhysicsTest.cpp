@@ -19,7 +19,7 @@ protected:
         m_aJob.iVolZ = 40;
         m_aJob.iY = 4;
         m_aJob.iIterations = 30;
-        m_aJob.vBox = {{{0, 0}, {32, 20}}};
+        m_aJob.aBox = OracleBox{{0, 0}, {32, 20}};
         m_aJob.vfAngles.clear();
         for (int n = 0; n < 61; ++n) m_aJob.vfAngles.push_back(float(3 * n - 90));
     }
@@ -101,7 +101,7 @@ TEST_P(Physics, ResidualsFallInEverySartIteration)
 TEST_P(Physics, FlatSliceProjectsToItsThickness)
 {
     m_aJob.vfAngles = {0, 90};
-    m_aJob.vBox.clear();
+    m_aJob.aBox.reset();
     m_aJob.bReproject = true;
     TestData aData = MakeData(m_aJob, 1);
     aData.vfVolume.assign(aData.vfVolume.size(), 1.0f);

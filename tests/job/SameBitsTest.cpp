@@ -29,7 +29,7 @@ TestJob MakeJob(EMethod eMethod, bool bReproject)
     aJob.vuiSetSize = {4, 3};
     aJob.uiInterval = 2;
     aJob.bInvalid = !bReproject;
-    aJob.vBox = {{{1, 0}, {15, 5}}};
+    aJob.aBox = OracleBox{{1, 0}, {15, 5}};
     return aJob;
 }
 }  // namespace

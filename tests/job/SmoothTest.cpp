@@ -32,7 +32,7 @@ TestJob MakeJob(EMethod eMethod)
     aJob.iIterations = 5;
     aJob.uiInterval = 2;
     aJob.uiSets = 2;
-    aJob.vBox = {{{0, 0}, {18.5f, 6.5f}}};
+    aJob.aBox = OracleBox{{0, 0}, {18.5f, 6.5f}};
     SetKernel(aJob, 5, 2, 3);
     return aJob;
 }

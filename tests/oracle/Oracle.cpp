@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <numeric>
 #include <random>
 
 namespace
@@ -16,22 +17,54 @@ double Snap(double dPosition)
     return std::fabs(dPosition - dWhole) < 1e-12 ? dWhole : dPosition;
 }
 
-/// Bilinear value at voxel coordinates (dX, dZ); 0 outside of the slice.
-double Sample(const OracleImage& rSlice, int iX, int iZ, double dX, double dZ)
+/// Bilinear value at (dX, dY) of what rAt(x, y) gives.
+double Interpolate(double dX, double dY, bool bFilter, auto rAt)
 {
-    dX = Snap(dX);
-    dZ = Snap(dZ);
-    const auto At = [&](int x, int z)
-    { return x < 0 || z < 0 || x >= iX || z >= iZ ? 0.0 : rSlice[std::size_t(z) * iX + x]; };
-    const double dLeft = std::floor(dX), dTop = std::floor(dZ);
-    const double dU = dX - dLeft, dV = dZ - dTop;
-    const int x = int(dLeft), z = int(dTop);
-    return (1 - dV) * ((1 - dU) * At(x, z) + dU * At(x + 1, z)) +
-           dV * ((1 - dU) * At(x, z + 1) + dU * At(x + 1, z + 1));
+    const double dLeft = std::floor(dX), dTop = std::floor(dY);
+    double dU = dX - dLeft, dV = dY - dTop, dValue = 0;
+    if (bFilter) dU = std::round(dU * 256) / 256, dV = std::round(dV * 256) / 256;
+    for (const int y : {0, 1})
+        for (const int x : {0, 1})
+        {
+            const double dWeight = (x ? dU : 1 - dU) * (y ? dV : 1 - dV);
+            if (dWeight > 0) dValue += dWeight * rAt(int(dLeft) + x, int(dTop) + y);
+        }
+    return dValue;
+}
+
+double Rescale(double dValue, const OracleAlign& rAlign)
+{
+    const auto& s = rAlign.afScale;
+    double dResult = s[0] * dValue + s[1];
+    if (rAlign.bLog) dResult = s[4] * std::log(s[5] / std::max(double(s[3]), dResult));
+    return std::min(double(s[2]), dResult);
 }
 }  // namespace
 
-COracle::COracle(OracleJob aJob) : m_aJob(std::move(aJob))
+std::vector<unsigned> GetList(const TestJob& rJob)
+{
+    if (!rJob.vuiList.empty()) return rJob.vuiList;
+    std::vector<unsigned> vuiAll(rJob.vfAngles.size());
+    std::iota(vuiAll.begin(), vuiAll.end(), 0U);
+    return vuiAll;
+}
+
+std::vector<std::pair<int, int>> GetSets(const TestJob& rJob)
+{
+    const int iProjs = int(GetList(rJob).size()), iSets = int(rJob.uiSets);
+    std::vector<std::pair<int, int>> vSets;
+    for (int s = 0, iFirst = 0; s < iSets; ++s)
+    {
+        const int iSize = rJob.vuiSetSize.empty()
+                              ? iProjs / iSets + (s < iProjs % iSets)
+                              : int(std::min(rJob.vuiSetSize[s], unsigned(iProjs)));
+        vSets.emplace_back(std::min(iFirst, iProjs), std::min(iFirst + iSize, iProjs));
+        iFirst += iSize;
+    }
+    return vSets;
+}
+
+COracle::COracle(const TestJob& rJob) : m_aJob(rJob), m_vuiList(GetList(rJob))
 {
     const OracleBox aVolume = {{0, 0}, {m_aJob.iVolX / 2.0f, m_aJob.iVolZ / 2.0f}};
     const OracleBox aBox = m_aJob.aBox.value_or(OracleBox{});
@@ -40,9 +73,9 @@ COracle::COracle(OracleJob aJob) : m_aJob(std::move(aJob))
         const double dAngle = m_aJob.vfAngles[n] * std::numbers::pi / 180;
         m_vfCos.push_back(float(std::sin(std::numbers::pi / 2 - dAngle)));
         m_vfSin.push_back(float(std::sin(dAngle)));
-        const std::vector<double> vdPrj = PathLengths(aVolume, n);
-        std::vector<double> vdPre = PathLengths(aBox, n);
-        if (aBox.afHalf[0] / m_aJob.iProjX > 10)  // an endless slab
+        const Values vdPrj = PathLengths(aVolume, n);
+        Values vdPre = PathLengths(aBox, n);
+        if (aBox.afHalf[0] / float(m_aJob.iProjX) > 10)  // an endless slab
             vdPre.assign(vdPre.size(), 2 * aBox.afHalf[1] / std::cos(dAngle));
         for (std::size_t x = 0; x < vdPrj.size(); ++x)
         {
@@ -52,12 +85,21 @@ COracle::COracle(OracleJob aJob) : m_aJob(std::move(aJob))
     }
 }
 
-std::vector<double> COracle::Project(const OracleImage& rSlice, unsigned uiProj) const
+/// Bilinear value at voxel coordinates; 0 outside of the slice.
+double COracle::mSample(const Values& rSlice, double dX, double dZ) const
+{
+    const int iX = m_aJob.iVolX, iZ = m_aJob.iVolZ;
+    const auto At = [&](int x, int z)
+    { return x < 0 || z < 0 || x >= iX || z >= iZ ? 0.0 : rSlice[std::size_t(z) * iX + x]; };
+    return Interpolate(Snap(dX), Snap(dZ), m_aJob.bFilter, At);
+}
+
+Values COracle::Project(const Values& rSlice, unsigned uiProj) const
 {
     const int iVolX = m_aJob.iVolX, iVolZ = m_aJob.iVolZ;
     const float fCos = m_vfCos[uiProj], fSin = m_vfSin[uiProj];
     const int iSamples = int(iVolZ * fCos + iVolX * std::fabs(fSin) + 0.5f) + 2;
-    std::vector<double> vdSums(m_aJob.iProjX);
+    Values vdSums(m_aJob.iProjX);
     std::minstd_rand aRandom(m_aJob.uiSeed * 1000003 + uiProj);
     std::uniform_real_distribution<double> aShift(-m_aJob.dShift, m_aJob.dShift);
     for (int i = 0; i < m_aJob.iProjX; ++i)
@@ -67,21 +109,20 @@ std::vector<double> COracle::Project(const OracleImage& rSlice, unsigned uiProj)
         for (int k = 0; k < iSamples; ++k)
         {
             const double dU = i - (m_aJob.iProjX - 1) / 2.0, dT = k - (iSamples - 1) / 2.0;
-            const double dX = (iVolX - 1) / 2.0 + dU * fCos - dT * fSin + dShiftX;
-            const double dZ = (iVolZ - 1) / 2.0 + dU * fSin + dT * fCos + dShiftZ;
-            vdSums[i] += Sample(rSlice, iVolX, iVolZ, dX, dZ);
+            vdSums[i] += mSample(rSlice, (iVolX - 1) / 2.0 + dU * fCos - dT * fSin + dShiftX,
+                                 (iVolZ - 1) / 2.0 + dU * fSin + dT * fCos + dShiftZ);
         }
     }
     return vdSums;
 }
 
-std::vector<double> COracle::PathLengths(const OracleBox& rBox, unsigned uiProj) const
+Values COracle::PathLengths(const OracleBox& rBox, unsigned uiProj) const
 {
     const double dAngle = m_aJob.vfAngles[uiProj] * std::numbers::pi / 180;
     // A point of the ray of detector coordinate u: u * (cos, sin) + t * (-sin, cos).
     const double adNormal[2] = {std::sin(std::numbers::pi / 2 - dAngle), std::sin(dAngle)};
     const double adAlong[2] = {-adNormal[1], adNormal[0]};
-    std::vector<double> vdLengths;
+    Values vdLengths;
     for (int i = 0; i < m_aJob.iProjX; ++i)
     {
         const double dU = i - (m_aJob.iProjX - 1) / 2.0;
@@ -104,79 +145,29 @@ std::vector<double> COracle::PathLengths(const OracleBox& rBox, unsigned uiProj)
     return vdLengths;
 }
 
-void COracle::Reproject(const OracleImage& rSlice, OracleImage& rProjs) const
+Values COracle::Compare(const Values& rMeasured, const Values& rSlice, std::pair<int, int> aSet,
+                        bool bEm) const
 {
-    for (const unsigned n : m_aJob.vuiList)
-    {
-        const std::vector<double> vdSums = Project(rSlice, n);
-        for (int x = 0; x < m_aJob.iProjX; ++x)
-            rProjs[std::size_t(n) * m_aJob.iProjX + x] =
-                vdSums[x] / (m_aJob.aBox ? mPreWeight(n, x) : 1.0);
-    }
-}
-
-OracleRfactor COracle::Reconstruct(OracleImage aMeasured, const OracleRanges& rRanges,
-                                   OracleImage& rSlice, int iFirst, int iEnd) const
-{
-    const std::pair<int, int> aAll = {0, int(m_aJob.vuiList.size())};
-    if (m_aJob.eMethod == EMethod::eBackProj)
-    {
-        if (m_aJob.aBox)
-            for (std::size_t k = 0; k < aMeasured.size(); ++k)
-                aMeasured[k] *= m_vdPre[k] * m_vdPrj[k];
-        mUpdate(aMeasured, rRanges, aAll, 1, EUpdate::eSart, rSlice);
-        return {};
-    }
-
-    for (std::size_t k = 0; k < aMeasured.size(); ++k) aMeasured[k] *= m_vdPre[k];
-    OracleRfactor aRfactor;
-    if (iFirst == 0) aRfactor.vdRaw = mSumAbs(aMeasured);
-    for (int i = iFirst; i < (iEnd < 0 ? m_aJob.iIterations : iEnd); ++i)
-    {
-        const bool bEm = m_aJob.eMethod == EMethod::eEm && i > 0;
-        const EUpdate eUpdate = bEm ? EUpdate::eEm : EUpdate::eSart;
-        for (std::size_t s = 0; s < m_aJob.vSets.size(); ++s)
-        {
-            OracleImage aRows = mCompare(aMeasured, rSlice, m_aJob.vSets[s], eUpdate);
-            if (!bEm)
-                for (std::size_t k = 0; k < aRows.size(); ++k) aRows[k] *= m_vdPrj[k];
-            const double dRelax =
-                m_aJob.vfRelax.empty() ? 1 : m_aJob.vfRelax[i * m_aJob.vSets.size() + s];
-            mUpdate(aRows, rRanges, m_aJob.vSets[s], dRelax, eUpdate, rSlice);
-        }
-        for (const double dSum : mSumAbs(mCompare(aMeasured, rSlice, aAll, EUpdate::eSart)))
-            aRfactor.vdDif.push_back(dSum);
-    }
-    return aRfactor;
-}
-
-/// Differences or ratios of the set; rows of other projections are 0.
-OracleImage COracle::mCompare(const OracleImage& rMeasured, const OracleImage& rSlice,
-                              std::pair<int, int> aSet, EUpdate eUpdate) const
-{
-    OracleImage aRows(rMeasured.size());
+    Values vdRows(rMeasured.size());
     for (int p = aSet.first; p < aSet.second; ++p)
     {
-        const unsigned n = m_aJob.vuiList[p];
-        const std::vector<double> vdSums = Project(rSlice, n);
+        const Values vdSums = Project(rSlice, m_vuiList[p]);
         for (int x = 0; x < m_aJob.iProjX; ++x)
         {
-            const std::size_t k = std::size_t(n) * m_aJob.iProjX + x;
+            const std::size_t k = std::size_t(m_vuiList[p]) * m_aJob.iProjX + x;
             const double dMeasured = rMeasured[k];
-            if (eUpdate == EUpdate::eSart)
-                aRows[k] = dMeasured - vdSums[x];
-            else
-                aRows[k] = dMeasured >= 0 && vdSums[x] != 0 ? dMeasured / vdSums[x] : 1.0;
+            vdRows[k] = !bEm                               ? dMeasured - vdSums[x]
+                        : dMeasured >= 0 && vdSums[x] != 0 ? dMeasured / vdSums[x]
+                                                           : 1.0;
         }
     }
-    return aRows;
+    return vdRows;
 }
 
-void COracle::mUpdate(const OracleImage& rRows, const OracleRanges& rRanges,
-                      std::pair<int, int> aSet, double dRelax, EUpdate eUpdate,
-                      OracleImage& rSlice) const
+void COracle::Update(const Values& rRows, const OracleRanges& rRanges, std::pair<int, int> aSet,
+                     double dRelax, bool bEm, Values& rSlice) const
 {
-    const int iVolX = m_aJob.iVolX, iVolZ = m_aJob.iVolZ;
+    const int iX = m_aJob.iProjX, iVolX = m_aJob.iVolX, iVolZ = m_aJob.iVolZ;
     for (int z = 0; z < iVolZ; ++z)
         for (int x = 0; x < iVolX; ++x)
         {
@@ -184,74 +175,97 @@ void COracle::mUpdate(const OracleImage& rRows, const OracleRanges& rRanges,
             int iHits = 0;
             for (int p = aSet.first; p < aSet.second; ++p)
             {
-                const unsigned n = m_aJob.vuiList[p];
+                const unsigned n = m_vuiList[p];
                 const float fX = x - (iVolX - 1) * 0.5f, fZ = z - (iVolZ - 1) * 0.5f;
-                const float fU = (m_aJob.iProjX - 1) * 0.5f + (fX * m_vfCos[n] + fZ * m_vfSin[n]);
-                const auto [iFirst, iEnd] = rRanges[n];
-                const float fLast = float(iEnd) - 1;
-                if (fU < float(iFirst) || (eUpdate == EUpdate::eSart ? fU > fLast : fU >= fLast))
-                    continue;
-                const double dU = std::clamp(
-                    (m_aJob.iProjX - 1) / 2.0 + double(fX) * m_vfCos[n] + double(fZ) * m_vfSin[n],
-                    double(iFirst), double(iEnd - 1));
-                const int i = std::min(int(dU), std::max(m_aJob.iProjX - 2, 0));
-                const double* pdRow = &rRows[std::size_t(n) * m_aJob.iProjX];
-                dSum += m_aJob.iProjX == 1 ? pdRow[0]
-                                           : pdRow[i] * (i + 1 - dU) + pdRow[i + 1] * (dU - i);
+                const float fU = (iX - 1) * 0.5f + (fX * m_vfCos[n] + fZ * m_vfSin[n]);
+                const auto [fFirst, fEnd] = rRanges[n];
+                if (fU < fFirst || (bEm ? fU >= fEnd - 1 : fU > fEnd - 1)) continue;
+                const auto At = [&](int i, int)
+                { return rRows[std::size_t(n) * iX + std::min(i, iX - 1)]; };
+                dSum += Interpolate(std::clamp(fU, 0.0f, float(iX - 1)), 0, m_aJob.bFilter, At);
                 ++iHits;
             }
             double& rdValue = rSlice[std::size_t(z) * iVolX + x];
             const double dNew =
-                eUpdate == EUpdate::eSart
-                    ? rdValue + dRelax * dSum / (iHits + 1e-6)
-                    : rdValue * (1 + dRelax * (dSum - iHits) / (aSet.second - aSet.first));
+                bEm ? rdValue * (1 + dRelax * (dSum - iHits) / (aSet.second - aSet.first))
+                    : rdValue + dRelax * dSum / (iHits + 1e-6);
             rdValue = dNew > 0 ? dNew : 0;
         }
 }
 
-/// Sums of |value| per list position; each row counts as a multiple of 256 columns, the last pixel
-/// filling it up.
-std::vector<double> COracle::mSumAbs(const OracleImage& rRows) const
+/// A row counts as a multiple of 256 columns, the last pixel filling it up.
+Values COracle::SumAbs(const Values& rRows) const
 {
-    std::vector<double> vdSums;
+    Values vdSums;
     const int iX = m_aJob.iProjX, iColumns = (iX + 255) / 256 * 256;
-    for (const unsigned n : m_aJob.vuiList)
+    for (const unsigned n : m_vuiList)
     {
         double dSum = 0;
         for (int x = 0; x < iColumns; ++x)
         {
             const double dValue = rRows[std::size_t(n) * iX + std::min(x, iX - 1)];
-            if (dValue > -1e15) dSum += std::fabs(dValue);
+            if (dValue > -1e15f) dSum += std::fabs(dValue);
         }
         vdSums.push_back(dSum);
     }
     return vdSums;
 }
 
-double OracleVolume::At(int x, int y, int z) const
+Values SmoothVolume(const Images& rVolume, const Images& rKernel)
 {
-    x = std::clamp(x, 0, iX - 1);
-    y = std::clamp(y, 0, iY - 1);
-    z = std::clamp(z, 0, iZ - 1);
-    return vd[(std::size_t(z) * iY + y) * iX + x];
-}
-
-OracleVolume SmoothVolume(const OracleVolume& rVolume, const OracleVolume& rKernel)
-{
-    OracleVolume aResult = rVolume;
-    double* pdVoxel = aResult.vd.data();
-    for (int z = 0; z < rVolume.iZ; ++z)
+    const auto At = [&](int x, int y, int z)
+    {
+        return rVolume.At(std::clamp(x, 0, rVolume.iX - 1), std::clamp(y, 0, rVolume.iY - 1),
+                          std::clamp(z, 0, rVolume.iN - 1));
+    };
+    Values vd;
+    for (int z = 0; z < rVolume.iN; ++z)
         for (int y = 0; y < rVolume.iY; ++y)
             for (int x = 0; x < rVolume.iX; ++x)
             {
-                double dSum = 0;
-                for (int c = 0; c < rKernel.iZ; ++c)
+                vd.push_back(0);
+                for (int c = 0; c < rKernel.iN; ++c)
                     for (int b = 0; b < rKernel.iY; ++b)
                         for (int a = 0; a < rKernel.iX; ++a)
-                            dSum += rKernel.At(a, b, c) * rVolume.At(x + a - rKernel.iX / 2,
-                                                                     y + b - rKernel.iY / 2,
-                                                                     z + c - rKernel.iZ / 2);
-                *pdVoxel++ = dSum;
+                            vd.back() += double(rKernel.At(a, b, c)) * At(x + a - rKernel.iX / 2,
+                                                                          y + b - rKernel.iY / 2,
+                                                                          z + c - rKernel.iN / 2);
             }
-    return aResult;
+    return vd;
+}
+
+Values TransformImage(const OracleAlign& rAlign, const Images& rMeasured, int n, int iX, int iY)
+{
+    const auto& m = rAlign.afMatrix;
+    Values vd;
+    for (int y = 0; y < iY; ++y)
+        for (int x = 0; x < iX; ++x)
+        {
+            const float fX = float(x), fY = float(y);
+            const float fU = m[4] + (fX * m[0] + m[1] * fY), fV = (fX * m[2] + fY * m[3]) + m[5];
+            const bool bOn = fU >= 0 && fU <= float(rMeasured.iX - 1) && fV >= 0 &&
+                             fV <= float(rMeasured.iY - 1);
+            const auto At = [&](int i, int j) { return double(rMeasured.At(i, j, n)); };
+            vd.push_back(bOn ? Rescale(Interpolate(fU, fV, rAlign.bFilter, At), rAlign)
+                             : std::numeric_limits<double>::quiet_NaN());
+        }
+    return vd;
+}
+
+AlignSums SumImages(std::span<const float> fAligned, const Values& rTransed)
+{
+    AlignSums aSums;
+    for (std::size_t i = 0; i < rTransed.size(); ++i)
+    {
+        const double dA = fAligned[i], dT = rTransed[i];
+        if (std::isnan(dT)) continue;
+        const double adTerms[] = {dA,           dT,           dA * dA,           dT * dT, dA * dT,
+                                  std::abs(dA), std::abs(dT), std::abs(dA - dT), 1};
+        for (std::size_t k = 0; k < aSums.ad.size(); ++k)
+        {
+            aSums.ad[k] += adTerms[k];
+            aSums.adSize[k] += std::abs(adTerms[k]);
+        }
+    }
+    return aSums;
 }

@@ -2,7 +2,7 @@
 #include <bit>
 #include <cmath>
 
-#include "tests/soak/JobError.h"
+#include "tests/oracle/JobOracle.h"
 #include "tests/soak/Session.h"
 #include "tests/wire/Messages.h"
 
@@ -13,10 +13,10 @@ constexpr double g_dSum = 5e-5;    // float sums, relative to the sum of absolut
 constexpr float g_fMissing = -1e29f;
 }  // namespace
 
-AlignJob CSession::mMakeAlignJob()
+OracleAlign CSession::mMakeAlignJob()
 {
     CRandom& r = m_aRandom;
-    AlignJob aJob;
+    OracleAlign aJob;
     const float fU = r.Real(-4, 4), fV = r.Real(-4, 4);
     if (r.Chance(0.3f))  // exact positions
         aJob.afMatrix = {1, 0, 0, 1, 0.5f * float(r.Int(-6, 6)), 0.5f * float(r.Int(-6, 6))};
@@ -33,7 +33,7 @@ AlignJob CSession::mMakeAlignJob()
     return aJob;
 }
 
-Request CSession::mMakeAlign(bool bCompare, const AlignJob& rJob, int iMProj, int iAProj) const
+Request CSession::mMakeAlign(bool bCompare, const OracleAlign& rJob, int iMProj, int iAProj) const
 {
     const std::uint32_t uiPlain = bCompare ? Msg::eCompare : Msg::eTransform;
     const std::uint32_t uiLog = bCompare ? Msg::eComparel : Msg::eTransforml;
@@ -52,7 +52,7 @@ bool CSession::mTransform()
 {
     if (m_aModel.aMeasured.IsEmpty() && !mMeasured()) return false;
     if (m_aModel.aStack.IsEmpty() && !mStack(false)) return false;
-    const AlignJob aJob = mMakeAlignJob();
+    const OracleAlign aJob = mMakeAlignJob();
     const int iMProj = m_aRandom.Int(0, m_aModel.aMeasured.iN - 1);
     const int iAProj = m_aRandom.Int(0, m_aModel.aStack.iN - 1);
     if (!mServe(mMakeAlign(false, aJob, iMProj, iAProj))) return false;
@@ -79,7 +79,7 @@ bool CSession::mCompare()
 {
     if (m_aModel.aMeasured.IsEmpty() && !mMeasured()) return false;
     if (m_aModel.aStack.IsEmpty() && !mStack(false)) return false;
-    const AlignJob aJob = mMakeAlignJob();
+    const OracleAlign aJob = mMakeAlignJob();
     const int iMProj = m_aRandom.Int(0, m_aModel.aMeasured.iN - 1);
     const int iAProj = m_aRandom.Int(0, m_aModel.aStack.iN - 1);
     if (!mServe(mMakeAlign(true, aJob, iMProj, iAProj))) return false;

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "tests/soak/JobError.h"
+#include "tests/oracle/JobOracle.h"
 #include "tests/soak/Session.h"
 #include "tests/wire/Messages.h"
 

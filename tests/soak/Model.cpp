@@ -48,9 +48,9 @@ TestJob Model::MakeJob(bool bReproject) const
     aJob.iVolZ = aVolume.iN;
     aJob.vfAngles = vfAngles;
     aJob.vuiList = vuiList;
-    if (aBox) aJob.vBox = {*aBox};
+    if (aBox) aJob.aBox = *aBox;
     if (!aBox && (bReproject || eMethod != EMethod::eBackProj))  // the volume is the box
-        aJob.vBox = {{{0, 0}, {float(aVolume.iX) / 2, float(aVolume.iN) / 2}}};
+        aJob.aBox = OracleBox{{0, 0}, {float(aVolume.iX) / 2, float(aVolume.iN) / 2}};
     if (bReproject || eMethod == EMethod::eBackProj) return aJob;
     aJob.iIterations = int(uiIterations);
     aJob.uiSets = uiSets;

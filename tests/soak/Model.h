@@ -8,21 +8,6 @@
 
 #include "tests/oracle/JobOracle.h"
 
-/// Images of one size, shape [n][y][x].
-struct Images
-{
-    int iX = 0, iY = 0, iN = 0;
-    std::vector<float> vf;
-
-    bool IsEmpty() const { return vf.empty(); }
-    std::size_t GetPixels() const { return std::size_t(iX) * std::size_t(iY); }
-    std::span<float> Nth(int n) { return std::span(vf).subspan(n * GetPixels(), GetPixels()); }
-    std::span<const float> Nth(int n) const
-    {
-        return std::span(vf).subspan(n * GetPixels(), GetPixels());
-    }
-};
-
 /// What the server should hold for its client after the requests so far.
 struct Model
 {

@@ -128,7 +128,7 @@ std::vector<Request> CSession::mBadOptions()
 /// Alignments that fail for one wrong word or for want of data.
 std::vector<Request> CSession::mBadJobs()
 {
-    const AlignJob aJob = mMakeAlignJob();
+    const OracleAlign aJob = mMakeAlignJob();
     const bool bCompare = m_aRandom.Chance(0.5f);
     const Request aGood = mMakeAlign(bCompare, aJob, 0, 0);
     const std::size_t tMatrix = bCompare ? 4 : 2;

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "tests/soak/AlignOracle.h"
+#include "tests/oracle/Oracle.h"
 #include "tests/soak/Console.h"
 #include "tests/soak/Model.h"
 #include "tests/soak/Random.h"
@@ -72,10 +72,10 @@ private:
     bool mFetchStack(TestData& rGot);
     bool mFetchStat(const TestJob& rJob, TestData& rGot);
     bool mAgrees(ECheck eCheck, double dError, double dTolerance);
-    AlignJob mMakeAlignJob();
+    OracleAlign mMakeAlignJob();
     bool mTransform();
     bool mCompare();
-    Request mMakeAlign(bool bCompare, const AlignJob& rJob, int iMProj, int iAProj) const;
+    Request mMakeAlign(bool bCompare, const OracleAlign& rJob, int iMProj, int iAProj) const;
 
     // Refusals.cpp
     bool mLook();

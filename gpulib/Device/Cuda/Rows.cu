@@ -47,19 +47,19 @@ __global__ void __launch_bounds__(g_iThreads)
 }
 }  // namespace
 
-bool CCudaBackend::Combine(const CombineParams& rP)
+bool CCudaBackend::mCombine(const CombineParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.iProjX), rP.iEnd - rP.iFirst, rP.aOut.iLanes);
     return Launch("Combine", mStream(), aGrid, 0, CombineKernel, rP);
 }
 
-bool CCudaBackend::Weight(const WeightParams& rP)
+bool CCudaBackend::mWeight(const WeightParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.iProjX), rP.iEnd - rP.iFirst, rP.aOut.iLanes);
     return Launch("Weight", mStream(), aGrid, 0, WeightKernel, rP);
 }
 
-bool CCudaBackend::SumAbs(const SumAbsParams& rP)
+bool CCudaBackend::mSumAbs(const SumAbsParams& rP)
 {
     Device* const pDevice = mDevice();
     if (!pDevice) return false;

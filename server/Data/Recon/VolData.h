@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "gpulib/App/TomoVolume.h"
+#include "Util/TomoVolume.h"
 #include "server/Data/UploadTarget.h"
 
 class CRemotePacket;
