@@ -35,10 +35,10 @@ TEST(SetSize, DividesTheList)
         Ranges vRanges;
         for (unsigned s = 0; s < aSetSize.GetNumSets(); ++s)
         {
-            const int* piRange = aSetSize.GetSetRange(int(s));
-            vRanges.emplace_back(piRange[0], piRange[1]);
+            const SetRange aRange = aSetSize.GetSetRange(s);
+            vRanges.emplace_back(aRange.iFirst, aRange.iEnd);
         }
         EXPECT_EQ(vRanges, rCase.vExpected);
-        EXPECT_EQ(aSetSize.GetFullRange()[1], int(rCase.uiProjs));
+        EXPECT_EQ(aSetSize.GetFullRange().iEnd, int(rCase.uiProjs));
     }
 }

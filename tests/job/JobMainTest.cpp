@@ -26,7 +26,6 @@
 #include "server/Data/RemotePacket.h"
 #include "server/Recon/GaussianKernel.h"
 #include "server/Thread/BandSplit.h"
-#include "server/Thread/JobStatus.h"
 #include "server/Thread/ProjMain.h"
 #include "server/Thread/ReconMain.h"
 #include "tests/job/JobRunner.h"
@@ -47,6 +46,14 @@ CRemotePacket MakePacket(std::initializer_list<unsigned> aFields, std::span<cons
     EXPECT_TRUE(aPacket.SetOptSize(uiBytes));
     EXPECT_TRUE(uiBytes == 0 || aPacket.SetData4(0, fData.data(), uiBytes));
     return aPacket;
+}
+
+/// Hands a message to the holder that serves it.
+template <class T>
+void Upload(CRequestPlan (T::*pfnHandler)(const CRemotePacket&), const CRemotePacket& rPacket)
+{
+    std::string strReason;
+    EXPECT_TRUE((T::GetInstance()->*pfnHandler)(rPacket).DoIt(rPacket, strReason)) << strReason;
 }
 
 unsigned Bits(float fValue)
@@ -80,15 +87,11 @@ protected:
     {
         std::vector<float> vfPairs;
         for (const float fAngle : m_aJob.vfAngles) vfPairs.insert(vfPairs.end(), {fAngle, 0.0f});
-        std::string strReason;
-        EXPECT_TRUE(CProjData::GetInstance()->HandleProjSize(
-            MakePacket(
-                {unsigned(m_aJob.iProjX), unsigned(m_aJob.iY), unsigned(m_aJob.vfAngles.size())},
-                vfPairs),
-            strReason));
-        EXPECT_TRUE(CVolData::GetInstance()->HandleVolSize(
-            MakePacket({unsigned(m_aJob.iVolX), unsigned(m_aJob.iY), unsigned(m_aJob.iVolZ)}),
-            strReason));
+        Upload(&CProjData::HandleProjSize, MakePacket({unsigned(m_aJob.iProjX), unsigned(m_aJob.iY),
+                                                       unsigned(m_aJob.vfAngles.size())},
+                                                      vfPairs));
+        Upload(&CVolData::HandleVolSize,
+               MakePacket({unsigned(m_aJob.iVolX), unsigned(m_aJob.iY), unsigned(m_aJob.iVolZ)}));
         std::ranges::copy(m_aStart.vfProjs, CProjData::GetInstance()->GetProjs()->GetData());
         std::ranges::copy(m_aStart.vfVolume, CVolData::GetInstance()->GetVolume()->GetData());
     }
@@ -99,65 +102,46 @@ protected:
         std::vector<float> vfData;
         for (const unsigned uiSize : rSizes) vfData.push_back(std::bit_cast<float>(uiSize));
         vfData.insert(vfData.end(), rRelax.begin(), rRelax.end());
-        std::string strReason;
-        EXPECT_TRUE(CReconOpt::GetInstance()->HandleReconOpt(
-            MakePacket({uiMethod, uiIterations, unsigned(rSizes.size()), 0, 0}, vfData), strReason))
-            << strReason;
+        Upload(&CReconOpt::HandleReconOpt,
+               MakePacket({uiMethod, uiIterations, unsigned(rSizes.size()), 0, 0}, vfData));
     }
 
     static void mSelect(const std::vector<unsigned>& rList)
     {
         std::vector<float> vfData;
         for (const unsigned uiProj : rList) vfData.push_back(std::bit_cast<float>(uiProj));
-        std::string strReason;
-        EXPECT_TRUE(CSetOp::GetInstance()->HandleSetOp(
-            MakePacket({1, unsigned(rList.size())}, vfData), strReason));
+        Upload(&CSetOp::HandleSetOp, MakePacket({1, unsigned(rList.size())}, vfData));
     }
 
     static void mSetKernel(unsigned uiInterval, const std::array<int, 3>& rSize,
                            const std::vector<float>& rKernel)
     {
-        std::string strReason;
-        EXPECT_TRUE(CSmoothOpt::GetInstance()->HandleSmoothOpt(
-            MakePacket({uiInterval, unsigned(rSize[0]), unsigned(rSize[1]), unsigned(rSize[2])},
-                       rKernel),
-            strReason))
-            << strReason;
+        Upload(&CSmoothOpt::HandleSmoothOpt,
+               MakePacket({uiInterval, unsigned(rSize[0]), unsigned(rSize[1]), unsigned(rSize[2])},
+                          rKernel));
     }
 
     static void mSetBox(const OracleBox& rBox)
     {
-        CWeightOpt::GetInstance()->HandleWeightOpt(
-            MakePacket({1, 1, Bits(rBox.afCentre[0]), Bits(rBox.afCentre[1]), Bits(rBox.afHalf[0]),
-                        Bits(rBox.afHalf[1])}));
+        Upload(&CWeightOpt::HandleWeightOpt,
+               MakePacket({1, 1, Bits(rBox.afCentre[0]), Bits(rBox.afCentre[1]),
+                           Bits(rBox.afHalf[0]), Bits(rBox.afHalf[1])}));
     }
 
-    /// Runs every worker to its end; \return the reason of a failure
-    template <class Main>
-    static std::string mRunWorkers(Main aMain)
+    /// Runs a job on every worker to its end; \return the reason of a refusal or failure
+    static std::string mRunJob(CJobMain&& rJob)
     {
-        std::vector<std::thread> vThreads;
-        for (int i = 0; i < g_iWorkers; ++i)
-            vThreads.emplace_back(
-                [=]
-                {
-                    EXPECT_TRUE(GetBackend()->SelectDevice(i));
-                    aMain(i);
-                });
-        for (std::thread& rThread : vThreads) rThread.join();
-        return CJobStatus::GetReason();
-    }
-
-    static std::string mReconstruct()
-    {
-        CJobStatus::Reset();
         std::string strReason;
-        if (!CReconMain::Validate(strReason)) return strReason;
-        CProjData::GetInstance()->DetRangeX();
-        CReconMain::CalcSubsetDim(g_iWorkers);
-        CReconMain::Prepare();
-        return mRunWorkers([](int i) { CReconMain().DoIt(i, i); });
+        if (!rJob.Prepare(strReason)) return strReason;
+        rJob.CalcSubsetDim(g_iWorkers);
+        std::vector<std::thread> vThreads;
+        for (int i = 0; i < g_iWorkers; ++i) vThreads.emplace_back([&, i] { rJob.DoIt(i, i); });
+        for (std::thread& rThread : vThreads) rThread.join();
+        const bool bDone = rJob.Finish(strReason);
+        EXPECT_EQ(bDone, strReason.empty());
+        return strReason;
     }
+    static std::string mReconstruct() { return mRunJob(CReconMain()); }
 
     static std::vector<float> mGetVolume()
     {
@@ -309,11 +293,7 @@ TEST_F(JobMain, ReprojectsTheSelection)
     mUpload();
     mSelect(m_aJob.vuiList);
     mSetBox(*m_aJob.aBox);
-    CJobStatus::Reset();
-    std::string strReason;
-    ASSERT_TRUE(CProjMain::Validate(strReason)) << strReason;
-    CProjMain::CalcSubsetDim(g_iWorkers);
-    ASSERT_EQ(mRunWorkers([](int i) { CProjMain().DoIt(i); }), "");
+    ASSERT_EQ(mRunJob(CProjMain()), "");
     const Util_Volume& rStack = *CProjData::GetInstance()->GetProjs();
     const std::vector<float> vfProjs(rStack.GetData(), rStack.GetData() + rStack.GetVoxels());
     EXPECT_LE(RelativeError(vfProjs, RunOracle(m_aJob, m_aStart).vfProjs), 2e-5);
@@ -355,11 +335,9 @@ TEST_F(JobMain, WhatCannotRunIsRefused)
              mSetOptions(1, 1, {7}, {1});
              mSetKernel(1, {1, 1, 5}, {1, 1, 1, std::numeric_limits<float>::infinity(), 1});
          }},
-        {"all values of the smoothing kernel are 0",
-         []
-         {
-             mSetOptions(2, 1, {7}, {1});
-             mSetKernel(1, {2, 1, 1}, {0, 0});
+        {"the 3 subsets have 4294967296 projections together, at most 4294967295",
+         [] {
+             mSetOptions(2, 1, {0x7fffffff, 0x7fffffff, 2}, {1, 1, 1});
          }},
         {"the weight box is at (0, 0) with half size (3e+38, 1)",
          [] {
@@ -382,22 +360,50 @@ TEST_F(JobMain, WhatCannotRunIsRefused)
     EXPECT_EQ(mReconstruct(), "the angle of projection 3 is nan");
 }
 
-// The first reason counts, and the workers that would wait for the failed one are released.
+// The first reason counts, the workers that would wait for the failed one are released, and the
+// sums of those that came to their end go. Back projection has none, and leaves those of the job
+// before.
 TEST_F(JobMain, FailureOfOneWorker)
 {
     mUpload();
-    CJobStatus::Reset();
-    const std::string strReason = mRunWorkers(
-        [](int i)
-        {
-            if (i == 1)
-                CJobStatus::Fail("no memory");
-            else if (!CVolData::GetInstance()->GetTomoVolume()->Rendezvous())
-                CJobStatus::Fail("gave up");
-        });
-    EXPECT_EQ(strReason, "no memory");
-    EXPECT_TRUE(CJobStatus::HasFailed());
-
+    mSetOptions(1, 2, {7}, {1, 1});
+    mSetKernel(1, {1, 1, 1}, {1});
     ASSERT_EQ(mReconstruct(), "");
-    EXPECT_FALSE(CJobStatus::HasFailed());
+    const auto FailsOnThirdDevice = []
+    {
+        SetBackend(MakeHostBackend("", g_iWorkers - 1));
+        const std::string strReason = mReconstruct();
+        SetBackend(MakeHostBackend("", g_iWorkers));
+        return strReason;
+    };
+    mSetOptions(0, 0, {}, {});
+    EXPECT_EQ(FailsOnThirdDevice(), "device 2 of 2");
+    EXPECT_FALSE(CRfactor::GetInstance()->GetNthIteration(1).empty());
+    mSetOptions(1, 2, {7}, {1, 1});
+    EXPECT_EQ(FailsOnThirdDevice(), "device 2 of 2");
+    EXPECT_TRUE(CRfactor::GetInstance()->GetNthIteration(0).empty());
+    ASSERT_EQ(mReconstruct(), "");
+}
+
+// A device that cannot be used fails no job that has no work for it.
+TEST_F(JobMain, WorkersWithoutRowsNeedNoDevice)
+{
+    m_aJob.iY = 1;
+    m_aStart = MakeData(m_aJob, 11);
+    mUpload();
+    for (const unsigned uiMethod : {0U, 1U})
+    {
+        mSetOptions(uiMethod, 1, {7}, {1});
+        CReconMain aJob;
+        std::string strReason;
+        ASSERT_TRUE(aJob.Prepare(strReason)) << strReason;
+        aJob.CalcSubsetDim(g_iWorkers);
+        aJob.DoIt(0, 99);
+        aJob.DoIt(1, 98);
+        aJob.DoIt(2, 0);
+        EXPECT_TRUE(aJob.Finish(strReason)) << strReason;
+        aJob.DoIt(2, 97);
+        EXPECT_FALSE(aJob.Finish(strReason));
+        EXPECT_EQ(strReason, "device 97 of 3");
+    }
 }
