@@ -24,10 +24,8 @@
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/Recon/WeightOpt.h"
 #include "server/Data/RemotePacket.h"
-#include "server/Recon/GaussianKernel.h"
 #include "server/Thread/BandSplit.h"
 #include "server/Thread/JobStatus.h"
-#include "server/Thread/ProjMain.h"
 #include "server/Thread/ReconMain.h"
 #include "tests/job/JobRunner.h"
 
@@ -190,62 +188,6 @@ TEST_F(JobMain, BandsCoverAllRows)
     }
 }
 
-// Without options: plain back projection without weights, even where SETOP was not used.
-TEST_F(JobMain, DefaultsBackProject)
-{
-    mUpload();
-    ASSERT_EQ(mReconstruct(), "");
-    m_aJob.eMethod = EMethod::eBackProj;
-    EXPECT_LE(RelativeError(mGetVolume(), RunOracle(m_aJob, m_aStart).vfVolume), 2e-5);
-    EXPECT_TRUE(CRfactor::GetInstance()->GetNthIteration(0).empty());
-}
-
-// The box defaults to the whole volume, the single subset is cut at the end of the list.
-TEST_F(JobMain, DefaultsOfIterations)
-{
-    m_aJob.vuiList = {5, 2, 3};
-    m_aJob.aBox = OracleBox{{0, 0}, {18.5f, 6.5f}};
-    m_aJob.iIterations = 3;
-    for (const auto& [eMethod, uiMethod] : {std::pair{EMethod::eSart, 1U}, {EMethod::eEm, 2U}})
-    {
-        m_aJob.eMethod = eMethod;
-        mUpload();
-        mSelect(m_aJob.vuiList);
-        mSetOptions(uiMethod, 3, {60}, {1, 1, 1});
-        ASSERT_EQ(mReconstruct(), "");
-        const TestData aExpected = RunOracle(m_aJob, m_aStart);
-        EXPECT_LE(RelativeError(mGetVolume(), aExpected.vfVolume), 1e-4);
-
-        std::vector<double> vdRfactor;  // of all workers together, and of this job alone
-        for (short i = 0; i < 3; ++i)
-            for (const float fSum : CRfactor::GetInstance()->GetNthIteration(i))
-                vdRfactor.push_back(fSum);
-        EXPECT_LE(RelativeError(vdRfactor, aExpected.vdRfactor), 1e-4);
-    }
-}
-
-// The client's kernel smooths the iterations; plain back projection and an interval of 0 leave it
-// alone, whatever it holds.
-TEST_F(JobMain, SmoothsWithTheKernel)
-{
-    m_aJob.aBox = OracleBox{{0, 0}, {18.5f, 6.5f}};
-    m_aJob.iIterations = 4;
-    m_aJob.uiInterval = 2;
-    m_aJob.aiKernel = {3, 2, 1};
-    m_aJob.vfKernel = {0.1f, 0.2f, 0.1f, 0.2f, 0.3f, 0.1f};
-    mUpload();
-    mSetOptions(1, 4, {7}, {1, 1, 1, 1});
-    mSetKernel(2, m_aJob.aiKernel, m_aJob.vfKernel);
-    ASSERT_EQ(mReconstruct(), "");
-    EXPECT_LE(RelativeError(mGetVolume(), RunOracle(m_aJob, m_aStart).vfVolume), 1e-4);
-
-    mSetKernel(0, {1, 1, 1}, {NAN});
-    EXPECT_EQ(mReconstruct(), "");
-    mSetKernel(1, {1, 1, 1}, {NAN});
-    mSetOptions(0, 0, {}, {});
-    EXPECT_EQ(mReconstruct(), "");
-}
-
 TEST_F(JobMain, SavesTheVolume)
 {
     EXPECT_FALSE(CReconMain::SaveVol());  // there is none
@@ -270,53 +212,6 @@ TEST_F(JobMain, SavesTheVolume)
     vfVolume.resize(std::size_t(aFile.gcount()) / 4);
     EXPECT_EQ(vfVolume, m_aStart.vfVolume);
     std::remove(strPath.c_str());
-}
-
-TEST(GaussianKernel, FollowsTheFormula)
-{
-    const std::array<int, 3> aSizes[] = {{1, 1, 1}, {3, 1, 1}, {4, 1, 1}, {7, 5, 6}};
-    for (const auto& [iX, iY, iZ] : aSizes)
-    {
-        SCOPED_TRACE(testing::Message() << iX << " x " << iY << " x " << iZ);
-        const float afStd[3] = {1.0f, 0.7f, 2.0f};
-        CGaussianKernel aGaussian;
-        aGaussian.SetSize(iX, iY, iZ);
-        aGaussian.SetStd(afStd);
-        aGaussian.Build();
-        const auto Bell = [](int i, int iSize, double dStd)
-        { return std::exp(-0.5 * (i - iSize / 2) * (i - iSize / 2) / (dStd * dStd)); };
-        std::vector<double> vdExpected;
-        double dSum = 0;
-        for (int z = 0; z < iZ; ++z)
-            for (int y = 0; y < iY; ++y)
-                for (int x = 0; x < iX; ++x)
-                {
-                    vdExpected.push_back(Bell(x, iX, 1) * Bell(y, iY, afStd[1]) * Bell(z, iZ, 2));
-                    dSum += vdExpected.back();
-                }
-        const Util_Volume& rKernel = aGaussian.GetKernel();
-        ASSERT_EQ(rKernel.GetVoxels(), vdExpected.size());
-        for (std::size_t i = 0; i < vdExpected.size(); ++i)
-            EXPECT_NEAR(rKernel.GetData()[i] / (vdExpected[i] / dSum), 1, 2e-6);
-    }
-}
-
-TEST_F(JobMain, ReprojectsTheSelection)
-{
-    m_aJob.bReproject = true;
-    m_aJob.vuiList = {6, 0};
-    m_aJob.aBox = OracleBox{{1, 0}, {9, 4}};
-    mUpload();
-    mSelect(m_aJob.vuiList);
-    mSetBox(*m_aJob.aBox);
-    CJobStatus::Reset();
-    std::string strReason;
-    ASSERT_TRUE(CProjMain::Validate(strReason)) << strReason;
-    CProjMain::CalcSubsetDim(g_iWorkers);
-    ASSERT_EQ(mRunWorkers([](int i) { CProjMain().DoIt(i); }), "");
-    const Util_Volume& rStack = *CProjData::GetInstance()->GetProjs();
-    const std::vector<float> vfProjs(rStack.GetData(), rStack.GetData() + rStack.GetVoxels());
-    EXPECT_LE(RelativeError(vfProjs, RunOracle(m_aJob, m_aStart).vfProjs), 2e-5);
 }
 
 TEST_F(JobMain, WhatCannotRunIsRefused)
