@@ -49,81 +49,77 @@ public:
         return m_pInner->GetPieceRows(iWidth, iRows);
     }
     bool UsesHostMemory() const override { return m_pInner->UsesHostMemory(); }
-    bool CreateArray(DeviceImage& rImage) override { return m_pInner->CreateArray(rImage); }
-    bool CreatePitched(DeviceImage& rImage) override { return m_pInner->CreatePitched(rImage); }
-    bool CreateLent(DeviceImage& rImage, const void* pvSource) override
+    bool FinishDownload() override { return m_pInner->FinishDownload(); }
+
+private:
+    bool mCreateArray(DeviceImage& rImage) override { return m_pInner->CreateArray(rImage); }
+    bool mCreatePitched(DeviceImage& rImage) override { return m_pInner->CreatePitched(rImage); }
+    bool mCreateLent(DeviceImage& rImage, const void* pvSource) override
     {
         return m_pInner->CreateLent(rImage, pvSource);
     }
-    void Free(DeviceImage& rImage) override { m_pInner->Free(rImage); }
-    bool Clear(const DeviceImage& rImage) override { return m_pInner->Clear(rImage); }
-    bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
-                int iWidth, int iHeight) override
+    void mFree(DeviceImage& rImage) override { m_pInner->Free(rImage); }
+    bool mClear(const DeviceImage& rImage) override { return m_pInner->Clear(rImage); }
+    bool mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
+                 int iWidth, int iHeight) override
     {
         return m_pInner->Upload(rImage, rSource, iX0, iY0, iWidth, iHeight);
     }
-    bool Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
-                  int iWidth, int iHeight) override
-    {
-        return m_pInner->Download(rImage, rDest, iX0, iY0, iWidth, iHeight);
-    }
-    void Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight) override
+    void mPrefetch(const HostRows<const float>& rSource, int iWidth, int iHeight) override
     {
         m_pInner->Prefetch(rSource, iWidth, iHeight);
     }
-    bool StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
-                       int iWidth, int iHeight) override
+    bool mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                        int iWidth, int iHeight) override
     {
         return m_pInner->StartDownload(rImage, rDest, iX0, iY0, iWidth, iHeight);
     }
-    bool FinishDownload() override { return m_pInner->FinishDownload(); }
-    bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) override
+    bool mCopy(const DeviceImage& rDest, const DeviceImage& rSource) override
     {
         return m_pInner->Copy(rDest, rSource);
     }
-    bool UploadTable(const DeviceImage& rImage, const void* pvSource) override
+    bool mUploadTable(const DeviceImage& rImage, const void* pvSource) override
     {
         return m_pInner->UploadTable(rImage, pvSource);
     }
-    bool DownloadTable(const DeviceImage& rImage, void* pvDest) override
+    bool mDownloadTable(const DeviceImage& rImage, void* pvDest) override
     {
         return m_pInner->DownloadTable(rImage, pvDest);
     }
 
-    bool ForwardProject(const ForwardParams& rParams) override
+    bool mForwardProject(const ForwardParams& rParams) override
     {
         return mTime([&] { return m_pInner->ForwardProject(rParams); });
     }
-    bool Combine(const CombineParams& rParams) override
+    bool mCombine(const CombineParams& rParams) override
     {
         return mTime([&] { return m_pInner->Combine(rParams); });
     }
-    bool Weight(const WeightParams& rParams) override
+    bool mWeight(const WeightParams& rParams) override
     {
         return mTime([&] { return m_pInner->Weight(rParams); });
     }
-    bool BackProject(const BackParams& rParams) override
+    bool mBackProject(const BackParams& rParams) override
     {
         return mTime([&] { return m_pInner->BackProject(rParams); });
     }
-    bool SumAbs(const SumAbsParams& rParams) override
+    bool mSumAbs(const SumAbsParams& rParams) override
     {
         return mTime([&] { return m_pInner->SumAbs(rParams); });
     }
-    bool Transform(const TransformParams& rParams) override
+    bool mTransform(const TransformParams& rParams) override
     {
         return mTime([&] { return m_pInner->Transform(rParams); });
     }
-    bool CompareSums(const CompareParams& rParams) override
+    bool mCompareSums(const CompareParams& rParams) override
     {
         return mTime([&] { return m_pInner->CompareSums(rParams); });
     }
-    bool Smooth(const SmoothParams& rParams) override
+    bool mSmooth(const SmoothParams& rParams) override
     {
         return mTime([&] { return m_pInner->Smooth(rParams); });
     }
 
-private:
     template <class F>
     static bool mTime(F fKernel)
     {

@@ -116,8 +116,6 @@ void PrintAlignment(int iRepeats, const Ceilings& rCeilings)
         !aOut.Create(aiSize[0], aiSize[1], aiSize[2]))
         return false;
     GSmooth aSmooth;
-    aSmooth.SetVolSize(aiSize);
-    aSmooth.SetGauSize(iKernel, iKernel, iKernel);
     aSmooth.SetVolumeArray(aVolume.GetImage());
     aSmooth.SetGaussianArray(aKernel.GetImage());
     const double dSeconds =

@@ -7,61 +7,74 @@
 #include "Util/Util_Memory.h"
 #include "Util/Util_Volume.h"
 #include "gpulib/App/Images/RowBatch.h"
-#include "gpulib/App/Job.h"
 #include "gpulib/App/Weights/CalcWeights.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
-bool CReconBase::mSetBand(const JobShare& rShare)
+bool CReconBase::DoIt(const JobShare& rShare)
 {
-    m_iStartY = rShare.iStartY;
-    m_iSizeY = rShare.iSizeY;
-    return mCheckInputs();
+    TakeDeviceError();  // what this thread noted before is not this job's reason
+    m_aShare = rShare;
+    return mCheckInputs() && (rShare.iSizeY == 0 || mPrepare()) && mRun();
 }
 
+/// What the device seam cannot see: it knows images, not the host's arrays.
 bool CReconBase::mCheckInputs() const
 {
-    if (!GetBackend()) return DeviceFail("no backend");
-    if (!m_rJob.pProjs || !m_rJob.pProjs->GetData()) return DeviceFail("no projections");
-    if (!m_rJob.pTomoVol || !m_rJob.pTomoVol->GetVolume() || !mGetVolume().GetData())
-        return DeviceFail("no volume");
-    const int iProjY = m_rJob.pProjs->GetSizeY(), iVolY = mGetVolume().GetSizeY();
-    if (m_iStartY < 0 || m_iSizeY < 0 || m_iStartY > std::min(iProjY, iVolY) - m_iSizeY)
-        return DeviceFail("rows %d to %d of a stack of %d and a volume of %d", m_iStartY,
-                          m_iStartY + m_iSizeY - 1, iProjY, iVolY);
-    if (std::ssize(m_rJob.fAngles) < mGetProjs())
-        return DeviceFail("%zu angles for %d projections", m_rJob.fAngles.size(), mGetProjs());
-    if (m_rJob.uiProjIndex.empty()) return DeviceFail("no projection selected");
-    const unsigned int uiMost = *std::ranges::max_element(m_rJob.uiProjIndex);
-    if (uiMost >= unsigned(mGetProjs()))
-        return DeviceFail("projection %u of %d", uiMost, mGetProjs());
-    if (m_rJob.uiNumSets == 0 || m_rJob.uiIterations == 0)
-        return DeviceFail("%u sets, %u iterations", m_rJob.uiNumSets, m_rJob.uiIterations);
+    const int iY = std::min(m_rJob.pProjs->GetSizeY(), mGetVolume().GetSizeY());
+    if (m_aShare.iStartY < 0 || m_aShare.iSizeY < 0 || m_aShare.iStartY > iY - m_aShare.iSizeY)
+        return DeviceFail("%d rows from row %d of %d", m_aShare.iSizeY, m_aShare.iStartY, iY);
     const std::size_t tFactors = std::size_t(m_rJob.uiNumSets) * m_rJob.uiIterations;
-    if (!m_rJob.fRelax.empty() && m_rJob.fRelax.size() < tFactors)
-        return DeviceFail("%zu relaxation factors, %zu needed", m_rJob.fRelax.size(), tFactors);
-    return true;
+    if (tFactors == 0)
+        return DeviceFail("%u sets, %u iterations", m_rJob.uiNumSets, m_rJob.uiIterations);
+    return m_rJob.fRelax.empty() || m_rJob.fRelax.size() >= tFactors ||
+           DeviceFail("relaxation factors: %zu given, %zu needed", m_rJob.fRelax.size(), tFactors);
 }
 
-void CReconBase::mCalcBatch(EJobKind eKind)
+bool CReconBase::mPrepare()
 {
-    m_iBatch = JobShape(m_rJob, eKind).GetBatch(m_iSizeY);
-}
-
-bool CReconBase::mFitBatch(const std::function<bool()>& fCreate)
-{
-    while (!fCreate())
+    if (m_eKind != EJobKind::eForProj) mPopulateBand();
+    m_iBatch = JobShape(m_rJob, m_eKind).GetBatch(m_aShare.iSizeY);
+    if (!mCreateTables()) return false;
+    // Other programs may hold memory of the device: what does not fit is tried with half the rows.
+    for (; !mCreateBatch(); m_iBatch = (m_iBatch + 1) / 2)
     {
         if (m_iBatch == 1) return false;
-        m_iBatch = (m_iBatch + 1) / 2;
         TakeDeviceError();
     }
     return true;
 }
 
-bool CReconBase::mCreateProjsTex(bool bOneImage)
+/// Makes the memory of the band's slices present before they are read.
+///
+/// Samples that nobody has written share one page of zeros. A worker that reads them first and
+/// writes them later makes the system interrupt all other workers once per page.
+void CReconBase::mPopulateBand()
 {
-    return m_aTextures.m_aProjsTex.Create(mGetProjX(), mGetProjs(), m_iBatch, bOneImage);
+    const std::size_t tX = mGetVolX();
+    for (int z = 0; z < mGetVolZ(); ++z)
+        Util_Memory::Populate(mGetVolume().GetSliceXY(z) + tX * m_aShare.iStartY,
+                              tX * m_aShare.iSizeY * sizeof(float));
+}
+
+/// What is the same for all batches.
+bool CReconBase::mCreateTables()
+{
+    const bool bRanges = m_eKind != EJobKind::eForProj;
+    const bool bWeights = m_eKind == EJobKind::eIterative || m_rJob.aBox;
+    return mCreateAnglesTex() && (!bRanges || mCreateRangeTex()) &&
+           m_aTextures.m_aProjIndexTex.Create(m_rJob.uiProjIndex) && (!bWeights || mGenWeights());
+}
+
+bool CReconBase::mCreateBatch()
+{
+    const int iProjX = mGetProjX(), iProjs = mGetProjs();
+    const bool bProjs = m_eKind != EJobKind::eForProj, bSums = m_eKind != EJobKind::eBackProj;
+    const bool bOneImage = m_eKind == EJobKind::eBackProj;
+    m_aTextures.m_aSums.SetLanes(m_iBatch);
+    return (!bProjs || m_aTextures.m_aProjsTex.Create(iProjX, iProjs, m_iBatch, bOneImage)) &&
+           m_aTextures.m_aVolTex.Create(mGetVolX(), mGetVolZ(), m_iBatch) &&
+           (!bSums || m_aTextures.m_aSums.Create(iProjX, iProjs));
 }
 
 bool CReconBase::mCreateAnglesTex()
@@ -70,36 +83,16 @@ bool CReconBase::mCreateAnglesTex()
            m_aTextures.m_aAnglesTex.SetData(m_rJob.fAngles);
 }
 
-bool CReconBase::mCreateVolumeTex()
-{
-    return m_aTextures.m_aVolTex.Create(mGetVolX(), mGetVolZ(), m_iBatch);
-}
-
 bool CReconBase::mCreateRangeTex()
 {
-    return m_aTextures.m_aRangeTex.Create(m_iSizeY, mGetProjs()) &&
-           m_aTextures.m_aRangeTex.SetData(m_rJob.uiRangeX, m_rJob.pProjs->GetSizeY(), m_iStartY);
+    return m_aTextures.m_aRangeTex.Create(m_aShare.iSizeY, mGetProjs()) &&
+           m_aTextures.m_aRangeTex.SetData(m_rJob.uiRangeX, m_rJob.pProjs->GetSizeY(),
+                                           m_aShare.iStartY);
 }
 
-bool CReconBase::mCreateProjIndexTex()
-{
-    return m_aTextures.m_aProjIndexTex.Create(m_rJob.uiProjIndex);
-}
-
-void CReconBase::mCalcSetSize()
-{
-    m_aSetSize.SetNumProjs(static_cast<unsigned int>(m_rJob.uiProjIndex.size()));
-    m_aSetSize.SetNumSets(m_rJob.uiNumSets, m_rJob.uiSetSize);
-    m_aSetSize.Calculate();
-}
-
-bool CReconBase::mGenWeights(bool bSart)
+bool CReconBase::mGenWeights()
 {
     CCalcWeights aWeights;
-    if (bSart)
-        aWeights.SetSart();
-    else
-        aWeights.SetEm();
     aWeights.SetVolSize(mGetVolX(), mGetVolZ());
     aWeights.SetProjs(mGetProjX(), mGetProjs(), m_rJob.fAngles);
     aWeights.SetTextures(&m_aTextures);
@@ -107,38 +100,72 @@ bool CReconBase::mGenWeights(bool bSart)
     return aWeights.DoIt();
 }
 
-void CReconBase::mPopulateBand()
+bool CReconBase::mForEachBatch(const std::function<bool(int iY, int iRows)>& fWork)
 {
-    const std::size_t tX = mGetVolX();
-    for (int z = 0; z < mGetVolZ(); ++z)
-        Util_Memory::Populate(mGetVolume().GetSliceXY(z) + tX * m_iStartY,
-                              tX * m_iSizeY * sizeof(float));
+    for (int y = 0; const int iRows = mRowsFrom(y); y += m_iBatch)
+    {
+        if (!mSetProjTex(y, iRows) || !mSetVolTex(y, iRows) || !fWork(y, iRows) ||
+            !GetBackend()->FinishDownload())
+            return false;
+        mPrefetchProjs(y + m_iBatch);
+        mPrefetchVolume(y + m_iBatch);
+        if (!m_aTextures.m_aVolTex.StartToHost(GetBatch(mGetVolume(), m_aShare.iStartY + y, iRows)))
+            return false;
+    }
+    return m_aShare.iSizeY == 0 || GetBackend()->FinishDownload();
+}
+
+int CReconBase::mRowsFrom(int iY) const
+{
+    return std::clamp(m_aShare.iSizeY - iY, 0, m_iBatch);
 }
 
 bool CReconBase::mSetProjTex(int iY, int iRows)
 {
-    return m_aTextures.m_aProjsTex.SetRawData(GetBatch(std::as_const(*m_rJob.pProjs), iY, iRows));
+    return m_aTextures.m_aProjsTex.SetRawData(
+        GetBatch(std::as_const(*m_rJob.pProjs), m_aShare.iStartY + iY, iRows));
 }
 
 bool CReconBase::mSetVolTex(int iY, int iRows)
 {
-    return m_aTextures.m_aVolTex.SetData(GetBatch(std::as_const(mGetVolume()), iY, iRows));
+    return m_aTextures.m_aVolTex.SetData(
+        GetBatch(std::as_const(mGetVolume()), m_aShare.iStartY + iY, iRows));
 }
 
 void CReconBase::mPrefetchProjs(int iY) const
 {
-    const int iRows = std::min(m_iBatch, m_iSizeY - iY);
-    if (iRows > 0)
-        GetBackend()->Prefetch(GetBatch(std::as_const(*m_rJob.pProjs), m_iStartY + iY, iRows),
-                               mGetProjX(), mGetProjs());
+    if (const int iRows = mRowsFrom(iY))
+        GetBackend()->Prefetch(
+            GetBatch(std::as_const(*m_rJob.pProjs), m_aShare.iStartY + iY, iRows), mGetProjX(),
+            mGetProjs());
 }
 
 void CReconBase::mPrefetchVolume(int iY) const
 {
-    const int iRows = std::min(m_iBatch, m_iSizeY - iY);
-    if (iRows > 0)
-        GetBackend()->Prefetch(GetBatch(std::as_const(mGetVolume()), m_iStartY + iY, iRows),
+    if (const int iRows = mRowsFrom(iY))
+        GetBackend()->Prefetch(GetBatch(std::as_const(mGetVolume()), m_aShare.iStartY + iY, iRows),
                                mGetVolX(), mGetVolZ());
+}
+
+RunImages CReconBase::mGetImages() const
+{
+    return {.iVolX = mGetVolX(),
+            .iVolZ = mGetVolZ(),
+            .iProjX = mGetProjX(),
+            .aVol = m_aTextures.GetVolArray(),
+            .aRawProjs = m_aTextures.GetRawProjsArray(),
+            .aProjs = m_aTextures.GetProjsArray(),
+            .aSums = m_aTextures.m_aSums.GetImage(),
+            .aCosSin = m_aTextures.GetAnglesArray(),
+            .aProjIndex = m_aTextures.GetProjIndexArray(),
+            .aRangeX = m_aTextures.GetRangeArray(),
+            .aPreWeight = m_aTextures.GetPreWeightArray(),
+            .aProjWeight = m_aTextures.GetProjWeightArray()};
+}
+
+SetRange CReconBase::mGetFullRange() const
+{
+    return {0, static_cast<int>(m_rJob.uiProjIndex.size())};
 }
 
 Util_Volume& CReconBase::mGetVolume() const

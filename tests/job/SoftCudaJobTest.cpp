@@ -154,36 +154,3 @@ TEST_F(SoftCudaJob, AClockNamesWhatItsThreadDoes)
     ASSERT_TRUE(RoundTrip());
     EXPECT_EQ(SoftCuda::GetLiveObjects().iEvents, iEvents) << "no clock, no events";
 }
-
-TEST_F(SoftCudaJob, BackendIsChosenByWhatTheDriverReports)
-{
-    for (const auto& [iDevices, pcWanted, strExpected] :
-         {std::tuple{-1, "auto", std::string("), no CUDA driver")},
-          {0, "auto", "), no CUDA device"},
-          {-1, "cuda", "cuda: no CUDA driver"},
-          {2, "auto", "cuda (2 x "},
-          {1, "cuda-exact", ", exact weights), asked for"},
-          {1, "host", "asked for"}})
-    {
-        SoftCuda::SetDevices(iDevices);
-        std::string strReason;
-        MakeBackend(pcWanted, strReason);
-        EXPECT_NE(strReason.find(strExpected), std::string::npos) << strReason;
-    }
-}
-
-TEST_F(SoftCudaJob, DevicesWithoutKernelsAreLeftOut)
-{
-    std::string strReason;
-    SoftCuda::SetCapability(70, 0);
-    SetBackend(MakeCudaBackend(false, 0, strReason));
-    ASSERT_TRUE(GetBackend());
-    EXPECT_EQ(GetBackend()->GetDeviceCount(), 1);
-    EXPECT_STREQ(GetBackend()->GetDetail(), "software device 1");
-    int iDevice = -1;
-    EXPECT_TRUE(GetBackend()->SelectDevice(0) && cudaGetDevice(&iDevice) == cudaSuccess);
-    EXPECT_EQ(iDevice, 1);
-    SoftCuda::SetCapability(74, 1);
-    EXPECT_EQ(MakeCudaBackend(false, 0, strReason), nullptr);
-    EXPECT_EQ(strReason, "no CUDA device of compute capability 7.5 or later");
-}

@@ -33,7 +33,6 @@ struct Operation
 struct CUstream_st
 {
     std::deque<SoftCuda::Operation> aQueue;
-    bool bDestroyed = false;  // by the program, with work left
 };
 
 struct CUevent_st
@@ -44,12 +43,11 @@ struct CUevent_st
 
 struct cudaArray
 {
-    unsigned char* puTexels = nullptr;  // [layer][y][x], no padding
+    std::vector<unsigned char> vuTexels;  // [layer][y][x], no padding
     cudaChannelFormatDesc aFormat{};
     std::size_t tElement = 0;  // bytes
     cudaExtent aSize{};        // elements, none is 0
     unsigned int uFlags = 0;
-    std::size_t GetBytes() const { return tElement * aSize.width * aSize.height * aSize.depth; }
 };
 
 namespace SoftCuda
@@ -88,25 +86,20 @@ public:
     void Synchronize();
     cudaStream_t AddStream();
     void DestroyStream(cudaStream_t pStream);
-    cudaEvent_t AddEvent(bool bTiming);
-    void DestroyEvent(cudaEvent_t pEvent);
 
     // Memory. New memory holds 0xFF bytes: quiet NaNs. Freeing waits for the device.
-    unsigned char* Allocate(std::size_t tBytes);  ///< null: the device is full
-    void Free(void* pvMemory);
-    bool Holds(const void* pvFirst, std::size_t tBytes) const;  ///< within one allocation
+    void* Allocate(std::size_t tBytes);                         ///< null: the device is full
     void* AllocatePinned(std::size_t tBytes);                   ///< host memory
-    void FreePinned(void* pvMemory);
-    cudaArray* AddArray(const cudaArray& rShape);  ///< null: the device is full
-    void FreeArray(cudaArray* pArray);
+    bool Holds(const void* pvFirst, std::size_t tBytes) const;  ///< within one allocation
+    cudaArray_t AddArray(const cudaArray& rShape);              ///< null: the device is full
+    void Free(const void* pvBegin, std::size_t tBytes);         ///< tBytes: of the device
 
     // Texture and surface objects; a handle is never used twice.
     unsigned long long AddObject(const Object& rObject);
     Object* FindObject(unsigned long long uHandle, bool bTexture);  ///< null: no such, or dead
 
-    void FreeAll();  ///< after the work that is queued
-    void Forget();   ///< frees all, drops the work, takes the errors and counts back
-    void Count(LiveObjects& rLive) const;
+    void Forget();  ///< frees all, drops the work, takes the errors and counts back
+    int CountObjects() const;
     std::size_t GetUsed() const { return m_tUsed; }
     std::size_t GetPeak() const { return m_tPeak; }
 
@@ -123,9 +116,7 @@ private:
 
     std::mutex m_aMutex;
     std::atomic<cudaError_t> m_eSticky = cudaSuccess;
-    std::vector<std::unique_ptr<CUstream_st>> m_vStreams;  // the first: the default stream
-    std::vector<std::unique_ptr<CUevent_st>> m_vEvents;
-    std::vector<std::unique_ptr<cudaArray>> m_vArrays;
+    std::vector<std::shared_ptr<CUstream_st>> m_vStreams;  // the first: the default stream
     std::vector<Object> m_vObjects;
     std::size_t m_tUsed = 0, m_tPeak = 0;
     bool m_bRunningOthers = false;

@@ -10,6 +10,7 @@
 
 bool CTransform::DoIt(const JobShare& rShare)
 {
+    TakeDeviceError();  // what this thread noted before is not this job's reason
     if (rShare.iSizeY <= 0) return true;
     const int iY = m_rJob.pProjs->GetSizeY();
     if (m_rJob.uiRangeX.size() < 2 * std::size_t(iY))

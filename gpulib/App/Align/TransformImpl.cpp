@@ -14,7 +14,7 @@ bool CTransformImpl::Configure(const AlignJob& rJob, int iRows)
     const Util_Volume &rMProjs = *rJob.pMProjs, &rProjs = *rJob.pProjs;
     m_aGTransform.SetMatrix(rJob.afMatrix);
     m_aGTransform.SetIntScale(rJob.afScale);
-    m_aGTransform.SetAProjSize(rProjs.GetSizeX(), rProjs.GetSizeY());
+    m_aGTransform.SetAProjSize(rProjs.GetSizeX());
     if (!m_aMProjTex.Create(rMProjs.GetSliceXY(rJob.iMProj), rMProjs.GetSizeX(),
                             rMProjs.GetSizeY()) ||
         !m_aProj.Create(rProjs.GetSizeX(), iRows) || !m_aMiss.Create(rProjs.GetSizeX(), iRows))

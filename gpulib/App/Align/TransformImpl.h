@@ -1,8 +1,7 @@
 #pragma once
 
-#include "gpulib/App/Images/MProjTex.h"
+#include "gpulib/App/Images/Textures.h"
 #include "gpulib/Device/GTransform.h"
-#include "gpulib/Device/PitchedPtr2D.h"
 
 struct AlignJob;
 

@@ -2,46 +2,34 @@
 
 #include <cstddef>
 
-#include "gpulib/App/Iteration/SetSize.h"
-#include "gpulib/App/Project/DiffProjImpl.h"
+#include "gpulib/App/Job.h"
 
-void CReconImpl::SetProjs(int iProjX, int iProjs, std::span<const unsigned int> uiIndices)
+CReconImpl::CReconImpl(const ReconJob& rJob) : m_rJob(rJob)
 {
-    m_iProjX = iProjX;
-    m_iProjs = iProjs;
-    m_uiIndices = uiIndices;
+    m_aSetSize.SetNumProjs(static_cast<unsigned int>(rJob.uiProjIndex.size()));
+    m_aSetSize.SetNumSets(rJob.uiNumSets, rJob.uiSetSize);
+    m_aSetSize.Calculate();
 }
 
-void CReconImpl::SetVolSize(int iVolX, int iVolZ)
+bool CReconImpl::AllocMemory()
 {
-    m_iVolX = iVolX;
-    m_iVolZ = iVolZ;
+    return m_aRfactorImpl.AllocMemory(static_cast<int>(m_rJob.uiProjIndex.size()),
+                                      static_cast<int>(m_rJob.uiIterations));
 }
 
-bool CReconImpl::Configure(int iLanes)
+void CReconImpl::SetImages(const RunImages& rImages)
 {
-    m_aBackProjImpl.SetTextures(*m_pTextures);
-    m_aBackProjImpl.SetVolSize(m_iVolX, m_iVolZ);
-    m_aBackProjImpl.SetProjX(m_iProjX);
-
-    CDiffProjImpl& rDifProj = mGetDifProj();
-    rDifProj.SetTextures(*m_pTextures);
-    rDifProj.SetProjIndices(m_uiIndices);
-    rDifProj.SetProjSize(m_iProjX, m_iProjs);
-    rDifProj.SetVolSize(m_iVolX, m_iVolZ);
-    if (!rDifProj.AllocMemory(iLanes)) return false;
-
-    m_aRfactorImpl.SetTextures(*m_pTextures);
-    return m_aRfactorImpl.AllocMemory(m_iProjX, static_cast<int>(m_uiIndices.size()),
-                                      static_cast<int>(m_uiIters));
+    m_aDifProjImpl.Configure(rImages, m_rJob.uiProjIndex);
+    m_aBackProjImpl.SetImages(rImages);
+    m_aRfactorImpl.SetImages(rImages);
 }
 
 bool CReconImpl::SetBatch(int iY, int iRows, bool bZero)
 {
-    m_iY = iY;
     m_iRows = iRows;
-    mGetDifProj().NotifyVolChanged();
-    return (!bZero || mGetDifProj().NotifyVolZero()) && mGetDifProj().WeightRef();
+    m_aBackProjImpl.SetBatch(iY, iRows);
+    m_aDifProjImpl.NotifyVolChanged();
+    return (!bZero || m_aDifProjImpl.NotifyVolZero()) && m_aDifProjImpl.WeightRef();
 }
 
 bool CReconImpl::DoIt(unsigned int uiFirst, unsigned int uiEnd)
@@ -52,47 +40,40 @@ bool CReconImpl::DoIt(unsigned int uiFirst, unsigned int uiEnd)
     return true;
 }
 
-bool CReconImpl::StartToHost(int iStartY, Util_Volume& rVolume) const
+bool CReconImpl::mDoIteration(unsigned int uiIter)
 {
-    return m_aBackProjImpl.StartToHost(rVolume, iStartY + m_iY, m_iRows);
+    for (unsigned int s = 0; s < m_aSetSize.GetNumSets(); ++s)
+    {
+        if (!mDoSet(uiIter, m_aSetSize.GetSetRange(s), mCalcRelax(uiIter, s))) return false;
+        m_aDifProjImpl.NotifyVolChanged();
+    }
+    return true;
+}
+
+float CReconImpl::mCalcRelax(unsigned int uiIter, unsigned int uiSet) const
+{
+    if (m_rJob.fRelax.empty()) return 1.0f;
+    return m_rJob.fRelax[std::size_t(m_aSetSize.GetNumSets()) * uiIter + uiSet];
+}
+
+bool CReconImpl::mDoSartRecon(SetRange aSet, float fRelax)
+{
+    return m_aDifProjImpl.DoDif(aSet) && m_aDifProjImpl.WeightProjs(aSet) &&
+           m_aBackProjImpl.DoIt(aSet, fRelax);
+}
+
+bool CReconImpl::mDoEmRecon(SetRange aSet, float fRelax)
+{
+    return m_aDifProjImpl.DoDiv(aSet) && m_aBackProjImpl.DoItEm(aSet, fRelax);
+}
+
+bool CReconImpl::mCalcRfactor(unsigned int uiIter)
+{
+    return m_aDifProjImpl.DoDif(m_aSetSize.GetFullRange()) &&
+           m_aRfactorImpl.CalcDif(static_cast<int>(uiIter), m_iRows);
 }
 
 bool CReconImpl::GetRfactor(std::vector<double>& rRfactor) const
 {
     return m_aRfactorImpl.GetRfactor(rRfactor);
-}
-
-void CReconImpl::FreeMemory()
-{
-    mGetDifProj().FreeMemory();
-    m_aRfactorImpl.FreeMemory();
-}
-
-bool CReconImpl::mDoSartRecon(unsigned int uiIter)
-{
-    CDiffProjImpl& rDifProj = mGetDifProj();
-    for (unsigned int s = 0; s < m_pSetSize->GetNumSets(); ++s)
-    {
-        const int* piRange = m_pSetSize->GetSetRange(static_cast<int>(s));
-        m_aBackProjImpl.SetRelax(mCalcRelax(uiIter, s));
-        m_aBackProjImpl.SetSetRange(piRange);
-        rDifProj.SetSetRange(piRange);
-        if (!rDifProj.DoDif() || !rDifProj.WeightProjs() || !m_aBackProjImpl.DoIt(m_iY, m_iRows))
-            return false;
-        rDifProj.NotifyVolChanged();
-    }
-    return true;
-}
-
-bool CReconImpl::mCalcRfactor(unsigned int uiIter)
-{
-    CDiffProjImpl& rDifProj = mGetDifProj();
-    rDifProj.SetSetRange(m_pSetSize->GetFullRange());
-    return rDifProj.DoDif() && m_aRfactorImpl.CalcDif(static_cast<int>(uiIter), m_iRows);
-}
-
-float CReconImpl::mCalcRelax(unsigned int uiIter, unsigned int uiSet) const
-{
-    if (m_fRelax.empty()) return 1.0f;
-    return m_fRelax[std::size_t(m_pSetSize->GetNumSets()) * uiIter + uiSet];
 }

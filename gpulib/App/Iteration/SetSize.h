@@ -3,6 +3,8 @@
 #include <span>
 #include <vector>
 
+#include "gpulib/Device/RunImages.h"
+
 /// Division of the projection index list into consecutive sets.
 class CSetSize
 {
@@ -14,18 +16,16 @@ public:
     /// To be called after every change of the above.
     void Calculate();
 
-    unsigned int GetNumSets() const { return m_uiSets; }
-    /// First and one-past-last list position of set iSet, cut at the end of the list; valid until
-    /// the next call.
-    const int* GetSetRange(int iSet);
+    unsigned int GetNumSets() const { return static_cast<unsigned int>(m_vSets.size()); }
+    /// List positions of set uiSet, cut at the end of the list.
+    SetRange GetSetRange(unsigned int uiSet) const { return m_vSets[uiSet]; }
     /// The same of the whole list.
-    const int* GetFullRange();
+    SetRange GetFullRange() const { return {0, static_cast<int>(m_uiProjs)}; }
 
 private:
-    void mCalcSetSize();
-    unsigned int m_uiSets = 0;
+    unsigned int mCalcSetSize(unsigned int uiSet) const;
     unsigned int m_uiProjs = 0;
-    int m_iRange[2] = {0, 0};
-    std::vector<unsigned int> m_vuiSetSize;
-    std::vector<unsigned long long> m_vullStartProj;  // 64 bits: the sizes are the client's
+    unsigned int m_uiSets = 0;
+    std::span<const unsigned int> m_uiSetSize;  // empty: even sets
+    std::vector<SetRange> m_vSets;
 };

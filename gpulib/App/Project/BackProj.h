@@ -1,21 +1,18 @@
 #pragma once
 
 #include "gpulib/App/Project/BackProjImpl.h"
-#include "gpulib/App/Project/DiffProjImpl.h"
 #include "gpulib/App/ReconBase.h"
+#include "gpulib/App/Weights/WeightImpl.h"
 
 /// Plain back projection: adds to every voxel the mean of the measured values that reach it.
+/// Weighted only where the job has a box.
 class CBackProj : public CReconBase
 {
 public:
-    using CReconBase::CReconBase;
-    [[nodiscard]] bool DoIt(const JobShare& rShare) override;
+    explicit CBackProj(const ReconJob& rJob) : CReconBase(rJob, EJobKind::eBackProj) {}
 
 private:
-    [[nodiscard]] bool mPrepare();
-    void mConfigBackProj();
-    void mConfigDiffProj();
-    [[nodiscard]] bool mDoBatch(int iY, int iRows);
+    [[nodiscard]] bool mRun() override;
     CBackProjImpl m_aBackProjImpl;
-    CDiffProjImpl m_aDiffProjImpl;  // for its weights
+    CWeightImpl m_aWeightImpl;
 };

@@ -4,9 +4,6 @@
 
 #include "gpulib/App/Weights/WeightImpl.h"
 #include "gpulib/Device/GForwardProj.h"
-#include "gpulib/Device/PitchedPtr2D.h"
-
-struct CTextures;
 
 /// Compares the measured rows with the ray sums of the current slices.
 ///
@@ -15,40 +12,41 @@ struct CTextures;
 class CDiffProjImpl
 {
 public:
-    virtual ~CDiffProjImpl() = default;
-
-    void SetTextures(CTextures& rTextures);
-    /// The list that is on the device too.
-    void SetProjIndices(std::span<const unsigned int> uiIndices);
-    void SetProjSize(int iProjX, int iProjs);
-    /// The ray sums of a batch; not needed where rows are weighted only.
-    [[nodiscard]] bool AllocMemory(int iLanes);
-    void SetVolSize(int iVolX, int iVolZ) { m_aGForwardProj.SetVolSize(iVolX, iVolZ); }
-    void SetSetRange(const int* piRange);
+    /// \param uiIndices  the list that is on the device too
+    void Configure(const RunImages& rImages, std::span<const unsigned int> uiIndices);
     /// The slices were loaded or updated: no ray sum holds any more.
-    void NotifyVolChanged() { m_iSumsFirst = m_iSumsEnd = 0; }
+    void NotifyVolChanged() { m_aKept = {}; }
     /// The slices that were loaded are 0 everywhere, and so are their ray sums.
     [[nodiscard]] bool NotifyVolZero();
 
     /// Working rows of the set = measured - ray sums.
-    [[nodiscard]] bool DoDif();
+    [[nodiscard]] bool DoDif(SetRange aSet)
+    {
+        return mCalcSums(aSet) && m_aGForwardProj.DoDiff(aSet);
+    }
     /// Working rows of the set times their projection weights.
-    [[nodiscard]] bool WeightProjs();
+    [[nodiscard]] bool WeightProjs(SetRange aSet) const { return m_aWeightImpl.WeightRecon(aSet); }
     /// Measured rows of all projections times their pre-weights.
-    [[nodiscard]] bool WeightRef();
-    void FreeMemory() { m_aSums.Free(); }
+    [[nodiscard]] bool WeightRef() const { return m_aWeightImpl.WeightRef(); }
 
 protected:
-    [[nodiscard]] bool mCalcSums();
+    [[nodiscard]] bool mCalcSums(SetRange aSet);
     GForwardProj m_aGForwardProj;
-    CPitchedPtr2D m_aSums;  // [proj][x], row n belongs to raw number n
-    CTextures* m_pTextures = nullptr;
 
 private:
     CWeightImpl m_aWeightImpl;
-    int m_iListSize = 0;
-    int m_iProjX = 0;
-    int m_iProjs = 0;
-    int m_aiSetRange[2] = {0, 0};
-    int m_iSumsFirst = 0, m_iSumsEnd = 0;  // list positions whose sums stand in m_aSums
+    DeviceImage m_aSums;
+    SetRange m_aAll;   // the whole list
+    SetRange m_aKept;  // list positions whose sums stand in m_aSums
+};
+
+/// The same with ratios, for EM.
+class CDivProjImpl : public CDiffProjImpl
+{
+public:
+    /// Working rows of the set = measured / ray sums; 1 where there is nothing to compare.
+    [[nodiscard]] bool DoDiv(SetRange aSet)
+    {
+        return mCalcSums(aSet) && m_aGForwardProj.DoDiv(aSet);
+    }
 };

@@ -60,7 +60,6 @@ void CTomoSmoothImpl::mStore(std::unique_ptr<Util_Volume>& rpPiece, int n)
 
 bool CTomoSmoothImpl::mCopyKernelToDevice(const Util_Volume& rKernel)
 {
-    m_aGSmooth.SetGauSize(rKernel.GetSize());
     if (!m_aKernelArray.Create(rKernel.GetSizeX(), rKernel.GetSizeY(), rKernel.GetSizeZ()) ||
         !m_aKernelArray.HostToDevice(rKernel.GetData()))
         return false;
@@ -74,7 +73,6 @@ bool CTomoSmoothImpl::mSmooth(Util_Volume& rPiece)
     if (!m_aVolumeArray.Create(iX, iY, iZ) || !m_aVolumeArray.HostToDevice(rPiece.GetData()) ||
         !m_aPitchedPtr.Create(iX, iY, iZ))
         return false;
-    m_aGSmooth.SetVolSize(rPiece.GetSize());
     m_aGSmooth.SetVolumeArray(m_aVolumeArray.GetImage());
     return m_aGSmooth.DoIt(m_aPitchedPtr.GetImage()) && m_aPitchedPtr.ToHost(rPiece.GetData());
 }

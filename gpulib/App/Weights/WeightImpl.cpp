@@ -3,17 +3,10 @@
 #include <unordered_map>
 #include <utility>
 
-#include "gpulib/App/Images/Textures.h"
-
-void CWeightImpl::SetTextures(const CTextures& rTextures)
+void CWeightImpl::Configure(const RunImages& rImages, std::span<const unsigned int> uiIndices)
 {
-    m_aGWeightProjs.SetProjIndexArray(rTextures.GetProjIndexArray());
-    m_aGWeightProjs.SetPreWeightArray(rTextures.GetPreWeightArray());
-    m_aGWeightProjs.SetProjWeightArray(rTextures.GetProjWeightArray());
-}
-
-void CWeightImpl::SetProjIndices(std::span<const unsigned int> uiIndices)
-{
+    m_aGWeightProjs.SetImages(rImages);
+    m_iProjs = rImages.aRawProjs.iHeight;
     m_viBefore.clear();
     std::unordered_map<unsigned int, int> aLast;
     for (const unsigned int uiProj : uiIndices)
@@ -24,43 +17,27 @@ void CWeightImpl::SetProjIndices(std::span<const unsigned int> uiIndices)
     }
 }
 
-void CWeightImpl::SetSetRange(int iStart, int iEnd)
-{
-    m_iStart = iStart;
-    m_iEnd = iEnd;
-}
-
 /// Runs an operation over the set such that a row is weighted once although its projection stands
 /// in the set twice: in one launch, cut where a projection comes again.
 template <class Operation>
-bool CWeightImpl::mForEachOnce(Operation aOperation)
+bool CWeightImpl::mForEachOnce(SetRange aSet, Operation aOperation) const
 {
-    int iFirst = m_iStart;
-    for (int p = m_iStart; p <= m_iEnd; ++p)
+    int iFirst = aSet.iFirst;
+    for (int p = aSet.iFirst; p <= aSet.iEnd; ++p)
     {
-        if (p < m_iEnd && m_viBefore[p] < m_iStart) continue;
-        m_aGWeightProjs.SetSetRange(iFirst, p);
-        if (iFirst < p && !aOperation()) return false;
+        if (p < aSet.iEnd && m_viBefore[p] < aSet.iFirst) continue;
+        if (iFirst < p && !aOperation(SetRange{iFirst, p})) return false;
         iFirst = p + 1;
     }
     return true;
 }
 
-bool CWeightImpl::WeightProjs(const DeviceImage& rRows)
+bool CWeightImpl::WeightProjs(SetRange aSet) const
 {
-    m_aGWeightProjs.SetProjsArray(rRows);
-    return mForEachOnce([&] { return m_aGWeightProjs.WeightProjs(rRows); });
+    return mForEachOnce(aSet, [&](SetRange aPart) { return m_aGWeightProjs.WeightProjs(aPart); });
 }
 
-bool CWeightImpl::WeightRecon(const DeviceImage& rRows)
+bool CWeightImpl::WeightRecon(SetRange aSet) const
 {
-    m_aGWeightProjs.SetProjsArray(rRows);
-    return mForEachOnce([&] { return m_aGWeightProjs.WeightRecon(rRows); });
-}
-
-bool CWeightImpl::WeightRef(const DeviceImage& rRows)
-{
-    m_aGWeightProjs.SetRawProjsArray(rRows);
-    m_aGWeightProjs.SetSetRange(m_iStart, m_iEnd);
-    return m_aGWeightProjs.WeightRef(rRows);
+    return mForEachOnce(aSet, [&](SetRange aPart) { return m_aGWeightProjs.WeightRecon(aPart); });
 }

@@ -149,15 +149,14 @@ static void Transform(const TransformParams& rP, Share aRows)
     }
 }
 
-constexpr int g_iComparePartials = 256;
-
-/// Columns iFirst, iFirst + 256, ... of a row, for as many neighbours as a register holds.
+/// Columns iFirst, iFirst + g_iPartialSums, ... of a row, for as many neighbours as a register
+/// holds.
 DEVICE_FN void SumColumns(const float* pfA, const float* pfB, const float* pfMiss, int iFirst,
-                          int iProjX, float (*pafPartial)[g_iComparePartials])
+                          int iProjX, float (*pafPartial)[g_iPartialSums])
 {
     FX avSums[eCompareSums] = {};
     int x = iFirst;
-    for (; x + TALVEN_VECTOR <= iProjX; x += g_iComparePartials)
+    for (; x + TALVEN_VECTOR <= iProjX; x += g_iPartialSums)
         AddPixel<FX>(avSums, LoadX(pfA + x), LoadX(pfB + x), LoadX(pfMiss + x));
     if (x < iProjX)
         AddPixel<FX>(avSums, LoadX(pfA + x, iProjX - x, 0.0f), LoadX(pfB + x, iProjX - x, 0.0f),
@@ -168,7 +167,7 @@ DEVICE_FN void SumColumns(const float* pfA, const float* pfB, const float* pfMis
 /// Sum of all partial sums, by halves.
 DEVICE_FN float SumByHalves(float* pfPartial)
 {
-    int iStride = g_iComparePartials / 2;
+    int iStride = g_iPartialSums / 2;
     for (; iStride >= TALVEN_VECTOR; iStride /= 2)
         for (int t = 0; t < iStride; t += TALVEN_VECTOR)
             StoreX(pfPartial + t, LoadX(pfPartial + t) + LoadX(pfPartial + t + iStride));
@@ -179,12 +178,12 @@ DEVICE_FN float SumByHalves(float* pfPartial)
 
 static void CompareSums(const CompareParams& rP, Share aRows)
 {
-    alignas(64) float aafPartial[eCompareSums][g_iComparePartials];
+    alignas(64) float aafPartial[eCompareSums][g_iPartialSums];
     for (int j = aRows.iFirst; j < aRows.iEnd; ++j)
     {
         const float *pfA = RowOf(rP.aAligned, j), *pfB = RowOf(rP.aTransed, j);
         const float* pfMiss = RowOf(rP.aMiss, j);
-        for (int t = 0; t < g_iComparePartials; t += TALVEN_VECTOR)
+        for (int t = 0; t < g_iPartialSums; t += TALVEN_VECTOR)
             SumColumns(pfA, pfB, pfMiss, t, rP.iProjX, aafPartial);
         for (int q = 0; q < eCompareSums; ++q)
             RowOf(rP.aSums, q)[rP.iFirst + j] = SumByHalves(aafPartial[q]);

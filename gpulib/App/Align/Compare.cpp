@@ -1,13 +1,15 @@
-#include "gpulib/App/Align/CompareImpl.h"
+#include "gpulib/App/Align/Compare.h"
 
 #include <algorithm>
 #include <cstddef>
 
 #include "Util/Util_Volume.h"
 #include "gpulib/App/Job.h"
+#include "gpulib/Device/DeviceError.h"
 
 bool CCompareImpl::DoIt(const AlignJob& rJob, const JobShare& rShare, CompareTotals& rTotals)
 {
+    TakeDeviceError();  // what this thread noted before is not this job's reason
     CompareTotals aTotals = {};
     const bool bDone = rShare.iSizeY <= 0 || mSumBand(rJob, rShare, aTotals);
     m_aAlignedProj.Free();
