@@ -38,11 +38,11 @@ TEST(SetSize, DividesTheList)
         Ranges vRanges;
         for (unsigned s = 0; s < aSetSize.GetNumSets(); ++s)
         {
-            const int* piRange = aSetSize.GetSetRange(int(s));
-            vRanges.emplace_back(piRange[0], piRange[1]);
+            const auto [iFirst, iEnd] = aSetSize.GetSetRange(int(s));
+            vRanges.emplace_back(iFirst, iEnd);
         }
         EXPECT_EQ(vRanges, rCase.vExpected) << rCase.uiProjs << " in " << rCase.uiSets;
-        EXPECT_EQ(aSetSize.GetFullRange()[1], int(rCase.uiProjs));
+        EXPECT_EQ(aSetSize.GetFullRange().iEnd, int(rCase.uiProjs));
     }
 }
 

@@ -212,15 +212,19 @@ TEST(JobInputs, ThatDoNotFitAreRefused)
         aChange(aJob, aData);
         return RunJob(aJob, aData, {"host", 2}).strError;
     };
-    EXPECT_EQ(Refused([](TestJob& r, TestData&) { r.vuiList = {0, 7}; }), "projection 7 of 7");
+    EXPECT_EQ(Refused(
+                  [](TestJob& r, TestData&) {
+                      r.vuiList = {0, 7};
+                  }),
+              "SumAbs: projection 7 of 7");
     EXPECT_EQ(Refused([](TestJob& r, TestData&) { r.uiSets = 0; }), "0 sets, 1 iterations");
     EXPECT_EQ(Refused(
                   [](TestJob& r, TestData&) {
                       r.iIterations = 3, r.vfRelax = {1, 1};
                   }),
-              "2 relaxation factors, 3 needed");
+              "relaxation factors: 2 given, 3 needed");
     EXPECT_EQ(Refused([](TestJob&, TestData& r) { r.vuiRangeX.resize(5); }),
-              "column ranges: 5 values given, 70 needed");
+              "column ranges: 5 given, 70 needed");
     // A worker that fails takes the others with it: none waits for ever.
     const auto Fail = [](TestJob& r, TestData&)
     { SetKernel(r, 3, 1, 1), r.uiInterval = 1, r.iFailingWorker = 0; };
