@@ -122,7 +122,7 @@ void CScriptWriter::mNoteSizes(const Header& rHeader)
             m_aMost.dIterations = std::max(m_aMost.dIterations, dF5 * (1 + dF6 / 16));
         break;
     case CMsgConst::SMOOTHOPT:
-        if (dF5 * dF6 * rHeader[7] <= dWords)
+        if (dF5 < 256 && dF6 < 256 && rHeader[7] < 256)  // whatever comes of its values
             m_aMost.dKernel = std::max(m_aMost.dKernel, dF5 * dF6 * rHeader[7]);
         break;
     default:

@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "Util/Util_TcpServer.h"
+#include "gpulib/Device/Backend.h"
 #include "server/Config/GpuConfig.h"
 #include "server/Thread/ClientMain.h"
 #include "server/Thread/GpuThread.h"
@@ -21,10 +22,11 @@ int main()
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // lines arrive at once, also in a file
     CStopSignal::Start();
     CGpuConfig* pConfig = CGpuConfig::GetInstance();
-    if (!pConfig->QueryDevice()) return eNoDevice;
+    pConfig->QueryDevice();
     if (pConfig->GetNumDevices() <= 0)
     {
         std::puts("Error: GPU devices are not found.");
+        if (!GetBackend()) std::printf("Error: %s\n", pConfig->GetBackend().c_str());
         return eNoDevice;
     }
     if (!Util_TcpServer::CreateServer(pConfig->GetServerPort(), pConfig->GetBindAddress()))

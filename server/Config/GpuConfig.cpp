@@ -9,26 +9,12 @@
 #include "gpulib/Device/DeviceInfo.h"
 #include "server/Config/ConfigFile.h"
 
-std::unique_ptr<CGpuConfig> CGpuConfig::m_pInstance;
-
-CGpuConfig* CGpuConfig::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CGpuConfig);
-    return m_pInstance.get();
-}
-
-bool CGpuConfig::QueryDevice()
+void CGpuConfig::QueryDevice()
 {
     CConfigFile aConfig;
     aConfig.Load();
-    std::string strReason;
-    std::unique_ptr<CBackend> pBackend = MakeBackend(aConfig.GetBackend(), strReason);
-    if (!pBackend)
-    {
-        std::printf("Error: %s\n", strReason.c_str());
-        return false;
-    }
-    std::printf("Info: Backend %s.\n", strReason.c_str());
+    std::unique_ptr<CBackend> pBackend = MakeBackend(aConfig.GetBackend(), m_strBackend);
+    if (pBackend) std::printf("Info: Backend %s.\n", m_strBackend.c_str());
     SetBackend(std::move(pBackend));
 
     CDeviceInfo aInfo;
@@ -36,7 +22,6 @@ bool CGpuConfig::QueryDevice()
     std::vector<int> viMemory(aInfo.GetNumDevices());
     for (int i = 0; i < aInfo.GetNumDevices(); ++i) viMemory[i] = aInfo.GetDeviceMemory(i);
     SelectDevices(aConfig, viMemory);
-    return true;
 }
 
 void CGpuConfig::SelectDevices(const CConfigFile& rConfig, const std::vector<int>& rMemory)
@@ -47,7 +32,7 @@ void CGpuConfig::SelectDevices(const CConfigFile& rConfig, const std::vector<int
     std::printf("Info: %d devices available.\n", iDevices);
     for (int i = 0; i < iDevices; ++i)
     {
-        if (rConfig.IsBusyGpu(i)) continue;
+        if (rConfig.IsBusyGpu(i) || rMemory[i] == 0) continue;
         m_viDeviceID.push_back(i);
         m_viMemory.push_back(rMemory[i]);
         std::printf("Info: GPU %d is used for computation.\n", i);

@@ -6,9 +6,10 @@
 /// Reconstruction by SART.
 class CDoSartRecon : public CDoEmRecon
 {
-private:
-    std::unique_ptr<CTomoRecon> mMakeTomoRecon() const override
+public:
+    using CDoEmRecon::CDoEmRecon;
+    [[nodiscard]] bool DoIt(const JobShare& rShare, std::vector<double>& rRfactor) const override
     {
-        return std::make_unique<CTomoSart>(m_aJob);
+        return mRun(CTomoSart(m_aJob), rShare, rRfactor);
     }
 };

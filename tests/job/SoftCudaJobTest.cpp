@@ -86,7 +86,7 @@ TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
          {std::tuple{"cudaMalloc3DArray", 0, ""},  // another try fits
           {"cudaMalloc", 0, ""},                   // of an upload: made in halves
           {"cudaMalloc", 3, ""},                   // of a download
-          {"cudaMallocPitch", 0, "create array: 7 x 1 x 1"},
+          {"cudaMallocPitch", 0, ": 7 x 1 x 1, 1 rows"},
           {"cudaLaunchKernelEx", 30, "launch of"},
           {"cudaMemcpyAsync", 0, "stage: copy"},
           {"cudaMemcpyAsync", 2, ""} /* of a prefetch: tried again */,

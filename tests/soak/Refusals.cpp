@@ -116,7 +116,7 @@ std::vector<Request> CSession::mBadOptions()
             {Msg::eReconOpt, {2, uiFew, 2, 0, 1}, Words(2 * uiFew + 1)},
             {Msg::eReconOpt, {1, g_uiHalf, 2, 0, 1}, Words(2)},
             {Msg::eReconOpt, {2, g_uiMax, g_uiMax, 0, 1}, Words(uiFew)},
-            {Msg::eSmoothOpt, {1, 0, uiFew, uiFew}, {}},
+            {Msg::eSmoothOpt, {1, 0, uiFew, uiFew}, Words(uiFew)},
             {Msg::eSmoothOpt, {1, 256, 1, 1}, Words(256)},
             {Msg::eSmoothOpt, {1, 255, 255, 255}, Words(uiFew)},
             {Msg::eSmoothOpt, {1, uiFew, 2, 1}, Words(2 * uiFew + 1)},

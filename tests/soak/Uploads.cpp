@@ -239,10 +239,7 @@ bool CSession::mSmooth(bool bSpoilt)
                 vfKernel.push_back(bProduct ? fX * fY * fZ : m_aRandom.Real(0, 1));
     const float fSum = std::accumulate(vfKernel.begin(), vfKernel.end(), 1e-3f);
     for (float& rfValue : vfKernel) rfValue /= fSum;
-    if (bSpoilt && m_aRandom.Chance(0.5f))
-        vfKernel.back() = g_fNaN;
-    else if (bSpoilt)
-        std::ranges::fill(vfKernel, 0.0f);
+    if (bSpoilt) vfKernel.back() = g_fNaN;
     if (!mServe({Msg::eSmoothOpt,
                  {uiInterval, Word(aiKernel[0]), Word(aiKernel[1]), Word(aiKernel[2])},
                  RawClient::ToWords(vfKernel)}))

@@ -1,7 +1,7 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -11,170 +11,147 @@
 #include "Util/Util_TcpSocket.h"
 #include "server/Data/ByteOrder.h"
 #include "server/Data/Continuation.h"
+#include "server/Data/Recon/ProjData.h"
+#include "server/Data/Recon/SmoothOpt.h"
 #include "server/Data/RemotePacket.h"
+#include "server/Data/RequestPlan.h"
+#include "server/Data/RspUtil.h"
 
 namespace
 {
+using Words = std::vector<std::uint32_t>;
 constexpr std::uint32_t g_uiTest = 0x1234ABCD, g_uiOther = 0xCDAB3412;
 
-class Packet : public testing::Test
+/// A packet as a client of our or of the other byte order sends it.
+class Packet : public testing::TestWithParam<bool>
 {
 protected:
-    void SetUp() override
+    Packet()
     {
-        ASSERT_TRUE(Util_TcpServer::CreateServer(0, "127.0.0.1"));
-        m_iPeer = Util_TcpSocket::CreateSocket();
-        sockaddr_in aAddress = {};
-        aAddress.sin_family = AF_INET;
-        aAddress.sin_port = htons(static_cast<std::uint16_t>(Util_TcpServer::GetPort()));
-        aAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(connect(m_iPeer, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress), 0);
-        ASSERT_EQ(Util_TcpServer::GetInstance()->ConnectClient(5), 1);
+        int aiSockets[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, aiSockets), 0);
+        Util_TcpServer::GetInstance()->TakeClient(aiSockets[0]);
+        m_iPeer = aiSockets[1];
+        CByteOrder::GetInstance()->Determine(GetParam() ? g_uiOther : g_uiTest);
     }
-    void TearDown() override
+    ~Packet() override
     {
         Util_TcpSocket::CloseSocket(m_iPeer);
         Util_TcpServer::DeleteInstance();
         CByteOrder::DeleteInstance();
+        CProjData::DeleteInstance();
+        CSmoothOpt::DeleteInstance();
     }
-    void PeerSends(const std::vector<std::uint32_t>& rWords)
+    /// Sends a message with so many bytes of the data, and receives the header.
+    void mSend(std::uint32_t uiType, const Words& rFields, Words vuiData, std::size_t tBytes)
     {
-        ASSERT_TRUE(Util_TcpSocket::SendAll(m_iPeer, rWords.data(), 4 * rWords.size()));
+        Words vuiAll = {uiType, 7, 0, std::uint32_t(tBytes)};
+        vuiAll.insert(vuiAll.end(), rFields.begin(), rFields.end());
+        vuiAll.resize(16);
+        vuiAll.insert(vuiAll.end(), vuiData.begin(), vuiData.end());
+        for (std::uint32_t& rWord : vuiAll)
+            if (GetParam()) rWord = Util_SwapByte::DoIt(rWord);
+        ASSERT_TRUE(Util_TcpSocket::SendAll(m_iPeer, vuiAll.data(), 64 + tBytes));
+        ASSERT_TRUE(m_aPacket.RecvHeader());
     }
-    std::vector<std::uint32_t> PeerReceives(std::size_t tWords)
+    /// What a holder does with the packet.
+    template <class T>
+    bool mServe(CRequestPlan (T::*pfnHandler)(const CRemotePacket&))
     {
-        std::vector<std::uint32_t> vuiWords(tWords);
-        EXPECT_TRUE(Util_TcpSocket::RecvAll(m_iPeer, vuiWords.data(), 4 * tWords));
-        return vuiWords;
+        std::string strReason;
+        const CRequestPlan aPlan = (T::GetInstance()->*pfnHandler)(m_aPacket);
+        return m_aPacket.RecvData(aPlan) && aPlan.DoIt(m_aPacket, strReason);
     }
-    bool PeerHasNothing()
+    /// The first bytes of a word as this client sends it, before three zero bytes.
+    std::uint32_t mCutWord(std::uint32_t uiWord, std::size_t tBytes) const
     {
-        char cByte;
-        return recv(m_iPeer, &cByte, 1, MSG_DONTWAIT | MSG_PEEK) == -1;
+        if (GetParam()) uiWord = Util_SwapByte::DoIt(uiWord);
+        std::uint32_t uiCut = 0;
+        std::memcpy(&uiCut, &uiWord, tBytes);
+        return uiCut;
     }
+    CRemotePacket m_aPacket;
     int m_iPeer = -1;
 };
+INSTANTIATE_TEST_SUITE_P(ByteOrders, Packet, testing::Bool());
 
-std::vector<std::uint32_t> Header(std::uint32_t uiType, std::uint32_t uiBytes)
+TEST_P(Packet, CopiesOnlyWhatItHolds)
 {
-    std::vector<std::uint32_t> vuiHeader(16);
-    vuiHeader[0] = uiType;
-    vuiHeader[3] = uiBytes;
-    vuiHeader[9] = 0x3F800000;
-    return vuiHeader;
+    mSend(CMsgConst::SETOP, {1, 0, 0, 0, 0, 0x3F800000}, {1, 2, 3}, 12);
+    ASSERT_TRUE(m_aPacket.RecvData(12));
+    EXPECT_EQ(m_aPacket.GetNthFieldF(9), 1.0f);
+    EXPECT_EQ(m_aPacket.GetNthField(16), 0u);
+    std::array<std::uint32_t, 2> auiWords = {};
+    EXPECT_TRUE(m_aPacket.CopyData4(4, std::span<std::uint32_t>(auiWords)));
+    EXPECT_EQ(auiWords, (std::array<std::uint32_t, 2>{2, 3}));
+    for (const std::uint32_t uiOffset : {8u, 0xfffffffcu})
+        EXPECT_FALSE(m_aPacket.CopyData4(uiOffset, std::span<std::uint32_t>(auiWords)));
+    EXPECT_TRUE(m_aPacket.GetData4(4, 9).empty());
+    EXPECT_FALSE(m_aPacket.SetData1(12, auiWords.data(), 1));
+    const std::vector<std::byte> vRaw = m_aPacket.GetData1(0, 2);
+    EXPECT_EQ(m_aPacket.GetData2(0, 2)[0], vRaw[GetParam() ? 1 : 0]);
+    m_aPacket.SetNthField(16, 9);
+    EXPECT_EQ(m_aPacket.GetOptSize(), 12u);
 }
 
-TEST_F(Packet, ReceivesInEitherByteOrder)
+// Ranges, then pixels; what follows the last whole word is stored as it came, and nothing else.
+TEST_P(Packet, ImagesMayEndAnywhere)
 {
-    for (const bool bSwap : {false, true})
+    CProjData& rProjData = *CProjData::GetInstance();
+    mSend(CMsgConst::PROJSIZE, {2, 2, 3}, {}, 0);
+    ASSERT_TRUE(mServe(&CProjData::HandleProjSize));
+    const Words vuiData = {11, 12, 13, 14, 21, 22, 23, 24};
+    for (std::size_t tBytes = 0; tBytes <= 33; ++tBytes)
     {
-        SCOPED_TRACE(bSwap);
-        CByteOrder::GetInstance()->Determine(bSwap ? g_uiOther : g_uiTest);
-        std::vector<std::uint32_t> vuiSent = Header(CMsgConst::SETOP, 12);
-        vuiSent.insert(vuiSent.end(), {1, 2, 3});
-        if (bSwap)
-            for (std::uint32_t& rWord : vuiSent) rWord = Util_SwapByte::DoIt(rWord);
-        PeerSends(vuiSent);
-        CRemotePacket aPacket;
-        ASSERT_TRUE(aPacket.RecvFromClient());
-        EXPECT_EQ(aPacket.GetMsgType(), CMsgConst::SETOP);
-        EXPECT_EQ(aPacket.GetNthFieldF(9), 1.0f);
-        std::array<std::uint32_t, 2> auiWords = {};
-        EXPECT_TRUE(aPacket.CopyData4(4, std::span<std::uint32_t>(auiWords)));
-        EXPECT_EQ(auiWords, (std::array<std::uint32_t, 2>{2, 3}));
-
-        // What lies outside is never touched.
-        EXPECT_FALSE(aPacket.CopyData4(8, std::span<std::uint32_t>(auiWords)));
-        EXPECT_EQ(auiWords, (std::array<std::uint32_t, 2>{2, 3}));
-        EXPECT_FALSE(aPacket.CopyData4(0xfffffffc, std::span<std::uint32_t>(auiWords)));
-        EXPECT_TRUE(aPacket.GetData4(4, 9).empty());
-        EXPECT_FALSE(aPacket.SetData1(12, auiWords.data(), 1));
-        EXPECT_EQ(aPacket.GetNthField(16), 0u);
-
-        // A remainder of less than a unit is not swapped.
-        const std::vector<std::byte> vOdd = aPacket.GetData4(0, 6), vRaw = aPacket.GetData1(0, 6);
-        EXPECT_EQ(std::memcmp(vOdd.data() + 4, vRaw.data() + 4, 2), 0);
-        EXPECT_EQ(std::memcmp(vOdd.data(), vRaw.data(), 4) != 0, bSwap);
-        EXPECT_EQ(aPacket.GetData2(0, 2)[0], vRaw[bSwap ? 1 : 0]);
+        SCOPED_TRACE(tBytes);
+        std::ranges::fill(rProjData.GetRangeX(1), 0);
+        std::fill_n(rProjData.GetProjs()->GetData(), 12, 0.0f);
+        mSend(CMsgConst::PROJSET, {1}, {11, 12, 13, 14, 21, 22, 23, 24, 25}, tBytes);
+        EXPECT_EQ(mServe(&CProjData::HandleProjSet), tBytes <= 32);
+        Words vuiWanted(8);
+        if (tBytes <= 32) std::copy_n(vuiData.begin(), tBytes / 4, vuiWanted.begin());
+        if (tBytes < 32) vuiWanted[tBytes / 4] = mCutWord(vuiData[tBytes / 4], tBytes % 4);
+        Words vuiGot(12);  // four words of ranges and the pixels of this and the next projection
+        std::ranges::copy(rProjData.GetRangeX(1), vuiGot.begin());
+        std::memcpy(&vuiGot[4], rProjData.GetProjs()->GetSliceXY(1), 32);
+        vuiWanted.resize(12);
+        EXPECT_EQ(vuiGot, vuiWanted);
     }
 }
 
-TEST_F(Packet, DropsWhatIsBeyondTheCeiling)
+TEST_P(Packet, KernelsMayEndAnywhereAndBeEmpty)
 {
-    std::vector<std::uint32_t> vuiSent = Header(4711, 400000);
-    vuiSent.resize(16 + 100000, 5);
-    const std::vector<std::uint32_t> vuiNext = Header(CMsgConst::QUIT, 0);
-    vuiSent.insert(vuiSent.end(), vuiNext.begin(), vuiNext.end());
-    PeerSends(vuiSent);
-    CRemotePacket aPacket;
-    ASSERT_TRUE(aPacket.RecvHeader());
-    ASSERT_TRUE(aPacket.RecvData(8));
-    EXPECT_EQ(aPacket.GetOptSize(), 400000u);  // as the client said
-    EXPECT_EQ(aPacket.GetDataBytes(), 8u);
-    ASSERT_TRUE(aPacket.RecvFromClient());
-    EXPECT_EQ(aPacket.GetMsgType(), CMsgConst::QUIT);
-    EXPECT_EQ(aPacket.GetDataBytes(), 0u);
-}
-
-TEST_F(Packet, SendsWhatItHolds)
-{
-    const std::array<float, 3> afData = {1, 2, 3};
-    for (const bool bSwap : {false, true})
+    const Words vuiData = {11, 12, 13, 14};
+    for (std::size_t tBytes = 0; tBytes <= 13; ++tBytes)
     {
-        SCOPED_TRACE(bSwap);
-        CByteOrder::GetInstance()->Determine(bSwap ? g_uiOther : g_uiTest);
-        const auto Native = [bSwap](std::uint32_t ui)
-        { return bSwap ? Util_SwapByte::DoIt(ui) : ui; };
-        CRemotePacket aPacket;
-        EXPECT_FALSE(aPacket.SendToClient());  // INVALID
-        aPacket.SetMsgType(CMsgConst::NORESPONSE);
-        EXPECT_TRUE(aPacket.SendToClient());
-        EXPECT_TRUE(PeerHasNothing());
-
-        aPacket.SetMsgType(CMsgConst::DATAREPLY);
-        aPacket.SetNthField(6, 77);
-        ASSERT_TRUE(aPacket.LendData4(afData));
-        ASSERT_TRUE(aPacket.SendToClient());
-        std::vector<std::uint32_t> vuiGot = PeerReceives(19);
-        EXPECT_EQ(Native(vuiGot[0]), CMsgConst::DATAREPLY);
-        EXPECT_EQ(Native(vuiGot[3]), 12u);
-        EXPECT_EQ(Native(vuiGot[6]), 77u);
-        EXPECT_EQ(Native(vuiGot[18]), std::bit_cast<std::uint32_t>(3.0f));
-
-        // A field that is not written again goes out as it was sent: swapped back.
-        aPacket.SetMsgType(CMsgConst::CMDREPLY);
-        aPacket.ClearData();
-        ASSERT_TRUE(aPacket.SendToClient());
-        vuiGot = PeerReceives(16);
-        EXPECT_EQ(Native(vuiGot[0]), CMsgConst::CMDREPLY);
-        EXPECT_EQ(vuiGot[6], 77u);
-        EXPECT_TRUE(PeerHasNothing());
+        mSend(CMsgConst::SMOOTHOPT, {std::uint32_t(tBytes), 3, 1, 1}, vuiData, tBytes);
+        ASSERT_EQ(mServe(&CSmoothOpt::HandleSmoothOpt), tBytes <= 12);
+        if (tBytes > 12) continue;
+        Words vuiWanted(vuiData.begin(), vuiData.begin() + std::ptrdiff_t(tBytes / 4)), vuiGot(3);
+        vuiWanted.push_back(mCutWord(vuiData[tBytes / 4], tBytes % 4));
+        vuiWanted.resize(3);
+        std::memcpy(vuiGot.data(), CSmoothOpt::GetInstance()->GetKernel()->GetData(), 12);
+        EXPECT_EQ(vuiGot, vuiWanted) << tBytes;
     }
+    mSend(CMsgConst::SMOOTHOPT, {5, 256, 0, 0}, {}, 0);
+    EXPECT_FALSE(mServe(&CSmoothOpt::HandleSmoothOpt));
+    EXPECT_EQ(CSmoothOpt::GetInstance()->GetInterval(), 12u);
+    mSend(CMsgConst::SMOOTHOPT, {0, 0, 0, 0}, {}, 0);
+    EXPECT_TRUE(mServe(&CSmoothOpt::HandleSmoothOpt));
+    EXPECT_EQ(CSmoothOpt::GetInstance()->GetKernel()->GetData(), nullptr);
 }
 
-TEST(RemoteHdr, OldRequestsHaveAReplyType)
+CRemotePacket Make(std::uint32_t uiType, std::uint32_t uiSerial, std::uint32_t uiParent)
 {
     CRemotePacket aPacket;
-    for (const auto& [uiType, uiReply] : {std::pair(CMsgConst::PROJGET, CMsgConst::DATAREPLY),
-                                          {CMsgConst::RECONSTRUCT, CMsgConst::CMDREPLY},
-                                          {CMsgConst::SETOP, CMsgConst::NORESPONSE},
-                                          {CMsgConst::INVALID, CMsgConst::NORESPONSE}})
-    {
-        aPacket.SetMsgType(uiType);
-        EXPECT_EQ(aPacket.GetRspMsg(), uiReply) << uiType;
-    }
+    aPacket.SetMsgType(uiType);
+    aPacket.SetSerial(uiSerial);
+    aPacket.SetParentSerial(uiParent);
+    return aPacket;
 }
 
 TEST(Continuation, FollowsTheChain)
 {
-    const auto Make = [](std::uint32_t uiType, std::uint32_t uiSerial, std::uint32_t uiParent)
-    {
-        CRemotePacket aPacket;
-        aPacket.SetMsgType(uiType);
-        aPacket.SetSerial(uiSerial);
-        aPacket.SetParentSerial(uiParent);
-        return aPacket;
-    };
     CContinuation aChain;
     EXPECT_EQ(aChain.GetMsgType(), CMsgConst::INVALID);
     aChain.Process(nullptr);
@@ -184,12 +161,33 @@ TEST(Continuation, FollowsTheChain)
     aChain.Process(&aMain);
     EXPECT_TRUE(aChain.IsCont(&aChild));
     aChain.Process(&aChild);
-    EXPECT_EQ(aChain.GetSerial(), 8u);
-    EXPECT_EQ(aChain.GetMsgType(), CMsgConst::VOLSET);
     aChain.Process(&aStray);
     EXPECT_EQ(aChain.GetSerial(), 8u);
+    EXPECT_EQ(aChain.GetMsgType(), CMsgConst::VOLSET);
     EXPECT_TRUE(aChain.IsCont(&aChild));
     EXPECT_FALSE(aChain.IsCont(&aStray));
+}
+
+TEST(RspUtil, NumbersItsPackets)
+{
+    CRspUtil& rRspUtil = *CRspUtil::GetInstance();
+    rRspUtil.CreateResponse(Make(CMsgConst::SETOP, 1, 0));  // newer than the builder
+    EXPECT_EQ(rRspUtil.GetNumPackets(), 0);
+    for (const std::uint32_t uiSerial : {0u, 1u})
+    {
+        rRspUtil.CreateResponse(Make(CMsgConst::VOLSIZE, 9, 0));
+        ASSERT_EQ(rRspUtil.GetNumPackets(), 1);
+        for (const int n : {-1, 1}) EXPECT_EQ(rRspUtil.GetNthPacket(n), nullptr);
+        for (const int n : {-1, 1}) rRspUtil.ClearNthPacket(n);
+        EXPECT_EQ(rRspUtil.GetNthPacket(0)->GetSerial(), uiSerial);
+        EXPECT_EQ(rRspUtil.GetNthPacket(0)->GetMsgType(), CMsgConst::CMDREPLY);
+        rRspUtil.ClearNthPacket(0);
+        EXPECT_EQ(rRspUtil.GetNthPacket(0), nullptr);
+    }
+    rRspUtil.CreateResponse(Make(CMsgConst::RECONSTATGET, 1, 0));
+    EXPECT_EQ(rRspUtil.GetNthPacket(0)->GetNthField(5), 1u);  // there are none
+    EXPECT_EQ(rRspUtil.GetNthPacket(0)->GetMsgType(), CMsgConst::DATAREPLY);
+    CRspUtil::DeleteInstance();
 }
 
 TEST(SwapByte, ReversesEveryType)

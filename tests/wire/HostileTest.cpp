@@ -68,8 +68,8 @@ const BadRequest g_aBadRequests[] = {
     {"options too short", {true}, Msg::eReconOpt, {1, 3, 2, 0, 0}, Words(5), "RECONOPT"},
     {"options that wrap", {true}, Msg::eReconOpt, {1, 1u << 31, 2, 0, 0}, Words(2), "RECONOPT"},
     {"four billion subsets", {true}, Msg::eReconOpt, {2, 1, g_uiMax, 0, 0}, Words(2), "RECONOPT"},
-    {"kernel of nothing", {}, Msg::eSmoothOpt, {1, 0, 3, 3}, {}, "SMOOTHOPT"},
-    {"kernel too short", {}, Msg::eSmoothOpt, {1, 3, 3, 3}, Words(26), "SMOOTHOPT"},
+    {"kernel of nothing with data", {}, Msg::eSmoothOpt, {1, 0, 3, 3}, Words(1), "SMOOTHOPT"},
+    {"kernel too long", {}, Msg::eSmoothOpt, {1, 3, 3, 3}, Words(28), "SMOOTHOPT"},
     {"kernel of 2^93", {}, Msg::eSmoothOpt, {1, g_uiMax, g_uiMax, g_uiMax}, Words(4), "SMOOTHOPT"},
     {"nothing to reconstruct", {}, Msg::eReconstruct, {}, {}, "RECONSTRUCT"},
     {"no volume", {true}, Msg::eReconstruct, {}, {}, "RECONSTRUCT"},
@@ -137,7 +137,7 @@ TEST(Hostile, JobsRefuseWhatTheyCannotUse)
         {"volume of other height", Msg::eVolSize, {4, 2, 6}, {}},
         {"box NaN", Msg::eWeightOpt, {1, 1, g_uiNaN, 0, 0, 0}, {}},
         {"kernel NaN", Msg::eSmoothOpt, {1, 2, 1, 1}, {Bits(1), g_uiNaN}},
-        {"kernel of zeros", Msg::eSmoothOpt, {1, 2, 1, 1}, {0, 0}},
+        {"subsets that wrap", Msg::eReconOpt, {1, 1, 2}, {g_uiMax, 1, Bits(1), Bits(1)}},
     };
     ServerProcess aServer;
     aServer.Start();

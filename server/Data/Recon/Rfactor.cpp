@@ -1,19 +1,13 @@
 #include "server/Data/Recon/Rfactor.h"
 
 #include <algorithm>
-
-std::unique_ptr<CRfactor> CRfactor::m_pInstance;
-
-CRfactor* CRfactor::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CRfactor);
-    return m_pInstance.get();
-}
+#include <utility>
 
 void CRfactor::SetSize(std::uint32_t uiNumProjs, std::uint32_t uiIterations)
 {
+    std::vector<double> vdFactor(std::size_t{2} * uiNumProjs * uiIterations);
     const std::lock_guard aLock(m_aMutex);
-    m_vdFactor.assign(std::size_t{2} * uiNumProjs * uiIterations, 0.0);
+    m_vdFactor = std::move(vdFactor);
     m_uiNumProjs = uiNumProjs;
     m_uiIterations = uiIterations;
 }

@@ -1,71 +1,44 @@
 #include "server/Data/Recon/SmoothOpt.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <span>
+#include <utility>
+#include <vector>
 
-#include "Util/Util_Volume.h"
-#include "server/Data/Refuse.h"
+#include "server/Data/Recon/HolderMemory.h"
 #include "server/Data/RemotePacket.h"
 
-std::unique_ptr<CSmoothOpt> CSmoothOpt::m_pInstance;
-
-namespace
+CRequestPlan CSmoothOpt::HandleSmoothOpt(const CRemotePacket& rPacket)
 {
-constexpr std::uint64_t g_ulMaxExtent = 255;
-constexpr std::uint64_t g_ulMaxVoxels = std::uint64_t{1} << 20;
-
-/// Voxels of the kernel that the header announces, 0 when it is refused.
-std::uint64_t CountVoxels(const CRemotePacket& rPacket)
-{
-    std::uint64_t ulVoxels = 1;
-    for (int i = 5; i <= 7; ++i)
-    {
-        if (rPacket.GetNthField(i) > g_ulMaxExtent) return 0;
-        ulVoxels *= rPacket.GetNthField(i);
-    }
-    return ulVoxels <= g_ulMaxVoxels ? ulVoxels : 0;
-}
-}  // namespace
-
-CSmoothOpt::CSmoothOpt() = default;
-CSmoothOpt::~CSmoothOpt() = default;
-
-CSmoothOpt* CSmoothOpt::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CSmoothOpt);
-    return m_pInstance.get();
+    constexpr std::uint32_t uiMostExtent = 255, uiMostVoxels = 1 << 20;
+    const std::uint32_t uiX = rPacket.GetNthField(5), uiY = rPacket.GetNthField(6);
+    const std::uint32_t uiZ = rPacket.GetNthField(7), uiBytes = rPacket.GetOptSize();
+    if (std::max({uiX, uiY, uiZ}) > uiMostExtent || uiX * uiY * uiZ > uiMostVoxels)
+        return CRequestPlan::Refuse("kernel of %u x %u x %u, at most %u each and %u together", uiX,
+                                    uiY, uiZ, uiMostExtent, uiMostVoxels);
+    if (uiBytes > 4 * uiX * uiY * uiZ)
+        return CRequestPlan::Refuse("%u bytes of data, a kernel of %u x %u x %u takes %u", uiBytes,
+                                    uiX, uiY, uiZ, 4 * uiX * uiY * uiZ);
+    return CRequestPlan(
+        [this](const CRemotePacket& rSent, std::string&)
+        {
+            mSet(rSent);
+            return true;
+        },
+        uiBytes);
 }
 
-void CSmoothOpt::DeleteInstance()
-{
-    m_pInstance.reset();
-}
-
-std::uint32_t CSmoothOpt::GetMaxSmoothOpt(const CRemotePacket& rPacket)
-{
-    return static_cast<std::uint32_t>(4 * CountVoxels(rPacket));
-}
-
-bool CSmoothOpt::HandleSmoothOpt(const CRemotePacket& rPacket, std::string& rReason)
+void CSmoothOpt::mSet(const CRemotePacket& rPacket)
 {
     std::puts("Handle SMOOTHOPT Command");
-    const std::uint32_t uiX = rPacket.GetNthField(5), uiY = rPacket.GetNthField(6);
-    const std::uint32_t uiZ = rPacket.GetNthField(7);
-    const std::uint64_t ulVoxels = CountVoxels(rPacket);
-    if (ulVoxels == 0)
-        return Refuse(rReason, "kernel of %u x %u x %u, must be 1 to %llu each and %llu together",
-                      uiX, uiY, uiZ, static_cast<unsigned long long>(g_ulMaxExtent),
-                      static_cast<unsigned long long>(g_ulMaxVoxels));
-    const unsigned long long ulBytes = 4 * ulVoxels;
-    if (rPacket.GetOptSize() != ulBytes)
-        return Refuse(rReason, "%u bytes of data, a kernel of %u x %u x %u takes %llu",
-                      rPacket.GetOptSize(), uiX, uiY, uiZ, ulBytes);
     auto pKernel = std::make_unique<Util_Volume>();
-    pKernel->SetSize(static_cast<int>(uiX), static_cast<int>(uiY), static_cast<int>(uiZ));
-    if (!rPacket.CopyData4(0, std::span(pKernel->GetData(), ulVoxels)))
-        return Refuse(rReason, "data is missing");
+    const int iX = static_cast<int>(rPacket.GetNthField(5));
+    const int iY = static_cast<int>(rPacket.GetNthField(6));
+    const int iZ = static_cast<int>(rPacket.GetNthField(7));
+    pKernel->SetSize(iX, iY, iZ);
+    std::ranges::copy(rPacket.GetData4(0, rPacket.GetDataBytes()),
+                      reinterpret_cast<std::byte*>(pKernel->GetData()));
     m_pKernel = std::move(pKernel);
     m_uiInterval = rPacket.GetNthField(4);
-    std::printf("SmoothOpt: %u  %u  %u\n", uiX, uiY, uiZ);
-    return true;
+    std::printf("SmoothOpt: %d  %d  %d\n", iX, iY, iZ);
 }
