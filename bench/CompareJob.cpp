@@ -7,7 +7,7 @@
 #include "gpulib/App/Align/Compare.h"
 #include "gpulib/App/Job.h"
 
-CompareScene::CompareScene(float fDegrees)
+CompareScene::CompareScene(float fDegrees, int iSize) : iX(iSize), iY(iSize)
 {
     std::mt19937 aRandom(1);
     std::uniform_real_distribution<float> aValues(0.0f, 2.0f);

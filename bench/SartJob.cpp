@@ -1,7 +1,6 @@
 #include "bench/SartJob.h"
 
 #include <chrono>
-#include <ctime>
 #include <numeric>
 #include <thread>
 #include <utility>
@@ -10,6 +9,7 @@
 #include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
 #include "bench/Scene.h"
+#include "bench/ThreadTime.h"
 #include "gpulib/App/Iteration/TomoSart.h"
 #include "gpulib/App/Job.h"
 #include "gpulib/Device/Backend.h"
@@ -17,13 +17,6 @@
 namespace
 {
 thread_local double t_dKernels = 0;
-
-double ThreadSeconds()
-{
-    timespec aTime;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &aTime);
-    return double(aTime.tv_sec) + 1e-9 * double(aTime.tv_nsec);
-}
 
 /// Another backend, with a watch on its kernels.
 class CTimedBackend final : public CBackend

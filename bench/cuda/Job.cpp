@@ -13,6 +13,7 @@
 #include "gpulib/App/Iteration/TomoSart.h"
 #include "gpulib/App/Job.h"
 #include "gpulib/Device/Backend.h"
+#include "gpulib/Device/DeviceError.h"
 
 namespace
 {
@@ -43,6 +44,17 @@ double RaySum(const Ellipse& rE, const Job& rJob, double dU, double dCos, double
 }
 }  // namespace
 
+bool UseCuda(bool bExact)
+{
+    std::string strReason;
+    SetBackend(nullptr);
+    SetBackend(MakeCudaBackend(bExact, 0, strReason));
+    if (!GetBackend()) return DeviceFail("%s", strReason.c_str());
+    int iDevice = 0;
+    while (GetBackend()->GetDeviceMemory(iDevice) == 0) ++iDevice;
+    return GetBackend()->SelectDevice(iDevice);
+}
+
 void FillStack(const Job& rJob, Util_Volume& rStack)
 {
     rStack.SetSize(rJob.iX, rJob.iY, rJob.iProjs);
@@ -71,7 +83,7 @@ double RunJob(const Job& rJob, Util_Volume& rStack, Util_Volume& rVolume,
               CCudaClock::Totals* pTotals)
 {
     rVolume.SetSize(rJob.iX, rJob.iY, rJob.iZ);
-    std::fill_n(rVolume.GetData(), rJob.bEm ? rVolume.GetVoxels() : 0, 1.0f);
+    std::fill_n(rVolume.GetData(), rVolume.GetVoxels(), rJob.bEm ? 1.0f : 0.0f);
     CTomoVolume aTomoVolume(&rVolume, 1);
     std::vector<float> vfAngles;
     std::vector<unsigned> vuiIndex(rJob.iProjs), vuiRange;
@@ -95,7 +107,7 @@ double RunJob(const Job& rJob, Util_Volume& rStack, Util_Volume& rVolume,
     std::optional<CCudaClock> aClock;
     if (pTotals) aClock.emplace();
     const auto aStart = std::chrono::steady_clock::now();
-    const bool bDone = GetBackend()->SelectDevice(0) && pRecon->DoIt({.iSizeY = rJob.iY});
+    const bool bDone = pRecon->DoIt({.iSizeY = rJob.iY});
     const std::chrono::duration<double> aTime = std::chrono::steady_clock::now() - aStart;
     if (!bDone || (aClock && !aClock->Take(*pTotals)))
         return std::numeric_limits<double>::quiet_NaN();

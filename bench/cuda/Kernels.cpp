@@ -92,16 +92,14 @@ void PrintStreams(CDeviceScene& rDevice, const Scene& rScene, int iRepeats,
             rEntry.dBytes, rCeilings);
 }
 
-void PrintAlignment(int iRepeats, const Ceilings& rCeilings)
+void PrintAlignment(int iSize, int iRepeats, const Ceilings& rCeilings)
 {
-    CompareScene aScene(1.0f);
+    CompareScene aScene(1.0f, iSize);
     CompareTotals aTotals;
     const auto Compare = [&] { return RunCompare(aScene, aTotals); };
-    const double dPixels = double(CompareScene::iX) * CompareScene::iY;
-    PrintStream("transform 1024 x 1024", BestSeconds("Transform", iRepeats, Compare), 12 * dPixels,
-                rCeilings);
-    PrintStream("compare 1024 x 1024", BestSeconds("CompareSums", iRepeats, Compare), 12 * dPixels,
-                rCeilings);
+    const double dBytes = 12.0 * iSize * iSize;
+    PrintStream("transform", BestSeconds("Transform", iRepeats, Compare), dBytes, rCeilings);
+    PrintStream("compare", BestSeconds("CompareSums", iRepeats, Compare), dBytes, rCeilings);
 }
 
 [[nodiscard]] bool PrintSmoothing(const BenchSize& rSize)
@@ -154,6 +152,6 @@ bool PrintKernels(const BenchSize& rSize, const Ceilings& rCeilings, bool bExact
                 "of the copy bandwidth");
     PrintStreams(*pDevice, aScene, rSize.iRepeats, rCeilings);
     pDevice.reset();
-    PrintAlignment(rSize.iRepeats, rCeilings);
+    PrintAlignment(rSize.iX, rSize.iRepeats, rCeilings);
     return PrintSmoothing(rSize);
 }

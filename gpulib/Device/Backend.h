@@ -112,8 +112,7 @@ private:
 
 /// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.
 /// \param strWanted "auto" (or empty): cuda where there is a device, else host; "cuda";
-/// "cuda-exact":
-///                  bilinear weights of full precision, slower; "host"
+///                  "cuda-exact": bilinear weights of full precision, slower; "host"
 /// \param rReason   receives the sentence for the start-up line, for example
 ///                  "host (avx512), no CUDA driver", or the reason of a refusal
 /// \return null when the name is unknown or the wanted backend is not there

@@ -16,9 +16,12 @@ std::size_t CountRows(const DeviceImage& rImage)
     return std::size_t(rImage.iHeight) * rImage.iDepth * rImage.iLanes;
 }
 
-cudaArray_t ArrayOf(const DeviceImage& rImage)
+/// Host memory with all values of a one-lane image, tightly packed.
+template <class T>
+HostRows<T> PackedRows(const DeviceImage& rImage, T* pValues)
 {
-    return static_cast<cudaArray_t>(rImage.pvData);
+    const std::size_t tWidth = rImage.iWidth;
+    return {pValues, tWidth, tWidth * rImage.iHeight, 1};
 }
 }  // namespace
 
@@ -98,10 +101,7 @@ bool CCudaBackend::mCreateLent(DeviceImage& rImage, const void* pvSource)
 {
     rImage.bSampled = true;
     if (!CreateArray(rImage)) return false;
-    const std::size_t tWidth = rImage.iWidth;
-    const HostRows<const float> aSource = {static_cast<const float*>(pvSource), tWidth,
-                                           tWidth * rImage.iHeight, 1};
-    if (Upload(rImage, aSource, 0, 0, rImage.iWidth, rImage.iHeight)) return true;
+    if (UploadTable(rImage, pvSource)) return true;
     Free(rImage);
     return false;
 }
@@ -115,7 +115,7 @@ void CCudaBackend::mFree(DeviceImage& rImage)
     {
         if (rImage.uiTexture != 0) static_cast<void>(cudaDestroyTextureObject(rImage.uiTexture));
         if (rImage.uiSurface != 0) static_cast<void>(cudaDestroySurfaceObject(rImage.uiSurface));
-        static_cast<void>(cudaFreeArray(ArrayOf(rImage)));
+        static_cast<void>(cudaFreeArray(static_cast<cudaArray_t>(rImage.pvData)));
         // The job is over, whether it has succeeded or not.
         if (pDevice && --pDevice->iSampledImages == 0) pDevice->aStaging.Drop();
     }
@@ -178,12 +178,8 @@ bool CCudaBackend::mCopy(const DeviceImage& rDest, const DeviceImage& rSource)
 bool CCudaBackend::mUploadTable(const DeviceImage& rImage, const void* pvSource)
 {
     if (rImage.bSampled)
-    {
-        const std::size_t tWidth = rImage.iWidth;
-        return Upload(rImage,
-                      {static_cast<const float*>(pvSource), tWidth, tWidth * rImage.iHeight, 1}, 0,
-                      0, rImage.iWidth, rImage.iHeight);
-    }
+        return Upload(rImage, PackedRows(rImage, static_cast<const float*>(pvSource)), 0, 0,
+                      rImage.iWidth, rImage.iHeight);
     const cudaStream_t pStream = mStream();
     return pStream &&
            CudaOk(cudaMemcpy2DAsync(rImage.pvData, rImage.tPitch, pvSource, RowBytes(rImage),
@@ -196,11 +192,8 @@ bool CCudaBackend::mUploadTable(const DeviceImage& rImage, const void* pvSource)
 bool CCudaBackend::mDownloadTable(const DeviceImage& rImage, void* pvDest)
 {
     if (rImage.bSampled)
-    {
-        const std::size_t tWidth = rImage.iWidth;
-        return Download(rImage, {static_cast<float*>(pvDest), tWidth, tWidth * rImage.iHeight, 1},
-                        0, 0, rImage.iWidth, rImage.iHeight);
-    }
+        return Download(rImage, PackedRows(rImage, static_cast<float*>(pvDest)), 0, 0,
+                        rImage.iWidth, rImage.iHeight);
     const cudaStream_t pStream = mStream();
     return pStream &&
            CudaOk(cudaMemcpy2DAsync(pvDest, RowBytes(rImage), rImage.pvData, rImage.tPitch,

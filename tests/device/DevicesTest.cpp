@@ -5,19 +5,19 @@
 #include <thread>
 #include <tuple>
 
+#include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceArray2D.h"
 #include "gpulib/Device/DeviceCtx.h"
 #include "gpulib/Device/DeviceError.h"
 #include "gpulib/Device/DeviceInfo.h"
-#include "tests/backends/Backends.h"
 #include "tests/softcuda/SoftCuda.h"
 
 namespace
 {
-class Devices : public testing::Test
+class SoftCudaDevices : public testing::Test
 {
 protected:
-    void SetUp() override { ASSERT_TRUE(MakeTestBackend("cuda", 2)) << "not the software device"; }
+    void SetUp() override { SoftCuda::Reset(); }
     void TearDown() override
     {
         SetBackend(nullptr);
@@ -37,7 +37,7 @@ protected:
 };
 }  // namespace
 
-TEST_F(Devices, DecideOnTheBackend)
+TEST_F(SoftCudaDevices, DecideOnTheBackend)
 {
     for (const auto& [iDevices, pcWanted, pcExpected] :
          {std::tuple{-1, "auto", "), no CUDA driver"},
@@ -52,7 +52,7 @@ TEST_F(Devices, DecideOnTheBackend)
     }
 }
 
-TEST_F(Devices, ThatCannotBeUsedKeepTheirNumbers)
+TEST_F(SoftCudaDevices, ThatCannotBeUsedKeepTheirNumbers)
 {
     SoftCuda::SetDevices(4);
     SoftCuda::SetCapability(70, 0);
@@ -74,7 +74,7 @@ TEST_F(Devices, ThatCannotBeUsedKeepTheirNumbers)
     EXPECT_EQ(Make("cuda"), "cuda: GPU 0 is left out: compute capability 7.0, 7.5 is needed");
 }
 
-TEST_F(Devices, ThatCouldNotBeOpenedFailWhatTheyAreAskedFor)
+TEST_F(SoftCudaDevices, ThatCouldNotBeOpenedFailWhatTheyAreAskedFor)
 {
     ASSERT_EQ(Make("cuda"), "cuda (2 x software device 0), asked for");
     CDeviceArray2D aKept;  // of the other device
