@@ -38,20 +38,20 @@ OracleAlign ReadAlign(const Request& r)
     return aAlign;
 }
 
-/// Whether the tolerances above hold: no steep slopes, no values out of the ordinary.
+/// Whether the tolerances above hold: no steep slopes, no values out of the ordinary or so small
+/// that they count as 0.
 bool IsPlain(const OracleAlign& rAlign, const Images& rMeasured)
 {
-    const auto& s = rAlign.afScale;
-    const auto IsOrdinary = [](float f) { return f == 0 || (f > 1e-6f && f <= 10); };
-    const auto IsPlainNumber = [](float f)
+    const auto IsPlain = [](float f)
     { return f == 0 || (std::fabs(f) > 1e-6f && std::fabs(f) <= 10); };
-    const auto IsOut = [](float f) { return !(std::fabs(f) <= 10); };
-    const auto [pLeast, pMost] = std::ranges::minmax_element(rMeasured.vf);
-    const bool bFloor = s[3] >= 0.4f || (s[0] >= 0.4f && s[1] >= 0 && *pLeast >= 0.09f);
-    return std::ranges::all_of(rAlign.afMatrix, IsPlainNumber) &&
-           std::ranges::all_of(rMeasured.vf, IsOrdinary) && !IsOut(s[0]) && !IsOut(s[1]) &&
-           std::fabs(s[2]) > 1e-6f && s[2] > -10 &&
-           (!rAlign.bLog || (bFloor && !IsOut(s[4]) && s[5] >= 0.1f && s[5] <= 10 && !(s[3] > 10)));
+    const auto& s = rAlign.afScale;
+    if (!std::ranges::all_of(rAlign.afMatrix, IsPlain) ||
+        !std::ranges::all_of(rMeasured.vf, IsPlain))
+        return false;
+    if (!IsPlain(s[0]) || !IsPlain(s[1]) || !(s[2] > 1e-6f)) return false;
+    const float fLeast = std::min(std::ranges::min(rMeasured.vf), 0.1f);
+    const bool bFloor = s[3] >= 0.4f || (s[0] >= 0.4f && s[1] >= 0 && fLeast >= 0.09f);
+    return !rAlign.bLog || (bFloor && IsPlain(s[4]) && s[5] >= 0.1f && s[5] <= 10 && s[3] <= 10);
 }
 }  // namespace
 
