@@ -84,7 +84,7 @@ void RunSession(CChoices& rChoices, Model& rModel)
         });
     ServeClient();
     aPeer.join();
-    rModel.EndClient();
+    rModel.EndClient(aClient.IsCut());
 }
 
 void RunSessions(std::span<const std::uint8_t> ucBytes)

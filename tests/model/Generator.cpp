@@ -81,11 +81,15 @@ std::uint32_t CGenerator::mFindRemedy(std::uint32_t uiType)
     }
     std::uint32_t uiRemedy = m.FindObstacle(bReproject);
     if (uiRemedy == 0) uiRemedy = m.FindDoubt(bReproject);
-    const bool bHeavy = m.FindObstacle(bReproject) == 0 && m.GetWork() > m_dMostWork;
+    const bool bHeavy =
+        m.FindObstacle(bReproject) == 0 && (m.GetWork() > m_dMostWork || m.aVolume.iN > 300);
     if (uiRemedy == 0 && bHeavy)
         uiRemedy = m_r.Pick({Msg::eSmoothOpt, Msg::eVolSize, Msg::eSetOp, Msg::eReconOpt});
     if (bHeavy && m_iRemedies >= 9)  // nothing helps
-        m_vPlan.front().uiType = uiRemedy = 0, m_vPlan.front().uiType = Msg::eServerProp;
+    {
+        m_vPlan.front().uiType = Msg::eServerProp;
+        return 0;
+    }
     if (uiRemedy == 0 || (!bHeavy && (m_iRemedies >= 9 || m_r.Chance(4)))) return 0;
     ++m_iRemedies;
     return uiRemedy;

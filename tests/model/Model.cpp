@@ -70,14 +70,14 @@ Expected Model::Serve(const Request& rRequest)
     return aExpected;
 }
 
-void Model::EndClient()
+void Model::EndClient(bool bCut)
 {
     Model aNext;
     aNext.ulMemory = ulMemory;
-    aNext.aBox = aBox;
-    aNext.bBoxKnown = bBoxKnown;
-    aNext.auiSums = auiSums;
     aNext.auiProp = auiProp;
+    aNext.aBox = aBox;
+    aNext.bBoxKnown = bBoxKnown && !bCut;
+    if (!bCut) aNext.auiSums = auiSums;
     *this = std::move(aNext);
 }
 

@@ -43,8 +43,8 @@ struct Model
     /// Takes the request as the server has to. A job's results are not made here: they are checked
     /// and taken over from the server.
     Expected Serve(const Request& rRequest);
-    /// Forgets what ends with the client.
-    void EndClient();
+    /// Forgets what ends with the client; of one that was cut off, nobody knows what has arrived.
+    void EndClient(bool bCut);
 
     /// Type of the message whose content keeps the job from being run, 0 when nothing does.
     std::uint32_t FindObstacle(bool bReproject) const;
