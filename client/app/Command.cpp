@@ -33,12 +33,6 @@ void CCommand::mAddReportOptions(CLI::App& rApp)
     rApp.add_flag("--json", m_aReportOptions.bJson, "Print one JSON object about the result");
 }
 
-bool CCommand::mFail(const std::string& strError)
-{
-    m_strError = strError;
-    return false;
-}
-
 bool CCommand::mProbe(const std::string& strPath)
 {
     CAtomicFile aProbe;

@@ -8,6 +8,7 @@
 #include "Report.h"
 #include "talven/Memory.h"
 #include "talven/ServerLink.h"
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -33,7 +34,7 @@ protected:
     /// --quiet and --json.
     void mAddReportOptions(CLI::App& rApp);
 
-    bool mFail(const std::string& strError);
+    bool mFail(const std::string& strError) { return Fail(m_strError, strError); }
     /// Passes on whether something was done, and takes the reason from who did not do it.
     template <class T>
     bool mCheck(bool bDone, const T& rDoer)

@@ -9,7 +9,6 @@
 #include "talven/MrcReader.h"
 #include "talven/MrcWriter.h"
 #include "talven/SectionMaps.h"
-#include "talven/Text.h"
 
 namespace talven
 {

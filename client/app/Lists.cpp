@@ -5,6 +5,8 @@
 #include <cmath>
 #include <string_view>
 
+#include "talven/Text.h"
+
 namespace talven
 {
 namespace
@@ -32,8 +34,8 @@ std::vector<std::string_view> Split(std::string_view strText, char cAt)
 
 bool Reject(std::string& rError, const char* pcExpected, std::string_view strFound)
 {
-    rError = std::string("expected ") + pcExpected + ", found \"" + std::string(strFound) + "\"";
-    return false;
+    return Fail(rError, std::string("expected ") + pcExpected + ", found \"" +
+                            std::string(strFound) + "\"");
 }
 
 }  // namespace
@@ -82,10 +84,9 @@ bool ParseNumbers(const std::string& strText, std::size_t tCount, std::vector<do
             return Reject(rError, "numbers with commas between them", strPart);
         rNumbers.push_back(dValue);
     }
-    if (rNumbers.size() == tCount) return true;
-    rError = "expected " + std::to_string(tCount) + " numbers with commas between them, found " +
-             std::to_string(rNumbers.size());
-    return false;
+    return rNumbers.size() == tCount ||
+           Fail(rError, Format("expected %zu numbers with commas between them, found %zu", tCount,
+                               rNumbers.size()));
 }
 
 bool ParseSmoothing(const std::string& strText, double& rSigma, int& rInterval, std::string& rError)

@@ -7,7 +7,6 @@
 #include "talven/Angles.h"
 #include "talven/MrcWriter.h"
 #include "talven/Phantom.h"
-#include "talven/Text.h"
 
 namespace talven
 {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "talven/AtomicFile.h"
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -47,14 +48,10 @@ bool CPicture::Write(const std::string& strPath, std::string& rError) const
     const cairo_status_t eStatus =
         cairo_surface_write_to_png_stream(m_pSurface.get(), Append, &vcPng);
     if (eStatus != CAIRO_STATUS_SUCCESS)
-    {
-        rError = strPath + ": cannot encode: " + cairo_status_to_string(eStatus);
-        return false;
-    }
+        return Fail(rError, strPath + ": cannot encode: " + cairo_status_to_string(eStatus));
     CAtomicFile aFile;
-    if (aFile.Create(strPath) && aFile.WriteAt(0, vcPng) && aFile.Commit()) return true;
-    rError = aFile.GetError();
-    return false;
+    return (aFile.Create(strPath) && aFile.WriteAt(0, vcPng) && aFile.Commit()) ||
+           Fail(rError, aFile.GetError());
 }
 
 }  // namespace talven

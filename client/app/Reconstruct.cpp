@@ -11,7 +11,6 @@
 #include "talven/FileImages.h"
 #include "talven/Reconstruction.h"
 #include "talven/Slices.h"
-#include "talven/Text.h"
 
 namespace talven
 {

@@ -5,7 +5,6 @@
 #include "talven/Angles.h"
 #include "talven/FileImages.h"
 #include "talven/Reconstruction.h"
-#include "talven/Text.h"
 
 namespace talven
 {

@@ -7,7 +7,6 @@
 #include "Lists.h"
 #include "Options.h"
 #include "talven/MrcReader.h"
-#include "talven/Text.h"
 
 namespace talven
 {

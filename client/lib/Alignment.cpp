@@ -69,10 +69,10 @@ bool CheckMatrixFile(const std::string& strPath, std::string& rError)
     std::string strEnd = strPath.substr(strPath.size() - std::min<std::size_t>(3, strPath.size()));
     for (char& rChar : strEnd) rChar = static_cast<char>(rChar | 0x20);
     if (strEnd != ".xf") return true;
-    rError = strPath +
-             ": an .xf file tells where measured pixels go, matrices here tell where aligned "
-             "pixels come from: give the inverse maps in a file of another name";
-    return false;
+    return Fail(rError, strPath +
+                            ": an .xf file tells where measured pixels go, matrices here "
+                            "tell where aligned pixels come from: give the inverse maps in "
+                            "a file of another name");
 }
 
 bool ReadMatrices(const std::string& strPath, std::vector<Affine>& rMatrices, std::string& rError)

@@ -23,8 +23,7 @@ bool ReadAngles(const std::string& strPath, std::vector<float>& rAngles, std::st
         // A binary file given by mistake must not end up on the terminal.
         std::string strShown;
         for (const char c : strLine.substr(0, 40)) strShown += c >= ' ' && c <= '~' ? c : '?';
-        rReason = "expected one angle in degrees, found \"" + strShown + "\"";
-        return false;
+        return Fail(rReason, "expected one angle in degrees, found \"" + strShown + "\"");
     };
     if (!ReadLines(strPath, "angles", Take, rError)) return false;
     rAngles = std::move(vfAngles);

@@ -1,5 +1,7 @@
 #include "talven/FileImages.h"
 
+#include "talven/Text.h"
+
 namespace talven
 {
 
@@ -8,20 +10,14 @@ ImageSource ReadFrom(CMrcReader& rFile, std::span<const int> iSections)
     return [&rFile, iSections](int iIndex, std::span<float> fPixels, std::string& rError)
     {
         const int iSection = iSections.empty() ? iIndex : iSections[std::size_t(iIndex)];
-        if (rFile.ReadSection(iSection, fPixels)) return true;
-        rError = rFile.GetError();
-        return false;
+        return rFile.ReadSection(iSection, fPixels) || Fail(rError, rFile.GetError());
     };
 }
 
 ImageSink WriteTo(CMrcWriter& rFile)
 {
     return [&rFile](int, std::span<const float> fPixels, std::string& rError)
-    {
-        if (rFile.WriteSection(fPixels)) return true;
-        rError = rFile.GetError();
-        return false;
-    };
+    { return rFile.WriteSection(fPixels) || Fail(rError, rFile.GetError()); };
 }
 
 }  // namespace talven

@@ -79,19 +79,16 @@ bool CheckJobSize(const JobSize& rSize, bool bHere, std::string& rError)
 {
     const bool bStack = rSize.GetStackPixels() >= g_ulMaxVoxels;
     if (bStack || rSize.GetVoxels() >= g_ulMaxVoxels)
-    {
-        rError =
+        return Fail(
+            rError,
             Format("the %s of %d x %d x %d has 2^31 or more %s, which no server takes",
                    bStack ? "stack" : "volume", bStack ? rSize.iProjX : rSize.iVolX, rSize.iProjY,
-                   bStack ? rSize.iProjs : rSize.iVolZ, bStack ? "pixels" : "voxels");
-        return false;
-    }
+                   bStack ? rSize.iProjs : rSize.iVolZ, bStack ? "pixels" : "voxels"));
     const std::uint64_t ulFree = GetFreeMemory();
     const std::uint64_t ulNeeded = rSize.GetBytes(1);
-    if (!bHere || ulFree == 0 || ulNeeded <= ulFree) return true;
-    rError = "the server would need " + FormatBytes(ulNeeded) + " of memory, this machine has " +
-             FormatBytes(ulFree) + " free";
-    return false;
+    return !bHere || ulFree == 0 || ulNeeded <= ulFree ||
+           Fail(rError, "the server would need " + FormatBytes(ulNeeded) +
+                            " of memory, this machine has " + FormatBytes(ulFree) + " free");
 }
 
 }  // namespace talven

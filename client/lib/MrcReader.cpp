@@ -118,26 +118,16 @@ void CMrcReader::mConvert(std::span<float> fPixels) const
     const auto ToFloat = [](auto tValue) { return static_cast<float>(tValue); };
     const std::byte* pcStored = m_vcSection.data();
     const bool bSwap = m_aHeader.bSwap;
-    switch (m_aHeader.eMode)
-    {
-    case EMrcMode::eInt8:
-        if (m_aHeader.bUnsigned)
-            ConvertAll<std::uint8_t>(pcStored, false, fPixels, ToFloat);
-        else
-            ConvertAll<std::int8_t>(pcStored, false, fPixels, ToFloat);
-        break;
-    case EMrcMode::eInt16:
+    if (m_aHeader.eMode == EMrcMode::eInt16)
         ConvertAll<std::int16_t>(pcStored, bSwap, fPixels, ToFloat);
-        break;
-    case EMrcMode::eUint16:
+    else if (m_aHeader.eMode == EMrcMode::eUint16)
         ConvertAll<std::uint16_t>(pcStored, bSwap, fPixels, ToFloat);
-        break;
-    case EMrcMode::eFloat16:
+    else if (m_aHeader.eMode == EMrcMode::eFloat16)
         ConvertAll<std::uint16_t>(pcStored, bSwap, fPixels, HalfToFloat);
-        break;
-    case EMrcMode::eFloat32:
-        break;  // read in place
-    }
+    else if (m_aHeader.bUnsigned)
+        ConvertAll<std::uint8_t>(pcStored, false, fPixels, ToFloat);
+    else
+        ConvertAll<std::int8_t>(pcStored, false, fPixels, ToFloat);
 }
 
 bool CMrcReader::mCheckFinite(int iZ, std::span<const float> fPixels)

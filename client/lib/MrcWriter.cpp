@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "talven/Alignment.h"
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -25,26 +26,18 @@ bool CMrcWriter::Create(const std::string& strPath, int iX, int iY, int iZ, doub
     m_dMean = m_dSquares = m_dCount = 0;
     const std::uint64_t ulBytes = m_aHeader.GetDataOffset() +
                                   m_aHeader.GetSectionPixels() * std::uint64_t(iZ) * sizeof(float);
-    if (m_aFile.Create(strPath, ulBytes)) return true;
-    m_strError = m_aFile.GetError();
-    return false;
+    return m_aFile.Create(strPath, ulBytes) || Fail(m_strError, m_aFile.GetError());
 }
 
 bool CMrcWriter::WriteSection(std::span<const float> fPixels)
 {
     if (m_iWritten == m_aHeader.iZ || fPixels.size() != m_aHeader.GetSectionPixels())
-    {
-        m_strError = m_aFile.GetPath() + ": section " + std::to_string(m_iWritten + 1) + " of " +
-                     std::to_string(fPixels.size()) + " pixels does not fit";
-        return false;
-    }
+        return Fail(m_strError, Format("%s: section %d of %zu pixels does not fit",
+                                       m_aFile.GetPath().c_str(), m_iWritten + 1, fPixels.size()));
     const std::uint64_t ulOffset =
         m_aHeader.GetDataOffset() + std::uint64_t(m_iWritten) * fPixels.size_bytes();
     if (!m_aFile.WriteAt(ulOffset, std::as_bytes(fPixels)))
-    {
-        m_strError = m_aFile.GetError();
-        return false;
-    }
+        return Fail(m_strError, m_aFile.GetError());
     mAddSection(fPixels);
     ++m_iWritten;
     return true;
@@ -106,16 +99,14 @@ bool CMrcWriter::Finish()
 {
     if (m_iWritten != m_aHeader.iZ)
     {
-        m_strError = m_aFile.GetPath() + ": " + std::to_string(m_iWritten) + " of " +
-                     std::to_string(m_aHeader.iZ) + " sections written";
         m_aFile.Discard();
-        return false;
+        return Fail(m_strError, Format("%s: %d of %d sections written", m_aFile.GetPath().c_str(),
+                                       m_iWritten, m_aHeader.iZ));
     }
     m_aHeader.fMean = static_cast<float>(m_dMean);
     m_aHeader.fRms = static_cast<float>(std::sqrt(m_dSquares / std::max(1.0, m_dCount)));
-    if (m_aFile.WriteAt(0, m_aHeader.Format()) && m_aFile.Commit()) return true;
-    m_strError = m_aFile.GetError();
-    return false;
+    return (m_aFile.WriteAt(0, m_aHeader.Format()) && m_aFile.Commit()) ||
+           Fail(m_strError, m_aFile.GetError());
 }
 
 }  // namespace talven

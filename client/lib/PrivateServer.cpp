@@ -18,6 +18,8 @@
 #include <string_view>
 #include <thread>
 
+#include "talven/Text.h"
+
 extern char** environ;
 
 namespace talven
@@ -144,13 +146,12 @@ bool CPrivateServer::Start(const PrivateServerOptions& rOptions, CSession& rSess
 {
     Stop();
     const std::string strProgram = FindServerProgram();
-    if (strProgram.empty() || !IsProgram(strProgram))
-    {
-        m_strError = strProgram.empty() ? "cannot find talven-server (beside this program, in "
-                                          "../libexec/talven or in PATH; TALVEN_SERVER can name it)"
-                                        : strProgram + ": cannot run: " + std::strerror(errno);
-        return false;
-    }
+    if (strProgram.empty())
+        return Fail(m_strError,
+                    "cannot find talven-server (beside this program, in "
+                    "../libexec/talven or in PATH; TALVEN_SERVER can name it)");
+    if (!IsProgram(strProgram))
+        return Fail(m_strError, strProgram + ": cannot run: " + std::strerror(errno));
     for (int iTry = 0; iTry < 3; ++iTry)
     {
         if (mStartOnce(strProgram, rOptions, rSession)) return true;
@@ -165,11 +166,7 @@ bool CPrivateServer::mStartOnce(const std::string& strProgram, const PrivateServ
                                 CSession& rSession)
 {
     const std::uint16_t usPort = FindFreePort();
-    if (usPort == 0)
-    {
-        m_strError = "no free port on the loopback interface";
-        return false;
-    }
+    if (usPort == 0) return Fail(m_strError, "no free port on the loopback interface");
     std::vector<std::string> vstrSettings = {"TALVEN_PORT=" + std::to_string(usPort),
                                              "TALVEN_BIND=127.0.0.1"};
     if (!rOptions.strBackend.empty())
@@ -195,10 +192,7 @@ bool CPrivateServer::mSpawn(const std::string& strProgram,
     m_strOutput = m_strDirectory + "/output.txt";
     const int iOutput = open(m_strOutput.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (iOutput == -1)
-    {
-        m_strError = m_strOutput + ": cannot write: " + std::strerror(errno);
-        return false;
-    }
+        return Fail(m_strError, m_strOutput + ": cannot write: " + std::strerror(errno));
 
     std::vector<std::string> vstrArgs = {strProgram};
     std::vector<std::string> vstrEnvironment = MakeEnvironment(vstrSettings);
@@ -209,9 +203,8 @@ bool CPrivateServer::mSpawn(const std::string& strProgram,
     if (m_iPid == 0)
         RunChild(iParent, m_strDirectory.c_str(), iOutput, vpcArgs.data(), vpcEnvironment.data());
     close(iOutput);
-    if (m_iPid != -1) return true;
-    m_strError = std::string("cannot start talven-server: ") + std::strerror(errno);
-    return false;
+    return m_iPid != -1 ||
+           Fail(m_strError, Format("cannot start talven-server: %s", std::strerror(errno)));
 }
 
 /// Tries until the server listens; gives up when it has ended or after half a minute.
@@ -225,16 +218,12 @@ bool CPrivateServer::mConnect(std::uint16_t usPort, CSession& rSession)
         {
             rSession.Close();
             const std::string strReason = GetServerError();
-            m_strError =
-                "talven-server did not start" + (strReason.empty() ? "" : ": " + strReason);
-            return false;
+            return Fail(m_strError, "talven-server did not start" +
+                                        (strReason.empty() ? "" : ": " + strReason));
         }
         if (bOpen) return true;
         if (rSession.WasInterrupted() || std::chrono::steady_clock::now() > tDeadline)
-        {
-            m_strError = rSession.GetError();
-            return false;
-        }
+            return Fail(m_strError, rSession.GetError());
         std::this_thread::sleep_for(5ms);
     }
 }

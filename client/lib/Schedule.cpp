@@ -88,10 +88,8 @@ bool MakeRelaxTable(const Relaxation& rRelax, int iIterations, std::size_t tSets
     const std::vector<double>& rFactors = rRelax.vdFactors;
     const auto tIterations = static_cast<std::size_t>(iIterations);
     if (rFactors.size() != 1 && rFactors.size() != tIterations)
-    {
-        rError = Format("%zu relaxation factors for %d iterations", rFactors.size(), iIterations);
-        return false;
-    }
+        return Fail(rError, Format("%zu relaxation factors for %d iterations", rFactors.size(),
+                                   iIterations));
     rTable.clear();
     for (std::size_t i = 0; i < tIterations; ++i)
     {

@@ -2,13 +2,14 @@
 
 #include <vector>
 
+#include "talven/Text.h"
+
 namespace talven
 {
 
 bool CServerJob::mFail(const std::string& strError)
 {
-    m_strError = strError;
-    return false;
+    return Fail(m_strError, strError);
 }
 
 bool CServerJob::mUpload(EImages eImages, int iCount, std::size_t tPixels,

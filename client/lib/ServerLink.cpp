@@ -4,6 +4,8 @@
 #include <charconv>
 #include <thread>
 
+#include "talven/Text.h"
+
 namespace talven
 {
 namespace
@@ -44,9 +46,8 @@ bool CServerLink::Connect(const ServerOptions& rOptions, CMonitor& rMonitor)
     const bool bDone = m_bPrivate ? m_aServer.Start(rOptions, m_aSession)
                                   : mConnectThere(rOptions.strServer, rMonitor);
     if (bDone) return true;
-    if (m_bPrivate) m_strError = m_aServer.GetError();
-    if (rMonitor.IsStopped()) m_strError = "interrupted";  // no fault of the server
-    return false;
+    if (rMonitor.IsStopped()) return Fail(m_strError, "interrupted");  // no fault of the server
+    return Fail(m_strError, m_bPrivate ? m_aServer.GetError() : m_strError);
 }
 
 bool CServerLink::mConnectThere(const std::string& strServer, CMonitor& rMonitor)
@@ -54,21 +55,12 @@ bool CServerLink::mConnectThere(const std::string& strServer, CMonitor& rMonitor
     std::string strHost;
     std::uint16_t usPort = 0;
     if (!ParseServer(strServer, strHost, usPort))
-    {
-        m_strError = "\"" + strServer + "\" is not HOST:PORT";
-        return false;
-    }
-    if (!m_aSession.Open(strHost, usPort, 10s))
-    {
-        m_strError = m_aSession.GetError();
-        return false;
-    }
+        return Fail(m_strError, "\"" + strServer + "\" is not HOST:PORT");
+    if (!m_aSession.Open(strHost, usPort, 10s)) return Fail(m_strError, m_aSession.GetError());
     // The first reply comes when the server has finished with the clients before us.
     const CPhase aWaiting(rMonitor, "waiting for the server");
     std::uint64_t ulMemory = 0;
-    if (m_aSession.GetServerMemory(ulMemory)) return true;
-    m_strError = Explain();
-    return false;
+    return m_aSession.GetServerMemory(ulMemory) || Fail(m_strError, Explain());
 }
 
 void CServerLink::Close()

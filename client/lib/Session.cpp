@@ -77,13 +77,10 @@ bool CSession::SetStackSize(int iX, int iY, std::span<const float> fAngles)
         vfPairs.push_back(fAngle);
         vfPairs.push_back(0.0f);
     }
-    const auto uiX = static_cast<std::uint32_t>(iX);
-    const auto uiY = static_cast<std::uint32_t>(iY);
-    if (!mCommand(EMsg::PROJSIZE, {uiX, uiY, static_cast<std::uint32_t>(fAngles.size())},
-                  {Bytes<float>(vfPairs)}))
-        return false;
+    if (!mCommand(EMsg::PROJSIZE, {iX, iY, fAngles.size()}, {Bytes<float>(vfPairs)})) return false;
     m_vuiRanges.clear();
-    for (int y = 0; y < iY; ++y) m_vuiRanges.insert(m_vuiRanges.end(), {0u, uiX});
+    for (int y = 0; y < iY; ++y)
+        m_vuiRanges.insert(m_vuiRanges.end(), {0u, static_cast<std::uint32_t>(iX)});
     return true;
 }
 
@@ -96,14 +93,12 @@ bool CSession::SetProjection(int iProj, std::span<const float> fPixels)
 
 bool CSession::SelectProjections(std::span<const std::uint32_t> uiIndices)
 {
-    return mCommand(EMsg::SETOP, {1, static_cast<std::uint32_t>(uiIndices.size())},
-                    {Bytes(uiIndices)});
+    return mCommand(EMsg::SETOP, {1, uiIndices.size()}, {Bytes(uiIndices)});
 }
 
 bool CSession::SetVolumeSize(int iX, int iY, int iZ)
 {
-    return mCommand(EMsg::VOLSIZE, {static_cast<std::uint32_t>(iX), static_cast<std::uint32_t>(iY),
-                                    static_cast<std::uint32_t>(iZ)});
+    return mCommand(EMsg::VOLSIZE, {iX, iY, iZ});
 }
 
 bool CSession::SetSlice(int iZ, std::span<const float> fPixels)
@@ -114,36 +109,29 @@ bool CSession::SetSlice(int iZ, std::span<const float> fPixels)
 bool CSession::SetReconOptions(const ReconOptions& rOptions)
 {
     if (rOptions.eMethod == EMethod::eBackProj) return mCommand(EMsg::RECONOPT, {0, 1, 1, 0, 1});
-    const std::uint32_t uiMode = rOptions.eMethod == EMethod::eSart ? 1 : 2;
     return mCommand(EMsg::RECONOPT,
-                    {uiMode, static_cast<std::uint32_t>(rOptions.iIterations),
-                     static_cast<std::uint32_t>(rOptions.vuiSetSizes.size()), 0, 1},
+                    {rOptions.eMethod == EMethod::eSart ? 1 : 2, rOptions.iIterations,
+                     rOptions.vuiSetSizes.size(), 0, 1},
                     {Bytes<std::uint32_t>(rOptions.vuiSetSizes), Bytes<float>(rOptions.vfRelax)});
 }
 
 bool CSession::SetWeightBox(const WeightBox* pBox)
 {
     if (pBox == nullptr) return mCommand(EMsg::WEIGHTOPT, {0, 0});
-    const auto Bits = [](float fValue) { return std::bit_cast<std::uint32_t>(fValue); };
-    return mCommand(EMsg::WEIGHTOPT, {1, 1, Bits(pBox->fCentreX), Bits(pBox->fCentreZ),
-                                      Bits(pBox->fHalfX), Bits(pBox->fHalfZ)});
+    return mCommand(EMsg::WEIGHTOPT,
+                    {1, 1, pBox->fCentreX, pBox->fCentreZ, pBox->fHalfX, pBox->fHalfZ});
 }
 
 bool CSession::SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
                             std::span<const float> fKernel)
 {
-    return mCommand(
-        EMsg::SMOOTHOPT,
-        {static_cast<std::uint32_t>(iInterval), static_cast<std::uint32_t>(aiSizeXYZ[0]),
-         static_cast<std::uint32_t>(aiSizeXYZ[1]), static_cast<std::uint32_t>(aiSizeXYZ[2])},
-        {Bytes(fKernel)});
+    return mCommand(EMsg::SMOOTHOPT, {iInterval, aiSizeXYZ[0], aiSizeXYZ[1], aiSizeXYZ[2]},
+                    {Bytes(fKernel)});
 }
 
 bool CSession::SetMeasuredSize(int iX, int iY, int iCount)
 {
-    return mCommand(EMsg::MPROJSIZE,
-                    {static_cast<std::uint32_t>(iX), static_cast<std::uint32_t>(iY),
-                     static_cast<std::uint32_t>(iCount)});
+    return mCommand(EMsg::MPROJSIZE, {iX, iY, iCount});
 }
 
 bool CSession::SetMeasured(int iMeasured, std::span<const float> fPixels)
@@ -187,7 +175,7 @@ bool CSession::mSendAligning(EMsg eMsg, int iMeasured, int iProj, Fields aMore,
     aHeader.auiFields[4] = static_cast<std::uint32_t>(iMeasured);
     aHeader.auiFields[5] = static_cast<std::uint32_t>(iProj);
     int iField = 6;
-    for (const std::uint32_t uiValue : aMore) aHeader.auiFields[iField++] = uiValue;
+    for (const Word aWord : aMore) aHeader.auiFields[iField++] = aWord.uiBits;
     for (const float fValue : rMatrix) aHeader.SetFloat(iField++, fValue);
 
     const std::array<float, 6> afScale = rScale.GetValues();
@@ -197,29 +185,9 @@ bool CSession::mSendAligning(EMsg eMsg, int iMeasured, int iProj, Fields aMore,
     return Flush() && mSendHeader(aHeader, {Bytes(fScale.subspan(tUsed))}, -1);
 }
 
-bool CSession::Reconstruct()
-{
-    return mCommand(EMsg::RECONSTRUCT, {});
-}
-bool CSession::Reproject()
-{
-    return mCommand(EMsg::REPROJECT, {});
-}
-
-bool CSession::GetSlices(int iCount, std::size_t tPixels, const Sink& rSink)
-{
-    return mGetMany(EMsg::VOLGET, iCount, tPixels, rSink);
-}
-
-bool CSession::GetProjections(int iCount, std::size_t tPixels, const Sink& rSink)
-{
-    return mGetMany(EMsg::PROJGET, iCount, tPixels, rSink);
-}
-
 bool CSession::GetRfactors(int iIteration, std::vector<RfactorSums>& rSums)
 {
-    if (!Flush() || !mSend(EMsg::RECONSTATGET, {static_cast<std::uint32_t>(iIteration)}, {}))
-        return false;
+    if (!Flush() || !mSend(EMsg::RECONSTATGET, {iIteration}, {})) return false;
     PacketHeader aReply;
     Pending aRequest;
     if (!mRecvReply(EMsg::DATAREPLY, aReply, aRequest)) return false;
@@ -265,7 +233,7 @@ bool CSession::mSend(EMsg eMsg, Fields aFields, Blocks aBlocks, int iIndex)
     PacketHeader aHeader;
     aHeader.auiFields[0] = static_cast<std::uint32_t>(eMsg);
     int iField = 4;
-    for (const std::uint32_t uiValue : aFields) aHeader.auiFields[iField++] = uiValue;
+    for (const Word aWord : aFields) aHeader.auiFields[iField++] = aWord.uiBits;
     return mSendHeader(aHeader, aBlocks, iIndex);
 }
 
@@ -304,7 +272,7 @@ bool CSession::mUpload(EMsg eMsg, int iIndex, Blocks aBlocks)
 {
     while (m_aPending.size() >= g_tWindow)
         if (!mRecvCommandReply()) return false;
-    return mSend(eMsg, {static_cast<std::uint32_t>(iIndex)}, aBlocks, iIndex);
+    return mSend(eMsg, {iIndex}, aBlocks, iIndex);
 }
 
 /// The next packet, which must be of the type given and answer the oldest open request.
@@ -360,7 +328,7 @@ bool CSession::mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& 
     for (int i = 0; i < iCount; ++i)
     {
         for (; iAsked < iCount && m_aPending.size() < g_tWindow; ++iAsked)
-            if (!mSend(eMsg, {static_cast<std::uint32_t>(iAsked)}, {}, iAsked)) return false;
+            if (!mSend(eMsg, {iAsked}, {}, iAsked)) return false;
         if (!mRecvDataReply(std::as_writable_bytes(std::span(vfPixels))))
         {
             mDropReplies(vfPixels);

@@ -24,6 +24,12 @@ std::string_view Trim(std::string_view strText)
 
 }  // namespace
 
+bool Fail(std::string& rError, const std::string& strWhy)
+{
+    rError = strWhy;
+    return false;
+}
+
 std::string Format(const char* pcFormat, ...)
 {
     std::string strText(1024, '\0');
@@ -78,11 +84,7 @@ bool ReadLines(const std::string& strPath, const std::string& strThings, const L
                std::string& rError)
 {
     std::ifstream aFile(strPath, std::ios::binary);
-    if (!aFile)
-    {
-        rError = strPath + ": cannot read: " + std::strerror(errno);
-        return false;
-    }
+    if (!aFile) return Fail(rError, strPath + ": cannot read: " + std::strerror(errno));
     bool bAny = false;
     std::string strLine;
     for (int iLine = 1; std::getline(aFile, strLine); ++iLine)
@@ -91,15 +93,13 @@ bool ReadLines(const std::string& strPath, const std::string& strThings, const L
             Trim(std::string_view(strLine).substr(0, strLine.find('#')));
         std::string strReason;
         if (!strText.empty() && !Take(strText, strReason))
-        {
-            rError = Format("%s, line %d: %s", strPath.c_str(), iLine, strReason.c_str());
-            return false;
-        }
+            return Fail(rError,
+                        Format("%s, line %d: %s", strPath.c_str(), iLine, strReason.c_str()));
         bAny = bAny || !strText.empty();
     }
     if (!aFile.bad() && bAny) return true;
-    rError = strPath + (aFile.bad() ? ": cannot read" : ": no " + strThings + " in this file");
-    return false;
+    return Fail(rError,
+                strPath + (aFile.bad() ? ": cannot read" : ": no " + strThings + " in this file"));
 }
 
 }  // namespace talven

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -109,13 +110,19 @@ public:
                                const IntensityScale& rScale, CompareSums& rSums);
 
     /// RECONSTRUCT and REPROJECT return when the server has finished.
-    [[nodiscard]] bool Reconstruct();
-    [[nodiscard]] bool Reproject();
+    [[nodiscard]] bool Reconstruct() { return mCommand(EMsg::RECONSTRUCT, {}); }
+    [[nodiscard]] bool Reproject() { return mCommand(EMsg::REPROJECT, {}); }
 
     /// VOLGET and PROJGET of images 0 to iCount - 1 in order, each of tPixels floats. The next
     /// image is on its way while the sink works on one.
-    [[nodiscard]] bool GetSlices(int iCount, std::size_t tPixels, const Sink& rSink);
-    [[nodiscard]] bool GetProjections(int iCount, std::size_t tPixels, const Sink& rSink);
+    [[nodiscard]] bool GetSlices(int iCount, std::size_t tPixels, const Sink& rSink)
+    {
+        return mGetMany(EMsg::VOLGET, iCount, tPixels, rSink);
+    }
+    [[nodiscard]] bool GetProjections(int iCount, std::size_t tPixels, const Sink& rSink)
+    {
+        return mGetMany(EMsg::PROJGET, iCount, tPixels, rSink);
+    }
 
     /// RECONSTATGET: the sums of one iteration, one entry per selected projection, in list order.
     [[nodiscard]] bool GetRfactors(int iIteration, std::vector<RfactorSums>& rSums);
@@ -137,7 +144,16 @@ private:
         int iIndex;  // of the image, -1: none
     };
     using Blocks = std::initializer_list<std::span<const std::byte>>;
-    using Fields = std::initializer_list<std::uint32_t>;
+    /// A word of a header: a number as it is, a float by its bits.
+    struct Word
+    {
+        Word(int iValue) : uiBits(static_cast<std::uint32_t>(iValue)) {}
+        Word(std::uint32_t uiValue) : uiBits(uiValue) {}
+        Word(std::size_t tValue) : uiBits(static_cast<std::uint32_t>(tValue)) {}
+        Word(float fValue) : uiBits(std::bit_cast<std::uint32_t>(fValue)) {}
+        std::uint32_t uiBits;
+    };
+    using Fields = std::initializer_list<Word>;
 
     bool mSend(EMsg eMsg, Fields aFields, Blocks aBlocks, int iIndex = -1);
     bool mSendHeader(PacketHeader& rHeader, Blocks aBlocks, int iIndex);

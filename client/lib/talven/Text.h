@@ -9,6 +9,8 @@
 namespace talven
 {
 
+/// Notes why something failed; returns false.
+bool Fail(std::string& rError, const std::string& strWhy);
 /// printf into a string.
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* pcFormat, ...);
 /// "1.2 GiB", "340 MiB", "12 kiB".
