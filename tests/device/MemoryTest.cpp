@@ -94,7 +94,7 @@ TEST_P(Kernel, MemoryIsRefusedWithItsNumbers)
           {Note(GetBackend()->SelectDevice(5)), "device 5 of "},
           {Note(GetBackend()->SelectDevice(-1)), "device -1 of "},
           {Note(GetBackend()->Copy(aImage.GetImage(), aDoubles.GetImage())), "2 x 2 x 1 to 4 x 4"},
-          {Note(GetBackend()->Clear(DeviceImage())), "clear: the image is empty"},
+          {Note(GetBackend()->Clear(DeviceImage())), "clear: "},
           {Note(Fill(3, 0, 2, 2)), "2 x 2 at (3, 0)"},
           {Note(Fill(0, 3, 2, 2)), "2 x 2 at (0, 3)"},
           {Note(Fill(-1, 0, 2, 2)), "2 x 2 at (-1, 0)"},
