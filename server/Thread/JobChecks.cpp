@@ -12,6 +12,7 @@
 #include "gpulib/App/Align/TransformImpl.h"
 #include "gpulib/App/Job.h"
 #include "gpulib/App/Smooth/TomoSmooth.h"
+#include "gpulib/Device/Limits.h"
 #include "server/Config/GpuConfig.h"
 #include "server/Data/Recon/AlignOp.h"
 #include "server/Data/Recon/HolderMemory.h"
@@ -27,9 +28,6 @@
 
 namespace
 {
-constexpr int g_iMaxExtent = (1 << 23) - 1;  // columns stay exact as float coordinates
-constexpr unsigned int g_uiMaxGrid = 65535;  // slices and selected projections of a launch
-
 bool CheckSizes(const Util_Volume& rStack, const Util_Volume& rVolume, std::string& rReason)
 {
     if (rStack.GetSizeY() != rVolume.GetSizeY())
@@ -38,18 +36,18 @@ bool CheckSizes(const Util_Volume& rStack, const Util_Volume& rVolume, std::stri
     if (std::max(rStack.GetSizeX(), rVolume.GetSizeX()) > g_iMaxExtent)
         return Refuse(rReason, "the stack is %d columns wide, the volume %d, at most %d",
                       rStack.GetSizeX(), rVolume.GetSizeX(), g_iMaxExtent);
-    if (rVolume.GetSizeZ() > int(g_uiMaxGrid))
-        return Refuse(rReason, "the volume has %d slices, at most %u", rVolume.GetSizeZ(),
-                      g_uiMaxGrid);
+    if (rVolume.GetSizeZ() > g_iMaxGrid)
+        return Refuse(rReason, "the volume has %d slices, at most %d", rVolume.GetSizeZ(),
+                      g_iMaxGrid);
     return true;
 }
 
 bool CheckList(std::span<const unsigned int> uiList, unsigned int uiProjs, std::string& rReason)
 {
     if (uiList.empty()) return Refuse(rReason, "no projection is selected");
-    if (uiList.size() > g_uiMaxGrid)
-        return Refuse(rReason, "%zu projections are selected, at most %u", uiList.size(),
-                      g_uiMaxGrid);
+    if (uiList.size() > std::size_t{g_iMaxGrid})
+        return Refuse(rReason, "%zu projections are selected, at most %d", uiList.size(),
+                      g_iMaxGrid);
     const auto pWrong = std::ranges::find_if(uiList, [&](unsigned int n) { return n >= uiProjs; });
     if (pWrong != uiList.end())
         return Refuse(rReason, "projection %u is selected, the stack has %u", *pWrong, uiProjs);
