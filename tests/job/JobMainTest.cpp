@@ -10,7 +10,11 @@
 #include <limits>
 #include <thread>
 
+#include "Util/TomoVolume.h"
+#include "Util/Util_Memory.h"
 #include "Util/Util_Volume.h"
+#include "gpulib/App/JobShape.h"
+#include "gpulib/App/Smooth/TomoSmooth.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 #include "server/Config/ConfigFile.h"
@@ -358,6 +362,38 @@ TEST_F(JobMain, WhatCannotRunIsRefused)
     mUpload();
     mSetBox({{0, 0}, {18, 6}});
     EXPECT_EQ(mReconstruct(), "the angle of projection 3 is nan");
+}
+
+// The uploads, the R-factors, what each worker takes for its band, and the copies for smoothing.
+TEST_F(JobMain, MemoryIsAskedForAllWorkers)
+{
+    mUpload();
+    mSetOptions(1, 2, {7}, {1, 1});
+    const auto FindNeed = []
+    {
+        std::string strReason;
+        std::size_t tRefused = 0, tServed = std::size_t(1) << 30;
+        while (tServed - tRefused > 1)
+        {
+            const std::size_t tMiddle = (tServed + tRefused) / 2;
+            Util_Memory::Assume(tMiddle);
+            (CReconMain().Prepare(strReason) ? tServed : tRefused) = tMiddle;
+        }
+        Util_Memory::Assume(0);
+        return tServed;
+    };
+    ReconJob aJob;
+    aJob.pProjs = CProjData::GetInstance()->GetProjs();
+    aJob.pTomoVol = CVolData::GetInstance()->GetTomoVolume();
+    aJob.uiProjIndex = CSetOp::GetInstance()->GetProjIndex();
+    aJob.uiIterations = 2;
+    const JobShape aShape(aJob, EJobKind::eIterative);
+    const std::size_t tPlain = CProjData::GetInstance()->GetBytes() +
+                               CVolData::GetInstance()->GetBytes() + 2 * 7 * 2 * sizeof(double) +
+                               2 * aShape.GetWorkerBytes(3) + aShape.GetWorkerBytes(4);
+    EXPECT_EQ(FindNeed(), tPlain);
+    mSetKernel(1, {3, 1, 1}, {0, 1, 0});
+    EXPECT_EQ(FindNeed() - tPlain, CTomoSmooth::GetBytes(aJob.pTomoVol->GetSize(), 3, 3, 0));
 }
 
 // The first reason counts, the workers that would wait for the failed one are released, and the
