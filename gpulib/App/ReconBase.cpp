@@ -15,7 +15,9 @@ bool CReconBase::DoIt(const JobShare& rShare)
 {
     TakeDeviceError();  // what this thread noted before is not this job's reason
     m_aShare = rShare;
-    return mCheckInputs() && (rShare.iSizeY == 0 || mPrepare()) && mRun();
+    if (!mCheckInputs()) return false;
+    if (rShare.iSizeY > 0 && (!mCreateTables() || !mPrepare())) return false;
+    return mRun();
 }
 
 /// What the device seam cannot see: it knows images, not the host's arrays.
@@ -35,7 +37,6 @@ bool CReconBase::mPrepare()
 {
     if (m_eKind != EJobKind::eForProj) mPopulateBand();
     m_iBatch = JobShape(m_rJob, m_eKind).GetBatch(m_aShare.iSizeY);
-    if (!mCreateTables()) return false;
     // Other programs may hold memory of the device: what does not fit is tried with half the rows.
     for (; !mCreateBatch(); m_iBatch = (m_iBatch + 1) / 2)
     {

@@ -29,7 +29,7 @@ public:
 protected:
     CReconBase(const ReconJob& rJob, EJobKind eKind) : m_rJob(rJob), m_eKind(eKind) {}
 
-    /// Makes the images of a band that has rows, for batches of as many rows as fit.
+    /// Makes the images of a batch of as many rows of the band as fit; not for an empty band.
     [[nodiscard]] virtual bool mPrepare();
     [[nodiscard]] virtual bool mRun() = 0;
 

@@ -19,8 +19,8 @@ bool CBackend::CreatePitched(DeviceImage& rImage)
 bool CBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
 {
     if (!pvSource || rImage.iDepth != 1 || rImage.iChannels != 1 || rImage.iLanes != 1)
-        return DeviceFail("lend array: %d slices, %d channels, %d rows", rImage.iDepth,
-                          rImage.iChannels, rImage.iLanes);
+        return DeviceFail("lend array: %d x %d x %d, %d channels, %d rows", rImage.iWidth,
+                          rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
     return CheckSizes("lend array", rImage) && mCreateLent(rImage, pvSource);
 }
 
@@ -32,7 +32,7 @@ void CBackend::Free(DeviceImage& rImage)
 
 bool CBackend::Clear(const DeviceImage& rImage)
 {
-    return rImage.pvData ? mClear(rImage) : DeviceFail("clear: the image is empty");
+    return rImage.pvData ? mClear(rImage) : DeviceFail("clear: no image");
 }
 
 bool CBackend::Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
@@ -67,7 +67,7 @@ void CBackend::Prefetch(const HostRows<const float>& rSource, int iWidth, int iH
 
 bool CBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
 {
-    return CheckCopy(rDest, rSource) && mCopy(rDest, rSource);
+    return CheckSameSize("copy", rDest, rSource) && mCopy(rDest, rSource);
 }
 
 bool CBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)

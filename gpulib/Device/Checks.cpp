@@ -158,7 +158,8 @@ bool CheckParams(const CompareParams& rP)
 bool CheckParams(const SmoothParams& rP)
 {
     return CheckVolume("volume", rP.aVol, g_iMaxImage) &&
-           CheckVolume("kernel", rP.aKernel, g_iMaxKernelExtent) && CheckCopy(rP.aOut, rP.aVol);
+           CheckVolume("kernel", rP.aKernel, g_iMaxKernelExtent) &&
+           CheckSameSize("Smooth", rP.aOut, rP.aVol);
 }
 
 bool CheckSizes(const char* pcKind, const DeviceImage& rImage)
@@ -187,13 +188,13 @@ bool CheckTable(const char* pcOperation, const DeviceImage& rImage)
     return rImage.iLanes == 1 || DeviceFail("%s: table of %d rows", pcOperation, rImage.iLanes);
 }
 
-bool CheckCopy(const DeviceImage& rDest, const DeviceImage& rSource)
+bool CheckSameSize(const char* pcOperation, const DeviceImage& rDest, const DeviceImage& rSource)
 {
     if (rDest.pvData && rSource.pvData && rDest.iBytes == rSource.iBytes &&
         rDest.iWidth == rSource.iWidth && rDest.iHeight == rSource.iHeight &&
         rDest.iDepth == rSource.iDepth && rDest.iChannels == rSource.iChannels &&
         rDest.iLanes == rSource.iLanes)
         return true;
-    return DeviceFail("copy: image of %d x %d x %d to %d x %d x %d", rSource.iWidth,
+    return DeviceFail("%s: image of %d x %d x %d to %d x %d x %d", pcOperation, rSource.iWidth,
                       rSource.iHeight, rSource.iDepth, rDest.iWidth, rDest.iHeight, rDest.iDepth);
 }

@@ -22,4 +22,5 @@
 /// An image whose values are copied as they stand.
 [[nodiscard]] bool CheckTable(const char* pcOperation, const DeviceImage& rImage);
 /// Two images of the same sizes.
-[[nodiscard]] bool CheckCopy(const DeviceImage& rDest, const DeviceImage& rSource);
+[[nodiscard]] bool CheckSameSize(const char* pcOperation, const DeviceImage& rDest,
+                                 const DeviceImage& rSource);

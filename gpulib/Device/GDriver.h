@@ -10,7 +10,11 @@ public:
     /// All at once; what follows sets one of them.
     void SetImages(const RunImages& rImages) { m_aImages = rImages; }
 
-    void SetVolSize(int iVolX, int iVolZ) { m_aImages.iVolX = iVolX, m_aImages.iVolZ = iVolZ; }
+    void SetVolSize(int iVolX, int iVolZ)
+    {
+        m_aImages.iVolX = iVolX;
+        m_aImages.iVolZ = iVolZ;
+    }
     void SetProjSize(int iProjX) { m_aImages.iProjX = iProjX; }
     void SetProjIndexArray(const DeviceImage& rImage) { m_aImages.aProjIndex = rImage; }
     void SetCosSinArray(const DeviceImage& rImage) { m_aImages.aCosSin = rImage; }

@@ -45,7 +45,7 @@ bool CheckSizes(const Util_Volume& rStack, const Util_Volume& rVolume, std::stri
 bool CheckList(std::span<const unsigned int> uiList, unsigned int uiProjs, std::string& rReason)
 {
     if (uiList.empty()) return Refuse(rReason, "no projection is selected");
-    if (uiList.size() > std::size_t{g_iMaxGrid})
+    if (std::ssize(uiList) > g_iMaxGrid)
         return Refuse(rReason, "%zu projections are selected, at most %d", uiList.size(),
                       g_iMaxGrid);
     const auto pWrong = std::ranges::find_if(uiList, [&](unsigned int n) { return n >= uiProjs; });

@@ -35,7 +35,7 @@ TEST(SetSize, DividesTheList)
         Ranges vRanges;
         for (unsigned s = 0; s < aSetSize.GetNumSets(); ++s)
         {
-            const SetRange aRange = aSetSize.GetSetRange(int(s));
+            const SetRange aRange = aSetSize.GetSetRange(s);
             vRanges.emplace_back(aRange.iFirst, aRange.iEnd);
         }
         EXPECT_EQ(vRanges, rCase.vExpected);

@@ -138,10 +138,14 @@ TEST_P(Physics, InputsThatDoNotFitAreRefused)
         aChange(aJob, aData);
         return RunJob(aJob, aData, GetParam(), 2).strError;
     };
-    EXPECT_EQ(Refused([](TestJob& r, TestData&) { r.vuiList = {0, 61}; }), "projection 61 of 61");
+    EXPECT_EQ(Refused(
+                  [](TestJob& r, TestData&) {
+                      r.vuiList = {0, 61};
+                  }),
+              "SumAbs: projection 61 of 61");
     EXPECT_EQ(Refused([](TestJob& r, TestData&) { r.uiSets = 0; }), "0 sets, 30 iterations");
     EXPECT_EQ(Refused([](TestJob& r, TestData&) { r.vfRelax.assign(29, 1.0f); }),
-              "29 relaxation factors, 30 needed");
+              "relaxation factors: 29 given, 30 needed");
     EXPECT_EQ(Refused([](TestJob&, TestData& r) { r.vuiRangeX.resize(5); }),
-              "column ranges: 5 values given, 488 needed");
+              "column ranges: 5 given, 488 needed");
 }

@@ -11,7 +11,8 @@ class CSetSize
 public:
     void SetNumProjs(unsigned int uiProjs) { m_uiProjs = uiProjs; }
     /// \param uiSetSize  sizes of the sets, at least uiSets of them; they need not add up to the
-    ///                   list. Empty: even sets, the remainder one each over the first sets.
+    ///                   list; borrowed until Calculate(). Fewer: even sets, the remainder one
+    ///                   each over the first sets.
     void SetNumSets(unsigned int uiSets, std::span<const unsigned int> uiSetSize);
     /// To be called after every change of the above.
     void Calculate();
