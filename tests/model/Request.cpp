@@ -36,10 +36,10 @@ const Kind* FindKind(std::uint32_t uiType)
     return pKind != std::end(g_aKinds) ? pKind : nullptr;
 }
 
-std::string Request::ToText() const
+std::string ToText(const Request& rRequest)
 {
-    const Kind* const pKind = FindKind(uiType);
-    std::string strText = pKind ? pKind->pcName : "type " + std::to_string(uiType);
-    for (const std::uint32_t uiField : vuiFields) strText += ' ' + std::to_string(uiField);
-    return strText + ", " + std::to_string(GetBytes()) + " bytes";
+    const Kind* const pKind = FindKind(rRequest.uiType);
+    std::string strText = pKind ? pKind->pcName : "type " + std::to_string(rRequest.uiType);
+    for (const std::uint32_t uiField : rRequest.vuiFields) strText += ' ' + std::to_string(uiField);
+    return strText + ", " + std::to_string(rRequest.GetBytes()) + " bytes";
 }

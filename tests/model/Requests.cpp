@@ -11,11 +11,6 @@ std::uint32_t Word(int iValue)
     return static_cast<std::uint32_t>(iValue);
 }
 
-std::uint32_t Bits(float fValue)
-{
-    return std::bit_cast<std::uint32_t>(fValue);
-}
-
 void Append(const std::vector<float>& rValues, Words& rWords)
 {
     for (const float fValue : rValues) rWords.push_back(Bits(fValue));

@@ -62,7 +62,7 @@ bool CSession::mServeJob(const Request& rRequest)
     const bool bAlign = rRequest.uiType >= Msg::eTransform;
     const bool bGoesOn = bAlign ? mAlign(rRequest) : mRun(rRequest);
     if (bGoesOn) m_aGenerator.Ask();
-    if (!m_strError.empty()) m_strError = rRequest.ToText() + ": " + m_strError;
+    if (!m_strError.empty()) m_strError = ::ToText(rRequest) + ": " + m_strError;
     return bGoesOn;
 }
 
@@ -99,8 +99,7 @@ bool CSession::mFetch(bool bReproject)
         if (!mSend({Msg::eReconStatGet, {std::uint32_t(i)}, {}}, vvfStat[i])) return false;
     }
     if (!mSettle()) return false;
-    for (std::size_t i = 0; i < vvfStat.size(); ++i)
-        m.vvuiStat[i] = CRawClient::ToWords(vvfStat[i]);
+    for (std::size_t i = 0; i < vvfStat.size(); ++i) m.vvuiStat[i] = ToWords(vvfStat[i]);
     return true;
 }
 
