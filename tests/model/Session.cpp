@@ -27,8 +27,8 @@ bool CSession::Run()
 
 bool CSession::mGreet()
 {
-    if (m_r.Chance(50) && !mSend({Msg::eByteOrder, {0xCDAB3412u}, {}})) return false;
-    if (!mSend({Msg::eServerProp, {}, {}})) return false;
+    if (m_r.Chance(50) && !mSend({Msg::eByteOrder, {0xCDAB3412u}})) return false;
+    if (!mSend({Msg::eServerProp, {}})) return false;
     Pending& rFirst = m_vPending.back();
     std::optional<Packet> aReply = m_rClient.Receive();
     if (!aReply) return mLost();
@@ -39,20 +39,9 @@ bool CSession::mGreet()
 
 bool CSession::mStep()
 {
-    if (m_aGenerator.IsBetween() && m_r.Chance(1)) return mSpoil();
+    if (m_r.Int(0, 399) == 399) return mSpoil();
     const Request aRequest = m_aGenerator.Next();
-    switch (aRequest.uiType)
-    {
-    case Msg::eReconstruct:
-    case Msg::eReproject:
-    case Msg::eTransform:
-    case Msg::eTransforml:
-    case Msg::eCompare:
-    case Msg::eComparel:
-        return mServeJob(aRequest);
-    default:
-        break;
-    }
+    if (IsJob(aRequest.uiType)) return mServeJob(aRequest);
     if (!mSend(aRequest)) return false;
     const bool bRefused = !m_vPending.back().aExpected.bDone;
     if (bRefused) m_aGenerator.Ask();  // nothing has changed
@@ -65,7 +54,7 @@ bool CSession::mLeave()
     if (!mSettle()) return false;
     if (m_r.Chance(30)) return true;  // the connection just ends
     const std::uint32_t uiType = m_r.Pick({Msg::eQuit, Msg::eInvalid});
-    if (!mSend({uiType, {}, {}}) || !mReceive()) return false;
+    if (!mSend({uiType}) || !mReceive()) return false;
     return m_rClient.IsClosedByPeer() || mWrong("the server does not hang up");
 }
 
@@ -76,7 +65,7 @@ bool CSession::mSpoil()
     Words vuiGarbage(std::size_t(m_r.Int(1, 200)));
     for (std::uint32_t& rWord : vuiGarbage)  // never a size that the server could grant
         rWord = m_r.Chance(70) ? m_r.Word() % 32 : m_r.Word() | 0x80000000u;
-    if (m_r.Chance(30)) m_rClient.SendHeader(m_r.Word() % 30, {}, 0xffffffffu);
+    if (m_r.Chance(30)) m_rClient.SendHeader({m_r.Word() % 30}, 0xffffffffu);
     m_rClient.SendBytes(vuiGarbage.data(), 4 * vuiGarbage.size() - m_r.Word() % 4);
     m_rClient.CutAfter(0, m_bCutResets);
     ++m_rTally.ulGarbage;
@@ -89,9 +78,8 @@ bool CSession::mSend(const Request& rRequest, std::span<float> fTarget)
     Pending aPending = {rRequest, m_rModel.Serve(rRequest), fTarget};
     aPending.bSwap = m_rModel.bSwap;
     ++m_rTally.ulRequests;
-    if (m_rTally.bTrace) std::puts(rRequest.ToText().c_str());
-    const bool bSent =
-        m_rClient.Send(rRequest.uiType, rRequest.vuiFields, rRequest.vuiData, rRequest.strTail);
+    if (m_rTally.bTrace) std::puts(::ToText(rRequest).c_str());
+    const bool bSent = m_rClient.Send(rRequest);
     aPending.uiSerial = m_rClient.GetLastSerial();
     m_vPending.push_back(std::move(aPending));
     return bSent || mLost();
@@ -121,10 +109,11 @@ bool CSession::mSettle()
 bool CSession::mCheckReply(Pending& rPending)
 {
     Expected& rExpected = rPending.aExpected;
-    if (rExpected.bUnsure && rExpected.bDone) rExpected.bDone = m_aReply.Field(5) == 0;
+    if (m_rModel.ulMemory > 0 && IsJob(rPending.aRequest.uiType) && m_aReply.Field(5) == 1)
+        rExpected.bDone = false;  // there may be too little memory
     const std::string strFault = mFindFault(rPending);
     if (!strFault.empty()) return mWrong(rPending, strFault);
-    m_uiServerSerial = m_aReply.Serial();
+    m_uiServerSerial = m_aReply.Field(1);
     if (!rExpected.bDone) m_rTally.Note(eRefused);
     if (!rExpected.bDone) m_strRefused += std::string("Error: ") + rExpected.pKind->pcName + ": \n";
     if (rPending.aRequest.uiType == Msg::eServerProp)
@@ -145,7 +134,7 @@ std::string CSession::mFindFault(const Pending& rPending) const
     const std::size_t tWords = bTarget ? rPending.fTarget.size() : rExpected.vuiData.size();
     std::vector<std::pair<int, std::uint32_t>> vFields = rExpected.vFields;
     vFields.insert(vFields.begin(), {{0, rExpected.pKind->uiReply},
-                                     {1, m_uiServerSerial.value_or(m_aReply.Serial() - 1) + 1},
+                                     {1, m_uiServerSerial.value_or(m_aReply.Field(1) - 1) + 1},
                                      {2, 0},
                                      {3, 4 * std::uint32_t(rExpected.bDone ? tWords : 0)},
                                      {4, bQuit ? 0 : rPending.uiSerial},
@@ -176,7 +165,7 @@ bool CSession::mCheckConsole()
 
 bool CSession::mWrong(const Pending& rPending, const std::string& strWhat)
 {
-    return mWrong(rPending.aRequest.ToText() + ": " + strWhat);
+    return mWrong(::ToText(rPending.aRequest) + ": " + strWhat);
 }
 
 bool CSession::mWrong(const std::string& strWhat)

@@ -42,9 +42,9 @@ void RunClient(const Options& rOptions, const CServerProcess& rServer, Tally& rT
 Vitals Probe(const CServerProcess& rServer, Tally& rTally)
 {
     CRawClient aClient(rServer.GetPort());
-    if (!aClient.Ask(Msg::eServerProp)) rTally.Fail("the server does not answer");
+    if (aClient.Ask({Msg::eServerProp}) != 0) rTally.Fail("the server does not answer");
     const Vitals aVitals = GetVitals(rServer.GetPid());
-    aClient.Send(Msg::eQuit);
+    aClient.Send({Msg::eQuit});
     if (!aClient.IsClosedByPeer()) rTally.Fail("the server does not let a client go");
     return aVitals;
 }

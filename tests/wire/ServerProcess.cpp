@@ -11,8 +11,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
@@ -20,10 +21,15 @@ namespace fs = std::filesystem;
 int CountIn(const std::string& strText, const std::string& strWanted)
 {
     int iCount = 0;
-    for (std::size_t t = strText.find(strWanted); t != std::string::npos;
-         t = strText.find(strWanted, t + strWanted.size()))
-        ++iCount;
+    for (std::size_t t = 0; (t = strText.find(strWanted, t)) != std::string::npos; ++iCount)
+        t += strWanted.size();
     return iCount;
+}
+
+std::string ReadText(const fs::path& rPath)
+{
+    std::ifstream aFile(rPath);
+    return {std::istreambuf_iterator<char>(aFile), {}};
 }
 
 int CServerProcess::FindFreePort()
@@ -46,27 +52,28 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
     m_aHome = mkdtemp(acDir);
     fs::create_directory(m_aHome / "temp");
     if (!strConfig.empty()) std::ofstream(m_aHome / "config.gpu") << strConfig;
-
-    m_iPort = FindFreePort();
     Environment aEnvironment = {{"HOME", m_aHome.string()},
                                 {"PATH", "/usr/bin:/bin"},
                                 {"TALVEN_BACKEND", "host"},
                                 {"TALVEN_BIND", "127.0.0.1"},
-                                {"TALVEN_PORT", std::to_string(m_iPort)}};
+                                {"TALVEN_BUSY_GPUS", "2,3,4,5,6,7,8,9,10,11,12,13,14,15"},
+                                {"TALVEN_PORT", std::to_string(FindFreePort())}};
     for (const char* pcKept : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
         if (const char* pcValue = std::getenv(pcKept)) aEnvironment[pcKept] = pcValue;
     for (const auto& [strKey, strValue] : rExtra) aEnvironment[strKey] = strValue;
-    if (rExtra.count("TALVEN_PORT") != 0) m_iPort = std::atoi(rExtra.at("TALVEN_PORT").c_str());
-    std::vector<std::string> vstrEnvironment;
+    m_iPort = std::atoi(aEnvironment["TALVEN_PORT"].c_str());
+    std::vector<std::string> vstrEntries;
     for (const auto& [strKey, strValue] : aEnvironment)
-        if (!strValue.empty()) vstrEnvironment.push_back(strKey + "=" + strValue);
+        if (!strValue.empty()) vstrEntries.push_back(strKey + "=" + strValue);
     std::vector<char*> vpcEnvironment;
-    for (std::string& rEntry : vstrEnvironment) vpcEnvironment.push_back(rEntry.data());
+    for (std::string& rEntry : vstrEntries) vpcEnvironment.push_back(rEntry.data());
     vpcEnvironment.push_back(nullptr);
     const std::string strOutput = (m_aHome / "output.txt").string();
     const std::string strProgram = m_strProgram.empty() ? TALVEN_SERVER_PATH : m_strProgram;
-    char* apcArguments[] = {const_cast<char*>("talven-server"), nullptr};
+    char acName[] = "talven-server";
+    char* apcArguments[] = {acName, nullptr};
 
+    m_iCode = -1;
     m_iPid = fork();
     if (m_iPid != 0) return;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -82,72 +89,43 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
 
 CServerProcess::~CServerProcess()
 {
-    if (m_iPid > 0)
-    {
-        kill(m_iPid, SIGTERM);
-        for (int i = 0; i < 100 && IsRunning(); ++i) std::this_thread::sleep_for(20ms);
-        if (IsRunning())
-        {
-            kill(m_iPid, SIGKILL);
-            waitpid(m_iPid, nullptr, 0);
-        }
-    }
+    for (const int iSignal : {SIGTERM, SIGKILL})
+        if (IsRunning() && kill(m_iPid, iSignal) == 0) WaitForEnd(2);
     std::error_code aIgnored;
     fs::remove_all(m_aHome, aIgnored);
 }
 
-bool CServerProcess::IsRunning()
+int CServerProcess::WaitForEnd(double dSeconds)
 {
-    if (m_iPid <= 0) return false;
-    if (waitpid(m_iPid, nullptr, WNOHANG) == 0) return true;
-    m_iPid = -1;
-    return false;
-}
-
-int CServerProcess::WaitForEnd()
-{
-    int iStatus = 0;
-    for (int i = 0; i < 2000; ++i)
+    for (int iStatus = 0; m_iCode == -1; dSeconds -= 0.01, std::this_thread::sleep_for(10ms))
     {
         if (waitpid(m_iPid, &iStatus, WNOHANG) == m_iPid)
-        {
-            m_iPid = -1;
-            return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
-        }
-        std::this_thread::sleep_for(10ms);
+            m_iCode = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
+        if (m_iCode != -1 || dSeconds <= 0) break;
     }
-    return -1;
-}
-
-int CServerProcess::RunToEnd(const Environment& rExtra, const std::string& strConfig,
-                             std::string& rOutput)
-{
-    CServerProcess aServer;
-    aServer.Start(rExtra, strConfig);
-    const int iCode = aServer.WaitForEnd();
-    rOutput = aServer.GetOutput();
-    return iCode;
+    return m_iCode;
 }
 
 std::string CServerProcess::GetOutput() const
 {
-    std::ifstream aFile(m_aHome / "output.txt");
-    std::ostringstream aText;
-    aText << aFile.rdbuf();
-    return aText.str();
+    return ReadText(m_aHome / "output.txt");
 }
 
-int CServerProcess::CountInOutput(const std::string& strText) const
+std::string CServerProcess::GetLog() const
+{
+    std::string strAll;
+    for (const auto& rEntry : fs::directory_iterator(m_aHome / "temp"))
+        strAll += ReadText(rEntry.path());
+    return strAll;
+}
+
+int CServerProcess::Count(const std::string& strText) const
 {
     return CountIn(GetOutput(), strText);
 }
 
-bool CServerProcess::WaitForOutput(const std::string& strText, int iTimes) const
+bool CServerProcess::WaitFor(const std::string& strText, int iTimes) const
 {
-    for (int i = 0; i < 500; ++i)
-    {
-        if (CountInOutput(strText) >= iTimes) return true;
-        std::this_thread::sleep_for(20ms);
-    }
-    return false;
+    for (int i = 0; i < 500 && Count(strText) < iTimes; ++i) std::this_thread::sleep_for(20ms);
+    return Count(strText) >= iTimes;
 }

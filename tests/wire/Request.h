@@ -13,7 +13,7 @@ using Words = std::vector<std::uint32_t>;
 struct Request
 {
     std::uint32_t uiType = 0;
-    Words vuiFields, vuiData;
+    Words vuiFields = {}, vuiData = {};
     std::string strTail = {};  ///< bytes behind the last whole word of the data, in no byte order
 
     std::uint32_t Field(std::size_t n) const
@@ -22,16 +22,16 @@ struct Request
     }
     float FieldF(std::size_t n) const { return std::bit_cast<float>(Field(n)); }
     std::uint64_t GetBytes() const { return 4 * vuiData.size() + strTail.size(); }
-    /// For a person: name, fields, length of the data.
-    std::string ToText() const;
 };
 
-/// What is the same for all requests of a type.
-struct Kind
+/// Bits of floats, as header fields and data carry them.
+inline std::uint32_t Bits(float fValue)
 {
-    std::uint32_t uiType;
-    const char* pcName;     ///< in error lines
-    std::uint32_t uiReply;  ///< type of the reply
-};
-/// Null for types without a reply.
-const Kind* FindKind(std::uint32_t uiType);
+    return std::bit_cast<std::uint32_t>(fValue);
+}
+inline Words ToWords(const std::vector<float>& rValues)
+{
+    Words vuiWords;
+    for (const float fValue : rValues) vuiWords.push_back(Bits(fValue));
+    return vuiWords;
+}
