@@ -45,7 +45,7 @@ struct Block
     Context aOutside;  // of the block
     const Kernel* pKernel = nullptr;
     std::vector<Fiber*> vpFibers;
-    std::minstd_rand aRandom;  // the same in every launch
+    std::minstd_rand aRandom;   // the same in every launch
     char cRound = 0, cMet = 0;  // marks of order: begin of a round, end of one
 };
 thread_local Block* t_pBlock = nullptr;
