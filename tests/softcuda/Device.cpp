@@ -39,18 +39,11 @@ bool CDevice::mTake(std::size_t tBytes)
     return true;
 }
 
-void* CDevice::Allocate(std::size_t tBytes)
+void* CDevice::Allocate(EKind eKind, std::size_t tBytes)
 {
-    if (!mTake(tBytes)) return nullptr;
+    if (eKind == EKind::eMemory && !mTake(tBytes)) return nullptr;
     const std::shared_ptr<void> pMemory = NewMemory(tBytes);
-    Sys().aOwners.Add({EKind::eMemory, tBytes, this, pMemory});
-    return pMemory.get();
-}
-
-void* CDevice::AllocatePinned(std::size_t tBytes)
-{
-    const std::shared_ptr<void> pMemory = NewMemory(tBytes);
-    Sys().aOwners.Add({EKind::ePinned, tBytes, this, pMemory});
+    Sys().aOwners.Add({eKind, tBytes, this, pMemory});
     return pMemory.get();
 }
 
@@ -82,13 +75,14 @@ void CDevice::Free(const void* pvBegin, std::size_t tBytes)
 unsigned long long CDevice::AddObject(const Object& rObject)
 {
     m_vObjects.push_back(rObject);
-    return (m_iDevice + 1ULL) << 32 | m_vObjects.size();
+    return (this - Sys().aDevices.data() + 1ULL) << 32 | m_vObjects.size();
 }
 
 Object* CDevice::FindObject(unsigned long long uHandle, bool bTexture)
 {
     const unsigned long long uIndex = (uHandle & 0xFFFFFFFF) - 1;
-    if (uHandle >> 32 != m_iDevice + 1ULL || uIndex >= m_vObjects.size()) return nullptr;
+    if (uHandle >> 32 != this - Sys().aDevices.data() + 1ULL || uIndex >= m_vObjects.size())
+        return nullptr;
     Object& rObject = m_vObjects[uIndex];
     return rObject.bLive && rObject.bTexture == bTexture ? &rObject : nullptr;
 }

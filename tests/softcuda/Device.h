@@ -13,7 +13,7 @@
 
 namespace SoftCuda
 {
-class CDevice;
+enum class EKind;
 
 /// A place in a stream: what an event remembers of its last cudaEventRecord.
 struct Record
@@ -78,7 +78,10 @@ public:
 
     // Streams.
     CUstream_st& GetStream(cudaStream_t pStream) { return pStream ? *pStream : *m_vStreams[0]; }
-    void Enqueue(CUstream_st& rStream, std::function<void()> Run) { mPush(rStream, {Run, {}}); }
+    void Enqueue(CUstream_st& rStream, std::function<void()> Run)
+    {
+        rStream.aQueue.push_back({std::move(Run), {}});
+    }
     void Mark(CUstream_st& rStream, CUevent_st& rEvent);
     void Drain(CUstream_st& rStream);
     void RunUntil(const std::shared_ptr<Record>& pRecord);  ///< null: nothing to wait for
@@ -88,8 +91,7 @@ public:
     void DestroyStream(cudaStream_t pStream);
 
     // Memory. New memory holds 0xFF bytes: quiet NaNs. Freeing waits for the device.
-    void* Allocate(std::size_t tBytes);                         ///< null: the device is full
-    void* AllocatePinned(std::size_t tBytes);                   ///< host memory
+    void* Allocate(EKind eKind, std::size_t tBytes);            ///< null: the device is full
     bool Holds(const void* pvFirst, std::size_t tBytes) const;  ///< within one allocation
     cudaArray_t AddArray(const cudaArray& rShape);              ///< null: the device is full
     void Free(const void* pvBegin, std::size_t tBytes);         ///< tBytes: of the device
@@ -104,13 +106,11 @@ public:
     std::size_t GetPeak() const { return m_tPeak; }
 
     // Settings and counts, changed while no other thread calls the runtime.
-    int m_iDevice = 0;
     std::size_t m_tMemory = 0;
     int m_iCapability = 0;
     std::atomic<int> m_iLaunches = 0;
 
 private:
-    void mPush(CUstream_st& rStream, Operation aOp) { rStream.aQueue.push_back(std::move(aOp)); }
     void mRunOthers(const CUstream_st& rStream);
     bool mTake(std::size_t tBytes);
 

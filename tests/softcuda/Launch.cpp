@@ -2,6 +2,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <random>
 
 #include "tests/softcuda/Call.h"
 #include "tests/softcuda/Fiber.h"
@@ -44,6 +45,7 @@ struct Block
     Context aOutside;  // of the block
     const Kernel* pKernel = nullptr;
     std::vector<Fiber*> vpFibers;
+    std::minstd_rand aRandom;   // the same in every launch
     char cRound = 0, cMet = 0;  // marks of order: begin of a round, end of one
 };
 thread_local Block* t_pBlock = nullptr;
@@ -71,8 +73,8 @@ UNSEEN void Prepare(Fiber& rFiber)
     rFiber.bDone = false;
 }
 
-/// Runs every thread to its next barrier or its end, in an order that is turned round at each, so
-/// that a missing barrier is likely a wrong result, and certainly a race to ThreadSanitizer.
+/// Runs every thread to its next barrier or its end, in another order each time, so that a missing
+/// barrier is likely a wrong result, and certainly a race to ThreadSanitizer.
 UNSEEN void RunRound(Block& rBlock)
 {
     Publish(&rBlock.cRound);
@@ -84,7 +86,7 @@ UNSEEN void RunRound(Block& rBlock)
     }
     t_pRunning = nullptr;
     Observe(&rBlock.cMet);
-    std::reverse(rBlock.vpFibers.begin(), rBlock.vpFibers.end());
+    std::ranges::shuffle(rBlock.vpFibers, rBlock.aRandom);
 }
 
 void RunBlocks(CDevice& rDevice, const Shape& rShape, const Kernel& rKernel)

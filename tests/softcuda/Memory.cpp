@@ -26,7 +26,7 @@ cudaError_t cudaMalloc(void** devPtr, std::size_t size)
 {
     const auto Work = [&](CDevice& rDevice)
     {
-        *devPtr = size > 0 ? rDevice.Allocate(size) : nullptr;
+        *devPtr = size > 0 ? rDevice.Allocate(EKind::eMemory, size) : nullptr;
         return *devPtr || size == 0 ? cudaSuccess : cudaErrorMemoryAllocation;
     };
     return Call(__func__, Current(), Work);
@@ -40,7 +40,7 @@ cudaError_t cudaMallocPitch(void** devPtr, std::size_t* pitch, std::size_t width
         constexpr std::size_t tMost = std::numeric_limits<std::size_t>::max() / 2;
         if (width == 0 || height == 0 || width > tMost / height) return cudaErrorInvalidValue;
         *pitch = (width + 511) / 512 * 512;
-        *devPtr = rDevice.Allocate(*pitch * height);
+        *devPtr = rDevice.Allocate(EKind::eMemory, *pitch * height);
         return *devPtr ? cudaSuccess : cudaErrorMemoryAllocation;
     };
     return Call(__func__, Current(), Work);
@@ -48,8 +48,8 @@ cudaError_t cudaMallocPitch(void** devPtr, std::size_t* pitch, std::size_t width
 
 cudaError_t cudaMallocHost(void** ptr, std::size_t size)
 {
-    return Call(__func__, Current(),
-                [&](CDevice& rDevice) { *ptr = rDevice.AllocatePinned(size); });
+    const auto Work = [=](CDevice& rDevice) { *ptr = rDevice.Allocate(EKind::ePinned, size); };
+    return Call(__func__, Current(), Work);
 }
 
 cudaError_t cudaFree(void* devPtr)

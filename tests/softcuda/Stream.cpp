@@ -50,7 +50,7 @@ void CDevice::Mark(CUstream_st& rStream, CUevent_st& rEvent)
 {
     rEvent.pRecord = std::make_shared<Record>();
     rEvent.pRecord->pStream = &rStream;
-    mPush(rStream, {{}, rEvent.pRecord});
+    rStream.aQueue.push_back({{}, rEvent.pRecord});
 }
 
 cudaStream_t CDevice::AddStream()

@@ -86,7 +86,6 @@ void CFailures::Clear()
 
 System::System()
 {
-    for (std::size_t i = 0; i < aDevices.size(); ++i) aDevices[i].m_iDevice = static_cast<int>(i);
     SetFirstSettings();
 }
 
@@ -115,7 +114,7 @@ void SetDevices(int iCount)
 void SetMemory(std::size_t tBytes, int iDevice)
 {
     for (CDevice& rDevice : Sys().aDevices)
-        if (iDevice < 0 || iDevice == rDevice.m_iDevice) rDevice.m_tMemory = tBytes;
+        if (iDevice < 0 || &rDevice == &Sys().aDevices[iDevice]) rDevice.m_tMemory = tBytes;
 }
 
 void SetCapability(int iTenths, int iDevice)

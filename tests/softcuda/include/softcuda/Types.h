@@ -52,8 +52,6 @@ struct dim3
         : x(vx), y(vy), z(vz)
     {
     }
-    constexpr dim3(uint3 v) : x(v.x), y(v.y), z(v.z) {}
-    constexpr operator uint3() const { return {x, y, z}; }
 };
 
 using cudaStream_t = struct CUstream_st*;
