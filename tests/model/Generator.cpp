@@ -3,102 +3,82 @@
 #include <algorithm>
 #include <limits>
 
-namespace
-{
-bool IsJob(std::uint32_t uiType)
-{
-    return uiType == Msg::eReconstruct || uiType == Msg::eReproject ||
-           (uiType >= Msg::eTransform && uiType <= Msg::eComparel);
-}
-}  // namespace
-
 Request CGenerator::Next()
 {
     if (m_vPlan.empty()) mPlan();
-    while (const std::uint32_t uiRemedy = mFindRemedy(m_vPlan.front().uiType)) mPlanFirst(uiRemedy);
+    while (const std::uint32_t uiRemedy = mFindRemedy(m_vPlan.front().uiType))
+        m_vPlan.push_front({uiRemedy});
     const Planned aNext = m_vPlan.front();
     m_vPlan.pop_front();
-    if (IsJob(aNext.uiType)) m_iRemedies = 0;
-
-    Request aRequest = mMake(aNext);
-    if (m_r.Chance(IsJob(aNext.uiType) ? 10 : 6))
+    const auto IsOfType = [&](const Maker& rMaker) { return rMaker.uiType == aNext.uiType; };
+    Request aRequest = (this->*std::ranges::find_if(mMakers(), IsOfType)->pMake)(aNext);
+    if (m_r.Chance(7))
     {
         Request aSpoilt = aRequest;
         mSpoil(aSpoilt);
         if (mIsModest(aSpoilt)) return aSpoilt;
     }
-    const int iUploaded = m_r.Chance(70) ? 100 : 60;
-    if (aRequest.uiType == Msg::eProjSize) mPlanImages(Msg::eProjSet, aRequest.Field(6), iUploaded);
-    if (aRequest.uiType == Msg::eMProjSize) mPlanImages(Msg::eMProjSet, aRequest.Field(6), 100);
-    if (aRequest.uiType == Msg::eVolSize && aRequest.Field(6) <= 300)
-        mPlanImages(Msg::eVolSet, aRequest.Field(6), iUploaded == 100 ? 100 : m_r.Pick({0, 80}));
+    mPlanImages(aRequest);
     return aRequest;
-}
-
-void CGenerator::mPlanImages(std::uint32_t uiType, std::uint32_t uiCount, int iPercent)
-{
-    for (int n = int(uiCount) - 1; n >= 0; --n)
-        if (iPercent == 100 || m_r.Chance(iPercent)) m_vPlan.push_front({uiType, n});
 }
 
 void CGenerator::Ask()
 {
-    mPlanFirst(m_r.Pick({Msg::eProjGet, Msg::eVolGet, Msg::eReconStatGet, Msg::eCompReply}));
+    m_vPlan.push_front(
+        {m_r.Pick({Msg::eProjGet, Msg::eVolGet, Msg::eReconStatGet, Msg::eCompReply})});
 }
 
 void CGenerator::mPlan()
 {
-    const int iWhat = m_r.Int(0, 99);
-    const auto Plan = [this](std::initializer_list<std::uint32_t> uiTypes)
-    {
-        for (const std::uint32_t uiType : uiTypes) m_vPlan.push_back({uiType});
-    };
-    if (iWhat < 16) return Ask();
-    if (iWhat < 36 && m_rModel.eMethod == EMethod::eBackProj && m_r.Chance(70))
-        return Plan({Msg::eReconOpt, Msg::eReconstruct});
-    if (iWhat < 36) return Plan({Msg::eReconstruct});
-    if (iWhat < 44) return Plan({Msg::eReproject});
-    if (iWhat < 56)
-        return Plan({m_r.Pick({Msg::eTransform, Msg::eTransforml, Msg::eCompare, Msg::eComparel})});
-    if (iWhat < 62) return Plan({Msg::eProjSize, Msg::eVolSize, Msg::eSetOp, Msg::eReconOpt});
-    if (iWhat < 70) return Plan({Msg::eLog});
-    Plan({m_r.Pick({Msg::eByteOrder, Msg::eServerProp, Msg::eProjSize, Msg::eProjSet, Msg::eVolSize,
-                    Msg::eVolSet, Msg::eMProjSize, Msg::eMProjSet, Msg::eSetOp, Msg::eReconOpt,
-                    Msg::eReconOpt, Msg::eWeightOpt, Msg::eSmoothOpt, Msg::eSmoothOpt})});
+    m_iRemedies = 0;
+    int iLeft = m_r.Int(0, 99);
+    auto pMaker = mMakers().begin();
+    while ((iLeft -= pMaker->iWeight) >= 0) ++pMaker;
+    m_vPlan.push_back({pMaker->uiType});
+    if (pMaker->uiType == Msg::eReconstruct && m_rModel.eMethod == EMethod::eBackProj &&
+        m_r.Chance(70))
+        m_vPlan.push_front({Msg::eReconOpt});
 }
 
-/// The message that a job needs first, 0 when it may go as it is.
-std::uint32_t CGenerator::mFindRemedy(std::uint32_t uiType)
+/// After the size of a stack or a volume, most of its images.
+void CGenerator::mPlanImages(const Request& rSize)
+{
+    if (rSize.uiType != Msg::eProjSize && rSize.uiType != Msg::eVolSize &&
+        rSize.uiType != Msg::eMProjSize)
+        return;
+    const std::uint32_t uiSet = rSize.uiType == Msg::eMProjSize ? Msg::eMProjSet : rSize.uiType - 1;
+    const int iPercent = m_r.Pick({100, 100, 100, 70, rSize.uiType == Msg::eVolSize ? 0 : 100});
+    for (std::uint32_t n = rSize.Field(6) <= 300 ? rSize.Field(6) : 0; n-- > 0;)
+        if (iPercent == 100 || m_r.Chance(iPercent)) m_vPlan.push_front({uiSet, int(n)});
+}
+
+/// The message that a job needs first, 0 when it may go as it is. One that nothing can make small
+/// becomes a question.
+std::uint32_t CGenerator::mFindRemedy(std::uint32_t& rType)
 {
     const Model& m = m_rModel;
-    if (!IsJob(uiType)) return 0;
-    const bool bReproject = uiType == Msg::eReproject;
-    if (uiType != Msg::eReconstruct && !bReproject)
+    if (!IsJob(rType)) return 0;
+    std::uint32_t uiRemedy = m.aMeasured.IsEmpty() ? Msg::eMProjSize
+                             : m.aStack.IsEmpty()  ? Msg::eProjSize
+                                                   : 0;
+    bool bHeavy = false;
+    if (rType < Msg::eTransform)
     {
-        if (m_iRemedies >= 2 || m_r.Chance(15)) return 0;
-        ++m_iRemedies;
-        return m.aMeasured.IsEmpty() ? Msg::eMProjSize : m.aStack.IsEmpty() ? Msg::eProjSize : 0;
+        const bool bReproject = rType == Msg::eReproject;
+        uiRemedy = m.FindObstacle(bReproject);
+        bHeavy = uiRemedy == 0 && (m.GetWork() > m_dMostWork || m.aVolume.iN > 300);
+        if (uiRemedy == 0) uiRemedy = m.FindDoubt(bReproject);
+        if (bHeavy)
+            uiRemedy = m_r.Pick({Msg::eVolSize, Msg::eSmoothOpt, Msg::eSetOp, Msg::eReconOpt});
     }
-    std::uint32_t uiRemedy = m.FindObstacle(bReproject);
-    if (uiRemedy == 0) uiRemedy = m.FindDoubt(bReproject);
-    const bool bHeavy =
-        m.FindObstacle(bReproject) == 0 && (m.GetWork() > m_dMostWork || m.aVolume.iN > 300);
-    if (uiRemedy == 0 && bHeavy)
-        uiRemedy = m_r.Pick({Msg::eSmoothOpt, Msg::eVolSize, Msg::eSetOp, Msg::eReconOpt});
-    if (bHeavy && m_iRemedies >= 9)  // nothing helps
-    {
-        m_vPlan.front().uiType = Msg::eServerProp;
-        return 0;
-    }
-    if (uiRemedy == 0 || (!bHeavy && (m_iRemedies >= 9 || m_r.Chance(4)))) return 0;
-    ++m_iRemedies;
-    return uiRemedy;
+    const bool bGivesUp = ++m_iRemedies > 9;
+    if (bGivesUp && bHeavy) rType = Msg::eServerProp;
+    return bGivesUp || (!bHeavy && m_r.Chance(4)) ? 0 : uiRemedy;
 }
 
 std::uint32_t CGenerator::mStrangeWord(std::uint32_t uiWord)
 {
     constexpr float fInfinity = std::numeric_limits<float>::infinity();
-    const auto Bits = [](float f) { return std::bit_cast<std::uint32_t>(f); };
     switch (m_r.Int(0, 3))
     {
     case 0:

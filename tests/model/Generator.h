@@ -19,8 +19,6 @@ public:
     Request Next();
     /// The next request is a question.
     void Ask();
-    /// Whether the session has done something whole; only then it may end quietly.
-    bool IsBetween() const { return m_vPlan.empty(); }
 
 private:
     struct Planned
@@ -28,29 +26,37 @@ private:
         std::uint32_t uiType;
         int iIndex = -1;  ///< of an image, -1: any
     };
+    /// How a request of a type is made, and how often it comes by itself.
+    struct Maker
+    {
+        std::uint32_t uiType;
+        int iWeight;
+        Request (CGenerator::*pMake)(const Planned& rPlanned);
+    };
+    static std::span<const Maker> mMakers();  ///< weights add up to 100
 
     // Generator.cpp: what comes next
     void mPlan();
-    void mPlanFirst(std::uint32_t uiType) { m_vPlan.push_front({uiType}); }
-    void mPlanImages(std::uint32_t uiType, std::uint32_t uiCount, int iPercent);
-    std::uint32_t mFindRemedy(std::uint32_t uiType);
+    std::uint32_t mFindRemedy(std::uint32_t& rType);
+    void mPlanImages(const Request& rSize);
     void mSpoil(Request& rRequest);
     bool mIsModest(const Request& rRequest) const;
     std::uint32_t mStrangeWord(std::uint32_t uiWord);
 
     // Requests.cpp: requests that make sense
-    Request mMake(const Planned& rPlanned);
-    Request mProjSize();
-    Request mVolSize();
-    Request mMProjSize();
-    Request mImage(std::uint32_t uiType, const Images& rImages, int n);
-    Request mGet(std::uint32_t uiType, int iCount);
-    Request mSetOp();
-    Request mReconOpt();
-    Request mWeightOpt();
-    Request mSmoothOpt();
-    Request mAlign(std::uint32_t uiType);
-    Request mIgnored();
+    Request mBare(const Planned& rPlanned) { return {rPlanned.uiType}; }
+    Request mIgnored(const Planned& rPlanned);
+    Request mByteOrder(const Planned& rPlanned);
+    Request mProjSize(const Planned& rPlanned);
+    Request mVolSize(const Planned& rPlanned);
+    Request mMProjSize(const Planned& rPlanned);
+    Request mImage(const Planned& rPlanned);
+    Request mGet(const Planned& rPlanned);
+    Request mSetOp(const Planned& rPlanned);
+    Request mReconOpt(const Planned& rPlanned);
+    Request mWeightOpt(const Planned& rPlanned);
+    Request mSmoothOpt(const Planned& rPlanned);
+    Request mAlign(const Planned& rPlanned);
 
     CChoices& m_r;
     const Model& m_rModel;

@@ -7,88 +7,65 @@
 
 #include "tests/model/Model.h"
 
-namespace
+bool ArePlain(std::span<const float> fValues, float fMost)
 {
-constexpr float g_fMost = 1e6f;  // squares and ray sums stay far from the end of floats
-
-bool AllFinite(const std::vector<float>& rValues)
-{
-    return std::ranges::all_of(rValues, [](float f) { return std::isfinite(f); });
+    return std::ranges::all_of(
+        fValues,
+        [=](float f) { return f == 0 || (std::fabs(f) > 1e-20f && std::fabs(f) <= fMost); });
 }
 
-bool AllWithin(std::span<const float> fValues, float fMost)
-{
-    return std::ranges::all_of(fValues, [=](float f) { return std::fabs(f) <= fMost; });
-}
-
-bool AllUsable(const OracleBox& rBox)
-{
-    constexpr float fMost = std::numeric_limits<float>::max() / 4;
-    return AllWithin(rBox.afCentre, std::nextafter(fMost, 0.0f)) &&
-           AllWithin(rBox.afHalf, std::nextafter(fMost, 0.0f));
-}
-
-bool IsPlain(const OracleBox& rBox)
-{
-    return AllWithin(rBox.afCentre, 100) && AllWithin(rBox.afHalf, 1e5f) &&
-           rBox.afHalf[0] >= 0.5f && rBox.afHalf[1] >= 0.5f;
-}
-
-/// Neither too large nor lost where small numbers count as 0.
-bool IsModest(float f)
-{
-    return f == 0 || (std::fabs(f) > 1e-20f && std::fabs(f) < g_fMost);
-}
-}  // namespace
-
-bool ArePlain(std::span<const float> fPixels)
+bool ArePixelsPlain(std::span<const float> fPixels)
 {
     return std::ranges::all_of(fPixels,
-                               [](float f) { return IsModest(f) || (IsMissing(f) && f > -2e30f); });
+                               [](float f) {
+                                   return ArePlain({&f, 1}, 1e6f) || (IsMissing(f) && f > -2e30f);
+                               });
 }
 
 std::uint32_t Model::FindObstacle(bool bReproject) const
 {
+    const auto IsBad = [](float f) { return !std::isfinite(f); };
+    const auto IsHuge = [](float f)
+    { return !(std::fabs(f) < std::numeric_limits<float>::max() / 4); };
     const auto IsOutside = [&](std::uint32_t n) { return n >= std::uint32_t(aStack.iN); };
-    if (aStack.IsEmpty() || !AllFinite(vfAngles)) return Msg::eProjSize;
+    if (aStack.IsEmpty() || std::ranges::any_of(vfAngles, IsBad)) return Msg::eProjSize;
     if (aVolume.IsEmpty() || aStack.iY != aVolume.iY || aVolume.iN > 65535) return Msg::eVolSize;
     if (vuiList.empty() || vuiList.size() > 65535 || std::ranges::any_of(vuiList, IsOutside))
         return Msg::eSetOp;
-    if (aBox && !AllUsable(*aBox)) return Msg::eWeightOpt;
+    if (aBox &&
+        (std::ranges::any_of(aBox->afCentre, IsHuge) || std::ranges::any_of(aBox->afHalf, IsHuge)))
+        return Msg::eWeightOpt;
     if (bReproject || eMethod == EMethod::eBackProj) return 0;
     const std::uint64_t ulSizes = std::accumulate(vuiSetSize.begin(), vuiSetSize.end(), 0ULL);
-    if (uiIterations == 0 || uiSets == 0 || !AllFinite(vfRelax) || ulSizes > UINT32_MAX)
+    if (uiIterations == 0 || uiSets == 0 || std::ranges::any_of(vfRelax, IsBad) ||
+        ulSizes >> 32 != 0)
         return Msg::eReconOpt;
-    if (uiInterval > 0 && !AllFinite(vfKernel)) return Msg::eSmoothOpt;
-    return 0;
+    return uiInterval > 0 && std::ranges::any_of(aKernel.vf, IsBad) ? Msg::eSmoothOpt : 0;
 }
 
 std::uint32_t Model::FindDoubt(bool bReproject) const
 {
     const auto IsSteep = [](float fAngle) { return std::fabs(fAngle) > 85; };
-    const bool bBox = aBox || bReproject || eMethod != EMethod::eBackProj;
-    const float fHalf = aBox ? aBox->afHalf[0] : float(aVolume.iX) / 2;
-    if (!bBoxKnown || (aBox && !IsPlain(*aBox))) return Msg::eWeightOpt;
-    if (!ArePlain(aStack.vf) || !AllWithin(vfAngles, 180) ||
-        !std::ranges::all_of(vfAngles, IsModest))
-        return Msg::eProjSize;
-    if (!std::ranges::all_of(aVolume.vf, IsModest) || aVolume.iN > 300) return Msg::eVolSize;
+    const bool bPlain = bReproject || eMethod == EMethod::eBackProj;
+    const float fHalf = aBox ? aBox->afHalf[0] : bPlain && !bReproject ? 0 : float(aVolume.iX) / 2;
+    if (!bBoxKnown || (aBox && !(ArePlain(aBox->afCentre, 100) && ArePlain(aBox->afHalf, 1e5f) &&
+                                 std::ranges::min(aBox->afHalf) >= 0.5f)))
+        return Msg::eWeightOpt;
+    if (!ArePixelsPlain(aStack.vf) || !ArePlain(vfAngles, 180)) return Msg::eProjSize;
+    if (!ArePlain(aVolume.vf, 1e6f)) return Msg::eVolSize;
     // The depth of an endless slab along a ray that never leaves it is a matter of rounding.
-    if (bBox && fHalf / float(aStack.iX) > 10 && std::ranges::any_of(vfAngles, IsSteep))
+    if (fHalf / float(aStack.iX) > 10 && std::ranges::any_of(vfAngles, IsSteep))
         return aBox ? Msg::eWeightOpt : Msg::eProjSize;
-    if (bReproject || eMethod == EMethod::eBackProj) return 0;
-    if (!AllWithin(vfRelax, 2) || !std::ranges::all_of(vfRelax, IsModest)) return Msg::eReconOpt;
-    const float fSum = std::accumulate(vfKernel.begin(), vfKernel.end(), 0.0f,
-                                       [](float f, float g) { return f + std::fabs(g); });
-    const bool bPlain = fSum < 4 && std::ranges::all_of(vfKernel, IsModest);
-    return uiInterval > 0 && !bPlain ? Msg::eSmoothOpt : 0;
+    if (bPlain) return 0;
+    if (!ArePlain(vfRelax, 2)) return Msg::eReconOpt;
+    return uiInterval > 0 && !ArePlain(aKernel.vf, 1) ? Msg::eSmoothOpt : 0;
 }
 
 double Model::GetWork() const
 {
     const double dVoxels = double(aVolume.vf.size()), dRows = double(aStack.iX) * aStack.iY;
     const double dPass = (dVoxels + dRows * (aVolume.iX + aVolume.iN)) * double(vuiList.size());
-    const double dKernel = uiInterval > 0 ? double(vfKernel.size()) : 0;
+    const double dKernel = uiInterval > 0 ? double(aKernel.vf.size()) : 0;
     return uiIterations * (dPass + dVoxels * dKernel / std::max(uiInterval, 1U)) +
            dVoxels * dKernel;
 }
@@ -114,8 +91,8 @@ TestJob Model::MakeJob(bool bReproject) const
         aJob.vuiSetSize.push_back(std::min(uiSize, std::uint32_t(vuiList.size())));
     aJob.vfRelax = vfRelax;
     aJob.uiInterval = std::min(uiInterval, uiIterations + 1);
-    aJob.aiKernel = aiKernel;
-    aJob.vfKernel = vfKernel;
+    aJob.aiKernel = {aKernel.iX, aKernel.iY, aKernel.iN};
+    aJob.vfKernel = aKernel.vf;
     return aJob;
 }
 
@@ -133,4 +110,18 @@ TestData Model::MakeData() const
         aData.vuiRangeX.push_back(unsigned(iEnd));
     }
     return aData;
+}
+
+std::optional<OracleAlign> ReadAlign(const Request& r)
+{
+    OracleAlign aAlign = {};
+    aAlign.bLog = r.uiType == Msg::eTransforml || r.uiType == Msg::eComparel;
+    const std::size_t tFirst = r.uiType >= Msg::eCompare ? 8 : 6, tValues = aAlign.bLog ? 12 : 9;
+    if (tFirst + tValues > 16 + r.vuiData.size()) return std::nullopt;
+    for (std::size_t k = 0, n = tFirst; k < tValues; ++k, ++n)
+    {
+        const float fValue = n < 16 ? r.FieldF(n) : std::bit_cast<float>(r.vuiData[n - 16]);
+        (k < 6 ? aAlign.afMatrix[k] : aAlign.afScale[k - 6]) = fValue;
+    }
+    return aAlign;
 }

@@ -3,56 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <numeric>
 
 namespace
 {
-constexpr std::uint64_t g_ulMostVoxels = 0x7fffffff;
 constexpr std::uint64_t g_ulMostNumbers = 1 << 24;  // of a list or a table
-
-std::uint64_t GetStackBytes(std::uint64_t ulX, std::uint64_t ulY, std::uint64_t ulN)
-{
-    return ulN * (4 * ulX * ulY + 8 * ulY + 8);  // with ranges, angles and defocus
-}
-
-/// Extents of at least 1, below 2^31 together.
-bool IsSize(const Request& r)
-{
-    const std::uint64_t ulX = r.Field(4), ulY = r.Field(5), ulN = r.Field(6);
-    return ulX > 0 && ulY > 0 && ulN > 0 && ulX * ulY <= g_ulMostVoxels &&
-           ulX * ulY * ulN <= g_ulMostVoxels;
-}
-
-void Resize(const Request& r, Images& rImages)
-{
-    rImages.iX = int(r.Field(4));
-    rImages.iY = int(r.Field(5));
-    rImages.iN = int(r.Field(6));
-    rImages.vf.resize(rImages.GetPixels() * std::size_t(rImages.iN));
-}
-
-/// The data, without its first words, from the start of an image on; the rest stays.
-bool Upload(const Request& r, std::size_t tSkip, Images& rImages)
-{
-    if (r.Field(4) >= std::uint32_t(rImages.iN)) return false;
-    const std::span<float> fImage = rImages.Nth(int(r.Field(4)));
-    if (r.GetBytes() > 4 * tSkip + fImage.size_bytes()) return false;
-    if (r.vuiData.size() < tSkip) return true;
-    const std::size_t tWords = r.vuiData.size() - tSkip;
-    std::memcpy(fImage.data(), r.vuiData.data() + tSkip, 4 * tWords);
-    std::memcpy(fImage.data() + tWords, r.strTail.data(), r.strTail.size());
-    return true;
-}
-
-bool Get(const Request& r, const Images& rImages, Expected& rExpected)
-{
-    if (r.Field(4) >= std::uint32_t(rImages.iN)) return false;
-    const std::span<const float> fImage = rImages.Nth(int(r.Field(4)));
-    rExpected.vuiData.resize(fImage.size());
-    std::memcpy(rExpected.vuiData.data(), fImage.data(), fImage.size_bytes());
-    return true;
-}
 
 std::vector<float> ToFloats(std::span<const std::uint32_t> uiWords)
 {
@@ -60,13 +15,74 @@ std::vector<float> ToFloats(std::span<const std::uint32_t> uiWords)
     std::memcpy(vf.data(), uiWords.data(), uiWords.size_bytes());
     return vf;
 }
+
+/// Data from the start of an image on, the bytes behind the last whole word included.
+void Store(const Request& r, std::size_t tSkip, std::span<float> fImage)
+{
+    if (r.vuiData.size() < tSkip) return;
+    const std::size_t tWords = r.vuiData.size() - tSkip;
+    std::memcpy(fImage.data(), r.vuiData.data() + tSkip, 4 * tWords);
+    std::memcpy(fImage.data() + tWords, r.strTail.data(), r.strTail.size());
+}
+
+/// Pixels, and what belongs to the projections of a stack.
+std::uint64_t GetBytes(bool bStack, std::uint64_t ulX, std::uint64_t ulY, std::uint64_t ulN)
+{
+    return 4 * ulX * ulY * ulN + (bStack ? 8 * (ulY + 1) * ulN : 0);
+}
 }  // namespace
+
+const Kind* FindKind(std::uint32_t uiType)
+{
+    static constexpr Kind aKinds[] = {
+        {Msg::eByteOrder, "BYTEORDER", 0, &Model::mByteOrder},
+        {Msg::eProjGet, "PROJGET", Msg::eDataReply, &Model::mGet},
+        {Msg::eProjSet, "PROJSET", Msg::eCmdReply, &Model::mSet},
+        {Msg::eProjSize, "PROJSIZE", Msg::eCmdReply, &Model::mSize},
+        {Msg::eQuit, "QUIT", Msg::eQuit, &Model::mDone},
+        {Msg::eReconstruct, "RECONSTRUCT", Msg::eCmdReply, &Model::mJob},
+        {Msg::eReconStatGet, "RECONSTATGET", Msg::eDataReply, &Model::mStatGet},
+        {Msg::eReproject, "REPROJECT", Msg::eCmdReply, &Model::mJob},
+        {Msg::eServerProp, "SERVERPROP", Msg::eDataReply, &Model::mServerProp},
+        {Msg::eVolGet, "VOLGET", Msg::eDataReply, &Model::mGet},
+        {Msg::eVolSet, "VOLSET", Msg::eCmdReply, &Model::mSet},
+        {Msg::eVolSize, "VOLSIZE", Msg::eCmdReply, &Model::mSize},
+        {Msg::eSetOp, "SETOP", Msg::eCmdReply, &Model::mSetOp},
+        {Msg::eReconOpt, "RECONOPT", Msg::eCmdReply, &Model::mReconOpt},
+        {Msg::eMProjSet, "MPROJSET", Msg::eCmdReply, &Model::mSet},
+        {Msg::eMProjSize, "MPROJSIZE", Msg::eCmdReply, &Model::mSize},
+        {Msg::eTransform, "TRANSFORM", Msg::eCmdReply, &Model::mAlign},
+        {Msg::eTransforml, "TRANSFORML", Msg::eCmdReply, &Model::mAlign},
+        {Msg::eCompare, "COMPARE", Msg::eCompReply, &Model::mAlign},
+        {Msg::eComparel, "COMPAREL", Msg::eCompReply, &Model::mAlign},
+        {Msg::eCompReply, "COMPREPLY", Msg::eDataReply, &Model::mCompReply},
+        {Msg::eWeightOpt, "WEIGHTOPT", Msg::eCmdReply, &Model::mWeightOpt},
+        {Msg::eSmoothOpt, "SMOOTHOPT", Msg::eCmdReply, &Model::mSmoothOpt},
+        {Msg::eInvalid, "INVALID", Msg::eQuit, &Model::mDone}};
+    const auto pKind = std::ranges::find(aKinds, uiType, &Kind::uiType);
+    return pKind != std::end(aKinds) ? pKind : nullptr;
+}
+
+bool IsJob(std::uint32_t uiType)
+{
+    return uiType == Msg::eReconstruct || uiType == Msg::eReproject ||
+           (uiType >= Msg::eTransform && uiType <= Msg::eComparel);
+}
+
+std::string ToText(const Request& rRequest)
+{
+    const Kind* const pKind = FindKind(rRequest.uiType);
+    std::string strText = pKind ? pKind->pcName : "type " + std::to_string(rRequest.uiType);
+    for (const std::uint32_t uiField : rRequest.vuiFields) strText += ' ' + std::to_string(uiField);
+    return strText + ", " + std::to_string(rRequest.GetBytes()) + " bytes";
+}
 
 Expected Model::Serve(const Request& rRequest)
 {
     Expected aExpected;
-    aExpected.pKind = FindKind(rRequest.uiType);
-    aExpected.bDone = mServe(rRequest, aExpected);
+    const Kind* const pKind = FindKind(rRequest.uiType);
+    if (pKind) aExpected.bDone = (this->*pKind->pServe)(rRequest, aExpected);
+    if (pKind && pKind->uiReply != 0) aExpected.pKind = pKind;
     return aExpected;
 }
 
@@ -81,80 +97,38 @@ void Model::EndClient(bool bCut)
     *this = std::move(aNext);
 }
 
-bool Model::mServe(const Request& r, Expected& rExpected)
+bool Model::mByteOrder(const Request& r, Expected&)
 {
-    switch (r.uiType)
-    {
-    case Msg::eByteOrder:
-        bSwap = r.Field(4) != 0x1234ABCD;
-        return true;
-    case Msg::eProjSize:
-        return mProjSize(r);
-    case Msg::eProjSet:
-        return Upload(r, 2 * std::size_t(aStack.iY), aStack);
-    case Msg::eProjGet:
-        return Get(r, aStack, rExpected);
-    case Msg::eVolSize:
-        return mVolSize(r);
-    case Msg::eVolSet:
-        return r.Field(4) < 32768 && Upload(r, 0, aVolume);
-    case Msg::eVolGet:
-        return Get(r, aVolume, rExpected);
-    case Msg::eMProjSize:
-        return mMProjSize(r);
-    case Msg::eMProjSet:
-        return Upload(r, 0, aMeasured);
-    case Msg::eSetOp:
-        return mSetOp(r);
-    case Msg::eReconOpt:
-        return mReconOpt(r);
-    case Msg::eWeightOpt:
-        return mWeightOpt(r);
-    case Msg::eSmoothOpt:
-        return mSmoothOpt(r);
-    case Msg::eReconStatGet:
-        return mStat(r, rExpected);
-    case Msg::eServerProp:
-        if (auiProp) rExpected.vFields = {{6, (*auiProp)[0]}, {7, (*auiProp)[1]}};
-        return true;
-    case Msg::eCompReply:
-        return mCompReply(rExpected);
-    case Msg::eReconstruct:
-    case Msg::eReproject:
-        return mJob(r.uiType == Msg::eReproject, rExpected);
-    case Msg::eTransform:
-    case Msg::eTransforml:
-        return mAlign(r, rExpected);
-    case Msg::eCompare:
-    case Msg::eComparel:
-        return mCompare(r, rExpected);
-    default:
-        return true;
-    }
+    bSwap = r.Field(4) != 0x1234ABCD;
+    return true;
 }
 
-std::uint64_t Model::mGetStackBytes() const
+Images& Model::mImages(std::uint32_t uiType)
 {
-    return GetStackBytes(std::uint64_t(aStack.iX), std::uint64_t(aStack.iY),
-                         std::uint64_t(aStack.iN));
+    if (uiType >= Msg::eProjGet && uiType <= Msg::eProjSize) return aStack;
+    return uiType == Msg::eMProjSet || uiType == Msg::eMProjSize ? aMeasured : aVolume;
 }
 
-bool Model::mFits(const Request& rSize, std::uint64_t ulBytes, std::uint64_t ulOld) const
+bool Model::mSize(const Request& r, Expected&)
 {
-    if (!IsSize(rSize)) return false;
-    const std::uint64_t ulHeld =
-        mGetStackBytes() + 4 * (std::uint64_t(aVolume.vf.size()) + aMeasured.vf.size());
-    return ulMemory == 0 || ulBytes + ulHeld - ulOld <= ulMemory;
-}
-
-bool Model::mProjSize(const Request& r)
-{
-    const std::uint64_t ulN = r.Field(6);
-    if (!mFits(r, GetStackBytes(r.Field(4), r.Field(5), ulN), mGetStackBytes()) ||
-        r.GetBytes() > 8 * ulN)
+    Images& rImages = mImages(r.uiType);
+    const bool bStack = &rImages == &aStack;
+    const std::uint64_t ulX = r.Field(4), ulY = r.Field(5), ulN = r.Field(6);
+    if (ulX == 0 || ulY == 0 || ulN == 0 || ulX * ulY >> 31 != 0 || ulX * ulY * ulN >> 31 != 0)
         return false;
-    aStack.vf.clear();
-    Resize(r, aStack);
+    const bool bStays = &rImages == &aVolume && ulX * ulY * ulN == aVolume.vf.size();
+    std::uint64_t ulBytes = GetBytes(bStack, ulX, ulY, ulN);
+    for (const Images* p : {&aStack, &aVolume, &aMeasured})
+        if (p != &rImages)
+            ulBytes += GetBytes(p == &aStack, std::uint64_t(p->iX), std::uint64_t(p->iY),
+                                std::uint64_t(p->iN));
+    if (!bStays && ulMemory > 0 && ulBytes > ulMemory) return false;
+    if (bStack && r.GetBytes() > 8 * ulN) return false;
+
+    std::vector<float> vfOld = std::move(rImages.vf);
+    rImages = Images(int(ulX), int(ulY), int(ulN));
+    if (bStays) rImages.vf = std::move(vfOld);
+    if (!bStack) return true;
     vfAngles.assign(ulN, 0);
     for (std::size_t k = 0; k < r.vuiData.size() / 2; ++k)
         vfAngles[k] = std::bit_cast<float>(r.vuiData[2 * k]);
@@ -163,58 +137,55 @@ bool Model::mProjSize(const Request& r)
     return true;
 }
 
-bool Model::mVolSize(const Request& r)
+bool Model::mSet(const Request& r, Expected&)
 {
-    const std::uint64_t ulVoxels = std::uint64_t{r.Field(4)} * r.Field(5) * r.Field(6);
-    if (!IsSize(r) ||
-        (ulVoxels != aVolume.vf.size() && !mFits(r, 4 * ulVoxels, 4 * aVolume.vf.size())))
-        return false;
-    if (ulVoxels != aVolume.vf.size()) aVolume.vf.clear();  // else the samples stay
-    Resize(r, aVolume);
+    Images& rImages = mImages(r.uiType);
+    if (r.Field(4) >= std::uint32_t(rImages.iN)) return false;
+    if (r.uiType == Msg::eVolSet && r.Field(4) > 32767) return false;
+    const std::size_t tSkip = r.uiType == Msg::eProjSet ? 2 * std::size_t(rImages.iY) : 0;
+    if (r.GetBytes() > 4 * (tSkip + rImages.GetPixels())) return false;
+    Store(r, tSkip, rImages.Nth(int(r.Field(4))));
     return true;
 }
 
-bool Model::mMProjSize(const Request& r)
+bool Model::mGet(const Request& r, Expected& rExpected)
 {
-    const std::uint64_t ulPixels = std::uint64_t{r.Field(4)} * r.Field(5) * r.Field(6);
-    if (!mFits(r, 4 * ulPixels, 4 * aMeasured.vf.size())) return false;
-    aMeasured.vf.clear();
-    Resize(r, aMeasured);
+    Images& rImages = mImages(r.uiType);
+    if (r.Field(4) >= std::uint32_t(rImages.iN)) return false;
+    const std::span<const float> fImage = rImages.Nth(int(r.Field(4)));
+    rExpected.vuiData.resize(fImage.size());
+    std::memcpy(rExpected.vuiData.data(), fImage.data(), fImage.size_bytes());
     return true;
 }
 
-bool Model::mSetOp(const Request& r)
+bool Model::mSetOp(const Request& r, Expected&)
 {
     if (r.Field(4) == 0) return true;
-    const std::uint64_t ulCount = r.Field(5);
-    if (ulCount > g_ulMostNumbers || r.GetBytes() != 4 * ulCount) return false;
+    if (r.Field(5) > g_ulMostNumbers || r.GetBytes() != 4 * std::uint64_t{r.Field(5)}) return false;
     vuiList = r.vuiData;
     return true;
 }
 
-bool Model::mReconOpt(const Request& r)
+bool Model::mReconOpt(const Request& r, Expected&)
 {
-    const std::uint64_t ulIterations = r.Field(5), ulSets = r.Field(6);
-    if (r.Field(4) == 0)
-    {
-        eMethod = EMethod::eBackProj;
-        uiIterations = uiSets = 1;
-        vuiSetSize.clear();
-        vfRelax.clear();
-        return true;
-    }
-    if (ulSets > g_ulMostNumbers || ulSets + ulIterations * ulSets > g_ulMostNumbers ||
-        r.GetBytes() != 4 * (ulSets + ulIterations * ulSets))
+    const std::uint64_t ulIterations = r.Field(4) == 0 ? 1 : r.Field(5);
+    const std::uint64_t ulSets = r.Field(4) == 0 ? 1 : r.Field(6);
+    const std::uint64_t ulNumbers = ulSets * (1 + ulIterations);
+    if (r.Field(4) != 0 &&
+        (ulSets > g_ulMostNumbers || ulNumbers > g_ulMostNumbers || r.GetBytes() != 4 * ulNumbers))
         return false;
-    if (r.Field(4) <= 2) eMethod = r.Field(4) == 1 ? EMethod::eSart : EMethod::eEm;
-    uiIterations = r.Field(5);
-    uiSets = r.Field(6);
+    if (r.Field(4) <= 2) eMethod = EMethod(r.Field(4));
+    uiIterations = std::uint32_t(ulIterations);
+    uiSets = std::uint32_t(ulSets);
+    vuiSetSize.clear();
+    vfRelax.clear();
+    if (r.Field(4) == 0) return true;
     vuiSetSize.assign(r.vuiData.begin(), r.vuiData.begin() + std::ptrdiff_t(ulSets));
     vfRelax = ToFloats(std::span(r.vuiData).subspan(ulSets));
     return true;
 }
 
-bool Model::mWeightOpt(const Request& r)
+bool Model::mWeightOpt(const Request& r, Expected&)
 {
     aBox.reset();
     if (r.Field(4) != 0 || r.Field(5) != 0)
@@ -223,26 +194,20 @@ bool Model::mWeightOpt(const Request& r)
     return true;
 }
 
-bool Model::mSmoothOpt(const Request& r)
+bool Model::mSmoothOpt(const Request& r, Expected&)
 {
-    std::uint64_t ulVoxels = 1;
-    for (std::size_t n = 5; n <= 7; ++n)
-    {
-        if (r.Field(n) > 255) return false;
-        ulVoxels *= r.Field(n);
-    }
-    if (ulVoxels > 1 << 20 || r.GetBytes() > 4 * ulVoxels) return false;
+    const std::uint64_t ulX = r.Field(5), ulY = r.Field(6), ulZ = r.Field(7);
+    const std::uint64_t ulVoxels = ulX * ulY * ulZ;
+    if (std::max({ulX, ulY, ulZ}) > 255 || ulVoxels > 1 << 20 || r.GetBytes() > 4 * ulVoxels)
+        return false;
     uiInterval = r.Field(4);
-    aiKernel = {int(r.Field(5)), int(r.Field(6)), int(r.Field(7))};
-    vfKernel = ToFloats(r.vuiData);
-    vfKernel.resize(ulVoxels);
-    if (!r.strTail.empty())
-        std::memcpy(&vfKernel[r.vuiData.size()], r.strTail.data(), r.strTail.size());
+    aKernel = Images(int(ulX), int(ulY), int(ulZ));
+    Store(r, 0, aKernel.vf);
     return true;
 }
 
 /// The number of an iteration has 16 bits.
-bool Model::mStat(const Request& r, Expected& rExpected) const
+bool Model::mStatGet(const Request& r, Expected& rExpected)
 {
     const auto sIteration = static_cast<std::int16_t>(r.Field(4));
     if (sIteration < 0 || std::size_t(sIteration) >= vvuiStat.size()) return false;
@@ -250,57 +215,39 @@ bool Model::mStat(const Request& r, Expected& rExpected) const
     return true;
 }
 
-bool Model::mCompReply(Expected& rExpected) const
+bool Model::mServerProp(const Request&, Expected& rExpected)
+{
+    if (auiProp) rExpected.vFields = {{6, (*auiProp)[0]}, {7, (*auiProp)[1]}};
+    return true;
+}
+
+bool Model::mCompReply(const Request&, Expected& rExpected)
 {
     for (int k = 0; auiSums && k < 8; ++k) rExpected.vFields.emplace_back(7 + k, (*auiSums)[k]);
     return true;
 }
 
-bool Model::mCompare(const Request& r, Expected& rExpected)
+bool Model::mJob(const Request& r, Expected&)
 {
-    auiSums.emplace().fill(0);
-    rExpected.vFields = {{6, 0}};
-    if (mAlign(r, rExpected)) return true;
-    for (int n = 7; n <= 15; ++n) rExpected.vFields.emplace_back(n, 0);
-    return false;
+    return FindObstacle(r.uiType == Msg::eReproject) == 0;
 }
 
-/// Whether a job of so many bytes beside the uploads may find no room.
-bool Model::mIsUnsure(double dExtra) const
+bool Model::mAlign(const Request& r, Expected& rExpected)
 {
-    return ulMemory != 0 && double(mGetStackBytes()) + 4.0 * double(aVolume.vf.size()) +
-                                    4.0 * double(aMeasured.vf.size()) + dExtra >
-                                double(ulMemory);
-}
-
-bool Model::mJob(bool bReproject, Expected& rExpected) const
-{
-    constexpr double dBatch = 4.0 * 32 * 2;  // bytes, rows, workers
-    const double dRow = 8.0 * aStack.iX * aStack.iN + (aVolume.iX + 2.0) * (aVolume.iN + 2.0);
-    const double dSums = 100.0 * double(vuiList.size()) * (1.0 + uiIterations);
-    const double dPieces = 40.0 * double(aVolume.vf.size()) * (1 + aiKernel[0]);
-    rExpected.bUnsure = mIsUnsure(2 * dBatch * dRow + dSums + dPieces);
-    return FindObstacle(bReproject) == 0;
-}
-
-/// Words 4 and 5 are the images' indices, the matrix and the scale follow each other.
-bool Model::mAlign(const Request& r, Expected& rExpected) const
-{
-    const bool bCompare = r.uiType == Msg::eCompare || r.uiType == Msg::eComparel;
-    const bool bLog = r.uiType == Msg::eTransforml || r.uiType == Msg::eComparel;
-    const std::size_t tFirst = bCompare ? 8 : 6, tValues = bLog ? 12 : 9;
-    std::vector<float> vf;
-    for (std::size_t n = tFirst; n < 16 && vf.size() < tValues; ++n) vf.push_back(r.FieldF(n));
-    const std::size_t tMissing = tValues - vf.size();
-    if (r.vuiData.size() < tMissing) return false;
-    for (std::size_t k = 0; k < tMissing; ++k) vf.push_back(std::bit_cast<float>(r.vuiData[k]));
-
-    constexpr float fInfinity = std::numeric_limits<float>::infinity();
-    for (std::size_t k = 0; k < tValues; ++k)
+    const std::optional<OracleAlign> aAlign = ReadAlign(r);
+    bool bDone =
+        aAlign && r.Field(4) < std::uint32_t(aMeasured.iN) && r.Field(5) < std::uint32_t(aStack.iN);
+    const auto IsFinite = [](float f) { return std::isfinite(f); };
+    if (aAlign)
     {
-        const bool bNoLimit = (k == 8 && vf[k] == fInfinity) || (k == 9 && vf[k] == -fInfinity);
-        if (!std::isfinite(vf[k]) && !bNoLimit) return false;
+        std::array<float, 6> afScale = aAlign->afScale;
+        if (afScale[2] == HUGE_VALF) afScale[2] = 0;   // no upper limit
+        if (afScale[3] == -HUGE_VALF) afScale[3] = 0;  // nor a floor
+        bDone = bDone && std::ranges::all_of(aAlign->afMatrix, IsFinite) &&
+                std::ranges::all_of(afScale, IsFinite);
     }
-    rExpected.bUnsure = mIsUnsure(16.0 * double(aMeasured.GetPixels() + 8 * aStack.GetPixels()));
-    return r.Field(4) < std::uint32_t(aMeasured.iN) && r.Field(5) < std::uint32_t(aStack.iN);
+    if (r.uiType < Msg::eCompare) return bDone;
+    auiSums.emplace().fill(0);
+    for (int n = 6; n <= (bDone ? 6 : 15); ++n) rExpected.vFields.emplace_back(n, 0);
+    return bDone;
 }

@@ -5,15 +5,31 @@
 #include <span>
 #include <utility>
 
-#include "tests/model/Request.h"
 #include "tests/oracle/JobOracle.h"
+#include "tests/wire/Request.h"
+
+struct Model;
+struct Expected;
+
+/// What is the same for all requests of a type.
+struct Kind
+{
+    std::uint32_t uiType;
+    const char* pcName;     ///< in error lines
+    std::uint32_t uiReply;  ///< type of the reply, 0: none
+    bool (Model::*pServe)(const Request& rRequest, Expected& rExpected) = nullptr;
+};
+/// Null for types that are ignored.
+const Kind* FindKind(std::uint32_t uiType);
+bool IsJob(std::uint32_t uiType);
+/// For a person: name, fields, length of the data.
+std::string ToText(const Request& rRequest);
 
 /// The reply that a request has to get.
 struct Expected
 {
     const Kind* pKind = nullptr;  ///< null: no reply
     bool bDone = true;            ///< carried out; if not, one error line names the message
-    bool bUnsure = false;         ///< whether it is, the machine's memory decides
     Words vuiData = {};
     std::vector<std::pair<int, std::uint32_t>> vFields = {};  ///< defined words beyond word 5
 };
@@ -22,7 +38,7 @@ struct Expected
 /// each of them.
 struct Model
 {
-    std::uint64_t ulMemory = 0;  ///< what uploads may take, bytes; 0: more than they do
+    std::uint64_t ulMemory = 0;  ///< that uploads may take, bytes; 0: more than they do
     bool bSwap = false;          ///< packets have the other byte order
     Images aStack, aVolume, aMeasured;
     std::vector<float> vfAngles;
@@ -34,8 +50,7 @@ struct Model
     std::optional<OracleBox> aBox;
     bool bBoxKnown = false;  ///< another client's may be there
     std::uint32_t uiInterval = 0;
-    std::array<int, 3> aiKernel = {0, 0, 0};
-    std::vector<float> vfKernel;
+    Images aKernel;
     std::vector<Words> vvuiStat;                          ///< R-factor pairs of each iteration
     std::optional<std::array<std::uint32_t, 8>> auiSums;  ///< last comparison, unknown at first
     std::optional<std::array<std::uint32_t, 2>> auiProp;  ///< memory of the devices
@@ -56,29 +71,34 @@ struct Model
     TestData MakeData() const;
 
 private:
-    bool mServe(const Request& rRequest, Expected& rExpected);
-    bool mProjSize(const Request& rRequest);
-    bool mVolSize(const Request& rRequest);
-    bool mMProjSize(const Request& rRequest);
-    bool mSetOp(const Request& rRequest);
-    bool mReconOpt(const Request& rRequest);
-    bool mWeightOpt(const Request& rRequest);
-    bool mSmoothOpt(const Request& rRequest);
-    bool mStat(const Request& rRequest, Expected& rExpected) const;
-    bool mCompReply(Expected& rExpected) const;
-    bool mCompare(const Request& rRequest, Expected& rExpected);
-    bool mJob(bool bReproject, Expected& rExpected) const;
-    bool mAlign(const Request& rRequest, Expected& rExpected) const;
-    bool mFits(const Request& rSize, std::uint64_t ulBytes, std::uint64_t ulOld) const;
-    bool mIsUnsure(double dExtra) const;
-    std::uint64_t mGetStackBytes() const;
+    friend const Kind* FindKind(std::uint32_t uiType);
+    Images& mImages(std::uint32_t uiType);
+    bool mDone(const Request&, Expected&) { return true; }
+    bool mByteOrder(const Request& rRequest, Expected& rExpected);
+    bool mSize(const Request& rRequest, Expected& rExpected);
+    bool mSet(const Request& rRequest, Expected& rExpected);
+    bool mGet(const Request& rRequest, Expected& rExpected);
+    bool mSetOp(const Request& rRequest, Expected& rExpected);
+    bool mReconOpt(const Request& rRequest, Expected& rExpected);
+    bool mWeightOpt(const Request& rRequest, Expected& rExpected);
+    bool mSmoothOpt(const Request& rRequest, Expected& rExpected);
+    bool mStatGet(const Request& rRequest, Expected& rExpected);
+    bool mServerProp(const Request& rRequest, Expected& rExpected);
+    bool mCompReply(const Request& rRequest, Expected& rExpected);
+    bool mJob(const Request& rRequest, Expected& rExpected);
+    bool mAlign(const Request& rRequest, Expected& rExpected);
 };
+
+/// The values of a request to align: matrix, scale and what decides between them; nothing when data
+/// is missing.
+std::optional<OracleAlign> ReadAlign(const Request& rRequest);
 
 /// Missing pixels, by the limit that the protocol states.
 inline bool IsMissing(float fPixel)
 {
     return double(fPixel) < -1e15;
 }
-
-/// Pixels of a stack that are missing or ordinary numbers.
-bool ArePlain(std::span<const float> fPixels);
+/// Whether all are 0 or ordinary numbers: not beyond fMost, nor so small that they may count as 0.
+bool ArePlain(std::span<const float> fValues, float fMost);
+/// The same for pixels of a stack, which may be missing.
+bool ArePixelsPlain(std::span<const float> fPixels);

@@ -22,36 +22,15 @@ double GetTolerance(ECheck eCheck)
     return eCheck == eSartRun ? 2e-4 : eCheck == eEmRun ? 5e-4 : 2e-5;
 }
 
-/// The values of a request to align that is carried out.
-OracleAlign ReadAlign(const Request& r)
-{
-    const bool bCompare = r.uiType == Msg::eCompare || r.uiType == Msg::eComparel;
-    OracleAlign aAlign = {};
-    aAlign.bLog = r.uiType == Msg::eTransforml || r.uiType == Msg::eComparel;
-    const std::size_t tFirst = bCompare ? 8 : 6, tValues = aAlign.bLog ? 12 : 9;
-    for (std::size_t k = 0; k < tValues; ++k)
-    {
-        const float fValue = tFirst + k < 16 ? r.FieldF(tFirst + k)
-                                             : std::bit_cast<float>(r.vuiData[tFirst + k - 16]);
-        (k < 6 ? aAlign.afMatrix[k] : aAlign.afScale[k - 6]) = fValue;
-    }
-    return aAlign;
-}
-
-/// Whether the tolerances above hold: no steep slopes, no values out of the ordinary or so small
-/// that they count as 0.
+/// Whether the tolerances above hold: no steep slopes.
 bool IsPlain(const OracleAlign& rAlign, const Images& rMeasured)
 {
-    const auto IsPlain = [](float f)
-    { return f == 0 || (std::fabs(f) > 1e-6f && std::fabs(f) <= 10); };
     const auto& s = rAlign.afScale;
-    if (!std::ranges::all_of(rAlign.afMatrix, IsPlain) ||
-        !std::ranges::all_of(rMeasured.vf, IsPlain))
-        return false;
-    if (!IsPlain(s[0]) || !IsPlain(s[1]) || !(s[2] > 1e-6f)) return false;
-    const float fLeast = std::min(std::ranges::min(rMeasured.vf), 0.1f);
+    const float fLeast = std::ranges::min(rMeasured.vf);
     const bool bFloor = s[3] >= 0.4f || (s[0] >= 0.4f && s[1] >= 0 && fLeast >= 0.09f);
-    return !rAlign.bLog || (bFloor && IsPlain(s[4]) && s[5] >= 0.1f && s[5] <= 10 && s[3] <= 10);
+    const bool bLimit = s[2] > 1e-6f, bLog = bFloor && s[3] <= 10 && s[5] >= 0.1f && s[5] <= 10;
+    return ArePlain(rAlign.afMatrix, 10) && ArePlain(rMeasured.vf, 10) && bLimit &&
+           ArePlain({&s[0], 2}, 10) && ArePlain({&s[4], 1}, 10) && (bLog || !rAlign.bLog);
 }
 }  // namespace
 
@@ -87,7 +66,7 @@ bool CSession::mFetch(bool bReproject)
         const bool bNew = !bReproject || std::ranges::count(m.vuiList, std::uint32_t(n)) != 0;
         std::span<float> fTarget;
         if (bNew) fTarget = (bReproject ? m.aStack : m.aVolume).Nth(n);
-        if (!mSend({bReproject ? Msg::eProjGet : Msg::eVolGet, {std::uint32_t(n)}, {}}, fTarget))
+        if (!mSend({bReproject ? Msg::eProjGet : Msg::eVolGet, {std::uint32_t(n)}}, fTarget))
             return false;
         if (m_vPending.size() > 60 && !mSettle()) return false;
     }
@@ -96,7 +75,7 @@ bool CSession::mFetch(bool bReproject)
     for (std::size_t i = 0; i < vvfStat.size(); ++i)
     {
         vvfStat[i].resize(2 * m.vuiList.size());
-        if (!mSend({Msg::eReconStatGet, {std::uint32_t(i)}, {}}, vvfStat[i])) return false;
+        if (!mSend({Msg::eReconStatGet, {std::uint32_t(i)}}, vvfStat[i])) return false;
     }
     if (!mSettle()) return false;
     for (std::size_t i = 0; i < vvfStat.size(); ++i) m.vvuiStat[i] = ToWords(vvfStat[i]);
@@ -138,7 +117,7 @@ bool CSession::mCheckJob(const Model& rBefore, bool bReproject)
 
 bool CSession::mAlign(const Request& rRequest)
 {
-    const bool bCompare = rRequest.uiType == Msg::eCompare || rRequest.uiType == Msg::eComparel;
+    const bool bCompare = rRequest.uiType >= Msg::eCompare;
     Model& m = m_rModel;
     const int n = int(rRequest.Field(5));
     const Images aBefore = m.aStack;
@@ -146,11 +125,10 @@ bool CSession::mAlign(const Request& rRequest)
     if (bCompare) std::copy_n(&m_aReply.auiFields[7], 8, m.auiSums.emplace().begin());
     if (m_aReply.Field(5) != 0) return true;
     const Packet aReply = m_aReply;
-    if (!bCompare &&
-        (!mSend({Msg::eProjGet, {std::uint32_t(n)}, {}}, m.aStack.Nth(n)) || !mSettle()))
+    if (!bCompare && (!mSend({Msg::eProjGet, {std::uint32_t(n)}}, m.aStack.Nth(n)) || !mSettle()))
         return false;
-    const OracleAlign aAlign = ReadAlign(rRequest);
-    if (!IsPlain(aAlign, m.aMeasured) || !ArePlain(aBefore.Nth(n)))
+    const OracleAlign aAlign = *ReadAlign(rRequest);
+    if (!IsPlain(aAlign, m.aMeasured) || !ArePixelsPlain(aBefore.Nth(n)))
     {
         m_rTally.Note(eUnfollowed);
         return true;

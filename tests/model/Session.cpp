@@ -27,8 +27,8 @@ bool CSession::Run()
 
 bool CSession::mGreet()
 {
-    if (m_r.Chance(50) && !mSend({Msg::eByteOrder, {0xCDAB3412u}, {}})) return false;
-    if (!mSend({Msg::eServerProp, {}, {}})) return false;
+    if (m_r.Chance(50) && !mSend({Msg::eByteOrder, {0xCDAB3412u}})) return false;
+    if (!mSend({Msg::eServerProp, {}})) return false;
     Pending& rFirst = m_vPending.back();
     std::optional<Packet> aReply = m_rClient.Receive();
     if (!aReply) return mLost();
@@ -39,20 +39,9 @@ bool CSession::mGreet()
 
 bool CSession::mStep()
 {
-    if (m_aGenerator.IsBetween() && m_r.Chance(1)) return mSpoil();
+    if (m_r.Int(0, 399) == 399) return mSpoil();
     const Request aRequest = m_aGenerator.Next();
-    switch (aRequest.uiType)
-    {
-    case Msg::eReconstruct:
-    case Msg::eReproject:
-    case Msg::eTransform:
-    case Msg::eTransforml:
-    case Msg::eCompare:
-    case Msg::eComparel:
-        return mServeJob(aRequest);
-    default:
-        break;
-    }
+    if (IsJob(aRequest.uiType)) return mServeJob(aRequest);
     if (!mSend(aRequest)) return false;
     const bool bRefused = !m_vPending.back().aExpected.bDone;
     if (bRefused) m_aGenerator.Ask();  // nothing has changed
@@ -65,7 +54,7 @@ bool CSession::mLeave()
     if (!mSettle()) return false;
     if (m_r.Chance(30)) return true;  // the connection just ends
     const std::uint32_t uiType = m_r.Pick({Msg::eQuit, Msg::eInvalid});
-    if (!mSend({uiType, {}, {}}) || !mReceive()) return false;
+    if (!mSend({uiType}) || !mReceive()) return false;
     return m_rClient.IsClosedByPeer() || mWrong("the server does not hang up");
 }
 
@@ -90,8 +79,7 @@ bool CSession::mSend(const Request& rRequest, std::span<float> fTarget)
     aPending.bSwap = m_rModel.bSwap;
     ++m_rTally.ulRequests;
     if (m_rTally.bTrace) std::puts(::ToText(rRequest).c_str());
-    const bool bSent =
-        m_rClient.Send(rRequest);
+    const bool bSent = m_rClient.Send(rRequest);
     aPending.uiSerial = m_rClient.GetLastSerial();
     m_vPending.push_back(std::move(aPending));
     return bSent || mLost();
@@ -121,7 +109,8 @@ bool CSession::mSettle()
 bool CSession::mCheckReply(Pending& rPending)
 {
     Expected& rExpected = rPending.aExpected;
-    if (rExpected.bUnsure && rExpected.bDone) rExpected.bDone = m_aReply.Field(5) == 0;
+    if (m_rModel.ulMemory > 0 && IsJob(rPending.aRequest.uiType) && m_aReply.Field(5) == 1)
+        rExpected.bDone = false;  // there may be too little memory
     const std::string strFault = mFindFault(rPending);
     if (!strFault.empty()) return mWrong(rPending, strFault);
     m_uiServerSerial = m_aReply.Field(1);
