@@ -2,6 +2,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -10,6 +11,7 @@
 #include "Util/Util_TcpSocket.h"
 #include "server/Data/Continuation.h"
 #include "server/Data/Recon/ProjData.h"
+#include "server/Data/Recon/VolData.h"
 #include "server/Data/RemotePacket.h"
 #include "server/Data/RequestPlan.h"
 #include "server/Data/RspUtil.h"
@@ -96,6 +98,24 @@ TEST(RspUtil, NumbersItsPackets)
         EXPECT_EQ(rRspUtil.GetNthPacket(0)->GetNthField(5), uiSerial++);  // no such iteration
         rRspUtil.ClearNthPacket(0);
         EXPECT_EQ(rRspUtil.GetNthPacket(0), nullptr);
+    }
+    CRspUtil::DeleteInstance();
+}
+
+// The last slice ends the volume.
+TEST(RspUtil, GivesTheVolumeAway)
+{
+    CVolData::GetInstance()->GetVolume()->SetSize(2, 1, 2);
+    CVolData::GetInstance()->GetNthSlice(1)[1] = 7;
+    for (const auto& [uiSlice, uiBytes] : {std::pair(2u, 0u), {0u, 8u}, {1u, 8u}, {0u, 0u}})
+    {
+        CRspUtil::GetInstance()->CreateResponse(Make(CMsgConst::VOLGET, 9, uiSlice));
+        const CRemotePacket& rReply = *CRspUtil::GetInstance()->GetNthPacket(0);
+        EXPECT_EQ(rReply.GetOptSize(), uiBytes);
+        EXPECT_EQ(rReply.GetNthField(5), uiBytes == 0 ? 1u : 0u);
+        std::array<float, 2> afSlice = {};
+        EXPECT_EQ(rReply.CopyData4(0, std::span<float>(afSlice)), uiBytes == 8);
+        EXPECT_EQ(afSlice[1], uiSlice == 1 ? 7 : 0);
     }
     CRspUtil::DeleteInstance();
 }
