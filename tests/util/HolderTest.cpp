@@ -4,29 +4,21 @@
 #include <bit>
 #include <limits>
 
-#include "Util/Util_Memory.h"
 #include "server/Data/Recon/CompareSum.h"
-#include "server/Data/Recon/HolderMemory.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/Rfactor.h"
-#include "server/Data/Recon/VolData.h"
 #include "server/Data/RemotePacket.h"
 
 namespace
 {
-bool Resize(auto* pHolder, auto pfnHandler, std::uint32_t uiX, std::uint32_t uiY, std::uint32_t uiZ)
-{
-    CRemotePacket aPacket;
-    for (const auto& [n, ui] : {std::pair(4, uiX), {5, uiY}, {6, uiZ}}) aPacket.SetNthField(n, ui);
-    std::string strReason;
-    return (pHolder->*pfnHandler)(aPacket).DoIt(aPacket, strReason);
-}
-
 TEST(ProjData, FindsTheRangesOfValidColumns)
 {
     CProjData& rProjs = *CProjData::GetInstance();
     rProjs.DetRangeX();  // of nothing
-    ASSERT_TRUE(Resize(&rProjs, &CProjData::HandleProjSize, 3, 6, 2));
+    CRemotePacket aSize;
+    for (const auto& [n, ui] : {std::pair(4, 3u), {5, 6u}, {6, 2u}}) aSize.SetNthField(n, ui);
+    std::string strReason;
+    ASSERT_TRUE(rProjs.HandleProjSize(aSize).DoIt(aSize, strReason));
     const float fMissing = -1e20f, fEdge = -1e15f, fNaN = std::numeric_limits<float>::quiet_NaN();
     const float afRows[] = {fMissing, fMissing, fMissing, 0,     0,        0,
                             fMissing, 1,        fMissing, 2,     fMissing, 3,
@@ -57,22 +49,6 @@ TEST(CompareSum, DoesNotDependOnTheOrderOfBands)
         EXPECT_EQ(rSums.GetSumDiff(), std::bit_cast<std::uint32_t>(7.0f));
     } while (std::ranges::next_permutation(viOrder).found);
     CCompareSum::DeleteInstance();
-}
-
-TEST(HolderMemory, CountsAllHolders)
-{
-    constexpr std::size_t tStack = 3 * (4 * 50 * 20 + 8 * 20 + 8), tVolume = 4 * 10 * 20 * 30;
-    Util_Memory::Assume(tStack + tVolume);
-    EXPECT_TRUE(Resize(CVolData::GetInstance(), &CVolData::HandleVolSize, 10, 20, 30));
-    EXPECT_FALSE(Resize(CProjData::GetInstance(), &CProjData::HandleProjSize, 51, 20, 3));
-    EXPECT_TRUE(Resize(CProjData::GetInstance(), &CProjData::HandleProjSize, 50, 20, 3));
-    std::string strReason;
-    EXPECT_TRUE(CheckMemory(tVolume, tVolume, strReason));
-    for (const std::uint64_t ulNew : {std::uint64_t{tVolume + 1}, UINT64_MAX})
-        EXPECT_FALSE(CheckMemory(tVolume, ulNew, strReason));
-    Util_Memory::Assume(0);
-    CVolData::DeleteInstance();
-    CProjData::DeleteInstance();
 }
 
 TEST(Rfactor, SumsOverProjections)
