@@ -12,16 +12,17 @@ std::pair<Images, Images> Transform(const OracleAlign& rAlign, const Images& rMe
                                     int iRows, int iStart = 0)
 {
     CRig aRig;
-    TransformParams aP;
-    aP.aOut = aRig.Buffer(Images(iX, iRows, 1, 7));
-    aP.aMiss = aRig.Buffer(Images(iX, iRows, 1, 7));
-    aP.aMeasured = aRig.Lent(rMeasured);
+    TransformParams aP = {aRig.Buffer(Images(iX, iRows, 1, 7)),
+                          aRig.Buffer(Images(iX, iRows, 1, 7)),
+                          aRig.Lent(rMeasured),
+                          {},
+                          {},
+                          rAlign.bLog,
+                          iX,
+                          iStart,
+                          iRows};
     std::ranges::copy(rAlign.afMatrix, aP.afMatrix);
     std::ranges::copy(rAlign.afScale, aP.afScale);
-    aP.bLog = rAlign.bLog;
-    aP.iProjX = iX;
-    aP.iStartY = iStart;
-    aP.iRows = iRows;
     EXPECT_TRUE(GetBackend()->Transform(aP));
     return {CRig::Read(aP.aOut, 1), CRig::Read(aP.aMiss, 1)};
 }
@@ -30,14 +31,13 @@ std::pair<Images, Images> Transform(const OracleAlign& rAlign, const Images& rMe
 Images SumRows(const Images& rA, const Images& rB, const Images& rMiss)
 {
     CRig aRig;
-    CompareParams aP;
-    aP.aSums = aRig.Buffer(Images(rA.iY + 2, eCompareSums, 1, -1));
-    aP.aAligned = aRig.Lent(rA);
-    aP.aTransed = aRig.Buffer(rB);
-    aP.aMiss = aRig.Buffer(rMiss);
-    aP.iProjX = rA.iX;
-    aP.iFirst = 1;
-    aP.iRows = rA.iY;
+    const CompareParams aP = {aRig.Buffer(Images(rA.iY + 2, eCompareSums, 1, -1)),
+                              aRig.Lent(rA),
+                              aRig.Buffer(rB),
+                              aRig.Buffer(rMiss),
+                              rA.iX,
+                              1,
+                              rA.iY};
     EXPECT_TRUE(GetBackend()->CompareSums(aP));
     return CRig::Read(aP.aSums, 1);
 }

@@ -29,16 +29,15 @@ Images Project(const TestJob& rJob, const Images& rVol, int iFirst, int iEnd)
 {
     const COracle aOracle(rJob);
     CRig aRig;
-    ForwardParams aP;
-    aP.aSums = aRig.Buffer(Images(rJob.iProjX, g_iProjs, rVol.iN, -7));
-    aP.aVol = aRig.Array(rVol, 1);
-    aP.aCosSin = aRig.Pairs(g_iProjs, aOracle.GetCos(), aOracle.GetSin());
-    aP.aProjIndex = aRig.List(rJob.vuiList);
-    aP.iVolX = rJob.iVolX;
-    aP.iVolZ = rJob.iVolZ;
-    aP.iProjX = rJob.iProjX;
-    aP.iFirst = iFirst;
-    aP.iEnd = iEnd;
+    const ForwardParams aP = {aRig.Buffer(Images(rJob.iProjX, g_iProjs, rVol.iN, -7)),
+                              aRig.Array(rVol, 1),
+                              aRig.Pairs(g_iProjs, aOracle.GetCos(), aOracle.GetSin()),
+                              aRig.List(rJob.vuiList),
+                              rJob.iVolX,
+                              rJob.iVolZ,
+                              rJob.iProjX,
+                              iFirst,
+                              iEnd};
     EXPECT_TRUE(GetBackend()->ForwardProject(aP));
     return CRig::Read(aP.aSums, rVol.iN);
 }
@@ -82,21 +81,20 @@ Images BackProject(const TestJob& rJob, const Band& rBand, int iFirstRow, int iC
 {
     const COracle aOracle(rJob);
     CRig aRig;
-    BackParams aP;
-    aP.aVol = aRig.Array(Part(rBand.aVol, iFirstRow, iCount), 1);
-    aP.aProjs = aRig.Array(Part(rBand.aProjs, iFirstRow, iCount));
-    aP.aCosSin = aRig.Pairs(g_iProjs, aOracle.GetCos(), aOracle.GetSin());
-    aP.aProjIndex = aRig.List(rJob.vuiList);
-    aP.aRangeX = aRig.Pairs(rBand.aVol.iN, rBand.vfFirst, rBand.vfEnd);
-    aP.eUpdate = rJob.eMethod == EMethod::eEm ? EUpdate::eEm : EUpdate::eSart;
-    aP.fRelax = 0.7f;
-    aP.iVolX = rJob.iVolX;
-    aP.iVolZ = rJob.iVolZ;
-    aP.iProjX = rJob.iProjX;
-    aP.iFirst = iFirst;
-    aP.iEnd = iEnd;
-    aP.iY = iFirstRow;
-    aP.iRows = iCount;
+    const BackParams aP = {aRig.Array(Part(rBand.aVol, iFirstRow, iCount), 1),
+                           aRig.Array(Part(rBand.aProjs, iFirstRow, iCount)),
+                           aRig.Pairs(g_iProjs, aOracle.GetCos(), aOracle.GetSin()),
+                           aRig.List(rJob.vuiList),
+                           aRig.Pairs(rBand.aVol.iN, rBand.vfFirst, rBand.vfEnd),
+                           rJob.eMethod == EMethod::eEm ? EUpdate::eEm : EUpdate::eSart,
+                           0.7f,
+                           rJob.iVolX,
+                           rJob.iVolZ,
+                           rJob.iProjX,
+                           iFirst,
+                           iEnd,
+                           iFirstRow,
+                           iCount};
     EXPECT_TRUE(GetBackend()->BackProject(aP));
     const Images aFramed = CRig::Read(aP.aVol, iCount);
     Images aResult(rJob.iVolX, rJob.iVolZ, iCount);

@@ -1,4 +1,6 @@
-// What would read or write beside an image is refused before any kernel sees it, with the numbers.
+// What would read or write beside an image is refused before any kernel sees it.
+
+#include <climits>
 
 #include "gpulib/Device/DeviceArray3D.h"
 #include "gpulib/Device/PitchedPtr3D.h"
@@ -6,170 +8,137 @@
 
 namespace
 {
-template <class P>
-struct Bad
+struct WithBackend
 {
-    const char* pcReason;
-    void (*pSpoil)(P& r);
+    WithBackend() { SetBackend(MakeTestBackend("host", 1)); }
+    ~WithBackend() { SetBackend(nullptr); }
 };
 
-/// \param rGood  what the kernel carries out
-template <class P>
-void ExpectRefused(bool (CBackend::*pRun)(const P&), const P& rGood,
-                   std::initializer_list<Bad<P>> vBad)
-{
-    CBackend& rBackend = *GetBackend();
-    EXPECT_TRUE((rBackend.*pRun)(rGood)) << TakeDeviceError();
-    for (const Bad<P>& rBad : vBad)
-    {
-        P aParams = rGood;
-        rBad.pSpoil(aParams);
-        EXPECT_FALSE((rBackend.*pRun)(aParams)) << rBad.pcReason;
-        const std::string strReason = TakeDeviceError();
-        EXPECT_NE(strReason.find(rBad.pcReason), std::string::npos) << strReason;
-    }
-}
-
-class Refusal : public testing::Test
+class Refusal : WithBackend, public testing::Test
 {
 protected:
-    // Batches of 5 rows, 2 projections of 8 columns, slices of 8 x 4; the list names both.
-    Refusal()
+    static void mExpectRefused(bool bDone)
     {
-        SetBackend(MakeTestBackend("host", 1));
-        m_pRig.emplace();
-        m_aVol = m_pRig->Array(Images(8, 4, 5), 1);
-        m_aProjs = m_pRig->Array(Images(8, 2, 5));
-        m_aSums = m_pRig->Buffer(Images(8, 2, 5));
-        m_aCosSin = m_pRig->Pairs(2, {1, 1}, {0, 0});
-        m_aRange = m_pRig->Pairs(6, std::vector<float>(12), std::vector<float>(12));
-        m_aIndex = m_pRig->List({0, 1});
-        m_aWrongIndex = m_pRig->List({0, 2});
-        m_aNarrow = m_pRig->Array(Images(7, 1, 5));
-        m_aOneRow = m_pRig->Array(Images(8, 2, 1));
-        m_aPlain = m_pRig->Buffer(Images(8, 9, 1));
+        EXPECT_FALSE(bDone);
+        EXPECT_NE(TakeDeviceError(), "");
     }
-    ~Refusal() override
+
+    /// Spoils the images and numbers of what the kernel would carry out.
+    /// \param rFromZero  numbers that must not be negative
+    /// \param rMost      numbers that stand at their upper limit
+    template <class P>
+    void mSpoil(bool (CBackend::*pRun)(const P&), const P& rGood,
+                const std::vector<DeviceImage P::*>& rImages,
+                const std::vector<int P::*>& rFromZero, const std::vector<int P::*>& rMost)
     {
-        m_pRig.reset();
-        SetBackend(nullptr);
+        EXPECT_TRUE((GetBackend()->*pRun)(rGood)) << TakeDeviceError();
+        const auto Refused = [&](auto pMember, const auto& rBad)
+        {
+            P aParams = rGood;
+            aParams.*pMember = rBad;
+            mExpectRefused((GetBackend()->*pRun)(aParams));
+        };
+        for (std::size_t i = 0; i < rImages.size(); ++i)
+            for (const DeviceImage& rBad : {DeviceImage(), m_aTiny, m_aPair})
+            {
+                SCOPED_TRACE(testing::Message() << "image " << i << ", " << rBad.iChannels);
+                Refused(rImages[i], rBad);
+            }
+        for (std::size_t i = 0; i < rFromZero.size() + rMost.size(); ++i)
+        {
+            SCOPED_TRACE(testing::Message() << "number " << i);
+            const bool bMost = i >= rFromZero.size();
+            const auto piNumber = bMost ? rMost[i - rFromZero.size()] : rFromZero[i];
+            Refused(piNumber, bMost ? rGood.*piNumber + 1 : -1);
+            Refused(piNumber, bMost ? INT_MAX : INT_MIN);
+        }
     }
-    std::optional<CRig> m_pRig;
-    static inline DeviceImage m_aVol, m_aProjs, m_aSums, m_aCosSin, m_aRange, m_aIndex;
-    static inline DeviceImage m_aWrongIndex, m_aNarrow, m_aOneRow, m_aPlain, m_aWide;
+
+    // Batches of 4 rows, 2 projections of 8 columns, slices of 8 x 4; the list names both.
+    CRig m_aRig;
+    const DeviceImage m_aVol = m_aRig.Array(Images(8, 4, 4), 1);
+    const DeviceImage m_aProjs = m_aRig.Array(Images(8, 2, 4));
+    const DeviceImage m_aCosSin = m_aRig.Pairs(2, {1, 1}, {0, 0});
+    const DeviceImage m_aIndex = m_aRig.List({0, 1});
+    const DeviceImage m_aRow = m_aRig.Array(Images(8, 2, 1));
+    const DeviceImage m_aPlain = m_aRig.Buffer(Images(8, 9, 1));
+    const DeviceImage m_aTiny = m_aRig.Array(Images(1, 1, 4));
+    const DeviceImage m_aPair = m_aRig.Pairs(1, {1}, {1});
 };
 }  // namespace
 
 TEST_F(Refusal, OfProjectors)
 {
     using F = ForwardParams;
-    const F aForward = {m_aSums, m_aVol, m_aCosSin, m_aIndex, 8, 4, 8, 0, 2};
-    ExpectRefused<F>(&CBackend::ForwardProject, aForward,
-                     {{"11 x 6", [](F& r) { r.iVolX = 9; }},
-                      {"volume 0", [](F& r) { r.iVolX = 0; }},
-                      {"slice", [](F& r) { r.iVolZ = 5; }},
-                      {"8388608", [](F& r) { r.iVolZ = 1 << 23; }},
-                      {"sums", [](F& r) { r.iProjX = 9; }},
-                      {"-1 to 2", [](F& r) { r.iFirst = -1; }},
-                      {"0 to 3", [](F& r) { r.iEnd = 3; }},
-                      {"0 projections", [](F& r) { r.aProjIndex = {}; }},
-                      {"projection 2", [](F& r) { r.aProjIndex = m_aWrongIndex; }},
-                      {"angles", [](F& r) { r.aCosSin = m_aProjs; }},
-                      {"slice", [](F& r) { r.aVol = m_aNarrow; }},
-                      {"rows and", [](F& r) { r.aSums = m_aOneRow; }}});
-    EXPECT_TRUE(GetBackend()->ForwardProject({}));  // no projections
+    F aForward = {m_aProjs, m_aVol, m_aCosSin, m_aIndex, 8, 4, 8, 0, 2};
+    mSpoil<F>(&CBackend::ForwardProject, aForward,
+              {&F::aSums, &F::aVol, &F::aCosSin, &F::aProjIndex},
+              {&F::iVolX, &F::iVolZ, &F::iProjX, &F::iFirst},
+              {&F::iVolX, &F::iVolZ, &F::iProjX, &F::iEnd});
+    aForward.aSums = m_aRow;  // of another batch
+    mExpectRefused(GetBackend()->ForwardProject(aForward));
     using B = BackParams;
-    B aBack;
-    aBack.aVol = m_aVol, aBack.aProjs = m_aProjs, aBack.aCosSin = m_aCosSin;
-    aBack.aProjIndex = m_aIndex, aBack.aRangeX = m_aRange;
-    aBack.iVolX = 8, aBack.iVolZ = 4, aBack.iProjX = 8, aBack.iEnd = 2, aBack.iRows = 5;
-    ExpectRefused<B>(&CBackend::BackProject, aBack,
-                     {{"slice", [](B& r) { r.iVolX = 9; }},
-                      {"volume 8 x 0", [](B& r) { r.iVolZ = 0; }},
-                      {"working rows", [](B& r) { r.iProjX = 9; }},
-                      {"-1 to 2", [](B& r) { r.iFirst = -1; }},
-                      {"2 to 1", [](B& r) { r.iFirst = 2, r.iEnd = 1; }},
-                      {"0 to 3", [](B& r) { r.iEnd = 3; }},
-                      {"projection 2", [](B& r) { r.aProjIndex = m_aWrongIndex; }},
-                      {"row -1", [](B& r) { r.iY = -1; }},
-                      {"row 2", [](B& r) { r.iY = 2; }},
-                      {"row 2147483647", [](B& r) { r.iY = 2147483647; }},
-                      {"9 rows", [](B& r) { r.iRows = 9; }},
-                      {"of 2, batch", [](B& r) { r.aRangeX = m_aCosSin; }},
-                      {"angles", [](B& r) { r.aCosSin = m_aIndex; }},
-                      {"rows and 1", [](B& r) { r.aProjs = m_aOneRow; }}});
+    const DeviceImage aRange = m_aRig.Pairs(4, std::vector<float>(8), std::vector<float>(8));
+    B aBack = {m_aVol, m_aProjs, m_aCosSin, m_aIndex, aRange, EUpdate::eEm, 1, 8, 4, 8, 0, 2, 0, 4};
+    mSpoil<B>(&CBackend::BackProject, aBack,
+              {&B::aVol, &B::aProjs, &B::aCosSin, &B::aProjIndex, &B::aRangeX},
+              {&B::iVolX, &B::iVolZ, &B::iProjX, &B::iFirst, &B::iEnd, &B::iY},
+              {&B::iVolX, &B::iVolZ, &B::iProjX, &B::iEnd, &B::iY, &B::iRows});
+    aBack.aProjs = m_aRow;
+    mExpectRefused(GetBackend()->BackProject(aBack));
+    EXPECT_TRUE(GetBackend()->ForwardProject({}) && GetBackend()->BackProject({}));  // no rows
 }
 
 TEST_F(Refusal, OfRows)
 {
     using C = CombineParams;
-    const C aCombine = {m_aProjs, m_aProjs, m_aSums, m_aIndex, ECombine::eDiff, 8, 0, 2};
-    ExpectRefused<C>(&CBackend::Combine, aCombine,
-                     {{"sums is 8", [](C& r) { r.iProjX = 9; }},
-                      {"-1 to 2", [](C& r) { r.iFirst = -1; }},
-                      {"0 to 3", [](C& r) { r.iEnd = 3; }},
-                      {"projection 2", [](C& r) { r.aProjIndex = m_aWrongIndex; }},
-                      {"x 1 rows", [](C& r) { r.aRaw = m_aOneRow; }},
-                      {"sums is 7", [](C& r) { r.aSums = m_aNarrow; }}});
+    C aCombine = {m_aProjs, m_aProjs, m_aProjs, m_aIndex, ECombine::eDiff, 8, 0, 2};
+    mSpoil<C>(&CBackend::Combine, aCombine, {&C::aOut, &C::aRaw, &C::aSums, &C::aProjIndex},
+              {&C::iFirst}, {&C::iProjX, &C::iEnd});
+    aCombine.aRaw = m_aRow;
+    mExpectRefused(GetBackend()->Combine(aCombine));
     using W = WeightParams;
-    const W aWeight = {m_aSums, m_aProjs, m_aOneRow, m_aIndex, EWeight::eRef, 8, 0, 2};
-    ExpectRefused<W>(&CBackend::Weight, aWeight,
-                     {{"result", [](W& r) { r.iProjX = 9; }},
-                      {"row -1", [](W& r) { r.iFirst = -1; }},
-                      {"result", [](W& r) { r.iEnd = 3; }},
-                      {"weights", [](W& r) { r.aWeight = m_aNarrow; }},
-                      {"x 1 rows", [](W& r) { r.aIn = m_aOneRow; }},
-                      {"0 to 3", [](W& r) { r.eOperation = EWeight::eRecon, r.iEnd = 3; }},
-                      {"projection 2", [](W& r)
-                       { r.eOperation = EWeight::eReproj, r.aProjIndex = m_aWrongIndex; }}});
+    W aWeight = {m_aProjs, m_aProjs, m_aRow, m_aIndex, EWeight::eRef, 8, 0, 2};
+    mSpoil<W>(&CBackend::Weight, aWeight, {&W::aOut, &W::aIn, &W::aWeight}, {&W::iFirst},
+              {&W::iProjX, &W::iEnd});
+    aWeight.eOperation = EWeight::eRecon;
+    mSpoil<W>(&CBackend::Weight, aWeight, {&W::aOut, &W::aIn, &W::aWeight, &W::aProjIndex},
+              {&W::iFirst}, {&W::iProjX, &W::iEnd});
+    aWeight.aIn = m_aRow;
+    mExpectRefused(GetBackend()->Weight(aWeight));
     using S = SumAbsParams;
-    const S aSum = {m_aProjs, m_pRig->Doubles(2, 3), m_aIndex, 8, 2, 2, 5};
-    ExpectRefused<S>(&CBackend::SumAbs, aSum,
-                     {{"rows", [](S& r) { r.iProjX = 9; }},
-                      {"0 columns", [](S& r) { r.iProjX = 0; }},
-                      {"0 to 3", [](S& r) { r.iProjs = 3; }},
-                      {"iteration 3", [](S& r) { r.iIter = 3; }},
-                      {"iteration -1", [](S& r) { r.iIter = -1; }},
-                      {"9 rows", [](S& r) { r.iRows = 9; }},
-                      {"iteration 2 of 2", [](S& r) { r.aAccum = m_aSums; }},
-                      {"projection 2", [](S& r) { r.aProjIndex = m_aWrongIndex; }}});
+    const S aSum = {m_aProjs, m_aRig.Doubles(2, 3), m_aIndex, 8, 2, 2, 4};
+    mSpoil<S>(&CBackend::SumAbs, aSum, {&S::aSource, &S::aAccum, &S::aProjIndex},
+              {&S::iProjX, &S::iIter}, {&S::iProjX, &S::iProjs, &S::iIter, &S::iRows});
+    const DeviceImage aWrong = m_aRig.List({0, 2});  // of 2 projections
+    aCombine = {m_aProjs, m_aProjs, m_aProjs, aWrong, ECombine::eDiff, 8, 0, 2};
+    mExpectRefused(GetBackend()->Combine(aCombine));
+    mExpectRefused(
+        GetBackend()->ForwardProject({m_aProjs, m_aVol, m_aCosSin, aWrong, 8, 4, 8, 0, 2}));
+    mExpectRefused(GetBackend()->SumAbs({m_aProjs, aSum.aAccum, aWrong, 8, 2, 0, 4}));
 }
 
 TEST_F(Refusal, OfAlignmentAndSmoothing)
 {
     using T = TransformParams;
-    T aTransform;
-    aTransform.aOut = aTransform.aMiss = m_aPlain;
-    aTransform.aMeasured = m_aOneRow;
-    aTransform.iProjX = 8, aTransform.iRows = 9;
-    ExpectRefused<T>(&CBackend::Transform, aTransform,
-                     {{"result", [](T& r) { r.iProjX = 9; }},
-                      {"0 x 9", [](T& r) { r.iProjX = 0; }},
-                      {"result", [](T& r) { r.iRows = 10; }},
-                      {"row -1", [](T& r) { r.iStartY = -1; }},
-                      {"row 2147483647", [](T& r) { r.iStartY = 2147483647; }},
-                      {"projection of 0 x 0", [](T& r) { r.aMeasured = {}; }},
-                      {"mask", [](T& r) { r.aMiss = m_aOneRow; }}});
+    T aTransform = {m_aPlain, m_aPlain, m_aRow};
+    aTransform.iProjX = 8;
+    aTransform.iRows = 9;
+    mSpoil<T>(&CBackend::Transform, aTransform, {&T::aOut, &T::aMiss}, {&T::iProjX, &T::iStartY},
+              {&T::iProjX, &T::iRows});
+    aTransform.aMeasured = {};
+    mExpectRefused(GetBackend()->Transform(aTransform));
     using C = CompareParams;
     const C aCompare = {
-        m_pRig->Buffer(Images(10, eCompareSums, 1)), m_aPlain, m_aPlain, m_aPlain, 8, 1, 9};
-    ExpectRefused<C>(&CBackend::CompareSums, aCompare,
-                     {{"projection", [](C& r) { r.iProjX = 9; }},
-                      {"row -1", [](C& r) { r.iFirst = -1; }},
-                      {"row 2", [](C& r) { r.iFirst = 2; }},
-                      {"10 rows", [](C& r) { r.iRows = 10; }},
-                      {"row 1 of 8", [](C& r) { r.aSums = m_aOneRow; }},
-                      {"mask", [](C& r) { r.aMiss = m_aOneRow; }}});
+        m_aRig.Buffer(Images(10, eCompareSums, 1)), m_aPlain, m_aPlain, m_aPlain, 8, 1, 9};
+    mSpoil<C>(&CBackend::CompareSums, aCompare, {&C::aSums, &C::aAligned, &C::aTransed, &C::aMiss},
+              {&C::iProjX, &C::iFirst}, {&C::iProjX, &C::iFirst, &C::iRows});
+    using S = SmoothParams;
     CDeviceArray3D aVol, aKernel;
     CPitchedPtr3D aOut;
     ASSERT_TRUE(aVol.Create(4, 3, 2) && aKernel.Create(1, 1025, 1) && aOut.Create(4, 3, 2));
-    const SmoothParams aSmooth = {aOut.GetImage(), aVol.GetImage(), m_aOneRow};
-    using S = SmoothParams;
-    m_aWide = aKernel.GetImage();
-    ExpectRefused<S>(&CBackend::Smooth, aSmooth,
-                     {{"1025", [](S& r) { r.aKernel = m_aWide; }},
-                      {"channels", [](S& r) { r.aKernel = m_aSums; }},
-                      {"channels", [](S& r) { r.aKernel = {}; }},
-                      {"channels", [](S& r) { r.aVol = {}; }},
-                      {"to 8 x 9", [](S& r) { r.aOut = m_aPlain; }}});
+    S aSmooth = {aOut.GetImage(), aVol.GetImage(), m_aRow};
+    mSpoil<S>(&CBackend::Smooth, aSmooth, {&S::aOut, &S::aVol, &S::aKernel}, {}, {});
+    aSmooth.aKernel = aKernel.GetImage();
+    mExpectRefused(GetBackend()->Smooth(aSmooth));
 }

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <deque>
-#include <optional>
 #include <random>
 #include <string>
 #include <vector>

@@ -8,13 +8,7 @@ TEST_P(Kernel, WeightsAddressRowsByPositionOrByNumber)
     {
         const Images aIn = RandomImages(iX, 5, iRows, -2, 2), aW = RandomImages(iX, 5, 1, 1, 3, 2);
         CRig aRig;
-        WeightParams aP;
-        aP.aIn = aRig.Array(aIn);
-        aP.aWeight = aRig.Array(aW);
-        aP.aProjIndex = aRig.List({4, 1, 3});
-        aP.iProjX = iX;
-        aP.iFirst = 1;
-        aP.iEnd = 3;
+        WeightParams aP = {{}, aRig.Array(aIn), aRig.Array(aW), aRig.List({4, 1, 3}), {}, iX, 1, 3};
         for (const EWeight eWeight :
              {EWeight::eCopy, EWeight::eRef, EWeight::eRecon, EWeight::eReproj})
         {
@@ -67,14 +61,14 @@ TEST_P(Kernel, CombineFollowsItsRules)
             aSums.At(i % iX, 2, i / iX) = vRules[i % iX].fSum;
         }
         CRig aRig;
-        CombineParams aP;
-        aP.aRaw = aRig.Array(aRaw);
-        aP.aSums = aRig.Buffer(aSums);
-        aP.aOut = aRig.Array(Images(iX, 3, iRows, 77));
-        aP.aProjIndex = aRig.List({1, 2, 0});
-        aP.iProjX = iX;
-        aP.iFirst = 1;
-        aP.iEnd = 2;
+        CombineParams aP = {aRig.Array(Images(iX, 3, iRows, 77)),
+                            aRig.Array(aRaw),
+                            aRig.Buffer(aSums),
+                            aRig.List({1, 2, 0}),
+                            {},
+                            iX,
+                            1,
+                            2};
         for (const ECombine eOperation : {ECombine::eDiff, ECombine::eDiv})
         {
             aP.eOperation = eOperation;
@@ -106,14 +100,8 @@ TEST_P(Kernel, SumsRepeatTheLastColumnAndSkipMissing)
         aRows.At(iX / 2, 3, 0) = -1e15f;  // missing
         aRows.At(iX / 3, 0, iRows - 1) = NAN;
         CRig aRig;
-        SumAbsParams aP;
-        aP.aSource = aRig.Array(aRows);
-        aP.aAccum = aRig.Doubles(2, 3);
-        aP.aProjIndex = aRig.List(aJob.vuiList);
-        aP.iProjX = iX;
-        aP.iProjs = 2;
-        aP.iIter = 2;
-        aP.iRows = iRows;
+        SumAbsParams aP = {
+            aRig.Array(aRows), aRig.Doubles(2, 3), aRig.List(aJob.vuiList), iX, 2, 2, iRows};
         ASSERT_TRUE(GetBackend()->SumAbs(aP));
         aP.iIter = 1;  // one row at a time: the same bits
         aP.iRows = 1;

@@ -87,19 +87,19 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const Machine& rMac
         Load(aKernel, rJob.aiKernel[0], rJob.aiKernel[1], rJob.aiKernel[2], rJob.vfKernel);
     CTomoVolume aTomoVol(&aVolume, iWorkers);
     const std::vector<unsigned> vuiList = GetList(rJob);
-    ReconJob aJob;
-    aJob.pProjs = &aStack;
-    aJob.pTomoVol = &aTomoVol;
-    aJob.fAngles = rJob.vfAngles;
-    aJob.uiRangeX = rStart.vuiRangeX;
-    aJob.uiProjIndex = vuiList;
+    ReconJob aJob = {&aStack,
+                     &aTomoVol,
+                     rJob.vfAngles,
+                     rStart.vuiRangeX,
+                     vuiList,
+                     {},
+                     unsigned(rJob.iIterations),
+                     rJob.uiSets,
+                     rJob.vuiSetSize,
+                     rJob.vfRelax,
+                     rJob.vfKernel.empty() ? nullptr : &aKernel,
+                     rJob.uiInterval};
     if (rJob.aBox) aJob.aBox = {rJob.aBox->afCentre, rJob.aBox->afHalf};
-    aJob.uiIterations = unsigned(rJob.iIterations);
-    aJob.uiNumSets = rJob.uiSets;
-    aJob.uiSetSize = rJob.vuiSetSize;
-    aJob.fRelax = rJob.vfRelax;
-    aJob.pKernel = rJob.vfKernel.empty() ? nullptr : &aKernel;
-    aJob.uiSmoothInt = rJob.uiInterval;
 
     std::vector<std::vector<double>> vvRfactor(iWorkers);
     std::vector<std::string> vstrErrors(iWorkers);
@@ -108,12 +108,8 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const Machine& rMac
         const int iRows = rJob.iY / iWorkers, iStart = i * iRows;
         const std::unique_ptr<CReconBase> pJob = MakeLibraryJob(rJob, aJob);
         const auto pRecon = dynamic_cast<CTomoRecon*>(pJob.get());
-        JobShare aShare;
-        aShare.iStartY = iStart;
-        aShare.iSizeY = i + 1 < iWorkers ? iRows : rJob.iY - iStart;
-        aShare.iWorker = i;
-        aShare.iWorkers = iWorkers;
-        aShare.iDevice = i == rJob.iFailingWorker ? 99 : i;
+        const int iSize = i + 1 < iWorkers ? iRows : rJob.iY - iStart;
+        const JobShare aShare = {iStart, iSize, i, iWorkers, i == rJob.iFailingWorker ? 99 : i};
         if (!GetBackend()->SelectDevice(i) || !pJob->DoIt(aShare))
         {
             vstrErrors[i] = TakeDeviceError();
