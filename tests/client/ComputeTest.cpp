@@ -38,24 +38,18 @@ TEST(ClientCompute, EverySubsetSpreadsOverTheTiltRange)
     Words vuiAll(61);
     std::iota(vuiAll.begin(), vuiAll.end(), 0u);
     EXPECT_EQ(DivideIntoSubsets(61, 4), (Words{16, 15, 15, 15}));
-    for (const Words& rSizes :
-         {DivideIntoSubsets(61, 1), DivideIntoSubsets(61, 4), DivideIntoSubsets(61, 10),
-          DivideIntoSubsets(61, 61), Words{30, 20, 11}})
+    for (const Words& rSizes : {DivideIntoSubsets(61, 4), Words{30, 20, 11}})
     {
-        SCOPED_TRACE(testing::Message() << rSizes.size() << " subsets");
         const Words vuiList = InterleaveSubsets(vuiAll, vfAngles, rSizes);
         ASSERT_TRUE(
             std::is_permutation(vuiList.begin(), vuiList.end(), vuiAll.begin(), vuiAll.end()));
-        std::size_t tFirst = 0;
+        std::size_t tNext = 0;
         for (const std::uint32_t uiSize : rSizes)
         {
             Floats vfSet;
-            for (std::size_t i = tFirst; i < tFirst + uiSize; ++i)
-                vfSet.push_back(vfAngles[vuiList[i]]);
-            tFirst += uiSize;
+            for (; vfSet.size() < uiSize; ++tNext) vfSet.push_back(vfAngles[vuiList[tNext]]);
             std::sort(vfSet.begin(), vfSet.end());
-            // Neighbours in a subset are at most twice the even spacing apart.
-            for (std::size_t i = 1; i < vfSet.size(); ++i)
+            for (std::size_t i = 1; i < vfSet.size(); ++i)  // at most twice the even spacing
                 EXPECT_LE(vfSet[i] - vfSet[i - 1], 2 * 122.0f / float(uiSize));
         }
     }
@@ -68,16 +62,14 @@ TEST(ClientCompute, EverySubsetSpreadsOverTheTiltRange)
 
 TEST(ClientCompute, APlanIsWhatWasAskedFor)
 {
-    const auto Plan = [](const ReconRequest& rRequest, int iViews, std::string& rError)
-    {
-        ReconPlan aPlan;
-        return MakeReconPlan(rRequest, 6, 4, MakeAngles(iViews), aPlan, rError) ? aPlan
-                                                                                : ReconPlan();
-    };
+    ReconPlan aPlan;
     std::string strError;
+    const auto Plan = [&](const ReconRequest& rRequest, int iViews) {
+        EXPECT_TRUE(MakeReconPlan(rRequest, 6, 4, MakeAngles(iViews), aPlan, strError)) << strError;
+    };
     ReconRequest aRequest;
     aRequest.iThickness = 3;
-    ReconPlan aPlan = Plan(aRequest, 61, strError);
+    Plan(aRequest, 61);
     EXPECT_EQ(aPlan.aOptions.vuiSetSizes, DivideIntoSubsets(61, 10));
     EXPECT_EQ(aPlan.aSize.iVolX, 6);
     EXPECT_EQ(aPlan.DescribeMethod(), "SART, 10 iterations, 10 subsets");
@@ -86,7 +78,7 @@ TEST(ClientCompute, APlanIsWhatWasAskedFor)
     aRequest.iWidth = 9;
     aRequest.dSmoothSigma = 0.7;
     aRequest.iSmoothInterval = 5;
-    aPlan = Plan(aRequest, 5, strError);
+    Plan(aRequest, 5);
     EXPECT_EQ(aPlan.viViews, (std::vector<int>{0, 2, 3, 4}));
     EXPECT_EQ(aPlan.vfAngles, (Floats{-5, -1, 1, 3}));
     EXPECT_EQ(aPlan.vuiOrder, (Words{0, 2, 1, 3})) << "{-5, 1} and {-1, 3}";
@@ -103,51 +95,10 @@ TEST(ClientCompute, APlanIsWhatWasAskedFor)
     aRequest.bInterleave = false;
     aRequest.eMethod = EMethod::eEm;
     aRequest.iIterations = aRequest.iSmoothInterval = 1;
-    aPlan = Plan(aRequest, 5, strError);
+    Plan(aRequest, 5);
     EXPECT_EQ(aPlan.vfAngles, (Floats{-5, 1}));
     EXPECT_EQ(aPlan.vuiOrder, (Words{0, 1}));
     EXPECT_EQ(aPlan.DescribeMethod(), "EM, 1 iteration, 2 subsets, smoothed");
-
-    using Change = void (*)(ReconRequest&);
-    for (const auto& [Break, strReason] :
-         std::vector<std::pair<Change, std::string>>{
-             {[](ReconRequest& r) { r.viInclude = {5}; }, "include: view 6, but the stack has 5"},
-             {[](ReconRequest& r) {
-                  r.viExclude = {0, 1, 2, 3, 4};
-              },
-              "exclude: no view is left"},
-             {[](ReconRequest& r) { r.iSubsets = 6; }, "subsets: 6 subsets of 5 projections"},
-             {[](ReconRequest& r) {
-                  r.vuiSubsetSizes = {2, 2};
-              },
-              "subset-sizes: they add up to 4"},
-             {[](ReconRequest& r) {
-                  r.aRelax.vdFactors = {1, 0.5};
-              },
-              "relaxation: 2 relaxation factors for 10 iterations"},
-             {[](ReconRequest& r) { r.dSmoothSigma = r.iSmoothInterval = 4; },
-              "smooth: 10 iterations are no whole number of intervals of 4"},
-             {[](ReconRequest& r) {
-                  r.aBox = {0, 0, 1, 0};
-              },
-              "weight-box: the half sizes"},
-             {[](ReconRequest& r) {
-                  r.aBox = {0, 0, 0, 1};
-              },
-              "weight-box: the half sizes"},
-             {[](ReconRequest& r)
-              {
-                  r.dSmoothSigma = 1;
-                  r.eMethod = EMethod::eBackProj;
-              },
-              "smooth: back projection has no iterations"}})
-    {
-        ReconRequest aBad;
-        aBad.iThickness = 3;
-        Break(aBad);
-        EXPECT_TRUE(Plan(aBad, 5, strError).viViews.empty());
-        EXPECT_EQ(strError.rfind(strReason, 0), 0u) << strError << ", expected " << strReason;
-    }
 }
 
 TEST(ClientCompute, RelaxationAndSmoothingFollowTheirFormulas)

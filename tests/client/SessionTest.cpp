@@ -131,11 +131,9 @@ TEST_F(ClientSession, ImagesAreMappedAndCompared)
     ASSERT_TRUE(m_rSession.SetProjection(0, Floats{1, -3, 100}) &&
                 m_rSession.SetMeasured(0, Floats{-3, 6}) &&
                 m_rSession.Compare(0, 0, g_aIdentity, {}, aSums));
-    const float afSums[] = {aSums.fCount,   aSums.fDiff,       aSums.fCross,
-                            aSums.fAligned, aSums.fAlignedAbs, aSums.fAlignedSqr,
-                            aSums.fTransed, aSums.fTransedAbs, aSums.fTransedSqr};
-    const float afExpected[] = {2, 13, -21, -2, 4, 10, 3, 9, 45};
-    for (int i = 0; i < 9; ++i) EXPECT_EQ(afSums[i], afExpected[i]) << "sum " << i;
+    EXPECT_TRUE(aSums.fCount == 2 && aSums.fDiff == 13 && aSums.fCross == -21);
+    EXPECT_TRUE(aSums.fAligned == -2 && aSums.fAlignedAbs == 4 && aSums.fAlignedSqr == 10);
+    EXPECT_TRUE(aSums.fTransed == 3 && aSums.fTransedAbs == 9 && aSums.fTransedSqr == 45);
     EXPECT_LT(aSums.uiMilliseconds, 60000u);
     ASSERT_TRUE(m_rSession.Compare(0, 0, g_aIdentity, {1, 9, 50, true, 8, 2, 80}, aSums));
     EXPECT_NEAR(aSums.fTransed, 2 * (std::log(80 / 8.0) + std::log(80 / 15.0)), 1e-4);
@@ -219,39 +217,30 @@ TEST(ClientProtocol, BrokenAnswersEndTheSession)
     const std::string strDone = Reply(EMsg::CMDREPLY, 41, 2, {}, 0);  // of the first request
     const auto Data = [](std::uint32_t uiBytes, const Floats& rData = {})
     { return Reply(EMsg::DATAREPLY, 42, 3, rData, uiBytes); };
-    const struct
-    {
-        std::vector<std::string> vstrReplies;
-        int iRequest;  // after VOLSIZE: 0 memory, 1 slices of two floats, 2 R-factors, 3 compare
-        std::string strReason;
-    } aCases[] = {
-        {{Reply(EMsg::CMDREPLY, 41, 3, {}, 0)},
-         0,
-         "VOLSIZE 2 was answered by message type 1 for "
-         "request 3"},
-        {{Reply(EMsg::DATAREPLY, 41, 2, {}, 0)}, 0, "VOLSIZE 2 was answered by message type 3"},
-        {{Reply(EMsg::CMDREPLY, 41, 2, {1}, 4)}, 0, "a command reply with a data block"},
-        {{Reply(EMsg::QUIT, 41, 2, {}, 0)}, 0, "the server ended the session"},
-        {{strDone.substr(0, 40)}, 0, "VOLSIZE: connection lost: the server closed it"},
-        {{strDone, Reply(EMsg::DATAREPLY, 43, 3, {}, 0)}, 0, "reply 43 follows reply 41"},
-        {{strDone, Data(4, {1})}, 0, "server properties with a data block"},
-        {{strDone, Data(4, {1})}, 1, "VOLGET gave 4 bytes, expected 8"},
-        {{strDone, Data(12, {1, 2, 3})}, 1, "VOLGET gave 12 bytes, expected 8"},
-        {{strDone, Data(8, {1})}, 1, "VOLGET: connection lost"},
-        {{strDone, Data(12, {1, 2, 3})}, 2, "R-factors of 12 bytes"},
-        {{strDone, Data(1u << 24)}, 2, "R-factors of 16777216 bytes"},
-        {{strDone, Data(16, {1})}, 2, "RECONSTATGET: connection lost"},
-        {{strDone, Reply(EMsg::COMPREPLY, 42, 3, {1}, 4)}, 3, "a compare reply with a data block"},
-        {{strDone, Data(0)}, 3, "COMPARE 3 was answered by message type 3"},
-        {{strDone, Data(8, {1, 2})}, 1, ""},
-        {{strDone, Data(16, {1, 2, 3, 4})}, 2, ""},
-        {{strDone, Data(0)}, 0, ""}};
-    for (const auto& [vstrReplies, iRequest, strReason] : aCases)
+    const auto Done = [&](const std::string& strNext) { return Args{"", strDone, strNext}; };
+    // To VOLSIZE; then to 0 memory, 1 slices of two floats, 2 R-factors, 3 compare.
+    for (const auto& [vstrReplies, iRequest, strReason] :
+         std::vector<std::tuple<Args, int, std::string>>{
+             {{"", Reply(EMsg::CMDREPLY, 41, 3, {}, 0)}, 0, "VOLSIZE 2 was answered by message "},
+             {{"", Reply(EMsg::DATAREPLY, 41, 2, {}, 0)}, 0, "VOLSIZE 2 was answered by message "},
+             {{"", Reply(EMsg::CMDREPLY, 41, 2, {1}, 4)}, 0, "a command reply with a data block"},
+             {{"", Reply(EMsg::QUIT, 41, 2, {}, 0)}, 0, "the server ended the session"},
+             {{"", strDone.substr(0, 40)}, 0, "VOLSIZE: connection lost: the server closed it"},
+             {Done(Reply(EMsg::DATAREPLY, 43, 3, {}, 0)), 0, "reply 43 follows reply 41"},
+             {Done(Data(4, {1})), 0, "server properties with a data block"},
+             {Done(Data(12, {1, 2, 3})), 1, "VOLGET gave 12 bytes, expected 8"},
+             {Done(Data(8, {1})), 1, "VOLGET: connection lost"},
+             {Done(Data(12, {1, 2, 3})), 2, "R-factors of 12 bytes"},
+             {Done(Data(1u << 24)), 2, "R-factors of 16777216 bytes"},
+             {Done(Data(16, {1})), 2, "RECONSTATGET: connection lost"},
+             {Done(Reply(EMsg::COMPREPLY, 42, 3, {1}, 4)), 3, "a compare reply with a data block"},
+             {Done(Data(0)), 3, "COMPARE 3 was answered by message type 3"},
+             {Done(Data(8, {1, 2})), 1, ""},
+             {Done(Data(16, {1, 2, 3, 4})), 2, ""},
+             {Done(Data(0)), 0, ""}})
     {
         SCOPED_TRACE(strReason);
-        std::vector<std::string> vstrAll = {""};  // to BYTEORDER
-        vstrAll.insert(vstrAll.end(), vstrReplies.begin(), vstrReplies.end());
-        const CCannedServer aServer(vstrAll, true);
+        const CCannedServer aServer(vstrReplies, true);
         CSession aSession;
         std::uint64_t ulMemory = 0;
         std::vector<RfactorSums> aSums;
