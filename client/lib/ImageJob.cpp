@@ -84,7 +84,8 @@ bool CImageJob::Compare(const std::string& strName, const ShiftedMap& rMap, int 
     const CShiftSearch::EResult eResult = aSearch.Run(rMatch);
     if (eResult == CShiftSearch::EResult::eNothing)
         return mFail(
-            "no shift leaves a quarter of it to compare, or one of the images is constant");
+            strName +
+            ": no shift leaves a quarter of it to compare, or one of the images is constant");
     return eResult == CShiftSearch::EResult::eFound;  // else the server has said why
 }
 
