@@ -18,7 +18,7 @@ struct Closer
 };
 using File = std::unique_ptr<std::FILE, Closer>;
 
-std::size_t s_tAssumed = 0;
+std::size_t g_tAssumed = 0;
 
 /// First number of a file, or of its line that begins with pcKey; SIZE_MAX when there is none.
 std::size_t ReadNumber(const char* pcFile, const char* pcKey)
@@ -37,7 +37,7 @@ std::size_t ReadNumber(const char* pcFile, const char* pcKey)
 
 void Util_Memory::Assume(std::size_t tBytes)
 {
-    s_tAssumed = tBytes;
+    g_tAssumed = tBytes;
 }
 
 std::size_t Util_Memory::GetMachine()
@@ -49,7 +49,7 @@ std::size_t Util_Memory::GetMachine()
 
 std::size_t Util_Memory::GetAvailable()
 {
-    if (s_tAssumed != 0) return s_tAssumed;
+    if (g_tAssumed != 0) return g_tAssumed;
     const std::size_t tKiB = ReadNumber("/proc/meminfo", "MemAvailable:");
     if (tKiB != SIZE_MAX) return tKiB * 1024;
     // No /proc or no descriptor left: what is free at least.
@@ -60,7 +60,7 @@ std::size_t Util_Memory::GetAvailable()
 
 std::size_t Util_Memory::GetResident()
 {
-    if (s_tAssumed != 0) return 0;
+    if (g_tAssumed != 0) return 0;
     const File pFile(std::fopen("/proc/self/statm", "re"));
     unsigned long long ulSize = 0, ulResident = 0;
     if (!pFile || std::fscanf(pFile.get(), "%llu %llu", &ulSize, &ulResident) != 2) return 0;

@@ -9,7 +9,7 @@
 
 namespace
 {
-enum ExitCode
+enum EExitCode
 {
     eNoDevice = -1,
     eNoServer = -2,

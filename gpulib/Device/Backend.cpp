@@ -122,17 +122,17 @@ bool CBackend::Smooth(const SmoothParams& rP)
 
 namespace
 {
-std::unique_ptr<CBackend> s_pBackend;
+std::unique_ptr<CBackend> g_pBackend;
 }
 
 CBackend* GetBackend()
 {
-    return s_pBackend.get();
+    return g_pBackend.get();
 }
 
 std::unique_ptr<CBackend> SetBackend(std::unique_ptr<CBackend> pBackend)
 {
-    return std::exchange(s_pBackend, std::move(pBackend));
+    return std::exchange(g_pBackend, std::move(pBackend));
 }
 
 namespace

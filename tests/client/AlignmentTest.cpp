@@ -3,9 +3,9 @@
 #include <cmath>
 #include <numeric>
 
-#include "Alignment.h"
 #include "Files.h"
-#include "talven/Alignment.h"
+#include "talven/Schedule.h"
+#include "talven/SectionMaps.h"
 
 namespace talven::test
 {
@@ -41,7 +41,7 @@ TEST(Alignment, FiguresFollowFromTheSums)
     CompareSums aSums = {4, 11, 64, 10, 10, 30, 21, 21, 137, 0};
     EXPECT_NEAR(CalcCorrelation(aSums), 11.5 / std::sqrt(5 * 26.75), 1e-9);
     EXPECT_DOUBLE_EQ(CalcMeanDifference(aSums), 2.75);
-    aSums.m_fTransedSqr = 21 * 21 / 4.0f;  // t is constant
+    aSums.fTransedSqr = 21 * 21 / 4.0f;  // t is constant
     EXPECT_TRUE(std::isnan(CalcCorrelation(aSums)));
     EXPECT_TRUE(std::isnan(CalcCorrelation({})));
     EXPECT_TRUE(std::isnan(CalcMeanDifference({})));
@@ -64,46 +64,29 @@ TEST(Alignment, TheKernelIsANormalisedGaussian)
     for (const auto& [dSigma, iSize] : {std::pair{0.1, 3}, {1.0, 7}, {1.1, 9}})
     {
         const GaussianKernel aKernel = MakeGaussianKernel(dSigma);
-        ASSERT_EQ(aKernel.m_iSize, iSize);
+        ASSERT_EQ(aKernel.iSize, iSize);
         const auto tSize = static_cast<std::size_t>(iSize);
-        ASSERT_EQ(aKernel.m_vfValues.size(), tSize * tSize * tSize);
+        ASSERT_EQ(aKernel.vfValues.size(), tSize * tSize * tSize);
         double dSum = 0;
-        for (const float fValue : aKernel.m_vfValues) dSum += fValue;
+        for (const float fValue : aKernel.vfValues) dSum += fValue;
         EXPECT_NEAR(dSum, 1, 1e-6);
-        const std::size_t tMiddle = aKernel.m_vfValues.size() / 2;
-        const double dMiddle = aKernel.m_vfValues[tMiddle];
+        const std::size_t tMiddle = aKernel.vfValues.size() / 2;
+        const double dMiddle = aKernel.vfValues[tMiddle];
         for (const std::size_t tNext : {tMiddle + 1, tMiddle - tSize, tMiddle + tSize * tSize})
-            EXPECT_NEAR(aKernel.m_vfValues[tNext] / dMiddle, std::exp(-0.5 / dSigma / dSigma),
-                        1e-6);
+            EXPECT_NEAR(aKernel.vfValues[tNext] / dMiddle, std::exp(-0.5 / dSigma / dSigma), 1e-6);
     }
 }
 
 TEST(Alignment, OriginsDifferByTheCentres)
 {
-    MrcHeader aMeasured;
-    aMeasured.m_iX = 11;
-    aMeasured.m_iY = 21;
-    aMeasured.m_iZ = 1;
-    AlignmentArgs aArgs;
-    aArgs.m_strMatrix = "0,-1,1,0,0.5,0";  // a quarter turn
-    CAlignment aAlignment;
-    std::string strError;
-    ASSERT_TRUE(aAlignment.Make(aArgs, aMeasured, 5, 7, strError)) << strError;
-    const Affine aMap = aAlignment.GetMap(0);
+    const Affine aTurn = {0, -1, 1, 0, 0.5, 0};  // a quarter turn
+    const CSectionMaps aCentres({aTurn}, true, {5, 7}, {11, 21});
+    const Affine aMap = aCentres.GetMap(0);
     EXPECT_EQ(aMap[0] * 2 + aMap[1] * 3 + aMap[4], 5.5f) << "the centre lies on the centre";
     EXPECT_EQ(aMap[2] * 2 + aMap[3] * 3 + aMap[5], 10);
-    EXPECT_EQ(aAlignment.GetUserMatrix(0, 1, 2), (Affine{0, -1, 1, 0, 1.5, 2}));
-
-    aArgs.m_strOrigin = "corner";
-    ASSERT_TRUE(aAlignment.Make(aArgs, aMeasured, 5, 7, strError));
-    EXPECT_EQ(aAlignment.GetMap(0, 1, 2), (Affine{0, -1, 1, 0, 1.5, 2}));
-
-    for (const double dBad : {0.0, -1.0, 1e300, std::nan("")})
-    {
-        aArgs.m_bLog = true;
-        aArgs.m_dBeam = dBad;
-        EXPECT_FALSE(aAlignment.Make(aArgs, aMeasured, 5, 7, strError)) << dBad;
-    }
+    EXPECT_EQ(aCentres.GetOwnMap(0, 1, 2), (Affine{0, -1, 1, 0, 1.5, 2}));
+    const CSectionMaps aCorners({g_aIdentity, aTurn}, false, {5, 7}, {11, 21});
+    EXPECT_EQ(aCorners.GetMap(1, 1, 2), (Affine{0, -1, 1, 0, 1.5, 2}));
 }
 
 }  // namespace

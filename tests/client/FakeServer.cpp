@@ -47,12 +47,12 @@ bool SendAll(int iSocket, std::span<const std::byte> pData)
 
 std::vector<std::uint32_t> Message::GetWords() const
 {
-    return Reinterpret<std::uint32_t>(m_vcData);
+    return Reinterpret<std::uint32_t>(vcData);
 }
 
 std::vector<float> Message::GetFloats() const
 {
-    return Reinterpret<float>(m_vcData);
+    return Reinterpret<float>(vcData);
 }
 
 CFakeServer::CFakeServer(Faults aFaults) : m_aFaults(std::move(aFaults))
@@ -101,10 +101,9 @@ void CFakeServer::mServe()
     while (true)
     {
         Message aMessage;
-        if (!RecvAll(iClient, std::as_writable_bytes(std::span(aMessage.m_aHeader.m_auiFields))))
-            break;
-        aMessage.m_vcData.resize(aMessage.m_aHeader.GetDataBytes());
-        if (!RecvAll(iClient, aMessage.m_vcData)) break;
+        if (!RecvAll(iClient, std::as_writable_bytes(std::span(aMessage.aHeader.auiFields)))) break;
+        aMessage.vcData.resize(aMessage.aHeader.GetDataBytes());
+        if (!RecvAll(iClient, aMessage.vcData)) break;
         m_aMessages.push_back(aMessage);
         if (!mAnswer(aMessage)) break;
     }
@@ -113,10 +112,10 @@ void CFakeServer::mServe()
 
 bool CFakeServer::mAnswer(const Message& rMessage)
 {
-    const EMsg eType = rMessage.m_aHeader.GetType();
-    const auto& aF = rMessage.m_aHeader.m_auiFields;
-    if (eType == m_aFaults.m_eHangUpAt || eType == EMsg::QUIT) return false;
-    if (m_aFaults.m_aRefused.contains(eType))
+    const EMsg eType = rMessage.aHeader.GetType();
+    const auto& aF = rMessage.aHeader.auiFields;
+    if (eType == m_aFaults.eHangUpAt || eType == EMsg::QUIT) return false;
+    if (m_aFaults.aRefused.contains(eType))
     {
         if (eType == EMsg::COMPARE || eType == EMsg::COMPAREL) return mReplySums(rMessage, 1, {});
         const bool bData = eType == EMsg::VOLGET || eType == EMsg::PROJGET ||
@@ -134,14 +133,14 @@ bool CFakeServer::mAnswer(const Message& rMessage)
         std::copy_n(&aF[4], 3, m_auiVolume);
         break;
     case EMsg::PROJSET:
-        m_aProjs[aF[4]].assign(rMessage.m_vcData.begin() + 8 * std::ptrdiff_t(m_auiStack[1]),
-                               rMessage.m_vcData.end());
+        m_aProjs[aF[4]].assign(rMessage.vcData.begin() + 8 * std::ptrdiff_t(m_auiStack[1]),
+                               rMessage.vcData.end());
         break;
     case EMsg::MPROJSIZE:
         std::copy_n(&aF[4], 3, m_auiMeasured);
         break;
     case EMsg::MPROJSET:
-        m_aMeasured[aF[4]] = rMessage.m_vcData;
+        m_aMeasured[aF[4]] = rMessage.vcData;
         break;
     case EMsg::TRANSFORM:
     case EMsg::TRANSFORML:
@@ -161,8 +160,8 @@ bool CFakeServer::mAnswer(const Message& rMessage)
             MapImage(aMeasured, int(m_auiStack[0]), int(m_auiStack[1]), vfNumbers);
         if (bCompare)
             return mReplySums(rMessage, 0,
-                              SumImages(Reinterpret<float>(m_aProjs[aF[5]]), aMapped.m_vfPixels));
-        const auto pBytes = std::as_bytes(std::span(aMapped.m_vfPixels));
+                              SumImages(Reinterpret<float>(m_aProjs[aF[5]]), aMapped.vfPixels));
+        const auto pBytes = std::as_bytes(std::span(aMapped.vfPixels));
         m_aProjs[aF[5]].assign(pBytes.begin(), pBytes.end());
         break;
     }
@@ -192,19 +191,19 @@ bool CFakeServer::mAnswer(const Message& rMessage)
 bool CFakeServer::mReply(EMsg eType, const Message& rRequest, std::uint32_t uiStatus,
                          std::span<const std::byte> pData, std::uint32_t uiField6)
 {
-    const EMsg eRequest = rRequest.m_aHeader.GetType();
-    if (eRequest == m_aFaults.m_eSkipSerialAt) ++m_uiSerial;
+    const EMsg eRequest = rRequest.aHeader.GetType();
+    if (eRequest == m_aFaults.eSkipSerialAt) ++m_uiSerial;
     PacketHeader aReply;
-    aReply.m_auiFields = {
+    aReply.auiFields = {
         static_cast<std::uint32_t>(eType),
         m_uiSerial++,
         0,
         static_cast<std::uint32_t>(pData.size()),
-        rRequest.m_aHeader.GetSerial() + (eRequest == m_aFaults.m_eWrongParentAt ? 1 : 0),
+        rRequest.aHeader.GetSerial() + (eRequest == m_aFaults.eWrongParentAt ? 1 : 0),
         uiStatus,
         uiField6,
         1};
-    return SendAll(m_iClient, std::as_bytes(std::span(aReply.m_auiFields))) &&
+    return SendAll(m_iClient, std::as_bytes(std::span(aReply.auiFields))) &&
            SendAll(m_iClient, pData);
 }
 
@@ -212,19 +211,19 @@ bool CFakeServer::mReplySums(const Message& rRequest, std::uint32_t uiStatus,
                              const CompareSums& rSums)
 {
     PacketHeader aReply;
-    aReply.m_auiFields = {static_cast<std::uint32_t>(EMsg::COMPREPLY),
-                          m_uiSerial++,
-                          0,
-                          0,
-                          rRequest.m_aHeader.GetSerial(),
-                          uiStatus,
-                          7};
+    aReply.auiFields = {static_cast<std::uint32_t>(EMsg::COMPREPLY),
+                        m_uiSerial++,
+                        0,
+                        0,
+                        rRequest.aHeader.GetSerial(),
+                        uiStatus,
+                        7};
     int iField = 7;
     for (const float fSum :
-         {rSums.m_fAligned, rSums.m_fTransed, rSums.m_fAlignedSqr, rSums.m_fTransedSqr,
-          rSums.m_fCross, rSums.m_fAlignedAbs, rSums.m_fTransedAbs, rSums.m_fDiff, rSums.m_fCount})
+         {rSums.fAligned, rSums.fTransed, rSums.fAlignedSqr, rSums.fTransedSqr, rSums.fCross,
+          rSums.fAlignedAbs, rSums.fTransedAbs, rSums.fDiff, rSums.fCount})
         aReply.SetFloat(iField++, fSum);
-    return SendAll(m_iClient, std::as_bytes(std::span(aReply.m_auiFields)));
+    return SendAll(m_iClient, std::as_bytes(std::span(aReply.auiFields)));
 }
 
 }  // namespace talven::test

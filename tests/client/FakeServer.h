@@ -19,8 +19,8 @@ namespace talven::test
 /// What a client sent.
 struct Message
 {
-    PacketHeader m_aHeader;
-    std::vector<std::byte> m_vcData;
+    PacketHeader aHeader;
+    std::vector<std::byte> vcData;
 
     std::vector<std::uint32_t> GetWords() const;
     std::vector<float> GetFloats() const;
@@ -29,10 +29,10 @@ struct Message
 /// How the server misbehaves.
 struct Faults
 {
-    std::set<EMsg> m_aRefused;          ///< answered with "refused"
-    EMsg m_eHangUpAt = EMsg::LOG;       ///< the connection ends instead of this answer
-    EMsg m_eWrongParentAt = EMsg::LOG;  ///< answered as if to another request
-    EMsg m_eSkipSerialAt = EMsg::LOG;   ///< a reply before this one seems to be lost
+    std::set<EMsg> aRefused;          ///< answered with "refused"
+    EMsg eHangUpAt = EMsg::LOG;       ///< the connection ends instead of this answer
+    EMsg eWrongParentAt = EMsg::LOG;  ///< answered as if to another request
+    EMsg eSkipSerialAt = EMsg::LOG;   ///< a reply before this one seems to be lost
 };
 
 /// A server in a thread of the test that serves one client. It maps and compares images; its

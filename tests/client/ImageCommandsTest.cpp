@@ -14,7 +14,7 @@ namespace
 {
 
 using Args = std::vector<std::string>;
-constexpr int s_iX = 60, s_iY = 50;
+constexpr int g_iX = 60, g_iY = 50;
 
 /// A stack of two sections and one that is displaced against it, and the program at work on them.
 class ImageCommands : public testing::Test
@@ -22,16 +22,16 @@ class ImageCommands : public testing::Test
 protected:
     void SetUp() override
     {
-        mWrite("aligned.mrc", {MakeBlobs(s_iX, s_iY, 0, 0), MakeBlobs(s_iX, s_iY, 1, 1)});
-        mWrite("raw.mrc", {MakeBlobs(s_iX, s_iY, 3, -2), MakeBlobs(s_iX, s_iY, -3.5, 5)});
+        mWrite("aligned.mrc", {MakeBlobs(g_iX, g_iY, 0, 0), MakeBlobs(g_iX, g_iY, 1, 1)});
+        mWrite("raw.mrc", {MakeBlobs(g_iX, g_iY, 3, -2), MakeBlobs(g_iX, g_iY, -3.5, 5)});
         WriteFile(m_aDir / "out.mrc", "precious");
     }
     void mWrite(const std::string& strName, const std::vector<Image>& rImages) const
     {
         CMrcWriter aWriter;
-        ASSERT_TRUE(aWriter.Create(m_aDir / strName, rImages[0].m_iX, rImages[0].m_iY,
+        ASSERT_TRUE(aWriter.Create(m_aDir / strName, rImages[0].iX, rImages[0].iY,
                                    int(rImages.size()), 2, false, ""));
-        for (const Image& rImage : rImages) ASSERT_TRUE(aWriter.WriteSection(rImage.m_vfPixels));
+        for (const Image& rImage : rImages) ASSERT_TRUE(aWriter.WriteSection(rImage.vfPixels));
         ASSERT_TRUE(aWriter.Finish());
     }
     Outcome mRunAt(const CFakeServer& rServer, Args vstrArgs) const
@@ -70,9 +70,9 @@ TEST_F(ImageCommands, AShiftIsFoundAndTakenOut)
     const CFakeServer aCompares;
     const Outcome aFound =
         mRunAt(aCompares, mCompare({"--search", "8", "--write-matrices", m_aDir / "m.txt"}));
-    ASSERT_EQ(aFound.m_iExit, 0) << aFound.m_strErr;
-    EXPECT_NE(aFound.m_strOut.find("section 2: correlation 0.99"), std::string::npos)
-        << aFound.m_strOut;
+    ASSERT_EQ(aFound.iExit, 0) << aFound.strErr;
+    EXPECT_NE(aFound.strOut.find("section 2: correlation 0.99"), std::string::npos)
+        << aFound.strOut;
     std::vector<Affine> aMatrices;
     std::string strError;
     ASSERT_TRUE(ReadMatrices(m_aDir / "m.txt", aMatrices, strError)) << strError;
@@ -85,24 +85,24 @@ TEST_F(ImageCommands, AShiftIsFoundAndTakenOut)
     const CFakeServer aTransforms;
     const Outcome aDone =
         mRunAt(aTransforms, mTransform({"--matrices", m_aDir / "m.txt", "--json"}));
-    ASSERT_EQ(aDone.m_iExit, 0) << aDone.m_strErr;
+    ASSERT_EQ(aDone.iExit, 0) << aDone.strErr;
     const std::vector<float> vfOut = mReadOutput(1);
-    const Image aTruth = MakeBlobs(s_iX, s_iY, 1, 1);
+    const Image aTruth = MakeBlobs(g_iX, g_iY, 1, 1);
     int iMissing = 0;
     for (std::size_t i = 0; i < vfOut.size(); ++i)
     {
         iMissing += vfOut[i] < -1e15f;
         if (vfOut[i] > -1e15f)
         {
-            EXPECT_NEAR(vfOut[i], aTruth.m_vfPixels[i], 0.8) << i;
+            EXPECT_NEAR(vfOut[i], aTruth.vfPixels[i], 0.8) << i;
         }
     }
     EXPECT_NEAR(iMissing, 60 * 50 - 55 * 46, 60 + 50) << "rows and columns that were moved out";
     CMrcReader aReader;
     ASSERT_TRUE(aReader.Open(m_aDir / "out.mrc"));
-    EXPECT_GT(aReader.GetHeader().m_fMin, 99) << "missing pixels are no values";
-    EXPECT_NEAR(aReader.GetHeader().m_fMean, 101, 3);
-    EXPECT_NEAR(aReader.GetHeader().m_dPixel, 2, 1e-6);
+    EXPECT_GT(aReader.GetHeader().fMin, 99) << "missing pixels are no values";
+    EXPECT_NEAR(aReader.GetHeader().fMean, 101, 3);
+    EXPECT_NEAR(aReader.GetHeader().dPixel, 2, 1e-6);
 }
 
 TEST_F(ImageCommands, AnOutputOfAnotherSizeKeepsItsCentre)
@@ -110,10 +110,10 @@ TEST_F(ImageCommands, AnOutputOfAnotherSizeKeepsItsCentre)
     const CFakeServer aServer;
     const Outcome aOutcome = mRunAt(
         aServer, mTransform({"--size", "20,10", "--gain", "2", "--offset", "-7", "--most", "205"}));
-    ASSERT_EQ(aOutcome.m_iExit, 0) << aOutcome.m_strErr;
+    ASSERT_EQ(aOutcome.iExit, 0) << aOutcome.strErr;
     const std::vector<float> vfOut = mReadOutput(0);
     ASSERT_EQ(vfOut.size(), 200u);
-    const Image aRaw = MakeBlobs(s_iX, s_iY, 3, -2);
+    const Image aRaw = MakeBlobs(g_iX, g_iY, 3, -2);
     for (int y = 0; y < 10; ++y)
         for (int x = 0; x < 20; ++x)
             EXPECT_NEAR(vfOut[std::size_t(y * 20 + x)],
@@ -125,32 +125,30 @@ TEST_F(ImageCommands, CountsBecomeTheLogarithmOfTheBeamOverThem)
     const CFakeServer aServer;
     const Outcome aOutcome =
         mRunAt(aServer, mTransform({"--log", "--beam", "500", "--least", "101", "--factor", "3"}));
-    ASSERT_EQ(aOutcome.m_iExit, 0) << aOutcome.m_strErr;
+    ASSERT_EQ(aOutcome.iExit, 0) << aOutcome.strErr;
     const std::vector<float> vfOut = mReadOutput(0);
-    const Image aRaw = MakeBlobs(s_iX, s_iY, 3, -2);
+    const Image aRaw = MakeBlobs(g_iX, g_iY, 3, -2);
     for (std::size_t i = 0; i < vfOut.size(); ++i)
-        EXPECT_NEAR(vfOut[i], 3 * std::log(500 / std::max(101.0, double(aRaw.m_vfPixels[i]))),
-                    1e-4);
+        EXPECT_NEAR(vfOut[i], 3 * std::log(500 / std::max(101.0, double(aRaw.vfPixels[i]))), 1e-4);
 }
 
 TEST_F(ImageCommands, ComparesWhatTheScaleMakesOfTheImages)
 {
     // A logarithm of the measured image, and the same in the aligned one: nothing is left.
-    Image aLog = MakeBlobs(s_iX, s_iY, 3, -2);
-    for (float& rPixel : aLog.m_vfPixels) rPixel = 40 * std::log(800 / rPixel);
-    mWrite("raw.mrc", {MakeBlobs(s_iX, s_iY, 3, -2)});
-    aLog.m_vfPixels[5] = -1e30f;
+    Image aLog = MakeBlobs(g_iX, g_iY, 3, -2);
+    for (float& rPixel : aLog.vfPixels) rPixel = 40 * std::log(800 / rPixel);
+    mWrite("raw.mrc", {MakeBlobs(g_iX, g_iY, 3, -2)});
+    aLog.vfPixels[5] = -1e30f;
     mWrite("aligned.mrc", {aLog});
     const CFakeServer aServer;
     const Outcome aOutcome =
         mRunAt(aServer, mCompare({"--log", "--beam", "800", "--factor", "40", "--json"}));
-    ASSERT_EQ(aOutcome.m_iExit, 0) << aOutcome.m_strErr;
-    EXPECT_NE(aOutcome.m_strOut.find("\"correlation\": 0.99"), std::string::npos)
-        << aOutcome.m_strOut;
-    EXPECT_NE(aOutcome.m_strOut.find("\"count\": 3000.0"), std::string::npos);
-    const std::size_t tAt = aOutcome.m_strOut.find("\"mean_difference\": ");
+    ASSERT_EQ(aOutcome.iExit, 0) << aOutcome.strErr;
+    EXPECT_NE(aOutcome.strOut.find("\"correlation\": 0.99"), std::string::npos) << aOutcome.strOut;
+    EXPECT_NE(aOutcome.strOut.find("\"count\": 3000.0"), std::string::npos);
+    const std::size_t tAt = aOutcome.strOut.find("\"mean_difference\": ");
     ASSERT_NE(tAt, std::string::npos);
-    EXPECT_LT(std::atof(&aOutcome.m_strOut[tAt + 19]), 0.01) << aOutcome.m_strOut;
+    EXPECT_LT(std::atof(&aOutcome.strOut[tAt + 19]), 0.01) << aOutcome.strOut;
 }
 
 TEST_F(ImageCommands, ViewDrawsSlicesAlongEveryAxis)
@@ -163,8 +161,8 @@ TEST_F(ImageCommands, ViewDrawsSlicesAlongEveryAxis)
         Args vstrArgs = {"view", m_aDir / "raw.mrc", "-o", m_aDir / "v.png", "--json"};
         vstrArgs.insert(vstrArgs.end(), rMore.begin(), rMore.end());
         const Outcome aOutcome = RunProgram(m_aDir, vstrArgs);
-        ASSERT_EQ(aOutcome.m_iExit, 0) << aOutcome.m_strErr;
-        EXPECT_NE(aOutcome.m_strOut.find("\"white\": 1"), std::string::npos) << aOutcome.m_strOut;
+        ASSERT_EQ(aOutcome.iExit, 0) << aOutcome.strErr;
+        EXPECT_NE(aOutcome.strOut.find("\"white\": 1"), std::string::npos) << aOutcome.strOut;
         EXPECT_EQ(ReadFile(m_aDir / "v.png").substr(1, 3), "PNG");
         std::filesystem::remove(m_aDir / "v.png");
     }
@@ -173,17 +171,19 @@ TEST_F(ImageCommands, ViewDrawsSlicesAlongEveryAxis)
 TEST_F(ImageCommands, RefuseWhatCannotWork)
 {
     WriteFile(m_aDir / "one.txt", "1 0 0 1 0 0\n");
-    Image aHole = MakeBlobs(s_iX, s_iY, 0, 0);
-    aHole.m_vfPixels[7] = -1e30f;
+    Image aHole = MakeBlobs(g_iX, g_iY, 0, 0);
+    aHole.vfPixels[7] = -1e30f;
     mWrite("hole.mrc", {aHole});
     const std::string strHole = m_aDir / "hole.mrc", strOut = m_aDir / "out.mrc";
     const struct
     {
-        Args m_vstrArgs;
-        std::string m_strReason;
-        int m_iExit;
+        Args vstrArgs;
+        std::string strReason;
+        int iExit;
     } aCases[] = {
         {mTransform({"--matrices", m_aDir / "one.txt"}), "1 matrix, but the stack has 2", 1},
+        {mTransform({"--matrices", m_aDir / "TS.Xf"}), "TS.Xf: an .xf file tells where measured",
+         1},
         {mTransform({"--matrix", "1,0,0,1,0,1e60"}), "too large", 1},
         {mTransform({"--size", "20"}), "expected X,Y", 1},
         {mTransform({"--log", "--beam", "-1"}), "above 0", 1},

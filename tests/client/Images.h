@@ -10,16 +10,16 @@
 namespace talven::test
 {
 
-/// Shape [m_iY][m_iX].
+/// Shape [iY][iX].
 struct Image
 {
-    int m_iX, m_iY;
-    std::vector<float> m_vfPixels;
+    int iX, iY;
+    std::vector<float> vfPixels;
 
-    double At(int iX, int iY) const
+    double At(int x, int y) const
     {
-        return m_vfPixels[std::size_t(std::clamp(iY, 0, m_iY - 1)) * std::size_t(m_iX) +
-                          std::size_t(std::clamp(iX, 0, m_iX - 1))];
+        return vfPixels[std::size_t(std::clamp(y, 0, iY - 1)) * std::size_t(iX) +
+                        std::size_t(std::clamp(x, 0, iX - 1))];
     }
 };
 
@@ -38,24 +38,24 @@ inline Image MakeBlobs(int iX, int iY, double dX, double dY)
                 const double dWidth = 1.5 + 0.4 * (i % 4);
                 dSum += (5 + i) * std::exp(-(dU * dU + dV * dV) / (2 * dWidth * dWidth));
             }
-            aImage.m_vfPixels.push_back(static_cast<float>(dSum));
+            aImage.vfPixels.push_back(static_cast<float>(dSum));
         }
     return aImage;
 }
 
 /// The image on a grid of iX x iY; the numbers are the matrix and a scale of three or six.
-inline Image MapImage(const Image& rMeasured, int iX, int iY, std::span<const float> pfNumbers)
+inline Image MapImage(const Image& rMeasured, int iX, int iY, std::span<const float> fNumbers)
 {
-    const auto At = [&](std::size_t i) { return double(pfNumbers[i]); };
+    const auto At = [&](std::size_t i) { return double(fNumbers[i]); };
     Image aResult = {iX, iY, {}};
     for (int y = 0; y < iY; ++y)
         for (int x = 0; x < iX; ++x)
         {
             const double dU = At(0) * x + At(1) * y + At(4);
             const double dV = At(2) * x + At(3) * y + At(5);
-            if (!(dU >= 0 && dV >= 0 && dU <= rMeasured.m_iX - 1 && dV <= rMeasured.m_iY - 1))
+            if (!(dU >= 0 && dV >= 0 && dU <= rMeasured.iX - 1 && dV <= rMeasured.iY - 1))
             {
-                aResult.m_vfPixels.push_back(-1e30f);
+                aResult.vfPixels.push_back(-1e30f);
                 continue;
             }
             const int iU = static_cast<int>(dU);
@@ -67,20 +67,20 @@ inline Image MapImage(const Image& rMeasured, int iX, int iY, std::span<const fl
                        rMeasured.At(iU + 1, iRow) * dFractionU;
             };
             double dValue = At(6) * (Row(iV) * (1 - dFractionV) + Row(iV + 1) * dFractionV) + At(7);
-            if (pfNumbers.size() == 12)
+            if (fNumbers.size() == 12)
                 dValue = At(10) * (std::log(At(11)) - std::log(std::max(At(9), dValue)));
-            aResult.m_vfPixels.push_back(static_cast<float>(std::min(dValue, At(8))));
+            aResult.vfPixels.push_back(static_cast<float>(std::min(dValue, At(8))));
         }
     return aResult;
 }
 
-inline CompareSums SumImages(std::span<const float> pfAligned, std::span<const float> pfTransed)
+inline CompareSums SumImages(std::span<const float> fAligned, std::span<const float> fTransed)
 {
     double adSums[9] = {};
-    for (std::size_t i = 0; i < pfAligned.size(); ++i)
+    for (std::size_t i = 0; i < fAligned.size(); ++i)
     {
-        const double dA = pfAligned[i];
-        const double dT = pfTransed[i];
+        const double dA = fAligned[i];
+        const double dT = fTransed[i];
         if (dT < -1e15) continue;
         const double adMore[9] = {1,  std::fabs(dA - dT), dA * dT, dA, std::fabs(dA), dA * dA,
                                   dT, std::fabs(dT),      dT * dT};

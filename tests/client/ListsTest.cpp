@@ -1,7 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "Lists.h"
-#include "ServerLink.h"
+#include "talven/Memory.h"
+#include "talven/ServerLink.h"
 
 namespace talven::test
 {
@@ -23,8 +24,8 @@ TEST(Lists, RelaxationTable)
 {
     const struct
     {
-        const char* m_pcText;
-        std::vector<float> m_vfExpected;  // of 3 iterations and 2 subsets; empty: refused
+        const char* pcText;
+        std::vector<float> vfExpected;  // of 3 iterations and 2 subsets; empty: refused
     } aCases[] = {{"0.5", {0.5, 0.5, 0.5, 0.5, 0.5, 0.5}},
                   {"1,0.5,0.25", {1, 1, 0.5, 0.5, 0.25, 0.25}},
                   {"0.8:0.5", {0.8f, 0.8f, 0.4f, 0.4f, 0.2f, 0.2f}},
@@ -36,11 +37,11 @@ TEST(Lists, RelaxationTable)
                   {"1:2:3", {}}};
     for (const auto& [pcText, vfExpected] : aCases)
     {
-        CRelaxation aRelaxation;
+        Relaxation aRelaxation;
         std::vector<float> vfTable;
         std::string strError;
-        const bool bGood =
-            aRelaxation.Parse(pcText, strError) && aRelaxation.MakeTable(3, 2, vfTable, strError);
+        const bool bGood = ParseRelaxation(pcText, aRelaxation, strError) &&
+                           MakeRelaxTable(aRelaxation, 3, 2, vfTable, strError);
         EXPECT_EQ(bGood, !vfExpected.empty()) << pcText;
         EXPECT_EQ(bGood ? vfTable : vfExpected, vfExpected) << pcText;
         EXPECT_EQ(strError.empty(), bGood) << pcText;
@@ -65,9 +66,9 @@ TEST(Lists, Server)
 {
     const struct
     {
-        const char* m_pcText;
-        const char* m_pcHost;  // null: refused
-        int m_iPort;
+        const char* pcText;
+        const char* pcHost;  // null: refused
+        int iPort;
     } aCases[] = {{"box:7000", "box", 7000},
                   {"box", "box", 20248},
                   {"[::1]:80", "::1", 80},
@@ -92,16 +93,15 @@ TEST(Lists, Server)
 
 TEST(Lists, JobsBeyondTheLimitsAreRefused)
 {
-    const ServerOptions aRemote = {"somewhere:1", 0, ""};
     std::string strError;
-    EXPECT_TRUE(CheckJobSize({1024, 1024, 61, 1024, 256}, aRemote, strError)) << strError;
-    EXPECT_TRUE(CheckJobSize({1024, 1024, 61, 1024, 2047}, aRemote, strError)) << strError;
-    EXPECT_FALSE(CheckJobSize({1024, 1024, 61, 1024, 2048}, aRemote, strError));
-    EXPECT_FALSE(CheckJobSize({4096, 4096, 128, 64, 64}, aRemote, strError));
-    EXPECT_FALSE(CheckJobSize({1 << 24, 1 << 24, 1, 2147483647, 2147483647}, aRemote, strError));
+    EXPECT_TRUE(CheckJobSize({1024, 1024, 61, 1024, 256}, false, strError)) << strError;
+    EXPECT_TRUE(CheckJobSize({1024, 1024, 61, 1024, 2047}, false, strError)) << strError;
+    EXPECT_FALSE(CheckJobSize({1024, 1024, 61, 1024, 2048}, false, strError));
+    EXPECT_FALSE(CheckJobSize({4096, 4096, 128, 64, 64}, false, strError));
+    EXPECT_FALSE(CheckJobSize({1 << 24, 1 << 24, 1, 2147483647, 2147483647}, false, strError));
     if (GetFreeMemory() == 0 || GetFreeMemory() > (std::uint64_t(15) << 30))
         GTEST_SKIP() << "memory of this machine is unknown or holds any job";
-    EXPECT_FALSE(CheckJobSize({1024, 1023, 2047, 1024, 2047}, {}, strError));
+    EXPECT_FALSE(CheckJobSize({1024, 1023, 2047, 1024, 2047}, true, strError));
     EXPECT_NE(strError.find("free"), std::string::npos) << strError;
 }
 

@@ -69,8 +69,8 @@ private:
 std::vector<float> ReadAll(CMrcReader& rReader)
 {
     const std::size_t tSection = rReader.GetHeader().GetSectionPixels();
-    std::vector<float> vfAll(tSection * std::size_t(rReader.GetHeader().m_iZ));
-    for (int z = 0; z < rReader.GetHeader().m_iZ; ++z)
+    std::vector<float> vfAll(tSection * std::size_t(rReader.GetHeader().iZ));
+    for (int z = 0; z < rReader.GetHeader().iZ; ++z)
         EXPECT_TRUE(
             rReader.ReadSection(z, std::span(vfAll).subspan(std::size_t(z) * tSection, tSection)))
             << rReader.GetError();
@@ -89,7 +89,7 @@ TEST(Mrc, ReadsEveryModeInBothByteOrders)
             WriteFile(strPath, rBytes.Get());
             CMrcReader aReader;
             ASSERT_TRUE(aReader.Open(strPath)) << aReader.GetError();
-            EXPECT_NEAR(aReader.GetHeader().m_dPixel, 2.5, 1e-6);
+            EXPECT_NEAR(aReader.GetHeader().dPixel, 2.5, 1e-6);
             EXPECT_EQ(ReadAll(aReader), vfExpected);
         };
         using Bytes = CMrcBytes;
@@ -121,7 +121,7 @@ TEST(Mrc, SaysWhatIsWrongWithAFile)
     const std::string strData(2 * 3 * 2 * 2, 'x');
     const struct
     {
-        std::string m_strBytes, m_strReason;
+        std::string strBytes, strReason;
     } aCases[] = {
         {"", "not an MRC file"},
         {std::string(5000, 'A'), "not an MRC file"},
@@ -193,12 +193,12 @@ TEST(Mrc, WritesWhatItReadsWithStatistics)
     CMrcReader aReader;
     ASSERT_TRUE(aReader.Open(strPath)) << aReader.GetError();
     const MrcHeader& rHeader = aReader.GetHeader();
-    EXPECT_EQ(rHeader.m_fMin, *std::min_element(vfAll.begin(), vfAll.end()));
-    EXPECT_EQ(rHeader.m_fMax, *std::max_element(vfAll.begin(), vfAll.end()));
-    EXPECT_NEAR(rHeader.m_fMean, dMean, 1e-6 * dMean);
-    EXPECT_NEAR(rHeader.m_fRms, std::sqrt(dSquares / double(vfAll.size())), 1e-4);
-    EXPECT_NEAR(rHeader.m_dPixel, 3.25, 1e-6);
-    EXPECT_TRUE(rHeader.m_bVolume);
+    EXPECT_EQ(rHeader.fMin, *std::min_element(vfAll.begin(), vfAll.end()));
+    EXPECT_EQ(rHeader.fMax, *std::max_element(vfAll.begin(), vfAll.end()));
+    EXPECT_NEAR(rHeader.fMean, dMean, 1e-6 * dMean);
+    EXPECT_NEAR(rHeader.fRms, std::sqrt(dSquares / double(vfAll.size())), 1e-4);
+    EXPECT_NEAR(rHeader.dPixel, 3.25, 1e-6);
+    EXPECT_TRUE(rHeader.bVolume);
     EXPECT_EQ(ReadAll(aReader), vfAll);
 
     const std::string strBytes = ReadFile(strPath);

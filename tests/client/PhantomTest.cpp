@@ -3,7 +3,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "PhantomModel.h"
+#include "talven/Phantom.h"
 
 namespace talven::test
 {

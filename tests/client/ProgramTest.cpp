@@ -58,7 +58,7 @@ protected:
     std::string m_strThickness = "3";
     std::string m_strTilts = m_aDir / "ts.mrc", m_strAngles = m_aDir / "ts.tlt",
                 m_strOut = m_aDir / "rec.mrc";
-    static constexpr std::size_t s_tFiles = 5;  // those three, standard output and error
+    static constexpr std::size_t g_tFiles = 5;  // those three, standard output and error
 };
 
 TEST_F(Program, WritesTheVolumeAndAllFurtherResults)
@@ -79,11 +79,10 @@ TEST_F(Program, WritesTheVolumeAndAllFurtherResults)
         mArgsAt(aServer, {"--iterations", "4", "--subsets", "2", "--exclude", "2", "--preview",
                           m_aDir / "p.png", "--rfactor-plot", m_aDir / "r.png", "--rfactors",
                           m_aDir / "r.csv", "--reference", m_aDir / "truth.mrc", "--json"}));
-    ASSERT_EQ(aOutcome.m_iExit, 0) << aOutcome.m_strErr;
-    EXPECT_EQ(aOutcome.m_strErr, "");
-    EXPECT_EQ(aOutcome.m_strOut.front(), '{');
-    EXPECT_NE(aOutcome.m_strOut.find("\"correlation\": 1.0"), std::string::npos)
-        << aOutcome.m_strOut;
+    ASSERT_EQ(aOutcome.iExit, 0) << aOutcome.strErr;
+    EXPECT_EQ(aOutcome.strErr, "");
+    EXPECT_EQ(aOutcome.strOut.front(), '{');
+    EXPECT_NE(aOutcome.strOut.find("\"correlation\": 1.0"), std::string::npos) << aOutcome.strOut;
     EXPECT_EQ(ReadFile(m_aDir / "p.png").substr(1, 3), "PNG");
     EXPECT_EQ(ReadFile(m_aDir / "r.png").substr(1, 3), "PNG");
     EXPECT_EQ(ReadFile(m_aDir / "r.csv"), "iteration,rfactor\n1,1\n2,0.5\n3,0.333333\n4,0.25\n");
@@ -93,12 +92,12 @@ TEST_F(Program, WritesTheVolumeAndAllFurtherResults)
     std::vector<float> vfSection(24);
     ASSERT_TRUE(aReader.ReadSection(2, vfSection));
     EXPECT_EQ(vfSection[5], 2005);
-    EXPECT_NEAR(aReader.GetHeader().m_dPixel, 2, 1e-6);
+    EXPECT_NEAR(aReader.GetHeader().dPixel, 2, 1e-6);
 
     // Views 1, 3, 4, 5 were sent; the subsets are {-40, 20} and {0, 40}.
     for (const Message& rMessage : aServer.WaitForMessages())
     {
-        const EMsg eType = rMessage.m_aHeader.GetType();
+        const EMsg eType = rMessage.aHeader.GetType();
         if (eType == EMsg::PROJSIZE)
         {
             EXPECT_EQ(rMessage.GetFloats(), (std::vector<float>{-40, 0, 0, 0, 20, 0, 40, 0}));
@@ -107,7 +106,7 @@ TEST_F(Program, WritesTheVolumeAndAllFurtherResults)
         {
             EXPECT_EQ(rMessage.GetWords(), (std::vector<std::uint32_t>{0, 2, 1, 3}));
         }
-        if (eType == EMsg::PROJSET && rMessage.m_aHeader.m_auiFields[4] == 1)
+        if (eType == EMsg::PROJSET && rMessage.aHeader.auiFields[4] == 1)
         {
             EXPECT_EQ(rMessage.GetFloats().back(), 2);
         }
@@ -118,13 +117,13 @@ TEST_F(Program, SmoothsWithANormalisedGaussian)
 {
     CFakeServer aServer;
     const Outcome aOutcome = RunProgram(m_aDir, mArgsAt(aServer, {"--smooth", "0.7,5"}));
-    ASSERT_EQ(aOutcome.m_iExit, 0) << aOutcome.m_strErr;
+    ASSERT_EQ(aOutcome.iExit, 0) << aOutcome.strErr;
     bool bSent = false;
     for (const Message& rMessage : aServer.WaitForMessages())
     {
-        if (rMessage.m_aHeader.GetType() != EMsg::SMOOTHOPT) continue;
+        if (rMessage.aHeader.GetType() != EMsg::SMOOTHOPT) continue;
         bSent = true;
-        const auto& aF = rMessage.m_aHeader.m_auiFields;
+        const auto& aF = rMessage.aHeader.auiFields;
         EXPECT_EQ(std::vector<std::uint32_t>(&aF[4], &aF[8]),
                   (std::vector<std::uint32_t>{5, 7, 7, 7}));
         const std::vector<float> vfKernel = rMessage.GetFloats();
@@ -142,8 +141,8 @@ TEST_F(Program, RefusesWhatCannotWork)
     const std::string strText = m_strAngles;
     const struct
     {
-        std::vector<std::string> m_vstrArgs;
-        std::string m_strReason;
+        std::vector<std::string> vstrArgs;
+        std::string strReason;
     } aCases[] = {
         {{"reconstruct", "--tilts", m_aDir / "no.mrc", "--angles", m_strAngles, "-o", m_strOut,
           "--thickness", "3"},
@@ -171,7 +170,7 @@ TEST_F(Program, RefusesWhatCannotWork)
         SCOPED_TRACE(strReason);
         const Outcome aOutcome = RunProgram(m_aDir, vstrArgs);
         ExpectFailure(aOutcome, strReason);
-        mExpectUntouched(s_tFiles + 1);
+        mExpectUntouched(g_tFiles + 1);
     }
 }
 
@@ -190,10 +189,10 @@ TEST_F(Program, WrongUsageHasItsOwnExitCode)
     {
         SCOPED_TRACE(rMore.front());
         ExpectFailure(RunProgram(m_aDir, mArgs(rMore)), "", 2);
-        mExpectUntouched(s_tFiles);
+        mExpectUntouched(g_tFiles);
     }
     ExpectFailure(RunProgram(m_aDir, {}), "", 2);
-    EXPECT_EQ(RunProgram(m_aDir, {"reconstruct", "--help"}).m_iExit, 0);
+    EXPECT_EQ(RunProgram(m_aDir, {"reconstruct", "--help"}).iExit, 0);
 }
 
 TEST_F(Program, TheDocumentationShowsItsHelp)
@@ -202,7 +201,7 @@ TEST_F(Program, TheDocumentationShowsItsHelp)
     for (const char* pcCommand :
          {"reconstruct", "reproject", "transform", "compare", "view", "info", "phantom", "serve"})
     {
-        const std::string strHelp = RunProgram(m_aDir, {pcCommand, "--help"}).m_strOut;
+        const std::string strHelp = RunProgram(m_aDir, {pcCommand, "--help"}).strOut;
         EXPECT_NE(strDocument.find("```text\n" + strHelp + "```\n"), std::string::npos)
             << "scripts/update-cli-docs puts the help of " << pcCommand << " into docs/cli.md";
     }
@@ -215,10 +214,10 @@ TEST_F(Program, AServerThatLeavesOrRefusesIsAFailure)
         SCOPED_TRACE(GetMsgName(eMsg));
         const CFakeServer aLeaves(Faults{{}, eMsg});
         ExpectFailure(RunProgram(m_aDir, mArgsAt(aLeaves)), "connection lost");
-        mExpectUntouched(s_tFiles);
+        mExpectUntouched(g_tFiles);
         const CFakeServer aRefuses(Faults{{eMsg}});
         ExpectFailure(RunProgram(m_aDir, mArgsAt(aRefuses)), "refused by the server");
-        mExpectUntouched(s_tFiles);
+        mExpectUntouched(g_tFiles);
     }
 }
 
@@ -227,7 +226,7 @@ TEST_F(Program, AFullDiskIsAFailure)
     const CFakeServer aServer;
     m_strThickness = "300";
     ExpectFailure(RunProgram(m_aDir, mArgsAt(aServer), {}, 20000), "File too large");
-    mExpectUntouched(s_tFiles);
+    mExpectUntouched(g_tFiles);
 }
 
 TEST_F(Program, APrivateServerThatCannotStartIsAFailure)
@@ -241,7 +240,7 @@ TEST_F(Program, APrivateServerThatCannotStartIsAFailure)
                   "talven-server did not start: GPU devices are not found.");
     ExpectFailure(RunProgram(m_aDir, mArgs(), {"TALVEN_SERVER=/no/such/server"}), "cannot run");
     EXPECT_TRUE(std::filesystem::is_empty(strTmp)) << "a directory was left behind";
-    mExpectUntouched(s_tFiles + 2);
+    mExpectUntouched(g_tFiles + 2);
 }
 
 TEST_F(Program, ReprojectsAndDescribesAServer)
@@ -249,8 +248,8 @@ TEST_F(Program, ReprojectsAndDescribesAServer)
     CFakeServer aServer;
     const Outcome aInfo =
         RunProgram(m_aDir, {"info", "--server", "127.0.0.1:" + std::to_string(aServer.GetPort())});
-    EXPECT_EQ(aInfo.m_iExit, 0) << aInfo.m_strErr;
-    EXPECT_NE(aInfo.m_strOut.find("5.9 GiB"), std::string::npos) << aInfo.m_strOut;
+    EXPECT_EQ(aInfo.iExit, 0) << aInfo.strErr;
+    EXPECT_NE(aInfo.strOut.find("5.9 GiB"), std::string::npos) << aInfo.strOut;
 }
 
 }  // namespace

@@ -44,8 +44,8 @@ std::vector<float> ReadPixels(const std::string& strPath)
     CMrcReader aReader;
     EXPECT_TRUE(aReader.Open(strPath)) << aReader.GetError();
     const std::size_t tSection = aReader.GetHeader().GetSectionPixels();
-    std::vector<float> vfAll(tSection * std::size_t(aReader.GetHeader().m_iZ));
-    for (int z = 0; z < aReader.GetHeader().m_iZ; ++z)
+    std::vector<float> vfAll(tSection * std::size_t(aReader.GetHeader().iZ));
+    for (int z = 0; z < aReader.GetHeader().iZ; ++z)
         EXPECT_TRUE(
             aReader.ReadSection(z, std::span(vfAll).subspan(std::size_t(z) * tSection, tSection)));
     return vfAll;
@@ -73,7 +73,7 @@ protected:
     Outcome mRun(const Args& rArgs) const
     {
         const Outcome aOutcome = RunProgram(m_aDir, rArgs, mEnvironment());
-        EXPECT_EQ(aOutcome.m_iExit, 0) << aOutcome.m_strErr;
+        EXPECT_EQ(aOutcome.iExit, 0) << aOutcome.strErr;
         return aOutcome;
     }
     Args mArgs(const std::string& strOut, const Args& rMore = {}) const
@@ -93,7 +93,7 @@ protected:
     nlohmann::json mReconstruct(const std::string& strOut, Args vstrMore) const
     {
         vstrMore.insert(vstrMore.end(), {"--json", "--reference", m_aDir / "ph_truth.mrc"});
-        return nlohmann::json::parse(mRun(mArgs(strOut, vstrMore)).m_strOut, nullptr, false);
+        return nlohmann::json::parse(mRun(mArgs(strOut, vstrMore)).strOut, nullptr, false);
     }
     /// A job of minutes, and the private server that does it.
     pid_t mStartLongJob(pid_t& rServer) const
@@ -187,11 +187,11 @@ TEST_F(Reconstruct, ADriftIsFoundTakenOutAndForgotten)
     CMrcReader aReader;
     ASSERT_TRUE(aReader.Open(m_aDir / "ph.mrc")) << aReader.GetError();
     const MrcHeader& rHeader = aReader.GetHeader();
-    const int iX = rHeader.m_iX, iY = rHeader.m_iY;
+    const int iX = rHeader.iX, iY = rHeader.iY;
     CMrcWriter aWriter;
-    ASSERT_TRUE(aWriter.Create(m_aDir / "raw.mrc", iX, iY, rHeader.m_iZ, 0, false, ""));
+    ASSERT_TRUE(aWriter.Create(m_aDir / "raw.mrc", iX, iY, rHeader.iZ, 0, false, ""));
     std::vector<float> vfSection(rHeader.GetSectionPixels()), vfMoved(vfSection.size());
-    for (int z = 0; z < rHeader.m_iZ; ++z)
+    for (int z = 0; z < rHeader.iZ; ++z)
     {
         ASSERT_TRUE(aReader.ReadSection(z, vfSection));
         for (int y = 0; y < iY; ++y)
@@ -212,8 +212,8 @@ TEST_F(Reconstruct, ADriftIsFoundTakenOutAndForgotten)
     Args vstrSearch = vstrCompare;
     vstrSearch.insert(vstrSearch.end(),
                       {"--search", "6", "--write-matrices", m_aDir / "shifts.txt"});
-    const nlohmann::json aFound = nlohmann::json::parse(mRun(vstrSearch).m_strOut, nullptr, false);
-    ASSERT_EQ(aFound["sections"].size(), std::size_t(rHeader.m_iZ));
+    const nlohmann::json aFound = nlohmann::json::parse(mRun(vstrSearch).strOut, nullptr, false);
+    ASSERT_EQ(aFound["sections"].size(), std::size_t(rHeader.iZ));
     for (const nlohmann::json& rSection : aFound["sections"])
     {
         const bool bMoved = rSection["section"].get<int>() % 2 == 0;
@@ -228,7 +228,7 @@ TEST_F(Reconstruct, ADriftIsFoundTakenOutAndForgotten)
         Args vstrArgs =
             mArgs("rec.mrc", {"--subsets", "41", "--json", "--reference", m_aDir / "ph_truth.mrc"});
         vstrArgs[2] = m_aDir / strTilts;
-        const nlohmann::json aJson = nlohmann::json::parse(mRun(vstrArgs).m_strOut, nullptr, false);
+        const nlohmann::json aJson = nlohmann::json::parse(mRun(vstrArgs).strOut, nullptr, false);
         return aJson["reference"]["correlation"].get<double>();
     };
     const double dExact = CorrelationOf("ph.mrc");
@@ -258,14 +258,14 @@ TEST_F(Reconstruct, AServerOfOneselfServesManyClients)
     const auto Run = [&](const std::string& strOut, Args vstrMore)
     {
         vstrMore.insert(vstrMore.end(), {"--server", "127.0.0.1:" + strPort});
-        EXPECT_EQ(RunProgram(aOther, mArgs(strOut, vstrMore)).m_iExit, 0);
+        EXPECT_EQ(RunProgram(aOther, mArgs(strOut, vstrMore)).iExit, 0);
         return ReadPixels(m_aDir / strOut);
     };
     const std::vector<float> vfPlain = Run("1.mrc", {"--iterations", "2"});
     EXPECT_NE(Run("2.mrc", {"--iterations", "2", "--weight-box", "0,0,30,9"}), vfPlain);
     EXPECT_EQ(Run("3.mrc", {"--iterations", "2"}), vfPlain);
     kill(iServer, SIGTERM);
-    EXPECT_EQ(WaitForProgram(m_aDir, iServer).m_iExit, 0);
+    EXPECT_EQ(WaitForProgram(m_aDir, iServer).iExit, 0);
 }
 
 TEST_F(Reconstruct, SignalsEndTheServerAndLeaveNothing)
@@ -309,9 +309,8 @@ TEST_F(Reconstruct, TheReasonOfARefusalCanBeQuoted)
 {
     CSession aSession;
     CPrivateServer aServer;
-    PrivateServerOptions aOptions;
-    aOptions.m_strProgram = TALVEN_SERVER_PROGRAM;
-    ASSERT_TRUE(aServer.Start(aOptions, aSession)) << aServer.GetError();
+    setenv("TALVEN_SERVER", TALVEN_SERVER_PROGRAM, 1);
+    ASSERT_TRUE(aServer.Start({}, aSession)) << aServer.GetError();
     EXPECT_FALSE(aSession.SetVolumeSize(70000, 70000, 1000));
     EXPECT_TRUE(aSession.WasRefused());
     EXPECT_EQ(aServer.GetServerError().rfind("VOLSIZE: ", 0), 0u) << aServer.GetServerError();

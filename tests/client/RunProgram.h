@@ -17,8 +17,8 @@ namespace talven::test
 
 struct Outcome
 {
-    int m_iExit = -1;  ///< exit code, or 128 + signal
-    std::string m_strOut, m_strErr;
+    int iExit = -1;  ///< exit code, or 128 + signal
+    std::string strOut, strErr;
 };
 
 /// Starts talven with these arguments; standard output and error go to files in the directory.
@@ -47,9 +47,9 @@ inline Outcome WaitForProgram(const CTempDir& rDir, pid_t iChild)
     Outcome aOutcome;
     int iStatus = 0;
     if (waitpid(iChild, &iStatus, 0) == iChild)
-        aOutcome.m_iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
-    aOutcome.m_strOut = ReadFile(rDir / "stdout.txt");
-    aOutcome.m_strErr = ReadFile(rDir / "stderr.txt");
+        aOutcome.iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
+    aOutcome.strOut = ReadFile(rDir / "stdout.txt");
+    aOutcome.strErr = ReadFile(rDir / "stderr.txt");
     return aOutcome;
 }
 
@@ -63,11 +63,11 @@ inline Outcome RunProgram(const CTempDir& rDir, const std::vector<std::string>& 
 /// One clear line on standard error, the exit code of a failure, no output.
 inline void ExpectFailure(const Outcome& rOutcome, const std::string& strReason, int iExit = 1)
 {
-    EXPECT_EQ(rOutcome.m_iExit, iExit) << rOutcome.m_strErr;
-    EXPECT_EQ(rOutcome.m_strErr.rfind("talven: ", 0), 0u) << rOutcome.m_strErr;
-    EXPECT_EQ(rOutcome.m_strErr.find('\n'), rOutcome.m_strErr.size() - 1) << rOutcome.m_strErr;
-    EXPECT_NE(rOutcome.m_strErr.find(strReason), std::string::npos)
-        << rOutcome.m_strErr << "expected: " << strReason;
+    EXPECT_EQ(rOutcome.iExit, iExit) << rOutcome.strErr;
+    EXPECT_EQ(rOutcome.strErr.rfind("talven: ", 0), 0u) << rOutcome.strErr;
+    EXPECT_EQ(rOutcome.strErr.find('\n'), rOutcome.strErr.size() - 1) << rOutcome.strErr;
+    EXPECT_NE(rOutcome.strErr.find(strReason), std::string::npos)
+        << rOutcome.strErr << "expected: " << strReason;
 }
 
 }  // namespace talven::test

@@ -14,24 +14,24 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr int s_iX = 5, s_iY = 3, s_iZ = 4;
+constexpr int g_iX = 5, g_iY = 3, g_iZ = 4;
 
 /// What a reconstruction sends, in order; false as soon as a step fails.
 bool RunJob(CSession& rSession, std::uint16_t usPort)
 {
-    const std::vector<float> vfPixels(s_iX * s_iY, 2.5f);
-    const ReconOptions aOptions = {EMethod::EM, 3, {1, 1}, {1, 1, 0.5, 0.5, 0.25, 0.25}};
+    const std::vector<float> vfPixels(g_iX * g_iY, 2.5f);
+    const ReconOptions aOptions = {EMethod::eEm, 3, {1, 1}, {1, 1, 0.5, 0.5, 0.25, 0.25}};
     const WeightBox aBox = {1, -2, 10, 20};
     const auto IgnoreImage = [](int, std::span<const float>) { return true; };
     std::vector<RfactorSums> aSums;
     return rSession.Open("127.0.0.1", usPort, 5s) &&
-           rSession.SetStackSize(s_iX, s_iY, std::vector<float>{-10, 20}) &&
+           rSession.SetStackSize(g_iX, g_iY, std::vector<float>{-10, 20}) &&
            rSession.SetProjection(0, vfPixels) && rSession.SetProjection(1, vfPixels) &&
            rSession.SelectProjections(std::vector<std::uint32_t>{1, 0}) &&
-           rSession.SetVolumeSize(s_iX, s_iY, s_iZ) && rSession.SetSlice(3, vfPixels) &&
+           rSession.SetVolumeSize(g_iX, g_iY, g_iZ) && rSession.SetSlice(3, vfPixels) &&
            rSession.SetReconOptions(aOptions) && rSession.SetWeightBox(&aBox) &&
            rSession.Reconstruct() && rSession.GetRfactors(2, aSums) &&
-           rSession.GetSlices(s_iZ, s_iX * s_iY, IgnoreImage);
+           rSession.GetSlices(g_iZ, g_iX * g_iY, IgnoreImage);
 }
 
 TEST(Session, SendsWhatTheProtocolAsksFor)
@@ -46,9 +46,9 @@ TEST(Session, SendsWhatTheProtocolAsksFor)
     std::vector<EMsg> aeTypes;
     for (std::size_t i = 0; i < aMessages.size(); ++i)
     {
-        aeTypes.push_back(aMessages[i].m_aHeader.GetType());
-        EXPECT_EQ(aMessages[i].m_aHeader.GetSerial(), i + 1);
-        EXPECT_EQ(aMessages[i].m_aHeader.m_auiFields[2], 0u) << "no parts";
+        aeTypes.push_back(aMessages[i].aHeader.GetType());
+        EXPECT_EQ(aMessages[i].aHeader.GetSerial(), i + 1);
+        EXPECT_EQ(aMessages[i].aHeader.auiFields[2], 0u) << "no parts";
     }
     ASSERT_EQ(aeTypes, (std::vector<EMsg>{EMsg::BYTEORDER, EMsg::PROJSIZE, EMsg::PROJSET,
                                           EMsg::PROJSET, EMsg::SETOP, EMsg::VOLSIZE, EMsg::VOLSET,
@@ -57,7 +57,7 @@ TEST(Session, SendsWhatTheProtocolAsksFor)
                                           EMsg::VOLGET, EMsg::VOLGET, EMsg::QUIT}));
     const auto Fields = [&](int iMessage, int iFirst, int iCount)
     {
-        const auto pFirst = aMessages[std::size_t(iMessage)].m_aHeader.m_auiFields.begin() + iFirst;
+        const auto pFirst = aMessages[std::size_t(iMessage)].aHeader.auiFields.begin() + iFirst;
         return std::vector<std::uint32_t>(pFirst, pFirst + iCount);
     };
     using Words = std::vector<std::uint32_t>;
@@ -65,7 +65,7 @@ TEST(Session, SendsWhatTheProtocolAsksFor)
     EXPECT_EQ(Fields(1, 4, 3), (Words{5, 3, 2}));
     EXPECT_EQ(aMessages[1].GetFloats(), (std::vector<float>{-10, 0, 20, 0}));
     EXPECT_EQ(Fields(3, 4, 1), Words{1});
-    EXPECT_EQ(aMessages[3].m_vcData.size(), std::size_t(8 * s_iY + 4 * s_iX * s_iY));
+    EXPECT_EQ(aMessages[3].vcData.size(), std::size_t(8 * g_iY + 4 * g_iX * g_iY));
     const Words vuiProjection = aMessages[3].GetWords();
     EXPECT_EQ(Words(vuiProjection.begin(), vuiProjection.begin() + 6), (Words{0, 5, 0, 5, 0, 5}));
     EXPECT_EQ(aMessages[3].GetFloats()[6], 2.5f);
@@ -95,24 +95,24 @@ TEST(Session, BringsBackImagesSumsAndMemory)
     ASSERT_TRUE(aSession.GetServerMemory(ulMemory)) << aSession.GetError();
     EXPECT_EQ(ulMemory, std::uint64_t(6000) << 20);
 
-    ASSERT_TRUE(aSession.SetStackSize(s_iX, s_iY, std::vector<float>(40, 0.0f)));
+    ASSERT_TRUE(aSession.SetStackSize(g_iX, g_iY, std::vector<float>(40, 0.0f)));
     for (int i = 0; i < 40; ++i)
-        ASSERT_TRUE(aSession.SetProjection(i, std::vector<float>(s_iX * s_iY, float(i))));
+        ASSERT_TRUE(aSession.SetProjection(i, std::vector<float>(g_iX * g_iY, float(i))));
     int iNext = 0;
-    ASSERT_TRUE(aSession.GetProjections(40, s_iX * s_iY,
-                                        [&](int i, std::span<const float> pfPixels)
+    ASSERT_TRUE(aSession.GetProjections(40, g_iX * g_iY,
+                                        [&](int i, std::span<const float> fPixels)
                                         {
                                             EXPECT_EQ(i, iNext++);
-                                            EXPECT_EQ(pfPixels.front(), float(i));
-                                            return pfPixels.back() == float(i);
+                                            EXPECT_EQ(fPixels.front(), float(i));
+                                            return fPixels.back() == float(i);
                                         }))
         << aSession.GetError();
     EXPECT_EQ(iNext, 40);
 
-    ASSERT_TRUE(aSession.SetVolumeSize(s_iX, s_iY, s_iZ));
-    ASSERT_TRUE(aSession.GetSlices(s_iZ, s_iX * s_iY,
-                                   [](int z, std::span<const float> pfPixels)
-                                   { return pfPixels[7] == 1000.0f * float(z) + 7; }));
+    ASSERT_TRUE(aSession.SetVolumeSize(g_iX, g_iY, g_iZ));
+    ASSERT_TRUE(aSession.GetSlices(g_iZ, g_iX * g_iY,
+                                   [](int z, std::span<const float> fPixels)
+                                   { return fPixels[7] == 1000.0f * float(z) + 7; }));
     std::vector<RfactorSums> aSums;
     ASSERT_TRUE(aSession.GetRfactors(3, aSums));
     EXPECT_EQ(aSums.size(), 40u);
@@ -143,30 +143,30 @@ TEST(Session, TransformsAndComparesAsTheProtocolAsks)
     }
     const std::vector<Message> aMessages = aServer.WaitForMessages();
     ASSERT_EQ(aMessages.size(), 10u);
-    EXPECT_EQ(aMessages[2].m_aHeader.GetType(), EMsg::MPROJSIZE);
-    EXPECT_EQ(aMessages[3].m_aHeader.GetType(), EMsg::MPROJSET);
-    EXPECT_EQ(aMessages[3].m_vcData.size(), 4u * 48);
+    EXPECT_EQ(aMessages[2].aHeader.GetType(), EMsg::MPROJSIZE);
+    EXPECT_EQ(aMessages[3].aHeader.GetType(), EMsg::MPROJSET);
+    EXPECT_EQ(aMessages[3].vcData.size(), 4u * 48);
     const struct
     {
-        EMsg m_eType;
-        std::vector<float> m_vfFields, m_vfData;  // from field 6 on
+        EMsg eType;
+        std::vector<float> vfFields, vfData;  // from field 6 on
     } aCases[] = {{EMsg::TRANSFORM, {1, 2, 3, 4, 5, 6, 0.5, 1, 90}, {}},
                   {EMsg::TRANSFORML, {1, 2, 3, 4, 5, 6, 1, 0, 80, 2}, {3, 64}},
                   {EMsg::COMPARE, {0, 0, 1, 2, 3, 4, 5, 6, 0.5, 1}, {90}},
                   {EMsg::COMPAREL, {0, 0, 1, 2, 3, 4, 5, 6, 1, 0}, {80, 2, 3, 64}}};
     for (std::size_t i = 0; i < 4; ++i)
     {
-        SCOPED_TRACE(GetMsgName(aCases[i].m_eType));
+        SCOPED_TRACE(GetMsgName(aCases[i].eType));
         const Message& rMessage = aMessages[5 + i];
-        const auto& aF = rMessage.m_aHeader.m_auiFields;
-        EXPECT_EQ(rMessage.m_aHeader.GetType(), aCases[i].m_eType);
+        const auto& aF = rMessage.aHeader.auiFields;
+        EXPECT_EQ(rMessage.aHeader.GetType(), aCases[i].eType);
         EXPECT_EQ(aF[4], 1u);
         EXPECT_EQ(aF[5], 3u);
         std::vector<float> vfFields;
-        for (std::size_t f = 0; f < aCases[i].m_vfFields.size(); ++f)
+        for (std::size_t f = 0; f < aCases[i].vfFields.size(); ++f)
             vfFields.push_back(std::bit_cast<float>(aF[6 + f]));
-        EXPECT_EQ(vfFields, aCases[i].m_vfFields);
-        EXPECT_EQ(rMessage.GetFloats(), aCases[i].m_vfData);
+        EXPECT_EQ(vfFields, aCases[i].vfFields);
+        EXPECT_EQ(rMessage.GetFloats(), aCases[i].vfData);
     }
 }
 
@@ -182,24 +182,24 @@ TEST(Session, BringsBackTheNineSumsAndAlignedProjections)
         << aSession.GetError();
     CompareSums aSums;
     ASSERT_TRUE(aSession.Compare(0, 0, g_aIdentity, {}, aSums)) << aSession.GetError();
-    EXPECT_EQ(aSums.m_fCount, 2) << "column 2 is beyond the measured image";
-    EXPECT_EQ(aSums.m_fDiff, 13);
-    EXPECT_EQ(aSums.m_fCross, -21);
-    EXPECT_EQ(aSums.m_fAligned, -2);
-    EXPECT_EQ(aSums.m_fAlignedAbs, 4);
-    EXPECT_EQ(aSums.m_fAlignedSqr, 10);
-    EXPECT_EQ(aSums.m_fTransed, 3);
-    EXPECT_EQ(aSums.m_fTransedAbs, 9);
-    EXPECT_EQ(aSums.m_fTransedSqr, 45);
-    EXPECT_EQ(aSums.m_uiMilliseconds, 7u);
+    EXPECT_EQ(aSums.fCount, 2) << "column 2 is beyond the measured image";
+    EXPECT_EQ(aSums.fDiff, 13);
+    EXPECT_EQ(aSums.fCross, -21);
+    EXPECT_EQ(aSums.fAligned, -2);
+    EXPECT_EQ(aSums.fAlignedAbs, 4);
+    EXPECT_EQ(aSums.fAlignedSqr, 10);
+    EXPECT_EQ(aSums.fTransed, 3);
+    EXPECT_EQ(aSums.fTransedAbs, 9);
+    EXPECT_EQ(aSums.fTransedSqr, 45);
+    EXPECT_EQ(aSums.uiMilliseconds, 7u);
 
     ASSERT_TRUE(aSession.Transform(0, 0, g_aIdentity, {2, 1, 12}));
     ASSERT_TRUE(aSession.GetProjections(1, 3,
-                                        [](int, std::span<const float> pfPixels)
+                                        [](int, std::span<const float> fPixels)
                                         {
-                                            EXPECT_EQ(pfPixels[0], -5);
-                                            EXPECT_EQ(pfPixels[1], 12) << "cut";
-                                            EXPECT_LT(pfPixels[2], -1e15f) << "missing";
+                                            EXPECT_EQ(fPixels[0], -5);
+                                            EXPECT_EQ(fPixels[1], 12) << "cut";
+                                            EXPECT_LT(fPixels[2], -1e15f) << "missing";
                                             return true;
                                         }));
 }
@@ -213,7 +213,7 @@ TEST(Session, ARefusedTransformOrCompareLeavesTheSession)
         CSession aSession;
         const IntensityScale aLog = {1, 0, 1, true};
         CompareSums aSums;
-        aSums.m_fCount = -1;
+        aSums.fCount = -1;
         EXPECT_FALSE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s) &&
                      aSession.SetStackSize(1, 1, std::vector<float>(1)) &&
                      aSession.SetProjection(0, std::vector<float>(1)) &&
@@ -223,7 +223,7 @@ TEST(Session, ARefusedTransformOrCompareLeavesTheSession)
                      aSession.Compare(0, 0, g_aIdentity, aLog, aSums));
         EXPECT_TRUE(aSession.WasRefused());
         EXPECT_EQ(aSession.GetError().rfind(GetMsgName(eMsg), 0), 0u) << aSession.GetError();
-        EXPECT_EQ(aSums.m_fCount, -1) << "sums of a refused comparison";
+        EXPECT_EQ(aSums.fCount, -1) << "sums of a refused comparison";
         std::uint64_t ulMemory = 0;
         EXPECT_TRUE(aSession.GetServerMemory(ulMemory)) << aSession.GetError();
     }
@@ -281,9 +281,9 @@ TEST(Session, ASinkThatFailsEndsTheTransfer)
     CFakeServer aServer;
     CSession aSession;
     ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s));
-    ASSERT_TRUE(aSession.SetVolumeSize(s_iX, s_iY, s_iZ));
+    ASSERT_TRUE(aSession.SetVolumeSize(g_iX, g_iY, g_iZ));
     EXPECT_FALSE(
-        aSession.GetSlices(s_iZ, s_iX * s_iY, [](int z, std::span<const float>) { return z < 1; }));
+        aSession.GetSlices(g_iZ, g_iX * g_iY, [](int z, std::span<const float>) { return z < 1; }));
     EXPECT_FALSE(aSession.IsOpen());
 }
 

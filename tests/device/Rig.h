@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <deque>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>

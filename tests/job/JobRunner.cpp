@@ -14,6 +14,7 @@
 #include "gpulib/App/Project/ForProj.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
+#include "gpulib/Device/Host/HostBackend.h"
 #include "tests/backends/Backends.h"
 
 namespace
@@ -70,11 +71,14 @@ TestData MakeData(const TestJob& rJob, unsigned uiSeed)
     return aData;
 }
 
-TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& strBackend,
-                int iWorkers, int iMaxRows)
+TestData RunJob(const TestJob& rJob, const TestData& rStart, const Machine& rMachine)
 {
     SetBackend(nullptr);
-    SetBackend(MakeTestBackend(strBackend, iWorkers, iMaxRows));
+    SetBackend(rMachine.iCores == 0
+                   ? MakeTestBackend(rMachine.strBackend, rMachine.iWorkers, rMachine.iMaxRows)
+                   : std::make_unique<CHostBackend>(Baseline::g_aKernels, rMachine.iWorkers,
+                                                    rMachine.iCores, rMachine.iMaxRows));
+    const int iWorkers = std::min(rMachine.iWorkers, GetBackend()->GetDeviceCount());
     TestData aResult = rStart;
     Util_Volume aStack, aVolume, aKernel;
     Load(aStack, rJob.iProjX, rJob.iY, CountProjs(rJob), rStart.vfProjs);

@@ -39,10 +39,10 @@ protected:
 
 TEST_F(SoftCudaJob, StreamsMayRunInAnyOrder)
 {
-    const TestData aLazy = RunJob(m_aJob, m_aStart, "cuda", 2, 2);
+    const TestData aLazy = RunJob(m_aJob, m_aStart, {"cuda", 2, 2});
     EXPECT_GT(SoftCuda::GetLaunches(), 0);
     SoftCuda::SetOrder(SoftCuda::EOrder::eOthersFirst);
-    const TestData aEager = RunJob(m_aJob, m_aStart, "cuda", 2, 2);
+    const TestData aEager = RunJob(m_aJob, m_aStart, {"cuda", 2, 2});
     EXPECT_EQ(aLazy.strError + aEager.strError, "");
     EXPECT_EQ(aEager.vfVolume, aLazy.vfVolume);
     EXPECT_EQ(aEager.vdRfactor, aLazy.vdRfactor);
@@ -50,7 +50,7 @@ TEST_F(SoftCudaJob, StreamsMayRunInAnyOrder)
 
 TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 {
-    const TestData aExpected = RunJob(m_aJob, m_aStart, "cuda");
+    const TestData aExpected = RunJob(m_aJob, m_aStart, {"cuda"});
     const std::size_t tPeak = SoftCuda::GetMemoryPeak();
     const int iLaunches = SoftCuda::GetLaunches();
     bool bFitted = false, bFailed = false;
@@ -60,7 +60,7 @@ TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
         SoftCuda::SetMemory(std::size_t(double(tPeak) * dShare));
         // The job believes what it asked first, before others took the memory.
         SoftCuda::FailNext("cudaMemGetInfo", cudaErrorUnknown);
-        const TestData aResult = RunJob(m_aJob, m_aStart, "cuda", 1);
+        const TestData aResult = RunJob(m_aJob, m_aStart, {"cuda"});
         if (aResult.strError.empty())
         {
             EXPECT_EQ(aResult.vfVolume, aExpected.vfVolume) << dShare;
@@ -81,12 +81,12 @@ TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 
 TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
 {
-    const TestData aExpected = RunJob(m_aJob, m_aStart, "cuda", 1, 3);
+    const TestData aExpected = RunJob(m_aJob, m_aStart, {"cuda", 1, 3});
     for (const auto& [pcCall, iAfter, pcWords] :
          {std::tuple{"cudaMalloc3DArray", 0, ""},  // another try fits
           {"cudaMalloc", 0, ""},                   // of an upload: made in halves
           {"cudaMalloc", 3, ""},                   // of a download
-          {"cudaMallocPitch", 0, "create array: 7 x 1 x 1"},
+          {"cudaMallocPitch", 0, ": 7 x 1 x 1, 1 rows"},
           {"cudaLaunchKernelEx", 30, "launch of"},
           {"cudaMemcpyAsync", 0, "stage: copy"},
           {"cudaMemcpyAsync", 2, ""} /* of a prefetch: tried again */,
@@ -99,17 +99,17 @@ TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
         SetBackend(nullptr);
         SoftCuda::Reset();
         SoftCuda::FailNext(pcCall, cudaErrorMemoryAllocation, iAfter);
-        const TestData aResult = RunJob(m_aJob, m_aStart, "cuda", 1, 3);
+        const TestData aResult = RunJob(m_aJob, m_aStart, {"cuda", 1, 3});
         EXPECT_NE(aResult.strError.find(pcWords), std::string::npos) << aResult.strError;
         EXPECT_EQ(aResult.strError.empty(), *pcWords == 0) << aResult.strError;
-        EXPECT_EQ(RunJob(m_aJob, m_aStart, "cuda", 1, 3).vfVolume, aExpected.vfVolume);
+        EXPECT_EQ(RunJob(m_aJob, m_aStart, {"cuda", 1, 3}).vfVolume, aExpected.vfVolume);
     }
 }
 
 TEST_F(SoftCudaJob, ALostDeviceFailsItsJobsOnly)
 {
     SoftCuda::FailNext("cudaEventSynchronize", cudaErrorIllegalAddress, 3);
-    const TestData aResult = RunJob(m_aJob, m_aStart, "cuda", 2, 3);
+    const TestData aResult = RunJob(m_aJob, m_aStart, {"cuda", 2, 3});
     EXPECT_NE(aResult.strError, "");
 }
 
