@@ -13,13 +13,12 @@ struct Side
     unsigned char* puFirst;
     std::size_t tPitch;
     bool bHost;
-    Side(const void* pvFirst, std::size_t tBytes, bool bOnHost)
-        : puFirst(static_cast<unsigned char*>(const_cast<void*>(pvFirst))),
-          tPitch(tBytes),
-          bHost(bOnHost)
-    {
-    }
 };
+
+Side SideOf(const void* pvFirst, std::size_t tPitch, bool bHost = false)
+{
+    return {static_cast<unsigned char*>(const_cast<void*>(pvFirst)), tPitch, bHost};
+}
 
 struct Rows
 {
@@ -47,21 +46,25 @@ void Enqueue(CDevice& rDevice, CUstream_st& rStream, Rows aRows)
     if (!aSrc.bHost || Sys().aOwners.FindAround(EKind::ePinned, aSrc.puFirst, aRows.GetSpan(aSrc)))
         return rDevice.Enqueue(rStream, [aRows] { aRows.Copy(); });
     auto pStage = std::make_shared<std::vector<unsigned char>>(aRows.tWidth * aRows.tHeight);
-    const Side aStage(pStage->data(), aRows.tWidth, true);
+    const Side aStage = {pStage->data(), aRows.tWidth, true};
     Rows{aStage, aSrc, aRows.tWidth, aRows.tHeight}.Copy();
     aRows.aSrc = aStage;
     rDevice.Enqueue(rStream, [aRows, pStage] { aRows.Copy(); });
 }
 
-cudaError_t CopyRows(const char* pcCall, cudaStream_t pStream, const Rows& rRows)
+cudaError_t CopyRows(const char* pcCall, cudaStream_t pStream, void* pvDst, std::size_t tDstPitch,
+                     const void* pvSrc, std::size_t tSrcPitch, std::size_t tWidth,
+                     std::size_t tHeight, cudaMemcpyKind eKind)
 {
+    const Rows aRows{SideOf(pvDst, tDstPitch, eKind == cudaMemcpyDeviceToHost),
+                     SideOf(pvSrc, tSrcPitch, eKind == cudaMemcpyHostToDevice), tWidth, tHeight};
     const auto Work = [&](CDevice& rDevice)
     {
-        if (rRows.IsEmpty()) return cudaSuccess;
-        for (const Side& rSide : {rRows.aDst, rRows.aSrc})
-            if (const cudaError_t eError = rRows.Check(rDevice, rSide); eError != cudaSuccess)
+        if (aRows.IsEmpty()) return cudaSuccess;
+        for (const Side& rSide : {aRows.aDst, aRows.aSrc})
+            if (const cudaError_t eError = aRows.Check(rDevice, rSide); eError != cudaSuccess)
                 return eError;
-        Enqueue(rDevice, rDevice.GetStream(pStream), rRows);
+        Enqueue(rDevice, rDevice.GetStream(pStream), aRows);
         return cudaSuccess;
     };
     return Call(pcCall, OwnerOf(pStream), Work);
@@ -71,7 +74,7 @@ cudaError_t CopyRows(const char* pcCall, cudaStream_t pStream, const Rows& rRows
 cudaError_t cudaMemset2DAsync(void* devPtr, std::size_t pitch, int value, std::size_t width,
                               std::size_t height, cudaStream_t stream)
 {
-    const Side aDst(devPtr, pitch, false);
+    const Side aDst = SideOf(devPtr, pitch);
     const auto Fill = [=]
     {
         for (std::size_t y = 0; y < height; ++y)
@@ -90,16 +93,12 @@ cudaError_t cudaMemset2DAsync(void* devPtr, std::size_t pitch, int value, std::s
 cudaError_t cudaMemcpyAsync(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind,
                             cudaStream_t stream)
 {
-    const Side aDst(dst, count, kind == cudaMemcpyDeviceToHost);
-    return CopyRows(__func__, stream,
-                    {aDst, {src, count, kind == cudaMemcpyHostToDevice}, count, 1});
+    return CopyRows(__func__, stream, dst, count, src, count, count, 1, kind);
 }
 
 cudaError_t cudaMemcpy2DAsync(void* dst, std::size_t dpitch, const void* src, std::size_t spitch,
                               std::size_t width, std::size_t height, cudaMemcpyKind kind,
                               cudaStream_t stream)
 {
-    const Side aDst(dst, dpitch, kind == cudaMemcpyDeviceToHost);
-    const Side aSrc(src, spitch, kind == cudaMemcpyHostToDevice);
-    return CopyRows(__func__, stream, {aDst, aSrc, width, height});
+    return CopyRows(__func__, stream, dst, dpitch, src, spitch, width, height, kind);
 }
