@@ -98,7 +98,7 @@ bool CSaveMrc::DoIt(int iSection)
     const bool bHeader = m_aSaveMainHeader.DoIt(m_iFile);
     // The region has room for 1024 records; later sections have none.
     const bool bRecord =
-        iSection >= CExtHeader::s_iRecords || m_aSaveExtHeader.DoIt(m_iFile, iSection);
+        iSection >= CExtHeader::m_iRecords || m_aSaveExtHeader.DoIt(m_iFile, iSection);
     const bool bImage = m_aSaveImage.DoIt(m_iFile, iSection);
     m_aSaveExtHeader.Reset();
     return bHeader && bRecord && bImage;

@@ -4,8 +4,10 @@
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 namespace
@@ -16,22 +18,40 @@ struct Closer
 };
 using File = std::unique_ptr<std::FILE, Closer>;
 
-std::size_t s_tAssumed = 0;
+std::size_t g_tAssumed = 0;
+
+/// First number of a file, or of its line that begins with pcKey; SIZE_MAX when there is none.
+std::size_t ReadNumber(const char* pcFile, const char* pcKey)
+{
+    const File pFile(std::fopen(pcFile, "re"));
+    const std::size_t tKey = std::strlen(pcKey);
+    char acLine[256];
+    unsigned long long ulValue = 0;
+    while (pFile && std::fgets(acLine, sizeof acLine, pFile.get()) != nullptr)
+        if (std::strncmp(acLine, pcKey, tKey) == 0 &&
+            std::sscanf(acLine + tKey, " %llu", &ulValue) == 1)
+            return ulValue;
+    return SIZE_MAX;
+}
 }  // namespace
 
 void Util_Memory::Assume(std::size_t tBytes)
 {
-    s_tAssumed = tBytes;
+    g_tAssumed = tBytes;
+}
+
+std::size_t Util_Memory::GetMachine()
+{
+    const std::size_t tPhysical = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
+                                  static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    return std::min(tPhysical, ReadNumber("/sys/fs/cgroup/memory.max", ""));
 }
 
 std::size_t Util_Memory::GetAvailable()
 {
-    if (s_tAssumed != 0) return s_tAssumed;
-    const File pFile(std::fopen("/proc/meminfo", "re"));
-    char acLine[256];
-    unsigned long long ulKiB = 0;
-    while (pFile && std::fgets(acLine, sizeof acLine, pFile.get()) != nullptr)
-        if (std::sscanf(acLine, "MemAvailable: %llu", &ulKiB) == 1) return ulKiB * 1024;
+    if (g_tAssumed != 0) return g_tAssumed;
+    const std::size_t tKiB = ReadNumber("/proc/meminfo", "MemAvailable:");
+    if (tKiB != SIZE_MAX) return tKiB * 1024;
     // No /proc or no descriptor left: what is free at least.
     struct sysinfo aInfo = {};
     if (sysinfo(&aInfo) != 0) return SIZE_MAX;
@@ -40,7 +60,7 @@ std::size_t Util_Memory::GetAvailable()
 
 std::size_t Util_Memory::GetResident()
 {
-    if (s_tAssumed != 0) return 0;
+    if (g_tAssumed != 0) return 0;
     const File pFile(std::fopen("/proc/self/statm", "re"));
     unsigned long long ulSize = 0, ulResident = 0;
     if (!pFile || std::fscanf(pFile.get(), "%llu %llu", &ulSize, &ulResident) != 2) return 0;

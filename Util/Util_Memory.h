@@ -6,6 +6,9 @@
 class Util_Memory
 {
 public:
+    /// What this process may use: physical memory, or the limit of its control group when that is
+    /// lower.
+    static std::size_t GetMachine();
     /// What programs can still take without swapping, or less when the system tells only what is
     /// free; SIZE_MAX when it does not say.
     static std::size_t GetAvailable();

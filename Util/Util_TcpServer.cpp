@@ -17,7 +17,6 @@
 
 #include "Util/Util_TcpSocket.h"
 
-std::unique_ptr<Util_TcpServer> Util_TcpServer::m_pInstance;
 int Util_TcpServer::m_iServerSock = -1;
 
 namespace
@@ -86,15 +85,9 @@ bool Bind(int iSocket, int iPort, const std::string& strAddress)
 }
 }  // namespace
 
-Util_TcpServer* Util_TcpServer::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new Util_TcpServer);
-    return m_pInstance.get();
-}
-
 void Util_TcpServer::DeleteInstance()
 {
-    m_pInstance.reset();
+    Util_Singleton::DeleteInstance();
     CloseServer();
 }
 

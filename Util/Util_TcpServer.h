@@ -1,19 +1,16 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
 
+#include "Util/Util_Singleton.h"
+
 /// The listening socket of the process and at most one accepted client. Main thread only.
-class Util_TcpServer
+class Util_TcpServer : public Util_Singleton<Util_TcpServer>
 {
 public:
-    static Util_TcpServer* GetInstance();
     static void DeleteInstance();  ///< closes the client and the listening socket
-
-    virtual ~Util_TcpServer();  ///< closes the client only
-    Util_TcpServer(const Util_TcpServer&) = delete;
-    Util_TcpServer& operator=(const Util_TcpServer&) = delete;
+    virtual ~Util_TcpServer();     ///< closes the client only
 
     /// Listens on iPort of strAddress (dotted IPv4; empty: all interfaces). Does nothing when a
     /// listening socket exists. \return false after one line that says what failed
@@ -41,8 +38,6 @@ public:
     bool DoSend(const void* pvFirst, std::size_t tFirst, const void* pvSecond, std::size_t tSecond);
 
 private:
-    Util_TcpServer() = default;
-    static std::unique_ptr<Util_TcpServer> m_pInstance;
     static int m_iServerSock;
     int m_iClientSock = -1;
     int m_iShortage = 0;

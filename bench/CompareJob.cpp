@@ -1,32 +1,34 @@
 #include "bench/CompareJob.h"
 
-#include "gpulib/App/Compare.h"
-
+#include <algorithm>
 #include <cmath>
 #include <random>
 
-CompareScene::CompareScene(float fDegrees)
+#include "gpulib/App/Align/Compare.h"
+#include "gpulib/App/Job.h"
+
+CompareScene::CompareScene(float fDegrees, int iSize) : iX(iSize), iY(iSize)
 {
     std::mt19937 aRandom(1);
     std::uniform_real_distribution<float> aValues(0.0f, 2.0f);
-    for (std::vector<float>* pvImage : {&vfMeasured, &vfAligned})
+    for (Util_Volume* pImage : {&aMeasured, &aAligned})
     {
-        pvImage->resize(std::size_t(iX) * iY);
-        for (float& rValue : *pvImage) rValue = aValues(aRandom);
+        pImage->SetSize(iX, iY, 1);
+        std::generate_n(pImage->GetData(), pImage->GetVoxels(), [&] { return aValues(aRandom); });
     }
     const float fCos = std::cos(fDegrees * 0.01745329f), fSin = std::sin(fDegrees * 0.01745329f);
     afMatrix = {fCos, fSin, -fSin, fCos, -3.3f, 5.7f};
 }
 
-bool RunCompare(const CompareScene& rScene, CompareTotals& rTotals)
+bool RunCompare(CompareScene& rScene, CompareTotals& rTotals)
 {
-    CCompare aCompare;
-    aCompare.SetTranMatrix(rScene.afMatrix);
-    aCompare.SetIntScale(rScene.afScale);
-    aCompare.SetRangeY(0, rScene.iY);
-    const bool bLoaded = aCompare.SetMProj(rScene.vfMeasured.data(), rScene.iX, rScene.iY);
-    aCompare.SetAProj(rScene.vfAligned.data(), rScene.iX, rScene.iY);
-    if (!bLoaded || !aCompare.DoIt(false)) return false;
+    AlignJob aJob;
+    aJob.pMProjs = &rScene.aMeasured;
+    aJob.pProjs = &rScene.aAligned;
+    aJob.afMatrix = rScene.afMatrix;
+    aJob.afScale = rScene.afScale;
+    CCompare aCompare(aJob);
+    if (!aCompare.DoIt({.iSizeY = rScene.iY})) return false;
     rTotals = aCompare.GetTotals();
     return true;
 }

@@ -1,25 +1,24 @@
 #pragma once
 
 #include <array>
-#include <string>
-#include <vector>
 
+#include "Util/Util_Volume.h"
 #include "gpulib/Device/GCompare.h"
 
-/// A comparison of two projections of 1024 x 1024 pixels.
+/// A comparison of two square projections.
 struct CompareScene
 {
-    static constexpr int iX = 1024, iY = 1024;
-    std::vector<float> vfMeasured, vfAligned;
+    int iX, iY;
+    Util_Volume aMeasured, aAligned;
     std::array<float, 6> afMatrix;
     std::array<float, 6> afScale = {1.5f, 0.5f, 2.5f, 0, 0, 0};
 
     /// \param fDegrees  rotation besides a shift
-    explicit CompareScene(float fDegrees);
+    explicit CompareScene(float fDegrees, int iSize = 1024);
 };
 
 /// The formulas written down as they stand: one pixel after another, nine sums in floats.
 void LiteralCompare(const CompareScene& rScene, CompareTotals& rTotals);
 
 /// The same by the library, all memory included, on the backend in use.
-[[nodiscard]] bool RunCompare(const CompareScene& rScene, CompareTotals& rTotals);
+[[nodiscard]] bool RunCompare(CompareScene& rScene, CompareTotals& rTotals);

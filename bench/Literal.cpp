@@ -3,23 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace
-{
-/// Bilinear read of a framed image, texel centres at whole numbers, clamped at the borders.
-float Fetch(const float* pfImage, int iWidth, int iHeight, float fX, float fZ)
-{
-    const float fBaseX = std::floor(fX), fBaseZ = std::floor(fZ);
-    const float fRight = fX - fBaseX, fUp = fZ - fBaseZ;
-    const int iX0 = std::clamp(int(fBaseX), 0, iWidth - 1);
-    const int iX1 = std::clamp(int(fBaseX) + 1, 0, iWidth - 1);
-    const int iZ0 = std::clamp(int(fBaseZ), 0, iHeight - 1);
-    const int iZ1 = std::clamp(int(fBaseZ) + 1, 0, iHeight - 1);
-    const float* pfLower = pfImage + std::size_t(iZ0) * iWidth;
-    const float* pfUpper = pfImage + std::size_t(iZ1) * iWidth;
-    return (1 - fUp) * ((1 - fRight) * pfLower[iX0] + fRight * pfLower[iX1]) +
-           fUp * ((1 - fRight) * pfUpper[iX0] + fRight * pfUpper[iX1]);
-}
-}  // namespace
+#include "bench/LiteralFetch.h"
 
 void LiteralForward(const Scene& rScene, int iRow, std::vector<float>& rSums)
 {
@@ -43,8 +27,8 @@ void LiteralForward(const Scene& rScene, int iRow, std::vector<float>& rSums)
             for (int i = 0; i < iLength + 2; ++i)
             {
                 const float fT = i - fHalf;
-                fSum += Fetch(vfFramed.data(), iWidth, iHeight, fMiddleX - fSin * fT,
-                              fMiddleZ + fCos * fT);
+                fSum += LiteralFetch(vfFramed.data(), iWidth, iHeight, fMiddleX - fSin * fT,
+                                     fMiddleZ + fCos * fT);
             }
             rSums[std::size_t(n) * rScene.iX + x] = fSum;
         }

@@ -1,30 +1,15 @@
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "bench/CompareJob.h"
-
-namespace
-{
-/// Bilinear read of the measured image, clamped at its edges.
-float Fetch(const CompareScene& rScene, float fU, float fV)
-{
-    const float fBaseU = std::floor(fU), fBaseV = std::floor(fV);
-    const float fRight = fU - fBaseU, fDown = fV - fBaseV;
-    const int iX0 = std::clamp(int(fBaseU), 0, rScene.iX - 1);
-    const int iX1 = std::clamp(int(fBaseU) + 1, 0, rScene.iX - 1);
-    const int iY0 = std::clamp(int(fBaseV), 0, rScene.iY - 1);
-    const int iY1 = std::clamp(int(fBaseV) + 1, 0, rScene.iY - 1);
-    const float* pfUpper = rScene.vfMeasured.data() + std::size_t(iY0) * rScene.iX;
-    const float* pfLower = rScene.vfMeasured.data() + std::size_t(iY1) * rScene.iX;
-    return (1 - fDown) * ((1 - fRight) * pfUpper[iX0] + fRight * pfUpper[iX1]) +
-           fDown * ((1 - fRight) * pfLower[iX0] + fRight * pfLower[iX1]);
-}
-}  // namespace
+#include "bench/LiteralFetch.h"
 
 void LiteralCompare(const CompareScene& rScene, CompareTotals& rTotals)
 {
     const std::array<float, 6>&m = rScene.afMatrix, &s = rScene.afScale;
-    std::vector<float> vfTransed(rScene.vfAligned.size()), vfMiss(rScene.vfAligned.size());
+    const float* const pfMeasured = rScene.aMeasured.GetData();
+    std::vector<float> vfTransed(rScene.aAligned.GetVoxels()), vfMiss(vfTransed.size());
     for (int y = 0; y < rScene.iY; ++y)
         for (int x = 0; x < rScene.iX; ++x)
         {
@@ -33,7 +18,9 @@ void LiteralCompare(const CompareScene& rScene, CompareTotals& rTotals)
             const std::size_t i = std::size_t(y) * rScene.iX + x;
             vfMiss[i] = bMissing ? 1.0f : 0.0f;
             vfTransed[i] =
-                std::min(s[2], s[0] * Fetch(rScene, fU, fV) + s[1]) + vfMiss[i] * -1.0e30f;
+                std::min(s[2],
+                         s[0] * LiteralFetch(pfMeasured, rScene.iX, rScene.iY, fU, fV) + s[1]) +
+                vfMiss[i] * -1.0e30f;
         }
     rTotals = {};
     for (int y = 0; y < rScene.iY; ++y)
@@ -42,7 +29,8 @@ void LiteralCompare(const CompareScene& rScene, CompareTotals& rTotals)
         for (int x = 0; x < rScene.iX; ++x)
         {
             const std::size_t i = std::size_t(y) * rScene.iX + x;
-            const float fWeight = 1.0f - vfMiss[i], fA = rScene.vfAligned[i], fB = vfTransed[i];
+            const float fWeight = 1.0f - vfMiss[i], fA = rScene.aAligned.GetData()[i],
+                        fB = vfTransed[i];
             const float fWA = fWeight * fA, fWB = fWeight * fB;
             aRow[eCompareDiff] += fWeight * std::abs(fA - fB);
             aRow[eCompareCross] += fB * fWA;

@@ -1,28 +1,22 @@
 #include "bench/SartJob.h"
 
 #include <chrono>
-#include <ctime>
 #include <numeric>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
 #include "bench/Scene.h"
-#include "gpulib/App/TomoSart.h"
-#include "gpulib/App/TomoVolume.h"
+#include "bench/ThreadTime.h"
+#include "gpulib/App/Iteration/TomoSart.h"
+#include "gpulib/App/Job.h"
 #include "gpulib/Device/Backend.h"
 
 namespace
 {
 thread_local double t_dKernels = 0;
-
-double ThreadSeconds()
-{
-    timespec aTime;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &aTime);
-    return double(aTime.tv_sec) + 1e-9 * double(aTime.tv_nsec);
-}
 
 /// Another backend, with a watch on its kernels.
 class CTimedBackend final : public CBackend
@@ -48,81 +42,77 @@ public:
         return m_pInner->GetPieceRows(iWidth, iRows);
     }
     bool UsesHostMemory() const override { return m_pInner->UsesHostMemory(); }
-    bool CreateArray(DeviceImage& rImage) override { return m_pInner->CreateArray(rImage); }
-    bool CreatePitched(DeviceImage& rImage) override { return m_pInner->CreatePitched(rImage); }
-    bool CreateLent(DeviceImage& rImage, const void* pvSource) override
+    bool FinishDownload() override { return m_pInner->FinishDownload(); }
+
+private:
+    bool mCreateArray(DeviceImage& rImage) override { return m_pInner->CreateArray(rImage); }
+    bool mCreatePitched(DeviceImage& rImage) override { return m_pInner->CreatePitched(rImage); }
+    bool mCreateLent(DeviceImage& rImage, const void* pvSource) override
     {
         return m_pInner->CreateLent(rImage, pvSource);
     }
-    void Free(DeviceImage& rImage) override { m_pInner->Free(rImage); }
-    bool Clear(const DeviceImage& rImage) override { return m_pInner->Clear(rImage); }
-    bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
-                int iWidth, int iHeight) override
+    void mFree(DeviceImage& rImage) override { m_pInner->Free(rImage); }
+    bool mClear(const DeviceImage& rImage) override { return m_pInner->Clear(rImage); }
+    bool mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
+                 int iWidth, int iHeight) override
     {
         return m_pInner->Upload(rImage, rSource, iX0, iY0, iWidth, iHeight);
     }
-    bool Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
-                  int iWidth, int iHeight) override
-    {
-        return m_pInner->Download(rImage, rDest, iX0, iY0, iWidth, iHeight);
-    }
-    void Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight) override
+    void mPrefetch(const HostRows<const float>& rSource, int iWidth, int iHeight) override
     {
         m_pInner->Prefetch(rSource, iWidth, iHeight);
     }
-    bool StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
-                       int iWidth, int iHeight) override
+    bool mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                        int iWidth, int iHeight) override
     {
         return m_pInner->StartDownload(rImage, rDest, iX0, iY0, iWidth, iHeight);
     }
-    bool FinishDownload() override { return m_pInner->FinishDownload(); }
-    bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) override
+    bool mCopy(const DeviceImage& rDest, const DeviceImage& rSource) override
     {
         return m_pInner->Copy(rDest, rSource);
     }
-    bool UploadTable(const DeviceImage& rImage, const void* pvSource) override
+    bool mUploadTable(const DeviceImage& rImage, const void* pvSource) override
     {
         return m_pInner->UploadTable(rImage, pvSource);
     }
-    bool DownloadTable(const DeviceImage& rImage, void* pvDest) override
+    bool mDownloadTable(const DeviceImage& rImage, void* pvDest) override
     {
         return m_pInner->DownloadTable(rImage, pvDest);
     }
 
-    bool ForwardProject(const ForwardParams& rParams) override
+    bool mForwardProject(const ForwardParams& rParams) override
     {
         return mTime([&] { return m_pInner->ForwardProject(rParams); });
     }
-    bool Combine(const CombineParams& rParams) override
+    bool mCombine(const CombineParams& rParams) override
     {
         return mTime([&] { return m_pInner->Combine(rParams); });
     }
-    bool Weight(const WeightParams& rParams) override
+    bool mWeight(const WeightParams& rParams) override
     {
         return mTime([&] { return m_pInner->Weight(rParams); });
     }
-    bool BackProject(const BackParams& rParams) override
+    bool mBackProject(const BackParams& rParams) override
     {
         return mTime([&] { return m_pInner->BackProject(rParams); });
     }
-    bool SumAbs(const SumAbsParams& rParams) override
+    bool mSumAbs(const SumAbsParams& rParams) override
     {
         return mTime([&] { return m_pInner->SumAbs(rParams); });
     }
-    bool Transform(const TransformParams& rParams) override
+    bool mTransform(const TransformParams& rParams) override
     {
         return mTime([&] { return m_pInner->Transform(rParams); });
     }
-    bool CompareSums(const CompareParams& rParams) override
+    bool mCompareSums(const CompareParams& rParams) override
     {
         return mTime([&] { return m_pInner->CompareSums(rParams); });
     }
-    bool Smooth(const SmoothParams& rParams) override
+    bool mSmooth(const SmoothParams& rParams) override
     {
         return mTime([&] { return m_pInner->Smooth(rParams); });
     }
 
-private:
     template <class F>
     static bool mTime(F fKernel)
     {
@@ -155,6 +145,13 @@ SartTimes RunSartJob(int iWorkers, int iRowsPerWorker, int iIterations)
         }
     }
     CTomoVolume aTomoVolume(&aVolume, iWorkers);
+    ReconJob aJob;
+    aJob.pProjs = &aStack;
+    aJob.pTomoVol = &aTomoVolume;
+    aJob.fAngles = vfAngles;
+    aJob.uiRangeX = vuiRange;
+    aJob.uiIterations = unsigned(iIterations);
+    aJob.uiProjIndex = vuiIndex;
 
     SetBackend(std::make_unique<CTimedBackend>(SetBackend(nullptr)));
     std::vector<SartTimes> vTimes(iWorkers);
@@ -164,14 +161,9 @@ SartTimes RunSartJob(int iWorkers, int iRowsPerWorker, int iIterations)
         vThreads.emplace_back(
             [&, w]
             {
-                CTomoSart aSart;
-                aSart.SetProjs(&aStack, vfAngles);
-                aSart.SetVolume(&aTomoVolume);
-                aSart.SetRangeX(vuiRange);
-                aSart.SetIterations(unsigned(iIterations));
-                aSart.SetProjIndices(vuiIndex);
-                vTimes[w].bDone =
-                    GetBackend()->SelectDevice(w) && aSart.DoIt(w * iRowsPerWorker, iRowsPerWorker);
+                CTomoSart aSart(aJob);
+                vTimes[w].bDone = GetBackend()->SelectDevice(w) &&
+                                  aSart.DoIt({w * iRowsPerWorker, iRowsPerWorker, w, iWorkers, w});
                 vTimes[w].dWorker = ThreadSeconds();
                 vTimes[w].dKernels = t_dKernels;
             });

@@ -105,36 +105,25 @@ bool CDeviceScene::Create(const Scene& rScene)
         !m_aRaw.HostToDevice(aRaw, 0, 0, iX, iProjs) || !UploadSlices())
         return false;
 
-    m_aForward.SetVolSize(iX, iZ);
-    m_aForward.SetProjX(iX);
-    m_aForward.SetProjIndexArray(m_aIndex.GetImage());
-    m_aForward.SetCosSinArray(m_aCosSin.GetImage());
-    m_aForward.SetVolArray(m_aVol.GetImage());
-    m_aForward.SetRawProjsArray(m_aRaw.GetImage());
-    m_aBack.SetVolSize(iX, iZ);
-    m_aBack.SetProjSize(iX);
-    m_aBack.SetRelax(rScene.fRelax);
-    m_aBack.SetProjIndexArray(m_aIndex.GetImage());
-    m_aBack.SetCosSinArray(m_aCosSin.GetImage());
-    m_aBack.SetRangeXArray(m_aRange.GetImage());
-    m_aBack.SetProjsArray(m_aRaw.GetImage());
-    m_aBack.SetVolArray(m_aVol.GetImage());
-    m_aFactor.SetProjSize(iX, iProjs);
-    m_aFactor.SetProjIndexArray(m_aIndex.GetImage());
-    m_aFactor.SetProjsArray(m_aDiff.GetImage());
-    m_aWeight.SetProjSize(iX);
-    m_aWeight.SetSetRange(0, iProjs);
-    m_aWeight.SetProjIndexArray(m_aIndex.GetImage());
-    m_aWeight.SetProjsArray(m_aDiff.GetImage());
-    m_aWeight.SetProjWeightArray(m_aWeights.GetImage());
+    RunImages aImages = {.iVolX = iX,
+                         .iVolZ = iZ,
+                         .iProjX = iX,
+                         .aVol = m_aVol.GetImage(),
+                         .aRawProjs = m_aRaw.GetImage(),
+                         .aProjs = m_aDiff.GetImage(),
+                         .aSums = m_aSums.GetImage(),
+                         .aCosSin = m_aCosSin.GetImage(),
+                         .aProjIndex = m_aIndex.GetImage(),
+                         .aRangeX = m_aRange.GetImage(),
+                         .aPreWeight = {},
+                         .aProjWeight = m_aWeights.GetImage()};
+    m_aForward.SetImages(aImages);
+    m_aFactor.SetImages(aImages);
+    m_aWeight.SetImages(aImages);
+    aImages.aProjs = m_aRaw.GetImage();
+    m_aBack.SetImages(aImages);
     SetRange(0, iProjs);
     return true;
-}
-
-void CDeviceScene::SetRange(int iFirst, int iEnd)
-{
-    m_aForward.SetSetRange(iFirst, iEnd);
-    m_aBack.SetSetRange(iFirst, iEnd);
 }
 
 bool CDeviceScene::UploadSlices()

@@ -44,14 +44,15 @@ class CDeviceScene
 {
 public:
     [[nodiscard]] bool Create(const Scene& rScene);
-    void SetRange(int iFirst, int iEnd);  ///< projections of the projectors; at first all
+    /// Projections of the projectors; at first all.
+    void SetRange(int iFirst, int iEnd) { m_aSet = {iFirst, iEnd}; }
 
     [[nodiscard]] bool UploadSlices();
     [[nodiscard]] bool DownloadSlices();
-    [[nodiscard]] bool Forward() { return m_aForward.DoIt(m_aSums.GetImage()); }
-    [[nodiscard]] bool Diff() { return m_aForward.DoDiff(m_aSums.GetImage(), m_aDiff.GetImage()); }
-    [[nodiscard]] bool Back() { return m_aBack.DoIt(0, m_pScene->iRows); }
-    [[nodiscard]] bool Weight() { return m_aWeight.WeightRecon(m_aDiff.GetImage()); }
+    [[nodiscard]] bool Forward() { return m_aForward.DoIt(m_aSet); }
+    [[nodiscard]] bool Diff() { return m_aForward.DoDiff(m_aSet); }
+    [[nodiscard]] bool Back() { return m_aBack.DoIt(m_aSet, m_pScene->fRelax, 0, m_pScene->iRows); }
+    [[nodiscard]] bool Weight() { return m_aWeight.WeightRecon({0, m_pScene->iProjs}); }
     [[nodiscard]] bool SumAbs() { return m_aFactor.DoDif(m_aAccum.GetImage(), 0, m_pScene->iRows); }
 
     std::vector<float> ReadSums() const;                              ///< [projection][row][x]
@@ -59,6 +60,7 @@ public:
 
 private:
     const Scene* m_pScene = nullptr;  // borrowed
+    ::SetRange m_aSet;
     CDeviceArray2D m_aVol, m_aRaw, m_aDiff, m_aCosSin, m_aIndex, m_aRange, m_aWeights;
     CPitchedPtr2D m_aSums, m_aAccum;
     GForwardProj m_aForward;

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
 #include <string>
 #include <vector>
 
 #include "Util/Util_Volume.h"
 #include "bench/Literal.h"
-#include "gpulib/App/TomoSmooth.h"
+#include "bench/ThreadTime.h"
+#include "gpulib/App/Smooth/TomoSmooth.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
@@ -19,13 +19,6 @@ constexpr int g_aiSize[3] = {512, 512, 256}, g_aiKernel[3] = {7, 7, 7};
 constexpr int g_iFirst = 126, g_iEnd = 130;  // slices that the plain loop does
 constexpr std::size_t g_tSlice = std::size_t(512) * 512, g_tVoxels = g_tSlice * 256;
 constexpr double g_dFloor = 10;  // Gaussian to the plain loop, every instruction set
-
-double ThreadSeconds()
-{
-    timespec aTime;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &aTime);
-    return double(aTime.tv_sec) + 1e-9 * double(aTime.tv_nsec);
-}
 
 /// A bell of deviation 1.5 in the middle, or the same with one value changed: no product then.
 std::vector<float> MakeKernel(bool bGaussian)

@@ -150,8 +150,8 @@ int main()
     Print("download", g_iProjs, dDownload, dBareDown);
 
     talven::ReconOptions aOptions;
-    aOptions.m_vuiSetSizes = {g_iProjs};
-    aOptions.m_vfRelax = {1.0f};
+    aOptions.vuiSetSizes = {g_iProjs};
+    aOptions.vfRelax = {1.0f};
     Demand(aSession.SetVolumeSize(g_iX, g_iY, g_iZ) && aSession.SetReconOptions(aOptions) &&
                aSession.SetWeightBox(nullptr) && aSession.Reconstruct(),
            aSession);

@@ -4,6 +4,7 @@ option(TALVEN_FUZZ "Build the fuzz targets, which replay files without libFuzzer
 option(TALVEN_LIBFUZZER "Link the fuzz targets with libFuzzer (clang)" OFF)
 option(TALVEN_HOST_BASELINE_ONLY "Host kernels for the plainest instruction set only" OFF)
 option(TALVEN_WERROR "Treat warnings as errors" OFF)
+option(TALVEN_PORTABLE "Programs that run where the C++ library is older than here" OFF)
 set(TALVEN_SANITIZE "" CACHE STRING "Sanitizers for all targets, for example address,undefined")
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
@@ -32,6 +33,10 @@ if(TALVEN_SANITIZE)
        -fno-sanitize-recover=all)
 endif()
 target_compile_options(talven_options INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${TALVEN_CXX_OPTIONS}>")
+# libgcc stays shared: every system has it, and the static one asks for a newer C library.
+if(TALVEN_PORTABLE)
+  add_link_options(-static-libstdc++ -Wl,--gc-sections)
+endif()
 if(TALVEN_SANITIZE)
   target_link_options(talven_options INTERFACE -fsanitize=${TALVEN_SANITIZE})
 endif()

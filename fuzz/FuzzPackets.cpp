@@ -135,14 +135,14 @@ bool CPacketRun::mReceiveData(std::uint8_t uiCommand)
 bool CPacketRun::mReceiveSlice()
 {
     std::string strReason;
-    const auto aTarget = CVolData::GetInstance()->HandleVolSet(m_aPacket, strReason);
+    const CRequestPlan aPlan = CVolData::GetInstance()->HandleVolSet(m_aPacket);
     const auto aData = m_aStream.Take(m_aPacket.GetOptSize());
-    const bool bReceived = aTarget ? m_aPacket.RecvData(*aTarget) : m_aPacket.RecvData(0);
+    const bool bReceived = m_aPacket.RecvData(aPlan);
     Expect(bReceived == aData.has_value(), "a slice is there or not");
     m_vData.clear();
-    if (!aData || !aTarget) return bReceived;
+    if (!aData || !aPlan.DoIt(m_aPacket, strReason)) return bReceived;
     const Bytes vWanted = SwappedUnits(*aData, 4);
-    Expect(std::ranges::equal(vWanted, aTarget->aSecond), "the slice is what was sent");
+    Expect(std::ranges::equal(vWanted, aPlan.GetTarget()[0]), "the slice is what was sent");
     return true;
 }
 
@@ -157,7 +157,8 @@ void CPacketRun::mUse(std::size_t i)
     }
     std::string strReason;
     if (m_aPacket.GetMsgType() == CMsgConst::VOLSIZE)
-        static_cast<void>(CVolData::GetInstance()->HandleVolSize(m_aPacket, strReason));
+        static_cast<void>(
+            CVolData::GetInstance()->HandleVolSize(m_aPacket).DoIt(m_aPacket, strReason));
     if ((uiCommand & 4) != 0) mCheckAccess();
     if ((uiCommand & 8) != 0) mRespond();
     if ((uiCommand & 16) != 0) mCheckWriting();

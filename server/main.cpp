@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "Util/Util_TcpServer.h"
+#include "gpulib/Device/Backend.h"
 #include "server/Config/GpuConfig.h"
 #include "server/Thread/ClientMain.h"
 #include "server/Thread/GpuThread.h"
@@ -8,7 +9,7 @@
 
 namespace
 {
-enum ExitCode
+enum EExitCode
 {
     eNoDevice = -1,
     eNoServer = -2,
@@ -25,6 +26,7 @@ int main()
     if (pConfig->GetNumDevices() <= 0)
     {
         std::puts("Error: GPU devices are not found.");
+        if (!GetBackend()) std::printf("Error: %s\n", pConfig->GetBackend().c_str());
         return eNoDevice;
     }
     if (!Util_TcpServer::CreateServer(pConfig->GetServerPort(), pConfig->GetBindAddress()))

@@ -13,18 +13,18 @@ off_t RecordOffset(int iRecord)
 }
 bool InRegion(int iRecord)
 {
-    return iRecord >= 0 && iRecord < CExtHeader::s_iRecords;
+    return iRecord >= 0 && iRecord < CExtHeader::m_iRecords;
 }
 }  // namespace
 
 float CExtHeader::GetNthField(int iField) const
 {
-    return iField >= 0 && iField < s_iFields ? m_afFields[iField] : 0.0f;
+    return iField >= 0 && iField < m_iFields ? m_afFields[iField] : 0.0f;
 }
 
 void CExtHeader::SetNthField(int iField, float fValue)
 {
-    if (iField >= 0 && iField < s_iFields) m_afFields[iField] = fValue;
+    if (iField >= 0 && iField < m_iFields) m_afFields[iField] = fValue;
 }
 
 bool CExtHeader::Save(int iFile, int iRecord) const

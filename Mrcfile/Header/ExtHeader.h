@@ -25,13 +25,13 @@ public:
         eMag,
         eFirstFree  ///< from here to 31
     };
-    static constexpr int s_iFields = 32;
-    static constexpr int s_iRecords = 1024;
+    static constexpr int m_iFields = 32;
+    static constexpr int m_iRecords = 1024;
 
     static constexpr int GetNumInts() { return 0; }
-    static constexpr int GetNumFloats() { return s_iFields; }
-    static constexpr int GetSize() { return s_iFields * 4; }
-    static constexpr int GetTotalSize() { return GetSize() * s_iRecords; }
+    static constexpr int GetNumFloats() { return m_iFields; }
+    static constexpr int GetSize() { return m_iFields * 4; }
+    static constexpr int GetTotalSize() { return GetSize() * m_iRecords; }
 
     void SetTiltA(float fVal) { m_afFields[eTiltA] = fVal; }
     void SetTiltB(float fVal) { m_afFields[eTiltB] = fVal; }
@@ -58,5 +58,5 @@ public:
     void SwapByte();
 
 private:
-    std::array<float, s_iFields> m_afFields{};
+    std::array<float, m_iFields> m_afFields{};
 };

@@ -2,7 +2,7 @@
 // and whether they compute what the host computes.
 //
 //   talven-gpu-bench            print the table
-//   talven-gpu-bench --devices  name the device and end
+//   talven-gpu-bench --devices  name the devices and end
 //   talven-gpu-bench --tiny     the same at sizes for a device in software
 //
 // Ends with 0, 1 when something failed or differs, 2 when there is no device.
@@ -13,28 +13,25 @@
 #include <ctime>
 #include <string>
 
+#include "bench/cuda/Job.h"
 #include "bench/cuda/Sections.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
 namespace
 {
-/// Makes a CUDA backend the one in use and selects its first device.
-bool Use(bool bExact)
+/// All devices, a line each, and the date.
+void PrintDevices()
 {
-    std::string strReason;
-    SetBackend(nullptr);
-    SetBackend(MakeCudaBackend(bExact, 0, strReason));
-    if (!GetBackend()) return DeviceFail("%s", strReason.c_str());
-    return GetBackend()->SelectDevice(0);
-}
-
-void PrintDevice()
-{
+    for (int i = 0; i < GetBackend()->GetDeviceCount(); ++i)
+    {
+        const bool bSelected = GetBackend()->SelectDevice(i);
+        std::printf("GPU %d: %s\n", i, (bSelected ? DescribeDevice() : TakeDeviceError()).c_str());
+    }
     const std::time_t tNow = std::time(nullptr);
     char acDate[32];
     std::strftime(acDate, sizeof(acDate), "%Y-%m-%d", std::gmtime(&tNow));
-    std::printf("%s, %s\n", DescribeDevice().c_str(), acDate);
+    std::printf("%s\n", acDate);
 }
 
 bool MeasureCeilings(const BenchSize& rSize, Ceilings& rCeilings)
@@ -44,9 +41,10 @@ bool MeasureCeilings(const BenchSize& rSize, Ceilings& rCeilings)
     const int iRows = std::min(iLanes, rSize.iBandRows);
     const auto Fetches = [&]
     { return MeasureFetches(iWidth, iHeight, rSize.iProjs, iRows, rSize.iRepeats); };
-    if (!Use(true)) return false;
+    if (!UseCuda(true)) return false;
     rCeilings.dPointFetches = Fetches();
-    if (!Use(false) || !MeasureCopies(rSize.tCopyBytes, rSize.iRepeats, rCeilings)) return false;
+    if (!UseCuda(false) || !MeasureCopies(rSize.tCopyBytes, rSize.iRepeats, rCeilings))
+        return false;
     rCeilings.dFilterFetches = Fetches();
     std::printf("\nmeasured ceilings\n");
     std::printf("  %-36s %10.1f G/s\n  %-36s %10.1f G/s\n", "bilinear texture reads",
@@ -61,9 +59,9 @@ bool MeasureCeilings(const BenchSize& rSize, Ceilings& rCeilings)
 bool PrintAll(const BenchSize& rSize)
 {
     Ceilings aCeilings;
-    return MeasureCeilings(rSize, aCeilings) && Use(false) &&
-           PrintKernels(rSize, aCeilings, false) && Use(true) &&
-           PrintKernels(rSize, aCeilings, true) && Use(false) && PrintJobs(rSize) &&
+    return MeasureCeilings(rSize, aCeilings) && UseCuda(false) &&
+           PrintKernels(rSize, aCeilings, false) && UseCuda(true) &&
+           PrintKernels(rSize, aCeilings, true) && UseCuda(false) && PrintJobs(rSize) &&
            PrintAgreement(rSize);
 }
 }  // namespace
@@ -76,12 +74,12 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: talven-gpu-bench [--devices | --tiny]\n");
         return 2;
     }
-    if (!Use(false))
+    if (!UseCuda(false))
     {
         std::printf("no GPU: %s\n", TakeDeviceError().c_str());
         return 2;
     }
-    PrintDevice();
+    PrintDevices();
     if (strOption == "--devices") return 0;
     bool bGood = PrintAll(strOption == "--tiny" ? g_aTinySize : g_aFullSize);
     const std::string strError = TakeDeviceError();  // of a figure that is "nan"

@@ -8,10 +8,12 @@
 #include <optional>
 #include <vector>
 
-#include "gpulib/App/TomoEm.h"
-#include "gpulib/App/TomoSart.h"
-#include "gpulib/App/TomoVolume.h"
+#include "Util/TomoVolume.h"
+#include "gpulib/App/Iteration/TomoEm.h"
+#include "gpulib/App/Iteration/TomoSart.h"
+#include "gpulib/App/Job.h"
 #include "gpulib/Device/Backend.h"
+#include "gpulib/Device/DeviceError.h"
 
 namespace
 {
@@ -42,6 +44,17 @@ double RaySum(const Ellipse& rE, const Job& rJob, double dU, double dCos, double
 }
 }  // namespace
 
+bool UseCuda(bool bExact)
+{
+    std::string strReason;
+    SetBackend(nullptr);
+    SetBackend(MakeCudaBackend(bExact, 0, strReason));
+    if (!GetBackend()) return DeviceFail("%s", strReason.c_str());
+    int iDevice = 0;
+    while (GetBackend()->GetDeviceMemory(iDevice) == 0) ++iDevice;
+    return GetBackend()->SelectDevice(iDevice);
+}
+
 void FillStack(const Job& rJob, Util_Volume& rStack)
 {
     rStack.SetSize(rJob.iX, rJob.iY, rJob.iProjs);
@@ -70,7 +83,7 @@ double RunJob(const Job& rJob, Util_Volume& rStack, Util_Volume& rVolume,
               CCudaClock::Totals* pTotals)
 {
     rVolume.SetSize(rJob.iX, rJob.iY, rJob.iZ);
-    std::fill_n(rVolume.GetData(), rJob.bEm ? rVolume.GetVoxels() : 0, 1.0f);
+    std::fill_n(rVolume.GetData(), rVolume.GetVoxels(), rJob.bEm ? 1.0f : 0.0f);
     CTomoVolume aTomoVolume(&rVolume, 1);
     std::vector<float> vfAngles;
     std::vector<unsigned> vuiIndex(rJob.iProjs), vuiRange;
@@ -79,20 +92,22 @@ double RunJob(const Job& rJob, Util_Volume& rStack, Util_Volume& rVolume,
     for (int i = 0; i < rJob.iProjs * rJob.iY; ++i)
         vuiRange.insert(vuiRange.end(), {0u, unsigned(rJob.iX)});
 
+    ReconJob aJob;
+    aJob.pProjs = &rStack;
+    aJob.pTomoVol = &aTomoVolume;
+    aJob.fAngles = vfAngles;
+    aJob.uiRangeX = vuiRange;
+    aJob.uiIterations = unsigned(rJob.iIterations);
+    aJob.uiNumSets = rJob.uiSets;
+    aJob.uiProjIndex = vuiIndex;
     const std::unique_ptr<CTomoRecon> pRecon =
-        rJob.bEm ? std::unique_ptr<CTomoRecon>(std::make_unique<CTomoEm>())
-                 : std::make_unique<CTomoSart>();
-    pRecon->SetProjs(&rStack, vfAngles);
-    pRecon->SetVolume(&aTomoVolume);
-    pRecon->SetRangeX(vuiRange);
-    pRecon->SetIterations(unsigned(rJob.iIterations));
-    pRecon->SetNumSets(rJob.uiSets, {});
-    pRecon->SetProjIndices(vuiIndex);
+        rJob.bEm ? std::unique_ptr<CTomoRecon>(std::make_unique<CTomoEm>(aJob))
+                 : std::make_unique<CTomoSart>(aJob);
 
     std::optional<CCudaClock> aClock;
     if (pTotals) aClock.emplace();
     const auto aStart = std::chrono::steady_clock::now();
-    const bool bDone = GetBackend()->SelectDevice(0) && pRecon->DoIt(0, rJob.iY);
+    const bool bDone = pRecon->DoIt({.iSizeY = rJob.iY});
     const std::chrono::duration<double> aTime = std::chrono::steady_clock::now() - aStart;
     if (!bDone || (aClock && !aClock->Take(*pTotals)))
         return std::numeric_limits<double>::quiet_NaN();

@@ -2,13 +2,11 @@
 
 #include <cmath>
 #include <cstdio>
-#include <string>
 #include <vector>
 
 #include "bench/cuda/Job.h"
 #include "bench/cuda/Sections.h"
 #include "gpulib/Device/Backend.h"
-#include "gpulib/Device/DeviceError.h"
 
 namespace
 {
@@ -56,12 +54,12 @@ void PrintPhases(CCudaClock::Totals aTotals, double dTotal)
 bool PrintJob(const Job& rJob, Util_Volume& rStack)
 {
     CCudaClock::Totals aTotals;
-    Util_Volume aPlain, aClocked;
-    const double dPlain = RunJob(rJob, rStack, aPlain);
-    const double dClocked = RunJob(rJob, rStack, aClocked, &aTotals);
-    if (std::isnan(dPlain) || std::isnan(dClocked)) return false;
-    std::printf("  %u subsets: %.3f s; with a clock %.3f s, of which\n", rJob.uiSets, dPlain,
-                dClocked);
+    Util_Volume aVolume;
+    const double dFirst = RunJob(rJob, rStack, aVolume), dSecond = RunJob(rJob, rStack, aVolume);
+    const double dClocked = RunJob(rJob, rStack, aVolume, &aTotals);
+    if (std::isnan(dFirst) || std::isnan(dSecond) || std::isnan(dClocked)) return false;
+    std::printf("  %u subsets: first run %.3f s, second %.3f s; with a clock %.3f s, of which\n",
+                rJob.uiSets, dFirst, dSecond, dClocked);
     PrintPhases(std::move(aTotals), dClocked);
     return true;
 }
@@ -85,15 +83,12 @@ bool PrintAgreementOf(const Job& rJob)
     FillStack(rJob, aStack);
     SetBackend(nullptr);
     SetBackend(MakeHostBackend("", 1));
-    if (std::isnan(RunJob(rJob, aStack, aExpected))) return false;
+    if (!GetBackend()->SelectDevice(0) || std::isnan(RunJob(rJob, aStack, aExpected))) return false;
     bool bAgree = true;
     for (const bool bExact : {false, true})
     {
         const double dMost = bExact ? 1e-5 : 2e-3;
-        std::string strReason;
-        SetBackend(nullptr);
-        SetBackend(MakeCudaBackend(bExact, 0, strReason));
-        if (!GetBackend()) return DeviceFail("%s", strReason.c_str());
+        if (!UseCuda(bExact)) return false;
         Util_Volume aVolume;
         const bool bDone = !std::isnan(RunJob(rJob, aStack, aVolume));
         const double dError = bDone ? RelativeL2(aVolume, aExpected) : INFINITY;

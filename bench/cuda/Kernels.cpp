@@ -5,10 +5,13 @@
 #include <numeric>
 #include <vector>
 
+#include "Util/TomoVolume.h"
+#include "Util/Util_Volume.h"
 #include "bench/CompareJob.h"
 #include "bench/Scene.h"
 #include "bench/cuda/Sections.h"
 #include "bench/cuda/Timing.h"
+#include "gpulib/App/Job.h"
 #include "gpulib/App/JobShape.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceArray3D.h"
@@ -19,13 +22,14 @@ namespace
 {
 int BatchOf(const BenchSize& rSize)
 {
-    JobShape aShape;
-    aShape.iProjX = aShape.iVolX = rSize.iX;
-    aShape.iProjs = rSize.iProjs;
-    aShape.iVolZ = rSize.iZ;
-    aShape.iRows = rSize.iBandRows;
-    aShape.iProjImages = g_iIterImages;
-    return aShape.GetBatch();
+    Util_Volume aStack, aVolume;  // one row is enough to tell the sizes
+    aStack.SetSize(rSize.iX, 1, rSize.iProjs);
+    aVolume.SetSize(rSize.iX, 1, rSize.iZ);
+    CTomoVolume aTomoVolume(&aVolume, 1);
+    ReconJob aJob;
+    aJob.pProjs = &aStack;
+    aJob.pTomoVol = &aTomoVolume;
+    return JobShape(aJob, EJobKind::eIterative).GetBatch(rSize.iBandRows);
 }
 
 /// Work of one batch by a projector.
@@ -88,16 +92,14 @@ void PrintStreams(CDeviceScene& rDevice, const Scene& rScene, int iRepeats,
             rEntry.dBytes, rCeilings);
 }
 
-void PrintAlignment(int iRepeats, const Ceilings& rCeilings)
+void PrintAlignment(int iSize, int iRepeats, const Ceilings& rCeilings)
 {
-    const CompareScene aScene(1.0f);
+    CompareScene aScene(1.0f, iSize);
     CompareTotals aTotals;
     const auto Compare = [&] { return RunCompare(aScene, aTotals); };
-    const double dPixels = double(CompareScene::iX) * CompareScene::iY;
-    PrintStream("transform 1024 x 1024", BestSeconds("Transform", iRepeats, Compare), 12 * dPixels,
-                rCeilings);
-    PrintStream("compare 1024 x 1024", BestSeconds("CompareSums", iRepeats, Compare), 12 * dPixels,
-                rCeilings);
+    const double dBytes = 12.0 * iSize * iSize;
+    PrintStream("transform", BestSeconds("Transform", iRepeats, Compare), dBytes, rCeilings);
+    PrintStream("compare", BestSeconds("CompareSums", iRepeats, Compare), dBytes, rCeilings);
 }
 
 [[nodiscard]] bool PrintSmoothing(const BenchSize& rSize)
@@ -112,8 +114,6 @@ void PrintAlignment(int iRepeats, const Ceilings& rCeilings)
         !aOut.Create(aiSize[0], aiSize[1], aiSize[2]))
         return false;
     GSmooth aSmooth;
-    aSmooth.SetVolSize(aiSize);
-    aSmooth.SetGauSize(iKernel, iKernel, iKernel);
     aSmooth.SetVolumeArray(aVolume.GetImage());
     aSmooth.SetGaussianArray(aKernel.GetImage());
     const double dSeconds =
@@ -152,6 +152,6 @@ bool PrintKernels(const BenchSize& rSize, const Ceilings& rCeilings, bool bExact
                 "of the copy bandwidth");
     PrintStreams(*pDevice, aScene, rSize.iRepeats, rCeilings);
     pDevice.reset();
-    PrintAlignment(rSize.iRepeats, rCeilings);
+    PrintAlignment(rSize.iX, rSize.iRepeats, rCeilings);
     return PrintSmoothing(rSize);
 }

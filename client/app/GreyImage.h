@@ -4,25 +4,19 @@
 #include <string>
 
 #include "Picture.h"
+#include "talven/Slices.h"
 
 namespace talven
 {
 
-/// An image whose row 0 is its lowest, shape [m_iHeight][m_iWidth]; borrowed pixels.
-struct GreyImage
-{
-    int m_iWidth, m_iHeight;
-    std::span<const float> m_pfPixels;
-};
-
 /// Black at one value, white at another, both ends cut.
 struct GreyScale
 {
-    float m_fBlack = 0, m_fWhite = 1;
+    float fBlack = 0, fWhite = 1;
 
-    /// From the percentiles given of all images together; missing pixels (below -1e15) do not
+    /// From the percentiles given of all slices together; missing pixels (below -1e15) do not
     /// count.
-    static GreyScale Find(std::span<const GreyImage> aImages, double dBlackPercent,
+    static GreyScale Find(std::span<const Slice> aSlices, double dBlackPercent,
                           double dWhitePercent);
     std::uint32_t GetPixel(float fValue) const;
 };
@@ -30,10 +24,11 @@ struct GreyScale
 /// Extent of an image in a picture.
 int ScaledExtent(int iPixels, double dScale);
 
-constexpr int g_iTitleHeight = 24;  ///< of the line above an image
+constexpr int g_iTitleHeight = 24;  ///< of the line above a slice
+constexpr int g_iGap = 14;          ///< between slices and around them
 
-/// Draws the image with its upper left corner at (dX, dY), and its title above.
-void DrawGreyImage(const CPicture& rPicture, const GreyImage& rImage, const GreyScale& rGrey,
-                   double dX, double dY, double dScale, const std::string& strTitle);
+/// Draws a slice, row 0 at the bottom, with its upper left corner at (dX, dY), and its title above.
+void DrawSlice(const CPicture& rPicture, const Slice& rSlice, const GreyScale& rGrey, double dX,
+               double dY, double dScale, const std::string& strTitle);
 
 }  // namespace talven

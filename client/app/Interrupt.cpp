@@ -11,21 +11,21 @@ namespace talven
 namespace
 {
 
-int s_aiPipe[2] = {-1, -1};
-std::atomic<bool> s_bSet{false};
+int g_aiPipe[2] = {-1, -1};
+std::atomic<bool> g_bSet{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
 void OnSignal(int)
 {
-    s_bSet = true;
-    [[maybe_unused]] const ssize_t iWritten = write(s_aiPipe[1], "x", 1);
+    g_bSet = true;
+    [[maybe_unused]] const ssize_t iWritten = write(g_aiPipe[1], "x", 1);
 }
 
 }  // namespace
 
 void CInterrupt::Install()
 {
-    if (pipe2(s_aiPipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
+    if (pipe2(g_aiPipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
     for (const int iSignal : {SIGINT, SIGTERM, SIGHUP})
     {
         struct sigaction aOld
@@ -46,11 +46,11 @@ void CInterrupt::Install()
 
 int CInterrupt::GetFd()
 {
-    return s_aiPipe[0];
+    return g_aiPipe[0];
 }
 bool CInterrupt::IsSet()
 {
-    return s_bSet;
+    return g_bSet;
 }
 
 }  // namespace talven

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <string_view>
 
+#include "talven/Text.h"
+
 namespace talven
 {
 namespace
@@ -32,8 +34,8 @@ std::vector<std::string_view> Split(std::string_view strText, char cAt)
 
 bool Reject(std::string& rError, const char* pcExpected, std::string_view strFound)
 {
-    rError = std::string("expected ") + pcExpected + ", found \"" + std::string(strFound) + "\"";
-    return false;
+    return Fail(rError, std::string("expected ") + pcExpected + ", found \"" +
+                            std::string(strFound) + "\"");
 }
 
 }  // namespace
@@ -82,10 +84,9 @@ bool ParseNumbers(const std::string& strText, std::size_t tCount, std::vector<do
             return Reject(rError, "numbers with commas between them", strPart);
         rNumbers.push_back(dValue);
     }
-    if (rNumbers.size() == tCount) return true;
-    rError = "expected " + std::to_string(tCount) + " numbers with commas between them, found " +
-             std::to_string(rNumbers.size());
-    return false;
+    return rNumbers.size() == tCount ||
+           Fail(rError, Format("expected %zu numbers with commas between them, found %zu", tCount,
+                               rNumbers.size()));
 }
 
 bool ParseSmoothing(const std::string& strText, double& rSigma, int& rInterval, std::string& rError)
@@ -101,43 +102,18 @@ bool ParseSmoothing(const std::string& strText, double& rSigma, int& rInterval, 
                   strText);
 }
 
-bool CRelaxation::Parse(const std::string& strText, std::string& rError)
+bool ParseRelaxation(const std::string& strText, Relaxation& rRelax, std::string& rError)
 {
+    const auto ParseFactor = [](std::string_view strPart, double& rFactor)
+    { return ParseNumber(strPart, rFactor) && std::isfinite(rFactor) && rFactor >= 0; };
     const std::vector<std::string_view> vstrDecay = Split(strText, ':');
-    m_vdFactors.clear();
-    m_dDecay = 1.0;
+    rRelax = {{}, 1.0};
     bool bGood = vstrDecay.size() <= 2;
-    if (vstrDecay.size() == 2)
-        bGood = ParseNumber(vstrDecay[1], m_dDecay) && std::isfinite(m_dDecay) && m_dDecay >= 0;
+    if (vstrDecay.size() == 2) bGood = ParseFactor(vstrDecay[1], rRelax.dDecay);
     for (const std::string_view strPart : Split(vstrDecay[0], ','))
-    {
-        double dFactor = 0;
-        bGood = bGood && ParseNumber(strPart, dFactor) && std::isfinite(dFactor) && dFactor >= 0;
-        m_vdFactors.push_back(dFactor);
-    }
-    bGood = bGood && (vstrDecay.size() == 1 || m_vdFactors.size() == 1);
+        bGood = ParseFactor(strPart, rRelax.vdFactors.emplace_back()) && bGood;
+    bGood = bGood && (vstrDecay.size() == 1 || rRelax.vdFactors.size() == 1);
     return bGood || Reject(rError, "R, R1,R2,... or START:DECAY, none negative", strText);
-}
-
-bool CRelaxation::MakeTable(int iIterations, int iSets, std::vector<float>& rTable,
-                            std::string& rError) const
-{
-    const auto tIterations = static_cast<std::size_t>(iIterations);
-    if (m_vdFactors.size() != 1 && m_vdFactors.size() != tIterations)
-    {
-        rError = std::to_string(m_vdFactors.size()) + " relaxation factors for " +
-                 std::to_string(iIterations) + " iterations";
-        return false;
-    }
-    rTable.clear();
-    for (std::size_t i = 0; i < tIterations; ++i)
-    {
-        const double dFactor = m_vdFactors.size() == 1
-                                   ? m_vdFactors[0] * std::pow(m_dDecay, double(i))
-                                   : m_vdFactors[i];
-        rTable.insert(rTable.end(), static_cast<std::size_t>(iSets), static_cast<float>(dFactor));
-    }
-    return true;
 }
 
 }  // namespace talven

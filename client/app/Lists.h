@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "talven/Schedule.h"
+
 namespace talven
 {
 
@@ -25,21 +27,9 @@ namespace talven
 [[nodiscard]] bool ParseSmoothing(const std::string& strText, double& rSigma, int& rInterval,
                                   std::string& rError);
 
-/// Relaxation factors by iteration: one number for all, one per iteration ("1,0.8,0.6"), or
-/// START:DECAY, each iteration's factor being DECAY times the one before.
-class CRelaxation
-{
-public:
-    /// \return false unless all numbers are finite and not negative.
-    [[nodiscard]] bool Parse(const std::string& strText, std::string& rError);
-    /// The table [iteration][subset].
-    /// \return false when a list has not one entry per iteration.
-    [[nodiscard]] bool MakeTable(int iIterations, int iSets, std::vector<float>& rTable,
-                                 std::string& rError) const;
-
-private:
-    std::vector<double> m_vdFactors = {1.0};
-    double m_dDecay = 1.0;  // of a single factor
-};
+/// Parses relaxation factors, finite and not negative: one number, one per iteration ("1,0.8,0.6"),
+/// or START:DECAY.
+[[nodiscard]] bool ParseRelaxation(const std::string& strText, Relaxation& rRelax,
+                                   std::string& rError);
 
 }  // namespace talven

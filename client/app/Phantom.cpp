@@ -1,177 +1,136 @@
-#include "Phantom.h"
-
-#include <nlohmann/json.hpp>
-
 #include <cmath>
-#include <cstdio>
-#include <vector>
+#include <functional>
 
-#include "Interrupt.h"
+#include "Command.h"
 #include "Lists.h"
-#include "PhantomModel.h"
-#include "ServerLink.h"
+#include "Options.h"
 #include "talven/Angles.h"
 #include "talven/MrcWriter.h"
+#include "talven/Phantom.h"
 
 namespace talven
 {
 namespace
 {
 
-constexpr int s_iMaxProjs = 10'000;
+constexpr int g_iMaxProjs = 10'000;
 
-class CPhantom
+/// `talven phantom`: writes PREFIX.mrc, PREFIX.tlt and PREFIX_truth.mrc.
+class CPhantomCommand : public CCommand
 {
 public:
-    explicit CPhantom(const PhantomArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.m_aReport) {}
-    bool Run();
-    const std::string& GetError() const { return m_strError; }
+    void AddOptions(CLI::App& rApp) override;
+    bool Run() override;
 
 private:
-    bool mReadArgs();
-    bool mWriteStack(const CPhantomModel& rModel, const std::string& strPath);
-    bool mWriteTruth(const CPhantomModel& rModel, const std::string& strPath);
-    void mAddNoise(std::span<float> pfPixels, double dMean, CNoise& rNoise) const;
-    double mGetMean(const CPhantomModel& rModel) const;
-    bool mFail(const std::string& strError)
-    {
-        m_strError = strError;
-        return false;
-    }
+    bool mReadOptions();
+    using Painter = std::function<void(int iSection, std::span<float> fPixels)>;
+    bool mWrite(const std::string& strPath, const char* pcPhase, int iSections, bool bVolume,
+                const Painter& rPainter);
 
-    const PhantomArgs& m_aArgs;
-    CReport m_aReport;
+    std::string m_strPrefix, m_strAngles = "-60,60,2";
+    std::vector<std::uint32_t> m_vuiSize = {512, 512};
+    int m_iThickness = 128;
+    int m_iBeads = 12;
+    double m_dNoise = 0, m_dDose = 0;
+    std::uint64_t m_ulSeed = 1;
+    double m_dPixel = 10;
+
     int m_iX = 0, m_iY = 0;
     std::vector<float> m_vfAngles;
-    std::string m_strError;
 };
 
-bool CPhantom::Run()
+void CPhantomCommand::AddOptions(CLI::App& rApp)
 {
-    const CStopwatch aWatch;
-    if (!mReadArgs()) return false;
-    const CPhantomModel aModel(m_iX, m_iY, m_aArgs.m_iThickness, m_aArgs.m_iBeads,
-                               m_aArgs.m_ulSeed);
-    const std::string strStack = m_aArgs.m_strPrefix + ".mrc";
-    const std::string strAngles = m_aArgs.m_strPrefix + ".tlt";
-    const std::string strTruth = m_aArgs.m_strPrefix + "_truth.mrc";
-    if (!mWriteStack(aModel, strStack) || !mWriteTruth(aModel, strTruth) ||
+    rApp.add_option("prefix", m_strPrefix, "Writes PREFIX.mrc, PREFIX.tlt, PREFIX_truth.mrc")
+        ->required();
+    AddParsed(rApp, "--size", "TEXT", m_vuiSize, ParseSizes, "X,Y of the projections, pixels")
+        ->default_str("512,512");
+    const auto Add = [&](const char* pcName, auto& rValue, const char* pcText)
+    { return rApp.add_option(pcName, rValue, pcText)->capture_default_str(); };
+    Add("--thickness", m_iThickness, "Z of the volume, voxels")->check(CLI::Range(1, 32768));
+    Add("--angles", m_strAngles, "FROM,TO,STEP in degrees");
+    Add("--beads", m_iBeads, "Fiducial beads")->check(CLI::Range(0, 1000));
+    Add("--noise", m_dNoise, "Gaussian noise: its standard deviation over the mean of a projection")
+        ->check(CLI::Range(0.0, 1e6));
+    Add("--dose", m_dDose, "Poisson noise: counts per pixel where the signal is mean; 0: none")
+        ->check(CLI::Range(0.0, 1e9));
+    Add("--seed", m_ulSeed, "Chooses the specimen and the noise");
+    Add("--pixel", m_dPixel, "Size of a pixel, Angstrom")->check(CLI::Range(0.0, 1e9));
+    mAddReportOptions(rApp);
+}
+
+bool CPhantomCommand::Run()
+{
+    if (!mReadOptions()) return false;
+    const CPhantomModel aModel(m_iX, m_iY, m_iThickness, m_iBeads, m_ulSeed);
+    CDetector aDetector(aModel, m_vfAngles, m_dNoise, m_dDose, m_ulSeed);
+    const auto iProjs = static_cast<int>(m_vfAngles.size());
+    const std::string strStack = m_strPrefix + ".mrc";
+    const std::string strAngles = m_strPrefix + ".tlt";
+    const std::string strTruth = m_strPrefix + "_truth.mrc";
+    if (!mWrite(strStack, "projections", iProjs, false,
+                [&](int i, std::span<float> fPixels)
+                { aDetector.Record(m_vfAngles[std::size_t(i)], fPixels); }) ||
+        !mWrite(strTruth, "truth", m_iThickness, true,
+                [&](int iZ, std::span<float> fPixels) { aModel.MakeSection(iZ, fPixels); }) ||
         !WriteAngles(strAngles, m_vfAngles, m_strError))
         return false;
 
-    if (m_aReport.IsJson())
-    {
-        const nlohmann::ordered_json aJson = {
-            {"command", "phantom"},
-            {"stack", {{"file", strStack}, {"size", {m_iX, m_iY, m_vfAngles.size()}}}},
-            {"angles", {{"file", strAngles}, {"degrees", m_vfAngles}}},
-            {"truth", {{"file", strTruth}, {"size", {m_iX, m_iY, m_aArgs.m_iThickness}}}}};
-        std::puts(aJson.dump(2).c_str());
-    }
-    m_aReport.PrintLine(
-        Format("%s: %zu projections of %d x %d, %g to %g degrees; %s; %s: %d x %d "
-               "x %d; %s",
-               strStack.c_str(), m_vfAngles.size(), m_iX, m_iY, double(m_vfAngles.front()),
-               double(m_vfAngles.back()), strAngles.c_str(), strTruth.c_str(), m_iX, m_iY,
-               m_aArgs.m_iThickness, FormatSeconds(aWatch.GetSeconds()).c_str()));
+    mReport({{"command", "phantom"},
+             {"stack", {{"file", strStack}, {"size", {m_iX, m_iY, iProjs}}}},
+             {"angles", {{"file", strAngles}, {"degrees", m_vfAngles}}},
+             {"truth", {{"file", strTruth}, {"size", {m_iX, m_iY, m_iThickness}}}}},
+            Format("%s: %d projections of %d x %d, %g to %g degrees; %s; %s: %d x %d x %d; %s",
+                   strStack.c_str(), iProjs, m_iX, m_iY, double(m_vfAngles.front()),
+                   double(m_vfAngles.back()), strAngles.c_str(), strTruth.c_str(), m_iX, m_iY,
+                   m_iThickness, FormatSeconds(m_aTotal.GetSeconds()).c_str()));
     return true;
 }
 
-bool CPhantom::mReadArgs()
+bool CPhantomCommand::mReadOptions()
 {
-    std::vector<std::uint32_t> vuiSize;
     std::vector<double> vdAngles;
     std::string strError;
-    if (!ParseSizes(m_aArgs.m_strSize, vuiSize, strError) || vuiSize.size() != 2 ||
-        vuiSize[0] > 65535 || vuiSize[1] > 65535)
+    if (m_vuiSize.size() != 2 || m_vuiSize[0] > 65535 || m_vuiSize[1] > 65535)
         return mFail("--size: expected X,Y, such as 512,256");
-    if (!ParseNumbers(m_aArgs.m_strAngles, 3, vdAngles, strError) || vdAngles[2] <= 0 ||
-        vdAngles[1] < vdAngles[0] || (vdAngles[1] - vdAngles[0]) / vdAngles[2] > s_iMaxProjs ||
+    if (!ParseNumbers(m_strAngles, 3, vdAngles, strError) || vdAngles[2] <= 0 ||
+        vdAngles[1] < vdAngles[0] || (vdAngles[1] - vdAngles[0]) / vdAngles[2] > g_iMaxProjs ||
         std::fabs(vdAngles[0]) > 360 || std::fabs(vdAngles[1]) > 360)
         return mFail("--angles: expected FROM,TO,STEP in degrees, such as -60,60,2");
-    m_iX = static_cast<int>(vuiSize[0]);
-    m_iY = static_cast<int>(vuiSize[1]);
-    // Half a step of rounding: -60,60,0.1 includes 60.
+    m_iX = static_cast<int>(m_vuiSize[0]);
+    m_iY = static_cast<int>(m_vuiSize[1]);
+    // A millionth of a step for rounding: -60,60,0.1 includes 60.
     for (int i = 0; vdAngles[0] + i * vdAngles[2] < vdAngles[1] + 1e-6 * vdAngles[2]; ++i)
         m_vfAngles.push_back(static_cast<float>(vdAngles[0] + i * vdAngles[2]));
     return true;
 }
 
-bool CPhantom::mWriteStack(const CPhantomModel& rModel, const std::string& strPath)
-{
-    const int iProjs = static_cast<int>(m_vfAngles.size());
-    std::vector<float> vfPixels(std::size_t(m_iX) * std::size_t(m_iY));
-    CMrcWriter aWriter;
-    if (!aWriter.Create(strPath, m_iX, m_iY, iProjs, m_aArgs.m_dPixel, false,
-                        "Talven: phantom tilt series"))
-        return mFail(aWriter.GetError());
-    const bool bNoise = m_aArgs.m_dNoise > 0 || m_aArgs.m_dDose > 0;
-    const double dMean = bNoise ? mGetMean(rModel) : 0;
-    CNoise aNoise(m_aArgs.m_ulSeed ^ 0x6E6F697365);  // not the stream that placed the objects
-    CProgressBar aBar(m_aReport, "projections", iProjs, vfPixels.size() * sizeof(float));
-    for (int i = 0; i < iProjs; ++i)
-    {
-        if (CInterrupt::IsSet()) return mFail("interrupted");
-        rModel.MakeProjection(m_vfAngles[std::size_t(i)], vfPixels);
-        if (bNoise) mAddNoise(vfPixels, dMean, aNoise);
-        if (!aWriter.WriteSection(vfPixels)) return mFail(aWriter.GetError());
-        aBar.Step(i + 1);
-    }
-    return aWriter.Finish() || mFail(aWriter.GetError());
-}
-
-bool CPhantom::mWriteTruth(const CPhantomModel& rModel, const std::string& strPath)
+bool CPhantomCommand::mWrite(const std::string& strPath, const char* pcPhase, int iSections,
+                             bool bVolume, const Painter& rPainter)
 {
     std::vector<float> vfPixels(std::size_t(m_iX) * std::size_t(m_iY));
     CMrcWriter aWriter;
-    if (!aWriter.Create(strPath, m_iX, m_iY, m_aArgs.m_iThickness, m_aArgs.m_dPixel, true,
-                        "Talven: phantom"))
-        return mFail(aWriter.GetError());
-    CProgressBar aBar(m_aReport, "truth", m_aArgs.m_iThickness, vfPixels.size() * sizeof(float));
-    for (int z = 0; z < m_aArgs.m_iThickness; ++z)
+    if (!mCheck(aWriter.Create(strPath, m_iX, m_iY, iSections, m_dPixel, bVolume,
+                               bVolume ? "Talven: phantom" : "Talven: phantom tilt series"),
+                aWriter))
+        return false;
+    CPhase aPhase(m_aReport, pcPhase, iSections, sizeof(float) * vfPixels.size());
+    for (int i = 0; i < iSections; ++i)
     {
-        if (CInterrupt::IsSet()) return mFail("interrupted");
-        rModel.MakeSection(z, vfPixels);
-        if (!aWriter.WriteSection(vfPixels)) return mFail(aWriter.GetError());
-        aBar.Step(z + 1);
+        if (!mGoOn()) return false;
+        rPainter(i, vfPixels);
+        if (!mCheck(aWriter.WriteSection(vfPixels), aWriter)) return false;
+        aPhase.Step(i + 1);
     }
-    return aWriter.Finish() || mFail(aWriter.GetError());
-}
-
-/// Mean of the projection nearest to 0 degrees. All have the same sum but for what leaves the
-/// field.
-double CPhantom::mGetMean(const CPhantomModel& rModel) const
-{
-    float fNearest = m_vfAngles.front();
-    for (const float fAngle : m_vfAngles)
-        if (std::fabs(fAngle) < std::fabs(fNearest)) fNearest = fAngle;
-    std::vector<float> vfPixels(std::size_t(m_iX) * std::size_t(m_iY));
-    rModel.MakeProjection(fNearest, vfPixels);
-    double dSum = 0;
-    for (const float fPixel : vfPixels) dSum += fPixel;
-    return dSum / double(vfPixels.size());
-}
-
-void CPhantom::mAddNoise(std::span<float> pfPixels, double dMean, CNoise& rNoise) const
-{
-    const double dCounts = dMean > 0 ? m_aArgs.m_dDose / dMean : 0;  // per unit of signal
-    for (float& rPixel : pfPixels)
-    {
-        double dValue = rPixel;
-        if (dCounts > 0) dValue = rNoise.GetPoisson(dValue * dCounts) / dCounts;
-        if (m_aArgs.m_dNoise > 0) dValue += m_aArgs.m_dNoise * dMean * rNoise.GetGaussian();
-        rPixel = static_cast<float>(dValue);
-    }
+    return mCheck(aWriter.Finish(), aWriter);
 }
 
 }  // namespace
 
-bool RunPhantom(const PhantomArgs& rArgs, std::string& rError)
+std::unique_ptr<CCommand> MakePhantom()
 {
-    CPhantom aPhantom(rArgs);
-    if (aPhantom.Run()) return true;
-    rError = aPhantom.GetError();
-    return false;
+    return std::make_unique<CPhantomCommand>();
 }
 
 }  // namespace talven

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "talven/AtomicFile.h"
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -28,8 +29,8 @@ void CPicture::DrawText(double dX, double dY, const std::string& strText, double
     cairo_font_extents_t aFont;
     cairo_text_extents(GetContext(), strText.c_str(), &aText);
     cairo_font_extents(GetContext(), &aFont);
-    cairo_move_to(GetContext(), dX - aAnchor.m_dX * aText.x_advance,
-                  dY + aFont.ascent - aAnchor.m_dY * (aFont.ascent + aFont.descent));
+    cairo_move_to(GetContext(), dX - aAnchor.dX * aText.x_advance,
+                  dY + aFont.ascent - aAnchor.dY * (aFont.ascent + aFont.descent));
     cairo_show_text(GetContext(), strText.c_str());
 }
 
@@ -47,14 +48,10 @@ bool CPicture::Write(const std::string& strPath, std::string& rError) const
     const cairo_status_t eStatus =
         cairo_surface_write_to_png_stream(m_pSurface.get(), Append, &vcPng);
     if (eStatus != CAIRO_STATUS_SUCCESS)
-    {
-        rError = strPath + ": cannot encode: " + cairo_status_to_string(eStatus);
-        return false;
-    }
+        return Fail(rError, strPath + ": cannot encode: " + cairo_status_to_string(eStatus));
     CAtomicFile aFile;
-    if (aFile.Create(strPath) && aFile.WriteAt(0, vcPng) && aFile.Commit()) return true;
-    rError = aFile.GetError();
-    return false;
+    return (aFile.Create(strPath) && aFile.WriteAt(0, vcPng) && aFile.Commit()) ||
+           Fail(rError, aFile.GetError());
 }
 
 }  // namespace talven

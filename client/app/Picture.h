@@ -21,7 +21,7 @@ public:
     /// or bottom.
     struct Anchor
     {
-        double m_dX, m_dY;
+        double dX, dY;
     };
     void DrawText(double dX, double dY, const std::string& strText, double dSize,
                   Anchor aAnchor) const;

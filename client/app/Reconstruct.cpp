@@ -1,263 +1,247 @@
-#include "Reconstruct.h"
-
-#include <nlohmann/json.hpp>
-
-#include <cmath>
-#include <cstdio>
+#include <algorithm>
 #include <optional>
 
-#include "Agreement.h"
-#include "Interrupt.h"
+#include "Command.h"
+#include "Options.h"
 #include "Preview.h"
-#include "ReconstructPlan.h"
 #include "RfactorPlot.h"
-#include "Transfer.h"
-#include "VolumeViews.h"
+#include "talven/Agreement.h"
+#include "talven/Angles.h"
 #include "talven/AtomicFile.h"
-#include "talven/MrcWriter.h"
+#include "talven/FileImages.h"
+#include "talven/Reconstruction.h"
+#include "talven/Slices.h"
 
 namespace talven
 {
 namespace
 {
 
-/// One run of the command, step by step.
-class CReconstruct
+/// `talven reconstruct`.
+class CReconstructCommand : public CCommand
 {
 public:
-    explicit CReconstruct(const ReconstructArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.m_aReport)
-    {
-    }
-    bool Run();
-    const std::string& GetError() const { return m_strError; }
+    void AddOptions(CLI::App& rApp) override;
+    bool Run() override;
 
 private:
+    bool mMakePlan();
     bool mOpenFiles();
     bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
+    std::string mDescribe() const;
     bool mUpload();
-    bool mSetSmoothing();
-    bool mCompute();
-    bool mFetchRfactors();
     bool mDownload();
     bool mFinishFiles();
     bool mWriteRfactors();
-    void mSummarise() const;
-    nlohmann::ordered_json mMakeJson() const;
+    void mSummarise();
+    Json mMakeJson() const;
 
-    bool mFail(const std::string& strError)
-    {
-        m_strError = strError;
-        return false;
-    }
-    bool mServer(bool bDone) { return bDone || mFail(m_aLink.Explain()); }
+    std::string m_strTilts, m_strAngles, m_strOutput, m_strInitial;
+    std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference;
+    ReconRequest m_aRequest;
 
-    const ReconstructArgs& m_aArgs;
-    CReport m_aReport;
-    CReconstructPlan m_aPlan;
-    CMrcReader m_aInitial, m_aReference;
+    CMrcReader m_aStack, m_aInitial, m_aReference;
+    ReconPlan m_aPlan;
     CMrcWriter m_aOutput;
-    CServerLink m_aLink;
-    std::optional<CVolumeViews> m_aViews;
+    CReconstruction m_aJob{m_aLink, m_aReport};
+    std::optional<CSlices> m_aViews;
     CAgreement m_aAgreement;
-    std::vector<double> m_vdRfactors;
-    CStopwatch m_aTotal;
-    double m_dUpload = 0, m_dCompute = 0, m_dDownload = 0;
-    std::string m_strError;
+    double m_dUpload = 0, m_dCompute = 0, m_dDownload = 0;  // seconds
 };
 
-bool CReconstruct::Run()
+void CReconstructCommand::AddOptions(CLI::App& rApp)
 {
-    if (!m_aPlan.Make(m_aArgs)) return mFail(m_aPlan.GetError());
-    if (!mOpenFiles()) return false;
-    m_aReport.PrintLine(m_aPlan.Describe(m_aArgs));
-    if (!m_aLink.Connect(m_aArgs.m_aServer, m_aReport))
-        return mFail(CInterrupt::IsSet() ? "interrupted" : m_aLink.GetError());
-    if (!mUpload() || !mCompute() || !mFetchRfactors() || !mDownload()) return false;
+    AddFile(rApp, "--tilts", m_strTilts, "Tilt series, MRC, tilt axis along Y")->required();
+    AddFile(rApp, "--angles", m_strAngles, "Tilt angles in degrees, one per line (.tlt)")
+        ->required();
+    AddFile(rApp, "-o,--output", m_strOutput, "The volume, MRC")->required();
+    rApp.add_option("--thickness", m_aRequest.iThickness, "Extent of the volume along Z, voxels")
+        ->required()
+        ->check(CLI::PositiveNumber);
+    rApp.add_option("--width", m_aRequest.iWidth, "Extent along X, voxels [the detector's]")
+        ->check(CLI::PositiveNumber);
+    AddMethod(rApp, m_aRequest, m_strInitial);
+
+    const auto AddResult = [&](const char* pcName, std::string& rPath, const char* pcText)
+    { AddFile(rApp, pcName, rPath, pcText)->group("Further results"); };
+    AddResult("--preview", m_strPreview, "PNG of the three central slices");
+    AddResult("--rfactor-plot", m_strPlot, "PNG of the R-factor after every iteration");
+    AddResult("--rfactors", m_strRfactors, "The same as text: iteration,rfactor");
+    AddResult("--reference", m_strReference,
+              "Compare the volume with this one: correlation and relative RMS error");
+    mAddServerOptions(rApp);
+    mAddReportOptions(rApp);
+}
+
+bool CReconstructCommand::Run()
+{
+    if (!mMakePlan() || !mOpenFiles()) return false;
+    m_aReport.PrintLine(mDescribe());
+    if (!mConnect() || !mUpload()) return false;
+    const CStopwatch aWatch;
+    if (!mCheck(m_aJob.Run(), m_aJob)) return false;
+    m_dCompute = aWatch.GetSeconds();
+    if (!mDownload()) return false;
     m_aLink.Close();
     if (!mFinishFiles()) return false;
     mSummarise();
     return true;
 }
 
-/// Inputs that must fit the volume, and the output: what cannot be written is said before the work.
-bool CReconstruct::mOpenFiles()
+bool CReconstructCommand::mMakePlan()
 {
-    if (!mOpenSameSize(m_aInitial, m_aArgs.m_strInitial) ||
-        !mOpenSameSize(m_aReference, m_aArgs.m_strReference))
+    std::vector<float> vfAngles;
+    if (!mCheck(m_aStack.Open(m_strTilts), m_aStack) ||
+        !ReadAngles(m_strAngles, vfAngles, m_strError))
         return false;
-    const JobSize& rSize = m_aPlan.GetSize();
-    if (!m_aArgs.m_strPreview.empty())
-        m_aViews.emplace(rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ);
-    for (const std::string& strPath :
-         {m_aArgs.m_strPreview, m_aArgs.m_strPlot, m_aArgs.m_strRfactors})
-    {
-        CAtomicFile aProbe;
-        if (!strPath.empty() && !aProbe.Create(strPath)) return mFail(aProbe.GetError());
-    }
-    return m_aOutput.Create(m_aArgs.m_strOutput, rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ,
-                            m_aPlan.GetStack().GetHeader().m_dPixel, true,
-                            "Talven: " + m_aPlan.DescribeMethod()) ||
-           mFail(m_aOutput.GetError());
+    const MrcHeader& rHeader = m_aStack.GetHeader();
+    if (vfAngles.size() != static_cast<std::size_t>(rHeader.iZ))
+        return mFail(Format("%s has %zu angle%s, but %s has %d sections", m_strAngles.c_str(),
+                            vfAngles.size(), vfAngles.size() == 1 ? "" : "s", m_strTilts.c_str(),
+                            rHeader.iZ));
+    std::string strError;
+    if (!MakeReconPlan(m_aRequest, rHeader.iX, rHeader.iY, vfAngles, m_aPlan, strError))
+        return mFail("--" + strError);
+    return mCheckSize(m_aPlan.aSize);
 }
 
-bool CReconstruct::mOpenSameSize(CMrcReader& rReader, const std::string& strPath)
+/// Inputs that must fit the volume, and the outputs: what cannot be written is said before the
+/// work.
+bool CReconstructCommand::mOpenFiles()
+{
+    if (!mOpenSameSize(m_aInitial, m_strInitial) || !mOpenSameSize(m_aReference, m_strReference) ||
+        !mProbe(m_strPreview) || !mProbe(m_strPlot) || !mProbe(m_strRfactors))
+        return false;
+    const JobSize& rSize = m_aPlan.aSize;
+    if (!m_strPreview.empty())
+        m_aViews.emplace(rSize.iVolX, rSize.iProjY, rSize.iVolZ).WantCentral();
+    return mCheck(
+        m_aOutput.Create(m_strOutput, rSize.iVolX, rSize.iProjY, rSize.iVolZ,
+                         m_aStack.GetHeader().dPixel, true, "Talven: " + m_aPlan.DescribeMethod()),
+        m_aOutput);
+}
+
+bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& strPath)
 {
     if (strPath.empty()) return true;
-    if (!rReader.Open(strPath)) return mFail(rReader.GetError());
+    if (!mCheck(rReader.Open(strPath), rReader)) return false;
     const MrcHeader& rHeader = rReader.GetHeader();
-    const JobSize& rSize = m_aPlan.GetSize();
-    if (rHeader.m_iX == rSize.m_iVolX && rHeader.m_iY == rSize.m_iProjY &&
-        rHeader.m_iZ == rSize.m_iVolZ)
+    const JobSize& rSize = m_aPlan.aSize;
+    if (rHeader.iX == rSize.iVolX && rHeader.iY == rSize.iProjY && rHeader.iZ == rSize.iVolZ)
         return true;
     return mFail(Format("%s is %d x %d x %d, the volume is %d x %d x %d", strPath.c_str(),
-                        rHeader.m_iX, rHeader.m_iY, rHeader.m_iZ, rSize.m_iVolX, rSize.m_iProjY,
-                        rSize.m_iVolZ));
+                        rHeader.iX, rHeader.iY, rHeader.iZ, rSize.iVolX, rSize.iProjY,
+                        rSize.iVolZ));
 }
 
-bool CReconstruct::mUpload()
+std::string CReconstructCommand::mDescribe() const
+{
+    const auto [pLow, pHigh] =
+        std::minmax_element(m_aPlan.vfAngles.begin(), m_aPlan.vfAngles.end());
+    const JobSize& rSize = m_aPlan.aSize;
+    return Format(
+        "%s: %d x %d, %d of %d angles from %g to %g degrees -> volume %d x %d x %d, %s; "
+        "the server needs %s of memory",
+        m_strTilts.c_str(), rSize.iProjX, rSize.iProjY, rSize.iProjs, m_aStack.GetHeader().iZ,
+        double(*pLow), double(*pHigh), rSize.iVolX, rSize.iProjY, rSize.iVolZ,
+        m_aPlan.DescribeMethod().c_str(),
+        FormatBytes(rSize.GetBytes(m_aServerOptions.EstimateDevices())).c_str());
+}
+
+bool CReconstructCommand::mUpload()
 {
     const CStopwatch aWatch;
-    CSession& rSession = m_aLink.GetSession();
-    const JobSize& rSize = m_aPlan.GetSize();
-    // The volume before its data: a server that lacks the memory says so before the long transfer.
-    if (!mServer(rSession.SetStackSize(rSize.m_iProjX, rSize.m_iProjY, m_aPlan.GetAngles()) &&
-                 rSession.SetVolumeSize(rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ) &&
-                 rSession.SelectProjections(m_aPlan.GetOrder()) &&
-                 rSession.SetReconOptions(m_aPlan.GetOptions()) &&
-                 rSession.SetWeightBox(m_aPlan.GetWeightBox()) && mSetSmoothing()))
-        return false;
-    if (!UploadImages(m_aPlan.GetStack(), m_aPlan.GetViews(), EImages::PROJECTIONS, m_aLink,
-                      m_aReport, m_strError))
-        return false;
-    if (!m_aArgs.m_strInitial.empty() &&
-        !UploadImages(m_aInitial, AllSections(rSize.m_iVolZ), EImages::SLICES, m_aLink, m_aReport,
-                      m_strError))
-        return false;
+    const bool bDone = m_aJob.Upload(m_aPlan, ReadFrom(m_aStack, m_aPlan.viViews),
+                                     m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial));
     m_dUpload = aWatch.GetSeconds();
-    return true;
+    return mCheck(bDone, m_aJob);
 }
 
-bool CReconstruct::mSetSmoothing()
-{
-    const int iInterval = m_aPlan.GetSmoothInterval();
-    if (iInterval == 0) return true;  // what a session starts with
-    const GaussianKernel& rKernel = m_aPlan.GetSmoothKernel();
-    return m_aLink.GetSession().SetSmoothing(
-        iInterval, {rKernel.m_iSize, rKernel.m_iSize, rKernel.m_iSize}, rKernel.m_vfValues);
-}
-
-bool CReconstruct::mCompute()
-{
-    const CElapsedTime aElapsed(m_aReport, "reconstructing");
-    const CStopwatch aWatch;
-    const bool bDone = m_aLink.GetSession().Reconstruct();
-    m_dCompute = aWatch.GetSeconds();
-    return mServer(bDone);
-}
-
-bool CReconstruct::mFetchRfactors()
-{
-    if (m_aPlan.GetOptions().m_eMethod == EMethod::BACKPROJ) return true;
-    std::vector<RfactorSums> aSums;
-    for (int i = 0; i < m_aPlan.GetOptions().m_iIterations; ++i)
-    {
-        if (!mServer(m_aLink.GetSession().GetRfactors(i, aSums))) return false;
-        m_vdRfactors.push_back(CalcRfactor(aSums));
-    }
-    return true;
-}
-
-bool CReconstruct::mDownload()
+bool CReconstructCommand::mDownload()
 {
     const CStopwatch aWatch;
-    const JobSize& rSize = m_aPlan.GetSize();
-    const std::size_t tPixels = std::size_t(rSize.m_iVolX) * std::size_t(rSize.m_iProjY);
-    std::vector<float> vfReference(m_aArgs.m_strReference.empty() ? 0 : tPixels);
-    const auto TakeSlice = [&](int iZ, std::span<const float> pfSlice)
+    std::vector<float> vfReference(m_aReference.GetHeader().GetSectionPixels());
+    const ImageSource ReadReference = ReadFrom(m_aReference);
+    const ImageSink Write = WriteTo(m_aOutput);
+    const auto TakeSlice = [&](int iZ, std::span<const float> fSlice, std::string& rError)
     {
-        if (m_aViews) m_aViews->Add(iZ, pfSlice);
+        if (m_aViews) m_aViews->Add(iZ, fSlice);
         if (!vfReference.empty())
         {
-            if (!m_aReference.ReadSection(iZ, vfReference)) return mFail(m_aReference.GetError());
-            m_aAgreement.Add(pfSlice, vfReference);
+            if (!ReadReference(iZ, vfReference, rError)) return false;
+            m_aAgreement.Add(fSlice, vfReference);
         }
-        return m_aOutput.WriteSection(pfSlice) || mFail(m_aOutput.GetError());
+        return Write(iZ, fSlice, rError);
     };
-    const bool bDone = DownloadImages(rSize.m_iVolZ, tPixels, EImages::SLICES, TakeSlice, m_aLink,
-                                      m_aReport, m_strError);
+    const bool bDone = m_aJob.Download(TakeSlice);
     m_dDownload = aWatch.GetSeconds();
-    return bDone;
+    return mCheck(bDone, m_aJob);
 }
 
-bool CReconstruct::mFinishFiles()
+bool CReconstructCommand::mFinishFiles()
 {
-    if (!m_aOutput.Finish()) return mFail(m_aOutput.GetError());
-    if (m_aViews && !WritePreview(m_aArgs.m_strPreview, *m_aViews, m_strError)) return false;
-    return mWriteRfactors();
+    return mCheck(m_aOutput.Finish(), m_aOutput) &&
+           (!m_aViews || WritePreview(m_strPreview, *m_aViews, m_strError)) && mWriteRfactors();
 }
 
-bool CReconstruct::mWriteRfactors()
+bool CReconstructCommand::mWriteRfactors()
 {
-    if (!m_aArgs.m_strPlot.empty() &&
-        !WriteRfactorPlot(m_aArgs.m_strPlot, m_vdRfactors, m_aPlan.DescribeMethod(), m_strError))
+    const std::vector<double>& rRfactors = m_aJob.GetRfactors();
+    if (!m_strPlot.empty() &&
+        !WriteRfactorPlot(m_strPlot, rRfactors, m_aPlan.DescribeMethod(), m_strError))
         return false;
-    if (m_aArgs.m_strRfactors.empty()) return true;
+    if (m_strRfactors.empty()) return true;
     std::string strText = "iteration,rfactor\n";
-    for (std::size_t i = 0; i < m_vdRfactors.size(); ++i)
-        strText += Format("%zu,%.6g\n", i + 1, m_vdRfactors[i]);
-    return WriteTextFile(m_aArgs.m_strRfactors, strText, m_strError);
+    for (std::size_t i = 0; i < rRfactors.size(); ++i)
+        strText += Format("%zu,%.6g\n", i + 1, rRfactors[i]);
+    return WriteTextFile(m_strRfactors, strText, m_strError);
 }
 
-void CReconstruct::mSummarise() const
+void CReconstructCommand::mSummarise()
 {
-    if (m_aReport.IsJson())
-    {
-        std::puts(mMakeJson().dump(2).c_str());
-        return;
-    }
+    const std::vector<double>& rRfactors = m_aJob.GetRfactors();
     std::string strLine =
-        Format("%s: upload %s, reconstruction %s, download %s, all %s", m_aArgs.m_strOutput.c_str(),
+        Format("%s: upload %s, reconstruction %s, download %s, all %s", m_strOutput.c_str(),
                FormatSeconds(m_dUpload).c_str(), FormatSeconds(m_dCompute).c_str(),
                FormatSeconds(m_dDownload).c_str(), FormatSeconds(m_aTotal.GetSeconds()).c_str());
-    if (m_vdRfactors.size() == 1) strLine += Format("; R-factor %.4f", m_vdRfactors[0]);
-    if (m_vdRfactors.size() > 1)
-        strLine += Format("; R-factor %.4f -> %.4f", m_vdRfactors.front(), m_vdRfactors.back());
-    m_aReport.PrintLine(strLine);
-    if (!m_aArgs.m_strReference.empty())
+    if (rRfactors.size() == 1) strLine += Format("; R-factor %.4f", rRfactors[0]);
+    if (rRfactors.size() > 1)
+        strLine += Format("; R-factor %.4f -> %.4f", rRfactors.front(), rRfactors.back());
+    mReport(mMakeJson(), strLine);
+    if (!m_strReference.empty())
         m_aReport.PrintLine(Format("%s: correlation %.4f, relative RMS error %.4f",
-                                   m_aArgs.m_strReference.c_str(), m_aAgreement.GetCorrelation(),
+                                   m_strReference.c_str(), m_aAgreement.GetCorrelation(),
                                    m_aAgreement.GetRelativeError()));
 }
 
-nlohmann::ordered_json CReconstruct::mMakeJson() const
+Json CReconstructCommand::mMakeJson() const
 {
-    const JobSize& rSize = m_aPlan.GetSize();
+    const JobSize& rSize = m_aPlan.aSize;
     const MrcHeader& rHeader = m_aOutput.GetHeader();
-    nlohmann::ordered_json aJson;
+    Json aJson;
     aJson["command"] = "reconstruct";
-    aJson["stack"] = {{"file", m_aArgs.m_strTilts},
-                      {"size", {rSize.m_iProjX, rSize.m_iProjY, rSize.m_iProjs}},
-                      {"angles", m_aPlan.GetAngles()}};
-    aJson["volume"] = {
-        {"file", m_aArgs.m_strOutput}, {"size", {rSize.m_iVolX, rSize.m_iProjY, rSize.m_iVolZ}},
-        {"min", rHeader.m_fMin},       {"max", rHeader.m_fMax},
-        {"mean", rHeader.m_fMean},     {"rms", rHeader.m_fRms}};
-    aJson["method"] = m_aArgs.m_strMethod;
-    if (!m_vdRfactors.empty())
+    aJson["stack"] = {{"file", m_strTilts},
+                      {"size", {rSize.iProjX, rSize.iProjY, rSize.iProjs}},
+                      {"angles", m_aPlan.vfAngles}};
+    aJson["volume"] = {{"file", m_strOutput},   {"size", {rHeader.iX, rHeader.iY, rHeader.iZ}},
+                       {"min", rHeader.fMin},   {"max", rHeader.fMax},
+                       {"mean", rHeader.fMean}, {"rms", rHeader.fRms}};
+    aJson["method"] = GetMethodName(m_aRequest.eMethod);
+    if (!m_aJob.GetRfactors().empty())
     {
-        aJson["iterations"] = m_aPlan.GetOptions().m_iIterations;
-        aJson["subset_sizes"] = m_aPlan.GetOptions().m_vuiSetSizes;
-        aJson["rfactors"] = m_vdRfactors;
+        aJson["iterations"] = m_aPlan.aOptions.iIterations;
+        aJson["subset_sizes"] = m_aPlan.aOptions.vuiSetSizes;
+        aJson["rfactors"] = m_aJob.GetRfactors();
     }
-    if (const int iInterval = m_aPlan.GetSmoothInterval(); iInterval > 0)
-        aJson["smoothing"] = {{"interval", iInterval},
-                              {"kernel_size", m_aPlan.GetSmoothKernel().m_iSize}};
+    if (m_aPlan.iSmoothInterval > 0)
+        aJson["smoothing"] = {{"interval", m_aPlan.iSmoothInterval},
+                              {"kernel_size", m_aPlan.aSmoothKernel.iSize}};
     aJson["seconds"] = {{"upload", m_dUpload},
                         {"reconstruct", m_dCompute},
                         {"download", m_dDownload},
                         {"total", m_aTotal.GetSeconds()}};
-    if (!m_aArgs.m_strReference.empty())
-        aJson["reference"] = {{"file", m_aArgs.m_strReference},
+    if (!m_strReference.empty())
+        aJson["reference"] = {{"file", m_strReference},
                               {"correlation", m_aAgreement.GetCorrelation()},
                               {"relative_rms_error", m_aAgreement.GetRelativeError()}};
     return aJson;
@@ -265,12 +249,9 @@ nlohmann::ordered_json CReconstruct::mMakeJson() const
 
 }  // namespace
 
-bool RunReconstruct(const ReconstructArgs& rArgs, std::string& rError)
+std::unique_ptr<CCommand> MakeReconstruct()
 {
-    CReconstruct aReconstruct(rArgs);
-    if (aReconstruct.Run()) return true;
-    rError = aReconstruct.GetError();
-    return false;
+    return std::make_unique<CReconstructCommand>();
 }
 
 }  // namespace talven

@@ -6,20 +6,20 @@
 #include <vector>
 
 #include "Picture.h"
-#include "Report.h"
+#include "talven/Text.h"
 
 namespace talven
 {
 namespace
 {
 
-constexpr double s_dLeft = 80, s_dRight = 24, s_dTop = 46, s_dBottom = 62;
+constexpr double g_dLeft = 80, g_dRight = 24, g_dTop = 46, g_dBottom = 62;
 
 /// One axis: values dFrom to dTo with a tick every dStep.
 struct Axis
 {
-    double m_dFrom, m_dTo, m_dStep;
-    double GetFraction(double dValue) const { return (dValue - m_dFrom) / (m_dTo - m_dFrom); }
+    double dFrom, dTo, dStep;
+    double GetFraction(double dValue) const { return (dValue - dFrom) / (dTo - dFrom); }
 };
 
 /// The step of 1, 2 or 5 times a power of ten that gives at most iMost ticks.
@@ -31,12 +31,12 @@ double ChooseStep(double dRange, int iMost)
     return 10 * dPower;
 }
 
-Axis MakeValueAxis(std::span<const double> pdValues)
+Axis MakeValueAxis(std::span<const double> dValues)
 {
     double dLow = 0;
     double dHigh = 0;
     bool bFirst = true;
-    for (const double dValue : pdValues)
+    for (const double dValue : dValues)
     {
         if (!std::isfinite(dValue)) continue;
         dLow = bFirst ? dValue : std::min(dLow, dValue);
@@ -65,17 +65,17 @@ public:
     {
     }
     void DrawFrame(const std::string& strTitle) const;
-    void DrawCurve(std::span<const double> pdValues) const;
+    void DrawCurve(std::span<const double> dValues) const;
 
 private:
     double mX(double dValue) const
     {
-        return s_dLeft + m_aX.GetFraction(dValue) * (m_rPicture.GetWidth() - s_dLeft - s_dRight);
+        return g_dLeft + m_aX.GetFraction(dValue) * (m_rPicture.GetWidth() - g_dLeft - g_dRight);
     }
     double mY(double dValue) const
     {
-        return s_dTop +
-               (1 - m_aY.GetFraction(dValue)) * (m_rPicture.GetHeight() - s_dTop - s_dBottom);
+        return g_dTop +
+               (1 - m_aY.GetFraction(dValue)) * (m_rPicture.GetHeight() - g_dTop - g_dBottom);
     }
 
     const CPicture& m_rPicture;
@@ -85,25 +85,25 @@ private:
 void CPlot::DrawFrame(const std::string& strTitle) const
 {
     cairo_t* pContext = m_rPicture.GetContext();
-    const double dRight = mX(m_aX.m_dTo);
-    const double dBottom = mY(m_aY.m_dFrom);
+    const double dRight = mX(m_aX.dTo);
+    const double dBottom = mY(m_aY.dFrom);
     cairo_set_line_width(pContext, 1);
-    for (int i = 0; m_aY.m_dFrom + i * m_aY.m_dStep < m_aY.m_dTo + 0.5 * m_aY.m_dStep; ++i)
+    for (int i = 0; m_aY.dFrom + i * m_aY.dStep < m_aY.dTo + 0.5 * m_aY.dStep; ++i)
     {
-        const double dValue = m_aY.m_dFrom + i * m_aY.m_dStep;
+        const double dValue = m_aY.dFrom + i * m_aY.dStep;
         const double dY = std::floor(mY(dValue)) + 0.5;
         cairo_set_source_rgb(pContext, 0.88, 0.88, 0.88);
-        cairo_move_to(pContext, s_dLeft, dY);
+        cairo_move_to(pContext, g_dLeft, dY);
         cairo_line_to(pContext, dRight, dY);
         cairo_stroke(pContext);
         cairo_set_source_rgb(pContext, 0.15, 0.15, 0.15);
         const int iDecimals =
-            std::max(0, -static_cast<int>(std::floor(std::log10(m_aY.m_dStep) + 1e-9)));
-        m_rPicture.DrawText(s_dLeft - 8, dY, Format("%.*f", iDecimals, dValue), 13, {1, 0.5});
+            std::max(0, -static_cast<int>(std::floor(std::log10(m_aY.dStep) + 1e-9)));
+        m_rPicture.DrawText(g_dLeft - 8, dY, Format("%.*f", iDecimals, dValue), 13, {1, 0.5});
     }
-    for (int i = 1; i * m_aX.m_dStep <= m_aX.m_dTo; ++i)
+    for (int i = 1; i * m_aX.dStep <= m_aX.dTo; ++i)
     {
-        const double dValue = i * m_aX.m_dStep;
+        const double dValue = i * m_aX.dStep;
         const double dX = std::floor(mX(dValue)) + 0.5;
         cairo_set_source_rgb(pContext, 0.15, 0.15, 0.15);
         cairo_move_to(pContext, dX, dBottom);
@@ -111,20 +111,20 @@ void CPlot::DrawFrame(const std::string& strTitle) const
         cairo_stroke(pContext);
         m_rPicture.DrawText(dX, dBottom + 8, Format("%.0f", dValue), 13, {0.5, 0});
     }
-    cairo_rectangle(pContext, s_dLeft + 0.5, std::floor(s_dTop) + 0.5, dRight - s_dLeft,
-                    dBottom - s_dTop);
+    cairo_rectangle(pContext, g_dLeft + 0.5, std::floor(g_dTop) + 0.5, dRight - g_dLeft,
+                    dBottom - g_dTop);
     cairo_stroke(pContext);
 
-    m_rPicture.DrawText(0.5 * (s_dLeft + dRight), dBottom + 34, "iteration", 14, {0.5, 0});
-    m_rPicture.DrawText(0.5 * (s_dLeft + dRight), s_dTop / 2, strTitle, 15, {0.5, 0.5});
+    m_rPicture.DrawText(0.5 * (g_dLeft + dRight), dBottom + 34, "iteration", 14, {0.5, 0});
+    m_rPicture.DrawText(0.5 * (g_dLeft + dRight), g_dTop / 2, strTitle, 15, {0.5, 0.5});
     cairo_save(pContext);
-    cairo_translate(pContext, 18, 0.5 * (s_dTop + dBottom));
+    cairo_translate(pContext, 18, 0.5 * (g_dTop + dBottom));
     cairo_rotate(pContext, -0.5 * std::numbers::pi);
     m_rPicture.DrawText(0, 0, "R-factor", 14, {0.5, 0.5});
     cairo_restore(pContext);
 }
 
-void CPlot::DrawCurve(std::span<const double> pdValues) const
+void CPlot::DrawCurve(std::span<const double> dValues) const
 {
     cairo_t* pContext = m_rPicture.GetContext();
     cairo_new_path(pContext);  // text leaves a current point
@@ -132,8 +132,8 @@ void CPlot::DrawCurve(std::span<const double> pdValues) const
     cairo_set_line_width(pContext, 2);
     const auto ForAll = [&](auto Visit)
     {
-        for (std::size_t i = 0; i < pdValues.size(); ++i)
-            if (std::isfinite(pdValues[i])) Visit(mX(double(i) + 1), mY(pdValues[i]));
+        for (std::size_t i = 0; i < dValues.size(); ++i)
+            if (std::isfinite(dValues[i])) Visit(mX(double(i) + 1), mY(dValues[i]));
     };
     ForAll([pContext](double dX, double dY) { cairo_line_to(pContext, dX, dY); });
     cairo_stroke(pContext);
@@ -148,13 +148,13 @@ void CPlot::DrawCurve(std::span<const double> pdValues) const
 
 }  // namespace
 
-bool WriteRfactorPlot(const std::string& strPath, std::span<const double> pdRfactors,
+bool WriteRfactorPlot(const std::string& strPath, std::span<const double> dRfactors,
                       const std::string& strTitle, std::string& rError)
 {
     const CPicture aPicture(800, 520);
-    const CPlot aPlot(aPicture, MakeIterationAxis(pdRfactors.size()), MakeValueAxis(pdRfactors));
+    const CPlot aPlot(aPicture, MakeIterationAxis(dRfactors.size()), MakeValueAxis(dRfactors));
     aPlot.DrawFrame(strTitle);
-    aPlot.DrawCurve(pdRfactors);
+    aPlot.DrawCurve(dRfactors);
     return aPicture.Write(strPath, rError);
 }
 

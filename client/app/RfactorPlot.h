@@ -7,7 +7,7 @@ namespace talven
 {
 
 /// Draws the R-factor after every iteration.
-[[nodiscard]] bool WriteRfactorPlot(const std::string& strPath, std::span<const double> pdRfactors,
+[[nodiscard]] bool WriteRfactorPlot(const std::string& strPath, std::span<const double> dRfactors,
                                     const std::string& strTitle, std::string& rError);
 
 }  // namespace talven

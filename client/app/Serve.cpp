@@ -1,5 +1,3 @@
-#include "Serve.h"
-
 #include <signal.h>
 #include <unistd.h>
 
@@ -7,7 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "talven/PrivateServer.h"
+#include "Command.h"
+#include "Options.h"
 
 namespace talven
 {
@@ -28,36 +27,51 @@ bool EnterNowhere()
     return mkdtemp(acDirectory) != nullptr && chdir(acDirectory) == 0 && rmdir(acDirectory) == 0;
 }
 
-}  // namespace
-
-void RunServe(const ServeArgs& rArgs, std::string& rError)
+/// `talven serve`: becomes talven-server. Without an option the server finds its settings itself.
+class CServeCommand : public CCommand
 {
-    std::string strProgram = FindServerProgram();
-    if (char* pcFull = realpath(strProgram.c_str(), nullptr); pcFull != nullptr)
-    {
-        strProgram = pcFull;
-        std::free(pcFull);
-    }
-    if (strProgram.empty())
-    {
-        rError = "cannot find talven-server";
-        return;
-    }
-    const bool bOptions = rArgs.m_iPort > 0 || rArgs.m_iDevices > 0 || !rArgs.m_strBind.empty() ||
-                          !rArgs.m_strBackend.empty();
+public:
+    void AddOptions(CLI::App& rApp) override;
+    /// Returns only when it fails.
+    bool Run() override;
+
+private:
+    int m_iPort = 0, m_iDevices = 0;
+    std::string m_strBind, m_strBackend;
+};
+
+void CServeCommand::AddOptions(CLI::App& rApp)
+{
+    rApp.add_option("--port", m_iPort, "TCP port [20248]")->check(CLI::Range(1, 65535));
+    rApp.add_option("--devices", m_iDevices, "Use only the first so many devices [all]")
+        ->check(CLI::Range(1, g_iMaxDevices));
+    rApp.add_option("--bind", m_strBind, "IPv4 address to listen on [all]")->check(CLI::ValidIPV4);
+    AddBackend(rApp, m_strBackend);
+}
+
+bool CServeCommand::Run()
+{
+    const std::string strProgram = FindServerProgram();
+    if (strProgram.empty()) return mFail("cannot find talven-server");
+    const bool bOptions =
+        m_iPort > 0 || m_iDevices > 0 || !m_strBind.empty() || !m_strBackend.empty();
     if (bOptions && !EnterNowhere())
-    {
-        rError = std::string("cannot enter a temporary directory: ") + std::strerror(errno);
-        return;
-    }
-    if (rArgs.m_iPort > 0) SetEnvironment("TALVEN_PORT", std::to_string(rArgs.m_iPort));
-    if (rArgs.m_iDevices > 0) SetEnvironment("TALVEN_BUSY_GPUS", GetBusyDevices(rArgs.m_iDevices));
-    SetEnvironment("TALVEN_BIND", rArgs.m_strBind);
-    SetEnvironment("TALVEN_BACKEND", rArgs.m_strBackend);
+        return mFail(std::string("cannot enter a temporary directory: ") + std::strerror(errno));
+    if (m_iPort > 0) SetEnvironment("TALVEN_PORT", std::to_string(m_iPort));
+    if (m_iDevices > 0) SetEnvironment("TALVEN_BUSY_GPUS", GetBusyDevices(m_iDevices));
+    SetEnvironment("TALVEN_BIND", m_strBind);
+    SetEnvironment("TALVEN_BACKEND", m_strBackend);
 
     for (const int iSignal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) signal(iSignal, SIG_DFL);
     execl(strProgram.c_str(), strProgram.c_str(), static_cast<char*>(nullptr));
-    rError = strProgram + ": cannot run: " + std::strerror(errno);
+    return mFail(strProgram + ": cannot run: " + std::strerror(errno));
+}
+
+}  // namespace
+
+std::unique_ptr<CCommand> MakeServe()
+{
+    return std::make_unique<CServeCommand>();
 }
 
 }  // namespace talven

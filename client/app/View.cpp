@@ -1,14 +1,11 @@
-#include "View.h"
-
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <nlohmann/json.hpp>
-#include <vector>
+#include <optional>
 
+#include "Command.h"
 #include "GreyImage.h"
-#include "Interrupt.h"
 #include "Lists.h"
+#include "Options.h"
 #include "talven/MrcReader.h"
 
 namespace talven
@@ -16,192 +13,167 @@ namespace talven
 namespace
 {
 
-constexpr int s_iGap = 14;        // between the slices and around them
-constexpr int s_iLeastWide = 60;  // room for a title
-constexpr int s_iMostHigh = 16000;
-constexpr std::size_t s_tMostSlices = 400;
+constexpr int g_iLeastWide = 60;  // room for a title
+constexpr int g_iMostHigh = 16000;
+constexpr std::size_t g_tMostSlices = 400;
 
-/// One run of the command.
-class CViewRun
+/// `talven view`.
+class CViewCommand : public CCommand
 {
 public:
-    explicit CViewRun(const ViewArgs& rArgs) : m_aArgs(rArgs), m_aReport(rArgs.m_aReport) {}
-    bool Run();
-    const std::string& GetError() const { return m_strError; }
+    void AddOptions(CLI::App& rApp) override;
+    bool Run() override;
 
 private:
     bool mChooseSlices();
     bool mChooseContrast();
-    bool mReadAlongZ();
-    bool mReadAcross();
+    bool mRead();
     bool mDraw();
     void mSummarise() const;
-    bool mFail(const std::string& strError)
-    {
-        m_strError = strError;
-        return false;
-    }
 
-    const ViewArgs& m_aArgs;
-    CReport m_aReport;
+    std::string m_strInput, m_strOutput;
+    std::string m_strAxis = "z";
+    std::vector<int> m_viSlices;  // from 0; empty at first: the middle one
+    std::string m_strContrast = "0.5,99.5";
+    int m_iMostWide = 1500;
+
     CMrcReader m_aReader;
-    int m_iExtent = 0;                // along the axis
-    int m_iWidth = 0, m_iHeight = 0;  // of a slice
-    std::vector<int> m_viSlices;
-    std::vector<std::vector<float>> m_avfSlices;
+    std::optional<CSlices> m_aSlices;
     std::vector<double> m_vdPercents;
     GreyScale m_aGrey;
-    int m_iPictureWidth = 0, m_iPictureHeight = 0;
-    std::string m_strError;
+    int m_iWidth = 0, m_iHeight = 0;  // of the picture
 };
 
-bool CViewRun::Run()
+void CViewCommand::AddOptions(CLI::App& rApp)
 {
-    if (!m_aReader.Open(m_aArgs.m_strInput)) return mFail(m_aReader.GetError());
-    if (!mChooseSlices() || !mChooseContrast()) return false;
-    m_avfSlices.assign(m_viSlices.size(),
-                       std::vector<float>(std::size_t(m_iWidth) * std::size_t(m_iHeight)));
-    if (!(m_aArgs.m_strAxis == "z" ? mReadAlongZ() : mReadAcross()) || !mDraw()) return false;
+    AddFile(rApp, "input", m_strInput, "Volume or stack, MRC")->required();
+    AddFile(rApp, "-o,--output", m_strOutput, "The picture, PNG")->required();
+    rApp.add_option("--axis", m_strAxis, "The axis across the slices")
+        ->check(CLI::IsMember({"x", "y", "z"}))
+        ->capture_default_str();
+    AddParsed(rApp, "--slices", "SLICES", m_viSlices, ParseViews,
+              "Slices counted from 1, such as 3,7-9 [the middle one]");
+    rApp.add_option("--contrast", m_strContrast,
+                    "Percentiles of the pixels shown that are black and white")
+        ->capture_default_str();
+    rApp.add_option("--width", m_iMostWide, "Of the picture, pixels at most")
+        ->check(CLI::Range(100, 30000))
+        ->capture_default_str();
+    mAddReportOptions(rApp);
+}
+
+bool CViewCommand::Run()
+{
+    if (!mCheck(m_aReader.Open(m_strInput), m_aReader) || !mChooseSlices() || !mChooseContrast() ||
+        !mRead() || !mDraw())
+        return false;
     mSummarise();
     return true;
 }
 
-bool CViewRun::mChooseSlices()
+bool CViewCommand::mChooseSlices()
 {
     const MrcHeader& rHeader = m_aReader.GetHeader();
-    const char cAxis = m_aArgs.m_strAxis.front();
-    m_iExtent = cAxis == 'x' ? rHeader.m_iX : cAxis == 'y' ? rHeader.m_iY : rHeader.m_iZ;
-    m_iWidth = cAxis == 'x' ? rHeader.m_iZ : rHeader.m_iX;
-    m_iHeight = cAxis == 'y' ? rHeader.m_iZ : rHeader.m_iY;
-    m_viSlices = {m_iExtent / 2};
-    std::string strError;
-    if (!m_aArgs.m_strSlices.empty() && !ParseViews(m_aArgs.m_strSlices, m_viSlices, strError))
-        return mFail("--slices: " + strError);
-    if (m_viSlices.back() >= m_iExtent)
+    const char cAxis = m_strAxis.front();
+    m_aSlices.emplace(rHeader.iX, rHeader.iY, rHeader.iZ);
+    const int iExtent = m_aSlices->GetExtent(cAxis);
+    if (m_viSlices.empty()) m_viSlices = {iExtent / 2};
+    if (m_viSlices.back() >= iExtent)
         return mFail(Format("--slices: slice %d, but there are %d along %s", m_viSlices.back() + 1,
-                            m_iExtent, m_aArgs.m_strAxis.c_str()));
-    if (m_viSlices.size() > s_tMostSlices)
+                            iExtent, m_strAxis.c_str()));
+    if (m_viSlices.size() > g_tMostSlices)
         return mFail(Format("--slices: %zu slices, at most %zu fit into a picture",
-                            m_viSlices.size(), s_tMostSlices));
-    if (std::max(m_iWidth, m_iHeight) <= 32767) return true;
-    return mFail(Format("a slice of %d x %d is too large for a picture", m_iWidth, m_iHeight));
+                            m_viSlices.size(), g_tMostSlices));
+    const ImageSize aSize = m_aSlices->GetSliceSize(cAxis);
+    if (std::max(aSize.iX, aSize.iY) > 32767)
+        return mFail(Format("a slice of %d x %d is too large for a picture", aSize.iX, aSize.iY));
+    for (const int iSlice : m_viSlices) m_aSlices->Want(cAxis, iSlice);
+    return true;
 }
 
-bool CViewRun::mChooseContrast()
+bool CViewCommand::mChooseContrast()
 {
     std::string strError;
-    if (!ParseNumbers(m_aArgs.m_strContrast, 2, m_vdPercents, strError))
+    if (!ParseNumbers(m_strContrast, 2, m_vdPercents, strError))
         return mFail("--contrast: " + strError);
     if (m_vdPercents[0] >= 0 && m_vdPercents[0] < m_vdPercents[1] && m_vdPercents[1] <= 100)
         return true;
     return mFail("--contrast: expected two percentiles, the lower one first, found \"" +
-                 m_aArgs.m_strContrast + "\"");
+                 m_strContrast + "\"");
 }
 
-bool CViewRun::mReadAlongZ()
-{
-    for (std::size_t i = 0; i < m_viSlices.size(); ++i)
-        if (!m_aReader.ReadSection(m_viSlices[i], m_avfSlices[i]))
-            return mFail(m_aReader.GetError());
-    return true;
-}
-
-/// Slices along X or Y take a column or a row of every section.
-bool CViewRun::mReadAcross()
+bool CViewCommand::mRead()
 {
     const MrcHeader& rHeader = m_aReader.GetHeader();
-    const auto tX = static_cast<std::size_t>(rHeader.m_iX);
-    const auto tZ = static_cast<std::size_t>(rHeader.m_iZ);
-    const bool bAlongX = m_aArgs.m_strAxis == "x";
     std::vector<float> vfSection(rHeader.GetSectionPixels());
-    CProgressBar aBar(m_aReport, "reading", rHeader.m_iZ, 4 * vfSection.size());
-    for (std::size_t z = 0; z < tZ; ++z)
+    CPhase aPhase(m_aReport, "reading", rHeader.iZ, sizeof(float) * vfSection.size());
+    for (int z = 0; z < rHeader.iZ; ++z)
     {
-        if (CInterrupt::IsSet()) return mFail("interrupted");
-        if (!m_aReader.ReadSection(static_cast<int>(z), vfSection))
-            return mFail(m_aReader.GetError());
-        for (std::size_t i = 0; i < m_viSlices.size(); ++i)
-        {
-            const auto tAt = static_cast<std::size_t>(m_viSlices[i]);
-            std::vector<float>& rSlice = m_avfSlices[i];
-            if (bAlongX)
-                for (std::size_t y = 0; y < std::size_t(rHeader.m_iY); ++y)
-                    rSlice[y * tZ + z] = vfSection[y * tX + tAt];
-            else
-                std::copy_n(vfSection.begin() + static_cast<std::ptrdiff_t>(tAt * tX), tX,
-                            rSlice.begin() + static_cast<std::ptrdiff_t>(z * tX));
-        }
-        aBar.Step(static_cast<int>(z) + 1);
+        if (!m_aSlices->Needs(z)) continue;
+        if (!mGoOn() || !mCheck(m_aReader.ReadSection(z, vfSection), m_aReader)) return false;
+        m_aSlices->Add(z, vfSection);
+        aPhase.Step(z + 1);
     }
     return true;
 }
 
 /// The slices in rows, read like a page, as many in a row as make the picture about square.
-bool CViewRun::mDraw()
+bool CViewCommand::mDraw()
 {
-    const auto iCount = static_cast<int>(m_viSlices.size());
-    const double dAspect = double(m_iHeight) / m_iWidth;
+    const std::span<const Slice> aSlices = m_aSlices->Get();
+    const auto iCount = static_cast<int>(aSlices.size());
+    const int iWidth = aSlices[0].iWidth;
+    const int iHeight = aSlices[0].iHeight;
+    const double dAspect = double(iHeight) / iWidth;
     const int iColumns =
         std::clamp(static_cast<int>(std::lround(std::sqrt(iCount * dAspect))), 1, iCount);
     const int iRows = (iCount + iColumns - 1) / iColumns;
-    const auto CellWidth = [&](double dScale)
-    { return std::max(s_iLeastWide, ScaledExtent(m_iWidth, dScale)) + s_iGap; };
 
-    double dScale = double(m_aArgs.m_iWidth - s_iGap - iColumns * s_iGap) / iColumns / m_iWidth;
-    dScale = std::min(dScale, double(s_iMostHigh / iRows - g_iTitleHeight - s_iGap) / m_iHeight);
+    double dScale = double(m_iMostWide - g_iGap - iColumns * g_iGap) / iColumns / iWidth;
+    dScale = std::min(dScale, double(g_iMostHigh / iRows - g_iTitleHeight - g_iGap) / iHeight);
     if (dScale >= 1) dScale = std::min(std::floor(dScale), 4.0);  // whole factors stay sharp
     if (dScale <= 0)
         return mFail(
-            Format("%d slices do not fit into a picture of %d pixels", iCount, m_aArgs.m_iWidth));
-    const int iCellHeight = g_iTitleHeight + ScaledExtent(m_iHeight, dScale) + s_iGap;
-    m_iPictureWidth = s_iGap + iColumns * CellWidth(dScale);
-    m_iPictureHeight = s_iGap + iRows * iCellHeight;
+            Format("%d slices do not fit into a picture of %d pixels", iCount, m_iMostWide));
+    const int iCellWidth = std::max(g_iLeastWide, ScaledExtent(iWidth, dScale)) + g_iGap;
+    const int iCellHeight = g_iTitleHeight + ScaledExtent(iHeight, dScale) + g_iGap;
+    m_iWidth = g_iGap + iColumns * iCellWidth;
+    m_iHeight = g_iGap + iRows * iCellHeight;
 
-    std::vector<GreyImage> aImages;
-    for (const std::vector<float>& rSlice : m_avfSlices)
-        aImages.push_back({m_iWidth, m_iHeight, rSlice});
-    m_aGrey = GreyScale::Find(aImages, m_vdPercents[0], m_vdPercents[1]);
-    const CPicture aPicture(m_iPictureWidth, m_iPictureHeight);
+    m_aGrey = GreyScale::Find(aSlices, m_vdPercents[0], m_vdPercents[1]);
+    const CPicture aPicture(m_iWidth, m_iHeight);
     for (int i = 0; i < iCount; ++i)
-        DrawGreyImage(aPicture, aImages[std::size_t(i)], m_aGrey,
-                      s_iGap + i % iColumns * CellWidth(dScale),
-                      s_iGap + g_iTitleHeight + i / iColumns * iCellHeight, dScale,
-                      Format("%s %d/%d", m_aArgs.m_strAxis.c_str(), m_viSlices[std::size_t(i)] + 1,
-                             m_iExtent));
-    return aPicture.Write(m_aArgs.m_strOutput, m_strError);
+    {
+        const Slice& rSlice = aSlices[std::size_t(i)];
+        DrawSlice(aPicture, rSlice, m_aGrey, g_iGap + i % iColumns * iCellWidth,
+                  g_iGap + g_iTitleHeight + i / iColumns * iCellHeight, dScale,
+                  Format("%s %d/%d", m_strAxis.c_str(), rSlice.iAt + 1,
+                         m_aSlices->GetExtent(rSlice.cAxis)));
+    }
+    return aPicture.Write(m_strOutput, m_strError);
 }
 
-void CViewRun::mSummarise() const
+void CViewCommand::mSummarise() const
 {
-    if (m_aReport.IsJson())
-    {
-        std::vector<int> viSlices = m_viSlices;
-        for (int& rSlice : viSlices) ++rSlice;
-        const nlohmann::ordered_json aJson = {
-            {"command", "view"},
-            {"picture",
-             {{"file", m_aArgs.m_strOutput}, {"size", {m_iPictureWidth, m_iPictureHeight}}}},
-            {"axis", m_aArgs.m_strAxis},
-            {"slices", viSlices},
-            {"black", m_aGrey.m_fBlack},
-            {"white", m_aGrey.m_fWhite}};
-        std::puts(aJson.dump(2).c_str());
-    }
-    m_aReport.PrintLine(Format("%s: %zu slice%s along %s, %d x %d pixels, black %.5g, white %.5g",
-                               m_aArgs.m_strOutput.c_str(), m_viSlices.size(),
-                               m_viSlices.size() == 1 ? "" : "s", m_aArgs.m_strAxis.c_str(),
-                               m_iPictureWidth, m_iPictureHeight, double(m_aGrey.m_fBlack),
-                               double(m_aGrey.m_fWhite)));
+    std::vector<int> viSlices = m_viSlices;
+    for (int& rSlice : viSlices) ++rSlice;
+    mReport({{"command", "view"},
+             {"picture", {{"file", m_strOutput}, {"size", {m_iWidth, m_iHeight}}}},
+             {"axis", m_strAxis},
+             {"slices", viSlices},
+             {"black", m_aGrey.fBlack},
+             {"white", m_aGrey.fWhite}},
+            Format("%s: %zu slice%s along %s, %d x %d pixels, black %.5g, white %.5g",
+                   m_strOutput.c_str(), viSlices.size(), viSlices.size() == 1 ? "" : "s",
+                   m_strAxis.c_str(), m_iWidth, m_iHeight, double(m_aGrey.fBlack),
+                   double(m_aGrey.fWhite)));
 }
 
 }  // namespace
 
-bool RunView(const ViewArgs& rArgs, std::string& rError)
+std::unique_ptr<CCommand> MakeView()
 {
-    CViewRun aRun(rArgs);
-    if (aRun.Run()) return true;
-    rError = aRun.GetError();
-    return false;
+    return std::make_unique<CViewCommand>();
 }
 
 }  // namespace talven

@@ -1,62 +1,39 @@
 #include "talven/Alignment.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <string_view>
 
 #include "talven/AtomicFile.h"
+#include "talven/Text.h"
 
 namespace talven
 {
 namespace
 {
 
-constexpr double s_dNone = std::numeric_limits<double>::quiet_NaN();
-
-/// Six finite numbers and nothing else.
-bool ParseMatrix(std::string_view strText, Affine& rMatrix)
-{
-    constexpr std::string_view strBetween = " \t\r\v\f,";
-    for (float& rValue : rMatrix)
-    {
-        strText.remove_prefix(std::min(strText.find_first_not_of(strBetween), strText.size()));
-        if (strText.starts_with('+')) strText.remove_prefix(1);
-        const auto [pcStop, eError] =
-            std::from_chars(strText.data(), strText.data() + strText.size(), rValue);
-        if (eError != std::errc() || !std::isfinite(rValue)) return false;
-        strText.remove_prefix(static_cast<std::size_t>(pcStop - strText.data()));
-        if (!strText.empty() && strBetween.find(strText.front()) == std::string_view::npos)
-            return false;
-    }
-    return strText.find_first_not_of(strBetween) == std::string_view::npos;
-}
+constexpr double g_dNone = std::numeric_limits<double>::quiet_NaN();
 
 }  // namespace
 
 double CalcCorrelation(const CompareSums& rSums)
 {
-    const double dCount = rSums.m_fCount;
-    const double dA = rSums.m_fAligned;
-    const double dT = rSums.m_fTransed;
-    if (!(dCount > 0)) return s_dNone;
-    const double dVarianceA = rSums.m_fAlignedSqr - dA * dA / dCount;
-    const double dVarianceT = rSums.m_fTransedSqr - dT * dT / dCount;
+    const double dCount = rSums.fCount;
+    const double dA = rSums.fAligned;
+    const double dT = rSums.fTransed;
+    if (!(dCount > 0)) return g_dNone;
+    const double dVarianceA = rSums.fAlignedSqr - dA * dA / dCount;
+    const double dVarianceT = rSums.fTransedSqr - dT * dT / dCount;
     // The sums are floats: a constant leaves a remainder of their rounding.
-    if (!(dVarianceA > 1e-6 * rSums.m_fAlignedSqr) || !(dVarianceT > 1e-6 * rSums.m_fTransedSqr))
-        return s_dNone;
+    if (!(dVarianceA > 1e-6 * rSums.fAlignedSqr) || !(dVarianceT > 1e-6 * rSums.fTransedSqr))
+        return g_dNone;
     const double dCorrelation =
-        (rSums.m_fCross - dA * dT / dCount) / std::sqrt(dVarianceA * dVarianceT);
+        (rSums.fCross - dA * dT / dCount) / std::sqrt(dVarianceA * dVarianceT);
     return std::clamp(dCorrelation, -1.0, 1.0);
 }
 
 double CalcMeanDifference(const CompareSums& rSums)
 {
-    return rSums.m_fCount > 0 ? double(rSums.m_fDiff) / double(rSums.m_fCount) : s_dNone;
+    return rSums.fCount > 0 ? double(rSums.fDiff) / double(rSums.fCount) : g_dNone;
 }
 
 double FitPeak(double dBefore, double dMiddle, double dAfter)
@@ -66,33 +43,49 @@ double FitPeak(double dBefore, double dMiddle, double dAfter)
     return std::clamp((dBefore - dAfter) / (2 * dCurve), -0.5, 0.5);
 }
 
+Affine Shift(Affine aMap, double dX, double dY)
+{
+    aMap[4] = static_cast<float>(aMap[4] + dX);
+    aMap[5] = static_cast<float>(aMap[5] + dY);
+    return aMap;
+}
+
+Affine CountFromCorners(const Affine& rMap, const ImageSize& rAligned, const ImageSize& rMeasured)
+{
+    const auto& [fA, fB, fC, fD, fE, fF] = rMap;
+    const auto Centre = [](int iExtent) { return 0.5 * (iExtent - 1); };
+    const double dX = Centre(rAligned.iX);
+    const double dY = Centre(rAligned.iY);
+    return {fA,
+            fB,
+            fC,
+            fD,
+            static_cast<float>(fE + Centre(rMeasured.iX) - fA * dX - fB * dY),
+            static_cast<float>(fF + Centre(rMeasured.iY) - fC * dX - fD * dY)};
+}
+
+bool CheckMatrixFile(const std::string& strPath, std::string& rError)
+{
+    std::string strEnd = strPath.substr(strPath.size() - std::min<std::size_t>(3, strPath.size()));
+    for (char& rChar : strEnd) rChar = static_cast<char>(rChar | 0x20);
+    if (strEnd != ".xf") return true;
+    return Fail(rError, strPath +
+                            ": an .xf file tells where measured pixels go, matrices here "
+                            "tell where aligned pixels come from: give the inverse maps in "
+                            "a file of another name");
+}
+
 bool ReadMatrices(const std::string& strPath, std::vector<Affine>& rMatrices, std::string& rError)
 {
-    std::ifstream aFile(strPath, std::ios::binary);
-    if (!aFile)
-    {
-        rError = strPath + ": cannot read: " + std::strerror(errno);
-        return false;
-    }
     std::vector<Affine> aMatrices;
-    std::string strLine;
-    for (int iLine = 1; std::getline(aFile, strLine); ++iLine)
+    const auto Take = [&aMatrices](std::string_view strLine, std::string& rReason)
     {
-        strLine.resize(std::min(strLine.find('#'), strLine.size()));
-        if (strLine.find_first_not_of(" \t\r\v\f") == std::string::npos) continue;
-        Affine aMatrix;
-        if (!ParseMatrix(strLine, aMatrix))
-        {
-            rError = strPath + ", line " + std::to_string(iLine) + ": expected six numbers";
-            return false;
-        }
-        aMatrices.push_back(aMatrix);
-    }
-    if (aFile.bad() || aMatrices.empty())
-    {
-        rError = strPath + (aFile.bad() ? ": cannot read" : ": no matrices in this file");
+        aMatrices.emplace_back();
+        rReason = "expected six numbers";
+        return ParseNumbers(strLine, " \t\r\v\f,", aMatrices.back());
+    };
+    if (!CheckMatrixFile(strPath, rError) || !ReadLines(strPath, "matrices", Take, rError))
         return false;
-    }
     rMatrices = std::move(aMatrices);
     return true;
 }
@@ -103,33 +96,8 @@ bool WriteMatrices(const std::string& strPath, std::span<const Affine> aMatrices
     std::string strText;
     for (const Affine& rMatrix : aMatrices)
         for (std::size_t i = 0; i < rMatrix.size(); ++i)
-        {
-            char acNumber[32];
-            std::snprintf(acNumber, sizeof(acNumber), "%.9g", double(rMatrix[i]));
-            strText.append(acNumber).append(i + 1 < rMatrix.size() ? " " : "\n");
-        }
+            strText += Format("%.9g", double(rMatrix[i])) + (i + 1 < rMatrix.size() ? " " : "\n");
     return WriteTextFile(strPath, strText, rError);
-}
-
-GaussianKernel MakeGaussianKernel(double dSigma)
-{
-    const int iHalf = static_cast<int>(std::ceil(3 * dSigma));
-    GaussianKernel aKernel;
-    aKernel.m_iSize = 2 * iHalf + 1;
-    std::vector<double> vdLine;  // the kernel is the product of three of these
-    double dSum = 0;
-    for (int i = -iHalf; i <= iHalf; ++i)
-    {
-        vdLine.push_back(std::exp(-0.5 * i * i / (dSigma * dSigma)));
-        dSum += vdLine.back();
-    }
-    for (double& rValue : vdLine) rValue /= dSum;
-    aKernel.m_vfValues.reserve(vdLine.size() * vdLine.size() * vdLine.size());
-    for (const double dZ : vdLine)
-        for (const double dY : vdLine)
-            for (const double dX : vdLine)
-                aKernel.m_vfValues.push_back(static_cast<float>(dZ * dY * dX));
-    return aKernel;
 }
 
 }  // namespace talven

@@ -1,86 +1,44 @@
 #include "talven/Angles.h"
 
-#include <cerrno>
-#include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <string_view>
+#include <cstdlib>
 
 #include "talven/AtomicFile.h"
+#include "talven/Text.h"
 
 namespace talven
 {
-namespace
-{
-
-constexpr std::string_view s_strBlanks = " \t\r\v\f";
-
-std::string_view Trim(std::string_view strText)
-{
-    const std::size_t tFirst = strText.find_first_not_of(s_strBlanks);
-    if (tFirst == std::string_view::npos) return {};
-    return strText.substr(tFirst, strText.find_last_not_of(s_strBlanks) - tFirst + 1);
-}
-
-bool ParseAngle(std::string_view strText, float& rAngle)
-{
-    if (strText.starts_with('+')) strText.remove_prefix(1);
-    const char* pcEnd = strText.data() + strText.size();
-    const auto [pcStop, eError] = std::from_chars(strText.data(), pcEnd, rAngle);
-    return eError == std::errc() && pcStop == pcEnd && std::fabs(rAngle) <= 360;
-}
-
-}  // namespace
 
 bool ReadAngles(const std::string& strPath, std::vector<float>& rAngles, std::string& rError)
 {
-    std::ifstream aFile(strPath, std::ios::binary);
-    if (!aFile)
-    {
-        rError = strPath + ": cannot read: " + std::strerror(errno);
-        return false;
-    }
     std::vector<float> vfAngles;
-    std::string strLine;
-    for (int iLine = 1; std::getline(aFile, strLine); ++iLine)
+    const auto Take = [&vfAngles](std::string_view strLine, std::string& rReason)
     {
-        const std::string_view strText =
-            Trim(std::string_view(strLine).substr(0, strLine.find('#')));
-        if (strText.empty()) continue;
         float fAngle = 0;
-        if (!ParseAngle(strText, fAngle))
+        if (ParseNumbers(strLine, " \t", std::span(&fAngle, 1)) && std::fabs(fAngle) <= 360)
         {
-            // A binary file given by mistake must not end up on the terminal.
-            std::string strShown;
-            for (const char c : strText.substr(0, 40)) strShown += c >= ' ' && c <= '~' ? c : '?';
-            rError = strPath + ", line " + std::to_string(iLine) +
-                     ": expected one angle in degrees, found ";
-            rError.append("\"").append(strShown).append("\"");
-            return false;
+            vfAngles.push_back(fAngle);
+            return true;
         }
-        vfAngles.push_back(fAngle);
-    }
-    if (aFile.bad() || vfAngles.empty())
-    {
-        rError = strPath + (aFile.bad() ? ": cannot read" : ": no angles in this file");
-        return false;
-    }
+        // A binary file given by mistake must not end up on the terminal.
+        std::string strShown;
+        for (const char c : strLine.substr(0, 40)) strShown += c >= ' ' && c <= '~' ? c : '?';
+        return Fail(rReason, "expected one angle in degrees, found \"" + strShown + "\"");
+    };
+    if (!ReadLines(strPath, "angles", Take, rError)) return false;
     rAngles = std::move(vfAngles);
     return true;
 }
 
-bool WriteAngles(const std::string& strPath, std::span<const float> pfAngles, std::string& rError)
+bool WriteAngles(const std::string& strPath, std::span<const float> fAngles, std::string& rError)
 {
     std::string strText;
-    for (const float fAngle : pfAngles)
+    for (const float fAngle : fAngles)
     {
-        char acLine[64];
-        std::snprintf(acLine, sizeof(acLine), "%.2f", double(fAngle));
-        if (std::strtof(acLine, nullptr) != fAngle)
-            std::snprintf(acLine, sizeof(acLine), "%.9g", double(fAngle));
-        strText.append(acLine).append("\n");
+        std::string strLine = Format("%.2f", double(fAngle));
+        if (std::strtof(strLine.c_str(), nullptr) != fAngle)
+            strLine = Format("%.9g", double(fAngle));
+        strText += strLine + "\n";
     }
     return WriteTextFile(strPath, strText, rError);
 }

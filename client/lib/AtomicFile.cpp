@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "talven/Text.h"
+
 namespace talven
 {
 namespace
@@ -58,12 +60,9 @@ bool CAtomicFile::Create(const std::string& strPath, std::uint64_t ulBytes)
     };
     if (ulBytes > 0 && statvfs(GetDirectory(m_strTarget).c_str(), &aSpace) == 0 &&
         aSpace.f_bavail * static_cast<std::uint64_t>(aSpace.f_frsize) < ulBytes)
-    {
-        m_strError = m_strPath + ": needs " + std::to_string(ulBytes >> 20) +
-                     " MiB, the disk has " +
-                     std::to_string((aSpace.f_bavail * aSpace.f_frsize) >> 20) + " MiB free";
-        return false;
-    }
+        return Fail(m_strError,
+                    m_strPath + ": needs " + std::to_string(ulBytes >> 20) + " MiB, the disk has " +
+                        std::to_string((aSpace.f_bavail * aSpace.f_frsize) >> 20) + " MiB free");
 
     m_strTemporary = m_strTarget + ".XXXXXX";
     m_iFile = mkostemp(m_strTemporary.data(), O_CLOEXEC);
@@ -125,11 +124,9 @@ bool CAtomicFile::mFail(const std::string& strWhat, int iErrno)
 bool WriteTextFile(const std::string& strPath, const std::string& strText, std::string& rError)
 {
     CAtomicFile aFile;
-    if (aFile.Create(strPath) && aFile.WriteAt(0, std::as_bytes(std::span(strText))) &&
-        aFile.Commit())
-        return true;
-    rError = aFile.GetError();
-    return false;
+    return (aFile.Create(strPath) && aFile.WriteAt(0, std::as_bytes(std::span(strText))) &&
+            aFile.Commit()) ||
+           Fail(rError, aFile.GetError());
 }
 
 }  // namespace talven

@@ -13,40 +13,40 @@ namespace
 // Positions of the header's fields: number of the 4-byte word, from 0.
 enum EWord
 {
-    NX = 0,
-    NY = 1,
-    NZ = 2,
-    MODE = 3,
-    MX = 7,
-    CELL_A = 10,
-    CELL_ALPHA = 13,
-    MAPC = 16,
-    DMIN = 19,
-    DMAX = 20,
-    DMEAN = 21,
-    ISPG = 22,
-    NSYMBT = 23,
-    NVERSION = 27,
-    BYTE_STAMP = 38,  // in the "extra" area
-    BYTE_FLAGS = 39,
-    MAP = 52,
-    MACHST = 53,
-    RMS = 54,
-    NLABL = 55,
-    LABEL = 56
+    eWordNx = 0,
+    eWordNy = 1,
+    eWordNz = 2,
+    eWordMode = 3,
+    eWordMx = 7,
+    eWordCellA = 10,
+    eWordCellAlpha = 13,
+    eWordMapc = 16,
+    eWordDmin = 19,
+    eWordDmax = 20,
+    eWordDmean = 21,
+    eWordIspg = 22,
+    eWordNsymbt = 23,
+    eWordNversion = 27,
+    eWordByteStamp = 38,  // in the "extra" area
+    eWordByteFlags = 39,
+    eWordMap = 52,
+    eWordMachst = 53,
+    eWordRms = 54,
+    eWordNlabl = 55,
+    eWordLabel = 56
 };
 
 // A program that writes unsigned bytes in mode 0 says so with this number and a cleared bit 0 in
 // the flags after it; without the number bytes are signed, as the standard has it.
-constexpr std::uint32_t s_uiByteStamp = 1146047817;
-constexpr int s_iMaxExtent = 1 << 24;
+constexpr std::uint32_t g_uiByteStamp = 1146047817;
+constexpr int g_iMaxExtent = 1 << 24;
 
 class CWords
 {
 public:
-    CWords(std::span<const std::byte, MrcHeader::s_tBytes> pBytes, bool bSwap) : m_bSwap(bSwap)
+    CWords(std::span<const std::byte, MrcHeader::tBytes> pBytes, bool bSwap) : m_bSwap(bSwap)
     {
-        std::memcpy(m_auiWords.data(), pBytes.data(), MrcHeader::s_tBytes);
+        std::memcpy(m_auiWords.data(), pBytes.data(), MrcHeader::tBytes);
     }
     std::uint32_t Get(int iWord) const
     {
@@ -59,60 +59,52 @@ public:
     /// Whether the numbers make sense read in this byte order.
     bool IsPlausible() const
     {
-        for (const int iWord : {NX, NY, NZ})
-            if (GetInt(iWord) < 1 || GetInt(iWord) > s_iMaxExtent) return false;
-        if (GetInt(MODE) < 0 || GetInt(MODE) > 101 || GetInt(NSYMBT) < 0) return false;
+        for (const int iWord : {eWordNx, eWordNy, eWordNz})
+            if (GetInt(iWord) < 1 || GetInt(iWord) > g_iMaxExtent) return false;
+        if (GetInt(eWordMode) < 0 || GetInt(eWordMode) > 101 || GetInt(eWordNsymbt) < 0)
+            return false;
         for (int i = 0; i < 3; ++i)
-            if (GetInt(MAPC + i) < 0 || GetInt(MAPC + i) > 3) return false;
+            if (GetInt(eWordMapc + i) < 0 || GetInt(eWordMapc + i) > 3) return false;
         return true;
     }
 
 private:
-    std::array<std::uint32_t, MrcHeader::s_tBytes / 4> m_auiWords;
+    std::array<std::uint32_t, MrcHeader::tBytes / 4> m_auiWords;
     bool m_bSwap;
 };
 
 bool SetMode(int iMode, MrcHeader& rHeader, std::string& rError)
 {
-    switch (iMode)
-    {
-    case 0:
-    case 1:
-    case 2:
-    case 6:
-    case 12:
-        rHeader.m_eMode = static_cast<EMrcMode>(iMode);
-        return true;
-    default:
-        rError = "MRC mode " + std::to_string(iMode) + " is not supported (0, 1, 2, 6, 12 are)";
-        return false;
-    }
+    rHeader.eMode = static_cast<EMrcMode>(iMode);
+    if (rHeader.GetPixelBytes() > 0) return true;
+    rError = "MRC mode " + std::to_string(iMode) + " is not supported (0, 1, 2, 6, 12 are)";
+    return false;
 }
 
 }  // namespace
 
 int MrcHeader::GetPixelBytes() const
 {
-    switch (m_eMode)
+    switch (eMode)
     {
-    case EMrcMode::INT8:
+    case EMrcMode::eInt8:
         return 1;
-    case EMrcMode::INT16:
-    case EMrcMode::UINT16:
-    case EMrcMode::FLOAT16:
+    case EMrcMode::eInt16:
+    case EMrcMode::eUint16:
+    case EMrcMode::eFloat16:
         return 2;
-    case EMrcMode::FLOAT32:
+    case EMrcMode::eFloat32:
         return 4;
     }
-    return 4;
+    return 0;
 }
 
-std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, s_tBytes> pBytes,
+std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, tBytes> pBytes,
                                           std::string& rError)
 {
     // The machine stamp is missing or wrong in many files: it decides only where both readings make
     // sense, which takes sizes like 65536 in all three directions.
-    const std::byte ucStamp = pBytes[4 * MACHST];
+    const std::byte ucStamp = pBytes[4 * eWordMachst];
     const bool bLittleHere = std::endian::native == std::endian::little;
     const bool bStampSwaps = ucStamp == (bLittleHere ? std::byte{0x11} : std::byte{0x44});
     CWords aWords(pBytes, bStampSwaps);
@@ -129,60 +121,60 @@ std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, s_tBytes> p
     }
 
     MrcHeader aHeader;
-    aHeader.m_bSwap = bSwap;
-    aHeader.m_iX = aWords.GetInt(NX);
-    aHeader.m_iY = aWords.GetInt(NY);
-    aHeader.m_iZ = aWords.GetInt(NZ);
-    if (!SetMode(aWords.GetInt(MODE), aHeader, rError)) return std::nullopt;
-    aHeader.m_bUnsigned =
-        aWords.Get(BYTE_STAMP) == s_uiByteStamp && (aWords.Get(BYTE_FLAGS) & 1) == 0;
-    aHeader.m_bVolume = aWords.GetInt(ISPG) == 1;
-    aHeader.m_ulExtended = aWords.Get(NSYMBT);
-    const double dCell = aWords.GetFloat(CELL_A);
-    const int iMx = aWords.GetInt(MX);
-    if (iMx > 0 && std::isfinite(dCell) && dCell > 0) aHeader.m_dPixel = dCell / iMx;
-    aHeader.m_fMin = aWords.GetFloat(DMIN);
-    aHeader.m_fMax = aWords.GetFloat(DMAX);
-    aHeader.m_fMean = aWords.GetFloat(DMEAN);
-    aHeader.m_fRms = aWords.GetFloat(RMS);
+    aHeader.bSwap = bSwap;
+    aHeader.iX = aWords.GetInt(eWordNx);
+    aHeader.iY = aWords.GetInt(eWordNy);
+    aHeader.iZ = aWords.GetInt(eWordNz);
+    if (!SetMode(aWords.GetInt(eWordMode), aHeader, rError)) return std::nullopt;
+    aHeader.bUnsigned =
+        aWords.Get(eWordByteStamp) == g_uiByteStamp && (aWords.Get(eWordByteFlags) & 1) == 0;
+    aHeader.bVolume = aWords.GetInt(eWordIspg) == 1;
+    aHeader.ulExtended = aWords.Get(eWordNsymbt);
+    const double dCell = aWords.GetFloat(eWordCellA);
+    const int iMx = aWords.GetInt(eWordMx);
+    if (iMx > 0 && std::isfinite(dCell) && dCell > 0) aHeader.dPixel = dCell / iMx;
+    aHeader.fMin = aWords.GetFloat(eWordDmin);
+    aHeader.fMax = aWords.GetFloat(eWordDmax);
+    aHeader.fMean = aWords.GetFloat(eWordDmean);
+    aHeader.fRms = aWords.GetFloat(eWordRms);
     return aHeader;
 }
 
-std::array<std::byte, MrcHeader::s_tBytes> MrcHeader::Format() const
+std::array<std::byte, MrcHeader::tBytes> MrcHeader::Format() const
 {
-    std::array<std::byte, s_tBytes> aBytes{};
+    std::array<std::byte, tBytes> aBytes{};
     const auto SetInt = [&aBytes](int iWord, int iValue)
     { std::memcpy(aBytes.data() + 4 * iWord, &iValue, 4); };
     const auto SetFloat = [&aBytes](int iWord, float fValue)
     { std::memcpy(aBytes.data() + 4 * iWord, &fValue, 4); };
 
-    const int aiSize[3] = {m_iX, m_iY, m_iZ};
+    const int aiSize[3] = {iX, iY, iZ};
     for (int i = 0; i < 3; ++i)
     {
-        SetInt(NX + i, aiSize[i]);
-        SetInt(MX + i, aiSize[i]);
-        SetFloat(CELL_A + i, static_cast<float>(aiSize[i] * m_dPixel));
-        SetFloat(CELL_ALPHA + i, 90.0f);
-        SetInt(MAPC + i, i + 1);
+        SetInt(eWordNx + i, aiSize[i]);
+        SetInt(eWordMx + i, aiSize[i]);
+        SetFloat(eWordCellA + i, static_cast<float>(aiSize[i] * dPixel));
+        SetFloat(eWordCellAlpha + i, 90.0f);
+        SetInt(eWordMapc + i, i + 1);
     }
-    SetInt(MODE, static_cast<int>(m_eMode));
-    SetFloat(DMIN, m_fMin);
-    SetFloat(DMAX, m_fMax);
-    SetFloat(DMEAN, m_fMean);
-    SetFloat(RMS, m_fRms);
-    SetInt(ISPG, m_bVolume ? 1 : 0);
-    SetInt(NVERSION, 20140);
-    std::memcpy(aBytes.data() + 4 * MAP, "MAP ", 4);
+    SetInt(eWordMode, static_cast<int>(eMode));
+    SetFloat(eWordDmin, fMin);
+    SetFloat(eWordDmax, fMax);
+    SetFloat(eWordDmean, fMean);
+    SetFloat(eWordRms, fRms);
+    SetInt(eWordIspg, bVolume ? 1 : 0);
+    SetInt(eWordNversion, 20140);
+    std::memcpy(aBytes.data() + 4 * eWordMap, "MAP ", 4);
     const bool bLittleHere = std::endian::native == std::endian::little;
     const unsigned char acStamp[4] = {static_cast<unsigned char>(bLittleHere ? 0x44 : 0x11),
                                       static_cast<unsigned char>(bLittleHere ? 0x44 : 0x11), 0, 0};
-    std::memcpy(aBytes.data() + 4 * MACHST, acStamp, 4);
-    if (!m_strLabel.empty())
+    std::memcpy(aBytes.data() + 4 * eWordMachst, acStamp, 4);
+    if (!strLabel.empty())
     {
-        SetInt(NLABL, 1);
-        std::memset(aBytes.data() + 4 * LABEL, ' ', 80);
-        std::memcpy(aBytes.data() + 4 * LABEL, m_strLabel.data(),
-                    std::min<std::size_t>(m_strLabel.size(), 80));
+        SetInt(eWordNlabl, 1);
+        std::memset(aBytes.data() + 4 * eWordLabel, ' ', 80);
+        std::memcpy(aBytes.data() + 4 * eWordLabel, strLabel.data(),
+                    std::min<std::size_t>(strLabel.size(), 80));
     }
     return aBytes;
 }

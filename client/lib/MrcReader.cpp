@@ -27,18 +27,17 @@ T Swapped(T tValue)
 
 /// Stored pixels of type T to floats, through Convert(T).
 template <class T, class F>
-void ConvertAll(const std::byte* pcStored, bool bSwap, std::span<float> pfPixels, F Convert)
+void ConvertAll(const std::byte* pcStored, bool bSwap, std::span<float> fPixels, F Convert)
 {
-    for (std::size_t i = 0; i < pfPixels.size(); ++i)
+    for (std::size_t i = 0; i < fPixels.size(); ++i)
     {
         T tValue;
         std::memcpy(&tValue, pcStored + i * sizeof(T), sizeof(T));
-        pfPixels[i] = Convert(bSwap ? Swapped(tValue) : tValue);
+        fPixels[i] = Convert(bSwap ? Swapped(tValue) : tValue);
     }
 }
 
-}  // namespace
-
+/// A 16-bit IEEE float as a float.
 float HalfToFloat(std::uint16_t usHalf)
 {
     const std::uint32_t uiSign = std::uint32_t(usHalf & 0x8000) << 16;
@@ -50,6 +49,8 @@ float HalfToFloat(std::uint16_t usHalf)
     const std::uint32_t uiExponent = iExponent == 31 ? 255 : std::uint32_t(iExponent - 15 + 127);
     return std::bit_cast<float>(uiSign | (uiExponent << 23) | (uiMantissa << 13));
 }
+
+}  // namespace
 
 CMrcReader::~CMrcReader()
 {
@@ -68,7 +69,7 @@ bool CMrcReader::Open(const std::string& strPath)
     if (fstat(m_iFile, &aStat) != 0 || !S_ISREG(aStat.st_mode)) return mFail("not a regular file");
 
     const auto ulFileBytes = static_cast<std::uint64_t>(aStat.st_size);
-    std::array<std::byte, MrcHeader::s_tBytes> acBytes;
+    std::array<std::byte, MrcHeader::tBytes> acBytes;
     if (ulFileBytes < acBytes.size()) return mFail("not an MRC file (shorter than its header)");
     if (!mReadAt(0, acBytes)) return false;
     std::string strError;
@@ -82,77 +83,66 @@ bool CMrcReader::Open(const std::string& strPath)
         m_aHeader.GetSectionPixels() * static_cast<std::uint64_t>(m_aHeader.GetPixelBytes());
     const std::uint64_t ulAfterHeader =
         ulFileBytes - std::min(ulFileBytes, m_aHeader.GetDataOffset());
-    if (ulAfterHeader / ulSection < static_cast<std::uint64_t>(m_aHeader.m_iZ))
-        return mFail("truncated: " + std::to_string(m_aHeader.m_iX) + " x " +
-                     std::to_string(m_aHeader.m_iY) + " x " + std::to_string(m_aHeader.m_iZ) +
+    if (ulAfterHeader / ulSection < static_cast<std::uint64_t>(m_aHeader.iZ))
+        return mFail("truncated: " + std::to_string(m_aHeader.iX) + " x " +
+                     std::to_string(m_aHeader.iY) + " x " + std::to_string(m_aHeader.iZ) +
                      " pixels in the header, but the file ends in section " +
                      std::to_string(ulAfterHeader / ulSection + 1));
     return true;
 }
 
-bool CMrcReader::ReadSection(int iZ, std::span<float> pfPixels)
+bool CMrcReader::ReadSection(int iZ, std::span<float> fPixels)
 {
-    if (m_iFile == -1 || iZ < 0 || iZ >= m_aHeader.m_iZ ||
-        pfPixels.size() != m_aHeader.GetSectionPixels())
+    if (m_iFile == -1 || iZ < 0 || iZ >= m_aHeader.iZ ||
+        fPixels.size() != m_aHeader.GetSectionPixels())
         return mFail("no section " + std::to_string(iZ + 1) + " of " +
-                     std::to_string(pfPixels.size()) + " pixels");
-    const std::size_t tBytes =
-        pfPixels.size() * static_cast<std::size_t>(m_aHeader.GetPixelBytes());
+                     std::to_string(fPixels.size()) + " pixels");
+    const std::size_t tBytes = fPixels.size() * static_cast<std::size_t>(m_aHeader.GetPixelBytes());
     const std::uint64_t ulOffset = m_aHeader.GetDataOffset() + std::uint64_t(iZ) * tBytes;
 
-    if (m_aHeader.m_eMode == EMrcMode::FLOAT32)
+    if (m_aHeader.eMode == EMrcMode::eFloat32)
     {
-        if (!mReadAt(ulOffset, std::as_writable_bytes(pfPixels))) return false;
-        if (m_aHeader.m_bSwap)
-            for (float& rPixel : pfPixels) rPixel = Swapped(rPixel);
-        return mCheckFinite(iZ, pfPixels);
+        if (!mReadAt(ulOffset, std::as_writable_bytes(fPixels))) return false;
+        if (m_aHeader.bSwap)
+            for (float& rPixel : fPixels) rPixel = Swapped(rPixel);
+        return mCheckFinite(iZ, fPixels);
     }
     m_vcSection.resize(tBytes);
     if (!mReadAt(ulOffset, m_vcSection)) return false;
-    mConvert(pfPixels);
-    return m_aHeader.m_eMode != EMrcMode::FLOAT16 || mCheckFinite(iZ, pfPixels);
+    mConvert(fPixels);
+    return m_aHeader.eMode != EMrcMode::eFloat16 || mCheckFinite(iZ, fPixels);
 }
 
-void CMrcReader::mConvert(std::span<float> pfPixels) const
+void CMrcReader::mConvert(std::span<float> fPixels) const
 {
     const auto ToFloat = [](auto tValue) { return static_cast<float>(tValue); };
     const std::byte* pcStored = m_vcSection.data();
-    const bool bSwap = m_aHeader.m_bSwap;
-    switch (m_aHeader.m_eMode)
-    {
-    case EMrcMode::INT8:
-        if (m_aHeader.m_bUnsigned)
-            ConvertAll<std::uint8_t>(pcStored, false, pfPixels, ToFloat);
-        else
-            ConvertAll<std::int8_t>(pcStored, false, pfPixels, ToFloat);
-        break;
-    case EMrcMode::INT16:
-        ConvertAll<std::int16_t>(pcStored, bSwap, pfPixels, ToFloat);
-        break;
-    case EMrcMode::UINT16:
-        ConvertAll<std::uint16_t>(pcStored, bSwap, pfPixels, ToFloat);
-        break;
-    case EMrcMode::FLOAT16:
-        ConvertAll<std::uint16_t>(pcStored, bSwap, pfPixels, HalfToFloat);
-        break;
-    case EMrcMode::FLOAT32:
-        break;  // read in place
-    }
+    const bool bSwap = m_aHeader.bSwap;
+    if (m_aHeader.eMode == EMrcMode::eInt16)
+        ConvertAll<std::int16_t>(pcStored, bSwap, fPixels, ToFloat);
+    else if (m_aHeader.eMode == EMrcMode::eUint16)
+        ConvertAll<std::uint16_t>(pcStored, bSwap, fPixels, ToFloat);
+    else if (m_aHeader.eMode == EMrcMode::eFloat16)
+        ConvertAll<std::uint16_t>(pcStored, bSwap, fPixels, HalfToFloat);
+    else if (m_aHeader.bUnsigned)
+        ConvertAll<std::uint8_t>(pcStored, false, fPixels, ToFloat);
+    else
+        ConvertAll<std::int8_t>(pcStored, false, fPixels, ToFloat);
 }
 
-bool CMrcReader::mCheckFinite(int iZ, std::span<const float> pfPixels)
+bool CMrcReader::mCheckFinite(int iZ, std::span<const float> fPixels)
 {
     // All exponent bits set: infinite or not a number. As integers, so that the loop is vectorised.
-    constexpr std::uint32_t s_uiExponent = 0x7F800000;
+    constexpr std::uint32_t uiExponentBits = 0x7F800000;
     std::uint32_t uiBad = 0;
-    for (const float fPixel : pfPixels)
-        uiBad |= (std::bit_cast<std::uint32_t>(fPixel) & s_uiExponent) == s_uiExponent;
+    for (const float fPixel : fPixels)
+        uiBad |= (std::bit_cast<std::uint32_t>(fPixel) & uiExponentBits) == uiExponentBits;
     if (uiBad == 0) return true;
-    for (std::size_t i = 0; i < pfPixels.size(); ++i)
-        if (!std::isfinite(pfPixels[i]))
+    for (std::size_t i = 0; i < fPixels.size(); ++i)
+        if (!std::isfinite(fPixels[i]))
             return mFail("section " + std::to_string(iZ + 1) + ", column " +
-                         std::to_string(i % std::size_t(m_aHeader.m_iX) + 1) + ", row " +
-                         std::to_string(i / std::size_t(m_aHeader.m_iX) + 1) +
+                         std::to_string(i % std::size_t(m_aHeader.iX) + 1) + ", row " +
+                         std::to_string(i / std::size_t(m_aHeader.iX) + 1) +
                          " is not a finite number");
     return true;
 }

@@ -6,6 +6,9 @@
 #include <iterator>
 #include <vector>
 
+#include "talven/Alignment.h"
+#include "talven/Text.h"
+
 namespace talven
 {
 
@@ -13,66 +16,57 @@ bool CMrcWriter::Create(const std::string& strPath, int iX, int iY, int iZ, doub
                         bool bVolume, const std::string& strLabel)
 {
     m_aHeader = MrcHeader{};
-    m_aHeader.m_iX = iX;
-    m_aHeader.m_iY = iY;
-    m_aHeader.m_iZ = iZ;
-    m_aHeader.m_dPixel = dPixel;
-    m_aHeader.m_bVolume = bVolume;
-    m_aHeader.m_strLabel = strLabel;
+    m_aHeader.iX = iX;
+    m_aHeader.iY = iY;
+    m_aHeader.iZ = iZ;
+    m_aHeader.dPixel = dPixel;
+    m_aHeader.bVolume = bVolume;
+    m_aHeader.strLabel = strLabel;
     m_iWritten = 0;
     m_dMean = m_dSquares = m_dCount = 0;
     const std::uint64_t ulBytes = m_aHeader.GetDataOffset() +
                                   m_aHeader.GetSectionPixels() * std::uint64_t(iZ) * sizeof(float);
-    if (m_aFile.Create(strPath, ulBytes)) return true;
-    m_strError = m_aFile.GetError();
-    return false;
+    return m_aFile.Create(strPath, ulBytes) || Fail(m_strError, m_aFile.GetError());
 }
 
-bool CMrcWriter::WriteSection(std::span<const float> pfPixels)
+bool CMrcWriter::WriteSection(std::span<const float> fPixels)
 {
-    if (m_iWritten == m_aHeader.m_iZ || pfPixels.size() != m_aHeader.GetSectionPixels())
-    {
-        m_strError = m_aFile.GetPath() + ": section " + std::to_string(m_iWritten + 1) + " of " +
-                     std::to_string(pfPixels.size()) + " pixels does not fit";
-        return false;
-    }
+    if (m_iWritten == m_aHeader.iZ || fPixels.size() != m_aHeader.GetSectionPixels())
+        return Fail(m_strError, Format("%s: section %d of %zu pixels does not fit",
+                                       m_aFile.GetPath().c_str(), m_iWritten + 1, fPixels.size()));
     const std::uint64_t ulOffset =
-        m_aHeader.GetDataOffset() + std::uint64_t(m_iWritten) * pfPixels.size_bytes();
-    if (!m_aFile.WriteAt(ulOffset, std::as_bytes(pfPixels)))
-    {
-        m_strError = m_aFile.GetError();
-        return false;
-    }
-    mAddSection(pfPixels);
+        m_aHeader.GetDataOffset() + std::uint64_t(m_iWritten) * fPixels.size_bytes();
+    if (!m_aFile.WriteAt(ulOffset, std::as_bytes(fPixels)))
+        return Fail(m_strError, m_aFile.GetError());
+    mAddSection(fPixels);
     ++m_iWritten;
     return true;
 }
 
 /// Missing pixels are no values: they would be the least and hide all others.
-void CMrcWriter::mAddSection(std::span<const float> pfPixels)
+void CMrcWriter::mAddSection(std::span<const float> fPixels)
 {
-    const auto IsValue = [](float fPixel) { return !(fPixel < -1e15f); };
-    if (std::all_of(pfPixels.begin(), pfPixels.end(), IsValue)) return mAddStatistics(pfPixels);
+    if (std::none_of(fPixels.begin(), fPixels.end(), IsMissing)) return mAddStatistics(fPixels);
     std::vector<float> vfValues;
-    std::copy_if(pfPixels.begin(), pfPixels.end(), std::back_inserter(vfValues), IsValue);
+    std::remove_copy_if(fPixels.begin(), fPixels.end(), std::back_inserter(vfValues), IsMissing);
     if (!vfValues.empty()) mAddStatistics(vfValues);
 }
 
 /// Mean and squares of a section in two passes over cached data, then merged into those of the
 /// sections before: no cancellation, however large the file or its mean.
-void CMrcWriter::mAddStatistics(std::span<const float> pfPixels)
+void CMrcWriter::mAddStatistics(std::span<const float> fPixels)
 {
-    constexpr std::size_t s_tLanes = 8;  // independent sums, so that they are vectorised
-    std::array<float, s_tLanes> afMin, afMax;
-    std::array<double, s_tLanes> adSum{}, adSquares{};
-    afMin.fill(pfPixels[0]);
-    afMax.fill(pfPixels[0]);
-    const auto ForAll = [&pfPixels](auto Visit)
+    constexpr std::size_t tLanes = 8;  // independent sums, so that they are vectorised
+    std::array<float, tLanes> afMin, afMax;
+    std::array<double, tLanes> adSum{}, adSquares{};
+    afMin.fill(fPixels[0]);
+    afMax.fill(fPixels[0]);
+    const auto ForAll = [&fPixels](auto Visit)
     {
-        const std::size_t tWhole = pfPixels.size() / s_tLanes * s_tLanes;
-        for (std::size_t i = 0; i < tWhole; i += s_tLanes)
-            for (std::size_t l = 0; l < s_tLanes; ++l) Visit(l, pfPixels[i + l]);
-        for (std::size_t i = tWhole; i < pfPixels.size(); ++i) Visit(0, pfPixels[i]);
+        const std::size_t tWhole = fPixels.size() / tLanes * tLanes;
+        for (std::size_t i = 0; i < tWhole; i += tLanes)
+            for (std::size_t l = 0; l < tLanes; ++l) Visit(l, fPixels[i + l]);
+        for (std::size_t i = tWhole; i < fPixels.size(); ++i) Visit(0, fPixels[i]);
     };
     ForAll(
         [&](std::size_t l, float fPixel)
@@ -83,7 +77,7 @@ void CMrcWriter::mAddStatistics(std::span<const float> pfPixels)
         });
     double dSum = 0;
     for (const double dLane : adSum) dSum += dLane;
-    const auto dCount = static_cast<double>(pfPixels.size());
+    const auto dCount = static_cast<double>(fPixels.size());
     const double dMean = dSum / dCount;
     ForAll([&](std::size_t l, float fPixel)
            { adSquares[l] += (fPixel - dMean) * (fPixel - dMean); });
@@ -97,24 +91,22 @@ void CMrcWriter::mAddStatistics(std::span<const float> pfPixels)
 
     const float fMin = *std::min_element(afMin.begin(), afMin.end());
     const float fMax = *std::max_element(afMax.begin(), afMax.end());
-    m_aHeader.m_fMin = dBefore == 0 ? fMin : std::min(m_aHeader.m_fMin, fMin);
-    m_aHeader.m_fMax = dBefore == 0 ? fMax : std::max(m_aHeader.m_fMax, fMax);
+    m_aHeader.fMin = dBefore == 0 ? fMin : std::min(m_aHeader.fMin, fMin);
+    m_aHeader.fMax = dBefore == 0 ? fMax : std::max(m_aHeader.fMax, fMax);
 }
 
 bool CMrcWriter::Finish()
 {
-    if (m_iWritten != m_aHeader.m_iZ)
+    if (m_iWritten != m_aHeader.iZ)
     {
-        m_strError = m_aFile.GetPath() + ": " + std::to_string(m_iWritten) + " of " +
-                     std::to_string(m_aHeader.m_iZ) + " sections written";
         m_aFile.Discard();
-        return false;
+        return Fail(m_strError, Format("%s: %d of %d sections written", m_aFile.GetPath().c_str(),
+                                       m_iWritten, m_aHeader.iZ));
     }
-    m_aHeader.m_fMean = static_cast<float>(m_dMean);
-    m_aHeader.m_fRms = static_cast<float>(std::sqrt(m_dSquares / std::max(1.0, m_dCount)));
-    if (m_aFile.WriteAt(0, m_aHeader.Format()) && m_aFile.Commit()) return true;
-    m_strError = m_aFile.GetError();
-    return false;
+    m_aHeader.fMean = static_cast<float>(m_dMean);
+    m_aHeader.fRms = static_cast<float>(std::sqrt(m_dSquares / std::max(1.0, m_dCount)));
+    return (m_aFile.WriteAt(0, m_aHeader.Format()) && m_aFile.Commit()) ||
+           Fail(m_strError, m_aFile.GetError());
 }
 
 }  // namespace talven

@@ -18,6 +18,8 @@
 #include <string_view>
 #include <thread>
 
+#include "talven/Text.h"
+
 extern char** environ;
 
 namespace talven
@@ -27,8 +29,7 @@ namespace
 
 using namespace std::chrono_literals;
 
-constexpr int s_iMaxDevices = 16;
-constexpr const char* s_pcServer = "talven-server";
+constexpr const char* g_pcServer = "talven-server";
 
 /// A port that nobody listens on now. Somebody may take it before the server does; the caller then
 /// tries another.
@@ -45,6 +46,15 @@ std::uint16_t FindFreePort()
         usPort = ntohs(aAddress.sin_port);
     if (iSocket != -1) close(iSocket);
     return usPort;
+}
+
+/// The path with links and relative parts resolved: the server runs in another directory.
+std::string GetFullPath(const std::string& strPath)
+{
+    char* pcFull = realpath(strPath.c_str(), nullptr);
+    const std::string strFull = pcFull != nullptr ? pcFull : strPath;
+    std::free(pcFull);
+    return strFull;
 }
 
 bool IsProgram(const std::string& strPath)
@@ -103,7 +113,7 @@ std::string GetBusyDevices(int iDevices)
 {
     // The server has a list of devices to leave alone, not a count.
     std::string strBusy;
-    for (int i = iDevices; i < s_iMaxDevices; ++i)
+    for (int i = iDevices; i < g_iMaxDevices; ++i)
         strBusy.append(strBusy.empty() ? "" : ",").append(std::to_string(i));
     return strBusy;
 }
@@ -111,8 +121,9 @@ std::string GetBusyDevices(int iDevices)
 std::string FindServerProgram()
 {
     if (const char* pcNamed = std::getenv("TALVEN_SERVER"); pcNamed != nullptr && *pcNamed != 0)
-        return pcNamed;
+        return GetFullPath(pcNamed);
 
+    std::vector<std::string> vstrFolders;
     std::array<char, 4096> acSelf{};
     const ssize_t iLength = readlink("/proc/self/exe", acSelf.data(), acSelf.size() - 1);
     if (iLength > 0)
@@ -120,35 +131,27 @@ std::string FindServerProgram()
         std::string strFolder(acSelf.data(), static_cast<std::size_t>(iLength));
         strFolder.resize(strFolder.rfind('/') + 1);
         for (const char* pcWhere : {"", "../libexec/talven/", "../libexec/"})
-            if (IsProgram(strFolder + pcWhere + s_pcServer))
-                return strFolder + pcWhere + s_pcServer;
+            vstrFolders.push_back(strFolder + pcWhere);
     }
     const char* pcPath = std::getenv("PATH");
     std::istringstream aPath(pcPath != nullptr ? pcPath : "");
     for (std::string strFolder; std::getline(aPath, strFolder, ':');)
-        if (!strFolder.empty() && IsProgram(strFolder + "/" + s_pcServer))
-            return strFolder + "/" + s_pcServer;
+        if (!strFolder.empty()) vstrFolders.push_back(strFolder + "/");
+    for (const std::string& rFolder : vstrFolders)
+        if (IsProgram(rFolder + g_pcServer)) return GetFullPath(rFolder + g_pcServer);
     return {};
 }
 
 bool CPrivateServer::Start(const PrivateServerOptions& rOptions, CSession& rSession)
 {
     Stop();
-    std::string strProgram =
-        rOptions.m_strProgram.empty() ? FindServerProgram() : rOptions.m_strProgram;
-    if (strProgram.empty() || !IsProgram(strProgram))
-    {
-        m_strError = strProgram.empty() ? "cannot find talven-server (beside this program, in "
-                                          "../libexec/talven or in PATH; TALVEN_SERVER can name it)"
-                                        : strProgram + ": cannot run: " + std::strerror(errno);
-        return false;
-    }
-    // The server runs in another directory.
-    if (char* pcFull = realpath(strProgram.c_str(), nullptr); pcFull != nullptr)
-    {
-        strProgram = pcFull;
-        std::free(pcFull);
-    }
+    const std::string strProgram = FindServerProgram();
+    if (strProgram.empty())
+        return Fail(m_strError,
+                    "cannot find talven-server (beside this program, in "
+                    "../libexec/talven or in PATH; TALVEN_SERVER can name it)");
+    if (!IsProgram(strProgram))
+        return Fail(m_strError, strProgram + ": cannot run: " + std::strerror(errno));
     for (int iTry = 0; iTry < 3; ++iTry)
     {
         if (mStartOnce(strProgram, rOptions, rSession)) return true;
@@ -163,17 +166,13 @@ bool CPrivateServer::mStartOnce(const std::string& strProgram, const PrivateServ
                                 CSession& rSession)
 {
     const std::uint16_t usPort = FindFreePort();
-    if (usPort == 0)
-    {
-        m_strError = "no free port on the loopback interface";
-        return false;
-    }
+    if (usPort == 0) return Fail(m_strError, "no free port on the loopback interface");
     std::vector<std::string> vstrSettings = {"TALVEN_PORT=" + std::to_string(usPort),
                                              "TALVEN_BIND=127.0.0.1"};
-    if (!rOptions.m_strBackend.empty())
-        vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.m_strBackend);
-    if (rOptions.m_iDevices > 0)
-        vstrSettings.push_back("TALVEN_BUSY_GPUS=" + GetBusyDevices(rOptions.m_iDevices));
+    if (!rOptions.strBackend.empty())
+        vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.strBackend);
+    if (rOptions.iDevices > 0)
+        vstrSettings.push_back("TALVEN_BUSY_GPUS=" + GetBusyDevices(rOptions.iDevices));
     return mSpawn(strProgram, vstrSettings) && mConnect(usPort, rSession);
 }
 
@@ -193,10 +192,7 @@ bool CPrivateServer::mSpawn(const std::string& strProgram,
     m_strOutput = m_strDirectory + "/output.txt";
     const int iOutput = open(m_strOutput.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (iOutput == -1)
-    {
-        m_strError = m_strOutput + ": cannot write: " + std::strerror(errno);
-        return false;
-    }
+        return Fail(m_strError, m_strOutput + ": cannot write: " + std::strerror(errno));
 
     std::vector<std::string> vstrArgs = {strProgram};
     std::vector<std::string> vstrEnvironment = MakeEnvironment(vstrSettings);
@@ -207,9 +203,8 @@ bool CPrivateServer::mSpawn(const std::string& strProgram,
     if (m_iPid == 0)
         RunChild(iParent, m_strDirectory.c_str(), iOutput, vpcArgs.data(), vpcEnvironment.data());
     close(iOutput);
-    if (m_iPid != -1) return true;
-    m_strError = std::string("cannot start talven-server: ") + std::strerror(errno);
-    return false;
+    return m_iPid != -1 ||
+           Fail(m_strError, Format("cannot start talven-server: %s", std::strerror(errno)));
 }
 
 /// Tries until the server listens; gives up when it has ended or after half a minute.
@@ -223,16 +218,12 @@ bool CPrivateServer::mConnect(std::uint16_t usPort, CSession& rSession)
         {
             rSession.Close();
             const std::string strReason = GetServerError();
-            m_strError =
-                "talven-server did not start" + (strReason.empty() ? "" : ": " + strReason);
-            return false;
+            return Fail(m_strError, "talven-server did not start" +
+                                        (strReason.empty() ? "" : ": " + strReason));
         }
         if (bOpen) return true;
         if (rSession.WasInterrupted() || std::chrono::steady_clock::now() > tDeadline)
-        {
-            m_strError = rSession.GetError();
-            return false;
-        }
+            return Fail(m_strError, rSession.GetError());
         std::this_thread::sleep_for(5ms);
     }
 }
@@ -277,7 +268,7 @@ std::string CPrivateServer::GetServerError() const
     constexpr std::string_view strMark = "Error: ";
     std::ifstream aOutput(m_strOutput);
     std::string strFound;
-    for (std::string strLine; strFound.empty() && std::getline(aOutput, strLine);)
+    for (std::string strLine; std::getline(aOutput, strLine);)
         if (const std::size_t tAt = strLine.find(strMark); tAt != std::string::npos)
             strFound = strLine.substr(tAt + strMark.size());
     return strFound;

@@ -1,7 +1,10 @@
 #include "talven/Schedule.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
+
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -35,25 +38,24 @@ std::vector<std::uint32_t> DivideIntoSubsets(int iProjs, int iSets)
     return vuiSizes;
 }
 
-std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> puiSelected,
-                                             std::span<const float> pfAngles,
-                                             std::span<const std::uint32_t> puiSetSizes)
+std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> uiSelected,
+                                             std::span<const float> fAngles,
+                                             std::span<const std::uint32_t> uiSetSizes)
 {
-    std::vector<std::uint32_t> vuiSorted(puiSelected.begin(), puiSelected.end());
+    std::vector<std::uint32_t> vuiSorted(uiSelected.begin(), uiSelected.end());
     std::stable_sort(vuiSorted.begin(), vuiSorted.end(),
-                     [&pfAngles](std::uint32_t a, std::uint32_t b)
-                     { return pfAngles[a] < pfAngles[b]; });
+                     [&fAngles](std::uint32_t a, std::uint32_t b)
+                     { return fAngles[a] < fAngles[b]; });
 
     // Place k among neighbouring angles belongs to the subset that runs as number viOrder[k]; the
     // subset furthest behind its share of the angles passed so far gets the next one.
-    const auto iSets = static_cast<int>(puiSetSizes.size());
-    std::vector<int> viOrder(puiSetSizes.size());
+    const auto iSets = static_cast<int>(uiSetSizes.size());
+    std::vector<int> viOrder(uiSetSizes.size());
     const std::vector<int> viReversed = BitReversedOrder(iSets);
     for (int i = 0; i < iSets; ++i) viOrder[static_cast<std::size_t>(viReversed[i])] = i;
 
-    const double dTotal =
-        std::max(1.0, std::accumulate(puiSetSizes.begin(), puiSetSizes.end(), 0.0));
-    std::vector<std::vector<std::uint32_t>> avuiSets(puiSetSizes.size());
+    const double dTotal = std::max(1.0, std::accumulate(uiSetSizes.begin(), uiSetSizes.end(), 0.0));
+    std::vector<std::vector<std::uint32_t>> avuiSets(uiSetSizes.size());
     std::vector<std::uint32_t> vuiRest;
     for (std::size_t i = 0; i < vuiSorted.size(); ++i)
     {
@@ -62,9 +64,9 @@ std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> puiS
         for (const int iSet : viOrder)
         {
             const auto tSet = static_cast<std::size_t>(iSet);
-            if (avuiSets[tSet].size() >= puiSetSizes[tSet]) continue;
+            if (avuiSets[tSet].size() >= uiSetSizes[tSet]) continue;
             const double dBehind =
-                puiSetSizes[tSet] * (double(i) + 1) / dTotal - double(avuiSets[tSet].size());
+                uiSetSizes[tSet] * (double(i) + 1) / dTotal - double(avuiSets[tSet].size());
             if (iBest < 0 || dBehind > dMostBehind + 1e-9)
             {
                 iBest = iSet;
@@ -78,6 +80,45 @@ std::vector<std::uint32_t> InterleaveSubsets(std::span<const std::uint32_t> puiS
     for (const auto& rSet : avuiSets) vuiList.insert(vuiList.end(), rSet.begin(), rSet.end());
     vuiList.insert(vuiList.end(), vuiRest.begin(), vuiRest.end());
     return vuiList;
+}
+
+bool MakeRelaxTable(const Relaxation& rRelax, int iIterations, std::size_t tSets,
+                    std::vector<float>& rTable, std::string& rError)
+{
+    const std::vector<double>& rFactors = rRelax.vdFactors;
+    const auto tIterations = static_cast<std::size_t>(iIterations);
+    if (rFactors.size() != 1 && rFactors.size() != tIterations)
+        return Fail(rError, Format("%zu relaxation factors for %d iterations", rFactors.size(),
+                                   iIterations));
+    rTable.clear();
+    for (std::size_t i = 0; i < tIterations; ++i)
+    {
+        const double dFactor =
+            rFactors.size() == 1 ? rFactors[0] * std::pow(rRelax.dDecay, double(i)) : rFactors[i];
+        rTable.insert(rTable.end(), tSets, static_cast<float>(dFactor));
+    }
+    return true;
+}
+
+GaussianKernel MakeGaussianKernel(double dSigma)
+{
+    const int iHalf = static_cast<int>(std::ceil(3 * dSigma));
+    GaussianKernel aKernel;
+    aKernel.iSize = 2 * iHalf + 1;
+    std::vector<double> vdLine;  // the kernel is the product of three of these
+    double dSum = 0;
+    for (int i = -iHalf; i <= iHalf; ++i)
+    {
+        vdLine.push_back(std::exp(-0.5 * i * i / (dSigma * dSigma)));
+        dSum += vdLine.back();
+    }
+    for (double& rValue : vdLine) rValue /= dSum;
+    aKernel.vfValues.reserve(vdLine.size() * vdLine.size() * vdLine.size());
+    for (const double dZ : vdLine)
+        for (const double dY : vdLine)
+            for (const double dX : vdLine)
+                aKernel.vfValues.push_back(static_cast<float>(dZ * dY * dX));
+    return aKernel;
 }
 
 }  // namespace talven

@@ -9,8 +9,8 @@ namespace
 
 /// Uploads sent ahead of their replies, and images asked for ahead. Two hide the round trip; more
 /// would only fill socket buffers.
-constexpr std::size_t s_tWindow = 2;
-constexpr std::uint32_t s_uiByteOrderTest = 0x1234ABCD;
+constexpr std::size_t g_tWindow = 2;
+constexpr std::uint32_t g_uiByteOrderTest = 0x1234ABCD;
 
 template <class T>
 std::span<const std::byte> Bytes(std::span<const T> pData)
@@ -22,64 +22,14 @@ std::span<const std::byte> Bytes(std::span<const T> pData)
 
 const char* GetMsgName(EMsg eMsg)
 {
-    switch (eMsg)
-    {
-    case EMsg::BYTEORDER:
-        return "BYTEORDER";
-    case EMsg::CMDREPLY:
-        return "CMDREPLY";
-    case EMsg::CONTINUATION:
-        return "CONTINUATION";
-    case EMsg::DATAREPLY:
-        return "DATAREPLY";
-    case EMsg::LOG:
-        return "LOG";
-    case EMsg::PROJGET:
-        return "PROJGET";
-    case EMsg::PROJSET:
-        return "PROJSET";
-    case EMsg::PROJSIZE:
-        return "PROJSIZE";
-    case EMsg::QUIT:
-        return "QUIT";
-    case EMsg::RECONSTRUCT:
-        return "RECONSTRUCT";
-    case EMsg::RECONSTATGET:
-        return "RECONSTATGET";
-    case EMsg::REPROJECT:
-        return "REPROJECT";
-    case EMsg::SERVERPROP:
-        return "SERVERPROP";
-    case EMsg::VOLGET:
-        return "VOLGET";
-    case EMsg::VOLSET:
-        return "VOLSET";
-    case EMsg::VOLSIZE:
-        return "VOLSIZE";
-    case EMsg::SETOP:
-        return "SETOP";
-    case EMsg::RECONOPT:
-        return "RECONOPT";
-    case EMsg::MPROJSET:
-        return "MPROJSET";
-    case EMsg::MPROJSIZE:
-        return "MPROJSIZE";
-    case EMsg::TRANSFORM:
-        return "TRANSFORM";
-    case EMsg::TRANSFORML:
-        return "TRANSFORML";
-    case EMsg::COMPARE:
-        return "COMPARE";
-    case EMsg::COMPAREL:
-        return "COMPAREL";
-    case EMsg::COMPREPLY:
-        return "COMPREPLY";
-    case EMsg::WEIGHTOPT:
-        return "WEIGHTOPT";
-    case EMsg::SMOOTHOPT:
-        return "SMOOTHOPT";
-    }
-    return "UNKNOWN";
+    constexpr const char* apcNames[] = {
+        "BYTEORDER",  "CMDREPLY",  "CONTINUATION", "DATAREPLY",   "LOG",          "PROJGET",
+        "PROJSET",    "PROJSIZE",  "QUIT",         "RECONSTRUCT", "RECONSTATGET", "REPROJECT",
+        "SERVERPROP", "VOLGET",    "VOLSET",       "VOLSIZE",     "SETOP",        "RECONOPT",
+        "MPROJSET",   "MPROJSIZE", "TRANSFORM",    "TRANSFORML",  "COMPARE",      "COMPAREL",
+        "COMPREPLY",  "WEIGHTOPT", "UNKNOWN",      "SMOOTHOPT"};
+    const auto tMsg = static_cast<std::size_t>(eMsg);
+    return tMsg < std::size(apcNames) ? apcNames[tMsg] : "UNKNOWN";
 }
 
 double CalcRfactor(std::span<const RfactorSums> aSums)
@@ -88,8 +38,8 @@ double CalcRfactor(std::span<const RfactorSums> aSums)
     double dDifference = 0;
     for (const RfactorSums& rSums : aSums)
     {
-        dRaw += rSums.m_fRaw;
-        dDifference += rSums.m_fDifference;
+        dRaw += rSums.fRaw;
+        dDifference += rSums.fDifference;
     }
     return dRaw > 0 ? dDifference / dRaw : std::numeric_limits<double>::quiet_NaN();
 }
@@ -106,7 +56,7 @@ bool CSession::Open(const std::string& strHost, std::uint16_t usPort,
         m_strError = m_aConnection.GetError();
         return false;
     }
-    if (!mSend(EMsg::BYTEORDER, {s_uiByteOrderTest}, {})) return false;
+    if (!mSend(EMsg::BYTEORDER, {g_uiByteOrderTest}, {})) return false;
     m_aPending.clear();  // the only message of ours that has no reply
     return true;
 }
@@ -118,94 +68,81 @@ void CSession::Close()
     m_aConnection.Close();
 }
 
-bool CSession::SetStackSize(int iX, int iY, std::span<const float> pfAngles)
+bool CSession::SetStackSize(int iX, int iY, std::span<const float> fAngles)
 {
     std::vector<float> vfPairs;  // angle, defocus
-    vfPairs.reserve(2 * pfAngles.size());
-    for (const float fAngle : pfAngles)
+    vfPairs.reserve(2 * fAngles.size());
+    for (const float fAngle : fAngles)
     {
         vfPairs.push_back(fAngle);
         vfPairs.push_back(0.0f);
     }
-    const auto uiX = static_cast<std::uint32_t>(iX);
-    const auto uiY = static_cast<std::uint32_t>(iY);
-    if (!mCommand(EMsg::PROJSIZE, {uiX, uiY, static_cast<std::uint32_t>(pfAngles.size())},
-                  {Bytes<float>(vfPairs)}))
-        return false;
+    if (!mCommand(EMsg::PROJSIZE, {iX, iY, fAngles.size()}, {Bytes<float>(vfPairs)})) return false;
     m_vuiRanges.clear();
-    for (int y = 0; y < iY; ++y) m_vuiRanges.insert(m_vuiRanges.end(), {0u, uiX});
+    for (int y = 0; y < iY; ++y)
+        m_vuiRanges.insert(m_vuiRanges.end(), {0u, static_cast<std::uint32_t>(iX)});
     return true;
 }
 
-bool CSession::SetProjection(int iProj, std::span<const float> pfPixels)
+bool CSession::SetProjection(int iProj, std::span<const float> fPixels)
 {
     // The column ranges are part of the message, though the server finds them itself before a
     // reconstruction.
-    return mUpload(EMsg::PROJSET, iProj, {Bytes<std::uint32_t>(m_vuiRanges), Bytes(pfPixels)});
+    return mUpload(EMsg::PROJSET, iProj, {Bytes<std::uint32_t>(m_vuiRanges), Bytes(fPixels)});
 }
 
-bool CSession::SelectProjections(std::span<const std::uint32_t> puiIndices)
+bool CSession::SelectProjections(std::span<const std::uint32_t> uiIndices)
 {
-    return mCommand(EMsg::SETOP, {1, static_cast<std::uint32_t>(puiIndices.size())},
-                    {Bytes(puiIndices)});
+    return mCommand(EMsg::SETOP, {1, uiIndices.size()}, {Bytes(uiIndices)});
 }
 
 bool CSession::SetVolumeSize(int iX, int iY, int iZ)
 {
-    return mCommand(EMsg::VOLSIZE, {static_cast<std::uint32_t>(iX), static_cast<std::uint32_t>(iY),
-                                    static_cast<std::uint32_t>(iZ)});
+    return mCommand(EMsg::VOLSIZE, {iX, iY, iZ});
 }
 
-bool CSession::SetSlice(int iZ, std::span<const float> pfPixels)
+bool CSession::SetSlice(int iZ, std::span<const float> fPixels)
 {
-    return mUpload(EMsg::VOLSET, iZ, {Bytes(pfPixels)});
+    return mUpload(EMsg::VOLSET, iZ, {Bytes(fPixels)});
 }
 
 bool CSession::SetReconOptions(const ReconOptions& rOptions)
 {
-    if (rOptions.m_eMethod == EMethod::BACKPROJ) return mCommand(EMsg::RECONOPT, {0, 1, 1, 0, 1});
-    const std::uint32_t uiMode = rOptions.m_eMethod == EMethod::SART ? 1 : 2;
-    return mCommand(
-        EMsg::RECONOPT,
-        {uiMode, static_cast<std::uint32_t>(rOptions.m_iIterations),
-         static_cast<std::uint32_t>(rOptions.m_vuiSetSizes.size()), 0, 1},
-        {Bytes<std::uint32_t>(rOptions.m_vuiSetSizes), Bytes<float>(rOptions.m_vfRelax)});
+    if (rOptions.eMethod == EMethod::eBackProj) return mCommand(EMsg::RECONOPT, {0, 1, 1, 0, 1});
+    return mCommand(EMsg::RECONOPT,
+                    {rOptions.eMethod == EMethod::eSart ? 1 : 2, rOptions.iIterations,
+                     rOptions.vuiSetSizes.size(), 0, 1},
+                    {Bytes<std::uint32_t>(rOptions.vuiSetSizes), Bytes<float>(rOptions.vfRelax)});
 }
 
 bool CSession::SetWeightBox(const WeightBox* pBox)
 {
     if (pBox == nullptr) return mCommand(EMsg::WEIGHTOPT, {0, 0});
-    const auto Bits = [](float fValue) { return std::bit_cast<std::uint32_t>(fValue); };
-    return mCommand(EMsg::WEIGHTOPT, {1, 1, Bits(pBox->m_fCentreX), Bits(pBox->m_fCentreZ),
-                                      Bits(pBox->m_fHalfX), Bits(pBox->m_fHalfZ)});
+    return mCommand(EMsg::WEIGHTOPT,
+                    {1, 1, pBox->fCentreX, pBox->fCentreZ, pBox->fHalfX, pBox->fHalfZ});
 }
 
 bool CSession::SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
-                            std::span<const float> pfKernel)
+                            std::span<const float> fKernel)
 {
-    return mCommand(
-        EMsg::SMOOTHOPT,
-        {static_cast<std::uint32_t>(iInterval), static_cast<std::uint32_t>(aiSizeXYZ[0]),
-         static_cast<std::uint32_t>(aiSizeXYZ[1]), static_cast<std::uint32_t>(aiSizeXYZ[2])},
-        {Bytes(pfKernel)});
+    return mCommand(EMsg::SMOOTHOPT, {iInterval, aiSizeXYZ[0], aiSizeXYZ[1], aiSizeXYZ[2]},
+                    {Bytes(fKernel)});
 }
 
 bool CSession::SetMeasuredSize(int iX, int iY, int iCount)
 {
-    return mCommand(EMsg::MPROJSIZE,
-                    {static_cast<std::uint32_t>(iX), static_cast<std::uint32_t>(iY),
-                     static_cast<std::uint32_t>(iCount)});
+    return mCommand(EMsg::MPROJSIZE, {iX, iY, iCount});
 }
 
-bool CSession::SetMeasured(int iMeasured, std::span<const float> pfPixels)
+bool CSession::SetMeasured(int iMeasured, std::span<const float> fPixels)
 {
-    return mUpload(EMsg::MPROJSET, iMeasured, {Bytes(pfPixels)});
+    return mUpload(EMsg::MPROJSET, iMeasured, {Bytes(fPixels)});
 }
 
 bool CSession::Transform(int iMeasured, int iProj, const Affine& rMatrix,
                          const IntensityScale& rScale)
 {
-    const EMsg eMsg = rScale.m_bLog ? EMsg::TRANSFORML : EMsg::TRANSFORM;
+    const EMsg eMsg = rScale.bLog ? EMsg::TRANSFORML : EMsg::TRANSFORM;
     return mSendAligning(eMsg, iMeasured, iProj, {}, rMatrix, rScale) && mRecvCommandReply();
 }
 
@@ -216,15 +153,15 @@ bool CSession::Compare(int iMeasured, int iProj, const Affine& rMatrix,
     const auto uiRows = static_cast<std::uint32_t>(m_vuiRanges.size() / 2);
     PacketHeader aReply;
     Pending aRequest;
-    if (!mSendAligning(rScale.m_bLog ? EMsg::COMPAREL : EMsg::COMPARE, iMeasured, iProj,
+    if (!mSendAligning(rScale.bLog ? EMsg::COMPAREL : EMsg::COMPARE, iMeasured, iProj,
                        {0, uiRows > 0 ? uiRows - 1 : 0}, rMatrix, rScale) ||
         !mRecvReply(EMsg::COMPREPLY, aReply, aRequest))
         return false;
     if (aReply.GetDataBytes() != 0) return mProtocolError("a compare reply with a data block");
     if (aReply.GetStatus() != 0) return mRefuse(aRequest);
-    rSums = {aReply.GetFloat(15), aReply.GetFloat(14),  aReply.GetFloat(11), aReply.GetFloat(7),
-             aReply.GetFloat(12), aReply.GetFloat(9),   aReply.GetFloat(8),  aReply.GetFloat(13),
-             aReply.GetFloat(10), aReply.m_auiFields[6]};
+    rSums = {aReply.GetFloat(15), aReply.GetFloat(14), aReply.GetFloat(11), aReply.GetFloat(7),
+             aReply.GetFloat(12), aReply.GetFloat(9),  aReply.GetFloat(8),  aReply.GetFloat(13),
+             aReply.GetFloat(10), aReply.auiFields[6]};
     return true;
 }
 
@@ -234,43 +171,23 @@ bool CSession::mSendAligning(EMsg eMsg, int iMeasured, int iProj, Fields aMore,
                              const Affine& rMatrix, const IntensityScale& rScale)
 {
     PacketHeader aHeader;
-    aHeader.m_auiFields[0] = static_cast<std::uint32_t>(eMsg);
-    aHeader.m_auiFields[4] = static_cast<std::uint32_t>(iMeasured);
-    aHeader.m_auiFields[5] = static_cast<std::uint32_t>(iProj);
+    aHeader.auiFields[0] = static_cast<std::uint32_t>(eMsg);
+    aHeader.auiFields[4] = static_cast<std::uint32_t>(iMeasured);
+    aHeader.auiFields[5] = static_cast<std::uint32_t>(iProj);
     int iField = 6;
-    for (const std::uint32_t uiValue : aMore) aHeader.m_auiFields[iField++] = uiValue;
+    for (const Word aWord : aMore) aHeader.auiFields[iField++] = aWord.uiBits;
     for (const float fValue : rMatrix) aHeader.SetFloat(iField++, fValue);
 
     const std::array<float, 6> afScale = rScale.GetValues();
-    const std::span<const float> pfScale = std::span(afScale).first(rScale.m_bLog ? 6 : 3);
+    const std::span<const float> fScale = std::span(afScale).first(rScale.bLog ? 6 : 3);
     std::size_t tUsed = 0;
-    while (tUsed < pfScale.size() && iField < 16) aHeader.SetFloat(iField++, pfScale[tUsed++]);
-    return Flush() && mSendHeader(aHeader, {Bytes(pfScale.subspan(tUsed))}, -1);
-}
-
-bool CSession::Reconstruct()
-{
-    return mCommand(EMsg::RECONSTRUCT, {});
-}
-bool CSession::Reproject()
-{
-    return mCommand(EMsg::REPROJECT, {});
-}
-
-bool CSession::GetSlices(int iCount, std::size_t tPixels, const Sink& rSink)
-{
-    return mGetMany(EMsg::VOLGET, iCount, tPixels, rSink);
-}
-
-bool CSession::GetProjections(int iCount, std::size_t tPixels, const Sink& rSink)
-{
-    return mGetMany(EMsg::PROJGET, iCount, tPixels, rSink);
+    while (tUsed < fScale.size() && iField < 16) aHeader.SetFloat(iField++, fScale[tUsed++]);
+    return Flush() && mSendHeader(aHeader, {Bytes(fScale.subspan(tUsed))}, -1);
 }
 
 bool CSession::GetRfactors(int iIteration, std::vector<RfactorSums>& rSums)
 {
-    if (!Flush() || !mSend(EMsg::RECONSTATGET, {static_cast<std::uint32_t>(iIteration)}, {}))
-        return false;
+    if (!Flush() || !mSend(EMsg::RECONSTATGET, {iIteration}, {})) return false;
     PacketHeader aReply;
     Pending aRequest;
     if (!mRecvReply(EMsg::DATAREPLY, aReply, aRequest)) return false;
@@ -291,7 +208,7 @@ bool CSession::GetServerMemory(std::uint64_t& rBytes)
     Pending aRequest;
     if (!mRecvReply(EMsg::DATAREPLY, aReply, aRequest)) return false;
     if (aReply.GetDataBytes() != 0) return mProtocolError("server properties with a data block");
-    rBytes = (std::uint64_t(aReply.m_auiFields[7]) << 32) | aReply.m_auiFields[6];
+    rBytes = (std::uint64_t(aReply.auiFields[7]) << 32) | aReply.auiFields[6];
     return true;
 }
 
@@ -314,9 +231,9 @@ bool CSession::Flush()
 bool CSession::mSend(EMsg eMsg, Fields aFields, Blocks aBlocks, int iIndex)
 {
     PacketHeader aHeader;
-    aHeader.m_auiFields[0] = static_cast<std::uint32_t>(eMsg);
+    aHeader.auiFields[0] = static_cast<std::uint32_t>(eMsg);
     int iField = 4;
-    for (const std::uint32_t uiValue : aFields) aHeader.m_auiFields[iField++] = uiValue;
+    for (const Word aWord : aFields) aHeader.auiFields[iField++] = aWord.uiBits;
     return mSendHeader(aHeader, aBlocks, iIndex);
 }
 
@@ -332,10 +249,10 @@ bool CSession::mSendHeader(PacketHeader& rHeader, Blocks aBlocks, int iIndex)
                      " bytes do not fit into one message";
         return false;
     }
-    rHeader.m_auiFields[1] = ++m_uiSerial;
-    rHeader.m_auiFields[3] = static_cast<std::uint32_t>(ulBytes);
+    rHeader.auiFields[1] = ++m_uiSerial;
+    rHeader.auiFields[3] = static_cast<std::uint32_t>(ulBytes);
 
-    const std::span<const std::byte> pHeader = std::as_bytes(std::span(rHeader.m_auiFields));
+    const std::span<const std::byte> pHeader = std::as_bytes(std::span(rHeader.auiFields));
     const std::span<const std::byte>* pBlocks = aBlocks.begin();
     const bool bSent = aBlocks.size() == 0 ? m_aConnection.Send({pHeader})
                        : aBlocks.size() == 1
@@ -353,9 +270,9 @@ bool CSession::mCommand(EMsg eMsg, Fields aFields, Blocks aBlocks)
 
 bool CSession::mUpload(EMsg eMsg, int iIndex, Blocks aBlocks)
 {
-    while (m_aPending.size() >= s_tWindow)
+    while (m_aPending.size() >= g_tWindow)
         if (!mRecvCommandReply()) return false;
-    return mSend(eMsg, {static_cast<std::uint32_t>(iIndex)}, aBlocks, iIndex);
+    return mSend(eMsg, {iIndex}, aBlocks, iIndex);
 }
 
 /// The next packet, which must be of the type given and answer the oldest open request.
@@ -364,15 +281,15 @@ bool CSession::mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest)
     m_bRefused = false;
     rRequest = m_aPending.front();
     m_aPending.pop_front();
-    if (!m_aConnection.Recv(std::as_writable_bytes(std::span(rReply.m_auiFields))))
-        return mLost(GetMsgName(rRequest.m_eMsg));
+    if (!m_aConnection.Recv(std::as_writable_bytes(std::span(rReply.auiFields))))
+        return mLost(GetMsgName(rRequest.eMsg));
 
     if (rReply.GetType() == EMsg::QUIT) return mProtocolError("the server ended the session");
-    if (rReply.GetType() != eType || rReply.GetParent() != rRequest.m_uiSerial)
-        return mProtocolError(
-            std::string(GetMsgName(rRequest.m_eMsg)) + " " + std::to_string(rRequest.m_uiSerial) +
-            " was answered by message type " + std::to_string(rReply.m_auiFields[0]) +
-            " for request " + std::to_string(rReply.GetParent()));
+    if (rReply.GetType() != eType || rReply.GetParent() != rRequest.uiSerial)
+        return mProtocolError(std::string(GetMsgName(rRequest.eMsg)) + " " +
+                              std::to_string(rRequest.uiSerial) + " was answered by message type " +
+                              std::to_string(rReply.auiFields[0]) + " for request " +
+                              std::to_string(rReply.GetParent()));
     if (m_bServerSerialKnown && rReply.GetSerial() != m_uiServerSerial + 1)
         return mProtocolError("reply " + std::to_string(rReply.GetSerial()) + " follows reply " +
                               std::to_string(m_uiServerSerial));
@@ -397,10 +314,10 @@ bool CSession::mRecvDataReply(std::span<std::byte> pData)
     if (!mRecvReply(EMsg::DATAREPLY, aReply, aRequest)) return false;
     if (aReply.GetDataBytes() == 0 && !pData.empty()) return mRefuse(aRequest);
     if (aReply.GetDataBytes() != pData.size())
-        return mProtocolError(std::string(GetMsgName(aRequest.m_eMsg)) + " gave " +
+        return mProtocolError(std::string(GetMsgName(aRequest.eMsg)) + " gave " +
                               std::to_string(aReply.GetDataBytes()) + " bytes, expected " +
                               std::to_string(pData.size()));
-    return m_aConnection.Recv(pData) || mLost(GetMsgName(aRequest.m_eMsg));
+    return m_aConnection.Recv(pData) || mLost(GetMsgName(aRequest.eMsg));
 }
 
 bool CSession::mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& rSink)
@@ -410,8 +327,8 @@ bool CSession::mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& 
     int iAsked = 0;
     for (int i = 0; i < iCount; ++i)
     {
-        for (; iAsked < iCount && m_aPending.size() < s_tWindow; ++iAsked)
-            if (!mSend(eMsg, {static_cast<std::uint32_t>(iAsked)}, {}, iAsked)) return false;
+        for (; iAsked < iCount && m_aPending.size() < g_tWindow; ++iAsked)
+            if (!mSend(eMsg, {iAsked}, {}, iAsked)) return false;
         if (!mRecvDataReply(std::as_writable_bytes(std::span(vfPixels))))
         {
             mDropReplies(vfPixels);
@@ -429,12 +346,11 @@ bool CSession::mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& 
 }
 
 /// After a refusal: takes the answers to what was asked for ahead, so that the session can go on.
-void CSession::mDropReplies(std::span<float> pfScratch)
+void CSession::mDropReplies(std::span<float> fScratch)
 {
     if (!IsOpen()) return;
     const std::string strFirst = m_strError;
-    while (!m_aPending.empty())
-        static_cast<void>(mRecvDataReply(std::as_writable_bytes(pfScratch)));
+    while (!m_aPending.empty()) static_cast<void>(mRecvDataReply(std::as_writable_bytes(fScratch)));
     m_strError = strFirst;
     m_bRefused = IsOpen();
 }
@@ -442,8 +358,8 @@ void CSession::mDropReplies(std::span<float> pfScratch)
 bool CSession::mRefuse(const Pending& rRequest)
 {
     m_bRefused = true;
-    m_strError = GetMsgName(rRequest.m_eMsg);
-    if (rRequest.m_iIndex >= 0) m_strError.append(" ").append(std::to_string(rRequest.m_iIndex));
+    m_strError = GetMsgName(rRequest.eMsg);
+    if (rRequest.iIndex >= 0) m_strError.append(" ").append(std::to_string(rRequest.iIndex));
     m_strError += " was refused by the server";
     return false;
 }

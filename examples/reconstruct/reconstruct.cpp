@@ -3,15 +3,12 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <numeric>
 #include <string>
 #include <vector>
 
 #include "talven/Angles.h"
-#include "talven/MrcReader.h"
-#include "talven/MrcWriter.h"
-#include "talven/PrivateServer.h"
-#include "talven/Schedule.h"
+#include "talven/FileImages.h"
+#include "talven/Reconstruction.h"
 
 namespace
 {
@@ -22,12 +19,19 @@ int Fail(const std::string& strError)
     return 1;
 }
 
+/// Shows how far a transfer is.
+class CDots : public talven::CMonitor
+{
+public:
+    void Step(int) override { std::fputc('.', stderr); }
+    void End() override { std::fputc('\n', stderr); }
+};
+
 }  // namespace
 
 int main(int iArgs, char** ppcArgs)
 {
     if (iArgs != 5) return Fail("usage: reconstruct ts.mrc ts.tlt THICKNESS rec.mrc");
-    const int iZ = std::atoi(ppcArgs[3]);
 
     talven::CMrcReader aStack;
     std::vector<float> vfAngles;
@@ -35,47 +39,31 @@ int main(int iArgs, char** ppcArgs)
     if (!aStack.Open(ppcArgs[1])) return Fail(aStack.GetError());
     if (!talven::ReadAngles(ppcArgs[2], vfAngles, strError)) return Fail(strError);
     const talven::MrcHeader& rHeader = aStack.GetHeader();
-    if (int(vfAngles.size()) != rHeader.m_iZ || iZ < 1)
-        return Fail("angles or thickness do not fit");
-
-    talven::CPrivateServer aServer;
-    talven::CSession aSession;
-    if (!aServer.Start({}, aSession)) return Fail(aServer.GetError());
 
     // Four subsets, each of which spreads over the whole tilt range.
-    talven::ReconOptions aOptions;
-    aOptions.m_iIterations = 20;
-    aOptions.m_vuiSetSizes = talven::DivideIntoSubsets(rHeader.m_iZ, 4);
-    aOptions.m_vfRelax.assign(std::size_t(aOptions.m_iIterations) * 4, 0.5f);
-    std::vector<std::uint32_t> vuiAll(vfAngles.size());
-    std::iota(vuiAll.begin(), vuiAll.end(), 0u);
-
-    std::vector<float> vfPixels(rHeader.GetSectionPixels());
-    bool bDone = aSession.SetStackSize(rHeader.m_iX, rHeader.m_iY, vfAngles);
-    for (int i = 0; bDone && i < rHeader.m_iZ; ++i)
-    {
-        if (!aStack.ReadSection(i, vfPixels)) return Fail(aStack.GetError());
-        bDone = aSession.SetProjection(i, vfPixels);
-    }
-    bDone = bDone && aSession.SetVolumeSize(rHeader.m_iX, rHeader.m_iY, iZ) &&
-            aSession.SelectProjections(
-                talven::InterleaveSubsets(vuiAll, vfAngles, aOptions.m_vuiSetSizes)) &&
-            aSession.SetReconOptions(aOptions) && aSession.SetWeightBox(nullptr) &&
-            aSession.Reconstruct();
-    for (int i = 0; bDone && i < aOptions.m_iIterations; ++i)
-    {
-        std::vector<talven::RfactorSums> aSums;
-        bDone = aSession.GetRfactors(i, aSums);
-        if (bDone) std::printf("iteration %2d: R-factor %.4f\n", i + 1, talven::CalcRfactor(aSums));
-    }
-
+    talven::ReconRequest aRequest;
+    aRequest.iThickness = std::atoi(ppcArgs[3]);
+    aRequest.iIterations = 20;
+    aRequest.iSubsets = 4;
+    aRequest.aRelax.vdFactors = {0.5};
+    talven::ReconPlan aPlan;
+    if (int(vfAngles.size()) != rHeader.iZ || aRequest.iThickness < 1)
+        return Fail("angles or thickness do not fit");
+    if (!talven::MakeReconPlan(aRequest, rHeader.iX, rHeader.iY, vfAngles, aPlan, strError))
+        return Fail(strError);
     talven::CMrcWriter aVolume;
-    if (bDone && !aVolume.Create(ppcArgs[4], rHeader.m_iX, rHeader.m_iY, iZ, rHeader.m_dPixel, true,
-                                 "SART, 20 iterations"))
+    if (!aVolume.Create(ppcArgs[4], aPlan.aSize.iVolX, aPlan.aSize.iProjY, aPlan.aSize.iVolZ,
+                        rHeader.dPixel, true, aPlan.DescribeMethod()))
         return Fail(aVolume.GetError());
-    bDone = bDone && aSession.GetSlices(iZ, rHeader.GetSectionPixels(),
-                                        [&](int, std::span<const float> pfSlice)
-                                        { return aVolume.WriteSection(pfSlice); });
-    if (!bDone) return Fail(aSession.GetError() + " " + aServer.GetServerError());
+
+    CDots aDots;
+    talven::CServerLink aLink;
+    if (!aLink.Connect({}, aDots)) return Fail(aLink.GetError());
+    talven::CReconstruction aJob(aLink, aDots);
+    if (!aJob.Upload(aPlan, talven::ReadFrom(aStack)) || !aJob.Run() ||
+        !aJob.Download(talven::WriteTo(aVolume)))
+        return Fail(aJob.GetError());
+    for (std::size_t i = 0; i < aJob.GetRfactors().size(); ++i)
+        std::printf("iteration %2zu: R-factor %.4f\n", i + 1, aJob.GetRfactors()[i]);
     return aVolume.Finish() ? 0 : Fail(aVolume.GetError());
 }

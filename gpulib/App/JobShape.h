@@ -2,23 +2,31 @@
 
 #include <cstddef>
 
-// Images of projections that a job holds besides the slices.
-constexpr int g_iForProjImages = 1;   // ray sums
-constexpr int g_iBackProjImages = 1;  // measured rows
-constexpr int g_iIterImages = 3;      // measured rows, working rows, ray sums
+struct ReconJob;
 
-/// Sizes that decide how much memory one worker of a job needs.
-struct JobShape
+enum class EJobKind
 {
-    int iProjX = 0;  ///< detector columns
-    int iProjs = 0;  ///< projections of the stack
-    int iVolX = 0;   ///< voxels of a slice
-    int iVolZ = 0;
-    int iRows = 0;          ///< of the worker's band
-    int iProjImages = 0;    ///< images of projections that the job holds: one of the above
-    std::size_t tSums = 0;  ///< R-factor sums: list length x iterations
+    eForProj,   ///< reprojection
+    eBackProj,  ///< plain back projection
+    eIterative  ///< SART, EM
+};
 
-    std::size_t GetRowBytes() const;     ///< what one row of a batch takes on the device
-    int GetBatch() const;                ///< rows of a batch on the backend in use
-    std::size_t GetWorkerBytes() const;  ///< of the host, copies of tables included
+/// How much memory the workers of a job need.
+class JobShape
+{
+public:
+    JobShape(const ReconJob& rJob, EJobKind eKind);
+
+    std::size_t GetRowBytes() const;  ///< what one row of a batch takes on the device
+    int GetBatch(int iRows) const;    ///< rows of a batch in a band of iRows
+    std::size_t GetSums() const { return m_tSums; }  ///< R-factor sums: list length x iterations
+    /// Of the host, copies of tables included, for one worker with a band of iRows.
+    std::size_t GetWorkerBytes(int iRows) const;
+
+private:
+    std::size_t m_tStackRow;  // values of one row of the stack
+    std::size_t m_tProjs;
+    std::size_t m_tSlice;   // values of one slice on the device
+    std::size_t m_tImages;  // of projection rows, besides the slices
+    std::size_t m_tSums;
 };

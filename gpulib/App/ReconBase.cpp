@@ -3,172 +3,175 @@
 #include <algorithm>
 #include <utility>
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Memory.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/CalcWeights.h"
-#include "gpulib/App/JobShape.h"
-#include "gpulib/App/RowBatch.h"
-#include "gpulib/App/TomoVolume.h"
+#include "gpulib/App/Images/RowBatch.h"
+#include "gpulib/App/Weights/CalcWeights.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
-void CReconBase::SetProjs(Util_Volume* pProjs, std::span<const float> fAngles)
+bool CReconBase::DoIt(const JobShare& rShare)
 {
-    m_pProjs = pProjs;
-    m_fAngles = fAngles;
+    TakeDeviceError();  // what this thread noted before is not this job's reason
+    m_aShare = rShare;
+    if (!mCheckInputs()) return false;
+    if (rShare.iSizeY > 0 && (!mCreateTables() || !mPrepare())) return false;
+    return mRun();
 }
 
-void CReconBase::SetPreweightBox(const float* pfOrig, const float* pfDim)
-{
-    m_pfPrewOrig = pfOrig;
-    m_pfPrewDim = pfDim;
-}
-
-void CReconBase::SetNumSets(unsigned int uiSets, std::span<const unsigned int> uiSetSize)
-{
-    m_uiNumSets = uiSets;
-    m_uiSetSize = uiSetSize;
-}
-
-bool CReconBase::mSetBand(int iStartY, int iSizeY)
-{
-    m_iStartY = iStartY;
-    m_iSizeY = iSizeY;
-    return mCheckInputs();
-}
-
+/// What the device seam cannot see: it knows images, not the host's arrays.
 bool CReconBase::mCheckInputs() const
 {
-    if (!GetBackend()) return DeviceFail("no backend");
-    if (!m_pProjs || !m_pProjs->GetData()) return DeviceFail("no projections");
-    if (!m_pTomoVol || !m_pTomoVol->GetVolume() || !mGetVolume().GetData())
-        return DeviceFail("no volume");
-    const int iProjY = m_pProjs->GetSizeY(), iVolY = mGetVolume().GetSizeY();
-    if (m_iStartY < 0 || m_iSizeY < 0 || m_iStartY > std::min(iProjY, iVolY) - m_iSizeY)
-        return DeviceFail("rows %d to %d of a stack of %d and a volume of %d", m_iStartY,
-                          m_iStartY + m_iSizeY - 1, iProjY, iVolY);
-    if (std::ssize(m_fAngles) < mGetProjs())
-        return DeviceFail("%zu angles for %d projections", m_fAngles.size(), mGetProjs());
-    if (m_uiProjIndices.empty()) return DeviceFail("no projection selected");
-    const unsigned int uiMost = *std::ranges::max_element(m_uiProjIndices);
-    if (uiMost >= unsigned(mGetProjs()))
-        return DeviceFail("projection %u of %d", uiMost, mGetProjs());
-    if (m_uiNumSets == 0 || m_uiIterations == 0)
-        return DeviceFail("%u sets, %u iterations", m_uiNumSets, m_uiIterations);
-    const std::size_t tFactors = std::size_t(m_uiNumSets) * m_uiIterations;
-    if (!m_fRelax.empty() && m_fRelax.size() < tFactors)
-        return DeviceFail("%zu relaxation factors, %zu needed", m_fRelax.size(), tFactors);
-    return true;
+    const int iY = std::min(m_rJob.pProjs->GetSizeY(), mGetVolume().GetSizeY());
+    if (m_aShare.iStartY < 0 || m_aShare.iSizeY < 0 || m_aShare.iStartY > iY - m_aShare.iSizeY)
+        return DeviceFail("%d rows from row %d of %d", m_aShare.iSizeY, m_aShare.iStartY, iY);
+    const std::size_t tFactors = std::size_t(m_rJob.uiNumSets) * m_rJob.uiIterations;
+    if (tFactors == 0)
+        return DeviceFail("%u sets, %u iterations", m_rJob.uiNumSets, m_rJob.uiIterations);
+    return m_rJob.fRelax.empty() || m_rJob.fRelax.size() >= tFactors ||
+           DeviceFail("relaxation factors: %zu given, %zu needed", m_rJob.fRelax.size(), tFactors);
 }
 
-void CReconBase::mCalcBatch(int iProjImages)
+bool CReconBase::mPrepare()
 {
-    JobShape aShape;
-    aShape.iProjX = mGetProjX();
-    aShape.iProjs = mGetProjs();
-    aShape.iVolX = mGetVolX();
-    aShape.iVolZ = mGetVolZ();
-    aShape.iRows = m_iSizeY;
-    aShape.iProjImages = iProjImages;
-    m_iBatch = aShape.GetBatch();
-}
-
-bool CReconBase::mFitBatch(const std::function<bool()>& fCreate)
-{
-    while (!fCreate())
+    if (m_eKind != EJobKind::eForProj) mPopulateBand();
+    m_iBatch = JobShape(m_rJob, m_eKind).GetBatch(m_aShare.iSizeY);
+    // Other programs may hold memory of the device: what does not fit is tried with half the rows.
+    for (; !mCreateBatch(); m_iBatch = (m_iBatch + 1) / 2)
     {
         if (m_iBatch == 1) return false;
-        m_iBatch = (m_iBatch + 1) / 2;
         TakeDeviceError();
     }
     return true;
 }
 
-bool CReconBase::mCreateProjsTex(bool bOneImage)
+/// Makes the memory of the band's slices present before they are read.
+///
+/// Samples that nobody has written share one page of zeros. A worker that reads them first and
+/// writes them later makes the system interrupt all other workers once per page.
+void CReconBase::mPopulateBand()
 {
-    return m_aTextures.m_aProjsTex.Create(mGetProjX(), mGetProjs(), m_iBatch, bOneImage);
+    const std::size_t tX = mGetVolX();
+    for (int z = 0; z < mGetVolZ(); ++z)
+        Util_Memory::Populate(mGetVolume().GetSliceXY(z) + tX * m_aShare.iStartY,
+                              tX * m_aShare.iSizeY * sizeof(float));
+}
+
+/// What is the same for all batches.
+bool CReconBase::mCreateTables()
+{
+    const bool bRanges = m_eKind != EJobKind::eForProj;
+    const bool bWeights = m_eKind == EJobKind::eIterative || m_rJob.aBox;
+    return mCreateAnglesTex() && (!bRanges || mCreateRangeTex()) &&
+           m_aTextures.m_aProjIndexTex.Create(m_rJob.uiProjIndex) && (!bWeights || mGenWeights());
+}
+
+bool CReconBase::mCreateBatch()
+{
+    const int iProjX = mGetProjX(), iProjs = mGetProjs();
+    const bool bProjs = m_eKind != EJobKind::eForProj, bSums = m_eKind != EJobKind::eBackProj;
+    const bool bOneImage = m_eKind == EJobKind::eBackProj;
+    m_aTextures.m_aSums.SetLanes(m_iBatch);
+    return (!bProjs || m_aTextures.m_aProjsTex.Create(iProjX, iProjs, m_iBatch, bOneImage)) &&
+           m_aTextures.m_aVolTex.Create(mGetVolX(), mGetVolZ(), m_iBatch) &&
+           (!bSums || m_aTextures.m_aSums.Create(iProjX, iProjs));
 }
 
 bool CReconBase::mCreateAnglesTex()
 {
     return m_aTextures.m_aAnglesTex.Create(mGetProjs()) &&
-           m_aTextures.m_aAnglesTex.SetData(m_fAngles);
-}
-
-bool CReconBase::mCreateVolumeTex()
-{
-    return m_aTextures.m_aVolTex.Create(mGetVolX(), mGetVolZ(), m_iBatch);
+           m_aTextures.m_aAnglesTex.SetData(m_rJob.fAngles);
 }
 
 bool CReconBase::mCreateRangeTex()
 {
-    return m_aTextures.m_aRangeTex.Create(m_iSizeY, mGetProjs()) &&
-           m_aTextures.m_aRangeTex.SetData(m_uiRangeX, m_pProjs->GetSizeY(), m_iStartY);
+    return m_aTextures.m_aRangeTex.Create(m_aShare.iSizeY, mGetProjs()) &&
+           m_aTextures.m_aRangeTex.SetData(m_rJob.uiRangeX, m_rJob.pProjs->GetSizeY(),
+                                           m_aShare.iStartY);
 }
 
-bool CReconBase::mCreateProjIndexTex()
-{
-    return m_aTextures.m_aProjIndexTex.Create(m_uiProjIndices);
-}
-
-void CReconBase::mCalcSetSize()
-{
-    m_aSetSize.SetNumProjs(static_cast<unsigned int>(m_uiProjIndices.size()));
-    m_aSetSize.SetNumSets(m_uiNumSets, m_uiSetSize);
-    m_aSetSize.Calculate();
-}
-
-bool CReconBase::mGenWeights(bool bSart)
+bool CReconBase::mGenWeights()
 {
     CCalcWeights aWeights;
-    if (bSart)
-        aWeights.SetSart();
-    else
-        aWeights.SetEm();
     aWeights.SetVolSize(mGetVolX(), mGetVolZ());
-    aWeights.SetProjs(mGetProjX(), mGetProjs(), m_fAngles);
+    aWeights.SetProjs(mGetProjX(), mGetProjs(), m_rJob.fAngles);
     aWeights.SetTextures(&m_aTextures);
-    aWeights.SetWeightBox(m_pfPrewOrig, m_pfPrewDim);
+    if (m_rJob.aBox) aWeights.SetWeightBox(m_rJob.aBox->afOrig.data(), m_rJob.aBox->afDim.data());
     return aWeights.DoIt();
 }
 
-void CReconBase::mPopulateBand()
+bool CReconBase::mForEachBatch(const std::function<bool(int iY, int iRows)>& fWork)
 {
-    const std::size_t tX = mGetVolX();
-    for (int z = 0; z < mGetVolZ(); ++z)
-        Util_Memory::Populate(mGetVolume().GetSliceXY(z) + tX * m_iStartY,
-                              tX * m_iSizeY * sizeof(float));
+    for (int y = 0; const int iRows = mRowsFrom(y); y += m_iBatch)
+    {
+        if (!mSetProjTex(y, iRows) || !mSetVolTex(y, iRows) || !fWork(y, iRows) ||
+            !GetBackend()->FinishDownload())
+            return false;
+        mPrefetchProjs(y + m_iBatch);
+        mPrefetchVolume(y + m_iBatch);
+        if (!m_aTextures.m_aVolTex.StartToHost(GetBatch(mGetVolume(), m_aShare.iStartY + y, iRows)))
+            return false;
+    }
+    return m_aShare.iSizeY == 0 || GetBackend()->FinishDownload();
+}
+
+int CReconBase::mRowsFrom(int iY) const
+{
+    return std::clamp(m_aShare.iSizeY - iY, 0, m_iBatch);
 }
 
 bool CReconBase::mSetProjTex(int iY, int iRows)
 {
-    return m_aTextures.m_aProjsTex.SetRawData(GetBatch(std::as_const(*m_pProjs), iY, iRows));
+    return m_aTextures.m_aProjsTex.SetRawData(
+        GetBatch(std::as_const(*m_rJob.pProjs), m_aShare.iStartY + iY, iRows));
 }
 
 bool CReconBase::mSetVolTex(int iY, int iRows)
 {
-    return m_aTextures.m_aVolTex.SetData(GetBatch(std::as_const(mGetVolume()), iY, iRows));
+    return m_aTextures.m_aVolTex.SetData(
+        GetBatch(std::as_const(mGetVolume()), m_aShare.iStartY + iY, iRows));
 }
 
 void CReconBase::mPrefetchProjs(int iY) const
 {
-    const int iRows = std::min(m_iBatch, m_iSizeY - iY);
-    if (iRows > 0)
-        GetBackend()->Prefetch(GetBatch(std::as_const(*m_pProjs), m_iStartY + iY, iRows),
-                               mGetProjX(), mGetProjs());
+    if (const int iRows = mRowsFrom(iY))
+        GetBackend()->Prefetch(
+            GetBatch(std::as_const(*m_rJob.pProjs), m_aShare.iStartY + iY, iRows), mGetProjX(),
+            mGetProjs());
 }
 
 void CReconBase::mPrefetchVolume(int iY) const
 {
-    const int iRows = std::min(m_iBatch, m_iSizeY - iY);
-    if (iRows > 0)
-        GetBackend()->Prefetch(GetBatch(std::as_const(mGetVolume()), m_iStartY + iY, iRows),
+    if (const int iRows = mRowsFrom(iY))
+        GetBackend()->Prefetch(GetBatch(std::as_const(mGetVolume()), m_aShare.iStartY + iY, iRows),
                                mGetVolX(), mGetVolZ());
+}
+
+RunImages CReconBase::mGetImages() const
+{
+    return {.iVolX = mGetVolX(),
+            .iVolZ = mGetVolZ(),
+            .iProjX = mGetProjX(),
+            .aVol = m_aTextures.GetVolArray(),
+            .aRawProjs = m_aTextures.GetRawProjsArray(),
+            .aProjs = m_aTextures.GetProjsArray(),
+            .aSums = m_aTextures.m_aSums.GetImage(),
+            .aCosSin = m_aTextures.GetAnglesArray(),
+            .aProjIndex = m_aTextures.GetProjIndexArray(),
+            .aRangeX = m_aTextures.GetRangeArray(),
+            .aPreWeight = m_aTextures.GetPreWeightArray(),
+            .aProjWeight = m_aTextures.GetProjWeightArray()};
+}
+
+SetRange CReconBase::mGetFullRange() const
+{
+    return {0, static_cast<int>(m_rJob.uiProjIndex.size())};
 }
 
 Util_Volume& CReconBase::mGetVolume() const
 {
-    return *m_pTomoVol->GetVolume();
+    return *m_rJob.pTomoVol->GetVolume();
 }
 int CReconBase::mGetVolX() const
 {
@@ -180,9 +183,9 @@ int CReconBase::mGetVolZ() const
 }
 int CReconBase::mGetProjX() const
 {
-    return m_pProjs->GetSizeX();
+    return m_rJob.pProjs->GetSizeX();
 }
 int CReconBase::mGetProjs() const
 {
-    return m_pProjs->GetSizeZ();
+    return m_rJob.pProjs->GetSizeZ();
 }

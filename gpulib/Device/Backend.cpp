@@ -1,20 +1,138 @@
 #include "gpulib/Device/Backend.h"
 
+#include <algorithm>
 #include <utility>
+
+#include "gpulib/Device/Checks.h"
+#include "gpulib/Device/DeviceError.h"
+
+bool CBackend::CreateArray(DeviceImage& rImage)
+{
+    return CheckSizes("create array", rImage) && mCreateArray(rImage);
+}
+
+bool CBackend::CreatePitched(DeviceImage& rImage)
+{
+    return CheckSizes("create buffer", rImage) && mCreatePitched(rImage);
+}
+
+bool CBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
+{
+    if (!pvSource || rImage.iDepth != 1 || rImage.iChannels != 1 || rImage.iLanes != 1)
+        return DeviceFail("lend array: %d x %d x %d, %d channels, %d rows", rImage.iWidth,
+                          rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
+    return CheckSizes("lend array", rImage) && mCreateLent(rImage, pvSource);
+}
+
+void CBackend::Free(DeviceImage& rImage)
+{
+    if (rImage.pvData) mFree(rImage);
+    rImage = DeviceImage();
+}
+
+bool CBackend::Clear(const DeviceImage& rImage)
+{
+    return rImage.pvData ? mClear(rImage) : DeviceFail("clear: no image");
+}
+
+bool CBackend::Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
+                      int iY0, int iWidth, int iHeight)
+{
+    if (!CheckRectangle("upload", rImage, iX0, iY0, iWidth, iHeight)) return false;
+    HostRows<const float> aSource = rSource;
+    aSource.iLanes = std::min(rSource.iLanes, rImage.iLanes);
+    return iWidth == 0 || iHeight == 0 || mUpload(rImage, aSource, iX0, iY0, iWidth, iHeight);
+}
+
+bool CBackend::Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                        int iWidth, int iHeight)
+{
+    return StartDownload(rImage, rDest, iX0, iY0, iWidth, iHeight) && FinishDownload();
+}
+
+bool CBackend::StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                             int iY0, int iWidth, int iHeight)
+{
+    if (!CheckRectangle("download", rImage, iX0, iY0, iWidth, iHeight)) return false;
+    HostRows<float> aDest = rDest;
+    aDest.iLanes = std::min(rDest.iLanes, rImage.iLanes);
+    return iWidth == 0 || iHeight == 0 || aDest.iLanes == 0 ||
+           mStartDownload(rImage, aDest, iX0, iY0, iWidth, iHeight);
+}
+
+void CBackend::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
+{
+    if (iWidth > 0 && iHeight > 0 && rSource.iLanes > 0) mPrefetch(rSource, iWidth, iHeight);
+}
+
+bool CBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
+{
+    return CheckSameSize("copy", rDest, rSource) && mCopy(rDest, rSource);
+}
+
+bool CBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
+{
+    return CheckTable("upload", rImage) && mUploadTable(rImage, pvSource);
+}
+
+bool CBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
+{
+    return CheckTable("download", rImage) && mDownloadTable(rImage, pvDest);
+}
+
+bool CBackend::ForwardProject(const ForwardParams& rP)
+{
+    return rP.iEnd <= rP.iFirst || (CheckParams(rP) && mForwardProject(rP));
+}
+
+bool CBackend::Combine(const CombineParams& rP)
+{
+    return rP.iEnd <= rP.iFirst || (CheckParams(rP) && mCombine(rP));
+}
+
+bool CBackend::Weight(const WeightParams& rP)
+{
+    return rP.iEnd <= rP.iFirst || (CheckParams(rP) && mWeight(rP));
+}
+
+bool CBackend::BackProject(const BackParams& rP)
+{
+    return rP.iRows <= 0 || (CheckParams(rP) && mBackProject(rP));
+}
+
+bool CBackend::SumAbs(const SumAbsParams& rP)
+{
+    return rP.iProjs <= 0 || rP.iRows <= 0 || (CheckParams(rP) && mSumAbs(rP));
+}
+
+bool CBackend::Transform(const TransformParams& rP)
+{
+    return rP.iRows <= 0 || (CheckParams(rP) && mTransform(rP));
+}
+
+bool CBackend::CompareSums(const CompareParams& rP)
+{
+    return rP.iRows <= 0 || (CheckParams(rP) && mCompareSums(rP));
+}
+
+bool CBackend::Smooth(const SmoothParams& rP)
+{
+    return CheckParams(rP) && mSmooth(rP);
+}
 
 namespace
 {
-std::unique_ptr<CBackend> s_pBackend;
+std::unique_ptr<CBackend> g_pBackend;
 }
 
 CBackend* GetBackend()
 {
-    return s_pBackend.get();
+    return g_pBackend.get();
 }
 
 std::unique_ptr<CBackend> SetBackend(std::unique_ptr<CBackend> pBackend)
 {
-    return std::exchange(s_pBackend, std::move(pBackend));
+    return std::exchange(g_pBackend, std::move(pBackend));
 }
 
 namespace

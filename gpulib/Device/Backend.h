@@ -14,16 +14,21 @@
 /// One backend is chosen at start-up. All operations but the platform queries work on the device
 /// that the calling thread selected. An operation that returns false has noted its reason with
 /// DeviceFail() and changed nothing that the caller may rely on.
+///
+/// The public operations check their parameters, for all backends alike: nothing that they let
+/// through reads or writes beside an image.
 class CBackend
 {
 public:
     virtual ~CBackend() = default;
 
-    // Platform.
+    // Platform. Devices are numbered as the platform does (for GPUs: the CUDA runtime), with those
+    // that cannot be used among them: their memory is 0, GetDetail() says why, and selecting them
+    // fails. After a device could not be selected the operations below fail on that thread.
     virtual const char* GetName() const = 0;                     ///< "host" or "cuda"
     virtual const char* GetDetail() const = 0;                   ///< for example "avx512"
     virtual int GetDeviceCount() const = 0;                      ///< 0: no device
-    virtual std::size_t GetDeviceMemory(int iDevice) const = 0;  ///< bytes, 0 when out of range
+    virtual std::size_t GetDeviceMemory(int iDevice) const = 0;  ///< bytes, 0: no such or left out
     [[nodiscard]] virtual bool SelectDevice(int iDevice) = 0;    ///< for the calling thread
 
     /// Rows that one batch should hold when a band has iRows rows and each takes tBytesPerRow of
@@ -38,56 +43,76 @@ public:
     // Memory.
     /// Makes an image that kernels sample; rImage holds sizes, channels and lanes wanted and
     /// receives the rest. The content is zero.
-    [[nodiscard]] virtual bool CreateArray(DeviceImage& rImage) = 0;
+    [[nodiscard]] bool CreateArray(DeviceImage& rImage);
     /// The same for an image that kernels write.
-    [[nodiscard]] virtual bool CreatePitched(DeviceImage& rImage) = 0;
+    [[nodiscard]] bool CreatePitched(DeviceImage& rImage);
     /// A one-lane array with the values at pvSource, tightly packed, for kernels that read it. The
     /// source must stay as it is until Free(): the backend may copy it or work on it in place.
-    [[nodiscard]] virtual bool CreateLent(DeviceImage& rImage, const void* pvSource) = 0;
-    virtual void Free(DeviceImage& rImage) = 0;  ///< also of an empty image
-    [[nodiscard]] virtual bool Clear(const DeviceImage& rImage) = 0;
+    [[nodiscard]] bool CreateLent(DeviceImage& rImage, const void* pvSource);
+    void Free(DeviceImage& rImage);  ///< also of an empty image
+    [[nodiscard]] bool Clear(const DeviceImage& rImage);
     /// Fills the rectangle that begins at element (iX0, iY0) with iWidth x iHeight elements.
-    [[nodiscard]] virtual bool Upload(const DeviceImage& rImage,
-                                      const HostRows<const float>& rSource, int iX0, int iY0,
-                                      int iWidth, int iHeight) = 0;
+    [[nodiscard]] bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource,
+                              int iX0, int iY0, int iWidth, int iHeight);
     /// The reverse; only rDest.iLanes rows are written.
-    [[nodiscard]] virtual bool Download(const DeviceImage& rImage, const HostRows<float>& rDest,
-                                        int iX0, int iY0, int iWidth, int iHeight) = 0;
+    [[nodiscard]] bool Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                                int iY0, int iWidth, int iHeight);
     /// Tells what an Upload() of iWidth x iHeight elements will soon read, so that it can begin.
     /// The values must not change before that Upload(), or the end of all images of the device.
-    virtual void Prefetch(const HostRows<const float>& /*rSource*/, int /*iWidth*/, int /*iHeight*/)
-    {
-    }
+    void Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight);
     /// As Download(), but rDest may be filled as late as in FinishDownload(). One at a time;
     /// dropped when no image of the device is left.
-    [[nodiscard]] virtual bool StartDownload(const DeviceImage& rImage,
-                                             const HostRows<float>& rDest, int iX0, int iY0,
-                                             int iWidth, int iHeight)
-    {
-        return Download(rImage, rDest, iX0, iY0, iWidth, iHeight);
-    }
+    [[nodiscard]] bool StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest,
+                                     int iX0, int iY0, int iWidth, int iHeight);
     [[nodiscard]] virtual bool FinishDownload() { return true; }
     /// Copies a whole image into another of the same sizes.
-    [[nodiscard]] virtual bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) = 0;
+    [[nodiscard]] bool Copy(const DeviceImage& rDest, const DeviceImage& rSource);
     /// Raw values of a one-lane image of any element size, tightly packed.
-    [[nodiscard]] virtual bool UploadTable(const DeviceImage& rImage, const void* pvSource) = 0;
-    [[nodiscard]] virtual bool DownloadTable(const DeviceImage& rImage, void* pvDest) = 0;
+    [[nodiscard]] bool UploadTable(const DeviceImage& rImage, const void* pvSource);
+    [[nodiscard]] bool DownloadTable(const DeviceImage& rImage, void* pvDest);
 
-    // Kernels, one call each.
-    [[nodiscard]] virtual bool ForwardProject(const ForwardParams& rParams) = 0;
-    [[nodiscard]] virtual bool Combine(const CombineParams& rParams) = 0;
-    [[nodiscard]] virtual bool Weight(const WeightParams& rParams) = 0;
-    [[nodiscard]] virtual bool BackProject(const BackParams& rParams) = 0;
-    [[nodiscard]] virtual bool SumAbs(const SumAbsParams& rParams) = 0;
-    [[nodiscard]] virtual bool Transform(const TransformParams& rParams) = 0;
-    [[nodiscard]] virtual bool CompareSums(const CompareParams& rParams) = 0;
-    [[nodiscard]] virtual bool Smooth(const SmoothParams& rParams) = 0;
+    // Kernels, one call each. Nothing happens where there is nothing to do: no projection, no row.
+    [[nodiscard]] bool ForwardProject(const ForwardParams& rParams);
+    [[nodiscard]] bool Combine(const CombineParams& rParams);
+    [[nodiscard]] bool Weight(const WeightParams& rParams);
+    [[nodiscard]] bool BackProject(const BackParams& rParams);
+    [[nodiscard]] bool SumAbs(const SumAbsParams& rParams);
+    [[nodiscard]] bool Transform(const TransformParams& rParams);
+    [[nodiscard]] bool CompareSums(const CompareParams& rParams);
+    [[nodiscard]] bool Smooth(const SmoothParams& rParams);
+
+private:
+    // What a kind of device does: the operations above after their checks, never with an empty
+    // rectangle or more lanes than the image has.
+    virtual bool mCreateArray(DeviceImage& rImage) = 0;
+    virtual bool mCreatePitched(DeviceImage& rImage) = 0;
+    virtual bool mCreateLent(DeviceImage& rImage, const void* pvSource) = 0;
+    virtual void mFree(DeviceImage& rImage) = 0;
+    virtual bool mClear(const DeviceImage& rImage) = 0;
+    virtual bool mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
+                         int iY0, int iWidth, int iHeight) = 0;
+    virtual bool mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                                int iY0, int iWidth, int iHeight) = 0;
+    virtual void mPrefetch(const HostRows<const float>& /*rSource*/, int /*iWidth*/,
+                           int /*iHeight*/)
+    {
+    }
+    virtual bool mCopy(const DeviceImage& rDest, const DeviceImage& rSource) = 0;
+    virtual bool mUploadTable(const DeviceImage& rImage, const void* pvSource) = 0;
+    virtual bool mDownloadTable(const DeviceImage& rImage, void* pvDest) = 0;
+    virtual bool mForwardProject(const ForwardParams& rParams) = 0;
+    virtual bool mCombine(const CombineParams& rParams) = 0;
+    virtual bool mWeight(const WeightParams& rParams) = 0;
+    virtual bool mBackProject(const BackParams& rParams) = 0;
+    virtual bool mSumAbs(const SumAbsParams& rParams) = 0;
+    virtual bool mTransform(const TransformParams& rParams) = 0;
+    virtual bool mCompareSums(const CompareParams& rParams) = 0;
+    virtual bool mSmooth(const SmoothParams& rParams) = 0;
 };
 
 /// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.
 /// \param strWanted "auto" (or empty): cuda where there is a device, else host; "cuda";
-/// "cuda-exact":
-///                  bilinear weights of full precision, slower; "host"
+///                  "cuda-exact": bilinear weights of full precision, slower; "host"
 /// \param rReason   receives the sentence for the start-up line, for example
 ///                  "host (avx512), no CUDA driver", or the reason of a refusal
 /// \return null when the name is unknown or the wanted backend is not there

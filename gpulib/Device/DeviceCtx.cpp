@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "gpulib/Device/Backend.h"
+#include "gpulib/Device/DeviceError.h"
 
 int CDeviceCtx::GetDeviceCount() const
 {
@@ -23,6 +24,8 @@ void CDeviceCtx::SetDevice(int iDevice)
         return;
     }
     m_iDevice = iDevice;
-    if (!GetBackend()->SelectDevice(iDevice))
-        std::printf("Error: Unable to set the device: %d\n", iDevice);
+    if (GetBackend()->SelectDevice(iDevice)) return;
+    std::printf("Error: Unable to set the device: %d\n", iDevice);
+    std::printf("Info: GPU %d: %s.\n", iDevice,
+                TakeDeviceError().c_str());  // no later job's reason
 }

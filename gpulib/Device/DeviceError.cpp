@@ -1,8 +1,9 @@
 #include "gpulib/Device/DeviceError.h"
 
 #include <cstdarg>
-#include <cstdio>
 #include <utility>
+
+#include "Util/Util_String.h"
 
 namespace
 {
@@ -12,12 +13,10 @@ thread_local std::string t_strError;
 bool DeviceFail(const char* pcFormat, ...)
 {
     if (!t_strError.empty()) return false;
-    char acText[512];
-    va_list aArgs;
+    std::va_list aArgs;
     va_start(aArgs, pcFormat);
-    std::vsnprintf(acText, sizeof(acText), pcFormat, aArgs);
+    t_strError = Util_String::FormatList(pcFormat, aArgs);
     va_end(aArgs);
-    t_strError = acText;
     return false;
 }
 

@@ -3,17 +3,15 @@
 #include <vector>
 
 #include "gpulib/Device/Backend.h"
-#include "gpulib/Device/DeviceError.h"
-#include "gpulib/Device/DriverChecks.h"
+#include "gpulib/Device/Limits.h"
 
 namespace
 {
 float SumByStride(const float* pfValues, int iValues)
 {
-    constexpr int iPartials = 256;
-    float afPartial[iPartials] = {};
-    for (int i = 0; i < iValues; ++i) afPartial[i % iPartials] += pfValues[i];
-    for (int iStride = iPartials / 2; iStride > 0; iStride /= 2)
+    float afPartial[g_iPartialSums] = {};
+    for (int i = 0; i < iValues; ++i) afPartial[i % g_iPartialSums] += pfValues[i];
+    for (int iStride = g_iPartialSums / 2; iStride > 0; iStride /= 2)
         for (int t = 0; t < iStride; ++t) afPartial[t] += afPartial[t + iStride];
     return afPartial[0];
 }
@@ -25,26 +23,15 @@ bool GCompare::AllocMemory(int iWidth, int iRows)
     return m_aSums.Create(iRows, eCompareSums);
 }
 
-bool GCompare::DoIt(int iFirst, int iRows)
+bool GCompare::DoIt(int iFirst, int iRows) const
 {
-    constexpr const char* pcName = "CompareSums";
-    if (iRows <= 0) return true;
-    CompareParams aP;
-    aP.aSums = m_aSums.GetImage();
-    aP.aAligned = m_aAligned;
-    aP.aTransed = m_aTransed;
-    aP.aMiss = m_aMiss;
-    aP.iProjX = m_iWidth;
-    aP.iFirst = iFirst;
-    aP.iRows = iRows;
-    if (iFirst < 0 || iRows > aP.aSums.iWidth - iFirst)
-        return DeviceFail("%s: %d rows from row %d of %d", pcName, iRows, iFirst, aP.aSums.iWidth);
-    if (!CheckImageExtents(pcName, m_iWidth, iRows) ||
-        !CheckImage(pcName, "projection", m_aAligned, m_iWidth, iRows) ||
-        !CheckImage(pcName, "transformed rows", m_aTransed, m_iWidth, iRows) ||
-        !CheckImage(pcName, "mask", m_aMiss, m_iWidth, iRows))
-        return false;
-    return GetBackend()->CompareSums(aP);
+    return GetBackend()->CompareSums({.aSums = m_aSums.GetImage(),
+                                      .aAligned = m_aAligned,
+                                      .aTransed = m_aTransed,
+                                      .aMiss = m_aMiss,
+                                      .iProjX = m_iWidth,
+                                      .iFirst = iFirst,
+                                      .iRows = iRows});
 }
 
 bool GCompare::GetTotals(CompareTotals& rTotals) const

@@ -21,8 +21,8 @@ public:
 
     [[nodiscard]] bool AllocMemory(int iWidth, int iRows);  ///< size of the band
     /// Sums rows 0 .. iRows - 1 of the images, which are rows iFirst, ... of the band.
-    [[nodiscard]] bool DoIt(int iFirst, int iRows);
-    /// Totals of the band, by rows as by columns: 256 partial sums, then by halves.
+    [[nodiscard]] bool DoIt(int iFirst, int iRows) const;
+    /// Totals of the band, by rows as by columns: partial sums, then by halves.
     [[nodiscard]] bool GetTotals(CompareTotals& rTotals) const;
 
 private:

@@ -11,19 +11,27 @@ public:
     /// x' = m0 x + m1 y + m4, y' = m2 x + m3 y + m5
     void SetMatrix(std::span<const float, 6> fMatrix);
     void SetIntScale(std::span<const float, 6> fScale);
-    void SetAProjSize(int iX, int iY);  ///< of the projection in the stack
+    void SetAProjSize(int iX)
+    {
+        m_aParams.iProjX = iX;
+    }  ///< columns of the projection in the stack
     void SetMProjArray(const DeviceImage& rImage) { m_aParams.aMeasured = rImage; }
 
     /// Fills rows 0 .. iSizeY - 1 of both images with rows iStartY, ... of the projection.
     [[nodiscard]] bool DoIt(const DeviceImage& rProj, const DeviceImage& rMiss, int iStartY,
-                            int iSizeY);
+                            int iSizeY)
+    {
+        return mLaunch(false, rProj, rMiss, iStartY, iSizeY);
+    }
     /// The same with the logarithmic scale.
     [[nodiscard]] bool DoItLog(const DeviceImage& rProj, const DeviceImage& rMiss, int iStartY,
-                               int iSizeY);
+                               int iSizeY)
+    {
+        return mLaunch(true, rProj, rMiss, iStartY, iSizeY);
+    }
 
 private:
-    [[nodiscard]] bool mLaunch(const DeviceImage& rProj, const DeviceImage& rMiss, int iStartY,
-                               int iSizeY);
+    [[nodiscard]] bool mLaunch(bool bLog, const DeviceImage& rProj, const DeviceImage& rMiss,
+                               int iStartY, int iSizeY);
     TransformParams m_aParams;
-    int m_iProjY = 0;
 };

@@ -1,61 +1,39 @@
 #include "gpulib/Device/GWeightProjs.h"
 
 #include "gpulib/Device/Backend.h"
-#include "gpulib/Device/DriverChecks.h"
 
-void GWeightProjs::SetProjSize(int iProjX)
+bool GWeightProjs::NoWeightRef(SetRange aRows) const
 {
-    m_iProjX = iProjX;
+    return mLaunch(EWeight::eCopy, aRows, m_aImages.aProjs, m_aImages.aRawProjs, {});
 }
 
-void GWeightProjs::SetSetRange(int iStart, int iEnd)
+bool GWeightProjs::WeightRef(SetRange aRows) const
 {
-    m_iFirst = iStart;
-    m_iEnd = iEnd;
+    const DeviceImage& rRaw = m_aImages.aRawProjs;
+    return mLaunch(EWeight::eRef, aRows, rRaw, rRaw, m_aImages.aPreWeight);
 }
 
-bool GWeightProjs::NoWeightRef(const DeviceImage& rOut)
+bool GWeightProjs::WeightRecon(SetRange aSet) const
 {
-    return mLaunch(EWeight::eCopy, rOut, m_aRawProjs, DeviceImage());
+    const DeviceImage& rProjs = m_aImages.aProjs;
+    return mLaunch(EWeight::eRecon, aSet, rProjs, rProjs, m_aImages.aProjWeight);
 }
 
-bool GWeightProjs::WeightRef(const DeviceImage& rOut)
+bool GWeightProjs::WeightProjs(SetRange aSet) const
 {
-    return mLaunch(EWeight::eRef, rOut, m_aRawProjs, m_aPreWeight);
+    const DeviceImage& rSums = m_aImages.aSums;
+    return mLaunch(EWeight::eReproj, aSet, rSums, rSums, m_aImages.aPreWeight);
 }
 
-bool GWeightProjs::WeightRecon(const DeviceImage& rOut)
+bool GWeightProjs::mLaunch(EWeight eOperation, SetRange aRows, const DeviceImage& rOut,
+                           const DeviceImage& rIn, const DeviceImage& rWeight) const
 {
-    return mLaunch(EWeight::eRecon, rOut, m_aProjs, m_aProjWeight);
-}
-
-bool GWeightProjs::WeightProjs(const DeviceImage& rOut)
-{
-    return mLaunch(EWeight::eReproj, rOut, m_aProjs, m_aPreWeight);
-}
-
-bool GWeightProjs::mLaunch(EWeight eOperation, const DeviceImage& rOut, const DeviceImage& rIn,
-                           const DeviceImage& rWeight)
-{
-    constexpr const char* pcName = "Weight";
-    if (m_iEnd <= m_iFirst) return true;
-    WeightParams aP;
-    aP.aOut = rOut;
-    aP.aIn = rIn;
-    aP.aWeight = rWeight;
-    aP.aProjIndex = m_aIndex;
-    aP.eOperation = eOperation;
-    aP.iProjX = m_iProjX;
-    aP.iFirst = m_iFirst;
-    aP.iEnd = m_iEnd;
-
-    // Rows by position must exist; rows by raw number are checked against the list when it is read.
-    const bool bByNumber = eOperation == EWeight::eRecon || eOperation == EWeight::eReproj;
-    const int iRows = bByNumber ? rOut.iHeight : m_iEnd;
-    if (m_iFirst < 0 || (bByNumber && !CheckRange(pcName, m_aIndex, m_iFirst, m_iEnd)) ||
-        !CheckImage(pcName, "result", rOut, m_iProjX, iRows) ||
-        !CheckImage(pcName, "rows", rIn, m_iProjX, iRows) || !CheckSameBatch(pcName, rIn, rOut) ||
-        (eOperation != EWeight::eCopy && !CheckImage(pcName, "weights", rWeight, m_iProjX, iRows)))
-        return false;
-    return GetBackend()->Weight(aP);
+    return GetBackend()->Weight({.aOut = rOut,
+                                 .aIn = rIn,
+                                 .aWeight = rWeight,
+                                 .aProjIndex = m_aImages.aProjIndex,
+                                 .eOperation = eOperation,
+                                 .iProjX = m_aImages.iProjX,
+                                 .iFirst = aRows.iFirst,
+                                 .iEnd = aRows.iEnd});
 }

@@ -125,7 +125,7 @@ enum ECompareSum
 };
 
 /// One set of sums for each row: element (first + j, quantity) of aSums from row j of the images.
-/// A row is summed as 256 partial sums, every 256th column each, and then by halves.
+/// A row is summed as g_iPartialSums partial sums, and then by halves.
 struct CompareParams
 {
     DeviceImage aSums;     ///< out, band rows x eCompareSums, one lane

@@ -1,36 +1,31 @@
 #pragma once
 
-#include "gpulib/Device/DeviceImage.h"
+#include "gpulib/Device/Backend.h"
+#include "gpulib/Device/DeviceMemory.h"
 
-/// Owner of one pitched buffer that kernels write: iWidth x iHeight values for a batch of rows.
-class CPitchedPtr2D
+/// A pitched buffer that kernels write: iWidth x iHeight values for a batch of rows.
+class CPitchedPtr2D : public CDeviceMemory
 {
 public:
-    CPitchedPtr2D() = default;
-    ~CPitchedPtr2D() { Free(); }
-    CPitchedPtr2D(const CPitchedPtr2D&) = delete;
-    CPitchedPtr2D& operator=(const CPitchedPtr2D&) = delete;
+    CPitchedPtr2D() : CDeviceMemory(EKind::ePitched) {}
 
-    void SetLanes(int iLanes) { m_iLanes = iLanes; }  ///< at the next Create()
-    void SetDouble() { m_iBytes = 8; }                ///< accumulators; at the next Create()
-    /// Frees what is held and allocates anew, zero-filled. \return false with the reason noted
-    [[nodiscard]] bool Create(int iWidth, int iHeight);
+    void SetLanes(int iLanes) { m_aWanted.iLanes = iLanes; }
+    void SetDouble() { m_aWanted.iBytes = 8; }  ///< accumulators
+    [[nodiscard]] bool Create(int iWidth, int iHeight) { return mCreate(iWidth, iHeight, 1); }
     /// Clears the whole buffer to 0, whatever the argument.
-    [[nodiscard]] bool Init(int iValue);
+    [[nodiscard]] bool Init(int /*iValue*/) { return IsEmpty() || GetBackend()->Clear(m_aImage); }
+
+    using CDeviceMemory::ToHost;
     /// Copies a one-lane buffer to the host, rows tightly packed; does nothing when empty.
-    [[nodiscard]] bool ToHost(float* pfDest) const;
-    [[nodiscard]] bool ToHost(double* pdDest) const;
-    /// Copies all lanes that rRows has.
-    [[nodiscard]] bool ToHost(const HostRows<float>& rRows) const;
-    /// The first iHeight image rows only.
-    [[nodiscard]] bool ToHost(const HostRows<float>& rRows, int iHeight) const;
-    void Free();
-
-    const DeviceImage& GetImage() const { return m_aImage; }
-    bool IsEmpty() const { return m_aImage.iWidth == 0; }
-
-private:
-    DeviceImage m_aImage;
-    int m_iLanes = 1;
-    int m_iBytes = 4;
+    [[nodiscard]] bool ToHost(float* pfDest) const { return mToHost(pfDest, sizeof *pfDest); }
+    [[nodiscard]] bool ToHost(double* pdDest) const { return mToHost(pdDest, sizeof *pdDest); }
+    /// Copies all lanes that rRows has, of the first iHeight image rows.
+    [[nodiscard]] bool ToHost(const HostRows<float>& rRows, int iHeight) const
+    {
+        return IsEmpty() || ToHost(rRows, 0, 0, m_aImage.iWidth, iHeight);
+    }
+    [[nodiscard]] bool ToHost(const HostRows<float>& rRows) const
+    {
+        return ToHost(rRows, m_aImage.iHeight);
+    }
 };

@@ -9,21 +9,12 @@
 #include "gpulib/Device/DeviceInfo.h"
 #include "server/Config/ConfigFile.h"
 
-std::unique_ptr<CGpuConfig> CGpuConfig::m_pInstance;
-
-CGpuConfig* CGpuConfig::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CGpuConfig);
-    return m_pInstance.get();
-}
-
 void CGpuConfig::QueryDevice()
 {
     CConfigFile aConfig;
     aConfig.Load();
-    std::string strReason;
-    std::unique_ptr<CBackend> pBackend = MakeBackend(aConfig.GetBackend(), strReason);
-    std::printf(pBackend ? "Info: Backend %s.\n" : "Error: %s\n", strReason.c_str());
+    std::unique_ptr<CBackend> pBackend = MakeBackend(aConfig.GetBackend(), m_strBackend);
+    if (pBackend) std::printf("Info: Backend %s.\n", m_strBackend.c_str());
     SetBackend(std::move(pBackend));
 
     CDeviceInfo aInfo;

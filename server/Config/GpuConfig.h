@@ -1,21 +1,21 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
+
+#include "Util/Util_Singleton.h"
 
 class CConfigFile;
 
 /// The devices that jobs run on and the other settings of this server. Filled once at start-up.
-class CGpuConfig
+class CGpuConfig : public Util_Singleton<CGpuConfig>
 {
 public:
-    static CGpuConfig* GetInstance();
-    static void DeleteInstance() { m_pInstance.reset(); }
-
-    /// Loads the settings, chooses the backend and lists its devices, one line each. When the
-    /// wanted backend cannot be had: none, after an "Error: " line.
+    /// Loads the settings, chooses the backend and lists its devices, one line each; none when the
+    /// wanted backend cannot be had.
     void QueryDevice();
+    /// What the backend is, or why there is none.
+    const std::string& GetBackend() const { return m_strBackend; }
     /// Takes the devices that the settings leave: memory of all devices in MiB, by ordinal; 0: the
     /// device cannot be used, the others keep their numbers.
     void SelectDevices(const CConfigFile& rConfig, const std::vector<int>& rMemory);
@@ -32,14 +32,13 @@ public:
     const std::string& GetDebugVolume() const { return m_strDebugVolume; }
 
 private:
-    CGpuConfig() = default;
     bool mHas(int i) const { return i >= 0 && i < GetNumDevices(); }
 
-    static std::unique_ptr<CGpuConfig> m_pInstance;
     std::vector<int> m_viMemory;
     std::vector<int> m_viDeviceID;  // ordinals, ascending
     float m_fMemoryPercent = 0.0f;
     int m_iServerPort = 0;
+    std::string m_strBackend;
     std::string m_strBindAddress;
     float m_fIdleTimeout = 0.0f;
     std::string m_strDebugVolume;

@@ -5,8 +5,6 @@
 #include "Util/Util_SwapByte.h"
 #include "server/Data/DataMode.h"
 
-std::unique_ptr<CByteOrder> CByteOrder::m_pInstance;
-
 namespace
 {
 template <class T>
@@ -22,12 +20,6 @@ void SwapUnits(void* pvData, std::size_t tBytes)
     }
 }
 }  // namespace
-
-CByteOrder* CByteOrder::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CByteOrder);
-    return m_pInstance.get();
-}
 
 void CByteOrder::SwapTwo(void* pvData, std::size_t tBytes) const
 {

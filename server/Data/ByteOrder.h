@@ -2,17 +2,15 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+
+#include "Util/Util_Singleton.h"
 
 /// Whether the client's byte order differs from ours, and the swapping. Main thread only.
 ///
 /// Nothing is swapped until the client has shown the test value.
-class CByteOrder
+class CByteOrder : public Util_Singleton<CByteOrder>
 {
 public:
-    static CByteOrder* GetInstance();
-    static void DeleteInstance() { m_pInstance.reset(); }
-
     /// Compares the test value as received with ours and sets the swap flag.
     void Determine(std::uint32_t uiTestVal) { m_bSwapByte = uiTestVal != m_uiTestVal; }
     bool NeedsSwap() const { return m_bSwapByte; }
@@ -25,8 +23,6 @@ public:
     void Swap(void* pvData, std::size_t tBytes, int iMode) const;  ///< iMode: a CDataMode
 
 private:
-    CByteOrder() = default;
-    static std::unique_ptr<CByteOrder> m_pInstance;
     bool m_bSwapByte = false;
     std::uint32_t m_uiTestVal = 0x1234ABCD;
 };

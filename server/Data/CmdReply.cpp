@@ -3,14 +3,6 @@
 #include "server/Data/Recon/CompareSum.h"
 #include "server/Data/ReplyData.h"
 
-std::unique_ptr<CCmdReply> CCmdReply::m_pInstance;
-
-CCmdReply* CCmdReply::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CCmdReply);
-    return m_pInstance.get();
-}
-
 void CCmdReply::Create(const CRemotePacket& rRequest, bool bDone)
 {
     m_aRemotePacket.SetMsgType(CMsgConst::CMDREPLY);

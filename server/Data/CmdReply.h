@@ -1,17 +1,13 @@
 #pragma once
 
-#include <memory>
-
+#include "Util/Util_Singleton.h"
 #include "server/Data/RemotePacket.h"
 
 /// The reply to a command. One packet is used for all: fields that a reply does not write keep what
 /// the former one left in them.
-class CCmdReply
+class CCmdReply : public Util_Singleton<CCmdReply>
 {
 public:
-    static CCmdReply* GetInstance();
-    static void DeleteInstance() { m_pInstance.reset(); }
-
     /// CMDREPLY: field 4 = serial of the request, field 5 = 0 done, 1 refused or failed.
     void Create(const CRemotePacket& rRequest, bool bDone);
     /// COMPREPLY: fields 4 and 5 as above, then the sums of the comparison, which are 0 when it was
@@ -20,7 +16,5 @@ public:
     CRemotePacket& GetPacket() { return m_aRemotePacket; }
 
 private:
-    CCmdReply() = default;
-    static std::unique_ptr<CCmdReply> m_pInstance;
     CRemotePacket m_aRemotePacket;
 };

@@ -4,14 +4,6 @@
 #include "server/Data/Refuse.h"
 #include "server/Data/ReplyData.h"
 
-std::unique_ptr<CDataReply> CDataReply::m_pInstance;
-
-CDataReply* CDataReply::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CDataReply);
-    return m_pInstance.get();
-}
-
 void CDataReply::mSetHeader(const CRemotePacket& rRequest)
 {
     m_aRemotePacket.SetMsgType(CMsgConst::DATAREPLY);
@@ -53,15 +45,17 @@ bool CDataReply::ReconStatGet(const CRemotePacket& rRequest, std::string& rReaso
     return mLend(rRequest, m_vfRfactors, rReason);
 }
 
-void CDataReply::ServerProp(const CRemotePacket& rRequest)
+bool CDataReply::ServerProp(const CRemotePacket& rRequest, std::string&)
 {
     mSetHeader(rRequest);
     SetServerProp(m_aRemotePacket);
+    return true;
 }
 
-void CDataReply::CompReply(const CRemotePacket& rRequest)
+bool CDataReply::CompReply(const CRemotePacket& rRequest, std::string&)
 {
     CCompareSum::GetInstance()->StopTimer();
     mSetHeader(rRequest);
     SetCompareSums(m_aRemotePacket);  // the count of pixels has never had a field here
+    return true;
 }

@@ -1,15 +1,12 @@
 #include "server/Data/Refuse.h"
 
-#include <cstdarg>
-#include <cstdio>
+#include "Util/Util_String.h"
 
 bool Refuse(std::string& rReason, const char* pcFormat, ...)
 {
-    char acText[512];
     std::va_list aArgs;
     va_start(aArgs, pcFormat);
-    std::vsnprintf(acText, sizeof acText, pcFormat, aArgs);
+    rReason = Util_String::FormatList(pcFormat, aArgs);
     va_end(aArgs);
-    rReason = acText;
     return false;
 }

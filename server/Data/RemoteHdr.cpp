@@ -1,22 +1,12 @@
 #include "server/Data/RemoteHdr.h"
 
+#include "server/Data/Messages.h"
+
 std::uint16_t CRemoteHdr::GetRspMsgType() const
 {
-    switch (m_auiVals[0])
-    {
-    case CMsgConst::PROJGET:
-    case CMsgConst::RECONSTATGET:
-    case CMsgConst::SERVERPROP:
-    case CMsgConst::VOLGET:
-        return CMsgConst::DATAREPLY;
-    case CMsgConst::PROJSET:
-    case CMsgConst::PROJSIZE:
-    case CMsgConst::RECONSTRUCT:
-    case CMsgConst::REPROJECT:
-    case CMsgConst::VOLSET:
-    case CMsgConst::VOLSIZE:
-        return CMsgConst::CMDREPLY;
-    default:
+    const Message* const pMessage = FindMessage(m_auiVals[0]);
+    if (pMessage == nullptr || pMessage->uiType > CMsgConst::VOLSIZE ||
+        pMessage->eReply == EReply::eNone)
         return CMsgConst::NORESPONSE;
-    }
+    return pMessage->eReply == EReply::eData ? CMsgConst::DATAREPLY : CMsgConst::CMDREPLY;
 }

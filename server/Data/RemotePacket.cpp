@@ -7,6 +7,7 @@
 
 #include "Util/Util_TcpServer.h"
 #include "server/Data/ByteOrder.h"
+#include "server/Data/RequestPlan.h"
 
 bool CRemotePacket::RecvHeader()
 {
@@ -31,14 +32,16 @@ bool CRemotePacket::RecvData(std::uint32_t uiCeiling)
            mDrop(uiBytes - uiKept);
 }
 
-bool CRemotePacket::RecvData(const UploadTarget& rTarget)
+bool CRemotePacket::RecvData(const CRequestPlan& rPlan)
 {
-    for (const std::span<std::byte> aPart : {rTarget.aFirst, rTarget.aSecond})
+    const auto [aFirst, aSecond] = rPlan.GetTarget();
+    if (aFirst.empty() && aSecond.empty()) return RecvData(rPlan.GetKept());
+    for (const std::span<std::byte> aPart : {aFirst, aSecond})
     {
         if (!Util_TcpServer::GetInstance()->DoRecv(aPart.data(), aPart.size())) return false;
         CByteOrder::GetInstance()->SwapFour(aPart.data(), aPart.size());
     }
-    return true;
+    return mDrop(GetOptSize() - aFirst.size() - aSecond.size());
 }
 
 bool CRemotePacket::mDrop(std::size_t tBytes)

@@ -8,7 +8,8 @@
 
 #include "server/Data/RemoteData.h"
 #include "server/Data/RemoteHdr.h"
-#include "server/Data/UploadTarget.h"
+
+class CRequestPlan;
 
 /// One packet of the wire protocol: a header of sixteen fields and a data block.
 ///
@@ -21,9 +22,9 @@ public:
     /// Receives the data that the header announces. Only the first uiCeiling bytes are kept, the
     /// rest is read and dropped. Without memory all of it is dropped; HasLostData() tells then.
     [[nodiscard]] bool RecvData(std::uint32_t uiCeiling);
-    /// Receives the data straight into a holder, which must take all of it, in our byte order; 1 to
-    /// 3 bytes after the last whole word stay as they are.
-    [[nodiscard]] bool RecvData(const UploadTarget& rTarget);
+    /// Receives the data into what is planned for it: kept by the packet, or in our byte order by a
+    /// holder; 1 to 3 bytes after the last whole word stay as they are.
+    [[nodiscard]] bool RecvData(const CRequestPlan& rPlan);
     /// Header and data, with GetMaxBytes() as the ceiling.
     [[nodiscard]] bool RecvFromClient() { return RecvHeader() && RecvData(GetMaxBytes()); }
     bool HasLostData() const { return m_bLostData; }

@@ -7,8 +7,6 @@
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/ReplyData.h"
 
-std::unique_ptr<CRspUtil> CRspUtil::m_pInstance;
-
 namespace
 {
 /// Copies the data into the packet; field 5 = 1 when there is none.
@@ -20,20 +18,6 @@ void SetData(CRemotePacket& rReply, std::span<const float> aData)
     rReply.SetNthField(5, bHasData ? 0 : 1);
 }
 }  // namespace
-
-CRspUtil::CRspUtil() = default;
-CRspUtil::~CRspUtil() = default;
-
-CRspUtil* CRspUtil::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CRspUtil);
-    return m_pInstance.get();
-}
-
-void CRspUtil::DeleteInstance()
-{
-    m_pInstance.reset();
-}
 
 void CRspUtil::CreateResponse(const CRemotePacket& rRequest)
 {

@@ -4,19 +4,16 @@
 #include <memory>
 #include <vector>
 
+#include "Util/Util_Singleton.h"
 #include "server/Data/RemotePacket.h"
 
 /// Builds the packets of a response and numbers them from 0.
 ///
 /// Unlike the session's own replies these packets own their data and may be kept and sent later.
 /// Reading the last slice of the volume deletes the volume.
-class CRspUtil
+class CRspUtil : public Util_Singleton<CRspUtil>
 {
 public:
-    static CRspUtil* GetInstance();
-    static void DeleteInstance();
-    ~CRspUtil();
-
     std::uint32_t GetNextSerial() { return m_uiSerial++; }
     /// Replaces the packets by the response to a request; none when it has none.
     void CreateResponse(const CRemotePacket& rRequest);
@@ -26,10 +23,8 @@ public:
     void ClearAll() { m_vpBuffer.clear(); }
 
 private:
-    CRspUtil();
     void mFill(const CRemotePacket& rRequest, CRemotePacket& rReply);
 
-    static std::unique_ptr<CRspUtil> m_pInstance;
     std::vector<std::unique_ptr<CRemotePacket>> m_vpBuffer;
     std::uint32_t m_uiSerial = 0;
 };

@@ -5,14 +5,7 @@
 #include "server/Data/CmdReply.h"
 #include "server/Data/DataReply.h"
 
-std::unique_ptr<CSendMain> CSendMain::m_pInstance;
 std::uint32_t CSendMain::m_uiSerial = 0;
-
-CSendMain* CSendMain::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CSendMain);
-    return m_pInstance.get();
-}
 
 bool CSendMain::CmdReply()
 {

@@ -1,14 +1,15 @@
 #pragma once
 
-#include "gpulib/App/BackProj.h"
+#include "gpulib/App/Project/BackProj.h"
 #include "server/Recon/DoReconBase.h"
 
 /// Plain back projection. Weighted only when the client gave a box.
 class CDoBackProj : public CDoReconBase
 {
 public:
-    [[nodiscard]] bool DoIt(int iStartY, int iSizeY) override;
-
-private:
-    CBackProj m_aBackProj;
+    explicit CDoBackProj(const ReconJob& rJob) : CDoReconBase(rJob) {}
+    [[nodiscard]] bool DoIt(const JobShare& rShare, std::vector<double>&) const override
+    {
+        return CBackProj(m_aJob).DoIt(rShare);
+    }
 };

@@ -1,14 +1,15 @@
 #pragma once
 
-#include "gpulib/App/ForProj.h"
+#include "gpulib/App/Project/ForProj.h"
 #include "server/Recon/DoReconBase.h"
 
 /// Reprojection of the volume into the stack.
 class CDoForwardProj : public CDoReconBase
 {
 public:
-    [[nodiscard]] bool DoIt(int iStartY, int iSizeY) override;
-
-private:
-    CForProj m_aForProj;
+    explicit CDoForwardProj(const ReconJob& rJob) : CDoReconBase(rJob) { mValidateWeightBox(); }
+    [[nodiscard]] bool DoIt(const JobShare& rShare, std::vector<double>&) const override
+    {
+        return CForProj(m_aJob).DoIt(rShare);
+    }
 };

@@ -2,47 +2,35 @@
 
 #include <numeric>
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/ReconBase.h"
-#include "gpulib/App/TomoVolume.h"
 
-void CDoReconBase::SetProjs(Util_Volume* pProjs, std::span<const float> fAngles)
+CDoReconBase::CDoReconBase(const ReconJob& rJob) : m_aJob(rJob)
 {
-    m_pProjs = pProjs;
-    m_fAngles = fAngles;
-}
-
-void CDoReconBase::SetWeightBox(const float* pfOrig, const float* pfDim)
-{
-    m_afOrig.reset();
-    m_afDim.reset();
-    if (pfOrig) m_afOrig = {pfOrig[0], pfOrig[1]};
-    if (pfDim) m_afDim = {pfDim[0], pfDim[1]};
+    mValidateProjIndices();
 }
 
 void CDoReconBase::mValidateProjIndices()
 {
-    if (!m_uiProjIndex.empty()) return;
-    m_vuiAllProjs.resize(m_pProjs->GetSizeZ());
+    if (!m_aJob.uiProjIndex.empty()) return;
+    m_vuiAllProjs.resize(static_cast<std::size_t>(m_aJob.pProjs->GetSizeZ()));
     std::iota(m_vuiAllProjs.begin(), m_vuiAllProjs.end(), 0U);
-    m_uiProjIndex = m_vuiAllProjs;
+    m_aJob.uiProjIndex = m_vuiAllProjs;
+}
+
+/// Without sizes: one subset of the whole stack, whatever is selected; it is cut at the list's end.
+void CDoReconBase::mValidateSets()
+{
+    if (!m_aJob.uiSetSize.empty()) return;
+    m_uiOneSet = static_cast<unsigned int>(m_aJob.pProjs->GetSizeZ());
+    m_aJob.uiNumSets = 1;
+    m_aJob.uiSetSize = {&m_uiOneSet, 1};
 }
 
 /// Without a box: the whole cross-section of the volume.
 void CDoReconBase::mValidateWeightBox()
 {
-    const int* piSize = m_pTomoVol->GetSize();
-    if (!m_afOrig) m_afOrig = {0.0f, 0.0f};
-    if (!m_afDim)
-        m_afDim = {0.5f * static_cast<float>(piSize[0]), 0.5f * static_cast<float>(piSize[2])};
-}
-
-void CDoReconBase::mConfigure(CReconBase& rReconBase) const
-{
-    rReconBase.SetProjs(m_pProjs, m_fAngles);
-    rReconBase.SetVolume(m_pTomoVol);
-    rReconBase.SetRangeX(m_uiRangeX);
-    rReconBase.SetPreweightBox(m_afOrig ? m_afOrig->data() : nullptr,
-                               m_afDim ? m_afDim->data() : nullptr);
-    rReconBase.SetProjIndices(m_uiProjIndex);
+    const int* const piSize = m_aJob.pTomoVol->GetSize();
+    const float fX = static_cast<float>(piSize[0]), fZ = static_cast<float>(piSize[2]);
+    if (!m_aJob.aBox) m_aJob.aBox = {{0.0f, 0.0f}, {0.5f * fX, 0.5f * fZ}};
 }

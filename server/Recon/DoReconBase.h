@@ -1,16 +1,10 @@
 #pragma once
 
-#include <array>
-#include <optional>
-#include <span>
 #include <vector>
 
-class CReconBase;
-class CTomoVolume;
-class Util_Volume;
+#include "gpulib/App/Job.h"
 
-/// Base of the job drivers: completes the inputs of one worker and drives a library object with
-/// them. Inputs are borrowed until DoIt() has returned, the weight box is copied.
+/// Base of the job drivers: completes the description of a job, once, and runs any worker's share.
 class CDoReconBase
 {
 public:
@@ -18,36 +12,26 @@ public:
     CDoReconBase(const CDoReconBase&) = delete;
     CDoReconBase& operator=(const CDoReconBase&) = delete;
 
-    /// \param pProjs   tilt series, shape [proj][y][x]
-    /// \param fAngles  degrees, one per projection
-    void SetProjs(Util_Volume* pProjs, std::span<const float> fAngles);
-    /// The projections to use; empty: all.
-    void SetProjIndices(std::span<const unsigned int> uiIndices) { m_uiProjIndex = uiIndices; }
-    /// Valid columns, shape [proj][y][2].
-    void SetRangeX(std::span<const unsigned int> uiRangeX) { m_uiRangeX = uiRangeX; }
-    void SetVolume(CTomoVolume* pTomoVol) { m_pTomoVol = pTomoVol; }
-    /// Centre and half size of the weight box, two floats each (X, Z); null: none.
-    void SetWeightBox(const float* pfOrig, const float* pfDim);
-
-    /// Runs the job over the band of iSizeY rows from iStartY.
+    const ReconJob& GetJob() const { return m_aJob; }
+    /// Runs one worker's share; workers call it at once.
+    /// \param rRfactor  receives the R-factor sums of the band, shape [iteration][list
+    /// position][2];
+    ///                  stays as it is where there are none
     /// \return false with the reason noted (TakeDeviceError)
-    [[nodiscard]] virtual bool DoIt(int iStartY, int iSizeY) = 0;
+    [[nodiscard]] virtual bool DoIt(const JobShare& rShare,
+                                    std::vector<double>& rRfactor) const = 0;
 
 protected:
-    CDoReconBase() = default;
-    void mValidateProjIndices();
+    /// \param rJob  without projections: all of the stack
+    explicit CDoReconBase(const ReconJob& rJob);
+    void mValidateSets();
     void mValidateWeightBox();
-    /// Hands the inputs that all jobs have to the library object.
-    void mConfigure(CReconBase& rReconBase) const;
 
-    Util_Volume* m_pProjs = nullptr;
-    std::span<const float> m_fAngles;
-    CTomoVolume* m_pTomoVol = nullptr;
-    std::span<const unsigned int> m_uiRangeX;
-    std::span<const unsigned int> m_uiProjIndex;
-    std::optional<std::array<float, 2>> m_afOrig;
-    std::optional<std::array<float, 2>> m_afDim;
+    ReconJob m_aJob;
 
 private:
+    void mValidateProjIndices();
+
     std::vector<unsigned int> m_vuiAllProjs;
+    unsigned int m_uiOneSet = 0;
 };

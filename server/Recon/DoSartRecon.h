@@ -1,12 +1,15 @@
 #pragma once
 
-#include "gpulib/App/TomoSart.h"
+#include "gpulib/App/Iteration/TomoSart.h"
 #include "server/Recon/DoEmRecon.h"
 
 /// Reconstruction by SART.
 class CDoSartRecon : public CDoEmRecon
 {
-private:
-    CTomoRecon& mGetTomoRecon() override { return m_aTomoSart; }
-    CTomoSart m_aTomoSart;
+public:
+    using CDoEmRecon::CDoEmRecon;
+    [[nodiscard]] bool DoIt(const JobShare& rShare, std::vector<double>& rRfactor) const override
+    {
+        return mRun(CTomoSart(m_aJob), rShare, rRfactor);
+    }
 };

@@ -1,28 +1,19 @@
 #pragma once
 
-#include <span>
+#include "gpulib/App/Align/Transform.h"
+#include "gpulib/App/Job.h"
 
-#include "gpulib/App/Transform.h"
-
-class Util_Volume;
-
-/// Transform of a measured projection into a projection of the stack, one band of rows.
+/// Transform of a measured projection into a projection of the stack.
 class CDoTransform
 {
 public:
-    void SetTranMatrix(std::span<const float, 6> fMatrix) { m_aTransform.SetTranMatrix(fMatrix); }
-    void SetIntScale(std::span<const float, 6> fScale) { m_aTransform.SetIntScale(fScale); }
-    /// Projection iMProj of the measured stack; borrowed.
-    void SetMProj(const Util_Volume* pMProjs, int iMProj);
-    /// Projection iAProj of the stack, changed in place, and its valid columns; borrowed.
-    void SetAProj(Util_Volume* pProjs, int iAProj, std::span<unsigned int> uiRangeX);
-
-    [[nodiscard]] bool DoIt(int iStartY, int iSizeY);
-    [[nodiscard]] bool DoItLog(int iStartY, int iSizeY);  ///< with the logarithmic scale
+    explicit CDoTransform(const AlignJob& rJob) : m_rJob(rJob) {}
+    /// \return false with the reason noted (TakeDeviceError)
+    [[nodiscard]] bool DoIt(const JobShare& rShare) const
+    {
+        return CTransform(m_rJob).DoIt(rShare);
+    }
 
 private:
-    [[nodiscard]] bool mRun(bool bLog, int iStartY, int iSizeY);
-    CTransform m_aTransform;
-    const Util_Volume* m_pMProjs = nullptr;
-    int m_iMProj = 0;
+    const AlignJob& m_rJob;
 };

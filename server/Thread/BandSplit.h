@@ -1,6 +1,5 @@
 #pragma once
 
-#include <iterator>
 #include <vector>
 
 /// Cuts the rows of a stack into one band of consecutive rows per worker.
@@ -12,7 +11,11 @@ public:
     void FreeMemory() { m_viStart.clear(); }
     int GetStart(int iBand) const { return m_viStart[iBand]; }
     int GetSize(int iBand) const { return m_viStart[iBand + 1] - m_viStart[iBand]; }
-    bool HasBand(int iBand) const { return iBand >= 0 && iBand + 1 < std::ssize(m_viStart); }
+    int GetNumBands() const
+    {
+        return m_viStart.empty() ? 0 : static_cast<int>(m_viStart.size()) - 1;
+    }
+    bool HasBand(int iBand) const { return iBand >= 0 && iBand < GetNumBands(); }
 
 private:
     std::vector<int> m_viStart;  // first row of each band, then one past the last row

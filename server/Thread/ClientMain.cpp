@@ -9,6 +9,7 @@
 #include "server/Data/ByteOrder.h"
 #include "server/Data/CmdReply.h"
 #include "server/Data/DataReply.h"
+#include "server/Data/Messages.h"
 #include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Recon/MProjData.h"
 #include "server/Data/Recon/ProjData.h"
@@ -21,12 +22,8 @@
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/Refuse.h"
 #include "server/Data/SendMain.h"
+#include "server/Thread/GpuThread.h"
 #include "server/Util/LogFile.h"
-
-namespace
-{
-constexpr std::uint32_t g_uiDefaultCeiling = 65536;  // data of messages that use none
-}
 
 bool CClientMain::ConnectClient()
 {
@@ -70,8 +67,16 @@ void CClientMain::DoIt()
 
 bool CClientMain::ServePacket()
 {
-    mRecvPacket();
-    mProcessCmd();
+    CRequestPlan aPlan;
+    if (mRecvPacket(aPlan))
+        CLogFile::GetInstance()->LogClientPacket(&m_aRemotePacket);
+    else
+    {
+        CLogFile::GetInstance()->LogInfo("Error: Failed to receive client packet.");
+        aPlan = CRequestPlan();
+        m_aRemotePacket.SetMsgType(CMsgConst::QUIT);  // a lost connection is a client that quits
+    }
+    mProcessCmd(aPlan);
     return !m_bQuit;
 }
 
@@ -80,91 +85,100 @@ bool CClientMain::mHasClientPacket()
     return mAccept() == 1 && Util_TcpServer::GetInstance()->CanRecvNow(0.01f);
 }
 
-void CClientMain::mRecvPacket()
+/// Receives a packet, its data to where it belongs. \param rPlan  what is to be done then
+bool CClientMain::mRecvPacket(CRequestPlan& rPlan)
 {
-    bool bReceived = false;
     try
     {
-        bReceived = m_aRemotePacket.RecvHeader() && mRecvData();
+        if (!m_aRemotePacket.RecvHeader()) return false;
+        const Message* const pMessage = FindMessage(m_aRemotePacket.GetMsgType());
+        if (pMessage && pMessage->pHandler) rPlan = pMessage->pHandler(m_aRemotePacket);
+        return m_aRemotePacket.RecvData(rPlan);
     }
     catch (const std::bad_alloc&)  // nobody knows where the next packet begins
     {
-    }
-    if (bReceived)
-        CLogFile::GetInstance()->LogClientPacket(&m_aRemotePacket);
-    else
-    {
-        CLogFile::GetInstance()->LogInfo("Error: Failed to receive client packet.");
-        m_aRemotePacket.SetMsgType(CMsgConst::QUIT);  // a lost connection is a client that quits
+        return false;
     }
 }
 
-bool CClientMain::mRecvData()
-{
-    m_bStored = false;
-    const Command* pCommand = mFindCommand(m_aRemotePacket.GetMsgType());
-    if (pCommand != nullptr && pCommand->m_pTarget != nullptr)
-    {
-        const auto aTarget = pCommand->m_pTarget(m_aRemotePacket, m_strRefusal);
-        m_bStored = aTarget.has_value();
-        return aTarget ? m_aRemotePacket.RecvData(*aTarget) : m_aRemotePacket.RecvData(0);
-    }
-    const bool bUsesData = pCommand != nullptr && pCommand->m_pCeiling != nullptr;
-    return m_aRemotePacket.RecvData(bUsesData ? pCommand->m_pCeiling(m_aRemotePacket)
-                                              : g_uiDefaultCeiling);
-}
-
-void CClientMain::mProcessCmd()
+void CClientMain::mProcessCmd(const CRequestPlan& rPlan)
 {
     const std::uint32_t uiMsgType = m_aRemotePacket.GetMsgType();
-    if (const Command* pCommand = mFindCommand(uiMsgType)) mServe(*pCommand);
+    if (const Message* const pMessage = FindMessage(uiMsgType)) mServe(*pMessage, rPlan);
     // A QUIT has ended the client already and does it a second time here.
     if (m_bQuit) mHandleClientQuit();
     if (uiMsgType == CMsgConst::INVALID) mHandleClientQuit();
 }
 
-void CClientMain::mServe(const Command& rCommand)
+void CClientMain::mServe(const Message& rMessage, const CRequestPlan& rPlan)
 {
-    const bool bDone = mHandle(rCommand);
-    if (rCommand.m_bAnnounce) std::printf("CClientMain: Responding %s\n", rCommand.m_pcName);
-    mReply(rCommand, bDone);
+    const bool bDone = mHandle(rMessage, rPlan);
+    if (rMessage.bAnnounce) std::printf("CClientMain: Responding %s\n", rMessage.pcName);
+    mReply(rMessage, bDone);
 }
 
-/// Runs the handler; says in one line why a request was refused or failed.
-bool CClientMain::mHandle(const Command& rCommand)
+/// Carries the request out; says in one line why it was refused or failed.
+bool CClientMain::mHandle(const Message& rMessage, const CRequestPlan& rPlan)
 {
     std::string strReason;
     bool bDone = false;
     try
     {
-        if (rCommand.m_pCeiling != nullptr && m_aRemotePacket.HasLostData())
-            Refuse(strReason, "no memory for %u bytes of data", m_aRemotePacket.GetOptSize());
-        else
-            bDone = (this->*rCommand.m_pHandler)(strReason);
+        bDone = rPlan.DoIt(m_aRemotePacket, strReason) && mRun(rMessage.uiType, strReason);
     }
     catch (const std::bad_alloc&)
     {
         Refuse(strReason, "out of memory");
-        if (rCommand.m_eReply == EReply::eData)
+        if (rMessage.eReply == EReply::eData)
             CDataReply::GetInstance()->GiveNothing(m_aRemotePacket);
     }
-    if (!bDone && rCommand.m_eReply == EReply::eCompare) CCompareSum::GetInstance()->SetZero();
+    if (!bDone && rMessage.eReply == EReply::eCompare) CCompareSum::GetInstance()->SetZero();
     if (!bDone)
         CLogFile::GetInstance()->LogInfo(
-            (std::string("Error: ") + rCommand.m_pcName + ": " + strReason).c_str());
+            (std::string("Error: ") + rMessage.pcName + ": " + strReason).c_str());
     return bDone;
 }
 
-void CClientMain::mReply(const Command& rCommand, bool bDone)
+/// What a message asks for beyond its holder.
+bool CClientMain::mRun(std::uint32_t uiMsgType, std::string& rReason)
 {
-    switch (rCommand.m_eReply)
+    CLogFile& rLogFile = *CLogFile::GetInstance();
+    switch (uiMsgType)
+    {
+    case CMsgConst::BYTEORDER:
+        rLogFile.LogInfo(CByteOrder::GetInstance()->NeedsSwap() ? "Info:  Need to swap byte."
+                                                                : "Info:  do not swap byte.");
+        return true;
+    case CMsgConst::QUIT:
+        mHandleClientQuit();
+        return true;
+    case CMsgConst::RECONSTRUCT:
+        rLogFile.LogInfo("Info: Start reconstruction.");
+        return CGpuThread::Reconstruct(rReason);
+    case CMsgConst::REPROJECT:
+        rLogFile.LogInfo("Info: Start reprojection.");
+        return CGpuThread::Project(rReason);
+    case CMsgConst::TRANSFORM:
+    case CMsgConst::TRANSFORML:
+        return CGpuThread::Transform(uiMsgType == CMsgConst::TRANSFORML, rReason);
+    case CMsgConst::COMPARE:
+    case CMsgConst::COMPAREL:
+        return CGpuThread::Compare(uiMsgType == CMsgConst::COMPAREL, rReason);
+    default:
+        return true;
+    }
+}
+
+void CClientMain::mReply(const Message& rMessage, bool bDone)
+{
+    switch (rMessage.eReply)
     {
     case EReply::eNone:
         return;
     case EReply::eCommand:
     case EReply::eJob:
         CCmdReply::GetInstance()->Create(m_aRemotePacket, bDone);
-        if (!CSendMain::GetInstance()->CmdReply() && rCommand.m_eReply != EReply::eJob)
+        if (!CSendMain::GetInstance()->CmdReply() && rMessage.eReply != EReply::eJob)
             m_bQuit = true;
         return;
     case EReply::eCompare:

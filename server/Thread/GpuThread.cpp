@@ -1,13 +1,7 @@
 #include "server/Thread/GpuThread.h"
 
-#include <cstdio>
-#include <new>
-
-#include "Util/Util_Time.h"
 #include "gpulib/Device/DeviceCtx.h"
-#include "server/Data/Recon/ProjData.h"
 #include "server/Thread/CompareMain.h"
-#include "server/Thread/JobStatus.h"
 #include "server/Thread/ProjMain.h"
 #include "server/Thread/ReconMain.h"
 #include "server/Thread/TransformMain.h"
@@ -16,8 +10,7 @@ std::vector<std::unique_ptr<CGpuThread>> CGpuThread::m_vpThreads;
 std::mutex CGpuThread::m_aMutexFinish;
 std::condition_variable CGpuThread::m_aCondFinish;
 int CGpuThread::m_iNumThreadsFinished = 0;
-bool CGpuThread::m_bCompareLog = false;
-bool CGpuThread::m_bTransformLog = false;
+CJobMain* CGpuThread::m_pJob = nullptr;
 
 CGpuThread::~CGpuThread()
 {
@@ -44,61 +37,33 @@ bool CGpuThread::CreateThreads(int iThreads, const int* piDeviceIDs)
 
 bool CGpuThread::Reconstruct(std::string& rReason)
 {
-    CJobStatus::Reset();
-    if (!CReconMain::Validate(rReason)) return false;
-    CProjData::GetInstance()->DetRangeX();
-    CReconMain::CalcSubsetDim(static_cast<int>(m_vpThreads.size()));
-    CReconMain::Prepare();
-    mRunAll(eReconstruct);
-    CReconMain::FreeMemory();
-    if (mHasSucceeded(rReason)) return true;
-    CReconMain::Discard();
-    return false;
+    return mRunJob(CReconMain(), rReason);
 }
 
 bool CGpuThread::Project(std::string& rReason)
 {
-    CJobStatus::Reset();
-    if (!CProjMain::Validate(rReason)) return false;
-    CProjMain::CalcSubsetDim(static_cast<int>(m_vpThreads.size()));
-    mRunAll(eProject);
-    CProjMain::FreeMemory();
-    return mHasSucceeded(rReason);
+    return mRunJob(CProjMain(), rReason);
 }
 
 bool CGpuThread::Compare(bool bLog, std::string& rReason)
 {
-    Util_Time aTime;
-    aTime.Measure();
-    m_bCompareLog = bLog;
-    CJobStatus::Reset();
-    if (!CCompareMain::Validate(bLog, rReason)) return false;
-    CCompareMain::CalcSubsetDim(static_cast<int>(m_vpThreads.size()));
-    mRunAll(eCompare);
-    CCompareMain::FreeMemory();
-    std::printf("Compare Time (s): %9.3e\n", double(aTime.GetElapsedSeconds()));
-    return mHasSucceeded(rReason);
+    return mRunJob(CCompareMain(bLog), rReason);
 }
 
 bool CGpuThread::Transform(bool bLog, std::string& rReason)
 {
-    Util_Time aTime;
-    aTime.Measure();
-    m_bTransformLog = bLog;
-    CJobStatus::Reset();
-    if (!CTransformMain::Validate(bLog, rReason)) return false;
-    CTransformMain::CalcSubsetDim(static_cast<int>(m_vpThreads.size()));
-    mRunAll(eTransform);
-    CTransformMain::FreeMemory();
-    std::printf("Transform Time (s): %9.3e\n", double(aTime.GetElapsedSeconds()));
-    return mHasSucceeded(rReason);
+    return mRunJob(CTransformMain(bLog), rReason);
 }
 
-bool CGpuThread::mHasSucceeded(std::string& rReason)
+bool CGpuThread::mRunJob(CJobMain&& rJob, std::string& rReason)
 {
-    if (!CJobStatus::HasFailed()) return true;
-    rReason = CJobStatus::GetReason();
-    return false;
+    if (!rJob.Prepare(rReason)) return false;
+    rJob.CalcSubsetDim(static_cast<int>(m_vpThreads.size()));
+    m_pJob = &rJob;
+    mRunAll(eRunJob);
+    m_pJob = nullptr;
+    rJob.FreeMemory();
+    return rJob.Finish(rReason);
 }
 
 void CGpuThread::StopAll()
@@ -162,47 +127,8 @@ void CGpuThread::ThreadMain()
     while (iCmd != eStop)
     {
         iCmd = mWaitForCmd();
-        mDoCmd(iCmd);
+        if (iCmd == eRunJob) m_pJob->DoIt(m_iThreadID, m_iDeviceID);
         if (iCmd == eStop) mThreadExit();
         mThreadFinished();
     }
-}
-
-void CGpuThread::mDoCmd(int iCmd)
-{
-    try
-    {
-        if (iCmd == eReconstruct) mReconstruct();
-        if (iCmd == eProject) mProject();
-        if (iCmd == eCompare) mCompare();
-        if (iCmd == eTransform) mTransform();
-    }
-    catch (const std::bad_alloc&)
-    {
-        CJobStatus::Fail("out of memory");
-    }
-}
-
-void CGpuThread::mReconstruct()
-{
-    CReconMain aReconMain;
-    aReconMain.DoIt(m_iThreadID, m_iDeviceID);
-}
-
-void CGpuThread::mProject()
-{
-    CProjMain aProjMain;
-    aProjMain.DoIt(m_iThreadID);
-}
-
-void CGpuThread::mCompare()
-{
-    CCompareMain aCompareMain;
-    aCompareMain.DoIt(m_bCompareLog, m_iThreadID);
-}
-
-void CGpuThread::mTransform()
-{
-    CTransformMain aTransformMain;
-    aTransformMain.DoIt(m_bTransformLog, m_iThreadID);
 }

@@ -8,6 +8,8 @@
 
 #include "Util/Util_Thread.h"
 
+class CJobMain;
+
 /// One worker thread per device in use. The session's thread gives one command to all of them and
 /// sleeps until all have finished it.
 class CGpuThread : public Util_Thread
@@ -40,28 +42,18 @@ private:
     {
         eStop = -1,
         eNone = 0,
-        eCompare = 1,
-        eProject = 2,
-        eReconstruct = 3,
-        eTransform = 4
+        eRunJob = 1
     };
     int mWaitForCmd();
-    void mDoCmd(int iCmd);
-    void mReconstruct();
-    void mProject();
-    void mCompare();
-    void mTransform();
     static void mThreadFinished();
     static void mRunAll(int iCmd);
-    static bool mHasSucceeded(std::string& rReason);
+    [[nodiscard]] static bool mRunJob(CJobMain&& rJob, std::string& rReason);
 
     static std::vector<std::unique_ptr<CGpuThread>> m_vpThreads;
     static std::mutex m_aMutexFinish;  // guards m_iNumThreadsFinished
     static std::condition_variable m_aCondFinish;
     static int m_iNumThreadsFinished;
-    // Of the command that runs; set before the workers get it.
-    static bool m_bCompareLog;
-    static bool m_bTransformLog;
+    static CJobMain* m_pJob;  // the one that runs; set before the workers get the command
 
     int m_iDeviceID = 0;
     int m_iThreadID = 0;

@@ -1,30 +1,25 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 
-class CAlignOp;
+#include "gpulib/App/JobShape.h"
 
-// Checks that the session's thread makes on the uploads before any worker starts. Each returns
-// true, or false with the reason.
+class CAlignOp;
+struct AlignJob;
+struct ReconJob;
+
+// The session's thread describes a job from what the client uploaded before any worker starts. Each
+// function returns true, or false with the reason why there is none.
 
 /// Stack, volume, selected projections, angles and weight box.
-[[nodiscard]] bool CheckJobInputs(std::string& rReason);
+[[nodiscard]] bool DescribeJob(ReconJob& rJob, std::string& rReason);
 
-/// What CheckJobInputs() does not look at: method, iterations, subsets, relaxation factors.
-[[nodiscard]] bool CheckIterations(std::string& rReason);
+/// Iterations, subsets, relaxation factors and smoothing of a job that DescribeJob() has begun.
+[[nodiscard]] bool DescribeIterations(ReconJob& rJob, std::string& rReason);
 
 /// Whether the workers of a job find the memory that they need.
-/// \param iProjImages  see JobShape
-/// \param tSums        R-factor sums of one worker
-/// \param tExtra       bytes that all workers together need besides
-[[nodiscard]] bool CheckJobMemory(int iProjImages, std::size_t tSums, std::string& rReason,
-                                  std::size_t tExtra = 0);
+[[nodiscard]] bool CheckJobMemory(const ReconJob& rJob, EJobKind eKind, std::string& rReason);
 
-/// The smoothing kernel, when the iterations will use it.
-[[nodiscard]] bool CheckSmooth(std::string& rReason);
-/// Memory of one smoothing pass, 0 when there will be none.
-std::size_t GetSmoothBytes();
-
-/// Both stacks, the projections that a request to transform or compare names, and the memory.
-[[nodiscard]] bool CheckAlignInputs(const CAlignOp& rRequest, std::string& rReason);
+/// Both stacks, the projections that a request to transform or compare names, its numbers, and the
+/// memory. rJob.bLog is left alone.
+[[nodiscard]] bool DescribeAlign(const CAlignOp& rRequest, AlignJob& rJob, std::string& rReason);

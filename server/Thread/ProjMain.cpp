@@ -1,50 +1,18 @@
 #include "server/Thread/ProjMain.h"
 
-#include <cstdio>
-
-#include "Util/Util_Time.h"
-#include "gpulib/App/JobShape.h"
-#include "gpulib/Device/DeviceError.h"
-#include "server/Data/Recon/ProjData.h"
-#include "server/Data/Recon/SetOp.h"
-#include "server/Data/Recon/VolData.h"
-#include "server/Data/Recon/WeightOpt.h"
 #include "server/Thread/JobChecks.h"
-#include "server/Thread/JobStatus.h"
 
-CBandSplit CProjMain::m_aBands;
-
-bool CProjMain::Validate(std::string& rReason)
+bool CProjMain::Prepare(std::string& rReason)
 {
-    return CheckJobInputs(rReason) && CheckJobMemory(g_iForProjImages, 0, rReason);
+    ReconJob aJob;
+    if (!DescribeJob(aJob, rReason) || !CheckJobMemory(aJob, EJobKind::eForProj, rReason))
+        return false;
+    m_aDoForwardProj.emplace(aJob);
+    return true;
 }
 
-void CProjMain::CalcSubsetDim(int iWorkers)
+bool CProjMain::mRun(const JobShare& rShare)
 {
-    m_aBands.Calculate(static_cast<int>(CProjData::GetInstance()->GetY()), iWorkers);
-}
-
-void CProjMain::DoIt(int iThreadID)
-{
-    Util_Time aTime;
-    aTime.Measure();
-    if (!mRun(iThreadID)) return CJobStatus::Fail(TakeDeviceError());
-    std::printf("Proj time (s) %9.2f\n", double(aTime.GetElapsedSeconds()));
-}
-
-bool CProjMain::mRun(int iThreadID)
-{
-    if (!m_aBands.HasBand(iThreadID)) return DeviceFail("no band for worker %d", iThreadID);
-    mSetInputs();
-    return m_aDoForwardProj.DoIt(m_aBands.GetStart(iThreadID), m_aBands.GetSize(iThreadID));
-}
-
-void CProjMain::mSetInputs()
-{
-    const CProjData& rProjData = *CProjData::GetInstance();
-    const CWeightOpt& rWeightOpt = *CWeightOpt::GetInstance();
-    m_aDoForwardProj.SetProjs(rProjData.GetProjs(), rProjData.GetAngles());
-    m_aDoForwardProj.SetProjIndices(CSetOp::GetInstance()->GetProjIndex());
-    m_aDoForwardProj.SetVolume(CVolData::GetInstance()->GetTomoVolume());
-    m_aDoForwardProj.SetWeightBox(rWeightOpt.GetOrig(), rWeightOpt.GetDim());
+    std::vector<double> vdNone;
+    return m_aDoForwardProj->DoIt(rShare, vdNone);
 }

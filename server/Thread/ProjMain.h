@@ -1,29 +1,20 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "server/Recon/DoForwardProj.h"
-#include "server/Thread/BandSplit.h"
+#include "server/Thread/JobMain.h"
 
-/// The reprojection job: one object per worker and run, from the volume to the stack.
-///
-/// The class-wide operations belong to the session's thread, before and after the workers run.
-class CProjMain
+/// The reprojection job: from the volume to the stack.
+class CProjMain : public CJobMain
 {
 public:
-    /// Whether a job can run with what the client uploaded; false with the reason otherwise.
-    [[nodiscard]] static bool Validate(std::string& rReason);
-    /// Cuts the rows of the stack into bands for iWorkers workers.
-    static void CalcSubsetDim(int iWorkers);
-    static void FreeMemory() { m_aBands.FreeMemory(); }
-
-    /// Runs the band of one worker; a failure goes to CJobStatus.
-    void DoIt(int iThreadID);
+    CProjMain() : CJobMain("Proj", true) {}
+    [[nodiscard]] bool Prepare(std::string& rReason) override;
 
 private:
-    [[nodiscard]] bool mRun(int iThreadID);
-    void mSetInputs();
+    [[nodiscard]] bool mRun(const JobShare& rShare) override;
 
-    static CBandSplit m_aBands;
-    CDoForwardProj m_aDoForwardProj;
+    std::optional<CDoForwardProj> m_aDoForwardProj;
 };

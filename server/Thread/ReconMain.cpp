@@ -1,116 +1,68 @@
 #include "server/Thread/ReconMain.h"
 
-#include <cstddef>
-#include <cstdio>
-
 #include "Mrcfile/SaveMrc.h"
-#include "Util/Util_Time.h"
+#include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/JobShape.h"
-#include "gpulib/Device/DeviceError.h"
 #include "server/Config/GpuConfig.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/ReconOpt.h"
 #include "server/Data/Recon/Rfactor.h"
-#include "server/Data/Recon/SetOp.h"
-#include "server/Data/Recon/SmoothOpt.h"
 #include "server/Data/Recon/VolData.h"
-#include "server/Data/Recon/WeightOpt.h"
 #include "server/Data/ReconCmd.h"
 #include "server/Data/Refuse.h"
 #include "server/Recon/DoBackProj.h"
 #include "server/Recon/DoSartRecon.h"
 #include "server/Thread/JobChecks.h"
-#include "server/Thread/JobStatus.h"
 
-CBandSplit CReconMain::m_aBands;
-
-namespace
-{
-bool IsIterative(unsigned int uiReconCmd)
-{
-    return uiReconCmd == CReconCmd::SART || uiReconCmd == CReconCmd::EM;
-}
-}  // namespace
-
-CReconMain::CReconMain() = default;
-CReconMain::~CReconMain() = default;
-
-bool CReconMain::Validate(std::string& rReason)
+bool CReconMain::Prepare(std::string& rReason)
 {
     const unsigned int uiReconCmd = CReconOpt::GetInstance()->GetReconCmd();
-    if (!CheckJobInputs(rReason)) return false;
-    if (uiReconCmd == CReconCmd::BACKPROJ) return CheckJobMemory(g_iBackProjImages, 0, rReason);
-    if (!IsIterative(uiReconCmd)) return Refuse(rReason, "there is no method %u", uiReconCmd);
-    if (!CheckIterations(rReason) || !CheckSmooth(rReason)) return false;
-    const std::size_t tSums = std::size_t{CReconOpt::GetInstance()->GetIterations()} *
-                              CSetOp::GetInstance()->GetNumIndices();
-    return CheckJobMemory(g_iIterImages, tSums, rReason, GetSmoothBytes());
-}
-
-void CReconMain::Prepare()
-{
-    const CReconOpt& rOpt = *CReconOpt::GetInstance();
-    if (!IsIterative(rOpt.GetReconCmd())) return;
-    CSmoothOpt::GetInstance();  // made before the workers read it
-    CRfactor::GetInstance()->SetSize(CSetOp::GetInstance()->GetNumIndices(), rOpt.GetIterations());
-}
-
-void CReconMain::Discard()
-{
-    if (IsIterative(CReconOpt::GetInstance()->GetReconCmd()))
-        CRfactor::GetInstance()->SetSize(0, 0);
-}
-
-void CReconMain::CalcSubsetDim(int iWorkers)
-{
-    m_aBands.Calculate(static_cast<int>(CProjData::GetInstance()->GetY()), iWorkers);
-}
-
-void CReconMain::DoIt(int iThreadID, int iDeviceID)
-{
-    Util_Time aTime;
-    aTime.Measure();
-    if (!mRun(iThreadID, iDeviceID)) return CJobStatus::Fail(TakeDeviceError());
-    std::printf("Recon time (s) %9.2f\n", double(aTime.GetElapsedSeconds()));
-}
-
-bool CReconMain::mRun(int iThreadID, int iDeviceID)
-{
-    if (!m_aBands.HasBand(iThreadID)) return DeviceFail("no band for worker %d", iThreadID);
-    mCreateInstance(iThreadID, iDeviceID);
-    mSetInputs();
-    if (!m_pDoReconBase->DoIt(m_aBands.GetStart(iThreadID), m_aBands.GetSize(iThreadID)))
+    m_bIterative = uiReconCmd == CReconCmd::SART || uiReconCmd == CReconCmd::EM;
+    if (!m_bIterative && uiReconCmd != CReconCmd::BACKPROJ)
+        return Refuse(rReason, "there is no method %u", uiReconCmd);
+    ReconJob aJob;
+    if (!DescribeJob(aJob, rReason) || (m_bIterative && !DescribeIterations(aJob, rReason)) ||
+        !CheckJobMemory(aJob, m_bIterative ? EJobKind::eIterative : EJobKind::eBackProj, rReason))
         return false;
-    mAssembleRfactor();
+    if (uiReconCmd == CReconCmd::BACKPROJ) m_pDoReconBase = std::make_unique<CDoBackProj>(aJob);
+    if (uiReconCmd == CReconCmd::EM) m_pDoReconBase = std::make_unique<CDoEmRecon>(aJob);
+    if (uiReconCmd == CReconCmd::SART) m_pDoReconBase = std::make_unique<CDoSartRecon>(aJob);
+    CProjData::GetInstance()->DetRangeX();
+    aJob.pTomoVol->Reset();
+    if (m_bIterative)
+        CRfactor::GetInstance()->SetSize(static_cast<unsigned int>(aJob.uiProjIndex.size()),
+                                         aJob.uiIterations);
     return true;
 }
 
-void CReconMain::mCreateInstance(int iThreadID, int iDeviceID)
+/// Workers smooth by columns, and meet for it: those without rows, too.
+bool CReconMain::mHasWork(const JobShare& rShare) const
 {
-    const CReconOpt& rOpt = *CReconOpt::GetInstance();
-    m_pIterative = nullptr;
-    if (!IsIterative(rOpt.GetReconCmd()))
-    {
-        m_pDoReconBase = std::make_unique<CDoBackProj>();
-        return;
-    }
-    auto pIterative = rOpt.GetReconCmd() == CReconCmd::SART ? std::make_unique<CDoSartRecon>()
-                                                            : std::make_unique<CDoEmRecon>();
-    pIterative->SetIterations(rOpt.GetIterations());
-    pIterative->SetNumSets(rOpt.GetNumSets(), rOpt.GetSetSizes());
-    pIterative->SetRelax(rOpt.GetRelax());
-    const CSmoothOpt& rSmooth = *CSmoothOpt::GetInstance();
-    pIterative->SetSmooth(rSmooth.GetKernel(), rSmooth.GetInterval(),
-                          CGpuConfig::GetInstance()->GetNumDevices(), iDeviceID, iThreadID);
-    m_pIterative = pIterative.get();
-    m_pDoReconBase = std::move(pIterative);
+    return rShare.iSizeY > 0 || m_pDoReconBase->GetJob().uiSmoothInt > 0;
+}
+
+bool CReconMain::mRun(const JobShare& rShare)
+{
+    std::vector<double> vdRfactor;
+    if (!m_pDoReconBase->DoIt(rShare, vdRfactor)) return false;
+    if (m_bIterative) CRfactor::GetInstance()->SetRfactor(vdRfactor);
+    return true;
+}
+
+void CReconMain::mRelease()
+{
+    m_pDoReconBase->GetJob().pTomoVol->Abort();
+}
+
+void CReconMain::mDiscard()
+{
+    if (m_bIterative) CRfactor::GetInstance()->SetSize(0, 0);
 }
 
 bool CReconMain::SaveVol()
 {
     const Util_Volume* const pVolume = CVolData::GetInstance()->GetVolume();
-    if (!pVolume || !pVolume->GetData()) return false;
+    if (!pVolume->GetData()) return false;
     CSaveMrc aSave;
     aSave.SetMode(2);
     aSave.SetImageSize(pVolume->GetSizeX(), pVolume->GetSizeY());
@@ -121,20 +73,4 @@ bool CReconMain::SaveVol()
         if (!aSave.DoIt(z)) return false;
     }
     return true;
-}
-
-void CReconMain::mSetInputs()
-{
-    const CProjData& rProjData = *CProjData::GetInstance();
-    const CWeightOpt& rWeightOpt = *CWeightOpt::GetInstance();
-    m_pDoReconBase->SetProjs(rProjData.GetProjs(), rProjData.GetAngles());
-    m_pDoReconBase->SetRangeX(rProjData.GetRangeX());
-    m_pDoReconBase->SetProjIndices(CSetOp::GetInstance()->GetProjIndex());
-    m_pDoReconBase->SetVolume(CVolData::GetInstance()->GetTomoVolume());
-    m_pDoReconBase->SetWeightBox(rWeightOpt.GetOrig(), rWeightOpt.GetDim());
-}
-
-void CReconMain::mAssembleRfactor()
-{
-    if (m_pIterative) CRfactor::GetInstance()->SetRfactor(m_pIterative->GetRfactor());
 }

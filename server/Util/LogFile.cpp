@@ -12,9 +12,9 @@
 #include <ctime>
 #include <iterator>
 
+#include "server/Data/Messages.h"
 #include "server/Data/RemotePacket.h"
 
-std::unique_ptr<CLogFile> CLogFile::m_pInstance;
 std::timed_mutex CLogFile::m_aLineMutex;
 
 namespace
@@ -39,23 +39,11 @@ bool EndsInALine(int iFile)
 
 const char* GetMsgName(std::uint32_t uiType)
 {
-    static constexpr const char* apcNames[] = {
-        "BYTEORDER",  "CMDREPLY",  "CONTINUATION", "DATAREPLY",   "LOG",          "PROJGET",
-        "PROJSET",    "PROJSIZE",  "QUIT",         "RECONSTRUCT", "RECONSTATGET", "REPROJECT",
-        "SERVERPROP", "VOLGET",    "VOLSET",       "VOLSIZE",     "SETOP",        "RECONOPT",
-        "MPROJSET",   "MPROJSIZE", "TRANSFORM",    "TRANSFORML",  "COMPARE",      "COMPAREL",
-        "UNKNOWN",  // COMPREPLY has never had a name in the log
-        "WEIGHTOPT",  "CTFOPT",    "SMOOTHOPT"};
-    if (uiType < std::size(apcNames)) return apcNames[uiType];
-    return uiType == CMsgConst::INVALID ? "INVALID" : "UNKNOWN";
+    const Message* const pMessage = FindMessage(uiType);
+    if (uiType == CMsgConst::COMPREPLY) return "UNKNOWN";  // has never had a name in the log
+    return pMessage ? pMessage->pcName : "UNKNOWN";
 }
 }  // namespace
-
-CLogFile* CLogFile::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CLogFile);
-    return m_pInstance.get();
-}
 
 CLogFile::~CLogFile()
 {

@@ -1,26 +1,24 @@
 #pragma once
 
-#include <memory>
 #include <mutex>
 #include <string>
+
+#include "Util/Util_Singleton.h"
 
 class CRemotePacket;
 
 /// Lines about the sessions, on standard output and in HOME/temp/gpu<date>.log when that can be
 /// opened. Main thread only, but for FinishLine.
-class CLogFile
+class CLogFile : public Util_Singleton<CLogFile>
 {
 public:
-    static CLogFile* GetInstance();
-    static void DeleteInstance() { m_pInstance.reset(); }  ///< closes; the next use opens again
+    CLogFile() { mOpenFile(); }
+    ~CLogFile();
+
     /// Waits until the line that is being written is whole and lets no other begin: the process
     /// ends now. Any thread. Waits a fifth of a second at most: a console that nobody reads may
     /// hold a line for ever.
     static void FinishLine();
-
-    ~CLogFile();
-    CLogFile(const CLogFile&) = delete;
-    CLogFile& operator=(const CLogFile&) = delete;
 
     void LogInfo(const char* pcText);  ///< one line
     void LogTime();                    ///< current date and time
@@ -28,12 +26,10 @@ public:
     void RspClientPacket(const CRemotePacket* pPacket);
 
 private:
-    CLogFile() { mOpenFile(); }
     void mOpenFile();
     void mWriteFile(const char* pcText);
     void mLogPacket(const char* pcWhat, const CRemotePacket* pPacket);
 
-    static std::unique_ptr<CLogFile> m_pInstance;
     static std::timed_mutex m_aLineMutex;  // held while a line is written
     int m_iFile = -1;                      // -1: standard output only
     bool m_bFailed = false;                // the last line is missing or cut off, and this was said

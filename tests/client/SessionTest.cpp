@@ -1,11 +1,12 @@
-#include <gtest/gtest.h>
-#include <unistd.h>
+// Sessions with the real server, and with one that breaks the protocol.
 
+#include <chrono>
 #include <cmath>
-#include <numeric>
 
-#include "FakeServer.h"
-#include "talven/Session.h"
+#include "CannedServer.h"
+#include "Support.h"
+#include "talven/ImageJob.h"
+#include "talven/Reconstruction.h"
 
 namespace talven::test
 {
@@ -13,311 +14,278 @@ namespace
 {
 
 using namespace std::chrono_literals;
+using Words = std::vector<std::uint32_t>;
 
-constexpr int s_iX = 5, s_iY = 3, s_iZ = 4;
-
-/// What a reconstruction sends, in order; false as soon as a step fails.
-bool RunJob(CSession& rSession, std::uint16_t usPort)
+/// A private server, and the session with it. Images are of 4 x 3 pixels.
+class ClientSession : public testing::Test
 {
-    const std::vector<float> vfPixels(s_iX * s_iY, 2.5f);
-    const ReconOptions aOptions = {EMethod::EM, 3, {1, 1}, {1, 1, 0.5, 0.5, 0.25, 0.25}};
-    const WeightBox aBox = {1, -2, 10, 20};
-    const auto IgnoreImage = [](int, std::span<const float>) { return true; };
+protected:
+    void SetUp() override
+    {
+        setenv("TALVEN_SERVER", TALVEN_SERVER_PROGRAM, 1);
+        ServerOptions aOptions;
+        aOptions.iDevices = 2;
+        ASSERT_TRUE(m_aLink.Connect(aOptions, m_aMonitor)) << m_aLink.GetError();
+    }
+    /// Views straight from above with these values, their order and the volume's values at first;
+    /// the volume's value afterwards. A correction moves it by relaxation times its distance.
+    float mReconstruct(const Floats& rViews, const Words& rOrder, float fFirst,
+                       const ReconOptions& rOptions)
+    {
+        EXPECT_TRUE(m_rSession.SetStackSize(4, 3, Floats(rViews.size()))) << mWhy();
+        for (std::size_t i = 0; i < rViews.size(); ++i)
+            EXPECT_TRUE(m_rSession.SetProjection(int(i), Floats(12, rViews[i]))) << mWhy();
+        EXPECT_TRUE(m_rSession.SelectProjections(rOrder) && m_rSession.SetVolumeSize(4, 3, 1) &&
+                    m_rSession.SetSlice(0, Floats(12, fFirst)) &&
+                    m_rSession.SetReconOptions(rOptions) && m_rSession.Reconstruct())
+            << mWhy();
+        return mGetSlices(1).at(5);
+    }
+    Floats mGetSlices(int iCount)
+    {
+        Floats vfAll;
+        const auto Take = [&vfAll](int i, std::span<const float> fPixels)
+        {
+            EXPECT_EQ(vfAll.size(), std::size_t(i) * fPixels.size()) << "in order";
+            vfAll.insert(vfAll.end(), fPixels.begin(), fPixels.end());
+            return true;
+        };
+        EXPECT_TRUE(m_rSession.GetSlices(iCount, 12, Take)) << mWhy();
+        return vfAll;
+    }
+    std::string mWhy() const { return m_aLink.Explain(); }
+
+    CMonitor m_aMonitor;
+    CServerLink m_aLink;
+    CSession& m_rSession = m_aLink.GetSession();
+};
+
+TEST_F(ClientSession, IterationsSubsetsAndFactorsArriveAsTheyAre)
+{
+    ReconOptions aOptions = {EMethod::eSart, 2, {1, 1}, {0.5, 0.25, 0.125, 1}};
+    // From 8: to 20 by a half, to 4 by a quarter, to 20 by an eighth, to 4.
+    EXPECT_NEAR(mReconstruct({4, 20, 99}, {1, 0}, 8, aOptions), 4, 1e-4);
     std::vector<RfactorSums> aSums;
-    return rSession.Open("127.0.0.1", usPort, 5s) &&
-           rSession.SetStackSize(s_iX, s_iY, std::vector<float>{-10, 20}) &&
-           rSession.SetProjection(0, vfPixels) && rSession.SetProjection(1, vfPixels) &&
-           rSession.SelectProjections(std::vector<std::uint32_t>{1, 0}) &&
-           rSession.SetVolumeSize(s_iX, s_iY, s_iZ) && rSession.SetSlice(3, vfPixels) &&
-           rSession.SetReconOptions(aOptions) && rSession.SetWeightBox(&aBox) &&
-           rSession.Reconstruct() && rSession.GetRfactors(2, aSums) &&
-           rSession.GetSlices(s_iZ, s_iX * s_iY, IgnoreImage);
+    ASSERT_TRUE(m_rSession.GetRfactors(0, aSums)) << mWhy();
+    ASSERT_EQ(aSums.size(), 2u);
+    EXPECT_NEAR(aSums[0].fDifference / aSums[0].fRaw, (20 - 11.5) / 20, 1e-5) << "8, 14, 11.5";
+    EXPECT_NEAR(aSums[1].fDifference / aSums[1].fRaw, (11.5 - 4) / 4, 1e-5);
+    EXPECT_NEAR(aSums[0].fRaw, 5 * aSums[1].fRaw, 0.1);
+    ASSERT_TRUE(m_rSession.GetRfactors(1, aSums));
+    EXPECT_NEAR(CalcRfactor(aSums), 16.0 / 24, 1e-5);
+    aOptions = {EMethod::eSart, 1, {1, 2}, {0.5, 1}};
+    EXPECT_NEAR(mReconstruct({4, 20, 60}, {1, 0, 2}, 8, aOptions), 14 + 18, 1e-4) << "of two";
+    EXPECT_NEAR(mReconstruct({4, 20}, {0, 1}, 0, {EMethod::eBackProj, 1, {}, {}}), 12, 1e-4);
+    const ReconOptions aTwo = {EMethod::eSart, 2, {2}, {1, 1}};
+    ReconOptions aEm = aTwo;
+    aEm.eMethod = EMethod::eEm;
+    EXPECT_GT(
+        std::fabs(mReconstruct({4, 36}, {0, 1}, 8, aTwo) - mReconstruct({4, 36}, {0, 1}, 8, aEm)),
+        1e-6f);
 }
 
-TEST(Session, SendsWhatTheProtocolAsksFor)
+TEST_F(ClientSession, BoxesAndSmoothingReachTheirAxes)
 {
-    CFakeServer aServer;
+    const auto Run = [&](const WeightBox* pBox)
     {
-        CSession aSession;
-        ASSERT_TRUE(RunJob(aSession, aServer.GetPort())) << aSession.GetError();
-        aSession.Close();
-    }
-    const std::vector<Message> aMessages = aServer.WaitForMessages();
-    std::vector<EMsg> aeTypes;
-    for (std::size_t i = 0; i < aMessages.size(); ++i)
-    {
-        aeTypes.push_back(aMessages[i].m_aHeader.GetType());
-        EXPECT_EQ(aMessages[i].m_aHeader.GetSerial(), i + 1);
-        EXPECT_EQ(aMessages[i].m_aHeader.m_auiFields[2], 0u) << "no parts";
-    }
-    ASSERT_EQ(aeTypes, (std::vector<EMsg>{EMsg::BYTEORDER, EMsg::PROJSIZE, EMsg::PROJSET,
-                                          EMsg::PROJSET, EMsg::SETOP, EMsg::VOLSIZE, EMsg::VOLSET,
-                                          EMsg::RECONOPT, EMsg::WEIGHTOPT, EMsg::RECONSTRUCT,
-                                          EMsg::RECONSTATGET, EMsg::VOLGET, EMsg::VOLGET,
-                                          EMsg::VOLGET, EMsg::VOLGET, EMsg::QUIT}));
-    const auto Fields = [&](int iMessage, int iFirst, int iCount)
-    {
-        const auto pFirst = aMessages[std::size_t(iMessage)].m_aHeader.m_auiFields.begin() + iFirst;
-        return std::vector<std::uint32_t>(pFirst, pFirst + iCount);
+        EXPECT_TRUE(
+            m_rSession.SetStackSize(4, 3, Floats(1)) &&
+            m_rSession.SetProjection(0, Floats(12, 8)) && m_rSession.SetVolumeSize(1, 1, 1) &&
+            m_rSession.SetVolumeSize(4, 3, 8) && m_rSession.SetWeightBox(pBox) &&
+            m_rSession.SetReconOptions({EMethod::eSart, 1, {1}, {1}}) && m_rSession.Reconstruct())
+            << mWhy();
+        return mGetSlices(8);
     };
-    using Words = std::vector<std::uint32_t>;
-    EXPECT_EQ(Fields(0, 4, 1), Words{0x1234ABCD});
-    EXPECT_EQ(Fields(1, 4, 3), (Words{5, 3, 2}));
-    EXPECT_EQ(aMessages[1].GetFloats(), (std::vector<float>{-10, 0, 20, 0}));
-    EXPECT_EQ(Fields(3, 4, 1), Words{1});
-    EXPECT_EQ(aMessages[3].m_vcData.size(), std::size_t(8 * s_iY + 4 * s_iX * s_iY));
-    const Words vuiProjection = aMessages[3].GetWords();
-    EXPECT_EQ(Words(vuiProjection.begin(), vuiProjection.begin() + 6), (Words{0, 5, 0, 5, 0, 5}));
-    EXPECT_EQ(aMessages[3].GetFloats()[6], 2.5f);
-    EXPECT_EQ(Fields(4, 4, 2), (Words{1, 2}));
-    EXPECT_EQ(aMessages[4].GetWords(), (Words{1, 0}));
-    EXPECT_EQ(Fields(5, 4, 3), (Words{5, 3, 4}));
-    EXPECT_EQ(Fields(6, 4, 1), Words{3});
-    EXPECT_EQ(Fields(7, 4, 3), (Words{2, 3, 2}));
-    const Words vuiSets = aMessages[7].GetWords();
-    const std::vector<float> vfRelax = aMessages[7].GetFloats();
-    EXPECT_EQ(Words(vuiSets.begin(), vuiSets.begin() + 2), (Words{1, 1}));
-    EXPECT_EQ(std::vector<float>(vfRelax.begin() + 2, vfRelax.end()),
-              (std::vector<float>{1, 1, 0.5, 0.5, 0.25, 0.25}));
-    EXPECT_EQ(Fields(8, 4, 6),
-              (Words{1, 1, std::bit_cast<std::uint32_t>(1.0f), std::bit_cast<std::uint32_t>(-2.0f),
-                     std::bit_cast<std::uint32_t>(10.0f), std::bit_cast<std::uint32_t>(20.0f)}));
-    EXPECT_EQ(Fields(10, 4, 1), Words{2});
-    EXPECT_EQ(Fields(14, 4, 1), Words{3});
+    const Floats vfPlain = Run(nullptr);
+    const WeightBox aBox = {1, 0, 0.7f, 2};  // column 2 alone, half of the thickness
+    const Floats vfBox = Run(&aBox);
+    EXPECT_NEAR(vfBox[2] / vfPlain[2], 2, 0.01);
+    EXPECT_GT(std::fabs(vfBox[1] / vfPlain[1] - 2), 0.5);
+    EXPECT_EQ(Run(nullptr), vfPlain) << "sent anew";
+
+    Floats vfPoint(12);
+    vfPoint[5] = 100;  // column 1, row 1
+    EXPECT_TRUE(m_rSession.SetProjection(0, vfPoint) && m_rSession.SetVolumeSize(4, 3, 1) &&
+                m_rSession.SetSlice(0, vfPoint) &&
+                m_rSession.SetReconOptions({EMethod::eSart, 2, {1}, {0, 0}}) &&
+                m_rSession.SetSmoothing(2, {3, 1, 1}, Floats{0.25, 0.5, 0.25}) &&
+                m_rSession.Reconstruct())
+        << mWhy();
+    EXPECT_EQ(mGetSlices(1), (Floats{0, 0, 0, 0, 25, 50, 25, 0, 0, 0, 0, 0})) << "once, along X";
 }
 
-TEST(Session, BringsBackImagesSumsAndMemory)
+TEST_F(ClientSession, ImagesAreMappedAndCompared)
 {
-    CFakeServer aServer;
-    CSession aSession;
-    ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s)) << aSession.GetError();
-    std::uint64_t ulMemory = 0;
-    ASSERT_TRUE(aSession.GetServerMemory(ulMemory)) << aSession.GetError();
-    EXPECT_EQ(ulMemory, std::uint64_t(6000) << 20);
+    CImageJob aJob(m_aLink, m_aMonitor);
+    ASSERT_TRUE(aJob.Open({2, 1}, {3, 1})) << aJob.GetError();
+    Floats vfAligned;
+    ASSERT_TRUE(aJob.Transform(Floats{-3, 6}, g_aIdentity, {2, 1, 12}, vfAligned));
+    EXPECT_TRUE(vfAligned[0] == -5 && vfAligned[1] == 12 && IsMissing(vfAligned[2]));
+    ASSERT_TRUE(aJob.Transform(Floats{50, 5}, Affine{-1, 0, 0, 1, 1, 0},
+                               {2, 0, 9, true, 20, 3, 200}, vfAligned));
+    EXPECT_NEAR(vfAligned[0], 3 * std::log(200 / 20.0), 1e-5) << "the least";
+    EXPECT_NEAR(vfAligned[1], 3 * std::log(200 / 100.0), 1e-5);
 
-    ASSERT_TRUE(aSession.SetStackSize(s_iX, s_iY, std::vector<float>(40, 0.0f)));
-    for (int i = 0; i < 40; ++i)
-        ASSERT_TRUE(aSession.SetProjection(i, std::vector<float>(s_iX * s_iY, float(i))));
-    int iNext = 0;
-    ASSERT_TRUE(aSession.GetProjections(40, s_iX * s_iY,
-                                        [&](int i, std::span<const float> pfPixels)
-                                        {
-                                            EXPECT_EQ(i, iNext++);
-                                            EXPECT_EQ(pfPixels.front(), float(i));
-                                            return pfPixels.back() == float(i);
-                                        }))
-        << aSession.GetError();
-    EXPECT_EQ(iNext, 40);
-
-    ASSERT_TRUE(aSession.SetVolumeSize(s_iX, s_iY, s_iZ));
-    ASSERT_TRUE(aSession.GetSlices(s_iZ, s_iX * s_iY,
-                                   [](int z, std::span<const float> pfPixels)
-                                   { return pfPixels[7] == 1000.0f * float(z) + 7; }));
-    std::vector<RfactorSums> aSums;
-    ASSERT_TRUE(aSession.GetRfactors(3, aSums));
-    EXPECT_EQ(aSums.size(), 40u);
-    EXPECT_DOUBLE_EQ(CalcRfactor(aSums), 0.25);
-    EXPECT_TRUE(std::isnan(CalcRfactor({})));
-}
-
-TEST(Session, TransformsAndComparesAsTheProtocolAsks)
-{
-    CFakeServer aServer;
-    const IntensityScale aLinear = {0.5f, 1, 90};
-    const IntensityScale aLog = {1, 0, 80, true, 2, 3, 64};
-    const Affine aMatrix = {1, 2, 3, 4, 5, 6};
-    {
-        CSession aSession;
-        CompareSums aSums;
-        ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s) &&
-                    aSession.SetStackSize(2, 1, std::vector<float>(4)) &&
-                    aSession.SetMeasuredSize(6, 8, 2) &&
-                    aSession.SetMeasured(1, std::vector<float>(48, 7)) &&
-                    aSession.SetProjection(3, std::vector<float>(2)) &&
-                    aSession.Transform(1, 3, aMatrix, aLinear) &&
-                    aSession.Transform(1, 3, aMatrix, aLog) &&
-                    aSession.Compare(1, 3, aMatrix, aLinear, aSums) &&
-                    aSession.Compare(1, 3, aMatrix, aLog, aSums))
-            << aSession.GetError();
-        aSession.Close();
-    }
-    const std::vector<Message> aMessages = aServer.WaitForMessages();
-    ASSERT_EQ(aMessages.size(), 10u);
-    EXPECT_EQ(aMessages[2].m_aHeader.GetType(), EMsg::MPROJSIZE);
-    EXPECT_EQ(aMessages[3].m_aHeader.GetType(), EMsg::MPROJSET);
-    EXPECT_EQ(aMessages[3].m_vcData.size(), 4u * 48);
-    const struct
-    {
-        EMsg m_eType;
-        std::vector<float> m_vfFields, m_vfData;  // from field 6 on
-    } aCases[] = {{EMsg::TRANSFORM, {1, 2, 3, 4, 5, 6, 0.5, 1, 90}, {}},
-                  {EMsg::TRANSFORML, {1, 2, 3, 4, 5, 6, 1, 0, 80, 2}, {3, 64}},
-                  {EMsg::COMPARE, {0, 0, 1, 2, 3, 4, 5, 6, 0.5, 1}, {90}},
-                  {EMsg::COMPAREL, {0, 0, 1, 2, 3, 4, 5, 6, 1, 0}, {80, 2, 3, 64}}};
-    for (std::size_t i = 0; i < 4; ++i)
-    {
-        SCOPED_TRACE(GetMsgName(aCases[i].m_eType));
-        const Message& rMessage = aMessages[5 + i];
-        const auto& aF = rMessage.m_aHeader.m_auiFields;
-        EXPECT_EQ(rMessage.m_aHeader.GetType(), aCases[i].m_eType);
-        EXPECT_EQ(aF[4], 1u);
-        EXPECT_EQ(aF[5], 3u);
-        std::vector<float> vfFields;
-        for (std::size_t f = 0; f < aCases[i].m_vfFields.size(); ++f)
-            vfFields.push_back(std::bit_cast<float>(aF[6 + f]));
-        EXPECT_EQ(vfFields, aCases[i].m_vfFields);
-        EXPECT_EQ(rMessage.GetFloats(), aCases[i].m_vfData);
-    }
-}
-
-TEST(Session, BringsBackTheNineSumsAndAlignedProjections)
-{
-    const CFakeServer aServer;
-    CSession aSession;
-    ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s) &&
-                aSession.SetStackSize(3, 1, std::vector<float>(1)) &&
-                aSession.SetMeasuredSize(2, 1, 1) &&
-                aSession.SetProjection(0, std::vector<float>{1, -3, 100}) &&
-                aSession.SetMeasured(0, std::vector<float>{-3, 6}))
-        << aSession.GetError();
+    // The nine sums. a: 1, -3, and 100 beyond the measured image; t: -3, 6.
     CompareSums aSums;
-    ASSERT_TRUE(aSession.Compare(0, 0, g_aIdentity, {}, aSums)) << aSession.GetError();
-    EXPECT_EQ(aSums.m_fCount, 2) << "column 2 is beyond the measured image";
-    EXPECT_EQ(aSums.m_fDiff, 13);
-    EXPECT_EQ(aSums.m_fCross, -21);
-    EXPECT_EQ(aSums.m_fAligned, -2);
-    EXPECT_EQ(aSums.m_fAlignedAbs, 4);
-    EXPECT_EQ(aSums.m_fAlignedSqr, 10);
-    EXPECT_EQ(aSums.m_fTransed, 3);
-    EXPECT_EQ(aSums.m_fTransedAbs, 9);
-    EXPECT_EQ(aSums.m_fTransedSqr, 45);
-    EXPECT_EQ(aSums.m_uiMilliseconds, 7u);
+    ASSERT_TRUE(m_rSession.SetProjection(0, Floats{1, -3, 100}) &&
+                m_rSession.SetMeasured(0, Floats{-3, 6}) &&
+                m_rSession.Compare(0, 0, g_aIdentity, {}, aSums));
+    EXPECT_TRUE(aSums.fCount == 2 && aSums.fDiff == 13 && aSums.fCross == -21);
+    EXPECT_TRUE(aSums.fAligned == -2 && aSums.fAlignedAbs == 4 && aSums.fAlignedSqr == 10);
+    EXPECT_TRUE(aSums.fTransed == 3 && aSums.fTransedAbs == 9 && aSums.fTransedSqr == 45);
+    EXPECT_LT(aSums.uiMilliseconds, 60000u);
+    ASSERT_TRUE(m_rSession.Compare(0, 0, g_aIdentity, {1, 9, 50, true, 8, 2, 80}, aSums));
+    EXPECT_NEAR(aSums.fTransed, 2 * (std::log(80 / 8.0) + std::log(80 / 15.0)), 1e-4);
 
-    ASSERT_TRUE(aSession.Transform(0, 0, g_aIdentity, {2, 1, 12}));
-    ASSERT_TRUE(aSession.GetProjections(1, 3,
-                                        [](int, std::span<const float> pfPixels)
-                                        {
-                                            EXPECT_EQ(pfPixels[0], -5);
-                                            EXPECT_EQ(pfPixels[1], 12) << "cut";
-                                            EXPECT_LT(pfPixels[2], -1e15f) << "missing";
-                                            return true;
-                                        }));
+    // Of two images to compare the mean is taken off; what is missing does not matter.
+    ShiftMatch aMatch;
+    ASSERT_TRUE(aJob.Load(Floats{1001, 1003}, Floats{1005, 1011, -1e30f}, {1, 0}));
+    EXPECT_EQ(aJob.GetOffset(), 1008);
+    const auto Map = [](double dX, double dY) { return Shift(g_aIdentity, dX, dY); };
+    ASSERT_TRUE(aJob.Compare("pair", Map, 0, aMatch)) << aJob.GetError();
+    EXPECT_NEAR(aMatch.dCorrelation, 1, 1e-5);
+    EXPECT_NEAR(CalcMeanDifference(aMatch.aSums), 6, 1e-5);
+    EXPECT_EQ(aMatch.aSums.fAligned, 0);
+    ASSERT_TRUE(aJob.Load(Floats{1, 1}, Floats{5, 6, 7}, {}));
+    EXPECT_FALSE(aJob.Compare("pair", Map, 1, aMatch));
+    EXPECT_EQ(aJob.GetError().rfind("pair: no shift leaves a quarter", 0), 0u) << aJob.GetError();
 }
 
-TEST(Session, ARefusedTransformOrCompareLeavesTheSession)
+TEST_F(ClientSession, ARefusalIsNamedAndTheSessionGoesOn)
 {
-    for (const EMsg eMsg : {EMsg::MPROJSIZE, EMsg::MPROJSET, EMsg::TRANSFORM, EMsg::COMPAREL})
+    const Floats vfImage(12);
+    std::vector<RfactorSums> aSums;
+    CompareSums aCompared;
+    aCompared.fCount = -1;
+    const auto Ignore = [](int, std::span<const float>) { return true; };
+    ASSERT_TRUE(m_rSession.SetStackSize(4, 3, Floats(2)) && m_rSession.SetVolumeSize(4, 3, 2) &&
+                m_rSession.SetMeasuredSize(4, 3, 1));
+    const std::pair<const char*, std::function<bool()>> aCases[] = {
+        {"PROJSIZE", [&] { return m_rSession.SetStackSize(70000, 70000, Floats(1000)); }},
+        {"PROJSET 7", [&] { return m_rSession.SetProjection(7, vfImage) && m_rSession.Flush(); }},
+        {"PROJSET 8",
+         [&]
+         {
+             return m_rSession.SetProjection(8, vfImage) && m_rSession.SetProjection(9, vfImage) &&
+                    m_rSession.Flush();
+         }},
+        {"RECONSTRUCT",
+         [&] { return m_rSession.SelectProjections(Words{5}) && m_rSession.Reconstruct(); }},
+        {"VOLSIZE", [&] { return m_rSession.SetVolumeSize(70000, 70000, 1000); }},
+        {"VOLSET 9", [&] { return m_rSession.SetSlice(9, vfImage) && m_rSession.Reproject(); }},
+        {"MPROJSET 1", [&] { return m_rSession.SetMeasured(1, vfImage) && m_rSession.Flush(); }},
+        {"TRANSFORM", [&] { return m_rSession.Transform(1, 0, g_aIdentity, {}); }},
+        {"COMPAREL",
+         [&] {
+             return m_rSession.Compare(1, 0, g_aIdentity, {1, 0, 1, true}, aCompared);
+         }},
+        {"RECONSTATGET", [&] { return m_rSession.GetRfactors(9, aSums); }},
+        {"VOLGET 2", [&] { return m_rSession.GetSlices(4, 12, Ignore); }},
+        {"PROJGET 2", [&] { return m_rSession.GetProjections(3, 12, Ignore); }}};
+    std::uint64_t ulMemory = 0;
+    for (const auto& [pcName, Request] : aCases)
     {
-        SCOPED_TRACE(GetMsgName(eMsg));
-        const CFakeServer aServer(Faults{{eMsg}});
+        SCOPED_TRACE(pcName);
+        EXPECT_FALSE(Request());
+        EXPECT_TRUE(m_rSession.WasRefused());
+        EXPECT_EQ(m_rSession.GetError(), std::string(pcName) + " was refused by the server");
+        EXPECT_EQ(mWhy().rfind(m_rSession.GetError() + ": ", 0), 0u) << mWhy();
+        EXPECT_TRUE(m_rSession.GetServerMemory(ulMemory)) << mWhy();
+        EXPECT_FALSE(m_rSession.WasRefused());
+    }
+    EXPECT_TRUE(ulMemory > 1 << 20 && ulMemory < std::uint64_t(1) << 50) << ulMemory;
+    EXPECT_EQ(aCompared.fCount, -1) << "sums of a refused comparison";
+    EXPECT_FALSE(m_rSession.GetSlices(2, 12, [](int z, auto) { return z < 1; }));
+    EXPECT_EQ(m_rSession.GetError(), "VOLGET: ended by the receiver");
+    EXPECT_FALSE(m_rSession.IsOpen());
+    EXPECT_FALSE(m_rSession.Reconstruct()) << "closed for good";
+}
+
+/// A header of an answer, and data.
+std::string Reply(EMsg eType, std::uint32_t uiSerial, std::uint32_t uiParent, const Floats& rData,
+                  std::uint32_t uiBytes, std::uint32_t uiStatus = 0)
+{
+    PacketHeader aHeader;
+    aHeader.auiFields = {std::uint32_t(eType), uiSerial, 0, uiBytes, uiParent, uiStatus, 5, 6};
+    std::string strBytes(reinterpret_cast<const char*>(&aHeader), sizeof(aHeader));
+    return strBytes.append(reinterpret_cast<const char*>(rData.data()), 4 * rData.size());
+}
+
+TEST(ClientProtocol, BrokenAnswersEndTheSession)
+{
+    const std::string strDone = Reply(EMsg::CMDREPLY, 41, 2, {}, 0);  // of the first request
+    const auto Data = [](std::uint32_t uiBytes, const Floats& rData = {})
+    { return Reply(EMsg::DATAREPLY, 42, 3, rData, uiBytes); };
+    const auto Done = [&](const std::string& strNext) { return Args{"", strDone, strNext}; };
+    // To VOLSIZE; then to 0 memory, 1 slices of two floats, 2 R-factors, 3 compare.
+    for (const auto& [vstrReplies, iRequest, strReason] :
+         std::vector<std::tuple<Args, int, std::string>>{
+             {{"", Reply(EMsg::CMDREPLY, 41, 3, {}, 0)}, 0, "VOLSIZE 2 was answered by message "},
+             {{"", Reply(EMsg::DATAREPLY, 41, 2, {}, 0)}, 0, "VOLSIZE 2 was answered by message "},
+             {{"", Reply(EMsg::CMDREPLY, 41, 2, {1}, 4)}, 0, "a command reply with a data block"},
+             {{"", Reply(EMsg::QUIT, 41, 2, {}, 0)}, 0, "the server ended the session"},
+             {{"", strDone.substr(0, 40)}, 0, "VOLSIZE: connection lost: the server closed it"},
+             {Done(Reply(EMsg::DATAREPLY, 43, 3, {}, 0)), 0, "reply 43 follows reply 41"},
+             {Done(Data(4, {1})), 0, "server properties with a data block"},
+             {Done(Data(12, {1, 2, 3})), 1, "VOLGET gave 12 bytes, expected 8"},
+             {Done(Data(8, {1})), 1, "VOLGET: connection lost"},
+             {Done(Data(12, {1, 2, 3})), 2, "R-factors of 12 bytes"},
+             {Done(Data(1u << 24)), 2, "R-factors of 16777216 bytes"},
+             {Done(Data(16, {1})), 2, "RECONSTATGET: connection lost"},
+             {Done(Reply(EMsg::COMPREPLY, 42, 3, {1}, 4)), 3, "a compare reply with a data block"},
+             {Done(Data(0)), 3, "COMPARE 3 was answered by message type 3"},
+             {Done(Data(8, {1, 2})), 1, ""},
+             {Done(Data(16, {1, 2, 3, 4})), 2, ""},
+             {Done(Data(0)), 0, ""}})
+    {
+        SCOPED_TRACE(strReason);
+        const CCannedServer aServer(vstrReplies, true);
         CSession aSession;
-        const IntensityScale aLog = {1, 0, 1, true};
-        CompareSums aSums;
-        aSums.m_fCount = -1;
-        EXPECT_FALSE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s) &&
-                     aSession.SetStackSize(1, 1, std::vector<float>(1)) &&
-                     aSession.SetProjection(0, std::vector<float>(1)) &&
-                     aSession.SetMeasuredSize(1, 1, 1) &&
-                     aSession.SetMeasured(0, std::vector<float>(1)) &&
-                     aSession.Transform(0, 0, g_aIdentity, {}) &&
-                     aSession.Compare(0, 0, g_aIdentity, aLog, aSums));
-        EXPECT_TRUE(aSession.WasRefused());
-        EXPECT_EQ(aSession.GetError().rfind(GetMsgName(eMsg), 0), 0u) << aSession.GetError();
-        EXPECT_EQ(aSums.m_fCount, -1) << "sums of a refused comparison";
         std::uint64_t ulMemory = 0;
-        EXPECT_TRUE(aSession.GetServerMemory(ulMemory)) << aSession.GetError();
-    }
-}
-
-TEST(Session, GoesOnAfterARefusal)
-{
-    for (const EMsg eMsg : {EMsg::PROJSIZE, EMsg::PROJSET, EMsg::SETOP, EMsg::VOLSET,
-                            EMsg::RECONOPT, EMsg::RECONSTRUCT, EMsg::RECONSTATGET, EMsg::VOLGET})
-    {
-        SCOPED_TRACE(GetMsgName(eMsg));
-        CFakeServer aServer(Faults{{eMsg}});
-        CSession aSession;
-        EXPECT_FALSE(RunJob(aSession, aServer.GetPort()));
-        EXPECT_TRUE(aSession.WasRefused());
-        EXPECT_EQ(aSession.GetError().rfind(GetMsgName(eMsg), 0), 0u) << aSession.GetError();
-        std::uint64_t ulMemory = 0;
-        EXPECT_TRUE(aSession.GetServerMemory(ulMemory)) << aSession.GetError();
+        std::vector<RfactorSums> aSums;
+        CompareSums aCompared;
+        const bool bDone =
+            aSession.Open("127.0.0.1", aServer.GetPort(), 5s) && aSession.SetVolumeSize(2, 1, 1) &&
+            (iRequest == 0   ? aSession.GetServerMemory(ulMemory)
+             : iRequest == 1 ? aSession.GetSlices(1, 2, [](int, auto) { return true; })
+             : iRequest == 2 ? aSession.GetRfactors(0, aSums)
+                             : aSession.Compare(0, 0, g_aIdentity, {}, aCompared));
+        EXPECT_EQ(bDone, strReason.empty()) << aSession.GetError();
+        EXPECT_EQ(aSession.GetError().rfind(strReason, 0), 0u) << aSession.GetError();
+        EXPECT_EQ(aSession.IsOpen(), bDone);
         EXPECT_FALSE(aSession.WasRefused());
+        EXPECT_TRUE(ulMemory == 0 || ulMemory == (std::uint64_t(6) << 32 | 5)) << ulMemory;
     }
 }
 
-TEST(Session, EndsWhenTheServerDoes)
-{
-    for (const EMsg eMsg : {EMsg::PROJSIZE, EMsg::PROJSET, EMsg::VOLSET, EMsg::RECONSTRUCT,
-                            EMsg::RECONSTATGET, EMsg::VOLGET})
-    {
-        SCOPED_TRACE(GetMsgName(eMsg));
-        CFakeServer aServer(Faults{{}, eMsg});
-        CSession aSession;
-        EXPECT_FALSE(RunJob(aSession, aServer.GetPort()));
-        EXPECT_FALSE(aSession.WasRefused());
-        EXPECT_FALSE(aSession.IsOpen());
-        EXPECT_FALSE(aSession.GetError().empty());
-        EXPECT_FALSE(aSession.Reconstruct()) << "closed for good";
-    }
-}
-
-TEST(Session, DoesNotTakeTheReplyOfAnotherRequest)
-{
-    for (const Faults& rFaults :
-         {Faults{{}, EMsg::LOG, EMsg::PROJSIZE}, Faults{{}, EMsg::LOG, EMsg::VOLGET},
-          Faults{{}, EMsg::LOG, EMsg::LOG, EMsg::RECONOPT}})
-    {
-        CFakeServer aServer(rFaults);
-        CSession aSession;
-        EXPECT_FALSE(RunJob(aSession, aServer.GetPort()));
-        EXPECT_FALSE(aSession.IsOpen());
-        EXPECT_FALSE(aSession.WasRefused());
-    }
-}
-
-TEST(Session, ASinkThatFailsEndsTheTransfer)
-{
-    CFakeServer aServer;
-    CSession aSession;
-    ASSERT_TRUE(aSession.Open("127.0.0.1", aServer.GetPort(), 5s));
-    ASSERT_TRUE(aSession.SetVolumeSize(s_iX, s_iY, s_iZ));
-    EXPECT_FALSE(
-        aSession.GetSlices(s_iZ, s_iX * s_iY, [](int z, std::span<const float>) { return z < 1; }));
-    EXPECT_FALSE(aSession.IsOpen());
-}
-
-TEST(Session, AnInterruptEndsTheWait)
+TEST(ClientProtocol, WaitsEnd)
 {
     int aiPipe[2];
     ASSERT_EQ(pipe(aiPipe), 0);
-    // Nobody answers on this connection: the listening socket of a server that serves another.
-    CFakeServer aServer(Faults{});
-    CSession aFirst, aSecond;
-    ASSERT_TRUE(aFirst.Open("127.0.0.1", aServer.GetPort(), 5s));
-    aSecond.SetInterruptFd(aiPipe[0]);
-    ASSERT_TRUE(aSecond.Open("127.0.0.1", aServer.GetPort(), 5s));
+    const CCannedServer aSilent({}, false);  // as one that serves somebody else
+    CSession aSession;
+    std::uint64_t ulMemory = 0;
+    aSession.SetInterruptFd(aiPipe[0]);
+    ASSERT_TRUE(aSession.Open("127.0.0.1", aSilent.GetPort(), 5s));
     std::thread aUser(
         [&]
         {
             std::this_thread::sleep_for(50ms);
             EXPECT_EQ(write(aiPipe[1], "x", 1), 1);
         });
-    std::uint64_t ulMemory = 0;
-    EXPECT_FALSE(aSecond.GetServerMemory(ulMemory));
-    EXPECT_TRUE(aSecond.WasInterrupted()) << aSecond.GetError();
+    EXPECT_FALSE(aSession.GetServerMemory(ulMemory));
+    EXPECT_TRUE(aSession.WasInterrupted()) << aSession.GetError();
     aUser.join();
+    EXPECT_FALSE(aSession.Open("127.0.0.1", aSilent.GetPort(), 5s));
+    EXPECT_EQ(aSession.GetError(), "interrupted") << "before it began";
     close(aiPipe[0]);
     close(aiPipe[1]);
-}
-
-TEST(Session, SaysThatNobodyListens)
-{
-    CSession aSession;
+    aSession.SetInterruptFd(-1);
     EXPECT_FALSE(aSession.Open("127.0.0.1", 1, 5s));
     EXPECT_EQ(aSession.GetError(), "cannot reach a server at 127.0.0.1:1: Connection refused");
     EXPECT_FALSE(aSession.Open("no-such-host.invalid", 1, 5s));
-    EXPECT_NE(aSession.GetError().find("no-such-host.invalid"), std::string::npos);
+    EXPECT_EQ(aSession.GetError().rfind("cannot find host no-such-host.invalid: ", 0), 0u);
 }
 
 }  // namespace

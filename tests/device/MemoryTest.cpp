@@ -1,78 +1,67 @@
 // Owners of device memory, and copies between host rows and batches.
 
-#include <array>
 #include <numeric>
 
 #include "gpulib/Device/DeviceArray3D.h"
 #include "gpulib/Device/PitchedPtr3D.h"
 #include "tests/device/Rig.h"
 
-using Memory = Kernel;
-INSTANTIATE_TEST_SUITE_P(Backends, Memory, testing::ValuesIn(GetTestBackends()),
-                         [](const auto& rInfo) { return NameOf(rInfo.param); });
-
-TEST_P(Memory, RectanglesComeBackAndTheRestIsZero)
+TEST_P(Kernel, RectanglesComeBackAndTheRestIsZero)
 {
-    for (const int iLanes : {1, 2, 4, 5, 8, 9, 15, 16, 17, 32})
-        for (const auto& [iWidth, iHeight] : {std::pair{1, 1}, {3, 2}, {16, 5}, {67, 3}, {130, 2}})
+    const auto Sum = [](const Images& rImages)
+    { return std::accumulate(rImages.vf.begin(), rImages.vf.end(), 0.0); };
+    for (const int iRows : {1, 2, 4, 5, 8, 9, 15, 16, 17, 32})
+        for (const auto& [iX, iY] : {std::pair{1, 1}, {3, 2}, {16, 5}, {67, 3}, {130, 2}})
         {
-            SCOPED_TRACE(testing::Message() << iLanes << " rows of " << iWidth << " x " << iHeight);
-            const Image aIn = RandomImage(iWidth, iHeight, iLanes, 1, 2);
+            SCOPED_TRACE(testing::Message() << iRows << " rows of " << iX << " x " << iY);
+            const Images aIn = RandomImages(iX, iY, iRows, 1, 2);
             CDeviceArray2D aArray;
-            Rig::Fill(aArray, aIn, 2);
-            Image aOut(iWidth, iHeight, iLanes), aAll(iWidth + 4, iHeight + 4, iLanes);
-            ASSERT_TRUE(aArray.ToHost(aOut.Borrow(), 2, 2, iWidth, iHeight));
+            aArray.SetLanes(iRows);
+            ASSERT_TRUE(aArray.Create(iX + 5, iY + 3) &&
+                        aArray.HostToDevice(Borrow(aIn), 3, 2, iX, iY));
+            Images aOut(iX, iY, iRows), aAll(iX + 5, iY + 3, iRows);
+            ASSERT_TRUE(aArray.ToHost(Borrow(aOut), 3, 2, iX, iY) &&
+                        aArray.ToHost(Borrow(aAll), 0, 0, iX + 5, iY + 3));
             EXPECT_TRUE(SameBits(aIn.vf, aOut.vf));
-            ASSERT_TRUE(aArray.ToHost(aAll.Borrow(), 0, 0, iWidth + 4, iHeight + 4));
-            const auto Sum = [](const Image& rImage)
-            { return std::accumulate(rImage.vf.begin(), rImage.vf.end(), 0.0); };
             EXPECT_NEAR(Sum(aAll), Sum(aIn), 1e-9);  // values are at least 1: nothing else is set
 
             // Fewer rows than lanes: the lanes without a row become 0.
-            if (iLanes == 1) continue;
-            const Image aOne = aIn.Rows(0, 1);
-            ASSERT_TRUE(aArray.HostToDevice(aOne.Borrow(), 2, 2, iWidth, iHeight));
-            ASSERT_TRUE(aArray.ToHost(aOut.Borrow(), 2, 2, iWidth, iHeight));
+            const Images aOne = Part(aIn, 0, 1);
+            ASSERT_TRUE(aArray.HostToDevice(Borrow(aOne), 3, 2, iX, iY) &&
+                        aArray.ToHost(Borrow(aOut), 3, 2, iX, iY));
             EXPECT_NEAR(Sum(aOut), Sum(aOne), 1e-9);
         }
 }
 
-TEST_P(Memory, TablesInterleavePairs)
+TEST_P(Kernel, TablesInterleavePairs)
 {
-    const std::vector<float> vfA = {0, 1, 2, 3, 4, 5}, vfB = {10, 11, 12, 13, 14, 15};
-    CDeviceArray2D aPairs;
-    aPairs.SetChannels(2);
-    ASSERT_TRUE(aPairs.Create(3, 2));
-    ASSERT_TRUE(aPairs.HostToDevice(vfA.data(), vfB.data()));
-    float afGot[12];
-    ASSERT_TRUE(GetBackend()->DownloadTable(aPairs.GetImage(), afGot));
-    for (int i = 0; i < 6; ++i)
-    {
-        EXPECT_EQ(afGot[2 * i], vfA[i]);
-        EXPECT_EQ(afGot[2 * i + 1], vfB[i]);
-    }
+    CRig aRig;
+    std::vector<float> vfGot(12);
+    ASSERT_TRUE(GetBackend()->DownloadTable(
+        aRig.Pairs(3, {0, 1, 2, 3, 4, 5}, {10, 11, 12, 13, 14, 15}), vfGot.data()));
+    EXPECT_EQ(vfGot, (std::vector<float>{0, 10, 1, 11, 2, 12, 3, 13, 4, 14, 5, 15}));
 }
 
-TEST_P(Memory, BuffersClearCopyAndFree)
+TEST_P(Kernel, BuffersClearCopyAndFree)
 {
     const std::vector<float> vfIn = {1, 2, 3, 4, 5, 6};
+    ASSERT_TRUE(GetBackend()->SelectDevice(0));
     CDeviceArray3D aArray;
     CPitchedPtr3D aBuffer;
-    float afGot[6] = {};
-    EXPECT_TRUE(aBuffer.ToHost(afGot)) << "empty: nothing to do";
-    ASSERT_TRUE(aArray.Create(3, 1, 2) && aArray.HostToDevice(vfIn.data()));
-    ASSERT_TRUE(aBuffer.Create(3, 1, 2) &&
-                GetBackend()->Copy(aBuffer.GetImage(), aArray.GetImage()));
-    ASSERT_TRUE(aBuffer.ToHost(afGot));
-    EXPECT_EQ(std::vector<float>(afGot, afGot + 6), vfIn);
+    std::vector<float> vfGot(6);
+    EXPECT_TRUE(aBuffer.ToHost(vfGot.data())) << "empty: nothing to do";
+    ASSERT_TRUE(
+        aArray.Create(3, 1, 2) && aArray.HostToDevice(vfIn.data()) && aBuffer.Create(3, 1, 2) &&
+        GetBackend()->Copy(aBuffer.GetImage(), aArray.GetImage()) && aBuffer.ToHost(vfGot.data()));
+    EXPECT_EQ(vfGot, vfIn);
 
     CPitchedPtr2D aPitched;
     CDeviceArray2D aTarget;
-    ASSERT_TRUE(aPitched.Create(3, 2) && aTarget.Create(3, 2));
-    ASSERT_TRUE(aTarget.HostToDevice(vfIn.data()));
-    ASSERT_TRUE(GetBackend()->Copy(aPitched.GetImage(), aTarget.GetImage()));
-    ASSERT_TRUE(aPitched.Init(7) && aPitched.ToHost(afGot));
-    EXPECT_EQ(std::vector<float>(afGot, afGot + 6), std::vector<float>(6, 0));
+    ASSERT_TRUE(aPitched.Create(3, 2) && aTarget.Create(3, 2) &&
+                aTarget.HostToDevice(vfIn.data()) &&
+                GetBackend()->Copy(aPitched.GetImage(), aTarget.GetImage()) && aPitched.Init(7) &&
+                aPitched.ToHost(vfGot.data()));
+    EXPECT_EQ(vfGot, std::vector<float>(6, 0));
     for (int i = 0; i < 2; ++i)
     {
         aPitched.Free();
@@ -80,37 +69,39 @@ TEST_P(Memory, BuffersClearCopyAndFree)
     }
 }
 
-TEST_P(Memory, RefusalsNameTheirNumbers)
+TEST_P(Kernel, MemoryIsRefusedWithItsNumbers)
 {
+    CRig aRig;
     CDeviceArray2D aArray;
     CPitchedPtr2D aDoubles;
     aDoubles.SetDouble();
     float afValues[4] = {};
     ASSERT_TRUE(aDoubles.Create(2, 2));
-    struct Refusal
-    {
-        bool bDone;
-        std::string strWords;
-    };
-    const auto Note = [](bool bDone) { return Refusal{bDone, TakeDeviceError()}; };
-    for (const auto& [rGot, strExpected] :
+    const Images aSmall(2, 2, 1);
+    CDeviceArray2D aImage;
+    aImage.SetLanes(1);
+    ASSERT_TRUE(aImage.Create(4, 4));
+    const auto Fill = [&](int iX, int iY, int iWidth, int iHeight)
+    { return aImage.HostToDevice(Borrow(aSmall), iX, iY, iWidth, iHeight); };
+    const auto Note = [](bool bDone) { return std::pair{bDone, TakeDeviceError()}; };
+    for (const auto& [aGot, pcExpected] :
          {std::pair{Note(aArray.Create(0, 3)), "0 x 3"},
           {Note(aArray.Create(4, -1)), "4 x -1"},
           {Note(aArray.Create(1 << 30, 1 << 30)), "1073741824 x 1073741824"},
           {Note(aArray.HostToDevice(afValues)), "empty"},
+          {Note(aArray.CreateLent(nullptr, 2, 2)), "lend array"},
           {Note(aDoubles.ToHost(afValues)), "doubles"},
-          {Note(GetBackend()->SelectDevice(5)), "device 5 of 1"}})
+          {Note(GetBackend()->SelectDevice(99)), "device 99 of "},
+          {Note(GetBackend()->SelectDevice(-1)), "device -1 of "},
+          {Note(GetBackend()->Copy(aImage.GetImage(), aDoubles.GetImage())), "2 x 2 x 1 to 4 x 4"},
+          {Note(GetBackend()->Clear(DeviceImage())), "clear: "},
+          {Note(Fill(3, 0, 2, 2)), "2 x 2 at (3, 0)"},
+          {Note(Fill(0, 3, 2, 2)), "2 x 2 at (0, 3)"},
+          {Note(Fill(-1, 0, 2, 2)), "2 x 2 at (-1, 0)"},
+          {Note(Fill(0, 0, -2, 2)), "-2 x 2 at"},
+          {Note(Fill(2147483647, 0, 2, 2)), "at (2147483647, 0)"}})
     {
-        EXPECT_FALSE(rGot.bDone);
-        EXPECT_NE(rGot.strWords.find(strExpected), std::string::npos) << rGot.strWords;
+        EXPECT_FALSE(aGot.first) << pcExpected;
+        EXPECT_NE(aGot.second.find(pcExpected), std::string::npos) << aGot.second;
     }
-    const Image aSmall(2, 2, 1);
-    ASSERT_TRUE(aArray.Create(4, 4));
-    for (const auto& [x, y, iWidth, iHeight] : {std::array{3, 0, 2, 2},
-                                                {0, 3, 2, 2},
-                                                {-1, 0, 2, 2},
-                                                {0, 0, -2, 2},
-                                                {2147483647, 0, 2, 2}})
-        EXPECT_FALSE(aArray.HostToDevice(aSmall.Borrow(), x, y, iWidth, iHeight));
-    EXPECT_NE(TakeDeviceError(), "");
 }

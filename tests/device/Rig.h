@@ -4,8 +4,8 @@
 
 #include <cmath>
 #include <cstring>
+#include <deque>
 #include <random>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -14,109 +14,106 @@
 #include "gpulib/Device/DeviceError.h"
 #include "gpulib/Device/PitchedPtr2D.h"
 #include "tests/backends/Backends.h"
+#include "tests/oracle/JobOracle.h"
 
-/// Host values of an image for some rows: [row][y][x].
-struct Image
+// The values of a batch are images [row of the batch][y][x].
+
+inline HostRows<const float> Borrow(const Images& rImages)
 {
-    int iWidth = 0, iHeight = 0, iRows = 1;
-    std::vector<float> vf;
-
-    Image(int iW, int iH, int iR) : iWidth(iW), iHeight(iH), iRows(iR), vf(Size()) {}
-    std::size_t Size() const { return std::size_t(iWidth) * iHeight * iRows; }
-    float& At(int r, int y, int x) { return vf[(std::size_t(r) * iHeight + y) * iWidth + x]; }
-    float At(int r, int y, int x) const { return const_cast<Image*>(this)->At(r, y, x); }
-    /// The rows [iFirst, iFirst + iCount).
-    Image Rows(int iFirst, int iCount) const
-    {
-        Image aPart(iWidth, iHeight, iCount);
-        aPart.vf.assign(vf.begin() + std::size_t(iFirst) * iWidth * iHeight,
-                        vf.begin() + std::size_t(iFirst + iCount) * iWidth * iHeight);
-        return aPart;
-    }
-    HostRows<float> Borrow()
-    {
-        return {vf.data(), std::size_t(iWidth), std::size_t(iWidth) * iHeight, iRows};
-    }
-    HostRows<const float> Borrow() const
-    {
-        return {vf.data(), std::size_t(iWidth), std::size_t(iWidth) * iHeight, iRows};
-    }
-};
-
-inline Image RandomImage(int iWidth, int iHeight, int iRows, float fLow, float fHigh, int iSeed = 1)
+    return {rImages.vf.data(), std::size_t(rImages.iX), rImages.GetPixels(), rImages.iN};
+}
+inline HostRows<float> Borrow(Images& rImages)
 {
-    Image aImage(iWidth, iHeight, iRows);
-    std::mt19937 aEngine(iSeed);
-    std::uniform_real_distribution<float> aValues(fLow, fHigh);
-    for (float& rValue : aImage.vf) rValue = aValues(aEngine);
-    return aImage;
+    return {rImages.vf.data(), std::size_t(rImages.iX), rImages.GetPixels(), rImages.iN};
 }
 
-/// The arrays of one device that the kernels work on.
-struct Rig
+inline Images RandomImages(int iX, int iY, int iN, float fLow, float fHigh, unsigned uiSeed = 1)
 {
-    CDeviceArray2D aVol, aRaw, aProjs, aCosSin, aIndex, aRange;
-    CPitchedPtr2D aSums, aOut;
-    std::vector<float> vfCos, vfSin;
+    Images aImages(iX, iY, iN);
+    std::mt19937 aEngine(uiSeed);
+    std::uniform_real_distribution<float> aValues(fLow, fHigh);
+    for (float& rfValue : aImages.vf) rfValue = aValues(aEngine);
+    return aImages;
+}
 
-    Rig() { EXPECT_TRUE(GetBackend()->SelectDevice(0)); }
-
-    void SetAngles(const std::vector<double>& rDegrees)
-    {
-        for (const double dAngle : rDegrees)
-        {
-            vfCos.push_back(float(std::sin((90 - dAngle) * M_PI / 180)));
-            vfSin.push_back(float(std::sin(dAngle * M_PI / 180)));
-        }
-        aCosSin.SetChannels(2);
-        ASSERT_TRUE(aCosSin.Create(int(rDegrees.size()), 1));
-        ASSERT_TRUE(aCosSin.HostToDevice(vfCos.data(), vfSin.data()));
-    }
-    void SetIndex(const std::vector<unsigned>& rIndex)
-    {
-        aIndex.SetUInt();
-        ASSERT_TRUE(aIndex.Create(int(rIndex.size()), 1));
-        ASSERT_TRUE(aIndex.HostToDevice(rIndex.data()));
-    }
-    /// An array for a batch, with a frame of iFrame zeros around the image.
-    static void Fill(CDeviceArray2D& rArray, const Image& rImage, int iFrame = 0)
-    {
-        rArray.SetLanes(rImage.iRows);
-        ASSERT_TRUE(rArray.Create(rImage.iWidth + 2 * iFrame, rImage.iHeight + 2 * iFrame));
-        ASSERT_TRUE(
-            rArray.HostToDevice(rImage.Borrow(), iFrame, iFrame, rImage.iWidth, rImage.iHeight));
-    }
-    static void Fill(CPitchedPtr2D& rBuffer, const Image& rImage)
-    {
-        rBuffer.SetLanes(rImage.iRows);
-        ASSERT_TRUE(rBuffer.Create(rImage.iWidth, rImage.iHeight));
-        ASSERT_TRUE(GetBackend()->Upload(rBuffer.GetImage(), rImage.Borrow(), 0, 0, rImage.iWidth,
-                                         rImage.iHeight));
-    }
-    static Image Read(const CPitchedPtr2D& rBuffer, int iRows)
-    {
-        Image aImage(rBuffer.GetImage().iWidth, rBuffer.GetImage().iHeight, iRows);
-        EXPECT_TRUE(rBuffer.ToHost(aImage.Borrow()));
-        return aImage;
-    }
-};
-
-/// |a - b| / |b| over all values; NaN when one is NaN.
-inline double RelativeError(std::span<const float> vfGot, std::span<const double> vdExpected)
+/// The images [iFirst, iFirst + iCount).
+inline Images Part(const Images& rImages, int iFirst, int iCount)
 {
-    double dError = 0, dNorm = 0;
-    for (std::size_t i = 0; i < vdExpected.size(); ++i)
-    {
-        dError += (vfGot[i] - vdExpected[i]) * (vfGot[i] - vdExpected[i]);
-        dNorm += vdExpected[i] * vdExpected[i];
-    }
-    return dNorm > 0 ? std::sqrt(dError / dNorm) : std::sqrt(dError);
+    Images aPart(rImages.iX, rImages.iY, iCount);
+    std::copy_n(rImages.vf.begin() + std::ptrdiff_t(iFirst * rImages.GetPixels()), aPart.vf.size(),
+                aPart.vf.begin());
+    return aPart;
 }
 
 inline bool SameBits(const std::vector<float>& rA, const std::vector<float>& rB)
 {
     return rA.size() == rB.size() && std::memcmp(rA.data(), rB.data(), rA.size() * 4) == 0;
 }
+
+/// Device images of host values; they live as long as the rig.
+class CRig
+{
+public:
+    CRig() { EXPECT_TRUE(GetBackend()->SelectDevice(0)); }
+
+    /// What kernels sample, with iFrame zeros around each image.
+    DeviceImage Array(const Images& rImages, int iFrame = 0)
+    {
+        CDeviceArray2D& rArray = m_vArrays.emplace_back();
+        rArray.SetLanes(rImages.iN);
+        EXPECT_TRUE(rArray.Create(rImages.iX + 2 * iFrame, rImages.iY + 2 * iFrame) &&
+                    rArray.HostToDevice(Borrow(rImages), iFrame, iFrame, rImages.iX, rImages.iY));
+        return rArray.GetImage();
+    }
+    DeviceImage Pairs(int iWidth, const std::vector<float>& rA, const std::vector<float>& rB)
+    {
+        CDeviceArray2D& rArray = m_vArrays.emplace_back();
+        rArray.SetChannels(2);
+        EXPECT_TRUE(rArray.Create(iWidth, int(rA.size()) / iWidth) &&
+                    rArray.HostToDevice(rA.data(), rB.data()));
+        return rArray.GetImage();
+    }
+    DeviceImage List(const std::vector<unsigned>& rList)
+    {
+        CDeviceArray2D& rArray = m_vArrays.emplace_back();
+        rArray.SetUInt();
+        EXPECT_TRUE(rArray.Create(int(rList.size()), 1) && rArray.HostToDevice(rList.data()));
+        return rArray.GetImage();
+    }
+    DeviceImage Lent(const Images& rImage)
+    {
+        CDeviceArray2D& rArray = m_vArrays.emplace_back();
+        EXPECT_TRUE(rArray.CreateLent(rImage.vf.data(), rImage.iX, rImage.iY));
+        return rArray.GetImage();
+    }
+    /// What kernels write.
+    DeviceImage Buffer(const Images& rImages)
+    {
+        CPitchedPtr2D& rBuffer = m_vBuffers.emplace_back();
+        rBuffer.SetLanes(rImages.iN);
+        EXPECT_TRUE(rBuffer.Create(rImages.iX, rImages.iY) &&
+                    GetBackend()->Upload(rBuffer.GetImage(), Borrow(rImages), 0, 0, rImages.iX,
+                                         rImages.iY));
+        return rBuffer.GetImage();
+    }
+    DeviceImage Doubles(int iWidth, int iHeight)
+    {
+        CPitchedPtr2D& rBuffer = m_vBuffers.emplace_back();
+        rBuffer.SetDouble();
+        EXPECT_TRUE(rBuffer.Create(iWidth, iHeight));
+        return rBuffer.GetImage();
+    }
+    static Images Read(const DeviceImage& rImage, int iRows)
+    {
+        Images aImages(rImage.iWidth, rImage.iHeight, iRows);
+        EXPECT_TRUE(GetBackend()->Download(rImage, Borrow(aImages), 0, 0, aImages.iX, aImages.iY));
+        return aImages;
+    }
+
+private:
+    std::deque<CDeviceArray2D> m_vArrays;
+    std::deque<CPitchedPtr2D> m_vBuffers;
+};
 
 /// Runs on every backend of the program.
 class Kernel : public testing::TestWithParam<std::string>
@@ -132,4 +129,6 @@ protected:
         EXPECT_EQ(TakeDeviceError(), "");
         SetBackend(nullptr);
     }
+    /// Whether the texture unit interpolates, with weights of 8 bits.
+    static bool mFilters() { return GetParam() == "cuda"; }
 };

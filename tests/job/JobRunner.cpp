@@ -5,15 +5,16 @@
 #include <random>
 #include <thread>
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/BackProj.h"
-#include "gpulib/App/ForProj.h"
-#include "gpulib/App/TomoEm.h"
-#include "gpulib/App/TomoSart.h"
-#include "gpulib/App/TomoSmooth.h"
-#include "gpulib/App/TomoVolume.h"
+#include "gpulib/App/Iteration/TomoEm.h"
+#include "gpulib/App/Iteration/TomoSart.h"
+#include "gpulib/App/Job.h"
+#include "gpulib/App/Project/BackProj.h"
+#include "gpulib/App/Project/ForProj.h"
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
+#include "gpulib/Device/Host/HostBackend.h"
 #include "tests/backends/Backends.h"
 
 namespace
@@ -34,19 +35,12 @@ std::vector<float> Unload(const Util_Volume& rVolume)
     return {rVolume.GetData(), rVolume.GetData() + rVolume.GetVoxels()};
 }
 
-std::unique_ptr<CReconBase> MakeLibraryJob(const TestJob& rJob)
+std::unique_ptr<CReconBase> MakeLibraryJob(const TestJob& rTest, const ReconJob& rJob)
 {
-    if (rJob.bReproject) return std::make_unique<CForProj>();
-    if (rJob.eMethod == EMethod::eBackProj) return std::make_unique<CBackProj>();
-    std::unique_ptr<CTomoRecon> pRecon;
-    if (rJob.eMethod == EMethod::eSart)
-        pRecon = std::make_unique<CTomoSart>();
-    else
-        pRecon = std::make_unique<CTomoEm>();
-    pRecon->SetIterations(unsigned(rJob.iIterations));
-    pRecon->SetNumSets(rJob.uiSets, rJob.vuiSetSize);
-    pRecon->SetRelax(rJob.vfRelax);
-    return pRecon;
+    if (rTest.bReproject) return std::make_unique<CForProj>(rJob);
+    if (rTest.eMethod == EMethod::eBackProj) return std::make_unique<CBackProj>(rJob);
+    if (rTest.eMethod == EMethod::eSart) return std::make_unique<CTomoSart>(rJob);
+    return std::make_unique<CTomoEm>(rJob);
 }
 }  // namespace
 
@@ -77,11 +71,14 @@ TestData MakeData(const TestJob& rJob, unsigned uiSeed)
     return aData;
 }
 
-TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& strBackend,
-                int iWorkers, int iMaxRows)
+TestData RunJob(const TestJob& rJob, const TestData& rStart, const Machine& rMachine)
 {
     SetBackend(nullptr);
-    SetBackend(MakeTestBackend(strBackend, iWorkers, iMaxRows));
+    SetBackend(rMachine.iCores == 0
+                   ? MakeTestBackend(rMachine.strBackend, rMachine.iWorkers, rMachine.iMaxRows)
+                   : std::make_unique<CHostBackend>(Baseline::g_aKernels, rMachine.iWorkers,
+                                                    rMachine.iCores, rMachine.iMaxRows));
+    const int iWorkers = std::min(rMachine.iWorkers, GetBackend()->GetDeviceCount());
     TestData aResult = rStart;
     Util_Volume aStack, aVolume, aKernel;
     Load(aStack, rJob.iProjX, rJob.iY, CountProjs(rJob), rStart.vfProjs);
@@ -90,26 +87,30 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const std::string& 
         Load(aKernel, rJob.aiKernel[0], rJob.aiKernel[1], rJob.aiKernel[2], rJob.vfKernel);
     CTomoVolume aTomoVol(&aVolume, iWorkers);
     const std::vector<unsigned> vuiList = GetList(rJob);
+    ReconJob aJob = {&aStack,
+                     &aTomoVol,
+                     rJob.vfAngles,
+                     rStart.vuiRangeX,
+                     vuiList,
+                     {},
+                     unsigned(rJob.iIterations),
+                     rJob.uiSets,
+                     rJob.vuiSetSize,
+                     rJob.vfRelax,
+                     rJob.vfKernel.empty() ? nullptr : &aKernel,
+                     rJob.uiInterval};
+    if (rJob.aBox) aJob.aBox = {rJob.aBox->afCentre, rJob.aBox->afHalf};
 
     std::vector<std::vector<double>> vvRfactor(iWorkers);
     std::vector<std::string> vstrErrors(iWorkers);
     const auto Work = [&](int i)
     {
         const int iRows = rJob.iY / iWorkers, iStart = i * iRows;
-        const std::unique_ptr<CReconBase> pJob = MakeLibraryJob(rJob);
-        CTomoSmooth aSmooth;
-        aSmooth.SetVolume(&aVolume);
-        aSmooth.SetKernel(rJob.vfKernel.empty() ? nullptr : &aKernel);
-        aSmooth.SetDeviceInfo(iWorkers, i == rJob.iFailingWorker ? 99 : i, i);
+        const std::unique_ptr<CReconBase> pJob = MakeLibraryJob(rJob, aJob);
         const auto pRecon = dynamic_cast<CTomoRecon*>(pJob.get());
-        if (pRecon) pRecon->SetSmooth(&aSmooth, rJob.uiInterval);
-        pJob->SetProjs(&aStack, rJob.vfAngles);
-        pJob->SetVolume(&aTomoVol);
-        pJob->SetRangeX(rStart.vuiRangeX);
-        pJob->SetProjIndices(vuiList);
-        if (rJob.aBox) pJob->SetPreweightBox(rJob.aBox->afCentre.data(), rJob.aBox->afHalf.data());
-        if (!GetBackend()->SelectDevice(i) ||
-            !pJob->DoIt(iStart, i + 1 < iWorkers ? iRows : rJob.iY - iStart))
+        const int iSize = i + 1 < iWorkers ? iRows : rJob.iY - iStart;
+        const JobShare aShare = {iStart, iSize, i, iWorkers, i == rJob.iFailingWorker ? 99 : i};
+        if (!GetBackend()->SelectDevice(i) || !pJob->DoIt(aShare))
         {
             vstrErrors[i] = TakeDeviceError();
             aTomoVol.Abort();

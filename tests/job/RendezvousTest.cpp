@@ -4,8 +4,8 @@
 #include <thread>
 #include <vector>
 
+#include "Util/TomoVolume.h"
 #include "Util/Util_Volume.h"
-#include "gpulib/App/TomoVolume.h"
 
 namespace
 {

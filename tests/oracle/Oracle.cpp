@@ -204,7 +204,7 @@ Values COracle::SumAbs(const Values& rRows) const
         for (int x = 0; x < iColumns; ++x)
         {
             const double dValue = rRows[std::size_t(n) * iX + std::min(x, iX - 1)];
-            if (dValue > -1e15) dSum += std::fabs(dValue);
+            if (dValue > -1e15f) dSum += std::fabs(dValue);
         }
         vdSums.push_back(dSum);
     }

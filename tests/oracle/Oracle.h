@@ -113,6 +113,8 @@ public:
 
     const Values& GetPreWeights() const { return m_vdPre; }  ///< [proj][x]
     const Values& GetPrjWeights() const { return m_vdPrj; }
+    const std::vector<float>& GetCos() const { return m_vfCos; }  ///< [proj]
+    const std::vector<float>& GetSin() const { return m_vfSin; }
 
 private:
     double mSample(const Values& rSlice, double dX, double dZ) const;

@@ -14,11 +14,15 @@ cudaError_t Note(cudaError_t eError)
     return eError;
 }
 
-cudaError_t Begin(const char* pcCall)
+cudaError_t Begin(const char* pcCall, CDevice* pDevice)
 {
     if (Sys().iDevices < 0) return cudaErrorInsufficientDriver;
     if (Sys().iDevices == 0) return cudaErrorNoDevice;
-    return Sys().aFailures.Take(pcCall);
+    const cudaError_t eError = Sys().aFailures.Take(pcCall);
+    const bool bLasts = eError == cudaErrorIllegalAddress || eError == cudaErrorLaunchFailure ||
+                        eError == cudaErrorLaunchTimeout || eError == cudaErrorECCUncorrectable;
+    if (bLasts && pDevice) pDevice->Break(eError);
+    return eError;
 }
 
 CDevice* Current()
@@ -37,29 +41,6 @@ CDevice* OwnerOf(cudaStream_t pStream)
 {
     return pStream ? Sys().aOwners.Find(EKind::eStream, pStream) : Current();
 }
-
-bool IsSticky(cudaError_t eError)
-{
-    return eError == cudaErrorIllegalAddress || eError == cudaErrorLaunchFailure ||
-           eError == cudaErrorLaunchTimeout || eError == cudaErrorECCUncorrectable;
-}
-
-CCall::CCall(const char* pcCall, CDevice* pDevice, bool bRelease)
-    : m_pDevice(pDevice), m_eRefusal(Begin(pcCall))
-{
-    if (pDevice && IsSticky(m_eRefusal)) pDevice->Break(m_eRefusal);
-    if (!pDevice && m_eRefusal == cudaSuccess) m_eRefusal = cudaErrorInvalidResourceHandle;
-    m_bRefused = m_eRefusal != cudaSuccess;
-    if (m_bRefused) return;
-    m_aLock = std::unique_lock(pDevice->GetMutex());
-    m_bRefused = pDevice->IsBroken() && !bRelease;
-}
-
-cudaError_t CCall::End(cudaError_t eError) const
-{
-    if (m_eRefusal != cudaSuccess) return Note(m_eRefusal);
-    return Note(m_pDevice->IsBroken() ? m_pDevice->GetSticky() : eError);
-}
 }  // namespace SoftCuda
 
 using namespace SoftCuda;
@@ -75,20 +56,14 @@ cudaError_t cudaSetDevice(int device)
 
 cudaError_t cudaGetDevice(int* device)
 {
-    const cudaError_t eError = Begin(__func__);
-    if (eError == cudaSuccess) *device = t_iDevice;
-    return Note(eError);
-}
-
-cudaError_t cudaPeekAtLastError()
-{
-    const bool bBroken = Sys().iDevices > 0 && Current()->IsBroken();
-    return bBroken ? Current()->GetSticky() : t_eLast;
+    *device = t_iDevice;
+    return Note(Begin(__func__));
 }
 
 cudaError_t cudaGetLastError()
 {
-    const cudaError_t eError = cudaPeekAtLastError();
+    const bool bBroken = Sys().iDevices > 0 && Current()->IsBroken();
+    const cudaError_t eError = bBroken ? Current()->GetSticky() : t_eLast;
     t_eLast = cudaSuccess;
     return eError;
 }

@@ -13,7 +13,7 @@
 
 namespace SoftCuda
 {
-class CDevice;
+enum class EKind;
 
 /// A place in a stream: what an event remembers of its last cudaEventRecord.
 struct Record
@@ -33,7 +33,6 @@ struct Operation
 struct CUstream_st
 {
     std::deque<SoftCuda::Operation> aQueue;
-    bool bDestroyed = false;  // by the program, with work left
 };
 
 struct CUevent_st
@@ -44,12 +43,11 @@ struct CUevent_st
 
 struct cudaArray
 {
-    unsigned char* puTexels = nullptr;  // [layer][y][x], no padding
+    std::vector<unsigned char> vuTexels;  // [layer][y][x], no padding
     cudaChannelFormatDesc aFormat{};
     std::size_t tElement = 0;  // bytes
     cudaExtent aSize{};        // elements, none is 0
     unsigned int uFlags = 0;
-    std::size_t GetBytes() const { return tElement * aSize.width * aSize.height * aSize.depth; }
 };
 
 namespace SoftCuda
@@ -80,7 +78,10 @@ public:
 
     // Streams.
     CUstream_st& GetStream(cudaStream_t pStream) { return pStream ? *pStream : *m_vStreams[0]; }
-    void Enqueue(CUstream_st& rStream, std::function<void()> Run) { mPush(rStream, {Run, {}}); }
+    void Enqueue(CUstream_st& rStream, std::function<void()> Run)
+    {
+        rStream.aQueue.push_back({std::move(Run), {}});
+    }
     void Mark(CUstream_st& rStream, CUevent_st& rEvent);
     void Drain(CUstream_st& rStream);
     void RunUntil(const std::shared_ptr<Record>& pRecord);  ///< null: nothing to wait for
@@ -88,44 +89,34 @@ public:
     void Synchronize();
     cudaStream_t AddStream();
     void DestroyStream(cudaStream_t pStream);
-    cudaEvent_t AddEvent(bool bTiming);
-    void DestroyEvent(cudaEvent_t pEvent);
 
     // Memory. New memory holds 0xFF bytes: quiet NaNs. Freeing waits for the device.
-    unsigned char* Allocate(std::size_t tBytes);  ///< null: the device is full
-    void Free(void* pvMemory);
+    void* Allocate(EKind eKind, std::size_t tBytes);            ///< null: the device is full
     bool Holds(const void* pvFirst, std::size_t tBytes) const;  ///< within one allocation
-    void* AllocatePinned(std::size_t tBytes);                   ///< host memory
-    void FreePinned(void* pvMemory);
-    cudaArray* AddArray(const cudaArray& rShape);  ///< null: the device is full
-    void FreeArray(cudaArray* pArray);
+    cudaArray_t AddArray(const cudaArray& rShape);              ///< null: the device is full
+    void Free(const void* pvBegin, std::size_t tBytes);         ///< tBytes: of the device
 
     // Texture and surface objects; a handle is never used twice.
     unsigned long long AddObject(const Object& rObject);
     Object* FindObject(unsigned long long uHandle, bool bTexture);  ///< null: no such, or dead
 
-    void FreeAll();  ///< after the work that is queued
-    void Forget();   ///< frees all, drops the work, takes the errors and counts back
-    void Count(LiveObjects& rLive) const;
+    void Forget();  ///< frees all, drops the work, takes the errors and counts back
+    int CountObjects() const;
     std::size_t GetUsed() const { return m_tUsed; }
     std::size_t GetPeak() const { return m_tPeak; }
 
     // Settings and counts, changed while no other thread calls the runtime.
-    int m_iDevice = 0;
     std::size_t m_tMemory = 0;
     int m_iCapability = 0;
     std::atomic<int> m_iLaunches = 0;
 
 private:
-    void mPush(CUstream_st& rStream, Operation aOp) { rStream.aQueue.push_back(std::move(aOp)); }
     void mRunOthers(const CUstream_st& rStream);
     bool mTake(std::size_t tBytes);
 
     std::mutex m_aMutex;
     std::atomic<cudaError_t> m_eSticky = cudaSuccess;
-    std::vector<std::unique_ptr<CUstream_st>> m_vStreams;  // the first: the default stream
-    std::vector<std::unique_ptr<CUevent_st>> m_vEvents;
-    std::vector<std::unique_ptr<cudaArray>> m_vArrays;
+    std::vector<std::shared_ptr<CUstream_st>> m_vStreams;  // the first: the default stream
     std::vector<Object> m_vObjects;
     std::size_t m_tUsed = 0, m_tPeak = 0;
     bool m_bRunningOthers = false;

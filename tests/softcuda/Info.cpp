@@ -55,11 +55,12 @@ cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device)
 
 cudaError_t cudaMemGetInfo(std::size_t* free, std::size_t* total)
 {
-    const CCall aCall(__func__, Current());
-    if (aCall.IsRefused()) return aCall.End();
-    *total = aCall->m_tMemory;
-    *free = *total > aCall->GetUsed() ? *total - aCall->GetUsed() : 0;
-    return aCall.End();
+    const auto Work = [=](CDevice& rDevice)
+    {
+        *total = rDevice.m_tMemory;
+        *free = *total > rDevice.GetUsed() ? *total - rDevice.GetUsed() : 0;
+    };
+    return Call(__func__, Current(), Work);
 }
 
 const char* cudaGetErrorName(cudaError_t error)
@@ -73,14 +74,5 @@ const char* cudaGetErrorString(cudaError_t error)
 
 cudaError_t cudaDeviceSynchronize()
 {
-    const CCall aCall(__func__, Current());
-    if (!aCall.IsRefused()) aCall->Synchronize();
-    return aCall.End();
-}
-
-cudaError_t cudaDeviceReset()
-{
-    const CCall aCall(__func__, Current());
-    if (!aCall.IsRefused()) aCall->FreeAll();
-    return aCall.End();
+    return Call(__func__, Current(), [](CDevice& rDevice) { rDevice.Synchronize(); });
 }

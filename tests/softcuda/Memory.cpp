@@ -6,57 +6,58 @@
 
 using namespace SoftCuda;
 
+namespace
+{
+cudaError_t Free(const char* pcCall, EKind eKind, const void* pvBegin)
+{
+    std::size_t tBytes = 0;
+    CDevice* const pOwner = Sys().aOwners.Find(eKind, pvBegin, &tBytes);
+    const auto Work = [&](CDevice& rDevice)
+    {
+        if (!pOwner) return pvBegin ? cudaErrorInvalidValue : cudaSuccess;
+        rDevice.Free(pvBegin, eKind == EKind::eMemory ? tBytes : 0);
+        return cudaSuccess;
+    };
+    return Call(pcCall, pOwner ? pOwner : Current(), Work, true);
+}
+}  // namespace
+
 cudaError_t cudaMalloc(void** devPtr, std::size_t size)
 {
-    const CCall aCall(__func__, Current());
-    if (aCall.IsRefused()) return aCall.End();
-    *devPtr = size > 0 ? aCall->Allocate(size) : nullptr;
-    return aCall.End(*devPtr || size == 0 ? cudaSuccess : cudaErrorMemoryAllocation);
+    const auto Work = [&](CDevice& rDevice)
+    {
+        *devPtr = size > 0 ? rDevice.Allocate(EKind::eMemory, size) : nullptr;
+        return *devPtr || size == 0 ? cudaSuccess : cudaErrorMemoryAllocation;
+    };
+    return Call(__func__, Current(), Work);
 }
 
 cudaError_t cudaMallocPitch(void** devPtr, std::size_t* pitch, std::size_t width,
                             std::size_t height)
 {
-    const CCall aCall(__func__, Current());
-    if (aCall.IsRefused()) return aCall.End();
-    if (width == 0 || height == 0 || width > std::numeric_limits<std::size_t>::max() / height / 2)
-        return aCall.End(cudaErrorInvalidValue);
-    *pitch = (width + 511) / 512 * 512;
-    *devPtr = aCall->Allocate(*pitch * height);
-    return aCall.End(*devPtr ? cudaSuccess : cudaErrorMemoryAllocation);
-}
-
-cudaError_t cudaFree(void* devPtr)
-{
-    CDevice* pOwner = Sys().aOwners.Find(EKind::eMemory, devPtr);
-    const CCall aCall(__func__, pOwner ? pOwner : Current(), true);
-    if (aCall.IsRefused() || !devPtr) return aCall.End();
-    if (!pOwner) return aCall.End(cudaErrorInvalidValue);
-    pOwner->Free(devPtr);
-    return aCall.End();
-}
-
-cudaError_t cudaHostAlloc(void** pHost, std::size_t size, unsigned int flags)
-{
-    const CCall aCall(__func__, Current());
-    if (aCall.IsRefused()) return aCall.End();
-    if (size == 0 || flags > cudaHostAllocPortable) return aCall.End(cudaErrorInvalidValue);
-    *pHost = aCall->AllocatePinned(size);
-    return aCall.End();
+    const auto Work = [&](CDevice& rDevice)
+    {
+        constexpr std::size_t tMost = std::numeric_limits<std::size_t>::max() / 2;
+        if (width == 0 || height == 0 || width > tMost / height) return cudaErrorInvalidValue;
+        *pitch = (width + 511) / 512 * 512;
+        *devPtr = rDevice.Allocate(EKind::eMemory, *pitch * height);
+        return *devPtr ? cudaSuccess : cudaErrorMemoryAllocation;
+    };
+    return Call(__func__, Current(), Work);
 }
 
 cudaError_t cudaMallocHost(void** ptr, std::size_t size)
 {
-    const cudaError_t eError = Begin(__func__);
-    return eError == cudaSuccess ? cudaHostAlloc(ptr, size, 0) : Note(eError);
+    const auto Work = [=](CDevice& rDevice) { *ptr = rDevice.Allocate(EKind::ePinned, size); };
+    return Call(__func__, Current(), Work);
+}
+
+cudaError_t cudaFree(void* devPtr)
+{
+    return Free(__func__, EKind::eMemory, devPtr);
 }
 
 cudaError_t cudaFreeHost(void* ptr)
 {
-    CDevice* pOwner = Sys().aOwners.Find(EKind::ePinned, ptr);
-    const CCall aCall(__func__, pOwner ? pOwner : Current(), true);
-    if (aCall.IsRefused() || !ptr) return aCall.End();
-    if (!pOwner) return aCall.End(cudaErrorInvalidValue);
-    pOwner->FreePinned(ptr);
-    return aCall.End();
+    return Free(__func__, EKind::ePinned, ptr);
 }

@@ -14,13 +14,8 @@ namespace SoftCuda
 /// What the program holds, over all devices.
 struct LiveObjects
 {
-    int iAllocations = 0, iPinned = 0, iArrays = 0;
-    int iTextures = 0, iSurfaces = 0;
-    int iStreams = 0, iEvents = 0;
-    int GetTotal() const
-    {
-        return iAllocations + iPinned + iArrays + iTextures + iSurfaces + iStreams + iEvents;
-    }
+    int iTotal = 0, iEvents = 0;  ///< events are counted in both
+    int GetTotal() const { return iTotal; }
 };
 
 /// Which of the orders that streams permit is taken when one stream is demanded.

@@ -12,25 +12,31 @@ std::uintptr_t Number(const void* pv)
 }
 }  // namespace
 
-void COwners::Add(EKind eKind, const void* pvBegin, std::size_t tBytes, CDevice* pDevice)
+void COwners::Add(const Owned& rOwned)
 {
     std::lock_guard aLock(m_aMutex);
-    m_aOwned[Number(pvBegin)] = {eKind, tBytes, pDevice};
+    m_aOwned[Number(rOwned.pContent.get())] = rOwned;
 }
 
-std::size_t COwners::Remove(const void* pvBegin)
+void COwners::Remove(const void* pvBegin)
 {
     std::lock_guard aLock(m_aMutex);
-    const auto aNode = m_aOwned.extract(Number(pvBegin));
-    return aNode ? aNode.mapped().tBytes : 0;
+    m_aOwned.erase(Number(pvBegin));
 }
 
-CDevice* COwners::Find(EKind eKind, const void* pvBegin) const
+void COwners::RemoveAll(const CDevice* pDevice)
+{
+    std::lock_guard aLock(m_aMutex);
+    std::erase_if(m_aOwned, [=](const auto& rEntry) { return rEntry.second.pDevice == pDevice; });
+}
+
+CDevice* COwners::Find(EKind eKind, const void* pvBegin, std::size_t* ptBytes) const
 {
     std::shared_lock aLock(m_aMutex);
     const auto iFound = m_aOwned.find(Number(pvBegin));
-    const bool bFound = iFound != m_aOwned.end() && iFound->second.eKind == eKind;
-    return bFound ? iFound->second.pDevice : nullptr;
+    if (iFound == m_aOwned.end() || iFound->second.eKind != eKind) return nullptr;
+    if (ptBytes) *ptBytes = iFound->second.tBytes;
+    return iFound->second.pDevice;
 }
 
 CDevice* COwners::FindAround(EKind eKind, const void* pvFirst, std::size_t tBytes) const
@@ -44,14 +50,12 @@ CDevice* COwners::FindAround(EKind eKind, const void* pvFirst, std::size_t tByte
     return bWithin && rOwned.eKind == eKind ? rOwned.pDevice : nullptr;
 }
 
-std::vector<void*> COwners::GetAll(EKind eKind, const CDevice* pDevice) const
+LiveObjects COwners::Count() const
 {
     std::shared_lock aLock(m_aMutex);
-    std::vector<void*> vpAll;
-    for (const auto& [uBegin, rOwned] : m_aOwned)
-        if (rOwned.eKind == eKind && rOwned.pDevice == pDevice)
-            vpAll.push_back(reinterpret_cast<void*>(uBegin));
-    return vpAll;
+    LiveObjects aLive{static_cast<int>(m_aOwned.size()), 0};
+    for (const auto& [uBegin, rOwned] : m_aOwned) aLive.iEvents += rOwned.eKind == EKind::eEvent;
+    return aLive;
 }
 
 void CFailures::Add(const std::string& strCall, cudaError_t eError, int iAfter)
@@ -82,7 +86,6 @@ void CFailures::Clear()
 
 System::System()
 {
-    for (std::size_t i = 0; i < aDevices.size(); ++i) aDevices[i].m_iDevice = static_cast<int>(i);
     SetFirstSettings();
 }
 
@@ -111,7 +114,7 @@ void SetDevices(int iCount)
 void SetMemory(std::size_t tBytes, int iDevice)
 {
     for (CDevice& rDevice : Sys().aDevices)
-        if (iDevice < 0 || iDevice == rDevice.m_iDevice) rDevice.m_tMemory = tBytes;
+        if (iDevice < 0 || &rDevice == &Sys().aDevices[iDevice]) rDevice.m_tMemory = tBytes;
 }
 
 void SetCapability(int iTenths, int iDevice)
@@ -131,12 +134,8 @@ void FailNext(const char* pcCall, cudaError_t eError, int iAfter)
 
 LiveObjects GetLiveObjects()
 {
-    LiveObjects aLive;
-    for (CDevice& rDevice : Sys().aDevices)
-    {
-        std::lock_guard aLock(rDevice.GetMutex());
-        rDevice.Count(aLive);
-    }
+    LiveObjects aLive = Sys().aOwners.Count();
+    for (const CDevice& rDevice : Sys().aDevices) aLive.iTotal += rDevice.CountObjects();
     return aLive;
 }
 

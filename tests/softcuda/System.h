@@ -22,25 +22,30 @@ enum class EKind
     eEvent
 };
 
-/// Everything that the program holds by address. Readers do not order each other, so that this
-/// table hides no race between the threads of two devices.
+/// Something that the program holds by its address.
+struct Owned
+{
+    EKind eKind;
+    std::size_t tBytes;
+    CDevice* pDevice;
+    std::shared_ptr<void> pContent;
+};
+
+/// All of that. Readers do not order each other, so that this table hides no race between the
+/// threads of two devices.
 class COwners
 {
 public:
-    void Add(EKind eKind, const void* pvBegin, std::size_t tBytes, CDevice* pDevice);
-    std::size_t Remove(const void* pvBegin);                ///< returns its size, 0: not held
-    CDevice* Find(EKind eKind, const void* pvBegin) const;  ///< null: no such
-    /// Owner of the one memory of this kind that holds all the bytes, null: none.
+    void Add(const Owned& rOwned);
+    void Remove(const void* pvBegin);
+    void RemoveAll(const CDevice* pDevice);
+    /// Owner of what begins there and of its bytes; null: no such.
+    CDevice* Find(EKind eKind, const void* pvBegin, std::size_t* ptBytes = nullptr) const;
+    /// Owner of the one memory of this kind that holds all the bytes; null: none.
     CDevice* FindAround(EKind eKind, const void* pvFirst, std::size_t tBytes) const;
-    std::vector<void*> GetAll(EKind eKind, const CDevice* pDevice) const;
+    LiveObjects Count() const;
 
 private:
-    struct Owned
-    {
-        EKind eKind;
-        std::size_t tBytes;
-        CDevice* pDevice;
-    };
     mutable std::shared_mutex m_aMutex;
     std::map<std::uintptr_t, Owned> m_aOwned;
 };

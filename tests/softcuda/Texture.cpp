@@ -52,17 +52,20 @@ struct Axis
 
 cudaError_t CheckArray(const CDevice& rDevice, const cudaResourceDesc& rDesc)
 {
-    if (rDesc.resType != cudaResourceTypeArray) return cudaErrorNotSupported;  // by this runtime
+    if (rDesc.resType != cudaResourceTypeArray) return cudaErrorNotSupported;  // here
     return OwnerOf(rDesc.res.array.array) == &rDevice ? cudaSuccess : cudaErrorInvalidValue;
 }
 
-cudaError_t DestroyObject(const CCall& rCall, unsigned long long uHandle, bool bTexture)
+cudaError_t DestroyObject(const char* pcCall, unsigned long long uHandle, bool bTexture)
 {
-    if (rCall.IsRefused()) return rCall.End();
-    Object* pObject = rCall->FindObject(uHandle, bTexture);
-    if (!pObject) return rCall.End(cudaErrorInvalidValue);
-    *pObject = {};  // work that waits for its turn finds it gone
-    return rCall.End();
+    const auto Work = [=](CDevice& rDevice)
+    {
+        Object* pObject = rDevice.FindObject(uHandle, bTexture);
+        if (!pObject) return cudaErrorInvalidValue;
+        *pObject = {};  // work that waits for its turn finds it gone
+        return cudaSuccess;
+    };
+    return Call(pcCall, Current(), Work, true);
 }
 }  // namespace
 
@@ -75,7 +78,7 @@ float Sample(cudaTextureObject_t uTexture, float fX, float fY, int iLayer)
     const cudaArray& rArray = *pObject->pArray;
     const auto [tX, tY, tLayers] = rArray.aSize;
     const float* pfLayer =
-        reinterpret_cast<const float*>(rArray.puTexels) + Clamp(iLayer, tLayers) * (tX * tY);
+        reinterpret_cast<const float*>(rArray.vuTexels.data()) + Clamp(iLayer, tLayers) * (tX * tY);
     const auto Texel = [&, tWidth = tX](int x, int y) { return pfLayer[y * tWidth + x]; };
     fX = Tame(fX, tX);
     fY = Tame(fY, tY);
@@ -92,12 +95,12 @@ void* GetTexel(cudaSurfaceObject_t uSurface, int iX, int iY, int iLayer, std::si
 {
     const Object* pObject = FindLayered(uSurface, false);
     if (!pObject) return nullptr;
-    const cudaArray& rArray = *pObject->pArray;
+    cudaArray& rArray = *pObject->pArray;
     const cudaExtent& rSize = rArray.aSize;
     const std::size_t tRow = rSize.width * rArray.tElement;
     if (iX >= 0 && iY >= 0 && iLayer >= 0 && iX % tSize == 0 && tSize == rArray.tElement &&
         iX + tSize <= tRow && std::size_t(iY) < rSize.height && std::size_t(iLayer) < rSize.depth)
-        return rArray.puTexels + (iLayer * rSize.height + iY) * tRow + iX;
+        return rArray.vuTexels.data() + (iLayer * rSize.height + iY) * tRow + iX;
     Trap("surface access of %zu bytes at byte %d, row %d, layer %d of %zu x %zu x %zu elements",
          tSize, iX, iY, iLayer, rSize.width, rSize.height, rSize.depth);
     return nullptr;
@@ -107,29 +110,28 @@ void* GetTexel(cudaSurfaceObject_t uSurface, int iX, int iY, int iLayer, std::si
 cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc* desc,
                               cudaExtent extent, unsigned int flags)
 {
-    const CCall aCall(__func__, Current());
-    if (aCall.IsRefused()) return aCall.End();
-    const std::size_t tLayersMin = flags & cudaArrayLayered ? 1 : 0;
-    const int iBits = desc->x + desc->y + desc->z + desc->w;
-    if (extent.width == 0 || extent.width > 32768 || extent.height > 32768 ||
-        extent.depth < tLayersMin || extent.depth > 2048 || iBits <= 0 || iBits % 8 != 0 ||
-        flags > (cudaArrayLayered | cudaArraySurfaceLoadStore))
-        return aCall.End(cudaErrorInvalidValue);
-    cudaArray aShape;
-    aShape.aFormat = *desc;
-    aShape.tElement = iBits / 8;
-    aShape.aSize = {extent.width, std::max<std::size_t>(extent.height, 1),
-                    std::max<std::size_t>(extent.depth, 1)};
-    aShape.uFlags = flags;
-    *array = aCall->AddArray(aShape);
-    return aCall.End(*array ? cudaSuccess : cudaErrorMemoryAllocation);
+    const auto Work = [&](CDevice& rDevice)
+    {
+        const int iBits = desc->x + desc->y + desc->z + desc->w;
+        if (extent.width == 0 || extent.height == 0 || extent.depth == 0 || extent.width > 32768 ||
+            extent.height > 32768 || extent.depth > 2048 || iBits <= 0 || iBits % 8 != 0 ||
+            flags > (cudaArrayLayered | cudaArraySurfaceLoadStore))
+            return cudaErrorInvalidValue;
+        cudaArray aShape;
+        aShape.aFormat = *desc;
+        aShape.tElement = iBits / 8;
+        aShape.aSize = extent;
+        aShape.uFlags = flags;
+        *array = rDevice.AddArray(aShape);
+        return *array ? cudaSuccess : cudaErrorMemoryAllocation;
+    };
+    return Call(__func__, Current(), Work);
 }
 
 cudaError_t cudaFreeArray(cudaArray_t array)
 {
-    const CCall aCall(__func__, array ? OwnerOf(array) : Current(), true);
-    if (!aCall.IsRefused() && array) aCall->FreeArray(array);
-    return aCall.End();
+    const auto Work = [=](CDevice& rDevice) { rDevice.Free(array, array->vuTexels.size()); };
+    return array ? Call(__func__, OwnerOf(array), Work, true) : cudaSuccess;
 }
 
 cudaError_t cudaCreateTextureObject(cudaTextureObject_t* pTexObject,
@@ -137,43 +139,44 @@ cudaError_t cudaCreateTextureObject(cudaTextureObject_t* pTexObject,
                                     const cudaTextureDesc* pTexDesc,
                                     const cudaResourceViewDesc* pResViewDesc)
 {
-    const CCall aCall(__func__, Current());
-    if (aCall.IsRefused()) return aCall.End();
-    const cudaError_t eError = CheckArray(*aCall, *pResDesc);
-    if (eError != cudaSuccess) return aCall.End(eError);
-    const cudaArray& rArray = *pResDesc->res.array.array;
-    const bool bFloats = rArray.tElement == sizeof(float) &&
-                         rArray.aFormat.f == cudaChannelFormatKindFloat && rArray.aFormat.x == 32;
-    // Without normalised coordinates wrap and mirror clamp too; the rest is not made here.
-    const bool bBorder = pTexDesc->addressMode[0] == cudaAddressModeBorder ||
-                         pTexDesc->addressMode[1] == cudaAddressModeBorder;
-    if (!bFloats || bBorder || pResViewDesc || pTexDesc->normalizedCoords ||
-        pTexDesc->readMode != cudaReadModeElementType)
-        return aCall.End(cudaErrorNotSupported);
-    const bool bLinear = pTexDesc->filterMode == cudaFilterModeLinear;
-    *pTexObject = aCall->AddObject({pResDesc->res.array.array, true, true, bLinear});
-    return aCall.End();
+    const auto Work = [=](CDevice& rDevice)
+    {
+        const cudaError_t eError = CheckArray(rDevice, *pResDesc);
+        if (eError != cudaSuccess) return eError;
+        const cudaChannelFormatDesc& rFormat = pResDesc->res.array.array->aFormat;
+        if (rFormat.f != cudaChannelFormatKindFloat || rFormat.x != 32 || rFormat.y != 0 ||
+            pTexDesc->addressMode[0] != cudaAddressModeClamp ||
+            pTexDesc->addressMode[1] != cudaAddressModeClamp || pResViewDesc ||
+            pTexDesc->normalizedCoords || pTexDesc->readMode != cudaReadModeElementType)
+            return cudaErrorNotSupported;  // here
+        const bool bLinear = pTexDesc->filterMode == cudaFilterModeLinear;
+        *pTexObject = rDevice.AddObject({pResDesc->res.array.array, true, true, bLinear});
+        return cudaSuccess;
+    };
+    return Call(__func__, Current(), Work);
 }
 
 cudaError_t cudaDestroyTextureObject(cudaTextureObject_t texObject)
 {
-    return DestroyObject(CCall(__func__, Current(), true), texObject, true);
+    return DestroyObject(__func__, texObject, true);
 }
 
 cudaError_t cudaCreateSurfaceObject(cudaSurfaceObject_t* pSurfObject,
                                     const cudaResourceDesc* pResDesc)
 {
-    const CCall aCall(__func__, Current());
-    if (aCall.IsRefused()) return aCall.End();
-    const cudaError_t eError = CheckArray(*aCall, *pResDesc);
-    if (eError != cudaSuccess) return aCall.End(eError);
-    cudaArray* pArray = pResDesc->res.array.array;
-    if (!(pArray->uFlags & cudaArraySurfaceLoadStore)) return aCall.End(cudaErrorInvalidValue);
-    *pSurfObject = aCall->AddObject({pArray, true, false, false});
-    return aCall.End();
+    const auto Work = [=](CDevice& rDevice)
+    {
+        cudaArray* const pArray = pResDesc->res.array.array;
+        const cudaError_t eError = CheckArray(rDevice, *pResDesc);
+        if (eError != cudaSuccess) return eError;
+        if (!(pArray->uFlags & cudaArraySurfaceLoadStore)) return cudaErrorInvalidValue;
+        *pSurfObject = rDevice.AddObject({pArray, true, false, false});
+        return cudaSuccess;
+    };
+    return Call(__func__, Current(), Work);
 }
 
 cudaError_t cudaDestroySurfaceObject(cudaSurfaceObject_t surfObject)
 {
-    return DestroyObject(CCall(__func__, Current(), true), surfObject, false);
+    return DestroyObject(__func__, surfObject, false);
 }

@@ -36,7 +36,11 @@ TEST(Start, EndsWithACodeThatTellsWhy)
         {{{"TALVEN_BIND", "nowhere"}}, "", 254, strNoServer},
         {{{"TALVEN_BUSY_GPUS", g_strAllBusy}}, "", 255, " devices available.\n" + strNoDevice},
         {{}, "BusyGpus = " + g_strAllBusy + "\nBackend=host\n", 255, strNoDevice},
-        {{{"TALVEN_BACKEND", "abacus"}}, "", 255, "Info: 0 devices available.\n" + strNoDevice},
+        {{{"TALVEN_BACKEND", "abacus"}},
+         "",
+         255,
+         "Info: 0 devices available.\n" + strNoDevice +
+             "Error: unknown backend \"abacus\", must be auto, cuda, cuda-exact or host\n"},
     };
     for (const auto& rCase : aCases)
     {

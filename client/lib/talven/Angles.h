@@ -15,7 +15,7 @@ namespace talven
                               std::string& rError);
 
 /// Writes one angle per line with two decimals, or as many as they need.
-[[nodiscard]] bool WriteAngles(const std::string& strPath, std::span<const float> pfAngles,
+[[nodiscard]] bool WriteAngles(const std::string& strPath, std::span<const float> fAngles,
                                std::string& rError);
 
 }  // namespace talven

@@ -28,14 +28,14 @@ public:
     const std::string& GetPath() const { return m_strPath; }
 
     /// Reads section iZ, shape [y][x], X * Y floats. A value that is no finite number is an error.
-    [[nodiscard]] bool ReadSection(int iZ, std::span<float> pfPixels);
+    [[nodiscard]] bool ReadSection(int iZ, std::span<float> fPixels);
 
     const std::string& GetError() const { return m_strError; }
 
 private:
     bool mReadAt(std::uint64_t ulOffset, std::span<std::byte> pBytes);
-    void mConvert(std::span<float> pfPixels) const;
-    bool mCheckFinite(int iZ, std::span<const float> pfPixels);
+    void mConvert(std::span<float> fPixels) const;
+    bool mCheckFinite(int iZ, std::span<const float> fPixels);
     bool mFail(const std::string& strWhat);
 
     int m_iFile = -1;
@@ -44,8 +44,5 @@ private:
     std::vector<std::byte> m_vcSection;  // as stored, for modes other than 2
     std::string m_strError;
 };
-
-/// A 16-bit IEEE float as a float.
-float HalfToFloat(std::uint16_t usHalf);
 
 }  // namespace talven

@@ -24,7 +24,7 @@ public:
     [[nodiscard]] bool Create(const std::string& strPath, int iX, int iY, int iZ, double dPixel,
                               bool bVolume, const std::string& strLabel);
     /// Appends one section, shape [y][x].
-    [[nodiscard]] bool WriteSection(std::span<const float> pfPixels);
+    [[nodiscard]] bool WriteSection(std::span<const float> fPixels);
     /// \return false when sections are missing or the disk refused something; no file then.
     [[nodiscard]] bool Finish();
 
@@ -32,8 +32,8 @@ public:
     const std::string& GetError() const { return m_strError; }
 
 private:
-    void mAddSection(std::span<const float> pfPixels);
-    void mAddStatistics(std::span<const float> pfPixels);
+    void mAddSection(std::span<const float> fPixels);
+    void mAddStatistics(std::span<const float> fPixels);
 
     CAtomicFile m_aFile;
     MrcHeader m_aHeader;

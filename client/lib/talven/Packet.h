@@ -46,18 +46,18 @@ const char* GetMsgName(EMsg eMsg);
 /// (the BYTEORDER message tells the server whether to swap).
 struct PacketHeader
 {
-    std::array<std::uint32_t, 16> m_auiFields{};
+    std::array<std::uint32_t, 16> auiFields{};
 
-    EMsg GetType() const { return static_cast<EMsg>(m_auiFields[0]); }
-    std::uint32_t GetSerial() const { return m_auiFields[1]; }
-    std::uint32_t GetDataBytes() const { return m_auiFields[3]; }
-    std::uint32_t GetParent() const { return m_auiFields[4]; }  ///< of a reply
-    std::uint32_t GetStatus() const { return m_auiFields[5]; }  ///< of a reply: 0 done, 1 refused
+    EMsg GetType() const { return static_cast<EMsg>(auiFields[0]); }
+    std::uint32_t GetSerial() const { return auiFields[1]; }
+    std::uint32_t GetDataBytes() const { return auiFields[3]; }
+    std::uint32_t GetParent() const { return auiFields[4]; }  ///< of a reply
+    std::uint32_t GetStatus() const { return auiFields[5]; }  ///< of a reply: 0 done, 1 refused
 
-    float GetFloat(int iField) const { return std::bit_cast<float>(m_auiFields[iField]); }
+    float GetFloat(int iField) const { return std::bit_cast<float>(auiFields[iField]); }
     void SetFloat(int iField, float fValue)
     {
-        m_auiFields[iField] = std::bit_cast<std::uint32_t>(fValue);
+        auiFields[iField] = std::bit_cast<std::uint32_t>(fValue);
     }
 };
 static_assert(sizeof(PacketHeader) == 64);

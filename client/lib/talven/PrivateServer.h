@@ -11,17 +11,19 @@
 namespace talven
 {
 
+constexpr int g_iMaxDevices = 16;  ///< of any server
+
 struct PrivateServerOptions
 {
-    std::string m_strProgram;  ///< empty: FindServerProgram()
-    int m_iDevices = 0;        ///< use only the first so many, 1 to 16; 0: all
-    std::string m_strBackend;  ///< "host", "cuda", "auto"; empty: the environment's choice
+    int iDevices = 0;        ///< use only the first so many, 1 to g_iMaxDevices; 0: all
+    std::string strBackend;  ///< "host", "cuda", "auto"; empty: the environment's choice
 };
 
 /// The value of TALVEN_BUSY_GPUS that leaves only the first iDevices devices to a server.
 std::string GetBusyDevices(int iDevices);
 
-/// Path of talven-server: TALVEN_SERVER from the environment, or beside the running program, or in
+/// Full path of talven-server: TALVEN_SERVER from the environment, or beside the running program,
+/// or in
 /// ../libexec/talven, or in PATH. Empty when there is none.
 std::string FindServerProgram();
 

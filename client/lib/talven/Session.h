@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -19,32 +20,32 @@ namespace talven
 
 enum class EMethod
 {
-    SART,
-    EM,
-    BACKPROJ
+    eSart,
+    eEm,
+    eBackProj
 };
 
 /// How the next reconstruction runs.
 struct ReconOptions
 {
-    EMethod m_eMethod = EMethod::SART;
-    int m_iIterations = 1;
-    std::vector<std::uint32_t> m_vuiSetSizes;  ///< projections of each subset, in list order
-    std::vector<float> m_vfRelax;              ///< [iteration][subset]
+    EMethod eMethod = EMethod::eSart;
+    int iIterations = 1;
+    std::vector<std::uint32_t> vuiSetSizes;  ///< projections of each subset, in list order
+    std::vector<float> vfRelax;              ///< [iteration][subset]
 };
 
 /// A box in the X-Z plane, voxels, centred coordinates; for the path-length weights.
 struct WeightBox
 {
-    float m_fCentreX = 0, m_fCentreZ = 0;
-    float m_fHalfX = 0, m_fHalfZ = 0;
+    float fCentreX = 0, fCentreZ = 0;
+    float fHalfX = 0, fHalfZ = 0;
 };
 
 /// The two sums of one projection after one iteration, over all its pixels.
 struct RfactorSums
 {
-    float m_fRaw;         ///< sum of |measured|
-    float m_fDifference;  ///< sum of |measured - reprojected|
+    float fRaw;         ///< sum of |measured|
+    float fDifference;  ///< sum of |measured - reprojected|
 };
 static_assert(sizeof(RfactorSums) == 8);
 
@@ -62,7 +63,7 @@ class CSession
 {
 public:
     /// Receives one image of an upload or download; false ends the transfer and the session.
-    using Sink = std::function<bool(int iIndex, std::span<const float> pfPixels)>;
+    using Sink = std::function<bool(int iIndex, std::span<const float> fPixels)>;
 
     /// Connects and announces this machine's byte order. The server serves one client at a time:
     /// the connection succeeds while another client is served, and the first reply waits.
@@ -74,17 +75,17 @@ public:
     void SetInterruptFd(int iFd) { m_aConnection.SetInterruptFd(iFd); }
 
     /// PROJSIZE: a new stack of zeros, X x Y x vfAngles.size(), and the list of all projections.
-    [[nodiscard]] bool SetStackSize(int iX, int iY, std::span<const float> pfAngles);
+    [[nodiscard]] bool SetStackSize(int iX, int iY, std::span<const float> fAngles);
     /// PROJSET: projection iProj, shape [y][x]. Pixels below -1e15 count as missing.
-    [[nodiscard]] bool SetProjection(int iProj, std::span<const float> pfPixels);
+    [[nodiscard]] bool SetProjection(int iProj, std::span<const float> fPixels);
     /// SETOP: the projections that take part, in the order in which subsets are cut from them.
-    [[nodiscard]] bool SelectProjections(std::span<const std::uint32_t> puiIndices);
+    [[nodiscard]] bool SelectProjections(std::span<const std::uint32_t> uiIndices);
 
     /// VOLSIZE. A volume of as many voxels as the session's last one keeps its contents, any other
     /// starts as zeros.
     [[nodiscard]] bool SetVolumeSize(int iX, int iY, int iZ);
     /// VOLSET: slice iZ (0 to 32767), shape [y][x].
-    [[nodiscard]] bool SetSlice(int iZ, std::span<const float> pfPixels);
+    [[nodiscard]] bool SetSlice(int iZ, std::span<const float> fPixels);
 
     /// RECONOPT. Back projection takes no iterations, subsets or relaxation.
     [[nodiscard]] bool SetReconOptions(const ReconOptions& rOptions);
@@ -92,13 +93,13 @@ public:
     [[nodiscard]] bool SetWeightBox(const WeightBox* pBox);
     /// SMOOTHOPT: smooth after every iInterval iterations with a kernel [z][y][x].
     [[nodiscard]] bool SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
-                                    std::span<const float> pfKernel);
+                                    std::span<const float> fKernel);
 
     /// MPROJSIZE: a new stack of measured projections, zeros, X x Y x iCount. Their size need not
     /// be that of the stack.
     [[nodiscard]] bool SetMeasuredSize(int iX, int iY, int iCount);
     /// MPROJSET: measured projection iMeasured, shape [y][x].
-    [[nodiscard]] bool SetMeasured(int iMeasured, std::span<const float> pfPixels);
+    [[nodiscard]] bool SetMeasured(int iMeasured, std::span<const float> fPixels);
     /// TRANSFORM, TRANSFORML: projection iProj of the stack becomes the measured one, mapped and
     /// rescaled; pixels that fall outside it are far below -1e15 then.
     [[nodiscard]] bool Transform(int iMeasured, int iProj, const Affine& rMatrix,
@@ -109,13 +110,19 @@ public:
                                const IntensityScale& rScale, CompareSums& rSums);
 
     /// RECONSTRUCT and REPROJECT return when the server has finished.
-    [[nodiscard]] bool Reconstruct();
-    [[nodiscard]] bool Reproject();
+    [[nodiscard]] bool Reconstruct() { return mCommand(EMsg::RECONSTRUCT, {}); }
+    [[nodiscard]] bool Reproject() { return mCommand(EMsg::REPROJECT, {}); }
 
     /// VOLGET and PROJGET of images 0 to iCount - 1 in order, each of tPixels floats. The next
     /// image is on its way while the sink works on one.
-    [[nodiscard]] bool GetSlices(int iCount, std::size_t tPixels, const Sink& rSink);
-    [[nodiscard]] bool GetProjections(int iCount, std::size_t tPixels, const Sink& rSink);
+    [[nodiscard]] bool GetSlices(int iCount, std::size_t tPixels, const Sink& rSink)
+    {
+        return mGetMany(EMsg::VOLGET, iCount, tPixels, rSink);
+    }
+    [[nodiscard]] bool GetProjections(int iCount, std::size_t tPixels, const Sink& rSink)
+    {
+        return mGetMany(EMsg::PROJGET, iCount, tPixels, rSink);
+    }
 
     /// RECONSTATGET: the sums of one iteration, one entry per selected projection, in list order.
     [[nodiscard]] bool GetRfactors(int iIteration, std::vector<RfactorSums>& rSums);
@@ -132,12 +139,21 @@ public:
 private:
     struct Pending
     {
-        EMsg m_eMsg;
-        std::uint32_t m_uiSerial;
-        int m_iIndex;  // of the image, -1: none
+        EMsg eMsg;
+        std::uint32_t uiSerial;
+        int iIndex;  // of the image, -1: none
     };
     using Blocks = std::initializer_list<std::span<const std::byte>>;
-    using Fields = std::initializer_list<std::uint32_t>;
+    /// A word of a header: a number as it is, a float by its bits.
+    struct Word
+    {
+        Word(int iValue) : uiBits(static_cast<std::uint32_t>(iValue)) {}
+        Word(std::uint32_t uiValue) : uiBits(uiValue) {}
+        Word(std::size_t tValue) : uiBits(static_cast<std::uint32_t>(tValue)) {}
+        Word(float fValue) : uiBits(std::bit_cast<std::uint32_t>(fValue)) {}
+        std::uint32_t uiBits;
+    };
+    using Fields = std::initializer_list<Word>;
 
     bool mSend(EMsg eMsg, Fields aFields, Blocks aBlocks, int iIndex = -1);
     bool mSendHeader(PacketHeader& rHeader, Blocks aBlocks, int iIndex);
@@ -149,7 +165,7 @@ private:
     bool mRecvCommandReply();
     bool mRecvDataReply(std::span<std::byte> pData);
     bool mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& rSink);
-    void mDropReplies(std::span<float> pfScratch);
+    void mDropReplies(std::span<float> fScratch);
     bool mRefuse(const Pending& rRequest);
     bool mLost(const std::string& strWhat);
     bool mProtocolError(const std::string& strWhat);

@@ -37,14 +37,14 @@ __global__ void __launch_bounds__(g_iThreads)
 }
 }  // namespace
 
-bool CCudaBackend::Transform(const TransformParams& rP)
+bool CCudaBackend::mTransform(const TransformParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.iProjX), rP.iRows, 1);
     return Launch("Transform", mStream(), aGrid, 0,
                   m_bExact ? TransformKernel<ExactSampler> : TransformKernel<FilterSampler>, rP);
 }
 
-bool CCudaBackend::CompareSums(const CompareParams& rP)
+bool CCudaBackend::mCompareSums(const CompareParams& rP)
 {
     return Launch("CompareSums", mStream(), dim3(rP.iRows, 1, 1),
                   eCompareSums * g_iThreads * sizeof(float), CompareKernel, rP);

@@ -2,6 +2,7 @@
 
 #include "gpulib/Device/Cuda/Texels.h"
 #include "gpulib/Device/KernelParams.h"
+#include "gpulib/Device/Limits.h"
 #include "gpulib/Device/TransformMath.h"
 
 // Bodies of the kernels that resample and compare projections.
@@ -29,7 +30,7 @@ CUDA_FN void TransformBody(int iX, int iRow, const TransformParams& rP)
 CUDA_FN void ComparePartial(int iThread, int iRow, const CompareParams& rP, float* pfSums)
 {
     for (int q = 0; q < eCompareSums; ++q) pfSums[q] = 0.0f;
-    for (int x = iThread; x < rP.iProjX; x += 256)
+    for (int x = iThread; x < rP.iProjX; x += g_iPartialSums)
         AddPixel(pfSums, LoadTexel(rP.aAligned, x, iRow, 0), LoadTexel(rP.aTransed, x, iRow, 0),
                  LoadTexel(rP.aMiss, x, iRow, 0));
 }

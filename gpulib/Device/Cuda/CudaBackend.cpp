@@ -12,9 +12,16 @@ thread_local int t_iDevice = 0;
 
 std::string DetailOf(const std::vector<CCudaBackend::Properties>& rDevices, bool bExact)
 {
-    std::string strDetail = rDevices.front().strName;
-    if (rDevices.size() > 1) strDetail = std::to_string(rDevices.size()) + " x " + strDetail;
-    return bExact ? strDetail + ", exact weights" : strDetail;
+    std::string strDetail, strLeftOut;
+    int iUsed = 0;
+    for (std::size_t i = 0; i < rDevices.size(); ++i)
+        if (!rDevices[i].strLeftOut.empty())
+            strLeftOut += "; GPU " + std::to_string(i) + " is left out: " + rDevices[i].strLeftOut;
+        else if (++iUsed == 1)
+            strDetail = rDevices[i].strName;
+    if (iUsed == 0) return strLeftOut.substr(2);
+    if (iUsed > 1) strDetail = std::to_string(iUsed) + " x " + strDetail;
+    return strDetail + (bExact ? ", exact weights" : "") + strLeftOut;
 }
 }  // namespace
 
@@ -32,7 +39,7 @@ CCudaBackend::~CCudaBackend()
     for (std::size_t i = 0; i < m_vpDevices.size(); ++i)
     {
         if (!m_vpDevices[i]) continue;
-        cudaSetDevice(m_vProperties[i].iOrdinal);
+        cudaSetDevice(static_cast<int>(i));
         m_vpDevices[i].reset();
     }
 }
@@ -44,18 +51,21 @@ std::size_t CCudaBackend::GetDeviceMemory(int iDevice) const
 
 bool CCudaBackend::SelectDevice(int iDevice)
 {
+    static_cast<void>(TakeDeviceError());  // of what went before; the runtime's own likewise
+    cudaGetLastError();
     if (iDevice < 0 || iDevice >= GetDeviceCount())
         return DeviceFail("device %d of %d", iDevice, GetDeviceCount());
-    t_iDevice = iDevice;
+    t_iDevice = iDevice;  // also when it cannot be opened: what follows on this thread fails then
     return mOpenDevice();
 }
 
 /// A device that could not be opened when it was selected may be free when a job wants it.
 bool CCudaBackend::mOpenDevice()
 {
+    const std::string& rLeftOut = m_vProperties[t_iDevice].strLeftOut;
+    if (!rLeftOut.empty()) return DeviceFail("GPU %d is left out: %s", t_iDevice, rLeftOut.c_str());
     std::unique_ptr<Device>& rpDevice = m_vpDevices[t_iDevice];
-    const int iOrdinal = m_vProperties[t_iDevice].iOrdinal;
-    if (!CudaOk(cudaSetDevice(iOrdinal), "select device %d", iOrdinal)) return false;
+    if (!CudaOk(cudaSetDevice(t_iDevice), "select device %d", t_iDevice)) return false;
     if (rpDevice) return true;
     auto pDevice = std::make_unique<Device>();
     if (!MakeStream(pDevice->pStream) || !pDevice->aStaging.Create(pDevice->pStream.get()))
@@ -64,9 +74,22 @@ bool CCudaBackend::mOpenDevice()
     return true;
 }
 
-CCudaBackend::Device& CCudaBackend::mDevice() const
+CCudaBackend::Device* CCudaBackend::mFindDevice() const
 {
-    return *m_vpDevices[t_iDevice];
+    return m_vpDevices[t_iDevice].get();
+}
+
+CCudaBackend::Device* CCudaBackend::mDevice() const
+{
+    Device* const pDevice = mFindDevice();
+    if (!pDevice) static_cast<void>(DeviceFail("device %d is not open", t_iDevice));
+    return pDevice;
+}
+
+cudaStream_t CCudaBackend::mStream() const
+{
+    const Device* const pDevice = mDevice();
+    return pDevice ? pDevice->pStream.get() : nullptr;
 }
 
 int CCudaBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const

@@ -18,9 +18,10 @@ public:
     struct Properties
     {
         std::string strName;
-        std::size_t tMemory;  ///< bytes
-        int iOrdinal;         ///< what the runtime calls it
+        std::size_t tMemory = 0;  ///< bytes
+        std::string strLeftOut;   ///< why it cannot be used; empty: it can
     };
+    /// \param vDevices  all that the runtime counts, in its order
     /// \param bExact    bilinear weights of full precision in place of the texture unit's 8 bits
     /// \param iMaxRows  bounds the rows of a batch; 0: as memory allows
     CCudaBackend(std::vector<Properties> vDevices, bool bExact, int iMaxRows);
@@ -34,34 +35,32 @@ public:
     int GetBatchRows(int iRows, std::size_t tBytesPerRow) const override;
     bool UsesHostMemory() const override { return false; }
     int GetPieceRows(int iWidth, int iRows) const override;
-
-    bool CreateArray(DeviceImage& rImage) override;
-    bool CreatePitched(DeviceImage& rImage) override;
-    bool CreateLent(DeviceImage& rImage, const void* pvSource) override;
-    void Free(DeviceImage& rImage) override;
-    bool Clear(const DeviceImage& rImage) override;
-    bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
-                int iWidth, int iHeight) override;
-    bool Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
-                  int iWidth, int iHeight) override;
-    void Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight) override;
-    bool StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
-                       int iWidth, int iHeight) override;
     bool FinishDownload() override;
-    bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) override;
-    bool UploadTable(const DeviceImage& rImage, const void* pvSource) override;
-    bool DownloadTable(const DeviceImage& rImage, void* pvDest) override;
-
-    bool ForwardProject(const ForwardParams& rParams) override;
-    bool Combine(const CombineParams& rParams) override;
-    bool Weight(const WeightParams& rParams) override;
-    bool BackProject(const BackParams& rParams) override;
-    bool SumAbs(const SumAbsParams& rParams) override;
-    bool Transform(const TransformParams& rParams) override;
-    bool CompareSums(const CompareParams& rParams) override;
-    bool Smooth(const SmoothParams& rParams) override;
 
 private:
+    bool mCreateArray(DeviceImage& rImage) override;
+    bool mCreatePitched(DeviceImage& rImage) override;
+    bool mCreateLent(DeviceImage& rImage, const void* pvSource) override;
+    void mFree(DeviceImage& rImage) override;
+    bool mClear(const DeviceImage& rImage) override;
+    bool mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
+                 int iWidth, int iHeight) override;
+    void mPrefetch(const HostRows<const float>& rSource, int iWidth, int iHeight) override;
+    bool mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                        int iWidth, int iHeight) override;
+    bool mCopy(const DeviceImage& rDest, const DeviceImage& rSource) override;
+    bool mUploadTable(const DeviceImage& rImage, const void* pvSource) override;
+    bool mDownloadTable(const DeviceImage& rImage, void* pvDest) override;
+
+    bool mForwardProject(const ForwardParams& rParams) override;
+    bool mCombine(const CombineParams& rParams) override;
+    bool mWeight(const WeightParams& rParams) override;
+    bool mBackProject(const BackParams& rParams) override;
+    bool mSumAbs(const SumAbsParams& rParams) override;
+    bool mTransform(const TransformParams& rParams) override;
+    bool mCompareSums(const CompareParams& rParams) override;
+    bool mSmooth(const SmoothParams& rParams) override;
+
     /// What one device needs beside its images; made when it is selected first.
     struct Device
     {
@@ -70,10 +69,11 @@ private:
         CCudaBuffer aTotals;     // of SumAbs
         int iSampledImages = 0;  // alive: a job runs
     };
-    Device& mDevice() const;  // of the calling thread, which has made an image on it
     [[nodiscard]] bool mOpenDevice();
-    cudaStream_t mStream() const { return mDevice().pStream.get(); }
-    cudaError_t mWait() const;  ///< for the kernels
+    Device* mFindDevice() const;   ///< of the calling thread; null: it could not be opened
+    Device* mDevice() const;       ///< the same with the reason noted
+    cudaStream_t mStream() const;  ///< of its kernels; null: as above
+    cudaError_t mWait() const;     ///< for the kernels
     [[nodiscard]] bool mCreateLayered(DeviceImage& rImage);
     [[nodiscard]] bool mCreateLinear(DeviceImage& rImage, const char* pcKind);
 

@@ -1,18 +1,19 @@
 #include "gpulib/Device/Cuda/CudaCheck.h"
 
 #include <cstdarg>
-#include <cstdio>
+#include <string>
 
+#include "Util/Util_String.h"
 #include "gpulib/Device/DeviceError.h"
 
 bool CudaOk(cudaError_t eCode, const char* pcFormat, ...)
 {
     if (eCode == cudaSuccess) return true;
-    char acWhat[256];
-    va_list aArgs;
+    std::va_list aArgs;
     va_start(aArgs, pcFormat);
-    std::vsnprintf(acWhat, sizeof(acWhat), pcFormat, aArgs);
+    const std::string strWhat = Util_String::FormatList(pcFormat, aArgs);
     va_end(aArgs);
     cudaGetLastError();  // a failed call is not the next launch's fault
-    return DeviceFail("%s: %s (%s)", acWhat, cudaGetErrorString(eCode), cudaGetErrorName(eCode));
+    return DeviceFail("%s: %s (%s)", strWhat.c_str(), cudaGetErrorString(eCode),
+                      cudaGetErrorName(eCode));
 }

@@ -26,32 +26,41 @@ std::string WhyNot(cudaError_t eCode)
     if (eCode == cudaErrorInsufficientDriver)
         return "the CUDA driver is for version " + VersionName(iDriver) + ", " +
                VersionName(iRuntime) + " is needed";
-    if (eCode == cudaErrorNoDevice) return "no CUDA device";
-    if (eCode == cudaSuccess)
-        return "no CUDA device of compute capability " + CapabilityName(TALVEN_CUDA_OLDEST) +
-               " or later";
+    if (eCode == cudaSuccess || eCode == cudaErrorNoDevice) return "no CUDA device";
     return std::string("CUDA: ") + cudaGetErrorString(eCode);
+}
+
+/// What is known of a device, and why it is left out where it cannot be used.
+CCudaBackend::Properties Query(int iDevice)
+{
+    cudaDeviceProp aProperties = {};
+    const cudaError_t eCode = cudaGetDeviceProperties(&aProperties, iDevice);
+    if (eCode != cudaSuccess) return {"", 0, cudaGetErrorString(eCode)};
+    // One that no kernel was compiled for would be chosen, and then fail every job.
+    const int iTenths = 10 * aProperties.major + aProperties.minor;
+    if (iTenths < TALVEN_CUDA_OLDEST)
+        return {"", 0,
+                "compute capability " + CapabilityName(iTenths) + ", " +
+                    CapabilityName(TALVEN_CUDA_OLDEST) + " is needed"};
+    return {aProperties.name, aProperties.totalGlobalMem, ""};
 }
 }  // namespace
 
 std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason)
 {
     int iCount = 0;
-    cudaError_t eCode = cudaGetDeviceCount(&iCount);
+    const cudaError_t eCode = cudaGetDeviceCount(&iCount);
     std::vector<CCudaBackend::Properties> vDevices;
-    for (int i = 0; eCode == cudaSuccess && i < iCount; ++i)
-    {
-        cudaDeviceProp aProperties = {};
-        eCode = cudaGetDeviceProperties(&aProperties, i);
-        // One that no kernel was compiled for would be chosen, and then fail every job.
-        if (10 * aProperties.major + aProperties.minor >= TALVEN_CUDA_OLDEST)
-            vDevices.push_back({aProperties.name, aProperties.totalGlobalMem, i});
-    }
-    if (eCode != cudaSuccess || vDevices.empty())
+    for (int i = 0; eCode == cudaSuccess && i < iCount; ++i) vDevices.push_back(Query(i));
+    cudaGetLastError();
+    if (vDevices.empty())
     {
         rReason = WhyNot(eCode);
-        cudaGetLastError();
         return nullptr;
     }
-    return std::make_unique<CCudaBackend>(std::move(vDevices), bExact, iMaxRows);
+    auto pBackend = std::make_unique<CCudaBackend>(std::move(vDevices), bExact, iMaxRows);
+    for (int i = 0; i < iCount; ++i)
+        if (pBackend->GetDeviceMemory(i) > 0) return pBackend;
+    rReason = pBackend->GetDetail();  // why each is left out
+    return nullptr;
 }

@@ -1,11 +1,8 @@
 // Images in device memory.
 
-#include <algorithm>
-
 #include "gpulib/Device/Cuda/CudaBackend.h"
 #include "gpulib/Device/Cuda/CudaClock.h"
 #include "gpulib/Device/DeviceError.h"
-#include "gpulib/Device/DriverChecks.h"
 
 namespace
 {
@@ -19,20 +16,12 @@ std::size_t CountRows(const DeviceImage& rImage)
     return std::size_t(rImage.iHeight) * rImage.iDepth * rImage.iLanes;
 }
 
-bool CheckSizes(const char* pcKind, const DeviceImage& rImage)
+/// Host memory with all values of a one-lane image, tightly packed.
+template <class T>
+HostRows<T> PackedRows(const DeviceImage& rImage, T* pValues)
 {
-    constexpr int iMost = 1 << 30;
-    if (rImage.iWidth > 0 && rImage.iHeight > 0 && rImage.iDepth > 0 && rImage.iChannels > 0 &&
-        rImage.iLanes > 0 && rImage.iWidth < iMost && rImage.iHeight < iMost &&
-        rImage.iDepth < iMost && rImage.iLanes <= 65535)
-        return true;
-    return DeviceFail("create %s: %d x %d x %d, %d channels, %d rows", pcKind, rImage.iWidth,
-                      rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
-}
-
-cudaArray_t ArrayOf(const DeviceImage& rImage)
-{
-    return static_cast<cudaArray_t>(rImage.pvData);
+    const std::size_t tWidth = rImage.iWidth;
+    return {pValues, tWidth, tWidth * rImage.iHeight, 1};
 }
 }  // namespace
 
@@ -42,9 +31,9 @@ cudaError_t CCudaBackend::mWait() const
     return cudaStreamSynchronize(mStream());
 }
 
-bool CCudaBackend::CreateArray(DeviceImage& rImage)
+bool CCudaBackend::mCreateArray(DeviceImage& rImage)
 {
-    if (!CheckSizes("array", rImage) || !mOpenDevice()) return false;
+    if (!mOpenDevice()) return false;
     if (!rImage.bSampled) return mCreateLinear(rImage, "array");
     if (rImage.iChannels != 1 || rImage.iBytes != 4 || rImage.iDepth != 1)
         return DeviceFail("create sampled array: %d channels of %d bytes, %d slices",
@@ -52,9 +41,9 @@ bool CCudaBackend::CreateArray(DeviceImage& rImage)
     return mCreateLayered(rImage);
 }
 
-bool CCudaBackend::CreatePitched(DeviceImage& rImage)
+bool CCudaBackend::mCreatePitched(DeviceImage& rImage)
 {
-    return CheckSizes("buffer", rImage) && mOpenDevice() && mCreateLinear(rImage, "buffer");
+    return mOpenDevice() && mCreateLinear(rImage, "buffer");
 }
 
 bool CCudaBackend::mCreateLinear(DeviceImage& rImage, const char* pcKind)
@@ -75,7 +64,8 @@ bool CCudaBackend::mCreateLinear(DeviceImage& rImage, const char* pcKind)
 
 bool CCudaBackend::mCreateLayered(DeviceImage& rImage)
 {
-    ++mDevice().iSampledImages;  // Free() counts it down
+    int& riImages = mDevice()->iSampledImages;
+    ++riImages;  // Free() counts it down
     const cudaChannelFormatDesc aFormat = cudaCreateChannelDesc<float>();
     const cudaExtent aExtent = {std::size_t(rImage.iWidth), std::size_t(rImage.iHeight),
                                 std::size_t(rImage.iLanes)};
@@ -84,7 +74,7 @@ bool CCudaBackend::mCreateLayered(DeviceImage& rImage)
                                   cudaArrayLayered | cudaArraySurfaceLoadStore),
                 "create array: %d x %d, %d rows", rImage.iWidth, rImage.iHeight, rImage.iLanes))
     {
-        --mDevice().iSampledImages;
+        --riImages;
         return false;
     }
     rImage.pvData = pArray;
@@ -107,136 +97,108 @@ bool CCudaBackend::mCreateLayered(DeviceImage& rImage)
     return false;
 }
 
-bool CCudaBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
+bool CCudaBackend::mCreateLent(DeviceImage& rImage, const void* pvSource)
 {
-    if (!pvSource || rImage.iDepth != 1 || rImage.iChannels != 1 || rImage.iLanes != 1)
-        return DeviceFail("lend array: %d x %d x %d, %d channels, %d rows", rImage.iWidth,
-                          rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
     rImage.bSampled = true;
     if (!CreateArray(rImage)) return false;
-    const std::size_t tWidth = rImage.iWidth;
-    const HostRows<const float> aSource = {static_cast<const float*>(pvSource), tWidth,
-                                           tWidth * rImage.iHeight, 1};
-    if (Upload(rImage, aSource, 0, 0, rImage.iWidth, rImage.iHeight)) return true;
+    if (UploadTable(rImage, pvSource)) return true;
     Free(rImage);
     return false;
 }
 
-void CCudaBackend::Free(DeviceImage& rImage)
+void CCudaBackend::mFree(DeviceImage& rImage)
 {
-    if (!rImage.pvData)
-    {
-        rImage = DeviceImage();
-        return;
-    }
     // Kernels that use it may be queued. What goes wrong with them shows in the next operation.
-    static_cast<void>(mWait());
+    Device* const pDevice = mFindDevice();
+    if (pDevice) static_cast<void>(mWait());
     if (rImage.bSampled)
     {
         if (rImage.uiTexture != 0) static_cast<void>(cudaDestroyTextureObject(rImage.uiTexture));
         if (rImage.uiSurface != 0) static_cast<void>(cudaDestroySurfaceObject(rImage.uiSurface));
-        static_cast<void>(cudaFreeArray(ArrayOf(rImage)));
+        static_cast<void>(cudaFreeArray(static_cast<cudaArray_t>(rImage.pvData)));
         // The job is over, whether it has succeeded or not.
-        if (--mDevice().iSampledImages == 0) mDevice().aStaging.Drop();
+        if (pDevice && --pDevice->iSampledImages == 0) pDevice->aStaging.Drop();
     }
     else
         static_cast<void>(cudaFree(rImage.pvData));
-    rImage = DeviceImage();
 }
 
-bool CCudaBackend::Clear(const DeviceImage& rImage)
+bool CCudaBackend::mClear(const DeviceImage& rImage)
 {
-    if (!rImage.pvData) return DeviceFail("clear: no image");
+    const cudaStream_t pStream = mStream();
     if (!rImage.bSampled)
-        return CudaOk(cudaMemset2DAsync(rImage.pvData, rImage.tPitch, 0, RowBytes(rImage),
-                                        CountRows(rImage), mStream()),
-                      "clear");
+        return pStream && CudaOk(cudaMemset2DAsync(rImage.pvData, rImage.tPitch, 0,
+                                                   RowBytes(rImage), CountRows(rImage), pStream),
+                                 "clear");
     ImageRegion aAll;
     aAll.aImage = rImage;
     aAll.iWidth = rImage.iWidth;
     aAll.iHeight = rImage.iHeight;  // and no rows: all become zero
-    return Scatter(aAll, nullptr, mStream());
+    return Scatter(aAll, nullptr, pStream);
 }
 
-bool CCudaBackend::Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
-                          int iY0, int iWidth, int iHeight)
+bool CCudaBackend::mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
+                           int iY0, int iWidth, int iHeight)
 {
-    if (!CheckRectangle("upload", rImage, iX0, iY0, iWidth, iHeight)) return false;
-    if (iWidth == 0 || iHeight == 0) return true;
-    HostRows<const float> aSource = rSource;
-    aSource.iLanes = std::min(rSource.iLanes, rImage.iLanes);
-    return mDevice().aStaging.Upload({rImage, iX0, iY0, iWidth, iHeight, aSource.iLanes}, aSource);
+    Device* const pDevice = mDevice();
+    return pDevice &&
+           pDevice->aStaging.Upload({rImage, iX0, iY0, iWidth, iHeight, rSource.iLanes}, rSource);
 }
 
-bool CCudaBackend::Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
-                            int iY0, int iWidth, int iHeight)
+void CCudaBackend::mPrefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
 {
-    return StartDownload(rImage, rDest, iX0, iY0, iWidth, iHeight) && FinishDownload();
+    Device* const pDevice = mFindDevice();
+    if (pDevice) pDevice->aStaging.Prefetch(rSource, iWidth, iHeight);
 }
 
-void CCudaBackend::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
+bool CCudaBackend::mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                                  int iY0, int iWidth, int iHeight)
 {
-    if (iWidth > 0 && iHeight > 0 && rSource.iLanes > 0)
-        mDevice().aStaging.Prefetch(rSource, iWidth, iHeight);
-}
-
-bool CCudaBackend::StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
-                                 int iY0, int iWidth, int iHeight)
-{
-    if (!CheckRectangle("download", rImage, iX0, iY0, iWidth, iHeight)) return false;
-    HostRows<float> aDest = rDest;
-    aDest.iLanes = std::min(rDest.iLanes, rImage.iLanes);
-    if (iWidth == 0 || iHeight == 0 || aDest.iLanes == 0) return true;
-    return mDevice().aStaging.StartDownload({rImage, iX0, iY0, iWidth, iHeight, aDest.iLanes},
-                                            aDest);
+    Device* const pDevice = mDevice();
+    return pDevice && pDevice->aStaging.StartDownload(
+                          {rImage, iX0, iY0, iWidth, iHeight, rDest.iLanes}, rDest);
 }
 
 bool CCudaBackend::FinishDownload()
 {
-    return mDevice().aStaging.FinishDownload();
+    Device* const pDevice = mFindDevice();
+    return !pDevice || pDevice->aStaging.FinishDownload();  // none: nothing was started
 }
 
-bool CCudaBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
+bool CCudaBackend::mCopy(const DeviceImage& rDest, const DeviceImage& rSource)
 {
-    if (!CheckCopy(rDest, rSource)) return false;
     if (rDest.bSampled || rSource.bSampled) return CopyTexels(rDest, rSource, mStream());
-    return CudaOk(
-        cudaMemcpy2DAsync(rDest.pvData, rDest.tPitch, rSource.pvData, rSource.tPitch,
-                          RowBytes(rDest), CountRows(rDest), cudaMemcpyDeviceToDevice, mStream()),
-        "copy");
+    const cudaStream_t pStream = mStream();
+    return pStream && CudaOk(cudaMemcpy2DAsync(rDest.pvData, rDest.tPitch, rSource.pvData,
+                                               rSource.tPitch, RowBytes(rDest), CountRows(rDest),
+                                               cudaMemcpyDeviceToDevice, pStream),
+                             "copy");
 }
 
-bool CCudaBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
+bool CCudaBackend::mUploadTable(const DeviceImage& rImage, const void* pvSource)
 {
-    if (!rImage.pvData || rImage.iLanes != 1 || rImage.iChannels < 1)
-        return DeviceFail("upload: table of %d rows", rImage.iLanes);
     if (rImage.bSampled)
-    {
-        const std::size_t tWidth = rImage.iWidth;
-        return Upload(rImage,
-                      {static_cast<const float*>(pvSource), tWidth, tWidth * rImage.iHeight, 1}, 0,
-                      0, rImage.iWidth, rImage.iHeight);
-    }
-    return CudaOk(cudaMemcpy2DAsync(rImage.pvData, rImage.tPitch, pvSource, RowBytes(rImage),
+        return Upload(rImage, PackedRows(rImage, static_cast<const float*>(pvSource)), 0, 0,
+                      rImage.iWidth, rImage.iHeight);
+    const cudaStream_t pStream = mStream();
+    return pStream &&
+           CudaOk(cudaMemcpy2DAsync(rImage.pvData, rImage.tPitch, pvSource, RowBytes(rImage),
                                     RowBytes(rImage), CountRows(rImage), cudaMemcpyHostToDevice,
-                                    mStream()),
+                                    pStream),
                   "upload table") &&
            CudaOk(mWait(), "upload table");
 }
 
-bool CCudaBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
+bool CCudaBackend::mDownloadTable(const DeviceImage& rImage, void* pvDest)
 {
-    if (!rImage.pvData || rImage.iLanes != 1)
-        return DeviceFail("download: table of %d rows", rImage.iLanes);
     if (rImage.bSampled)
-    {
-        const std::size_t tWidth = rImage.iWidth;
-        return Download(rImage, {static_cast<float*>(pvDest), tWidth, tWidth * rImage.iHeight, 1},
-                        0, 0, rImage.iWidth, rImage.iHeight);
-    }
-    return CudaOk(cudaMemcpy2DAsync(pvDest, RowBytes(rImage), rImage.pvData, rImage.tPitch,
+        return Download(rImage, PackedRows(rImage, static_cast<float*>(pvDest)), 0, 0,
+                        rImage.iWidth, rImage.iHeight);
+    const cudaStream_t pStream = mStream();
+    return pStream &&
+           CudaOk(cudaMemcpy2DAsync(pvDest, RowBytes(rImage), rImage.pvData, rImage.tPitch,
                                     RowBytes(rImage), CountRows(rImage), cudaMemcpyDeviceToHost,
-                                    mStream()),
+                                    pStream),
                   "download table") &&
            CudaOk(mWait(), "download table: wait for the kernels");
 }

@@ -20,6 +20,7 @@ inline unsigned int BlocksFor(long long iItems)
 }
 
 /// Starts a kernel on a stream and returns at once.
+/// \param pStream  null: false, for a reason that is noted already
 /// \param pcName   lives as long as the program
 /// \param tShared  bytes of shared memory of a block
 template <class... PARAMS>
@@ -27,6 +28,7 @@ template <class... PARAMS>
                           void (*pKernel)(PARAMS...),
                           const std::type_identity_t<std::decay_t<PARAMS>>&... rParams)
 {
+    if (!pStream) return false;
     cudaLaunchConfig_t aConfig = {};
     aConfig.gridDim = aGrid;
     aConfig.blockDim = dim3(g_iThreads, 1, 1);

@@ -33,14 +33,14 @@ auto BackKernelFor(bool bExact)
 }
 }  // namespace
 
-bool CCudaBackend::ForwardProject(const ForwardParams& rP)
+bool CCudaBackend::mForwardProject(const ForwardParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.iProjX), rP.iEnd - rP.iFirst, rP.aSums.iLanes);
     return Launch("ForwardProject", mStream(), aGrid, 0,
                   m_bExact ? ForwardKernel<ExactSampler> : ForwardKernel<FilterSampler>, rP);
 }
 
-bool CCudaBackend::BackProject(const BackParams& rP)
+bool CCudaBackend::mBackProject(const BackParams& rP)
 {
     const dim3 aGrid((rP.iVolX + g_iBackColumns - 1) / g_iBackColumns,
                      (rP.iVolZ + g_iBackRows - 1) / g_iBackRows, rP.iRows);

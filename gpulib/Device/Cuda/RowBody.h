@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gpulib/Device/Cuda/ProjBody.h"
+#include "gpulib/Device/Limits.h"
 
 // Bodies of the kernels that stream over projection rows, and of the sums over them.
 
@@ -39,7 +40,7 @@ CUDA_FN void AddHalf(int iThread, int iStride, float* pfPartial)
 CUDA_FN float SumAbsPartial(int iThread, int iProj, int iLane, const SumAbsParams& rP)
 {
     float fSum = 0.0f;
-    for (int i = iThread; i - iThread < rP.iProjX; i += 256)
+    for (int i = iThread; i - iThread < rP.iProjX; i += g_iPartialSums)
         fSum +=
             AbsIfPresent(LoadTexel(rP.aSource, i < rP.iProjX ? i : rP.iProjX - 1, iProj, iLane));
     return fSum;

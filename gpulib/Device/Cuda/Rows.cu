@@ -47,21 +47,23 @@ __global__ void __launch_bounds__(g_iThreads)
 }
 }  // namespace
 
-bool CCudaBackend::Combine(const CombineParams& rP)
+bool CCudaBackend::mCombine(const CombineParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.iProjX), rP.iEnd - rP.iFirst, rP.aOut.iLanes);
     return Launch("Combine", mStream(), aGrid, 0, CombineKernel, rP);
 }
 
-bool CCudaBackend::Weight(const WeightParams& rP)
+bool CCudaBackend::mWeight(const WeightParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.iProjX), rP.iEnd - rP.iFirst, rP.aOut.iLanes);
     return Launch("Weight", mStream(), aGrid, 0, WeightKernel, rP);
 }
 
-bool CCudaBackend::SumAbs(const SumAbsParams& rP)
+bool CCudaBackend::mSumAbs(const SumAbsParams& rP)
 {
-    CCudaBuffer& rTotals = mDevice().aTotals;
+    Device* const pDevice = mDevice();
+    if (!pDevice) return false;
+    CCudaBuffer& rTotals = pDevice->aTotals;
     if (!rTotals.Reserve(std::size_t(rP.iProjs) * rP.iRows * sizeof(float))) return false;
     return Launch("SumAbs", mStream(), dim3(rP.iProjs, rP.iRows, 1), g_iThreads * sizeof(float),
                   SumAbsKernel, rP, rTotals.GetFloats()) &&

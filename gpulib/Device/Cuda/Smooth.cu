@@ -15,7 +15,7 @@ __global__ void __launch_bounds__(g_iThreads) SmoothKernel(const __grid_constant
 }
 }  // namespace
 
-bool CCudaBackend::Smooth(const SmoothParams& rP)
+bool CCudaBackend::mSmooth(const SmoothParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.aVol.iWidth) * rP.aVol.iHeight,
                      (rP.aVol.iDepth + g_iSmoothVoxels - 1) / g_iSmoothVoxels, 1);

@@ -68,7 +68,8 @@ struct ExactSampler
     }
     CUDA_FN float Mix(float fA, float fB, float fPart)
     {
-        return fmaf(fPart, fB, (1.0f - fPart) * fA);  // fB - fA would lose fA beside -1e30
+        // fB - fA would lose fA beside -1e30. Without weight fB does not count: it may be infinite.
+        return fPart > 0.0f ? fmaf(fPart, fB, (1.0f - fPart) * fA) : fA;
     }
     CUDA_FN float SampleRow(const DeviceImage& rImage, float fU, int iRow, int iLane)
     {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "Util/Util_Memory.h"
 #include "gpulib/Device/DeviceError.h"
-#include "gpulib/Device/DriverChecks.h"
 #include "gpulib/Device/Host/HostMemory.h"
 #include "gpulib/Device/Host/SeparableKernel.h"
 #include "gpulib/Device/Host/Transpose.h"
@@ -91,7 +91,7 @@ CHostBackend::CHostBackend(const HostKernels& rKernels, int iDevices, int iCores
 std::size_t CHostBackend::GetDeviceMemory(int iDevice) const
 {
     if (iDevice < 0 || iDevice >= GetDeviceCount()) return 0;
-    return GetMachineMemory() / m_vDevices.size();
+    return Util_Memory::GetMachine() / m_vDevices.size();
 }
 
 bool CHostBackend::SelectDevice(int iDevice)
@@ -123,10 +123,8 @@ int CHostBackend::GetPieceRows(int iWidth, int iRows) const
 
 bool CHostBackend::mCreate(DeviceImage& rImage, const char* pcKind)
 {
-    if (rImage.iWidth <= 0 || rImage.iHeight <= 0 || rImage.iDepth <= 0 || rImage.iChannels <= 0 ||
-        rImage.iLanes <= 0 || rImage.iLanes > g_iMaxLanes)
-        return DeviceFail("create %s: %d x %d x %d, %d channels, %d rows", pcKind, rImage.iWidth,
-                          rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
+    if (rImage.iLanes > g_iMaxLanes)
+        return DeviceFail("create %s: %d rows, at most %d", pcKind, rImage.iLanes, g_iMaxLanes);
     rImage.iLanes = RoundUpLanes(rImage.iLanes);
     std::size_t tBytes = std::size_t(rImage.iChannels) * rImage.iLanes * rImage.iBytes;
     bool bFits = true;
@@ -141,66 +139,53 @@ bool CHostBackend::mCreate(DeviceImage& rImage, const char* pcKind)
     return true;
 }
 
-bool CHostBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
+bool CHostBackend::mCreateLent(DeviceImage& rImage, const void* pvSource)
 {
-    if (!pvSource || rImage.iWidth <= 0 || rImage.iHeight <= 0 || rImage.iDepth != 1 ||
-        rImage.iChannels <= 0 || rImage.iLanes != 1)
-        return DeviceFail("lend array: %d x %d x %d, %d channels, %d rows", rImage.iWidth,
-                          rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
     rImage.pvData = const_cast<void*>(pvSource);  // kernels only read it
     rImage.tPitch = std::size_t(rImage.iWidth) * rImage.iChannels * rImage.iBytes;
     rImage.bLent = true;
     return true;
 }
 
-void CHostBackend::Free(DeviceImage& rImage)
+void CHostBackend::mFree(DeviceImage& rImage)
 {
     if (!rImage.bLent) HostBlock(rImage.pvData).reset();
-    rImage = DeviceImage();
 }
 
-bool CHostBackend::Clear(const DeviceImage& rImage)
+bool CHostBackend::mClear(const DeviceImage& rImage)
 {
-    if (!rImage.pvData) return DeviceFail("clear: no image");
     std::memset(rImage.pvData, 0, CountValues(rImage) * rImage.iBytes);
     return true;
 }
 
-bool CHostBackend::Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
-                          int iY0, int iWidth, int iHeight)
+bool CHostBackend::mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
+                           int iY0, int iWidth, int iHeight)
 {
-    if (!CheckRectangle("upload", rImage, iX0, iY0, iWidth, iHeight)) return false;
     Interleave(rImage, rSource, iX0, iY0, iWidth, iHeight);
     return true;
 }
 
-bool CHostBackend::Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
-                            int iY0, int iWidth, int iHeight)
+bool CHostBackend::mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                                  int iY0, int iWidth, int iHeight)
 {
-    if (!CheckRectangle("download", rImage, iX0, iY0, iWidth, iHeight)) return false;
     Deinterleave(rImage, rDest, iX0, iY0, iWidth, iHeight);
     return true;
 }
 
-bool CHostBackend::Copy(const DeviceImage& rDest, const DeviceImage& rSource)
+bool CHostBackend::mCopy(const DeviceImage& rDest, const DeviceImage& rSource)
 {
-    if (!CheckCopy(rDest, rSource)) return false;
     std::memcpy(rDest.pvData, rSource.pvData, CountValues(rDest) * rDest.iBytes);
     return true;
 }
 
-bool CHostBackend::UploadTable(const DeviceImage& rImage, const void* pvSource)
+bool CHostBackend::mUploadTable(const DeviceImage& rImage, const void* pvSource)
 {
-    if (!rImage.pvData || rImage.iLanes != 1)
-        return DeviceFail("upload: table of %d rows", rImage.iLanes);
     std::memcpy(rImage.pvData, pvSource, CountValues(rImage) * rImage.iBytes);
     return true;
 }
 
-bool CHostBackend::DownloadTable(const DeviceImage& rImage, void* pvDest)
+bool CHostBackend::mDownloadTable(const DeviceImage& rImage, void* pvDest)
 {
-    if (!rImage.pvData || rImage.iLanes != 1)
-        return DeviceFail("download: table of %d rows", rImage.iLanes);
     std::memcpy(pvDest, rImage.pvData, CountValues(rImage) * rImage.iBytes);
     return true;
 }
@@ -231,7 +216,7 @@ void CHostBackend::mSplit(int iPieces, F fShare)
         });
 }
 
-bool CHostBackend::ForwardProject(const ForwardParams& rP)
+bool CHostBackend::mForwardProject(const ForwardParams& rP)
 {
     std::vector<int> viRows;
     if (!ReadIndex("ForwardProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aSums.iHeight, viRows))
@@ -261,7 +246,7 @@ bool CHostBackend::ForwardProject(const ForwardParams& rP)
     return true;
 }
 
-bool CHostBackend::BackProject(const BackParams& rP)
+bool CHostBackend::mBackProject(const BackParams& rP)
 {
     std::vector<int> viRows;
     if (!ReadIndex("BackProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aProjs.iHeight, viRows))
@@ -273,7 +258,7 @@ bool CHostBackend::BackProject(const BackParams& rP)
     return true;
 }
 
-bool CHostBackend::Combine(const CombineParams& rP)
+bool CHostBackend::mCombine(const CombineParams& rP)
 {
     std::vector<int> viRows;
     if (!ReadIndex("Combine", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aOut.iHeight, viRows))
@@ -283,7 +268,7 @@ bool CHostBackend::Combine(const CombineParams& rP)
     return true;
 }
 
-bool CHostBackend::Weight(const WeightParams& rP)
+bool CHostBackend::mWeight(const WeightParams& rP)
 {
     std::vector<int> viRows;
     if (rP.eOperation == EWeight::eCopy || rP.eOperation == EWeight::eRef)
@@ -295,7 +280,7 @@ bool CHostBackend::Weight(const WeightParams& rP)
     return true;
 }
 
-bool CHostBackend::SumAbs(const SumAbsParams& rP)
+bool CHostBackend::mSumAbs(const SumAbsParams& rP)
 {
     std::vector<int> viRows;
     if (!ReadIndex("SumAbs", rP.aProjIndex, 0, rP.iProjs, rP.aSource.iHeight, viRows)) return false;
@@ -310,19 +295,19 @@ bool CHostBackend::SumAbs(const SumAbsParams& rP)
     return true;
 }
 
-bool CHostBackend::Transform(const TransformParams& rP)
+bool CHostBackend::mTransform(const TransformParams& rP)
 {
     mSplit(rP.iRows, [&](Share aShare, int) { m_rKernels.Transform(rP, aShare); });
     return true;
 }
 
-bool CHostBackend::CompareSums(const CompareParams& rP)
+bool CHostBackend::mCompareSums(const CompareParams& rP)
 {
     mSplit(rP.iRows, [&](Share aShare, int) { m_rKernels.CompareSums(rP, aShare); });
     return true;
 }
 
-bool CHostBackend::Smooth(const SmoothParams& rP)
+bool CHostBackend::mSmooth(const SmoothParams& rP)
 {
     const DeviceImage& rKernel = rP.aKernel;
     const std::size_t tScratch = SmoothScratch(rKernel.iWidth, rKernel.iHeight) * sizeof(float);

@@ -27,29 +27,29 @@ public:
     int GetPieceRows(int iWidth, int iRows) const override;
     bool UsesHostMemory() const override { return true; }
 
-    bool CreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
-    bool CreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
-    bool CreateLent(DeviceImage& rImage, const void* pvSource) override;
-    void Free(DeviceImage& rImage) override;
-    bool Clear(const DeviceImage& rImage) override;
-    bool Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
-                int iWidth, int iHeight) override;
-    bool Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
-                  int iWidth, int iHeight) override;
-    bool Copy(const DeviceImage& rDest, const DeviceImage& rSource) override;
-    bool UploadTable(const DeviceImage& rImage, const void* pvSource) override;
-    bool DownloadTable(const DeviceImage& rImage, void* pvDest) override;
-
-    bool ForwardProject(const ForwardParams& rParams) override;
-    bool Combine(const CombineParams& rParams) override;
-    bool Weight(const WeightParams& rParams) override;
-    bool BackProject(const BackParams& rParams) override;
-    bool SumAbs(const SumAbsParams& rParams) override;
-    bool Transform(const TransformParams& rParams) override;
-    bool CompareSums(const CompareParams& rParams) override;
-    bool Smooth(const SmoothParams& rParams) override;
-
 private:
+    bool mCreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
+    bool mCreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
+    bool mCreateLent(DeviceImage& rImage, const void* pvSource) override;
+    void mFree(DeviceImage& rImage) override;
+    bool mClear(const DeviceImage& rImage) override;
+    bool mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
+                 int iWidth, int iHeight) override;
+    bool mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                        int iWidth, int iHeight) override;
+    bool mCopy(const DeviceImage& rDest, const DeviceImage& rSource) override;
+    bool mUploadTable(const DeviceImage& rImage, const void* pvSource) override;
+    bool mDownloadTable(const DeviceImage& rImage, void* pvDest) override;
+
+    bool mForwardProject(const ForwardParams& rParams) override;
+    bool mCombine(const CombineParams& rParams) override;
+    bool mWeight(const WeightParams& rParams) override;
+    bool mBackProject(const BackParams& rParams) override;
+    bool mSumAbs(const SumAbsParams& rParams) override;
+    bool mTransform(const TransformParams& rParams) override;
+    bool mCompareSums(const CompareParams& rParams) override;
+    bool mSmooth(const SmoothParams& rParams) override;
+
     struct Device
     {
         std::unique_ptr<CTeam> pTeam;

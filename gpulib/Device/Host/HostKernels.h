@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "gpulib/Device/KernelParams.h"
+#include "gpulib/Device/Limits.h"
 #include "gpulib/Device/ProjMath.h"
 
 // The kernels of the host backend, one set of functions per instruction set. What does not depend

@@ -5,10 +5,6 @@
 
 // Memory of the host backend.
 
-/// Bytes that this process may use on this machine: physical memory, or the limit of its control
-/// group when that is lower.
-std::size_t GetMachineMemory();
-
 struct HostRelease
 {
     void operator()(void* pvData) const;

@@ -51,24 +51,23 @@ static void WeightLanes(const WeightParams& rP, const int* piRows, Share aRows)
     }
 }
 
-/// Sum of one row per lane: 256 partial sums by stride, then a tree. The row counts as a multiple
-/// of 256 columns; those past its end repeat the last pixel.
+/// Sum of one row per lane: partial sums by stride, then a tree. The row counts as a multiple of so
+/// many columns; those past its end repeat the last pixel.
 template <int LANES>
 static void SumAbsLanes(const SumAbsParams& rP, const int* piRows, Share aRows, float* pfTotals)
 {
     using L = Lanes<LANES>;
-    constexpr int iPartials = 256;
-    const int iSegments = (rP.iProjX + iPartials - 1) / iPartials;
-    alignas(64) float afPartial[iPartials * LANES];
+    const int iSegments = (rP.iProjX + g_iPartialSums - 1) / g_iPartialSums;
+    alignas(64) float afPartial[g_iPartialSums * LANES];
     for (int i = aRows.iFirst; i < aRows.iEnd; ++i)
     {
         const float* pfRow = RowOf(rP.aSource, piRows[i]);
-        for (int t = 0; t < iPartials; ++t)
+        for (int t = 0; t < g_iPartialSums; ++t)
         {
             L aSum = Fill<LANES>(0.0f);
             for (int s = 0; s < iSegments; ++s)
             {
-                const int iColumn = t + s * iPartials;
+                const int iColumn = t + s * g_iPartialSums;
                 const int iX = iColumn < rP.iProjX ? iColumn : rP.iProjX - 1;
                 L aValue = Load<LANES>(pfRow + static_cast<std::size_t>(iX) * LANES);
 #pragma GCC unroll 16
@@ -77,7 +76,7 @@ static void SumAbsLanes(const SumAbsParams& rP, const int* piRows, Share aRows, 
             }
             Store<LANES>(afPartial + t * LANES, aSum);
         }
-        for (int iStride = iPartials / 2; iStride > 0; iStride /= 2)
+        for (int iStride = g_iPartialSums / 2; iStride > 0; iStride /= 2)
             for (int t = 0; t < iStride; ++t)
                 Store<LANES>(afPartial + t * LANES,
                              Add<LANES>(Load<LANES>(afPartial + t * LANES),

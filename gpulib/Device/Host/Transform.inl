@@ -34,6 +34,12 @@ DEVICE_FN IX ColumnNumbers()
     return vNumbers;
 }
 
+/// As Between(), but vB does not count where it has no weight: it may be infinite.
+DEVICE_FN FX Blend(FX vA, FX vB, FX vPart, IX vIsBetween)
+{
+    return vIsBetween ? Between<FX>(vA, vB, vPart) : vA;
+}
+
 /// Bilinear reads at positions on the image. A position on a pixel reads this pixel alone.
 DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
 {
@@ -49,18 +55,15 @@ DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
     {
         const float* pfUpper = pfImage + static_cast<std::size_t>(iY) * rImage.iWidth + iX;
         const float* pfLower = iY + 1 < rImage.iHeight ? pfUpper + rImage.iWidth : pfUpper;
-        const FX vUpper = LoadX(pfUpper), vLower = vIsDown ? LoadX(pfLower) : vUpper;
-        const FX vUpperNext = vIsRight ? LoadX(pfUpper + 1) : vUpper;
-        FX vLowerNext = vIsDown ? LoadX(pfLower + 1) : vUpperNext;
-        vLowerNext = vIsRight ? vLowerNext : vLower;
-        return Between<FX>(Between<FX>(vUpper, vUpperNext, vRight),
-                           Between<FX>(vLower, vLowerNext, vRight), vDown);
+        return Blend(Blend(LoadX(pfUpper), LoadX(pfUpper + 1), vRight, vIsRight),
+                     Blend(LoadX(pfLower), LoadX(pfLower + 1), vRight, vIsRight), vDown, vIsDown);
     }
     const IX vUpper = vY * rImage.iWidth + vX;
     const IX vLower = vUpper + (vIsDown & rImage.iWidth);
-    return Between<FX>(
-        Between<FX>(Gather(pfImage, vUpper), Gather(pfImage, vUpper - vIsRight), vRight),
-        Between<FX>(Gather(pfImage, vLower), Gather(pfImage, vLower - vIsRight), vRight), vDown);
+    return Blend(
+        Blend(Gather(pfImage, vUpper), Gather(pfImage, vUpper - vIsRight), vRight, vIsRight),
+        Blend(Gather(pfImage, vLower), Gather(pfImage, vLower - vIsRight), vRight, vIsRight), vDown,
+        vIsDown);
 }
 
 template <bool LOG>
@@ -146,15 +149,14 @@ static void Transform(const TransformParams& rP, Share aRows)
     }
 }
 
-constexpr int g_iComparePartials = 256;
-
-/// Columns iFirst, iFirst + 256, ... of a row, for as many neighbours as a register holds.
+/// Columns iFirst, iFirst + g_iPartialSums, ... of a row, for as many neighbours as a register
+/// holds.
 DEVICE_FN void SumColumns(const float* pfA, const float* pfB, const float* pfMiss, int iFirst,
-                          int iProjX, float (*pafPartial)[g_iComparePartials])
+                          int iProjX, float (*pafPartial)[g_iPartialSums])
 {
     FX avSums[eCompareSums] = {};
     int x = iFirst;
-    for (; x + TALVEN_VECTOR <= iProjX; x += g_iComparePartials)
+    for (; x + TALVEN_VECTOR <= iProjX; x += g_iPartialSums)
         AddPixel<FX>(avSums, LoadX(pfA + x), LoadX(pfB + x), LoadX(pfMiss + x));
     if (x < iProjX)
         AddPixel<FX>(avSums, LoadX(pfA + x, iProjX - x, 0.0f), LoadX(pfB + x, iProjX - x, 0.0f),
@@ -165,7 +167,7 @@ DEVICE_FN void SumColumns(const float* pfA, const float* pfB, const float* pfMis
 /// Sum of all partial sums, by halves.
 DEVICE_FN float SumByHalves(float* pfPartial)
 {
-    int iStride = g_iComparePartials / 2;
+    int iStride = g_iPartialSums / 2;
     for (; iStride >= TALVEN_VECTOR; iStride /= 2)
         for (int t = 0; t < iStride; t += TALVEN_VECTOR)
             StoreX(pfPartial + t, LoadX(pfPartial + t) + LoadX(pfPartial + t + iStride));
@@ -176,12 +178,12 @@ DEVICE_FN float SumByHalves(float* pfPartial)
 
 static void CompareSums(const CompareParams& rP, Share aRows)
 {
-    alignas(64) float aafPartial[eCompareSums][g_iComparePartials];
+    alignas(64) float aafPartial[eCompareSums][g_iPartialSums];
     for (int j = aRows.iFirst; j < aRows.iEnd; ++j)
     {
         const float *pfA = RowOf(rP.aAligned, j), *pfB = RowOf(rP.aTransed, j);
         const float* pfMiss = RowOf(rP.aMiss, j);
-        for (int t = 0; t < g_iComparePartials; t += TALVEN_VECTOR)
+        for (int t = 0; t < g_iPartialSums; t += TALVEN_VECTOR)
             SumColumns(pfA, pfB, pfMiss, t, rP.iProjX, aafPartial);
         for (int q = 0; q < eCompareSums; ++q)
             RowOf(rP.aSums, q)[rP.iFirst + j] = SumByHalves(aafPartial[q]);

@@ -1,10 +1,10 @@
 #include "server/Data/Recon/AlignOp.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 
+#include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Refuse.h"
 #include "server/Data/RemotePacket.h"
 
@@ -28,6 +28,19 @@ bool CheckScale(std::array<float, 6> afScale, std::string& rReason)
 }
 }  // namespace
 
+CRequestPlan CAlignOp::mPlan(const Layout& rLayout, void (*fnTrace)(const CRemotePacket& rPacket))
+{
+    return CRequestPlan(
+        [this, rLayout, fnTrace](const CRemotePacket& rSent, std::string& rReason)
+        {
+            if (rLayout.bResetsSums) CCompareSum::GetInstance()->Reset();
+            if (!mRead(rSent, rLayout, rReason)) return false;
+            if (fnTrace) fnTrace(rSent);
+            return true;
+        },
+        static_cast<std::uint32_t>(4 * rLayout.iDataScales));
+}
+
 bool CAlignOp::mRead(const CRemotePacket& rPacket, const Layout& rLayout, std::string& rReason)
 {
     std::array<float, 6> afMatrix{}, afScale{};
@@ -47,7 +60,9 @@ bool CAlignOp::mRead(const CRemotePacket& rPacket, const Layout& rLayout, std::s
     return true;
 }
 
-void CAlignOp::mPrint(std::span<const float> fValues) const
+void CAlignOp::mPrint(const CRemotePacket& rPacket, int iField, int iCount)
 {
-    for (const float fValue : fValues) std::printf("%7.2f ", double(fValue));
+    for (int i = 0; i < iCount; ++i)
+        std::printf("%7.2f ", double(rPacket.GetNthFieldF(iField + i)));
+    std::puts("");
 }

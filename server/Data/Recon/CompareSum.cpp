@@ -3,14 +3,6 @@
 #include <algorithm>
 #include <bit>
 
-std::unique_ptr<CCompareSum> CCompareSum::m_pInstance;
-
-CCompareSum* CCompareSum::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CCompareSum);
-    return m_pInstance.get();
-}
-
 void CCompareSum::Reset()
 {
     SetZero();

@@ -1,17 +1,17 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <mutex>
 #include <vector>
 
+#include "Util/Util_Singleton.h"
 #include "Util/Util_Time.h"
 
 /// The sums of the last comparison. They outlive the client that asked for it.
 ///
 /// Workers add the sums of their bands in any order; the totals do not depend on it. The getters
 /// belong to the session's thread, while no worker runs.
-class CCompareSum
+class CCompareSum : public Util_Singleton<CCompareSum>
 {
 public:
     /// What one band of rows contributes; a: projection of the stack, b: transformed measured one.
@@ -24,9 +24,6 @@ public:
         float fSumTransed = 0, fSumTransedAbs = 0, fSumTransedSqr = 0;  ///< b
         float fCount = 0;  ///< pixels that are not missing
     };
-
-    static CCompareSum* GetInstance();
-    static void DeleteInstance() { m_pInstance.reset(); }
 
     void Reset();  ///< sums of 0, and the timer started
     void SetZero();
@@ -49,10 +46,8 @@ public:
     std::uint32_t GetMilliseconds() const { return m_uiMilliseconds; }
 
 private:
-    CCompareSum() = default;
     std::uint32_t mSum(float Band::*pfField) const;
 
-    static std::unique_ptr<CCompareSum> m_pInstance;
     mutable std::mutex m_aMutex;  // guards the bands
     std::vector<Band> m_vBands;   // in the order of their rows
     std::uint32_t m_uiMilliseconds = 0;

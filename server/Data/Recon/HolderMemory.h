@@ -2,25 +2,29 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
 
-#include "server/Data/UploadTarget.h"
+#include "server/Data/RequestPlan.h"
 
 class Util_Volume;
 
-/// The largest size of a packet's data as a 32-bit number.
-std::uint32_t ClampToUint32(std::uint64_t ulBytes);
+/// Extents that a request asks for, from its fields 4, 5 and 6: X, Y and images or slices.
+struct Extents
+{
+    std::uint32_t uiX, uiY, uiZ;
 
-/// Extents that an upload asks for: each at least 1, the product below 2^31.
-/// \param pcWhat  what has this size, for the reason
-[[nodiscard]] bool CheckExtents(const char* pcWhat, std::uint32_t uiX, std::uint32_t uiY,
-                                std::uint32_t uiZ, std::string& rReason);
+    explicit Extents(const CRemotePacket& rPacket);
+    std::uint64_t GetVoxels() const { return std::uint64_t{uiX} * uiY * uiZ; }
+    /// Each at least 1, the product below 2^31.
+    /// \param pcWhat  what has this size, for the reason
+    [[nodiscard]] bool Check(const char* pcWhat, std::string& rReason) const;
+    std::unique_ptr<Util_Volume> MakeVolume() const;  ///< of zeros
+};
 
-/// XY slice uiSlice of a volume as the target of uiBytes of data; nothing when there is no such
-/// slice or the data is longer.
-std::optional<UploadTarget> GetSliceTarget(Util_Volume& rVolume, std::uint32_t uiSlice,
-                                           std::uint32_t uiBytes, std::string& rReason);
+/// XY slice uiSlice of a volume receives the data; refused when there is no such slice or the data
+/// is longer.
+CRequestPlan PlanSlice(Util_Volume& rVolume, std::uint32_t uiSlice, const CRemotePacket& rPacket);
 
 /// Whether the machine can hold what all holders have, with tOld bytes of it replaced by ulNew.
 ///

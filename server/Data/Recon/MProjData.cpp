@@ -2,51 +2,26 @@
 
 #include <cstdio>
 
-#include "Util/Util_Volume.h"
 #include "server/Data/Recon/HolderMemory.h"
-#include "server/Data/Refuse.h"
 #include "server/Data/RemotePacket.h"
 
-std::unique_ptr<CMProjData> CMProjData::m_pInstance;
-
-CMProjData::CMProjData() = default;
-CMProjData::~CMProjData() = default;
-
-CMProjData* CMProjData::GetInstance()
+CRequestPlan CMProjData::HandleMProjSize(const CRemotePacket& rPacket)
 {
-    if (!m_pInstance) m_pInstance.reset(new CMProjData);
-    return m_pInstance.get();
+    const Extents aSize(rPacket);
+    std::string strReason;
+    if (!mCheckSize(aSize, strReason)) return CRequestPlan::Refuse("%s", strReason.c_str());
+    return CRequestPlan(
+        [this, aSize](const CRemotePacket&, std::string&)
+        {
+            m_pProjs = aSize.MakeVolume();
+            std::printf("MProjSize: %u  %u  %u\n", aSize.uiX, aSize.uiY, aSize.uiZ);
+            return true;
+        });
 }
 
-void CMProjData::DeleteInstance()
-{
-    m_pInstance.reset();
-}
-
-std::size_t CMProjData::GetBytes() const
-{
-    return m_pProjs ? 4 * m_pProjs->GetVoxels() : 0;
-}
-
-bool CMProjData::HandleMProjSize(const CRemotePacket& rPacket, std::string& rReason)
-{
-    const std::uint32_t uiX = rPacket.GetNthField(4), uiY = rPacket.GetNthField(5);
-    const std::uint32_t uiN = rPacket.GetNthField(6);
-    if (!CheckExtents("stack", uiX, uiY, uiN, rReason) ||
-        !CheckMemory(GetBytes(), std::uint64_t{4} * uiX * uiY * uiN, rReason))
-        return false;
-    auto pProjs = std::make_unique<Util_Volume>();
-    pProjs->SetSize(static_cast<int>(uiX), static_cast<int>(uiY), static_cast<int>(uiN));
-    m_pProjs = std::move(pProjs);
-    std::printf("MProjSize: %u  %u  %u\n", uiX, uiY, uiN);
-    return true;
-}
-
-std::optional<UploadTarget> CMProjData::HandleMProjSet(const CRemotePacket& rPacket,
-                                                       std::string& rReason)
+CRequestPlan CMProjData::HandleMProjSet(const CRemotePacket& rPacket)
 {
     const std::uint32_t uiProj = rPacket.GetNthField(4);
-    if (m_pProjs) return GetSliceTarget(*m_pProjs, uiProj, rPacket.GetOptSize(), rReason);
-    Refuse(rReason, "projection %u before MPROJSIZE", uiProj);
-    return {};
+    if (m_pProjs) return PlanSlice(*m_pProjs, uiProj, rPacket);
+    return CRequestPlan::Refuse("projection %u before MPROJSIZE", uiProj);
 }

@@ -4,23 +4,13 @@
 #include <tuple>
 #include <utility>
 
-#include "Util/Util_Volume.h"
 #include "server/Data/Recon/HolderMemory.h"
 #include "server/Data/Recon/SetOp.h"
-#include "server/Data/Refuse.h"
 #include "server/Data/RemotePacket.h"
-
-std::unique_ptr<CProjData> CProjData::m_pInstance;
 
 namespace
 {
-constexpr std::uint64_t g_ulPair = 8;  // bytes of two 32-bit words
-
-/// Stack, angles, defocus and ranges of X x Y x N.
-std::uint64_t CountBytes(std::uint64_t ulX, std::uint64_t ulY, std::uint64_t ulN)
-{
-    return ulN * (4 * ulX * ulY + g_ulPair * ulY + g_ulPair);
-}
+constexpr std::uint32_t g_uiPair = 8;  // bytes of two 32-bit words
 
 /// First valid column and one past the last one of a row of iX pixels.
 std::pair<std::uint32_t, std::uint32_t> FindRange(const float* pfRow, int iX)
@@ -34,90 +24,57 @@ std::pair<std::uint32_t, std::uint32_t> FindRange(const float* pfRow, int iX)
 }
 }  // namespace
 
-CProjData::CProjData() = default;
-CProjData::~CProjData() = default;
+CProjData::CProjData() : CProjStack(g_uiPair, g_uiPair) {}
 
-CProjData* CProjData::GetInstance()
+CRequestPlan CProjData::HandleProjSize(const CRemotePacket& rPacket)
 {
-    if (!m_pInstance) m_pInstance.reset(new CProjData);
-    return m_pInstance.get();
-}
-
-void CProjData::DeleteInstance()
-{
-    m_pInstance.reset();
-}
-
-std::size_t CProjData::GetBytes() const
-{
-    return m_pProjs ? CountBytes(m_auiSize[0], m_auiSize[1], m_auiSize[2]) : 0;
-}
-
-bool CProjData::mCheckSize(const CRemotePacket& rPacket, std::string& rReason) const
-{
-    const std::uint32_t uiX = rPacket.GetNthField(4), uiY = rPacket.GetNthField(5);
-    const std::uint32_t uiN = rPacket.GetNthField(6);
-    return CheckExtents("stack", uiX, uiY, uiN, rReason) &&
-           CheckMemory(GetBytes(), CountBytes(uiX, uiY, uiN), rReason);
-}
-
-std::uint32_t CProjData::GetMaxProjSize(const CRemotePacket& rPacket) const
-{
+    const Extents aSize(rPacket);
     std::string strReason;
-    return mCheckSize(rPacket, strReason) ? ClampToUint32(g_ulPair * rPacket.GetNthField(6)) : 0;
+    if (!mCheckSize(aSize, strReason)) return CRequestPlan::Refuse("%s", strReason.c_str());
+    const std::uint32_t uiBytes = rPacket.GetOptSize();
+    if (uiBytes > std::uint64_t{g_uiPair} * aSize.uiZ)
+        return CRequestPlan::Refuse("%u bytes of data for %u projections of %u", uiBytes, aSize.uiZ,
+                                    g_uiPair);
+    return CRequestPlan([this, aSize](const CRemotePacket& rSent, std::string&)
+                        { return mSetSize(aSize, rSent); },
+                        uiBytes);
 }
 
-bool CProjData::HandleProjSize(const CRemotePacket& rPacket, std::string& rReason)
+/// Memory that runs out changes nothing.
+bool CProjData::mSetSize(const Extents& rSize, const CRemotePacket& rPacket)
 {
-    if (!mCheckSize(rPacket, rReason)) return false;
-    const std::uint32_t uiX = rPacket.GetNthField(4), uiY = rPacket.GetNthField(5);
-    const std::uint32_t uiN = rPacket.GetNthField(6);
-    if (rPacket.GetOptSize() > g_ulPair * uiN)
-        return Refuse(rReason, "%u bytes of data for %u projections of 8", rPacket.GetOptSize(),
-                      uiN);
-    std::vector<float> vfPairs(rPacket.GetDataBytes() / g_ulPair * 2);
-    if (!rPacket.CopyData4(0, std::span(vfPairs))) return Refuse(rReason, "data is missing");
-
-    auto pProjs = std::make_unique<Util_Volume>();
-    pProjs->SetSize(static_cast<int>(uiX), static_cast<int>(uiY), static_cast<int>(uiN));
-    std::vector<float> vfAngles(uiN), vfDefocus(uiN);
-    std::vector<std::uint32_t> vuiRangeX(std::size_t{2} * uiY * uiN);
+    std::vector<float> vfPairs(rPacket.GetDataBytes() / g_uiPair * 2);
+    if (!rPacket.CopyData4(0, std::span(vfPairs))) return false;
+    auto pProjs = rSize.MakeVolume();
+    std::vector<float> vfAngles(rSize.uiZ), vfDefocus(rSize.uiZ);
+    std::vector<std::uint32_t> vuiRangeX(std::size_t{2} * rSize.uiY * rSize.uiZ);
     for (std::size_t i = 0; i < vfPairs.size() / 2; ++i)
     {
         vfAngles[i] = vfPairs[2 * i];
         vfDefocus[i] = vfPairs[2 * i + 1];
     }
-    CSetOp::GetInstance()->SetDefault(uiN);
-
+    CSetOp::GetInstance()->SetDefault(rSize.uiZ);
     m_pProjs = std::move(pProjs);
     m_vfAngles = std::move(vfAngles);
     m_vfDefocus = std::move(vfDefocus);
     m_vuiRangeX = std::move(vuiRangeX);
-    m_auiSize[0] = uiX;
-    m_auiSize[1] = uiY;
-    m_auiSize[2] = uiN;
     return true;
 }
 
-std::optional<UploadTarget> CProjData::HandleProjSet(const CRemotePacket& rPacket,
-                                                     std::string& rReason)
+CRequestPlan CProjData::HandleProjSet(const CRemotePacket& rPacket)
 {
     const std::uint32_t uiProj = rPacket.GetNthField(4), uiBytes = rPacket.GetOptSize();
-    if (!m_pProjs)
-        Refuse(rReason, "projection %u before PROJSIZE", uiProj);
-    else if (uiProj >= GetNumProjs())
-        Refuse(rReason, "projection %u of %u", uiProj, GetNumProjs());
-    else if (uiBytes > CountBytes(GetX(), GetY(), 1) - g_ulPair)
-        Refuse(rReason, "%u bytes of data, a projection of %u x %u takes %llu", uiBytes, GetX(),
-               GetY(), static_cast<unsigned long long>(CountBytes(GetX(), GetY(), 1) - g_ulPair));
-    else
-    {
-        const auto aRange = std::as_writable_bytes(GetRangeX(uiProj));
-        const std::size_t tRange = std::min<std::size_t>(uiBytes, aRange.size());
-        auto* const pPixels = reinterpret_cast<std::byte*>(m_pProjs->GetSliceXY(int(uiProj)));
-        return UploadTarget{aRange.first(tRange), {pPixels, uiBytes - tRange}};
-    }
-    return {};
+    const std::uint64_t ulMost = mCountBytes(GetX(), GetY(), 1) - g_uiPair;
+    if (!m_pProjs) return CRequestPlan::Refuse("projection %u before PROJSIZE", uiProj);
+    if (uiProj >= GetNumProjs())
+        return CRequestPlan::Refuse("projection %u of %u", uiProj, GetNumProjs());
+    if (uiBytes > ulMost)
+        return CRequestPlan::Refuse("%u bytes of data, a projection of %u x %u takes %llu", uiBytes,
+                                    GetX(), GetY(), static_cast<unsigned long long>(ulMost));
+    const auto aRange = std::as_writable_bytes(GetRangeX(uiProj));
+    const std::size_t tRange = std::min<std::size_t>(uiBytes, aRange.size());
+    auto* const pPixels = reinterpret_cast<std::byte*>(m_pProjs->GetSliceXY(int(uiProj)));
+    return CRequestPlan(CRequestPlan::Target{aRange.first(tRange), {pPixels, uiBytes - tRange}});
 }
 
 std::span<std::uint32_t> CProjData::GetRangeX(std::uint32_t uiProj)

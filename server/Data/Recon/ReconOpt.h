@@ -1,44 +1,36 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <span>
-#include <string>
 #include <vector>
 
+#include "Util/Util_Singleton.h"
 #include "server/Data/ReconCmd.h"
-
-class CRemotePacket;
+#include "server/Data/RequestPlan.h"
 
 /// How the next reconstruction runs. Starts with the defaults: one plain back projection.
-class CReconOpt
+class CReconOpt : public Util_Singleton<CReconOpt>
 {
 public:
-    static CReconOpt* GetInstance();
-    static void DeleteInstance() { m_pInstance.reset(); }
-
     /// RECONOPT: field 4 = 0 defaults (nothing else is read), 1 SART, 2 EM, other: method stays;
-    /// 5 iterations, 6 subsets S, 8 position interval; data: S subset sizes, then iterations x S
-    /// relaxation factors. False with a reason when the data does not fit; nothing changes then.
-    [[nodiscard]] bool HandleReconOpt(const CRemotePacket& rPacket, std::string& rReason);
-    static std::uint32_t GetMaxReconOpt(const CRemotePacket& rPacket);  ///< data in use, bytes
+    /// 5 iterations, 6 subsets S, 8 position interval (no job needs it); data: S subset sizes, then
+    /// iterations x S relaxation factors, no more and no less.
+    CRequestPlan HandleReconOpt(const CRemotePacket& rPacket);
     void SetDefault();
 
     std::uint32_t GetReconCmd() const { return m_uiReconCmd; }  ///< a CReconCmd
     std::uint32_t GetIterations() const { return m_uiIterations; }
     std::uint32_t GetNumSets() const { return m_uiNumSets; }
-    std::uint32_t GetPosInterval() const { return m_uiPosInterval; }  ///< no job reads it
     // Both empty with the defaults.
     std::span<const std::uint32_t> GetSetSizes() const { return m_vuiSetSize; }
     std::span<const float> GetRelax() const { return m_vfRelax; }  ///< [iteration][subset]
 
 private:
-    CReconOpt() = default;
-    static std::unique_ptr<CReconOpt> m_pInstance;
+    bool mSet(const CRemotePacket& rPacket);
+
     std::uint32_t m_uiReconCmd = CReconCmd::BACKPROJ;
     std::uint32_t m_uiIterations = 1;
     std::uint32_t m_uiNumSets = 1;
-    std::uint32_t m_uiPosInterval = 1;
     std::vector<std::uint32_t> m_vuiSetSize;
     std::vector<float> m_vfRelax;
 };

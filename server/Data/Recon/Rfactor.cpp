@@ -3,14 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-std::unique_ptr<CRfactor> CRfactor::m_pInstance;
-
-CRfactor* CRfactor::GetInstance()
-{
-    if (!m_pInstance) m_pInstance.reset(new CRfactor);
-    return m_pInstance.get();
-}
-
 void CRfactor::SetSize(std::uint32_t uiNumProjs, std::uint32_t uiIterations)
 {
     std::vector<double> vdFactor(std::size_t{2} * uiNumProjs * uiIterations);

@@ -1,20 +1,18 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <mutex>
 #include <span>
 #include <vector>
 
+#include "Util/Util_Singleton.h"
+
 /// R-factor sums of the last iterative reconstruction, added up over all workers.
 ///
 /// Layout [iteration][selected projection][2]: the raw sum, then the difference sum.
-class CRfactor
+class CRfactor : public Util_Singleton<CRfactor>
 {
 public:
-    static CRfactor* GetInstance();
-    static void DeleteInstance() { m_pInstance.reset(); }
-
     /// Sets all sums to 0. Once per job, before any worker adds.
     void SetSize(std::uint32_t uiNumProjs, std::uint32_t uiIterations);
     /// Adds one worker's sums, same layout. Any thread.
@@ -26,10 +24,8 @@ public:
     float GetDifFactor(int iIteration) { return mSum(iIteration, 1); }
 
 private:
-    CRfactor() = default;
     float mSum(int iIteration, int iWhich);
 
-    static std::unique_ptr<CRfactor> m_pInstance;
     std::mutex m_aMutex;  // guards all below
     std::uint32_t m_uiIterations = 0;
     std::uint32_t m_uiNumProjs = 0;

@@ -2,20 +2,10 @@
 
 #include <cstdio>
 
-std::unique_ptr<CTransformOp> CTransformOp::m_pInstance;
+#include "server/Data/RemotePacket.h"
 
-CTransformOp* CTransformOp::GetInstance()
+void CTransformOp::mTrace(const CRemotePacket& rPacket)
 {
-    if (!m_pInstance) m_pInstance.reset(new CTransformOp);
-    return m_pInstance.get();
-}
-
-bool CTransformOp::HandleTransform(const CRemotePacket& rPacket, std::string& rReason)
-{
-    if (!mRead(rPacket, {6, 3, 0}, rReason)) return false;
-    std::printf("Transform: proj = %u  %u\n", GetMProj(), GetAProj());
-    mPrint(GetMatrix());
-    mPrint(GetScale().first(3));
-    std::puts("");
-    return true;
+    std::printf("Transform: proj = %u  %u\n", rPacket.GetNthField(4), rPacket.GetNthField(5));
+    mPrint(rPacket, 6, 6 + 3);
 }

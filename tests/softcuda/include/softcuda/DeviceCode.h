@@ -7,11 +7,15 @@
 // What a kernel sees. Dynamic shared memory is the one array s_afShared, declared in the global
 // namespace: extern __shared__ float s_afShared[];
 
-inline constinit thread_local uint3 threadIdx{}, blockIdx{};
-inline constinit thread_local dim3 blockDim{}, gridDim{};
-
 namespace SoftCuda
 {
+inline constinit thread_local const uint3* t_pThread = nullptr;
+/// Threads of a block take turns on one thread of the machine: the sanitizer must not see that they
+/// share this pointer.
+[[gnu::no_sanitize("thread")]] inline const uint3& ThisThread()
+{
+    return *t_pThread;
+}
 /// One sample of a layered texture; a bad handle traps and gives 0.
 float Sample(cudaTextureObject_t uTexture, float fX, float fY, int iLayer);
 /// The texel at byte iX of a row, null (after a trap) outside of the array.
@@ -19,15 +23,12 @@ void* GetTexel(cudaSurfaceObject_t uSurface, int iX, int iY, int iLayer, std::si
 void BlockBarrier();
 }  // namespace SoftCuda
 
+#define threadIdx SoftCuda::ThisThread()
+inline constinit thread_local uint3 blockIdx{};
+
 inline void __syncthreads()
 {
     SoftCuda::BlockBarrier();
-}
-
-template <class T>
-T __ldg(const T* ptr)
-{
-    return *ptr;
 }
 
 template <class T>
@@ -39,17 +40,10 @@ inline float tex2DLayered<float>(cudaTextureObject_t texObject, float x, float y
 }
 
 template <class T>
-void surf2DLayeredread(T* ptr, cudaSurfaceObject_t obj, int x, int y, int layer)
-{
-    const void* pvTexel = SoftCuda::GetTexel(obj, x, y, layer, sizeof(T));
-    *ptr = pvTexel ? *static_cast<const T*>(pvTexel) : T{};
-}
-template <class T>
 T surf2DLayeredread(cudaSurfaceObject_t obj, int x, int y, int layer)
 {
-    T aValue;
-    surf2DLayeredread(&aValue, obj, x, y, layer);
-    return aValue;
+    const void* pvTexel = SoftCuda::GetTexel(obj, x, y, layer, sizeof(T));
+    return pvTexel ? *static_cast<const T*>(pvTexel) : T{};
 }
 template <class T>
 void surf2DLayeredwrite(T val, cudaSurfaceObject_t obj, int x, int y, int layer)

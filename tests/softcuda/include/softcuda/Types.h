@@ -17,7 +17,6 @@
     X(0, cudaSuccess, "no error")                                               \
     X(1, cudaErrorInvalidValue, "invalid argument")                             \
     X(2, cudaErrorMemoryAllocation, "out of memory")                            \
-    X(3, cudaErrorInitializationError, "initialization error")                  \
     X(9, cudaErrorInvalidConfiguration, "invalid configuration argument")       \
     X(12, cudaErrorInvalidPitchValue, "invalid pitch argument")                 \
     X(21, cudaErrorInvalidMemcpyDirection, "invalid copy direction for memcpy") \
@@ -53,8 +52,6 @@ struct dim3
         : x(vx), y(vy), z(vz)
     {
     }
-    constexpr dim3(uint3 v) : x(v.x), y(v.y), z(v.z) {}
-    constexpr operator uint3() const { return {x, y, z}; }
 };
 
 using cudaStream_t = struct CUstream_st*;
@@ -67,9 +64,6 @@ inline constexpr unsigned int cudaStreamNonBlocking = 1;
 inline constexpr unsigned int cudaEventDefault = 0;
 inline constexpr unsigned int cudaEventBlockingSync = 1;
 inline constexpr unsigned int cudaEventDisableTiming = 2;
-inline constexpr unsigned int cudaHostAllocDefault = 0;
-inline constexpr unsigned int cudaHostAllocPortable = 1;
-inline constexpr unsigned int cudaArrayDefault = 0;
 inline constexpr unsigned int cudaArrayLayered = 1;
 inline constexpr unsigned int cudaArraySurfaceLoadStore = 2;
 
@@ -83,18 +77,13 @@ struct cudaDeviceProp  // the fields that are filled
 
 enum cudaMemcpyKind
 {
-    cudaMemcpyHostToHost = 0,
     cudaMemcpyHostToDevice = 1,
     cudaMemcpyDeviceToHost = 2,
-    cudaMemcpyDeviceToDevice = 3,
-    cudaMemcpyDefault = 4
+    cudaMemcpyDeviceToDevice = 3
 };
 enum cudaChannelFormatKind
 {
-    cudaChannelFormatKindSigned = 0,
-    cudaChannelFormatKindUnsigned = 1,
-    cudaChannelFormatKindFloat = 2,
-    cudaChannelFormatKindNone = 3
+    cudaChannelFormatKindFloat = 2
 };
 struct cudaChannelFormatDesc
 {
@@ -105,33 +94,10 @@ struct cudaExtent
 {
     std::size_t width, height, depth;
 };
-struct cudaPos
-{
-    std::size_t x, y, z;
-};
-struct cudaPitchedPtr
-{
-    void* ptr;
-    std::size_t pitch, xsize, ysize;
-};
-struct cudaMemcpy3DParms
-{
-    cudaArray_t srcArray;
-    cudaPos srcPos;
-    cudaPitchedPtr srcPtr;
-    cudaArray_t dstArray;
-    cudaPos dstPos;
-    cudaPitchedPtr dstPtr;
-    cudaExtent extent;
-    cudaMemcpyKind kind;
-};
 
 enum cudaResourceType
 {
-    cudaResourceTypeArray = 0,
-    cudaResourceTypeMipmappedArray = 1,
-    cudaResourceTypeLinear = 2,
-    cudaResourceTypePitch2D = 3
+    cudaResourceTypeArray = 0
 };
 struct cudaResourceDesc
 {
@@ -142,16 +108,13 @@ struct cudaResourceDesc
         {
             cudaArray_t array;
         } array;
-        int reserved[32];
     } res;
     unsigned int flags;
 };
 enum cudaTextureAddressMode
 {
     cudaAddressModeWrap = 0,
-    cudaAddressModeClamp = 1,
-    cudaAddressModeMirror = 2,
-    cudaAddressModeBorder = 3
+    cudaAddressModeClamp = 1
 };
 enum cudaTextureFilterMode
 {
@@ -160,8 +123,7 @@ enum cudaTextureFilterMode
 };
 enum cudaTextureReadMode
 {
-    cudaReadModeElementType = 0,
-    cudaReadModeNormalizedFloat = 1
+    cudaReadModeElementType = 0
 };
 struct cudaTextureDesc  // the fields that are read
 {

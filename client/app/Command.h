@@ -1,0 +1,71 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "Report.h"
+#include "talven/Memory.h"
+#include "talven/ServerLink.h"
+#include "talven/Text.h"
+
+namespace talven
+{
+
+using Json = nlohmann::ordered_json;
+
+/// One command of the program. Its options are read into its members, then it runs once.
+class CCommand
+{
+public:
+    virtual ~CCommand() = default;
+    CCommand(const CCommand&) = delete;
+    CCommand& operator=(const CCommand&) = delete;
+    virtual void AddOptions(CLI::App& rApp) = 0;
+    /// \return false: GetError() says why, in one line. No output is ever left half written.
+    [[nodiscard]] virtual bool Run() = 0;
+    const std::string& GetError() const { return m_strError; }
+
+protected:
+    CCommand() = default;
+    /// --server and what a private one is started with.
+    void mAddServerOptions(CLI::App& rApp);
+    /// --quiet and --json.
+    void mAddReportOptions(CLI::App& rApp);
+
+    bool mFail(const std::string& strError) { return Fail(m_strError, strError); }
+    /// Passes on whether something was done, and takes the reason from who did not do it.
+    template <class T>
+    bool mCheck(bool bDone, const T& rDoer)
+    {
+        return bDone || mFail(rDoer.GetError());
+    }
+    /// False after Ctrl-C.
+    bool mGoOn() { return !m_aReport.IsStopped() || mFail("interrupted"); }
+    /// Whether a file can be written, before the work begins; an empty path can.
+    bool mProbe(const std::string& strPath);
+    bool mCheckSize(const JobSize& rSize);
+    /// Starts or reaches the server that the options name.
+    bool mConnect() { return mCheck(m_aLink.Connect(m_aServerOptions, m_aReport), m_aLink); }
+    /// The result: an object for --json, a line for people.
+    void mReport(const Json& rJson, const std::string& strLine) const;
+
+    ReportOptions m_aReportOptions;
+    ServerOptions m_aServerOptions;
+    CReport m_aReport{m_aReportOptions};
+    CServerLink m_aLink;
+    CStopwatch m_aTotal;
+    std::string m_strError;
+};
+
+std::unique_ptr<CCommand> MakeReconstruct();
+std::unique_ptr<CCommand> MakeReproject();
+std::unique_ptr<CCommand> MakeTransform();
+std::unique_ptr<CCommand> MakeCompare();
+std::unique_ptr<CCommand> MakeView();
+std::unique_ptr<CCommand> MakeInfo();
+std::unique_ptr<CCommand> MakePhantom();
+std::unique_ptr<CCommand> MakeServe();
+
+}  // namespace talven

@@ -1,0 +1,23 @@
+#include "talven/FileImages.h"
+
+#include "talven/Text.h"
+
+namespace talven
+{
+
+ImageSource ReadFrom(CMrcReader& rFile, std::span<const int> iSections)
+{
+    return [&rFile, iSections](int iIndex, std::span<float> fPixels, std::string& rError)
+    {
+        const int iSection = iSections.empty() ? iIndex : iSections[std::size_t(iIndex)];
+        return rFile.ReadSection(iSection, fPixels) || Fail(rError, rFile.GetError());
+    };
+}
+
+ImageSink WriteTo(CMrcWriter& rFile)
+{
+    return [&rFile](int, std::span<const float> fPixels, std::string& rError)
+    { return rFile.WriteSection(fPixels) || Fail(rError, rFile.GetError()); };
+}
+
+}  // namespace talven

@@ -1,0 +1,124 @@
+#include "talven/ReconPlan.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "talven/Text.h"
+
+namespace talven
+{
+namespace
+{
+
+bool SelectViews(const ReconRequest& rRequest, std::span<const float> fAngles, ReconPlan& rPlan,
+                 std::string& rError)
+{
+    const auto iViews = static_cast<int>(fAngles.size());
+    const bool bInclude = !rRequest.viInclude.empty();
+    const std::vector<int>& rListed = bInclude ? rRequest.viInclude : rRequest.viExclude;
+    const std::string strPart = bInclude ? "include: " : "exclude: ";
+    if (!rListed.empty() && rListed.back() >= iViews)
+        return Fail(rError, strPart + Format("view %d, but the stack has %d sections",
+                                             rListed.back() + 1, iViews));
+    for (int i = 0; i < iViews; ++i)
+    {
+        if (std::binary_search(rListed.begin(), rListed.end(), i) != bInclude) continue;
+        rPlan.viViews.push_back(i);
+        rPlan.vfAngles.push_back(fAngles[std::size_t(i)]);
+    }
+    return !rPlan.viViews.empty() || Fail(rError, strPart + "no view is left");
+}
+
+bool ChooseSubsets(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
+{
+    const auto iProjs = static_cast<int>(rPlan.viViews.size());
+    const std::vector<std::uint32_t>& rAsked = rRequest.vuiSubsetSizes;
+    if (rAsked.empty())
+    {
+        if (rRequest.iSubsets > iProjs)
+            return Fail(rError,
+                        Format("subsets: %d subsets of %d projections", rRequest.iSubsets, iProjs));
+        // Six projections still spread over the tilt range, and noise averages out among them.
+        rPlan.aOptions.vuiSetSizes = DivideIntoSubsets(
+            iProjs, rRequest.iSubsets > 0 ? rRequest.iSubsets : std::max(1, (iProjs + 3) / 6));
+        return true;
+    }
+    rPlan.aOptions.vuiSetSizes = rAsked;
+    const auto ulSum = std::accumulate(rAsked.begin(), rAsked.end(), std::uint64_t(0));
+    if (ulSum == rPlan.viViews.size()) return true;
+    return Fail(rError, "subset-sizes: they add up to " + std::to_string(ulSum) + ", but " +
+                            std::to_string(iProjs) + " projections take part");
+}
+
+bool ChooseMethod(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
+{
+    rPlan.vuiOrder.resize(rPlan.viViews.size());
+    std::iota(rPlan.vuiOrder.begin(), rPlan.vuiOrder.end(), 0u);
+    ReconOptions& rOptions = rPlan.aOptions;
+    rOptions.eMethod = rRequest.eMethod;
+    if (rOptions.eMethod == EMethod::eBackProj) return true;
+
+    if (!ChooseSubsets(rRequest, rPlan, rError)) return false;
+    rOptions.iIterations = rRequest.iIterations;
+    const std::vector<std::uint32_t>& rSizes = rOptions.vuiSetSizes;
+    std::string strError;
+    if (!MakeRelaxTable(rRequest.aRelax, rOptions.iIterations, rSizes.size(), rOptions.vfRelax,
+                        strError))
+        return Fail(rError, "relaxation: " + strError);
+    if (rRequest.bInterleave && rSizes.size() > 1)
+        rPlan.vuiOrder = InterleaveSubsets(std::vector(rPlan.vuiOrder), rPlan.vfAngles, rSizes);
+    return true;
+}
+
+bool ChooseSmoothing(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
+{
+    if (rRequest.dSmoothSigma <= 0) return true;
+    if (rRequest.eMethod == EMethod::eBackProj)
+        return Fail(rError, "smooth: back projection has no iterations to smooth between");
+    // A server does not run iterations past the last whole interval.
+    if (rRequest.iIterations % rRequest.iSmoothInterval != 0)
+        return Fail(rError, Format("smooth: %d iterations are no whole number of intervals of %d",
+                                   rRequest.iIterations, rRequest.iSmoothInterval));
+    rPlan.iSmoothInterval = rRequest.iSmoothInterval;
+    rPlan.aSmoothKernel = MakeGaussianKernel(rRequest.dSmoothSigma);
+    return true;
+}
+
+bool ChooseBox(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
+{
+    rPlan.aBox = rRequest.aBox;
+    if (!rPlan.aBox || (rPlan.aBox->fHalfX > 0 && rPlan.aBox->fHalfZ > 0)) return true;
+    return Fail(rError, "weight-box: the half sizes must be above 0");
+}
+
+}  // namespace
+
+bool MakeReconPlan(const ReconRequest& rRequest, int iX, int iY, std::span<const float> fAngles,
+                   ReconPlan& rPlan, std::string& rError)
+{
+    rPlan = ReconPlan{};
+    if (!SelectViews(rRequest, fAngles, rPlan, rError) || !ChooseMethod(rRequest, rPlan, rError) ||
+        !ChooseSmoothing(rRequest, rPlan, rError) || !ChooseBox(rRequest, rPlan, rError))
+        return false;
+    rPlan.aSize = {iX,
+                   iY,
+                   static_cast<int>(rPlan.viViews.size()),
+                   rRequest.iWidth > 0 ? rRequest.iWidth : iX,
+                   rRequest.iThickness,
+                   rPlan.iSmoothInterval > 0};
+    return true;
+}
+
+std::string ReconPlan::DescribeMethod() const
+{
+    if (aOptions.eMethod == EMethod::eBackProj) return "back projection";
+    std::string strText =
+        Format("%s, %d iteration%s", aOptions.eMethod == EMethod::eSart ? "SART" : "EM",
+               aOptions.iIterations, aOptions.iIterations == 1 ? "" : "s");
+    if (aOptions.vuiSetSizes.size() > 1)
+        strText += Format(", %zu subsets", aOptions.vuiSetSizes.size());
+    if (iSmoothInterval > 0) strText += ", smoothed";
+    return strText;
+}
+
+}  // namespace talven

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <span>
+
+#include "talven/MrcReader.h"
+#include "talven/MrcWriter.h"
+#include "talven/ServerJob.h"
+
+namespace talven
+{
+
+/// The sections of a file as the images of a job: image i is section iSections[i], or section i
+/// when there are none. Both are borrowed.
+ImageSource ReadFrom(CMrcReader& rFile, std::span<const int> iSections = {});
+/// A file that takes the images of a job as its next sections. Borrowed.
+ImageSink WriteTo(CMrcWriter& rFile);
+
+}  // namespace talven

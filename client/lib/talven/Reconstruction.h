@@ -1,0 +1,50 @@
+#pragma once
+
+#include <vector>
+
+#include "talven/ReconPlan.h"
+#include "talven/ServerJob.h"
+
+namespace talven
+{
+
+/// One reconstruction on a server that is connected, step by step.
+class CReconstruction : public CServerJob
+{
+public:
+    using CServerJob::CServerJob;
+
+    /// Sends the plan and the images.
+    /// \param rProjs    gives the plan's views: image i is view viViews[i] of the stack
+    /// \param rInitial  gives the slices of the volume to start from; null: zeros
+    [[nodiscard]] bool Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
+                              const ImageSource& rInitial = nullptr);
+    /// Runs all iterations and fetches their R-factors. The volume stays on the server: another
+    /// run goes on from it.
+    [[nodiscard]] bool Run();
+    /// Receives the slices.
+    [[nodiscard]] bool Download(const ImageSink& rSlices);
+
+    /// After every iteration of the last run; none for a back projection.
+    const std::vector<double>& GetRfactors() const { return m_vdRfactors; }
+
+private:
+    bool mSendPlan();
+
+    ReconPlan m_aPlan;
+    std::vector<double> m_vdRfactors;
+};
+
+/// Projections of a volume, all in one call.
+class CReprojection : public CServerJob
+{
+public:
+    using CServerJob::CServerJob;
+
+    /// \param rSize    of the job; projections: one for each angle
+    /// \param fAngles  degrees
+    [[nodiscard]] bool Run(const JobSize& rSize, std::span<const float> fAngles,
+                           const ImageSource& rSlices, const ImageSink& rProjs);
+};
+
+}  // namespace talven

@@ -1,0 +1,27 @@
+#include "gpulib/App/Project/DiffProjImpl.h"
+
+#include "gpulib/Device/Backend.h"
+
+void CDiffProjImpl::Configure(const RunImages& rImages, std::span<const unsigned int> uiIndices)
+{
+    m_aGForwardProj.SetImages(rImages);
+    m_aWeightImpl.Configure(rImages, uiIndices);
+    m_aSums = rImages.aSums;
+    m_aAll = {0, static_cast<int>(uiIndices.size())};
+    NotifyVolChanged();
+}
+
+bool CDiffProjImpl::NotifyVolZero()
+{
+    m_aKept = m_aAll;
+    return GetBackend()->Clear(m_aSums);
+}
+
+bool CDiffProjImpl::mCalcSums(SetRange aSet)
+{
+    if (m_aKept.iFirst <= aSet.iFirst && aSet.iEnd <= m_aKept.iEnd) return true;
+    NotifyVolChanged();
+    if (!m_aGForwardProj.DoIt(aSet)) return false;
+    m_aKept = aSet;
+    return true;
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <span>
+
+#include "gpulib/App/Weights/WeightImpl.h"
+#include "gpulib/Device/GForwardProj.h"
+
+/// Compares the measured rows with the ray sums of the current slices.
+///
+/// Ray sums are kept as long as the slices do not change: the sums behind the residual of one
+/// iteration serve the first set of the next one.
+class CDiffProjImpl
+{
+public:
+    /// \param uiIndices  the list that is on the device too
+    void Configure(const RunImages& rImages, std::span<const unsigned int> uiIndices);
+    /// The slices were loaded or updated: no ray sum holds any more.
+    void NotifyVolChanged() { m_aKept = {}; }
+    /// The slices that were loaded are 0 everywhere, and so are their ray sums.
+    [[nodiscard]] bool NotifyVolZero();
+
+    /// Working rows of the set = measured - ray sums.
+    [[nodiscard]] bool DoDif(SetRange aSet)
+    {
+        return mCalcSums(aSet) && m_aGForwardProj.DoDiff(aSet);
+    }
+    /// Working rows of the set times their projection weights.
+    [[nodiscard]] bool WeightProjs(SetRange aSet) const { return m_aWeightImpl.WeightRecon(aSet); }
+    /// Measured rows of all projections times their pre-weights.
+    [[nodiscard]] bool WeightRef() const { return m_aWeightImpl.WeightRef(); }
+
+protected:
+    [[nodiscard]] bool mCalcSums(SetRange aSet);
+    GForwardProj m_aGForwardProj;
+
+private:
+    CWeightImpl m_aWeightImpl;
+    DeviceImage m_aSums;
+    SetRange m_aAll;   // the whole list
+    SetRange m_aKept;  // list positions whose sums stand in m_aSums
+};
+
+/// The same with ratios, for EM.
+class CDivProjImpl : public CDiffProjImpl
+{
+public:
+    /// Working rows of the set = measured / ray sums; 1 where there is nothing to compare.
+    [[nodiscard]] bool DoDiv(SetRange aSet)
+    {
+        return mCalcSums(aSet) && m_aGForwardProj.DoDiv(aSet);
+    }
+};

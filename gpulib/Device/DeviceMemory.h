@@ -1,0 +1,54 @@
+#pragma once
+
+#include "gpulib/Device/DeviceImage.h"
+
+/// Owner of one image in device memory; base of the kinds below it, which say how one is made.
+///
+/// Sizes are elements, not bytes. Channels, lanes and bytes survive Free() and take effect at the
+/// next Create(). Used by one worker thread, on the device it selected. What returns false has
+/// noted the reason (TakeDeviceError).
+class CDeviceMemory
+{
+public:
+    ~CDeviceMemory() { Free(); }
+    CDeviceMemory(const CDeviceMemory&) = delete;
+    CDeviceMemory& operator=(const CDeviceMemory&) = delete;
+
+    void Free();
+    bool IsEmpty() const { return !m_aImage.pvData; }
+    const DeviceImage& GetImage() const { return m_aImage; }
+
+    /// Fills a one-lane image from tightly packed host values: float, int or unsigned.
+    [[nodiscard]] bool HostToDevice(const void* pvData);
+    /// Fills the rectangle of iWidth x iHeight elements that begins at (iX0, iY0), for all lanes.
+    [[nodiscard]] bool HostToDevice(const HostRows<const float>& rRows, int iX0, int iY0,
+                                    int iWidth, int iHeight);
+    /// The reverse.
+    [[nodiscard]] bool ToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
+                              int iHeight) const;
+    /// As ToHost(), but the values may arrive as late as in CBackend::FinishDownload().
+    [[nodiscard]] bool StartToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
+                                   int iHeight) const;
+    /// Copies a whole image of the same sizes.
+    [[nodiscard]] bool DeviceToDevice(const DeviceImage& rSource);
+
+protected:
+    enum class EKind
+    {
+        eArray,   ///< kernels read it
+        ePitched  ///< kernels write it
+    };
+    explicit CDeviceMemory(EKind eKind) : m_eKind(eKind) {}
+    /// Frees what is held and allocates anew, zero-filled.
+    [[nodiscard]] bool mCreate(int iWidth, int iHeight, int iDepth);
+    /// Frees what is held and makes a one-lane array of the values at pfData.
+    [[nodiscard]] bool mCreateLent(const float* pfData, int iWidth, int iHeight);
+    /// Tightly packed values of a one-lane image; nothing when it is empty.
+    [[nodiscard]] bool mToHost(void* pvDest, int iBytes) const;
+
+    DeviceImage m_aWanted;  // channels, lanes and bytes of the next one
+    DeviceImage m_aImage;
+
+private:
+    const EKind m_eKind;
+};

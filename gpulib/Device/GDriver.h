@@ -1,0 +1,30 @@
+#pragma once
+
+#include "gpulib/Device/RunImages.h"
+
+/// Base of the drivers of a run's kernels. A driver names the images that its kernels work on and
+/// launches them; it owns no image.
+class GDriver
+{
+public:
+    /// All at once; what follows sets one of them.
+    void SetImages(const RunImages& rImages) { m_aImages = rImages; }
+
+    void SetVolSize(int iVolX, int iVolZ)
+    {
+        m_aImages.iVolX = iVolX;
+        m_aImages.iVolZ = iVolZ;
+    }
+    void SetProjSize(int iProjX) { m_aImages.iProjX = iProjX; }
+    void SetProjIndexArray(const DeviceImage& rImage) { m_aImages.aProjIndex = rImage; }
+    void SetCosSinArray(const DeviceImage& rImage) { m_aImages.aCosSin = rImage; }
+    void SetRangeXArray(const DeviceImage& rImage) { m_aImages.aRangeX = rImage; }
+    void SetProjsArray(const DeviceImage& rImage) { m_aImages.aProjs = rImage; }
+    void SetRawProjsArray(const DeviceImage& rImage) { m_aImages.aRawProjs = rImage; }
+    void SetVolArray(const DeviceImage& rImage) { m_aImages.aVol = rImage; }
+    void SetPreWeightArray(const DeviceImage& rImage) { m_aImages.aPreWeight = rImage; }
+    void SetProjWeightArray(const DeviceImage& rImage) { m_aImages.aProjWeight = rImage; }
+
+protected:
+    RunImages m_aImages;
+};
