@@ -29,7 +29,8 @@ void CRspUtil::CreateResponse(const CRemotePacket& rRequest)
     pReply->SetSerial(GetNextSerial());
     pReply->SetParentSerial(rRequest.GetSerial());
     if (uiType == CMsgConst::DATAREPLY) mFill(rRequest, *pReply);
-    m_vpBuffer.push_back(std::move(pReply));
+    m_pPacket = std::move(pReply);
+    m_iNumPackets = 1;
 }
 
 void CRspUtil::mFill(const CRemotePacket& rRequest, CRemotePacket& rReply)
@@ -57,10 +58,16 @@ void CRspUtil::mFill(const CRemotePacket& rRequest, CRemotePacket& rReply)
 
 CRemotePacket* CRspUtil::GetNthPacket(int n)
 {
-    return n >= 0 && n < GetNumPackets() ? m_vpBuffer[n].get() : nullptr;
+    return n == 0 ? m_pPacket.get() : nullptr;
 }
 
 void CRspUtil::ClearNthPacket(int n)
 {
-    if (n >= 0 && n < GetNumPackets()) m_vpBuffer[n].reset();
+    if (n == 0) m_pPacket.reset();
+}
+
+void CRspUtil::ClearAll()
+{
+    m_pPacket.reset();
+    m_iNumPackets = 0;
 }

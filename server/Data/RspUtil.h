@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "Util/Util_Singleton.h"
 #include "server/Data/RemotePacket.h"
@@ -17,14 +16,15 @@ public:
     std::uint32_t GetNextSerial() { return m_uiSerial++; }
     /// Replaces the packets by the response to a request; none when it has none.
     void CreateResponse(const CRemotePacket& rRequest);
-    int GetNumPackets() const { return static_cast<int>(m_vpBuffer.size()); }
+    int GetNumPackets() const { return m_iNumPackets; }
     CRemotePacket* GetNthPacket(int n);  ///< null when there is no such packet
     void ClearNthPacket(int n);          ///< frees it, its number stays
-    void ClearAll() { m_vpBuffer.clear(); }
+    void ClearAll();
 
 private:
     void mFill(const CRemotePacket& rRequest, CRemotePacket& rReply);
 
-    std::vector<std::unique_ptr<CRemotePacket>> m_vpBuffer;
+    std::unique_ptr<CRemotePacket> m_pPacket;  // a response is one packet
+    int m_iNumPackets = 0;
     std::uint32_t m_uiSerial = 0;
 };

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <functional>
 #include <numeric>
+#include <ranges>
 #include <thread>
 
 #include "Util/Util_Memory.h"
@@ -25,6 +26,8 @@
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/Recon/WeightOpt.h"
 #include "server/Data/RemotePacket.h"
+#include "server/Recon/DoBackProj.h"
+#include "server/Recon/DoSartRecon.h"
 #include "server/Thread/JobChecks.h"
 #include "server/Thread/ReconMain.h"
 
@@ -177,6 +180,20 @@ TEST_F(JobMain, NeedsTheMemoryOfAllWorkers)
     Util_Memory::Assume(tNeeded - 1);
     EXPECT_FALSE(CheckJobMemory(aJob, EJobKind::eIterative, strReason));
     Util_Memory::Assume(0);
+}
+
+// What no request can leave out: all projections, one subset of the whole stack, the whole slice.
+TEST_F(JobMain, DriversCompleteAJob)
+{
+    mUpload();
+    ReconJob aJob;
+    aJob.pProjs = CProjData::GetInstance()->GetProjs();
+    aJob.pTomoVol = CVolData::GetInstance()->GetTomoVolume();
+    const CDoSartRecon aSart(aJob);
+    EXPECT_TRUE(std::ranges::equal(aSart.GetJob().uiProjIndex, std::views::iota(0U, 7U)));
+    EXPECT_TRUE(std::ranges::equal(aSart.GetJob().uiSetSize, std::vector{7U}));
+    EXPECT_EQ(aSart.GetJob().aBox->afDim, (std::array{18.5f, 6.5f}));
+    EXPECT_FALSE(CDoBackProj(aJob).GetJob().aBox);
 }
 
 // The first reason counts, the workers that would wait for the failed one are released, and the

@@ -12,7 +12,8 @@ Request CGenerator::Next()
     m_vPlan.pop_front();
     const auto IsOfType = [&](const Maker& rMaker) { return rMaker.uiType == aNext.uiType; };
     Request aRequest = (this->*std::ranges::find_if(mMakers(), IsOfType)->pMake)(aNext);
-    if (m_r.Chance(7))
+    const bool bImage = aNext.iIndex >= 0;
+    if (m_r.Chance(bImage ? 4 : 14))
     {
         Request aSpoilt = aRequest;
         mSpoil(aSpoilt);
@@ -40,7 +41,7 @@ void CGenerator::mPlan()
         m_vPlan.push_front({Msg::eReconOpt});
 }
 
-/// After the size of a stack or a volume, most of its images.
+/// After the size of a stack or a volume, its last images, or some.
 void CGenerator::mPlanImages(const Request& rSize)
 {
     if (rSize.uiType != Msg::eProjSize && rSize.uiType != Msg::eVolSize &&
@@ -48,7 +49,7 @@ void CGenerator::mPlanImages(const Request& rSize)
         return;
     const std::uint32_t uiSet = rSize.uiType == Msg::eMProjSize ? Msg::eMProjSet : rSize.uiType - 1;
     const int iPercent = m_r.Pick({100, 100, 100, 70, rSize.uiType == Msg::eVolSize ? 0 : 100});
-    for (std::uint32_t n = rSize.Field(6) <= 300 ? rSize.Field(6) : 0; n-- > 0;)
+    for (std::uint32_t n = rSize.Field(6), uiEnd = std::max(n, 20U) - 20; n-- > uiEnd;)
         if (iPercent == 100 || m_r.Chance(iPercent)) m_vPlan.push_front({uiSet, int(n)});
 }
 
@@ -62,10 +63,12 @@ std::uint32_t CGenerator::mFindRemedy(std::uint32_t& rType)
                              : m.aStack.IsEmpty()  ? Msg::eProjSize
                                                    : 0;
     bool bHeavy = false;
+    int iChance = 15;  // that it goes nevertheless
     if (rType < Msg::eTransform)
     {
         const bool bReproject = rType == Msg::eReproject;
         uiRemedy = m.FindObstacle(bReproject);
+        iChance = uiRemedy != 0 ? 30 : 4;
         bHeavy = uiRemedy == 0 && (m.GetWork() > m_dMostWork || m.aVolume.iN > 300);
         if (uiRemedy == 0) uiRemedy = m.FindDoubt(bReproject);
         if (bHeavy)
@@ -73,7 +76,7 @@ std::uint32_t CGenerator::mFindRemedy(std::uint32_t& rType)
     }
     const bool bGivesUp = ++m_iRemedies > 9;
     if (bGivesUp && bHeavy) rType = Msg::eServerProp;
-    return bGivesUp || (!bHeavy && m_r.Chance(4)) ? 0 : uiRemedy;
+    return bGivesUp || (!bHeavy && m_r.Chance(iChance)) ? 0 : uiRemedy;
 }
 
 std::uint32_t CGenerator::mStrangeWord(std::uint32_t uiWord)

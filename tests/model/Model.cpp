@@ -9,10 +9,16 @@ namespace
 {
 constexpr std::uint64_t g_ulMostNumbers = 1 << 24;  // of a list or a table
 
+/// Where there may be no byte and no memory.
+void Copy(void* pvTo, const void* pvFrom, std::size_t tBytes)
+{
+    if (tBytes > 0) std::memcpy(pvTo, pvFrom, tBytes);
+}
+
 std::vector<float> ToFloats(std::span<const std::uint32_t> uiWords)
 {
     std::vector<float> vf(uiWords.size());
-    std::memcpy(vf.data(), uiWords.data(), uiWords.size_bytes());
+    Copy(vf.data(), uiWords.data(), uiWords.size_bytes());
     return vf;
 }
 
@@ -21,8 +27,8 @@ void Store(const Request& r, std::size_t tSkip, std::span<float> fImage)
 {
     if (r.vuiData.size() < tSkip) return;
     const std::size_t tWords = r.vuiData.size() - tSkip;
-    std::memcpy(fImage.data(), r.vuiData.data() + tSkip, 4 * tWords);
-    std::memcpy(fImage.data() + tWords, r.strTail.data(), r.strTail.size());
+    Copy(fImage.data(), r.vuiData.data() + tSkip, 4 * tWords);
+    Copy(fImage.data() + tWords, r.strTail.data(), r.strTail.size());
 }
 
 /// Pixels, and what belongs to the projections of a stack.
@@ -154,7 +160,7 @@ bool Model::mGet(const Request& r, Expected& rExpected)
     if (r.Field(4) >= std::uint32_t(rImages.iN)) return false;
     const std::span<const float> fImage = rImages.Nth(int(r.Field(4)));
     rExpected.vuiData.resize(fImage.size());
-    std::memcpy(rExpected.vuiData.data(), fImage.data(), fImage.size_bytes());
+    Copy(rExpected.vuiData.data(), fImage.data(), fImage.size_bytes());
     return true;
 }
 

@@ -127,7 +127,7 @@ Request CGenerator::mSetOp(const Planned&)
     if (m_r.Chance(15)) return {Msg::eSetOp, {0, 77}};  // keeps the list
     Request aRequest = {Msg::eSetOp, {1, Word(m_r.Int(1, iProjs + 2))}};
     for (std::uint32_t k = 0; k < aRequest.Field(5); ++k)
-        aRequest.vuiData.push_back(Word(m_r.Int(0, iProjs - 1)));
+        aRequest.vuiData.push_back(Word(m_r.Int(0, m_r.Chance(2) ? iProjs : iProjs - 1)));
     return aRequest;
 }
 
@@ -146,7 +146,8 @@ Request CGenerator::mReconOpt(const Planned&)
 Request CGenerator::mWeightOpt(const Planned&)
 {
     if (m_r.Chance(50)) return {Msg::eWeightOpt, {0, 0, 1, 1, 1, 1}};
-    Request aRequest = {Msg::eWeightOpt, {Word(m_r.Int(0, 1)), 1}};
+    const std::uint32_t uiFirst = m_r.Pick({0u, 1u, 2u});
+    Request aRequest = {Msg::eWeightOpt, {uiFirst, uiFirst == 0 ? 1u : m_r.Pick({0u, 1u})}};
     const float fHalf = m_r.Chance(20) ? 5000 : m_r.Real(1, 40);
     Append({m_r.Real(-5, 5), m_r.Real(-3, 3), fHalf, m_r.Real(1, 15)}, aRequest.vuiFields);
     return aRequest;

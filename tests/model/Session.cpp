@@ -55,7 +55,7 @@ bool CSession::mLeave()
     if (m_r.Chance(30)) return true;  // the connection just ends
     const std::uint32_t uiType = m_r.Pick({Msg::eQuit, Msg::eInvalid});
     if (!mSend({uiType}) || !mReceive()) return false;
-    return m_rClient.IsClosedByPeer() || mWrong("the server does not hang up");
+    return m_rClient.IsCut() || m_rClient.IsClosedByPeer() || mWrong("the server does not hang up");
 }
 
 /// Words that nobody understands, or more data than ever comes; only this session may end of it.
