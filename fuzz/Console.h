@@ -4,5 +4,6 @@
 /// is kept.
 [[noreturn, gnu::format(printf, 1, 2)]] void Broken(const char* pcFormat, ...);
 
-/// Drops what the server prints, unless TALVEN_FUZZ_VERBOSE is set; it writes no log file either.
-void SilenceServer();
+/// What the server prints goes to a file that ends with the process, unless TALVEN_FUZZ_VERBOSE is
+/// set; it writes no log file. \return where to read it, empty when it goes to the real console
+const char* TakeConsole();

@@ -248,7 +248,7 @@ void CPacketRun::mRespond()
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    SilenceServer();
+    TakeConsole();
     Util_Memory::Assume(std::size_t{4} << 20);
     return 0;
 }

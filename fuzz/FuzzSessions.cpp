@@ -1,31 +1,43 @@
-// Whole sessions: a fuzz input is what clients say to a server with two workers on the host.
+// Whole sessions with a server of two workers on the host and little memory.
+//
+// The first byte of an input says how the others are meant: an even one, they decide what the
+// clients of the session model draw, one client after the other, and every reply is checked; an odd
+// one, they are what one client sends, as they are, and it hangs up after as many headers of
+// replies as bits 2 to 7 say, if bit 1 is set.
 //
 // Every input meets a server as it is after the start: what outlives a client is thrown away at the
 // end of an input, so that a crash needs no more than its own input.
 
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <vector>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <thread>
 
 #include "Util/Util_Memory.h"
+#include "Util/Util_TcpServer.h"
 #include "fuzz/Console.h"
 #include "fuzz/Peer.h"
-#include "fuzz/ReplyReader.h"
-#include "fuzz/SessionScript.h"
 #include "gpulib/Device/Backend.h"
 #include "server/Config/ConfigFile.h"
 #include "server/Config/GpuConfig.h"
-#include "server/Data/MsgConst.h"
 #include "server/Data/Recon/CompareOp.h"
 #include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Recon/ComparelOp.h"
 #include "server/Data/Recon/WeightOpt.h"
 #include "server/Thread/ClientMain.h"
 #include "server/Thread/GpuThread.h"
+#include "tests/model/Session.h"
 
 namespace
 {
+constexpr std::size_t g_tMemory = std::size_t{4} << 20;  // near, for jobs that are not small
+constexpr int g_iMostClients = 4, g_iLargest = 24;
+constexpr double g_dMostWork = 1e6;  // samples of a job
+
+const char* g_pcConsole = "";
+
 /// The workers, which have to end before the process does.
 class CWorkers
 {
@@ -47,57 +59,88 @@ public:
     CWorkers& operator=(const CWorkers&) = delete;
 };
 
-/// Every request has got its reply, in order, and all replies are numbered.
-void CheckReplies(const std::vector<Reply>& rReplies, const ScriptClient& rClient)
+void ServeClient()
 {
-    for (std::size_t i = 1; i < rReplies.size(); ++i)
-        if (rReplies[i].auiFields[1] != rReplies[i - 1].auiFields[1] + 1)
-            Broken("reply %zu has serial %u after %u", i, rReplies[i].auiFields[1],
-                   rReplies[i - 1].auiFields[1]);
-    const std::size_t tOwed = rClient.vOwed.size();
-    if (rReplies.size() < tOwed + 1) Broken("%zu replies, %zu owed", rReplies.size(), tOwed + 1);
-    for (std::size_t i = 0; i < tOwed; ++i)
-    {
-        const auto& rFields = rReplies[i].auiFields;
-        const Owed& rOwed = rClient.vOwed[i];
-        if (rFields[0] != rOwed.uiType || rFields[4] != rOwed.uiParent || rFields[5] > 1 ||
-            rReplies[i].bSwapped != rOwed.bSwapped)
-            Broken("reply %zu: type %u to %u, status %u, swapped %d; owed: %u to %u, %d", i,
-                   rFields[0], rFields[4], rFields[5], rReplies[i].bSwapped, rOwed.uiType,
-                   rOwed.uiParent, rOwed.bSwapped);
-    }
-    if (rReplies.back().auiFields[0] != CMsgConst::QUIT) Broken("no QUIT at the end");
-    if (rClient.bComplete && rReplies.size() != tOwed + 1)
-        Broken("%zu replies, %zu owed", rReplies.size(), tOwed + 1);
+    CClientMain aServer;
+    while (aServer.ServePacket()) continue;
 }
 
-void Serve(const ScriptClient& rClient)
+/// One client that the bytes drive; it runs on a thread of its own.
+void RunSession(CChoices& rChoices, Model& rModel)
+{
+    static Tally s_aTally;
+    std::array<int, 2> aiPair = {};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, aiPair.data()) != 0)
+        Broken("no socket pair");
+    Util_TcpServer::GetInstance()->TakeClient(aiPair[0]);
+    CRawClient aClient(CRawClient::Socket{aiPair[1]});
+    CConsole aConsole(g_pcConsole);
+    CSession aSession(aClient, rChoices, rModel, aConsole, s_aTally, g_iLargest, g_dMostWork);
+    std::thread aPeer(
+        [&]
+        {
+            if (!aSession.Run()) Broken("%s", aSession.GetError().c_str());
+            aClient.Close();
+        });
+    ServeClient();
+    aPeer.join();
+    rModel.EndClient(aClient.IsCut());
+}
+
+void RunSessions(std::span<const std::uint8_t> ucBytes)
+{
+    CChoices aChoices(ucBytes);
+    Model aModel;
+    aModel.ulMemory = g_tMemory;
+    aModel.bBoxKnown = true;  // none
+    aModel.auiSums.emplace().fill(0);
+    for (int i = 0; i < g_iMostClients && !aChoices.IsOver(); ++i) RunSession(aChoices, aModel);
+}
+
+/// Replies to a client that may have said anything: whole packets of known types, numbered, and a
+/// QUIT at the end.
+void CheckStream(const std::vector<std::byte>& rStream)
+{
+    constexpr std::size_t tHeader = 64;
+    std::array<std::uint32_t, 16> auiLast = {};
+    std::size_t tPackets = 0;
+    for (std::size_t t = 0; t < rStream.size(); t += tHeader + auiLast[3], ++tPackets)
+    {
+        if (rStream.size() - t < tHeader) Broken("packet %zu is cut off", tPackets);
+        const std::uint32_t uiSerial = auiLast[1];
+        std::memcpy(auiLast.data(), &rStream[t], tHeader);
+        if (auiLast[0] > 255)
+            for (std::uint32_t& rWord : auiLast) rWord = __builtin_bswap32(rWord);
+        const bool bKnown = auiLast[0] == Msg::eCmdReply || auiLast[0] == Msg::eDataReply ||
+                            auiLast[0] == Msg::eCompReply || auiLast[0] == Msg::eQuit;
+        if (!bKnown) Broken("packet %zu has type %u", tPackets, auiLast[0]);
+        if (tPackets > 0 && auiLast[1] != uiSerial + 1)
+            Broken("packet %zu has serial %u after %u", tPackets, auiLast[1], uiSerial);
+        if (rStream.size() - t - tHeader < auiLast[3]) Broken("data %zu is cut off", tPackets);
+    }
+    if (auiLast[0] != Msg::eQuit) Broken("no QUIT at the end");
+}
+
+void RunBytes(std::uint8_t ucMode, std::span<const std::byte> aBytes)
 {
     static CPeer s_aPeer;
-    CReplyReader aReader;
+    const bool bHurries = (ucMode & 2) != 0;
+    std::vector<std::byte> vStream;
     s_aPeer.Connect(
-        rClient.vBytes, [&](std::span<const std::byte> aBytes) { aReader.Take(aBytes); },
-        rClient.tEnough);
-    CClientMain aSession;
-    while (aSession.ServePacket())
-        ;
+        aBytes,
+        [&](std::span<const std::byte> aPiece)
+        { vStream.insert(vStream.end(), aPiece.begin(), aPiece.end()); },
+        bHurries ? std::size_t{64} * (ucMode >> 2) : SIZE_MAX);
+    ServeClient();
     s_aPeer.Finish();
-    if (rClient.tEnough == SIZE_MAX) CheckReplies(aReader.Finish(), rClient);
-}
-
-void ForgetAll()
-{
-    CWeightOpt::DeleteInstance();
-    CCompareOp::DeleteInstance();
-    CComparelOp::DeleteInstance();
-    CCompareSum::DeleteInstance();
+    if (!bHurries) CheckStream(vStream);
 }
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    SilenceServer();
-    Util_Memory::Assume(g_tScriptMemory);
+    g_pcConsole = TakeConsole();
+    Util_Memory::Assume(g_tMemory);
     static const CWorkers s_aWorkers;
     return 0;
 }
@@ -105,7 +148,14 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pucData, std::size_t tBytes)
 {
     if (tBytes == 0) return 0;
-    for (const ScriptClient& rClient : ReadScript({pucData, tBytes})) Serve(rClient);
-    ForgetAll();
+    const std::span<const std::uint8_t> ucBytes(pucData + 1, tBytes - 1);
+    if ((*pucData & 1) != 0)
+        RunBytes(*pucData, std::as_bytes(ucBytes));
+    else
+        RunSessions(ucBytes);
+    CWeightOpt::DeleteInstance();
+    CCompareOp::DeleteInstance();
+    CComparelOp::DeleteInstance();
+    CCompareSum::DeleteInstance();
     return 0;
 }

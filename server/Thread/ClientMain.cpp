@@ -67,7 +67,15 @@ void CClientMain::DoIt()
 
 bool CClientMain::ServePacket()
 {
-    const CRequestPlan aPlan = mRecvPacket();
+    CRequestPlan aPlan;
+    if (mRecvPacket(aPlan))
+        CLogFile::GetInstance()->LogClientPacket(&m_aRemotePacket);
+    else
+    {
+        CLogFile::GetInstance()->LogInfo("Error: Failed to receive client packet.");
+        aPlan = CRequestPlan();
+        m_aRemotePacket.SetMsgType(CMsgConst::QUIT);  // a lost connection is a client that quits
+    }
     mProcessCmd(aPlan);
     return !m_bQuit;
 }
@@ -77,31 +85,20 @@ bool CClientMain::mHasClientPacket()
     return mAccept() == 1 && Util_TcpServer::GetInstance()->CanRecvNow(0.01f);
 }
 
-/// \return what is to be done now that the data has gone where it belongs
-CRequestPlan CClientMain::mRecvPacket()
+/// Receives a packet, its data to where it belongs. \param rPlan  what is to be done then
+bool CClientMain::mRecvPacket(CRequestPlan& rPlan)
 {
     try
     {
-        CRequestPlan aPlan;
-        bool bReceived = m_aRemotePacket.RecvHeader();
-        if (bReceived)
-        {
-            const Message* const pMessage = FindMessage(m_aRemotePacket.GetMsgType());
-            if (pMessage && pMessage->pHandler) aPlan = pMessage->pHandler(m_aRemotePacket);
-            bReceived = m_aRemotePacket.RecvData(aPlan);
-        }
-        if (bReceived)
-        {
-            CLogFile::GetInstance()->LogClientPacket(&m_aRemotePacket);
-            return aPlan;
-        }
+        if (!m_aRemotePacket.RecvHeader()) return false;
+        const Message* const pMessage = FindMessage(m_aRemotePacket.GetMsgType());
+        if (pMessage && pMessage->pHandler) rPlan = pMessage->pHandler(m_aRemotePacket);
+        return m_aRemotePacket.RecvData(rPlan);
     }
     catch (const std::bad_alloc&)  // nobody knows where the next packet begins
     {
+        return false;
     }
-    CLogFile::GetInstance()->LogInfo("Error: Failed to receive client packet.");
-    m_aRemotePacket.SetMsgType(CMsgConst::QUIT);  // a lost connection is a client that quits
-    return CRequestPlan();
 }
 
 void CClientMain::mProcessCmd(const CRequestPlan& rPlan)

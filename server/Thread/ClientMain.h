@@ -21,7 +21,7 @@ public:
 private:
     int mAccept();
     bool mHasClientPacket();
-    CRequestPlan mRecvPacket();
+    bool mRecvPacket(CRequestPlan& rPlan);
     void mProcessCmd(const CRequestPlan& rPlan);
     void mServe(const Message& rMessage, const CRequestPlan& rPlan);
     bool mHandle(const Message& rMessage, const CRequestPlan& rPlan);

@@ -172,11 +172,17 @@ TEST_F(JobMain, NeedsTheMemoryOfAllWorkers)
     const std::size_t tNeeded = tBatches + tRanges + tTables + tStore +
                                 CProjData::GetInstance()->GetBytes() +
                                 CVolData::GetInstance()->GetBytes();
-    Util_Memory::Assume(tNeeded);
-    EXPECT_TRUE(CheckJobMemory(aJob, EJobKind::eIterative, strReason)) << strReason;
-    Util_Memory::Assume(tNeeded - 1);
-    EXPECT_FALSE(CheckJobMemory(aJob, EJobKind::eIterative, strReason));
-    Util_Memory::Assume(0);
+    constexpr std::size_t tSmooth = 3 * 4 * (37 + 4) * 10 * 13;  // three copies, with overlaps
+    for (const std::size_t tMore : {std::size_t(0), tSmooth})
+    {
+        Util_Memory::Assume(tNeeded + tMore);
+        EXPECT_TRUE(CheckJobMemory(aJob, EJobKind::eIterative, strReason)) << strReason;
+        Util_Memory::Assume(tNeeded + tMore - 1);
+        EXPECT_FALSE(CheckJobMemory(aJob, EJobKind::eIterative, strReason));
+        Util_Memory::Assume(0);
+        Upload(&CSmoothOpt::HandleSmoothOpt, {1, 3, 1, 1}, {0, Bits(1.0f), 0});
+        ASSERT_TRUE(DescribeIterations(aJob, strReason)) << strReason;
+    }
 }
 
 // The first reason counts, the workers that would wait for the failed one are released, and the

@@ -7,36 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <chrono>
-#include <cstring>
 #include <thread>
 
-namespace
-{
-constexpr int g_iDeadlineMs = 20000;
-
-bool WaitReadable(int iSocket, int iMs)
-{
-    pollfd aPoll = {iSocket, POLLIN, 0};  // poll waits in vain for a closed one
-    return iSocket != -1 && poll(&aPoll, 1, iMs) == 1;
-}
-}  // namespace
-
-std::uint32_t Bits(float fValue)
-{
-    return std::bit_cast<std::uint32_t>(fValue);
-}
-
-std::vector<float> Packet::Floats() const
-{
-    std::vector<float> vfValues(vuiData.size());
-    for (std::size_t i = 0; i < vfValues.size(); ++i)
-        vfValues[i] = std::bit_cast<float>(vuiData[i]);
-    return vfValues;
-}
-
-RawClient::RawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
+CRawClient::CRawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
 {
     sockaddr_in aAddress = {};
     aAddress.sin_family = AF_INET;
@@ -54,124 +28,105 @@ RawClient::RawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
     }
 }
 
-void RawClient::Close()
+void CRawClient::Close(bool bReset)
 {
+    const linger aLinger = {1, 0};
+    if (bReset) setsockopt(m_iSocket, SOL_SOCKET, SO_LINGER, &aLinger, sizeof aLinger);
     if (m_iSocket != -1) close(m_iSocket);
     m_iSocket = -1;
 }
 
-void RawClient::Reset()
-{
-    const linger aLinger = {1, 0};
-    setsockopt(m_iSocket, SOL_SOCKET, SO_LINGER, &aLinger, sizeof aLinger);
-    Close();
-}
-
-void RawClient::CutAfter(std::size_t tBytes, bool bReset)
+void CRawClient::CutAfter(std::size_t tBytes, bool bReset)
 {
     m_tLeft = tBytes;
     m_bCutResets = bReset;
-    mCount(0);
+    if (tBytes == 0) Close(bReset);
 }
 
-void RawClient::mCount(std::size_t tBytes)
+bool CRawClient::mCount(long lBytes)
 {
-    m_tLeft -= tBytes;
-    if (m_tLeft > 0) return;
-    if (m_bCutResets) Reset();
-    Close();
+    if (lBytes <= 0) return false;
+    m_tLeft -= static_cast<std::size_t>(lBytes);
+    if (m_tLeft == 0) Close(m_bCutResets);
+    return true;
 }
 
-std::uint32_t RawClient::mOrder(std::uint32_t uiValue) const
+void CRawClient::mSwap(std::uint32_t* puiWords, std::size_t tWords) const
 {
-    return m_bSwap ? __builtin_bswap32(uiValue) : uiValue;
+    for (std::size_t k = 0; m_bSwap && k < tWords; ++k)
+        puiWords[k] = __builtin_bswap32(puiWords[k]);
 }
 
-RawClient::Words RawClient::ToWords(const std::vector<float>& vfValues)
-{
-    Words vuiWords(vfValues.size());
-    for (std::size_t i = 0; i < vuiWords.size(); ++i) vuiWords[i] = Bits(vfValues[i]);
-    return vuiWords;
-}
-
-bool RawClient::SendBytes(const void* pvData, std::size_t tBytes)
+bool CRawClient::SendBytes(const void* pvData, std::size_t tBytes)
 {
     const char* pcNext = static_cast<const char*>(pvData);
-    while (tBytes > 0)
+    for (long lDone = 0; tBytes > 0; pcNext += lDone, tBytes -= static_cast<std::size_t>(lDone))
     {
-        const ssize_t tDone = send(m_iSocket, pcNext, std::min(tBytes, m_tLeft), MSG_NOSIGNAL);
-        if (tDone <= 0) return false;
-        mCount(static_cast<std::size_t>(tDone));
-        pcNext += tDone;
-        tBytes -= static_cast<std::size_t>(tDone);
+        lDone = send(m_iSocket, pcNext, std::min(tBytes, m_tLeft), MSG_NOSIGNAL);
+        if (!mCount(lDone)) return false;
     }
     return true;
 }
 
-bool RawClient::SendHeader(std::uint32_t uiType, const Words& vuiFields, std::uint32_t uiOptSize)
+bool CRawClient::mReceiveAll(void* pvData, std::size_t tBytes)
 {
-    std::array<std::uint32_t, 16> auiHeader{};
-    auiHeader[0] = uiType;
-    auiHeader[1] = ++m_uiSerial;
-    auiHeader[3] = uiOptSize;
-    for (std::size_t i = 0; i < vuiFields.size() && i < 12; ++i) auiHeader[4 + i] = vuiFields[i];
-    for (std::uint32_t& rField : auiHeader) rField = mOrder(rField);
+    char* pcNext = static_cast<char*>(pvData);
+    for (long lDone = 0; tBytes > 0; pcNext += lDone, tBytes -= static_cast<std::size_t>(lDone))
+    {
+        if (IsSilent(20)) return false;
+        lDone = recv(m_iSocket, pcNext, std::min(tBytes, m_tLeft), 0);
+        if (!mCount(lDone)) return false;
+    }
+    return true;
+}
+
+bool CRawClient::SendHeader(const Request& rRequest, std::uint32_t uiBytes)
+{
+    std::array<std::uint32_t, 16> auiHeader = {rRequest.uiType, ++m_uiSerial, 0, uiBytes};
+    for (std::size_t n = 4; n < auiHeader.size(); ++n) auiHeader[n] = rRequest.Field(n);
+    mSwap(auiHeader.data(), auiHeader.size());
     return SendBytes(auiHeader.data(), sizeof auiHeader);
 }
 
-bool RawClient::Send(std::uint32_t uiType, const Words& vuiFields, const Words& vuiData)
+bool CRawClient::Send(const Request& rRequest)
 {
-    Words vuiWire(vuiData);
-    for (std::uint32_t& rWord : vuiWire) rWord = mOrder(rWord);
-    return SendHeader(uiType, vuiFields, static_cast<std::uint32_t>(4 * vuiWire.size())) &&
-           SendBytes(vuiWire.data(), 4 * vuiWire.size());
+    Words vuiData = rRequest.vuiData;
+    mSwap(vuiData.data(), vuiData.size());
+    return SendHeader(rRequest, static_cast<std::uint32_t>(rRequest.GetBytes())) &&
+           SendBytes(vuiData.data(), 4 * vuiData.size()) &&
+           SendBytes(rRequest.strTail.data(), rRequest.strTail.size());
 }
 
-bool RawClient::mReceiveAll(void* pvData, std::size_t tBytes)
-{
-    char* pcNext = static_cast<char*>(pvData);
-    while (tBytes > 0)
-    {
-        if (!WaitReadable(m_iSocket, g_iDeadlineMs)) return false;
-        const ssize_t tDone = recv(m_iSocket, pcNext, std::min(tBytes, m_tLeft), 0);
-        if (tDone <= 0) return false;
-        mCount(static_cast<std::size_t>(tDone));
-        pcNext += tDone;
-        tBytes -= static_cast<std::size_t>(tDone);
-    }
-    return true;
-}
-
-std::optional<Packet> RawClient::Receive()
+std::optional<Packet> CRawClient::Receive()
 {
     Packet aPacket;
     if (!mReceiveAll(aPacket.auiFields.data(), sizeof aPacket.auiFields)) return std::nullopt;
-    for (std::uint32_t& rField : aPacket.auiFields) rField = mOrder(rField);
-    if (aPacket.OptSize() > (1u << 28)) return std::nullopt;
-    aPacket.vuiData.resize(aPacket.OptSize() / 4);
+    mSwap(aPacket.auiFields.data(), aPacket.auiFields.size());
+    if (aPacket.Field(3) > (1u << 28)) return std::nullopt;
+    aPacket.vuiData.resize(aPacket.Field(3) / 4);
     if (!mReceiveAll(aPacket.vuiData.data(), 4 * aPacket.vuiData.size())) return std::nullopt;
-    for (std::uint32_t& rWord : aPacket.vuiData) rWord = mOrder(rWord);
+    mSwap(aPacket.vuiData.data(), aPacket.vuiData.size());
     return aPacket;
 }
 
-std::optional<Packet> RawClient::Ask(std::uint32_t uiType, const Words& vuiFields,
-                                     const Words& vuiData)
+std::uint32_t CRawClient::Ask(const Request& rRequest)
 {
-    if (!Send(uiType, vuiFields, vuiData)) return std::nullopt;
-    std::optional<Packet> aReply = Receive();
-    if (aReply && aReply->Parent() != m_uiSerial) return std::nullopt;
-    return aReply;
+    std::optional<Packet> aReply;
+    if (Send(rRequest)) aReply = Receive();
+    m_aReply = aReply.value_or(Packet{});
+    return aReply && aReply->Field(4) == m_uiSerial ? aReply->Field(5) : 99;
 }
 
-bool RawClient::IsSilent(double dSeconds)
+bool CRawClient::IsSilent(double dSeconds)
 {
-    return !WaitReadable(m_iSocket, static_cast<int>(1000 * dSeconds));
+    pollfd aPoll = {m_iSocket, POLLIN, 0};  // poll waits in vain for a closed one
+    return m_iSocket == -1 || poll(&aPoll, 1, static_cast<int>(1000 * dSeconds)) != 1;
 }
 
-bool RawClient::IsClosedByPeer()
+bool CRawClient::IsClosedByPeer()
 {
     char acDropped[4096];
-    while (WaitReadable(m_iSocket, g_iDeadlineMs))
+    while (!IsSilent(20))
         if (recv(m_iSocket, acDropped, sizeof acDropped, 0) <= 0) return true;
     return false;
 }

@@ -11,8 +11,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
@@ -20,13 +21,18 @@ namespace fs = std::filesystem;
 int CountIn(const std::string& strText, const std::string& strWanted)
 {
     int iCount = 0;
-    for (std::size_t t = strText.find(strWanted); t != std::string::npos;
-         t = strText.find(strWanted, t + strWanted.size()))
-        ++iCount;
+    for (std::size_t t = 0; (t = strText.find(strWanted, t)) != std::string::npos; ++iCount)
+        t += strWanted.size();
     return iCount;
 }
 
-int ServerProcess::FindFreePort()
+std::string ReadText(const fs::path& rPath)
+{
+    std::ifstream aFile(rPath);
+    return {std::istreambuf_iterator<char>(aFile), {}};
+}
+
+int CServerProcess::FindFreePort()
 {
     const int iSocket = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in aAddress = {};
@@ -39,34 +45,35 @@ int ServerProcess::FindFreePort()
     return ntohs(aAddress.sin_port);
 }
 
-void ServerProcess::Start(const Environment& rExtra, const std::string& strConfig,
-                          const std::function<void()>& fInChild)
+void CServerProcess::Start(const Environment& rExtra, const std::string& strConfig,
+                           const std::function<void()>& fInChild)
 {
     char acDir[] = "/tmp/talven-wire-XXXXXX";
     m_aHome = mkdtemp(acDir);
     fs::create_directory(m_aHome / "temp");
     if (!strConfig.empty()) std::ofstream(m_aHome / "config.gpu") << strConfig;
-
-    m_iPort = FindFreePort();
     Environment aEnvironment = {{"HOME", m_aHome.string()},
                                 {"PATH", "/usr/bin:/bin"},
                                 {"TALVEN_BACKEND", "host"},
                                 {"TALVEN_BIND", "127.0.0.1"},
-                                {"TALVEN_PORT", std::to_string(m_iPort)}};
+                                {"TALVEN_BUSY_GPUS", "2,3,4,5,6,7,8,9,10,11,12,13,14,15"},
+                                {"TALVEN_PORT", std::to_string(FindFreePort())}};
     for (const char* pcKept : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
         if (const char* pcValue = std::getenv(pcKept)) aEnvironment[pcKept] = pcValue;
     for (const auto& [strKey, strValue] : rExtra) aEnvironment[strKey] = strValue;
-    if (rExtra.count("TALVEN_PORT") != 0) m_iPort = std::atoi(rExtra.at("TALVEN_PORT").c_str());
-    std::vector<std::string> vstrEnvironment;
+    m_iPort = std::atoi(aEnvironment["TALVEN_PORT"].c_str());
+    std::vector<std::string> vstrEntries;
     for (const auto& [strKey, strValue] : aEnvironment)
-        if (!strValue.empty()) vstrEnvironment.push_back(strKey + "=" + strValue);
+        if (!strValue.empty()) vstrEntries.push_back(strKey + "=" + strValue);
     std::vector<char*> vpcEnvironment;
-    for (std::string& rEntry : vstrEnvironment) vpcEnvironment.push_back(rEntry.data());
+    for (std::string& rEntry : vstrEntries) vpcEnvironment.push_back(rEntry.data());
     vpcEnvironment.push_back(nullptr);
     const std::string strOutput = (m_aHome / "output.txt").string();
     const std::string strProgram = m_strProgram.empty() ? TALVEN_SERVER_PATH : m_strProgram;
-    char* apcArguments[] = {const_cast<char*>("talven-server"), nullptr};
+    char acName[] = "talven-server";
+    char* apcArguments[] = {acName, nullptr};
 
+    m_iCode = -1;
     m_iPid = fork();
     if (m_iPid != 0) return;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -80,74 +87,45 @@ void ServerProcess::Start(const Environment& rExtra, const std::string& strConfi
     _exit(127);
 }
 
-ServerProcess::~ServerProcess()
+CServerProcess::~CServerProcess()
 {
-    if (m_iPid > 0)
-    {
-        kill(m_iPid, SIGTERM);
-        for (int i = 0; i < 100 && IsRunning(); ++i) std::this_thread::sleep_for(20ms);
-        if (IsRunning())
-        {
-            kill(m_iPid, SIGKILL);
-            waitpid(m_iPid, nullptr, 0);
-        }
-    }
+    for (const int iSignal : {SIGTERM, SIGKILL})
+        if (IsRunning() && kill(m_iPid, iSignal) == 0) WaitForEnd(2);
     std::error_code aIgnored;
     fs::remove_all(m_aHome, aIgnored);
 }
 
-bool ServerProcess::IsRunning()
+int CServerProcess::WaitForEnd(double dSeconds)
 {
-    if (m_iPid <= 0) return false;
-    if (waitpid(m_iPid, nullptr, WNOHANG) == 0) return true;
-    m_iPid = -1;
-    return false;
-}
-
-int ServerProcess::WaitForEnd()
-{
-    int iStatus = 0;
-    for (int i = 0; i < 2000; ++i)
+    for (int iStatus = 0; m_iCode == -1; dSeconds -= 0.01, std::this_thread::sleep_for(10ms))
     {
         if (waitpid(m_iPid, &iStatus, WNOHANG) == m_iPid)
-        {
-            m_iPid = -1;
-            return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
-        }
-        std::this_thread::sleep_for(10ms);
+            m_iCode = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
+        if (m_iCode != -1 || dSeconds <= 0) break;
     }
-    return -1;
+    return m_iCode;
 }
 
-int ServerProcess::RunToEnd(const Environment& rExtra, const std::string& strConfig,
-                            std::string& rOutput)
+std::string CServerProcess::GetOutput() const
 {
-    ServerProcess aServer;
-    aServer.Start(rExtra, strConfig);
-    const int iCode = aServer.WaitForEnd();
-    rOutput = aServer.GetOutput();
-    return iCode;
+    return ReadText(m_aHome / "output.txt");
 }
 
-std::string ServerProcess::GetOutput() const
+std::string CServerProcess::GetLog() const
 {
-    std::ifstream aFile(m_aHome / "output.txt");
-    std::ostringstream aText;
-    aText << aFile.rdbuf();
-    return aText.str();
+    std::string strAll;
+    for (const auto& rEntry : fs::directory_iterator(m_aHome / "temp"))
+        strAll += ReadText(rEntry.path());
+    return strAll;
 }
 
-int ServerProcess::CountInOutput(const std::string& strText) const
+int CServerProcess::Count(const std::string& strText) const
 {
     return CountIn(GetOutput(), strText);
 }
 
-bool ServerProcess::WaitForOutput(const std::string& strText, int iTimes) const
+bool CServerProcess::WaitFor(const std::string& strText, int iTimes) const
 {
-    for (int i = 0; i < 500; ++i)
-    {
-        if (CountInOutput(strText) >= iTimes) return true;
-        std::this_thread::sleep_for(20ms);
-    }
-    return false;
+    for (int i = 0; i < 500 && Count(strText) < iTimes; ++i) std::this_thread::sleep_for(20ms);
+    return Count(strText) >= iTimes;
 }

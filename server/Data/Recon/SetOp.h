@@ -18,10 +18,6 @@ public:
 
     /// Empty until PROJSIZE or SETOP has made one.
     std::span<const std::uint32_t> GetProjIndex() const { return m_vuiProjIndex; }
-    std::uint32_t GetNumIndices() const
-    {
-        return static_cast<std::uint32_t>(m_vuiProjIndex.size());
-    }
 
 private:
     std::vector<std::uint32_t> m_vuiProjIndex;

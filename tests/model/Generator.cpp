@@ -1,0 +1,131 @@
+#include "tests/model/Generator.h"
+
+#include <algorithm>
+#include <limits>
+
+Request CGenerator::Next()
+{
+    if (m_vPlan.empty()) mPlan();
+    while (const std::uint32_t uiRemedy = mFindRemedy(m_vPlan.front().uiType))
+        m_vPlan.push_front({uiRemedy});
+    const Planned aNext = m_vPlan.front();
+    m_vPlan.pop_front();
+    const auto IsOfType = [&](const Maker& rMaker) { return rMaker.uiType == aNext.uiType; };
+    Request aRequest = (this->*std::ranges::find_if(mMakers(), IsOfType)->pMake)(aNext);
+    if (m_r.Chance(7))
+    {
+        Request aSpoilt = aRequest;
+        mSpoil(aSpoilt);
+        if (mIsModest(aSpoilt)) return aSpoilt;
+    }
+    mPlanImages(aRequest);
+    return aRequest;
+}
+
+void CGenerator::Ask()
+{
+    m_vPlan.push_front(
+        {m_r.Pick({Msg::eProjGet, Msg::eVolGet, Msg::eReconStatGet, Msg::eCompReply})});
+}
+
+void CGenerator::mPlan()
+{
+    m_iRemedies = 0;
+    int iLeft = m_r.Int(0, 99);
+    auto pMaker = mMakers().begin();
+    while ((iLeft -= pMaker->iWeight) >= 0) ++pMaker;
+    m_vPlan.push_back({pMaker->uiType});
+    if (pMaker->uiType == Msg::eReconstruct && m_rModel.eMethod == EMethod::eBackProj &&
+        m_r.Chance(70))
+        m_vPlan.push_front({Msg::eReconOpt});
+}
+
+/// After the size of a stack or a volume, most of its images.
+void CGenerator::mPlanImages(const Request& rSize)
+{
+    if (rSize.uiType != Msg::eProjSize && rSize.uiType != Msg::eVolSize &&
+        rSize.uiType != Msg::eMProjSize)
+        return;
+    const std::uint32_t uiSet = rSize.uiType == Msg::eMProjSize ? Msg::eMProjSet : rSize.uiType - 1;
+    const int iPercent = m_r.Pick({100, 100, 100, 70, rSize.uiType == Msg::eVolSize ? 0 : 100});
+    for (std::uint32_t n = rSize.Field(6) <= 300 ? rSize.Field(6) : 0; n-- > 0;)
+        if (iPercent == 100 || m_r.Chance(iPercent)) m_vPlan.push_front({uiSet, int(n)});
+}
+
+/// The message that a job needs first, 0 when it may go as it is. One that nothing can make small
+/// becomes a question.
+std::uint32_t CGenerator::mFindRemedy(std::uint32_t& rType)
+{
+    const Model& m = m_rModel;
+    if (!IsJob(rType)) return 0;
+    std::uint32_t uiRemedy = m.aMeasured.IsEmpty() ? Msg::eMProjSize
+                             : m.aStack.IsEmpty()  ? Msg::eProjSize
+                                                   : 0;
+    bool bHeavy = false;
+    if (rType < Msg::eTransform)
+    {
+        const bool bReproject = rType == Msg::eReproject;
+        uiRemedy = m.FindObstacle(bReproject);
+        bHeavy = uiRemedy == 0 && (m.GetWork() > m_dMostWork || m.aVolume.iN > 300);
+        if (uiRemedy == 0) uiRemedy = m.FindDoubt(bReproject);
+        if (bHeavy)
+            uiRemedy = m_r.Pick({Msg::eVolSize, Msg::eSmoothOpt, Msg::eSetOp, Msg::eReconOpt});
+    }
+    const bool bGivesUp = ++m_iRemedies > 9;
+    if (bGivesUp && bHeavy) rType = Msg::eServerProp;
+    return bGivesUp || (!bHeavy && m_r.Chance(4)) ? 0 : uiRemedy;
+}
+
+std::uint32_t CGenerator::mStrangeWord(std::uint32_t uiWord)
+{
+    constexpr float fInfinity = std::numeric_limits<float>::infinity();
+    switch (m_r.Int(0, 3))
+    {
+    case 0:
+        return uiWord + m_r.Pick({1u, 2u, 0xffffffffu});
+    case 1:
+        return m_r.Pick({0u, 1u, 255u, 256u, 0x8000u, 0x10000u, 0x20001u, 0x7fffffffu, 0x80000000u,
+                         0xfffffffeu, 0xffffffffu});
+    case 2:
+        return Bits(m_r.Pick({std::numeric_limits<float>::quiet_NaN(), fInfinity, -fInfinity, 3e38f,
+                              8.5070586e37f, -1e30f, -1.0000001e15f, -9.999999e14f, 1e-40f}));
+    default:
+        return std::uint32_t(m_r.Pick({m_rModel.aStack.iN, m_rModel.aVolume.iN,
+                                       m_rModel.aMeasured.iN, int(m_rModel.vvuiStat.size())}));
+    }
+}
+
+void CGenerator::mSpoil(Request& r)
+{
+    const int iWhat = m_r.Int(0, 9);
+    if (iWhat < 5 && !r.vuiFields.empty())
+    {
+        std::uint32_t& rWord = r.vuiFields[std::size_t(m_r.Int(0, int(r.vuiFields.size()) - 1))];
+        rWord = mStrangeWord(rWord);
+    }
+    else if (iWhat < 7 && !r.vuiData.empty())
+    {
+        const int iMost =
+            m_r.Chance(50) ? std::min(int(r.vuiData.size()), 8) : int(r.vuiData.size());
+        std::uint32_t& rWord = r.vuiData[std::size_t(m_r.Int(0, iMost - 1))];
+        rWord = mStrangeWord(rWord);
+    }
+    else if (iWhat < 9)  // a little longer or shorter
+    {
+        const int iWords = int(r.vuiData.size()) + m_r.Int(-3, 2);
+        r.vuiData.resize(std::size_t(std::max(iWords, 0)));
+        for (int k = m_r.Int(0, 3); k > 0; --k) r.strTail += char(m_r.Int(1, 127));
+    }
+    else
+        r.vuiData.resize(m_r.Chance(50) ? 0 : r.vuiData.size() / 2);
+}
+
+/// Whether neither side needs much memory for it.
+bool CGenerator::mIsModest(const Request& r) const
+{
+    if (r.uiType != Msg::eProjSize && r.uiType != Msg::eVolSize && r.uiType != Msg::eMProjSize)
+        return true;
+    const double dSize = double(r.Field(4)) * r.Field(5) * r.Field(6);
+    const bool bTooMuch = m_rModel.ulMemory > 0 && 4 * dSize > double(m_rModel.ulMemory);
+    return dSize < 300000 || dSize > 0x7fffffff || bTooMuch;
+}

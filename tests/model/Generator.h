@@ -1,0 +1,67 @@
+#pragma once
+
+#include <deque>
+
+#include "tests/model/Choices.h"
+#include "tests/model/Model.h"
+
+/// Draws the requests of a session: uploads, options, jobs and questions that make sense for what
+/// the server holds, and some that are spoilt in a word or in the length of their data.
+class CGenerator
+{
+public:
+    /// \param iLargest  columns of images, about
+    /// \param dMostWork  samples of a job
+    CGenerator(CChoices& rChoices, const Model& rModel, int iLargest, double dMostWork)
+        : m_r(rChoices), m_rModel(rModel), m_iLargest(iLargest), m_dMostWork(dMostWork)
+    {
+    }
+    Request Next();
+    /// The next request is a question.
+    void Ask();
+
+private:
+    struct Planned
+    {
+        std::uint32_t uiType;
+        int iIndex = -1;  ///< of an image, -1: any
+    };
+    /// How a request of a type is made, and how often it comes by itself.
+    struct Maker
+    {
+        std::uint32_t uiType;
+        int iWeight;
+        Request (CGenerator::*pMake)(const Planned& rPlanned);
+    };
+    static std::span<const Maker> mMakers();  ///< weights add up to 100
+
+    // Generator.cpp: what comes next
+    void mPlan();
+    std::uint32_t mFindRemedy(std::uint32_t& rType);
+    void mPlanImages(const Request& rSize);
+    void mSpoil(Request& rRequest);
+    bool mIsModest(const Request& rRequest) const;
+    std::uint32_t mStrangeWord(std::uint32_t uiWord);
+
+    // Requests.cpp: requests that make sense
+    Request mBare(const Planned& rPlanned) { return {rPlanned.uiType}; }
+    Request mIgnored(const Planned& rPlanned);
+    Request mByteOrder(const Planned& rPlanned);
+    Request mProjSize(const Planned& rPlanned);
+    Request mVolSize(const Planned& rPlanned);
+    Request mMProjSize(const Planned& rPlanned);
+    Request mImage(const Planned& rPlanned);
+    Request mGet(const Planned& rPlanned);
+    Request mSetOp(const Planned& rPlanned);
+    Request mReconOpt(const Planned& rPlanned);
+    Request mWeightOpt(const Planned& rPlanned);
+    Request mSmoothOpt(const Planned& rPlanned);
+    Request mAlign(const Planned& rPlanned);
+
+    CChoices& m_r;
+    const Model& m_rModel;
+    const int m_iLargest;
+    const double m_dMostWork;
+    std::deque<Planned> m_vPlan;
+    int m_iRemedies = 0;  // since the last job
+};

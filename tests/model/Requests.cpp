@@ -1,0 +1,199 @@
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "tests/model/Generator.h"
+
+namespace
+{
+std::uint32_t Word(int iValue)
+{
+    return static_cast<std::uint32_t>(iValue);
+}
+
+void Append(const std::vector<float>& rValues, Words& rWords)
+{
+    for (const float fValue : rValues) rWords.push_back(Bits(fValue));
+}
+}  // namespace
+
+std::span<const CGenerator::Maker> CGenerator::mMakers()
+{
+    static constexpr Maker aMakers[] = {
+        {Msg::eReconstruct, 20, &CGenerator::mBare},  {Msg::eReproject, 7, &CGenerator::mBare},
+        {Msg::eTransform, 3, &CGenerator::mAlign},    {Msg::eTransforml, 3, &CGenerator::mAlign},
+        {Msg::eCompare, 3, &CGenerator::mAlign},      {Msg::eComparel, 3, &CGenerator::mAlign},
+        {Msg::eProjGet, 4, &CGenerator::mGet},        {Msg::eVolGet, 4, &CGenerator::mGet},
+        {Msg::eReconStatGet, 4, &CGenerator::mGet},   {Msg::eCompReply, 3, &CGenerator::mBare},
+        {Msg::eServerProp, 2, &CGenerator::mBare},    {Msg::eByteOrder, 2, &CGenerator::mByteOrder},
+        {Msg::eLog, 7, &CGenerator::mIgnored},        {Msg::eProjSize, 3, &CGenerator::mProjSize},
+        {Msg::eProjSet, 3, &CGenerator::mImage},      {Msg::eVolSize, 3, &CGenerator::mVolSize},
+        {Msg::eVolSet, 3, &CGenerator::mImage},       {Msg::eMProjSize, 2, &CGenerator::mMProjSize},
+        {Msg::eMProjSet, 2, &CGenerator::mImage},     {Msg::eSetOp, 4, &CGenerator::mSetOp},
+        {Msg::eReconOpt, 5, &CGenerator::mReconOpt},  {Msg::eWeightOpt, 3, &CGenerator::mWeightOpt},
+        {Msg::eSmoothOpt, 7, &CGenerator::mSmoothOpt}};
+    return aMakers;
+}
+
+Request CGenerator::mByteOrder(const Planned&)
+{
+    return {Msg::eByteOrder, {m_r.Pick({0x1234ABCDu, 0xCDAB3412u})}};
+}
+
+/// A message without a reply.
+Request CGenerator::mIgnored(const Planned&)
+{
+    Words vuiData(std::size_t(m_r.Magnitude(1, 20000)) - 1, m_r.Word());
+    return {m_r.Pick({Msg::eLog, Msg::eCtfOpt, Msg::eContinuation, Msg::eCmdReply, Msg::eDataReply,
+                      28u, 10001u, 0x10007u, 0xffffffffu}),
+            {m_r.Word()},
+            std::move(vuiData)};
+}
+
+Request CGenerator::mGet(const Planned& rPlanned)
+{
+    const std::uint32_t uiType = rPlanned.uiType;
+    const int iCount = uiType == Msg::eProjGet  ? m_rModel.aStack.iN
+                       : uiType == Msg::eVolGet ? m_rModel.aVolume.iN
+                                                : int(m_rModel.vvuiStat.size());
+    return {uiType, {Word(m_r.Int(0, std::max(iCount - 1, 0)))}};
+}
+
+Request CGenerator::mProjSize(const Planned&)
+{
+    const bool bWide = m_r.Chance(3), bLong = m_r.Chance(5);
+    const int iX = bWide ? 5 * m_iLargest + m_r.Int(10, 60) : m_r.Magnitude(1, m_iLargest);
+    const int iY = bWide   ? 1
+                   : bLong ? m_r.Int(30, 70)
+                           : m_r.Int(1, 6),
+              iN = m_r.Int(1, bLong ? 4 : 9);
+    Request aRequest = {Msg::eProjSize, {Word(iX), Word(iY), Word(iN)}};
+    // No ray through a corner of a box, where its length is a matter of rounding.
+    const bool bSpecial = m_r.Chance(10);
+    for (int n = 0; n < iN; ++n)
+    {
+        float fAngle = 0.5f * float(m_r.Int(-127, 128)) + 0.25f;
+        if (bSpecial) fAngle = m_r.Pick({-120.f, -89.5f, 0.f, 44.5f, 90.f, 100.5f, 179.5f});
+        Append({fAngle, 2.5f}, aRequest.vuiData);
+    }
+    return aRequest;
+}
+
+Request CGenerator::mVolSize(const Planned&)
+{
+    const Images& rOld = m_rModel.aVolume;
+    const int iY = std::max(m_rModel.aStack.iY, 1);
+    if (m_r.Chance(1)) return {Msg::eVolSize, {1, Word(iY), 32770}};  // more than 16 bits count
+    if (m_r.Chance(10) && rOld.iY == iY)                              // as many voxels: they stay
+        return {Msg::eVolSize, {Word(rOld.iN), Word(iY), Word(rOld.iX)}};
+    const int iX = m_r.Magnitude(1, m_iLargest + m_iLargest / 4), iZ = m_r.Int(1, 16);
+    return {Msg::eVolSize, {Word(iX), Word(iY), Word(iZ)}};
+}
+
+Request CGenerator::mMProjSize(const Planned&)
+{
+    const int iX = m_r.Magnitude(1, m_iLargest + m_iLargest / 4), iY = m_r.Magnitude(1, 30);
+    return {Msg::eMProjSize, {Word(iX), Word(iY), Word(m_r.Int(1, 3))}};
+}
+
+/// Image n, or any; rows of projections may miss columns at their sides, or all of them.
+Request CGenerator::mImage(const Planned& rPlanned)
+{
+    auto [uiType, n] = rPlanned;
+    const bool bStack = uiType == Msg::eProjSet;
+    const Images& rImages = bStack                   ? m_rModel.aStack
+                            : uiType == Msg::eVolSet ? m_rModel.aVolume
+                                                     : m_rModel.aMeasured;
+    if (n < 0) n = m_r.Chance(10) ? rImages.iN - 1 : m_r.Int(0, std::max(rImages.iN - 1, 0));
+    std::vector<float> vf = m_r.Reals(rImages.GetPixels(), 0.1f, bStack ? 40.f : 2.f);
+    if (bStack && m_r.Chance(20))
+        for (auto pRow = vf.begin(); pRow != vf.end(); pRow += rImages.iX)
+        {
+            const int iLeft = m_r.Chance(10) ? rImages.iX : std::min(m_r.Int(0, 3), rImages.iX);
+            const int iRight = std::min(m_r.Int(0, 3), rImages.iX);
+            std::fill_n(pRow, iLeft, -1e30f);
+            std::fill_n(pRow + rImages.iX - iRight, iRight, -1e30f);
+        }
+    if (m_r.Chance(8)) vf.resize(std::size_t(m_r.Int(0, int(vf.size()))));
+    Request aRequest = {
+        uiType, {Word(n)}, Words(bStack ? 2 * std::size_t(rImages.iY) : 0, m_r.Word())};
+    Append(vf, aRequest.vuiData);
+    return aRequest;
+}
+
+Request CGenerator::mSetOp(const Planned&)
+{
+    const int iProjs = std::max(m_rModel.aStack.iN, 1);
+    if (m_r.Chance(15)) return {Msg::eSetOp, {0, 77}};  // keeps the list
+    Request aRequest = {Msg::eSetOp, {1, Word(m_r.Int(1, iProjs + 2))}};
+    for (std::uint32_t k = 0; k < aRequest.Field(5); ++k)
+        aRequest.vuiData.push_back(Word(m_r.Int(0, iProjs - 1)));
+    return aRequest;
+}
+
+Request CGenerator::mReconOpt(const Planned&)
+{
+    if (m_r.Chance(20)) return {Msg::eReconOpt, {0, 5, 5, 5}, {1, 2}};  // back projection
+    const int iIterations = m_r.Int(1, 5), iSets = m_r.Int(1, 4);
+    const std::uint32_t uiMethod = m_r.Pick({1u, 1u, 2u, 2u, 3u});
+    Request aRequest = {Msg::eReconOpt, {uiMethod, Word(iIterations), Word(iSets), 0, 1}};
+    for (int s = 0; s < iSets; ++s) aRequest.vuiData.push_back(Word(m_r.Int(1, 6)));
+    if (m_r.Chance(5)) aRequest.vuiData.back() = 0xffffffff;
+    Append(m_r.Reals(std::size_t(iIterations * iSets), 0.1f, 1.1f), aRequest.vuiData);
+    return aRequest;
+}
+
+Request CGenerator::mWeightOpt(const Planned&)
+{
+    if (m_r.Chance(50)) return {Msg::eWeightOpt, {0, 0, 1, 1, 1, 1}};
+    Request aRequest = {Msg::eWeightOpt, {Word(m_r.Int(0, 1)), 1}};
+    const float fHalf = m_r.Chance(20) ? 5000 : m_r.Real(1, 40);
+    Append({m_r.Real(-5, 5), m_r.Real(-3, 3), fHalf, m_r.Real(1, 15)}, aRequest.vuiFields);
+    return aRequest;
+}
+
+Request CGenerator::mSmoothOpt(const Planned&)
+{
+    const Words vuiSize = {Word(m_r.Int(1, 5)), Word(m_r.Int(1, 4)), Word(m_r.Int(1, 4))};
+    const auto uiInterval = Word(m_r.Int(0, 6));
+    Request aRequest = {Msg::eSmoothOpt, {uiInterval, vuiSize[0], vuiSize[1], vuiSize[2]}};
+    const int iWhat = m_r.Int(0, 9);
+    if (iWhat == 0) return aRequest;  // a kernel of zeros
+    if (iWhat == 1) return {Msg::eSmoothOpt, {uiInterval, 0, 0, 0}};
+    std::vector<float> vfFactors[3], vfKernel;
+    for (int k = 0; k < 3; ++k) vfFactors[k] = m_r.Reals(vuiSize[k], 0.5f, 1);
+    for (const float fZ : vfFactors[2])
+        for (const float fY : vfFactors[1])
+            for (const float fX : vfFactors[0]) vfKernel.push_back(fX * fY * fZ);
+    if (iWhat < 6) vfKernel = m_r.Reals(vfKernel.size(), 0, 1);  // is no product
+    const float fSum = std::accumulate(vfKernel.begin(), vfKernel.end(), 1e-3f);
+    for (float& rfValue : vfKernel) rfValue /= fSum;
+    Append(vfKernel, aRequest.vuiData);
+    if (iWhat == 9) aRequest.vuiData.resize(std::size_t(m_r.Int(1, int(vfKernel.size()))));
+    return aRequest;
+}
+
+Request CGenerator::mAlign(const Planned& rPlanned)
+{
+    const std::uint32_t uiType = rPlanned.uiType;
+    const bool bLog = uiType == Msg::eTransforml || uiType == Msg::eComparel;
+    std::vector<float> vf = {
+        1, 0, 0, 1, 0.5f * float(m_r.Int(-6, 6)), 0.5f * float(m_r.Int(-6, 6))};
+    if (m_r.Chance(70))  // no exact positions
+        vf = {m_r.Real(0.5f, 1.5f), m_r.Real(-0.3f, 0.3f), m_r.Real(-0.3f, 0.3f),
+              m_r.Real(0.5f, 1.5f), m_r.Real(-4, 4),       m_r.Real(-4, 4)};
+    vf.insert(vf.end(), {m_r.Real(0.5f, 2), m_r.Real(0, 0.5f), m_r.Real(1, 9)});
+    if (m_r.Chance(5)) vf.back() = HUGE_VALF;
+    if (bLog) vf.insert(vf.end(), {m_r.Real(0.5f, 1.5f), m_r.Real(0.5f, 1.5f), m_r.Real(3, 9)});
+    if (bLog && m_r.Chance(5)) vf[9] = -HUGE_VALF;
+    Request aRequest = {uiType};
+    for (const int iCount : {m_rModel.aMeasured.iN, m_rModel.aStack.iN})
+        aRequest.vuiFields.push_back(Word(m_r.Int(0, std::max(iCount - 1, 0))));
+    if (uiType == Msg::eCompare || uiType == Msg::eComparel)
+        aRequest.vuiFields.insert(aRequest.vuiFields.end(), {m_r.Word(), 3});  // all rows count
+    Append(vf, aRequest.vuiFields);  // words 4 to 15, the rest is data
+    if (aRequest.vuiFields.size() <= 12) return aRequest;
+    aRequest.vuiData.assign(aRequest.vuiFields.begin() + 12, aRequest.vuiFields.end());
+    aRequest.vuiFields.resize(12);
+    return aRequest;
+}
