@@ -175,25 +175,17 @@ TEST_F(JobMain, NeedsTheMemoryOfAllWorkers)
     const std::size_t tNeeded = tBatches + tRanges + tTables + tStore +
                                 CProjData::GetInstance()->GetBytes() +
                                 CVolData::GetInstance()->GetBytes();
-    Util_Memory::Assume(tNeeded);
-    EXPECT_TRUE(CheckJobMemory(aJob, EJobKind::eIterative, strReason)) << strReason;
-    Util_Memory::Assume(tNeeded - 1);
-    EXPECT_FALSE(CheckJobMemory(aJob, EJobKind::eIterative, strReason));
-    Util_Memory::Assume(0);
-}
-
-// What no request can leave out: all projections, one subset of the whole stack, the whole slice.
-TEST_F(JobMain, DriversCompleteAJob)
-{
-    mUpload();
-    ReconJob aJob;
-    aJob.pProjs = CProjData::GetInstance()->GetProjs();
-    aJob.pTomoVol = CVolData::GetInstance()->GetTomoVolume();
-    const CDoSartRecon aSart(aJob);
-    EXPECT_TRUE(std::ranges::equal(aSart.GetJob().uiProjIndex, std::views::iota(0U, 7U)));
-    EXPECT_TRUE(std::ranges::equal(aSart.GetJob().uiSetSize, std::vector{7U}));
-    EXPECT_EQ(aSart.GetJob().aBox->afDim, (std::array{18.5f, 6.5f}));
-    EXPECT_FALSE(CDoBackProj(aJob).GetJob().aBox);
+    constexpr std::size_t tSmooth = 3 * 4 * (37 + 4) * 10 * 13;  // three copies, with overlaps
+    for (const std::size_t tMore : {std::size_t(0), tSmooth})
+    {
+        Util_Memory::Assume(tNeeded + tMore);
+        EXPECT_TRUE(CheckJobMemory(aJob, EJobKind::eIterative, strReason)) << strReason;
+        Util_Memory::Assume(tNeeded + tMore - 1);
+        EXPECT_FALSE(CheckJobMemory(aJob, EJobKind::eIterative, strReason));
+        Util_Memory::Assume(0);
+        Upload(&CSmoothOpt::HandleSmoothOpt, {1, 3, 1, 1}, {0, Bits(1.0f), 0});
+        ASSERT_TRUE(DescribeIterations(aJob, strReason)) << strReason;
+    }
 }
 
 // The first reason counts, the workers that would wait for the failed one are released, and the
@@ -219,6 +211,20 @@ TEST_F(JobMain, FailureOfOneWorker)
     EXPECT_EQ(FailsOnThirdDevice(), "device 2 of 2");
     EXPECT_TRUE(CRfactor::GetInstance()->GetNthIteration(0).empty());
     ASSERT_EQ(mReconstruct(), "");
+}
+
+// What no request can leave out: all projections, one subset of the whole stack, the whole slice.
+TEST_F(JobMain, DriversCompleteAJob)
+{
+    mUpload();
+    ReconJob aJob;
+    aJob.pProjs = CProjData::GetInstance()->GetProjs();
+    aJob.pTomoVol = CVolData::GetInstance()->GetTomoVolume();
+    const CDoSartRecon aSart(aJob);
+    EXPECT_TRUE(std::ranges::equal(aSart.GetJob().uiProjIndex, std::views::iota(0U, 7U)));
+    EXPECT_TRUE(std::ranges::equal(aSart.GetJob().uiSetSize, std::vector{7U}));
+    EXPECT_EQ(aSart.GetJob().aBox->afDim, (std::array{18.5f, 6.5f}));
+    EXPECT_FALSE(CDoBackProj(aJob).GetJob().aBox);
 }
 
 // A device that cannot be used fails no job that has no work for it.

@@ -55,3 +55,23 @@ TEST(Physics, PhantomComesBackAndResidualsFall)
         }
     SetBackend(nullptr);
 }
+
+// The cosine of 90 degrees is 0: rays meet the middles of the voxels.
+TEST(Physics, FlatSliceProjectsToItsThickness)
+{
+    TestJob aJob;
+    aJob.bReproject = true;
+    aJob.iProjX = aJob.iVolX = 64;
+    aJob.iVolZ = 40;
+    aJob.vfAngles = {0, 90};
+    TestData aData = MakeData(aJob, 1);
+    aData.vfVolume.assign(aData.vfVolume.size(), 1.0f);
+    const TestData aResult = RunJob(aJob, aData, {"host"});
+    for (int x = 0; x < 64; ++x)
+    {
+        EXPECT_EQ(aResult.vfProjs[x], 40) << "column " << x;
+        const bool bSeen = std::abs(x - 31.5) < 20;  // the width seen from the side is 40
+        EXPECT_EQ(aResult.vfProjs[64 * 5 + x], bSeen ? 64 : 0) << "column " << x;
+    }
+    SetBackend(nullptr);
+}
