@@ -91,7 +91,7 @@ std::uint32_t CGenerator::mStrangeWord(std::uint32_t uiWord)
                          0xfffffffeu, 0xffffffffu});
     case 2:
         return Bits(m_r.Pick({std::numeric_limits<float>::quiet_NaN(), fInfinity, -fInfinity, 3e38f,
-                              8.5070586e37f, -1e30f, -1.0000001e15f, -9.999999e14f, 1e-40f}));
+                              1e38f, -1e30f, -1.0000001e15f, -9.999999e14f, 1e-40f}));
     default:
         return std::uint32_t(m_r.Pick({m_rModel.aStack.iN, m_rModel.aVolume.iN,
                                        m_rModel.aMeasured.iN, int(m_rModel.vvuiStat.size())}));

@@ -44,6 +44,7 @@ private:
     std::uint32_t mStrangeWord(std::uint32_t uiWord);
 
     // Requests.cpp: requests that make sense
+    void mPoison(std::vector<float>& rValues);  ///< now and then, one that no job can use
     Request mBare(const Planned& rPlanned) { return {rPlanned.uiType}; }
     Request mIgnored(const Planned& rPlanned);
     Request mByteOrder(const Planned& rPlanned);

@@ -35,6 +35,13 @@ std::span<const CGenerator::Maker> CGenerator::mMakers()
     return aMakers;
 }
 
+void CGenerator::mPoison(std::vector<float>& rValues)
+{
+    if (rValues.empty() || !m_r.Chance(3)) return;
+    rValues[std::size_t(m_r.Int(0, int(rValues.size()) - 1))] =
+        m_r.Pick({NAN, NAN, HUGE_VALF, 1e38f});
+}
+
 Request CGenerator::mByteOrder(const Planned&)
 {
     return {Msg::eByteOrder, {m_r.Pick({0x1234ABCDu, 0xCDAB3412u})}};
@@ -70,12 +77,15 @@ Request CGenerator::mProjSize(const Planned&)
     Request aRequest = {Msg::eProjSize, {Word(iX), Word(iY), Word(iN)}};
     // No ray through a corner of a box, where its length is a matter of rounding.
     const bool bSpecial = m_r.Chance(10);
+    std::vector<float> vfAngles;
     for (int n = 0; n < iN; ++n)
     {
         float fAngle = 0.5f * float(m_r.Int(-127, 128)) + 0.25f;
         if (bSpecial) fAngle = m_r.Pick({-120.f, -89.5f, 0.f, 44.5f, 90.f, 100.5f, 179.5f});
-        Append({fAngle, 2.5f}, aRequest.vuiData);
+        vfAngles.push_back(fAngle);
     }
+    mPoison(vfAngles);
+    for (const float fAngle : vfAngles) Append({fAngle, 2.5f}, aRequest.vuiData);
     return aRequest;
 }
 
@@ -139,7 +149,9 @@ Request CGenerator::mReconOpt(const Planned&)
     Request aRequest = {Msg::eReconOpt, {uiMethod, Word(iIterations), Word(iSets), 0, 1}};
     for (int s = 0; s < iSets; ++s) aRequest.vuiData.push_back(Word(m_r.Int(1, 6)));
     if (m_r.Chance(5)) aRequest.vuiData.back() = 0xffffffff;
-    Append(m_r.Reals(std::size_t(iIterations * iSets), 0.1f, 1.1f), aRequest.vuiData);
+    std::vector<float> vfRelax = m_r.Reals(std::size_t(iIterations * iSets), 0.1f, 1.1f);
+    mPoison(vfRelax);
+    Append(vfRelax, aRequest.vuiData);
     return aRequest;
 }
 
@@ -149,7 +161,9 @@ Request CGenerator::mWeightOpt(const Planned&)
     const std::uint32_t uiFirst = m_r.Pick({0u, 1u, 2u});
     Request aRequest = {Msg::eWeightOpt, {uiFirst, uiFirst == 0 ? 1u : m_r.Pick({0u, 1u})}};
     const float fHalf = m_r.Chance(20) ? 5000 : m_r.Real(1, 40);
-    Append({m_r.Real(-5, 5), m_r.Real(-3, 3), fHalf, m_r.Real(1, 15)}, aRequest.vuiFields);
+    std::vector<float> vfBox = {m_r.Real(-5, 5), m_r.Real(-3, 3), fHalf, m_r.Real(1, 15)};
+    mPoison(vfBox);
+    Append(vfBox, aRequest.vuiFields);
     return aRequest;
 }
 
@@ -169,6 +183,7 @@ Request CGenerator::mSmoothOpt(const Planned&)
     if (iWhat < 6) vfKernel = m_r.Reals(vfKernel.size(), 0, 1);  // is no product
     const float fSum = std::accumulate(vfKernel.begin(), vfKernel.end(), 1e-3f);
     for (float& rfValue : vfKernel) rfValue /= fSum;
+    mPoison(vfKernel);
     Append(vfKernel, aRequest.vuiData);
     if (iWhat == 9) aRequest.vuiData.resize(std::size_t(m_r.Int(1, int(vfKernel.size()))));
     return aRequest;

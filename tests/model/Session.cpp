@@ -34,7 +34,9 @@ bool CSession::mGreet()
     if (!aReply) return mLost();
     m_aReply = std::move(*aReply);
     m_rConsole.Trim();  // from here on the server prints for this session alone
-    return mCheckReply(rFirst) && (m_vPending.clear(), true);
+    if (!mCheckReply(rFirst)) return false;
+    m_vPending.clear();
+    return m_rModel.bBoxKnown || mSend({Msg::eWeightOpt});  // the box of another client
 }
 
 bool CSession::mStep()
@@ -165,7 +167,8 @@ bool CSession::mCheckConsole()
 
 bool CSession::mWrong(const Pending& rPending, const std::string& strWhat)
 {
-    return mWrong(::ToText(rPending.aRequest) + ": " + strWhat);
+    return mWrong(::ToText(rPending.aRequest) + ": " + strWhat + '\n' +
+                  m_rConsole.Take().value_or(""));
 }
 
 bool CSession::mWrong(const std::string& strWhat)
