@@ -24,11 +24,9 @@ ImageSize GetSize(const CMrcReader& rReader)
 class CImageCommand : public CCommand
 {
 protected:
-    /// --measured and the options of the aligned images; then the others.
-    void mAddMeasured(CLI::App& rApp);
     void mAddMap(CLI::App& rApp);
     void mAddIntensity(CLI::App& rApp);
-    bool mOpenMeasured();
+    bool mOpenMeasured() { return mCheck(m_aMeasured.Open(m_strMeasured), m_aMeasured); }
     /// The maps and the scale, checked; and whether the server can take the images.
     bool mMakeMaps(const ImageSize& rAligned);
 
@@ -49,11 +47,6 @@ private:
     std::optional<double> m_dMost;
     double m_dBeam = 0, m_dLeast = 1, m_dFactor = 1;
 };
-
-void CImageCommand::mAddMeasured(CLI::App& rApp)
-{
-    AddFile(rApp, "--measured", m_strMeasured, "Measured projections, MRC")->required();
-}
 
 void CImageCommand::mAddMap(CLI::App& rApp)
 {
@@ -90,11 +83,6 @@ void CImageCommand::mAddIntensity(CLI::App& rApp)
         ->needs(pLog)
         ->capture_default_str();
     Add("--factor", m_dFactor, "See --log")->needs(pLog)->capture_default_str();
-}
-
-bool CImageCommand::mOpenMeasured()
-{
-    return mCheck(m_aMeasured.Open(m_strMeasured), m_aMeasured);
 }
 
 bool CImageCommand::mMakeMaps(const ImageSize& rAligned)
@@ -164,7 +152,7 @@ private:
 
 void CTransformCommand::AddOptions(CLI::App& rApp)
 {
-    mAddMeasured(rApp);
+    AddFile(rApp, "--measured", m_strMeasured, "Measured projections, MRC")->required();
     AddFile(rApp, "-o,--output", m_strOutput, "The aligned stack, MRC")->required();
     AddParsed(
         rApp, "--size", "TEXT",
@@ -288,7 +276,7 @@ private:
 
 void CCompareCommand::AddOptions(CLI::App& rApp)
 {
-    mAddMeasured(rApp);
+    AddFile(rApp, "--measured", m_strMeasured, "Measured projections, MRC")->required();
     AddFile(rApp, "--aligned", m_strAligned, "Aligned projections, one for each, MRC")->required();
     CLI::Option* pSearch =
         rApp.add_option("--search", m_iSearch,

@@ -4,7 +4,6 @@
 
 #include <cstdio>
 
-#include "Interrupt.h"
 #include "talven/Text.h"
 
 namespace talven
@@ -19,11 +18,6 @@ void ShowOnTerminal(const std::string& strText)
 }
 
 }  // namespace
-
-double CStopwatch::GetSeconds() const
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_tStart).count();
-}
 
 void CReport::PrintLine(const std::string& strLine) const
 {
@@ -80,16 +74,6 @@ void CReport::End()
         m_aThread.join();
     }
     ShowOnTerminal("");
-}
-
-bool CReport::IsStopped() const
-{
-    return CInterrupt::IsSet();
-}
-
-int CReport::GetStopFd() const
-{
-    return CInterrupt::GetFd();
 }
 
 }  // namespace talven

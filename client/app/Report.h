@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "Interrupt.h"
 #include "talven/Monitor.h"
 
 namespace talven
@@ -15,7 +16,10 @@ namespace talven
 class CStopwatch
 {
 public:
-    double GetSeconds() const;
+    double GetSeconds() const
+    {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_tStart).count();
+    }
 
 private:
     std::chrono::steady_clock::time_point m_tStart = std::chrono::steady_clock::now();
@@ -43,8 +47,8 @@ public:
     void Begin(const std::string& strPhase, int iCount, std::uint64_t ulBytesEach) override;
     void Step(int iDone) override;
     void End() override;
-    bool IsStopped() const override;
-    int GetStopFd() const override;
+    bool IsStopped() const override { return CInterrupt::IsSet(); }
+    int GetStopFd() const override { return CInterrupt::GetFd(); }
 
 private:
     void mShowSeconds();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <numbers>
 #include <vector>
 
@@ -33,16 +34,11 @@ double ChooseStep(double dRange, int iMost)
 
 Axis MakeValueAxis(std::span<const double> dValues)
 {
-    double dLow = 0;
-    double dHigh = 0;
-    bool bFirst = true;
-    for (const double dValue : dValues)
-    {
-        if (!std::isfinite(dValue)) continue;
-        dLow = bFirst ? dValue : std::min(dLow, dValue);
-        dHigh = bFirst ? dValue : std::max(dHigh, dValue);
-        bFirst = false;
-    }
+    std::vector<double> vdFinite;
+    std::copy_if(dValues.begin(), dValues.end(), std::back_inserter(vdFinite),
+                 [](double dValue) { return std::isfinite(dValue); });
+    if (vdFinite.empty()) vdFinite = {0};
+    auto [dLow, dHigh] = std::ranges::minmax(vdFinite);
     if (dLow < 0.6 * dHigh || dLow == dHigh) dLow = 0;  // near enough to show the zero line
     if (dHigh <= dLow) dHigh = dLow + 1;
     const double dStep = ChooseStep(dHigh - dLow, 7);

@@ -5,36 +5,12 @@
 #include <cmath>
 #include <cstring>
 
+#include "talven/Text.h"
+
 namespace talven
 {
 namespace
 {
-
-// Positions of the header's fields: number of the 4-byte word, from 0.
-enum EWord
-{
-    eWordNx = 0,
-    eWordNy = 1,
-    eWordNz = 2,
-    eWordMode = 3,
-    eWordMx = 7,
-    eWordCellA = 10,
-    eWordCellAlpha = 13,
-    eWordMapc = 16,
-    eWordDmin = 19,
-    eWordDmax = 20,
-    eWordDmean = 21,
-    eWordIspg = 22,
-    eWordNsymbt = 23,
-    eWordNversion = 27,
-    eWordByteStamp = 38,  // in the "extra" area
-    eWordByteFlags = 39,
-    eWordMap = 52,
-    eWordMachst = 53,
-    eWordRms = 54,
-    eWordNlabl = 55,
-    eWordLabel = 56
-};
 
 // A program that writes unsigned bytes in mode 0 says so with this number and a cleared bit 0 in
 // the flags after it; without the number bytes are signed, as the standard has it.
@@ -59,12 +35,12 @@ public:
     /// Whether the numbers make sense read in this byte order.
     bool IsPlausible() const
     {
-        for (const int iWord : {eWordNx, eWordNy, eWordNz})
+        for (const int iWord : {0, 1, 2})  // NX, NY, NZ
             if (GetInt(iWord) < 1 || GetInt(iWord) > g_iMaxExtent) return false;
-        if (GetInt(eWordMode) < 0 || GetInt(eWordMode) > 101 || GetInt(eWordNsymbt) < 0)
+        if (GetInt(3) < 0 || GetInt(3) > 101 || GetInt(23) < 0)  // MODE, NSYMBT
             return false;
         for (int i = 0; i < 3; ++i)
-            if (GetInt(eWordMapc + i) < 0 || GetInt(eWordMapc + i) > 3) return false;
+            if (GetInt(16 + i) < 0 || GetInt(16 + i) > 3) return false;  // MAPC
         return true;
     }
 
@@ -72,14 +48,6 @@ private:
     std::array<std::uint32_t, MrcHeader::tBytes / 4> m_auiWords;
     bool m_bSwap;
 };
-
-bool SetMode(int iMode, MrcHeader& rHeader, std::string& rError)
-{
-    rHeader.eMode = static_cast<EMrcMode>(iMode);
-    if (rHeader.GetPixelBytes() > 0) return true;
-    rError = "MRC mode " + std::to_string(iMode) + " is not supported (0, 1, 2, 6, 12 are)";
-    return false;
-}
 
 }  // namespace
 
@@ -104,7 +72,7 @@ std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, tBytes> pBy
 {
     // The machine stamp is missing or wrong in many files: it decides only where both readings make
     // sense, which takes sizes like 65536 in all three directions.
-    const std::byte ucStamp = pBytes[4 * eWordMachst];
+    const std::byte ucStamp = pBytes[4 * 53];  // MACHST
     const bool bLittleHere = std::endian::native == std::endian::little;
     const bool bStampSwaps = ucStamp == (bLittleHere ? std::byte{0x11} : std::byte{0x44});
     CWords aWords(pBytes, bStampSwaps);
@@ -122,21 +90,27 @@ std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, tBytes> pBy
 
     MrcHeader aHeader;
     aHeader.bSwap = bSwap;
-    aHeader.iX = aWords.GetInt(eWordNx);
-    aHeader.iY = aWords.GetInt(eWordNy);
-    aHeader.iZ = aWords.GetInt(eWordNz);
-    if (!SetMode(aWords.GetInt(eWordMode), aHeader, rError)) return std::nullopt;
+    aHeader.iX = aWords.GetInt(0);                            // NX
+    aHeader.iY = aWords.GetInt(1);                            // NY
+    aHeader.iZ = aWords.GetInt(2);                            // NZ
+    aHeader.eMode = static_cast<EMrcMode>(aWords.GetInt(3));  // MODE
+    if (aHeader.GetPixelBytes() == 0)
+    {
+        rError =
+            talven::Format("MRC mode %d is not supported (0, 1, 2, 6, 12 are)", aWords.GetInt(3));
+        return std::nullopt;
+    }
     aHeader.bUnsigned =
-        aWords.Get(eWordByteStamp) == g_uiByteStamp && (aWords.Get(eWordByteFlags) & 1) == 0;
-    aHeader.bVolume = aWords.GetInt(eWordIspg) == 1;
-    aHeader.ulExtended = aWords.Get(eWordNsymbt);
-    const double dCell = aWords.GetFloat(eWordCellA);
-    const int iMx = aWords.GetInt(eWordMx);
+        aWords.Get(38) == g_uiByteStamp && (aWords.Get(39) & 1) == 0;  // BYTE_STAMP, BYTE_FLAGS
+    aHeader.bVolume = aWords.GetInt(22) == 1;                          // ISPG
+    aHeader.ulExtended = aWords.Get(23);                               // NSYMBT
+    const double dCell = aWords.GetFloat(10);                          // CELL_A
+    const int iMx = aWords.GetInt(7);                                  // MX
     if (iMx > 0 && std::isfinite(dCell) && dCell > 0) aHeader.dPixel = dCell / iMx;
-    aHeader.fMin = aWords.GetFloat(eWordDmin);
-    aHeader.fMax = aWords.GetFloat(eWordDmax);
-    aHeader.fMean = aWords.GetFloat(eWordDmean);
-    aHeader.fRms = aWords.GetFloat(eWordRms);
+    aHeader.fMin = aWords.GetFloat(19);   // DMIN
+    aHeader.fMax = aWords.GetFloat(20);   // DMAX
+    aHeader.fMean = aWords.GetFloat(21);  // DMEAN
+    aHeader.fRms = aWords.GetFloat(54);   // RMS
     return aHeader;
 }
 
@@ -151,29 +125,27 @@ std::array<std::byte, MrcHeader::tBytes> MrcHeader::Format() const
     const int aiSize[3] = {iX, iY, iZ};
     for (int i = 0; i < 3; ++i)
     {
-        SetInt(eWordNx + i, aiSize[i]);
-        SetInt(eWordMx + i, aiSize[i]);
-        SetFloat(eWordCellA + i, static_cast<float>(aiSize[i] * dPixel));
-        SetFloat(eWordCellAlpha + i, 90.0f);
-        SetInt(eWordMapc + i, i + 1);
+        SetInt(i, aiSize[i]);                                      // NX
+        SetInt(7 + i, aiSize[i]);                                  // MX
+        SetFloat(10 + i, static_cast<float>(aiSize[i] * dPixel));  // CELL_A
+        SetFloat(13 + i, 90.0f);                                   // CELL_ALPHA
+        SetInt(16 + i, i + 1);                                     // MAPC
     }
-    SetInt(eWordMode, static_cast<int>(eMode));
-    SetFloat(eWordDmin, fMin);
-    SetFloat(eWordDmax, fMax);
-    SetFloat(eWordDmean, fMean);
-    SetFloat(eWordRms, fRms);
-    SetInt(eWordIspg, bVolume ? 1 : 0);
-    SetInt(eWordNversion, 20140);
-    std::memcpy(aBytes.data() + 4 * eWordMap, "MAP ", 4);
+    SetInt(3, static_cast<int>(eMode));              // MODE
+    SetFloat(19, fMin);                              // DMIN
+    SetFloat(20, fMax);                              // DMAX
+    SetFloat(21, fMean);                             // DMEAN
+    SetFloat(54, fRms);                              // RMS
+    SetInt(22, bVolume ? 1 : 0);                     // ISPG
+    SetInt(27, 20140);                               // NVERSION
+    std::memcpy(aBytes.data() + 4 * 52, "MAP ", 4);  // MAP
     const bool bLittleHere = std::endian::native == std::endian::little;
-    const unsigned char acStamp[4] = {static_cast<unsigned char>(bLittleHere ? 0x44 : 0x11),
-                                      static_cast<unsigned char>(bLittleHere ? 0x44 : 0x11), 0, 0};
-    std::memcpy(aBytes.data() + 4 * eWordMachst, acStamp, 4);
+    std::memset(aBytes.data() + 4 * 53, bLittleHere ? 0x44 : 0x11, 2);  // MACHST
     if (!strLabel.empty())
     {
-        SetInt(eWordNlabl, 1);
-        std::memset(aBytes.data() + 4 * eWordLabel, ' ', 80);
-        std::memcpy(aBytes.data() + 4 * eWordLabel, strLabel.data(),
+        SetInt(55, 1);                                        // NLABL
+        std::memset(aBytes.data() + 4 * 56, ' ', 80);         // LABEL
+        std::memcpy(aBytes.data() + 4 * 56, strLabel.data(),  // LABEL
                     std::min<std::size_t>(strLabel.size(), 80));
     }
     return aBytes;

@@ -22,12 +22,9 @@ std::span<const std::byte> Bytes(std::span<const T> pData)
 
 const char* GetMsgName(EMsg eMsg)
 {
-    constexpr const char* apcNames[] = {
-        "BYTEORDER",  "CMDREPLY",  "CONTINUATION", "DATAREPLY",   "LOG",          "PROJGET",
-        "PROJSET",    "PROJSIZE",  "QUIT",         "RECONSTRUCT", "RECONSTATGET", "REPROJECT",
-        "SERVERPROP", "VOLGET",    "VOLSET",       "VOLSIZE",     "SETOP",        "RECONOPT",
-        "MPROJSET",   "MPROJSIZE", "TRANSFORM",    "TRANSFORML",  "COMPARE",      "COMPAREL",
-        "COMPREPLY",  "WEIGHTOPT", "UNKNOWN",      "SMOOTHOPT"};
+#define TALVEN_NAME(NAME) #NAME
+    constexpr const char* apcNames[] = {TALVEN_MESSAGES(TALVEN_NAME)};
+#undef TALVEN_NAME
     const auto tMsg = static_cast<std::size_t>(eMsg);
     return tMsg < std::size(apcNames) ? apcNames[tMsg] : "UNKNOWN";
 }

@@ -7,37 +7,21 @@
 namespace talven
 {
 
-/// Message types of the wire protocol that a client sends or receives (docs/protocol.md).
+/// Message types of the wire protocol (docs/protocol.md), in the order of their numbers from 0.
+#define TALVEN_MESSAGES(X)                                                                    \
+    X(BYTEORDER), X(CMDREPLY), X(CONTINUATION), X(DATAREPLY), X(LOG), X(PROJGET), X(PROJSET), \
+        X(PROJSIZE), X(QUIT), X(RECONSTRUCT), X(RECONSTATGET), X(REPROJECT), X(SERVERPROP),   \
+        X(VOLGET), X(VOLSET), X(VOLSIZE), X(SETOP), X(RECONOPT), X(MPROJSET), X(MPROJSIZE),   \
+        X(TRANSFORM), X(TRANSFORML), X(COMPARE), X(COMPAREL), X(COMPREPLY), X(WEIGHTOPT),     \
+        X(UNKNOWN), X(SMOOTHOPT)
+
+#define TALVEN_MESSAGE(NAME) NAME
 enum class EMsg : std::uint32_t
 {
-    BYTEORDER = 0,
-    CMDREPLY = 1,
-    CONTINUATION = 2,
-    DATAREPLY = 3,
-    LOG = 4,
-    PROJGET = 5,
-    PROJSET = 6,
-    PROJSIZE = 7,
-    QUIT = 8,
-    RECONSTRUCT = 9,
-    RECONSTATGET = 10,
-    REPROJECT = 11,
-    SERVERPROP = 12,
-    VOLGET = 13,
-    VOLSET = 14,
-    VOLSIZE = 15,
-    SETOP = 16,
-    RECONOPT = 17,
-    MPROJSET = 18,
-    MPROJSIZE = 19,
-    TRANSFORM = 20,
-    TRANSFORML = 21,
-    COMPARE = 22,
-    COMPAREL = 23,
-    COMPREPLY = 24,
-    WEIGHTOPT = 25,
-    SMOOTHOPT = 27,
+    TALVEN_MESSAGES(TALVEN_MESSAGE)
 };
+#undef TALVEN_MESSAGE
+static_assert(EMsg::SMOOTHOPT == EMsg(27));
 
 /// Name of a message type as the documentation writes it; "UNKNOWN" for other values.
 const char* GetMsgName(EMsg eMsg);
