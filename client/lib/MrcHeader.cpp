@@ -53,18 +53,10 @@ private:
 
 int MrcHeader::GetPixelBytes() const
 {
-    switch (eMode)
-    {
-    case EMrcMode::eInt8:
-        return 1;
-    case EMrcMode::eInt16:
-    case EMrcMode::eUint16:
-    case EMrcMode::eFloat16:
-        return 2;
-    case EMrcMode::eFloat32:
-        return 4;
-    }
-    return 0;
+    if (eMode == EMrcMode::eInt8) return 1;
+    if (eMode == EMrcMode::eFloat32) return 4;
+    const bool bTwo = eMode == EMrcMode::eInt16 || eMode == EMrcMode::eUint16;
+    return bTwo || eMode == EMrcMode::eFloat16 ? 2 : 0;
 }
 
 std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, tBytes> pBytes,

@@ -229,11 +229,6 @@ bool CPrivateServer::mConnect(std::uint16_t usPort, CSession& rSession)
 }
 
 /// Leaves the ended process for Stop() to collect.
-bool CPrivateServer::mHasEnded() const
-{
-    return m_iPid == -1 || !DescribeEnd().empty();
-}
-
 std::string CPrivateServer::DescribeEnd() const
 {
     siginfo_t aInfo{};

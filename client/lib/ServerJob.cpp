@@ -2,15 +2,8 @@
 
 #include <vector>
 
-#include "talven/Text.h"
-
 namespace talven
 {
-
-bool CServerJob::mFail(const std::string& strError)
-{
-    return Fail(m_strError, strError);
-}
 
 bool CServerJob::mUpload(EImages eImages, int iCount, std::size_t tPixels,
                          const ImageSource& rSource)

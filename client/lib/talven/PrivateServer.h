@@ -48,7 +48,6 @@ public:
     std::string GetServerError() const;
     /// How the server ended, in brackets for the end of a message; empty while it runs.
     std::string DescribeEnd() const;
-    pid_t GetPid() const { return m_iPid; }
     const std::string& GetError() const { return m_strError; }
 
 private:
@@ -56,7 +55,7 @@ private:
                     CSession& rSession);
     bool mSpawn(const std::string& strProgram, const std::vector<std::string>& vstrSettings);
     bool mConnect(std::uint16_t usPort, CSession& rSession);
-    bool mHasEnded() const;
+    bool mHasEnded() const { return m_iPid == -1 || !DescribeEnd().empty(); }
 
     pid_t m_iPid = -1;
     std::string m_strDirectory;

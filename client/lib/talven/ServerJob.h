@@ -7,6 +7,7 @@
 
 #include "talven/Monitor.h"
 #include "talven/ServerLink.h"
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -36,7 +37,7 @@ protected:
 
     CSession& mGetSession() { return m_rLink.GetSession(); }
     CMonitor& mGetMonitor() { return m_rMonitor; }
-    bool mFail(const std::string& strError);
+    bool mFail(const std::string& strError) { return Fail(m_strError, strError); }
     /// Passes on whether an operation of the session was done, and notes why not.
     bool mServer(bool bDone) { return bDone || mFail(m_rLink.Explain()); }
     /// False when the monitor wants the end.
