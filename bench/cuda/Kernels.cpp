@@ -29,7 +29,7 @@ int BatchOf(const BenchSize& rSize)
     ReconJob aJob;
     aJob.pProjs = &aStack;
     aJob.pTomoVol = &aTomoVolume;
-    return JobShape(aJob, EJobKind::eIterative).GetBatch(rSize.iBandRows);
+    return CJobShape(aJob, EJobKind::eIterative).GetBatch(rSize.iBandRows);
 }
 
 /// Work of one batch by a projector.

@@ -20,9 +20,9 @@ constexpr int g_iMaxExtent = 1 << 24;
 class CWords
 {
 public:
-    CWords(std::span<const std::byte, MrcHeader::tBytes> pBytes, bool bSwap) : m_bSwap(bSwap)
+    CWords(std::span<const std::byte, MrcHeader::m_tBytes> pBytes, bool bSwap) : m_bSwap(bSwap)
     {
-        std::memcpy(m_auiWords.data(), pBytes.data(), MrcHeader::tBytes);
+        std::memcpy(m_auiWords.data(), pBytes.data(), MrcHeader::m_tBytes);
     }
     std::uint32_t Get(int iWord) const
     {
@@ -45,7 +45,7 @@ public:
     }
 
 private:
-    std::array<std::uint32_t, MrcHeader::tBytes / 4> m_auiWords;
+    std::array<std::uint32_t, MrcHeader::m_tBytes / 4> m_auiWords;
     bool m_bSwap;
 };
 
@@ -59,7 +59,7 @@ int MrcHeader::GetPixelBytes() const
     return bTwo || eMode == EMrcMode::eFloat16 ? 2 : 0;
 }
 
-std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, tBytes> pBytes,
+std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, m_tBytes> pBytes,
                                           std::string& rError)
 {
     // The machine stamp is missing or wrong in many files: it decides only where both readings make
@@ -106,9 +106,9 @@ std::optional<MrcHeader> MrcHeader::Parse(std::span<const std::byte, tBytes> pBy
     return aHeader;
 }
 
-std::array<std::byte, MrcHeader::tBytes> MrcHeader::Format() const
+std::array<std::byte, MrcHeader::m_tBytes> MrcHeader::Format() const
 {
-    std::array<std::byte, tBytes> aBytes{};
+    std::array<std::byte, m_tBytes> aBytes{};
     const auto SetInt = [&aBytes](int iWord, int iValue)
     { std::memcpy(aBytes.data() + 4 * iWord, &iValue, 4); };
     const auto SetFloat = [&aBytes](int iWord, float fValue)

@@ -69,7 +69,7 @@ bool CMrcReader::Open(const std::string& strPath)
     if (fstat(m_iFile, &aStat) != 0 || !S_ISREG(aStat.st_mode)) return mFail("not a regular file");
 
     const auto ulFileBytes = static_cast<std::uint64_t>(aStat.st_size);
-    std::array<std::byte, MrcHeader::tBytes> acBytes;
+    std::array<std::byte, MrcHeader::m_tBytes> acBytes;
     if (ulFileBytes < acBytes.size()) return mFail("not an MRC file (shorter than its header)");
     if (!mReadAt(0, acBytes)) return false;
     std::string strError;

@@ -7,7 +7,7 @@
 #include "gpulib/App/Job.h"
 #include "gpulib/Device/Backend.h"
 
-JobShape::JobShape(const ReconJob& rJob, EJobKind eKind)
+CJobShape::CJobShape(const ReconJob& rJob, EJobKind eKind)
     : m_tStackRow(std::size_t(rJob.pProjs->GetSizeX()) * rJob.pProjs->GetSizeZ()),
       m_tProjs(rJob.pProjs->GetSizeZ()),
       m_tSlice((std::size_t(rJob.pTomoVol->GetVolume()->GetSizeX()) + 2) *
@@ -18,17 +18,17 @@ JobShape::JobShape(const ReconJob& rJob, EJobKind eKind)
 {
 }
 
-std::size_t JobShape::GetRowBytes() const
+std::size_t CJobShape::GetRowBytes() const
 {
     return (m_tStackRow * m_tImages + m_tSlice) * sizeof(float);
 }
 
-int JobShape::GetBatch(int iRows) const
+int CJobShape::GetBatch(int iRows) const
 {
     return GetBackend()->GetBatchRows(std::max(iRows, 1), GetRowBytes());
 }
 
-std::size_t JobShape::GetWorkerBytes(int iRows) const
+std::size_t CJobShape::GetWorkerBytes(int iRows) const
 {
     if (iRows == 0) return 0;
     // Tables exist twice while they are loaded; the sums are copied out and put in order.

@@ -12,10 +12,10 @@ enum class EJobKind
 };
 
 /// How much memory the workers of a job need.
-class JobShape
+class CJobShape
 {
 public:
-    JobShape(const ReconJob& rJob, EJobKind eKind);
+    CJobShape(const ReconJob& rJob, EJobKind eKind);
 
     std::size_t GetRowBytes() const;  ///< what one row of a batch takes on the device
     int GetBatch(int iRows) const;    ///< rows of a batch in a band of iRows

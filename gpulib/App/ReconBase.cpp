@@ -36,7 +36,7 @@ bool CReconBase::mCheckInputs() const
 bool CReconBase::mPrepare()
 {
     if (m_eKind != EJobKind::eForProj) mPopulateBand();
-    m_iBatch = JobShape(m_rJob, m_eKind).GetBatch(m_aShare.iSizeY);
+    m_iBatch = CJobShape(m_rJob, m_eKind).GetBatch(m_aShare.iSizeY);
     // Other programs may hold memory of the device: what does not fit is tried with half the rows.
     for (; !mCreateBatch(); m_iBatch = (m_iBatch + 1) / 2)
     {

@@ -159,7 +159,7 @@ bool DescribeIterations(ReconJob& rJob, std::string& rReason)
 
 bool CheckJobMemory(const ReconJob& rJob, EJobKind eKind, std::string& rReason)
 {
-    const JobShape aShape(rJob, eKind);
+    const CJobShape aShape(rJob, eKind);
     CBandSplit aBands;
     const int iWorkers = CGpuConfig::GetInstance()->GetNumDevices();
     aBands.Calculate(rJob.pProjs->GetSizeY(), iWorkers);

@@ -23,7 +23,7 @@ enum class EMrcMode : int
 /// What this library uses of the header of an MRC file.
 struct MrcHeader
 {
-    static constexpr std::size_t tBytes = 1024;
+    static constexpr std::size_t m_tBytes = 1024;
 
     int iX = 0, iY = 0, iZ = 0;  ///< columns, rows, sections
     EMrcMode eMode = EMrcMode::eFloat32;
@@ -36,15 +36,15 @@ struct MrcHeader
     std::string strLabel;  ///< the first label when written
 
     std::uint64_t GetSectionPixels() const { return std::uint64_t(iX) * std::uint64_t(iY); }
-    std::uint64_t GetDataOffset() const { return tBytes + ulExtended; }
+    std::uint64_t GetDataOffset() const { return m_tBytes + ulExtended; }
     int GetPixelBytes() const;  ///< 0: no mode that can be read
 
     /// \return nullopt when these are not the first bytes of an MRC file, or of one whose pixels
     ///         cannot be read; rError then says which, without naming the file.
-    static std::optional<MrcHeader> Parse(std::span<const std::byte, tBytes> pBytes,
+    static std::optional<MrcHeader> Parse(std::span<const std::byte, m_tBytes> pBytes,
                                           std::string& rError);
     /// The 1024 bytes, in this machine's byte order.
-    std::array<std::byte, tBytes> Format() const;
+    std::array<std::byte, m_tBytes> Format() const;
 };
 
 }  // namespace talven
