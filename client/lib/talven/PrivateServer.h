@@ -48,6 +48,7 @@ public:
     std::string GetServerError() const;
     /// How the server ended, in brackets for the end of a message; empty while it runs.
     std::string DescribeEnd() const;
+    pid_t GetPid() const { return m_iPid; }  ///< of the server, -1: none
     const std::string& GetError() const { return m_strError; }
 
 private:
