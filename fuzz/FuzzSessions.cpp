@@ -8,17 +8,13 @@
 // Every input meets a server as it is after the start: what outlives a client is thrown away at the
 // end of an input, so that a crash needs no more than its own input.
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <thread>
 
 #include "Util/Util_Memory.h"
-#include "Util/Util_TcpServer.h"
-#include "fuzz/Console.h"
-#include "fuzz/Peer.h"
+#include "fuzz/Target.h"
 #include "gpulib/Device/Backend.h"
 #include "server/Config/ConfigFile.h"
 #include "server/Config/GpuConfig.h"
@@ -69,11 +65,7 @@ void ServeClient()
 void RunSession(CChoices& rChoices, Model& rModel)
 {
     static Tally s_aTally;
-    std::array<int, 2> aiPair = {};
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, aiPair.data()) != 0)
-        Broken("no socket pair");
-    Util_TcpServer::GetInstance()->TakeClient(aiPair[0]);
-    CRawClient aClient(CRawClient::Socket{aiPair[1]});
+    CRawClient aClient(CRawClient::Socket{ConnectClient()});
     CConsole aConsole(g_pcConsole);
     CSession aSession(aClient, rChoices, rModel, aConsole, s_aTally, g_iLargest, g_dMostWork);
     std::thread aPeer(
@@ -87,19 +79,9 @@ void RunSession(CChoices& rChoices, Model& rModel)
     rModel.EndClient(aClient.IsCut());
 }
 
-void RunSessions(std::span<const std::uint8_t> ucBytes)
-{
-    CChoices aChoices(ucBytes);
-    Model aModel;
-    aModel.ulMemory = g_tMemory;
-    aModel.bBoxKnown = true;  // none
-    aModel.auiSums.emplace().fill(0);
-    for (int i = 0; i < g_iMostClients && !aChoices.IsOver(); ++i) RunSession(aChoices, aModel);
-}
-
 /// Replies to a client that may have said anything: whole packets of known types, numbered, and a
 /// QUIT at the end.
-void CheckStream(const std::vector<std::byte>& rStream)
+void CheckStream(const Bytes& rStream)
 {
     constexpr std::size_t tHeader = 64;
     std::array<std::uint32_t, 16> auiLast = {};
@@ -121,20 +103,6 @@ void CheckStream(const std::vector<std::byte>& rStream)
     if (auiLast[0] != Msg::eQuit) Broken("no QUIT at the end");
 }
 
-void RunBytes(std::uint8_t ucMode, std::span<const std::byte> aBytes)
-{
-    static CPeer s_aPeer;
-    const bool bHurries = (ucMode & 2) != 0;
-    std::vector<std::byte> vStream;
-    s_aPeer.Connect(
-        aBytes,
-        [&](std::span<const std::byte> aPiece)
-        { vStream.insert(vStream.end(), aPiece.begin(), aPiece.end()); },
-        bHurries ? std::size_t{64} * (ucMode >> 2) : SIZE_MAX);
-    ServeClient();
-    s_aPeer.Finish();
-    if (!bHurries) CheckStream(vStream);
-}
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -149,10 +117,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pucData, std::size_t t
 {
     if (tBytes == 0) return 0;
     const std::span<const std::uint8_t> ucBytes(pucData + 1, tBytes - 1);
-    if ((*pucData & 1) != 0)
-        RunBytes(*pucData, std::as_bytes(ucBytes));
+    const bool bHurries = (*pucData & 2) != 0;
+    CChoices aChoices(ucBytes);
+    Model aModel;
+    aModel.ulMemory = g_tMemory;
+    aModel.bBoxKnown = true;  // none
+    aModel.auiSums.emplace().fill(0);
+    if ((*pucData & 1) == 0)
+        for (int i = 0; i < g_iMostClients && !aChoices.IsOver(); ++i) RunSession(aChoices, aModel);
+    else if (bHurries)
+        ServeBytes(std::as_bytes(ucBytes), ServeClient, std::size_t{64} * (*pucData >> 2));
     else
-        RunSessions(ucBytes);
+        CheckStream(ServeBytes(std::as_bytes(ucBytes), ServeClient));
     CWeightOpt::DeleteInstance();
     CCompareOp::DeleteInstance();
     CComparelOp::DeleteInstance();

@@ -10,44 +10,23 @@
 #include <fstream>
 #include <iterator>
 #include <random>
-#include <vector>
+#include <string>
 
 extern "C" int LLVMFuzzerInitialize(int* piArgs, char*** pppcArgs);
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pucData, std::size_t tBytes);
 
-namespace
+/// Leaves an input behind that breaks the target.
+void Run(const std::string& strInput)
 {
-using Input = std::vector<std::uint8_t>;
-
-/// Left behind when the input breaks the target.
-constexpr const char* g_pcLast = "talven-fuzz-last";
-
-void Run(const Input& rInput)
-{
-    LLVMFuzzerTestOneInput(rInput.data(), rInput.size());
+    std::ofstream("talven-fuzz-last", std::ios::binary) << strInput;
+    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(strInput.data()), strInput.size());
+    std::filesystem::remove("talven-fuzz-last");
 }
-
-bool Replay(const std::filesystem::path& rFile)
-{
-    std::fprintf(stderr, "%s\n", rFile.c_str());
-    std::ifstream aStream(rFile, std::ios::binary);
-    const std::vector<char> vcBytes{std::istreambuf_iterator<char>(aStream), {}};
-    Run({vcBytes.begin(), vcBytes.end()});
-    return aStream.good() || aStream.eof();
-}
-
-Input Draw(std::mt19937_64& rRandom)
-{
-    Input vInput(rRandom() % 3000);
-    for (std::uint8_t& rByte : vInput) rByte = static_cast<std::uint8_t>(rRandom());
-    return vInput;
-}
-}  // namespace
 
 int main(int iArgs, char** ppcArgs)
 {
     LLVMFuzzerInitialize(&iArgs, &ppcArgs);
-    std::size_t tInputs = 0;
+    int iFiles = 0;
     long lRuns = 0;
     for (int i = 1; i < iArgs; ++i)
     {
@@ -57,18 +36,21 @@ int main(int iArgs, char** ppcArgs)
         if (std::filesystem::is_directory(ppcArgs[i]))
             vFiles.assign(std::filesystem::directory_iterator(ppcArgs[i]), {});
         for (const auto& rFile : vFiles)
-            if (!Replay(rFile)) return 1;
-        tInputs += vFiles.size();
+        {
+            std::fprintf(stderr, "%s\n", rFile.c_str());
+            std::ifstream aFile(rFile, std::ios::binary);
+            if (!aFile) return 1;
+            Run({std::istreambuf_iterator<char>(aFile), {}});
+            ++iFiles;
+        }
     }
     std::mt19937_64 aRandom;  // NOLINT: the same inputs every time
-    for (; lRuns > 0; --lRuns, ++tInputs)
+    for (long k = 0; k < lRuns; ++k)
     {
-        const Input vInput = Draw(aRandom);
-        std::ofstream(g_pcLast, std::ios::binary)
-            .write(reinterpret_cast<const char*>(vInput.data()), std::streamsize(vInput.size()));
-        Run(vInput);
+        std::string strInput(aRandom() % 3000, '\0');
+        for (char& rcByte : strInput) rcByte = static_cast<char>(aRandom());
+        Run(strInput);
     }
-    std::filesystem::remove(g_pcLast);
-    std::fprintf(stderr, "%zu inputs\n", tInputs);
-    return tInputs == 0;
+    std::fprintf(stderr, "%d files and %ld more inputs\n", iFiles, lRuns);
+    return iFiles + lRuns == 0;
 }

@@ -16,7 +16,7 @@ namespace
 using Clock = std::chrono::steady_clock;
 
 constexpr int g_iLargest = 48;
-constexpr double g_dMostWork = 4e7;  // samples of a job
+constexpr double g_dMostWork = 1e7;  // samples of a job
 
 /// One client: a session, then the next that nobody has taken.
 void RunClient(const Options& rOptions, const CServerProcess& rServer, Tally& rTally)

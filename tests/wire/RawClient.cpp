@@ -73,7 +73,7 @@ bool CRawClient::mReceiveAll(void* pvData, std::size_t tBytes)
     char* pcNext = static_cast<char*>(pvData);
     for (long lDone = 0; tBytes > 0; pcNext += lDone, tBytes -= static_cast<std::size_t>(lDone))
     {
-        if (IsSilent(20)) return false;
+        if (IsSilent(60)) return false;
         lDone = recv(m_iSocket, pcNext, std::min(tBytes, m_tLeft), 0);
         if (!mCount(lDone)) return false;
     }
@@ -126,7 +126,7 @@ bool CRawClient::IsSilent(double dSeconds)
 bool CRawClient::IsClosedByPeer()
 {
     char acDropped[4096];
-    while (!IsSilent(20))
+    while (!IsSilent(60))
         if (recv(m_iSocket, acDropped, sizeof acDropped, 0) <= 0) return true;
     return false;
 }

@@ -42,14 +42,14 @@ public:
     /// The header alone, which claims any size; the data is the test's business.
     bool SendHeader(const Request& rRequest, std::uint32_t uiBytes);
     bool SendBytes(const void* pvData, std::size_t tBytes);
-    /// The next packet, nothing when the peer closed or 20 s passed.
+    /// The next packet, nothing when the peer closed or 60 s passed.
     std::optional<Packet> Receive();
     /// Sends and receives. \return word 5 of the reply, or 99 when none answers the request
     std::uint32_t Ask(const Request& rRequest);
     const Packet& GetReply() const { return m_aReply; }  ///< to the last Ask()
     /// True when nothing arrives for so long.
     bool IsSilent(double dSeconds);
-    bool IsClosedByPeer();  ///< within 20 s
+    bool IsClosedByPeer();  ///< within 60 s
     std::uint32_t GetLastSerial() const { return m_uiSerial; }
 
 private:

@@ -10,6 +10,18 @@
 
 CRequestPlan CSmoothOpt::HandleSmoothOpt(const CRemotePacket& rPacket)
 {
+    const CRequestPlan aPlan = mPlan(rPacket);
+    return CRequestPlan(
+        [aPlan](const CRemotePacket& rSent, std::string& rReason)
+        {
+            std::puts("Handle SMOOTHOPT Command");  // of one that is refused too
+            return aPlan.DoIt(rSent, rReason);
+        },
+        aPlan.GetKept());
+}
+
+CRequestPlan CSmoothOpt::mPlan(const CRemotePacket& rPacket)
+{
     constexpr std::uint32_t uiMostExtent = 255, uiMostVoxels = 1 << 20;
     const std::uint32_t uiX = rPacket.GetNthField(5), uiY = rPacket.GetNthField(6);
     const std::uint32_t uiZ = rPacket.GetNthField(7), uiBytes = rPacket.GetOptSize();
@@ -30,7 +42,6 @@ CRequestPlan CSmoothOpt::HandleSmoothOpt(const CRemotePacket& rPacket)
 
 void CSmoothOpt::mSet(const CRemotePacket& rPacket)
 {
-    std::puts("Handle SMOOTHOPT Command");
     auto pKernel = std::make_unique<Util_Volume>();
     const int iX = static_cast<int>(rPacket.GetNthField(5));
     const int iY = static_cast<int>(rPacket.GetNthField(6));

@@ -19,6 +19,7 @@ public:
     std::uint32_t GetInterval() const { return m_uiInterval; }
 
 private:
+    CRequestPlan mPlan(const CRemotePacket& rPacket);
     void mSet(const CRemotePacket& rPacket);
 
     std::unique_ptr<Util_Volume> m_pKernel;
