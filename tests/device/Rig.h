@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <deque>
 
 #include "gpulib/Device/Backend.h"
@@ -28,11 +27,6 @@ inline Images Part(const Images& rImages, int n)
     Images aPart(rImages.iX, rImages.iY, 1);
     std::ranges::copy(rImages.Nth(n), aPart.vf.begin());
     return aPart;
-}
-
-inline bool SameBits(const std::vector<float>& rA, const std::vector<float>& rB)
-{
-    return rA.size() == rB.size() && std::memcmp(rA.data(), rB.data(), rA.size() * 4) == 0;
 }
 
 /// Device images of host values; they live as long as the rig.
