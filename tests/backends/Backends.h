@@ -32,6 +32,9 @@ inline double Tolerance(const std::string& strBackend, double dExact)
     return strBackend == "cuda" ? std::max(dExact, 3e-4) : dExact;
 }
 
+/// Where the oracle's AlignSums has the sums of a comparison.
+inline constexpr int g_aiAlignSums[eCompareSums] = {7, 4, 8, 0, 5, 2, 1, 6, 3};
+
 /// Name of a test of one backend.
 inline std::string NameOf(const std::string& strBackend)
 {

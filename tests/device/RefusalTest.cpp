@@ -17,12 +17,6 @@ struct WithBackend
 class Refusal : WithBackend, public testing::Test
 {
 protected:
-    static void mExpectRefused(bool bDone)
-    {
-        EXPECT_FALSE(bDone);
-        EXPECT_NE(TakeDeviceError(), "");
-    }
-
     /// Spoils the images and numbers of what the kernel would carry out.
     /// \param rFromZero  numbers that must not be negative
     /// \param rMost      numbers that stand at their upper limit
@@ -31,27 +25,24 @@ protected:
                 const std::vector<DeviceImage P::*>& rImages,
                 const std::vector<int P::*>& rFromZero, const std::vector<int P::*>& rMost)
     {
-        EXPECT_TRUE((GetBackend()->*pRun)(rGood)) << TakeDeviceError();
+        EXPECT_EQ((GetBackend()->*pRun)(rGood) ? "" : TakeDeviceError(), "");
         const auto Refused = [&](auto pMember, const auto& rBad)
         {
             P aParams = rGood;
             aParams.*pMember = rBad;
-            mExpectRefused((GetBackend()->*pRun)(aParams));
+            EXPECT_FALSE((GetBackend()->*pRun)(aParams));
+            EXPECT_NE(TakeDeviceError(), "");
         };
-        for (std::size_t i = 0; i < rImages.size(); ++i)
-            for (const DeviceImage& rBad : {DeviceImage(), m_aTiny, m_aPair})
-            {
-                SCOPED_TRACE(testing::Message() << "image " << i << ", " << rBad.iChannels);
-                Refused(rImages[i], rBad);
-            }
-        for (std::size_t i = 0; i < rFromZero.size() + rMost.size(); ++i)
+        for (const auto pImage : rImages)
         {
-            SCOPED_TRACE(testing::Message() << "number " << i);
-            const bool bMost = i >= rFromZero.size();
-            const auto piNumber = bMost ? rMost[i - rFromZero.size()] : rFromZero[i];
-            Refused(piNumber, bMost ? rGood.*piNumber + 1 : -1);
-            Refused(piNumber, bMost ? INT_MAX : INT_MIN);
+            for (const DeviceImage& rBad : {DeviceImage(), m_aTiny, m_aPair}) Refused(pImage, rBad);
+            if ((rGood.*pImage).iLanes > 1) Refused(pImage, m_aRow);
+            if ((rGood.*pImage).pvData == m_aIndex.pvData) Refused(pImage, m_aWrong);
         }
+        for (const auto piNumber : rFromZero)
+            for (const int iBad : {-1, INT_MIN}) Refused(piNumber, iBad);
+        for (const auto piNumber : rMost)
+            for (const int iBad : {rGood.*piNumber + 1, INT_MAX}) Refused(piNumber, iBad);
     }
 
     // Batches of 4 rows, 2 projections of 8 columns, slices of 8 x 4; the list names both.
@@ -59,7 +50,7 @@ protected:
     const DeviceImage m_aVol = m_aRig.Array(Images(8, 4, 4), 1);
     const DeviceImage m_aProjs = m_aRig.Array(Images(8, 2, 4));
     const DeviceImage m_aCosSin = m_aRig.Pairs(2, {1, 1}, {0, 0});
-    const DeviceImage m_aIndex = m_aRig.List({0, 1});
+    const DeviceImage m_aIndex = m_aRig.List({0, 1}), m_aWrong = m_aRig.List({0, 2});
     const DeviceImage m_aRow = m_aRig.Array(Images(8, 2, 1));
     const DeviceImage m_aPlain = m_aRig.Buffer(Images(8, 9, 1));
     const DeviceImage m_aTiny = m_aRig.Array(Images(1, 1, 4));
@@ -67,78 +58,78 @@ protected:
 };
 }  // namespace
 
-TEST_F(Refusal, OfProjectors)
+TEST_F(Refusal, OfKernels)
 {
     using F = ForwardParams;
-    F aForward = {m_aProjs, m_aVol, m_aCosSin, m_aIndex, 8, 4, 8, 0, 2};
-    mSpoil<F>(&CBackend::ForwardProject, aForward,
+    mSpoil<F>(&CBackend::ForwardProject, {m_aProjs, m_aVol, m_aCosSin, m_aIndex, 8, 4, 8, 0, 2},
               {&F::aSums, &F::aVol, &F::aCosSin, &F::aProjIndex},
               {&F::iVolX, &F::iVolZ, &F::iProjX, &F::iFirst},
               {&F::iVolX, &F::iVolZ, &F::iProjX, &F::iEnd});
-    aForward.aSums = m_aRow;  // of another batch
-    mExpectRefused(GetBackend()->ForwardProject(aForward));
     using B = BackParams;
     const DeviceImage aRange = m_aRig.Pairs(4, std::vector<float>(8), std::vector<float>(8));
-    B aBack = {m_aVol, m_aProjs, m_aCosSin, m_aIndex, aRange, EUpdate::eEm, 1, 8, 4, 8, 0, 2, 0, 4};
-    mSpoil<B>(&CBackend::BackProject, aBack,
+    mSpoil<B>(&CBackend::BackProject,
+              {m_aVol, m_aProjs, m_aCosSin, m_aIndex, aRange, EUpdate::eEm, 1, 8, 4, 8, 0, 2, 0, 4},
               {&B::aVol, &B::aProjs, &B::aCosSin, &B::aProjIndex, &B::aRangeX},
               {&B::iVolX, &B::iVolZ, &B::iProjX, &B::iFirst, &B::iEnd, &B::iY},
               {&B::iVolX, &B::iVolZ, &B::iProjX, &B::iEnd, &B::iY, &B::iRows});
-    aBack.aProjs = m_aRow;
-    mExpectRefused(GetBackend()->BackProject(aBack));
     EXPECT_TRUE(GetBackend()->ForwardProject({}) && GetBackend()->BackProject({}));  // no rows
-}
-
-TEST_F(Refusal, OfRows)
-{
     using C = CombineParams;
-    C aCombine = {m_aProjs, m_aProjs, m_aProjs, m_aIndex, ECombine::eDiff, 8, 0, 2};
-    mSpoil<C>(&CBackend::Combine, aCombine, {&C::aOut, &C::aRaw, &C::aSums, &C::aProjIndex},
-              {&C::iFirst}, {&C::iProjX, &C::iEnd});
-    aCombine.aRaw = m_aRow;
-    mExpectRefused(GetBackend()->Combine(aCombine));
+    mSpoil<C>(
+        &CBackend::Combine, {m_aProjs, m_aProjs, m_aProjs, m_aIndex, ECombine::eDiff, 8, 0, 2},
+        {&C::aOut, &C::aRaw, &C::aSums, &C::aProjIndex}, {&C::iFirst}, {&C::iProjX, &C::iEnd});
     using W = WeightParams;
-    W aWeight = {m_aProjs, m_aProjs, m_aRow, m_aIndex, EWeight::eRef, 8, 0, 2};
+    W aWeight = {m_aProjs, m_aProjs, m_aRow, {}, EWeight::eRef, 8, 0, 2};
     mSpoil<W>(&CBackend::Weight, aWeight, {&W::aOut, &W::aIn, &W::aWeight}, {&W::iFirst},
               {&W::iProjX, &W::iEnd});
     aWeight.eOperation = EWeight::eRecon;
-    mSpoil<W>(&CBackend::Weight, aWeight, {&W::aOut, &W::aIn, &W::aWeight, &W::aProjIndex},
-              {&W::iFirst}, {&W::iProjX, &W::iEnd});
-    aWeight.aIn = m_aRow;
-    mExpectRefused(GetBackend()->Weight(aWeight));
+    aWeight.aProjIndex = m_aIndex;
+    mSpoil<W>(&CBackend::Weight, aWeight, {&W::aProjIndex}, {&W::iFirst}, {&W::iProjX, &W::iEnd});
     using S = SumAbsParams;
-    const S aSum = {m_aProjs, m_aRig.Doubles(2, 3), m_aIndex, 8, 2, 2, 4};
-    mSpoil<S>(&CBackend::SumAbs, aSum, {&S::aSource, &S::aAccum, &S::aProjIndex},
-              {&S::iProjX, &S::iIter}, {&S::iProjX, &S::iProjs, &S::iIter, &S::iRows});
-    const DeviceImage aWrong = m_aRig.List({0, 2});  // of 2 projections
-    aCombine = {m_aProjs, m_aProjs, m_aProjs, aWrong, ECombine::eDiff, 8, 0, 2};
-    mExpectRefused(GetBackend()->Combine(aCombine));
-    mExpectRefused(
-        GetBackend()->ForwardProject({m_aProjs, m_aVol, m_aCosSin, aWrong, 8, 4, 8, 0, 2}));
-    mExpectRefused(GetBackend()->SumAbs({m_aProjs, aSum.aAccum, aWrong, 8, 2, 0, 4}));
-}
-
-TEST_F(Refusal, OfAlignmentAndSmoothing)
-{
+    mSpoil<S>(&CBackend::SumAbs, {m_aProjs, m_aRig.Doubles(2, 3), m_aIndex, 8, 2, 2, 4},
+              {&S::aSource, &S::aAccum, &S::aProjIndex}, {&S::iProjX, &S::iIter},
+              {&S::iProjX, &S::iProjs, &S::iIter, &S::iRows});
     using T = TransformParams;
-    T aTransform = {m_aPlain, m_aPlain, m_aRow};
-    aTransform.iProjX = 8;
-    aTransform.iRows = 9;
-    mSpoil<T>(&CBackend::Transform, aTransform, {&T::aOut, &T::aMiss}, {&T::iProjX, &T::iStartY},
-              {&T::iProjX, &T::iRows});
-    aTransform.aMeasured = {};
-    mExpectRefused(GetBackend()->Transform(aTransform));
-    using C = CompareParams;
-    const C aCompare = {
-        m_aRig.Buffer(Images(10, eCompareSums, 1)), m_aPlain, m_aPlain, m_aPlain, 8, 1, 9};
-    mSpoil<C>(&CBackend::CompareSums, aCompare, {&C::aSums, &C::aAligned, &C::aTransed, &C::aMiss},
-              {&C::iProjX, &C::iFirst}, {&C::iProjX, &C::iFirst, &C::iRows});
-    using S = SmoothParams;
+    mSpoil<T>(&CBackend::Transform, {m_aPlain, m_aPlain, m_aRow, {}, {}, false, 8, 0, 9},
+              {&T::aOut, &T::aMiss}, {&T::iProjX, &T::iStartY}, {&T::iProjX, &T::iRows});
+    using K = CompareParams;
+    const DeviceImage aSums = m_aRig.Buffer(Images(10, eCompareSums, 1));
+    mSpoil<K>(&CBackend::CompareSums, {aSums, m_aPlain, m_aPlain, m_aPlain, 8, 1, 9},
+              {&K::aSums, &K::aAligned, &K::aTransed, &K::aMiss}, {&K::iProjX, &K::iFirst},
+              {&K::iProjX, &K::iFirst, &K::iRows});
+    using V = SmoothParams;
     CDeviceArray3D aVol, aKernel;
     CPitchedPtr3D aOut;
     ASSERT_TRUE(aVol.Create(4, 3, 2) && aKernel.Create(1, 1025, 1) && aOut.Create(4, 3, 2));
-    S aSmooth = {aOut.GetImage(), aVol.GetImage(), m_aRow};
-    mSpoil<S>(&CBackend::Smooth, aSmooth, {&S::aOut, &S::aVol, &S::aKernel}, {}, {});
-    aSmooth.aKernel = aKernel.GetImage();
-    mExpectRefused(GetBackend()->Smooth(aSmooth));
+    mSpoil<V>(&CBackend::Smooth, {aOut.GetImage(), aVol.GetImage(), m_aRow},
+              {&V::aOut, &V::aVol, &V::aKernel}, {}, {});
+    EXPECT_FALSE(GetBackend()->Smooth({aOut.GetImage(), aVol.GetImage(), aKernel.GetImage()}));
+    EXPECT_FALSE(GetBackend()->Transform({m_aPlain, m_aPlain, {}, {}, {}, false, 8, 0, 9}));
+    TakeDeviceError();
+}
+
+TEST_F(Refusal, OfMemoryNamesItsNumbers)
+{
+    CDeviceArray2D aArray;
+    const Images aSmall(2, 2, 1);
+    float afValues[4] = {};
+    const DeviceImage aImage = m_aRig.Array(Images(4, 4, 1));
+    const auto Note = [](bool bDone) { return std::pair{bDone, TakeDeviceError()}; };
+    const auto Fill = [&](int iX, int iY, int iWidth)
+    { return Note(GetBackend()->Upload(aImage, Borrow(aSmall), iX, iY, iWidth, 2)); };
+    for (const auto& [aGot, pcExpected] :
+         {std::pair{Note(aArray.Create(0, 3)), "0 x 3"},
+          {Note(aArray.Create(1 << 30, 1 << 30)), "1073741824 x 1073741824"},
+          {Note(aArray.HostToDevice(afValues)), "empty"},
+          {Note(aArray.CreateLent(nullptr, 2, 2)), "lend array"},
+          {Note(GetBackend()->SelectDevice(99)), "device 99 of "},
+          {Note(GetBackend()->Copy(aImage, m_aPlain)), "8 x 9 x 1 to 4 x 4"},
+          {Note(GetBackend()->Clear(DeviceImage())), "clear: "},
+          {Fill(3, 0, 2), "2 x 2 at (3, 0)"},
+          {Fill(-1, 0, 2), "2 x 2 at (-1, 0)"},
+          {Fill(0, 0, -2), "-2 x 2 at"},
+          {Fill(INT_MAX, 0, 2), "at (2147483647, 0)"}})
+    {
+        EXPECT_FALSE(aGot.first) << pcExpected;
+        EXPECT_NE(aGot.second.find(pcExpected), std::string::npos) << aGot.second;
+    }
 }

@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <deque>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceArray2D.h"
@@ -18,36 +15,18 @@
 
 // The values of a batch are images [row of the batch][y][x].
 
-inline HostRows<const float> Borrow(const Images& rImages)
+inline auto Borrow(auto& rImages)
 {
-    return {rImages.vf.data(), std::size_t(rImages.iX), rImages.GetPixels(), rImages.iN};
-}
-inline HostRows<float> Borrow(Images& rImages)
-{
-    return {rImages.vf.data(), std::size_t(rImages.iX), rImages.GetPixels(), rImages.iN};
+    return HostRows<std::remove_reference_t<decltype(rImages.vf[0])>>{
+        rImages.vf.data(), std::size_t(rImages.iX), rImages.GetPixels(), rImages.iN};
 }
 
-inline Images RandomImages(int iX, int iY, int iN, float fLow, float fHigh, unsigned uiSeed = 1)
+/// One of the images.
+inline Images Part(const Images& rImages, int n)
 {
-    Images aImages(iX, iY, iN);
-    std::mt19937 aEngine(uiSeed);
-    std::uniform_real_distribution<float> aValues(fLow, fHigh);
-    for (float& rfValue : aImages.vf) rfValue = aValues(aEngine);
-    return aImages;
-}
-
-/// The images [iFirst, iFirst + iCount).
-inline Images Part(const Images& rImages, int iFirst, int iCount)
-{
-    Images aPart(rImages.iX, rImages.iY, iCount);
-    std::copy_n(rImages.vf.begin() + std::ptrdiff_t(iFirst * rImages.GetPixels()), aPart.vf.size(),
-                aPart.vf.begin());
+    Images aPart(rImages.iX, rImages.iY, 1);
+    std::ranges::copy(rImages.Nth(n), aPart.vf.begin());
     return aPart;
-}
-
-inline bool SameBits(const std::vector<float>& rA, const std::vector<float>& rB)
-{
-    return rA.size() == rB.size() && std::memcmp(rA.data(), rB.data(), rA.size() * 4) == 0;
 }
 
 /// Device images of host values; they live as long as the rig.
@@ -59,11 +38,14 @@ public:
     /// What kernels sample, with iFrame zeros around each image.
     DeviceImage Array(const Images& rImages, int iFrame = 0)
     {
-        CDeviceArray2D& rArray = m_vArrays.emplace_back();
-        rArray.SetLanes(rImages.iN);
-        EXPECT_TRUE(rArray.Create(rImages.iX + 2 * iFrame, rImages.iY + 2 * iFrame) &&
-                    rArray.HostToDevice(Borrow(rImages), iFrame, iFrame, rImages.iX, rImages.iY));
-        return rArray.GetImage();
+        m_vArrays.emplace_back().SetLanes(rImages.iN);
+        return mFill(m_vArrays.back(), rImages, iFrame);
+    }
+    /// What kernels write.
+    DeviceImage Buffer(const Images& rImages)
+    {
+        m_vBuffers.emplace_back().SetLanes(rImages.iN);
+        return mFill(m_vBuffers.back(), rImages, 0);
     }
     DeviceImage Pairs(int iWidth, const std::vector<float>& rA, const std::vector<float>& rB)
     {
@@ -76,32 +58,19 @@ public:
     DeviceImage List(const std::vector<unsigned>& rList)
     {
         CDeviceArray2D& rArray = m_vArrays.emplace_back();
-        rArray.SetUInt();
         EXPECT_TRUE(rArray.Create(int(rList.size()), 1) && rArray.HostToDevice(rList.data()));
         return rArray.GetImage();
     }
     DeviceImage Lent(const Images& rImage)
     {
-        CDeviceArray2D& rArray = m_vArrays.emplace_back();
-        EXPECT_TRUE(rArray.CreateLent(rImage.vf.data(), rImage.iX, rImage.iY));
-        return rArray.GetImage();
-    }
-    /// What kernels write.
-    DeviceImage Buffer(const Images& rImages)
-    {
-        CPitchedPtr2D& rBuffer = m_vBuffers.emplace_back();
-        rBuffer.SetLanes(rImages.iN);
-        EXPECT_TRUE(rBuffer.Create(rImages.iX, rImages.iY) &&
-                    GetBackend()->Upload(rBuffer.GetImage(), Borrow(rImages), 0, 0, rImages.iX,
-                                         rImages.iY));
-        return rBuffer.GetImage();
+        EXPECT_TRUE(m_vArrays.emplace_back().CreateLent(rImage.vf.data(), rImage.iX, rImage.iY));
+        return m_vArrays.back().GetImage();
     }
     DeviceImage Doubles(int iWidth, int iHeight)
     {
-        CPitchedPtr2D& rBuffer = m_vBuffers.emplace_back();
-        rBuffer.SetDouble();
-        EXPECT_TRUE(rBuffer.Create(iWidth, iHeight));
-        return rBuffer.GetImage();
+        m_vBuffers.emplace_back().SetDouble();
+        EXPECT_TRUE(m_vBuffers.back().Create(iWidth, iHeight));
+        return m_vBuffers.back().GetImage();
     }
     static Images Read(const DeviceImage& rImage, int iRows)
     {
@@ -111,6 +80,12 @@ public:
     }
 
 private:
+    static DeviceImage mFill(auto& rMemory, const Images& rImages, int iFrame)
+    {
+        EXPECT_TRUE(rMemory.Create(rImages.iX + 2 * iFrame, rImages.iY + 2 * iFrame) &&
+                    rMemory.HostToDevice(Borrow(rImages), iFrame, iFrame, rImages.iX, rImages.iY));
+        return rMemory.GetImage();
+    }
     std::deque<CDeviceArray2D> m_vArrays;
     std::deque<CPitchedPtr2D> m_vBuffers;
 };

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <memory>
-#include <random>
+#include <mutex>
 #include <thread>
 
 #include "Util/TomoVolume.h"
@@ -12,17 +12,9 @@
 #include "gpulib/App/Job.h"
 #include "gpulib/App/Project/BackProj.h"
 #include "gpulib/App/Project/ForProj.h"
-#include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 #include "gpulib/Device/Host/HostBackend.h"
 #include "tests/backends/Backends.h"
-
-namespace
-{
-int CountProjs(const TestJob& rJob)
-{
-    return int(rJob.vfAngles.size());
-}
 
 void Load(Util_Volume& rVolume, int iX, int iY, int iZ, const std::vector<float>& rData)
 {
@@ -35,6 +27,8 @@ std::vector<float> Unload(const Util_Volume& rVolume)
     return {rVolume.GetData(), rVolume.GetData() + rVolume.GetVoxels()};
 }
 
+namespace
+{
 std::unique_ptr<CReconBase> MakeLibraryJob(const TestJob& rTest, const ReconJob& rJob)
 {
     if (rTest.bReproject) return std::make_unique<CForProj>(rJob);
@@ -47,27 +41,23 @@ std::unique_ptr<CReconBase> MakeLibraryJob(const TestJob& rTest, const ReconJob&
 TestData MakeData(const TestJob& rJob, unsigned uiSeed)
 {
     TestData aData;
-    std::mt19937 aRandom(uiSeed);
-    std::uniform_real_distribution<float> aValue(0.1f, 2.0f);
-    aData.vfVolume.resize(std::size_t(rJob.iVolX) * rJob.iY * rJob.iVolZ);
-    for (float& rfValue : aData.vfVolume) rfValue = rJob.bZeroStart ? 0.0f : aValue(aRandom);
+    const int iProjs = int(rJob.vfAngles.size());
+    aData.vfVolume = RandomImages(rJob.iVolX, rJob.iY, rJob.iVolZ, 0.1f, 2, uiSeed).vf;
+    if (rJob.bZeroStart) aData.vfVolume.assign(aData.vfVolume.size(), 0);
     const float fScale = float(rJob.iVolZ);  // about a ray sum
-    for (int n = 0; n < CountProjs(rJob); ++n)
-        for (int y = 0; y < rJob.iY; ++y)
-        {
-            // Rows 1, 4, 7... of every third projection miss entirely.
-            const bool bRowMissing = rJob.bInvalid && n % 3 == 0 && y % 3 == 1;
-            const int iFirst = rJob.bInvalid ? (n + y) % 4 : 0;
-            const int iEnd = rJob.iProjX - (rJob.bInvalid ? (2 * n + y) % 5 : 0);
-            for (int x = 0; x < rJob.iProjX; ++x)
-            {
-                const float fValue = fScale * aValue(aRandom);
-                const bool bValid = !bRowMissing && x >= iFirst && x < iEnd;
-                aData.vfProjs.push_back(bValid ? fValue : -1e30f);
-            }
-            aData.vuiRangeX.push_back(unsigned(bRowMissing ? rJob.iProjX + 1 : iFirst));
-            aData.vuiRangeX.push_back(unsigned(bRowMissing ? 0 : iEnd));
-        }
+    aData.vfProjs =
+        RandomImages(rJob.iProjX, rJob.iY, iProjs, 0.1f * fScale, 2 * fScale, uiSeed + 1).vf;
+    for (int i = 0; i < iProjs * rJob.iY; ++i)
+    {
+        const int n = i / rJob.iY, y = i % rJob.iY;
+        // Rows 1, 4, 7... of every third projection miss entirely.
+        const bool bMissing = rJob.bInvalid && n % 3 == 0 && y % 3 == 1;
+        const int iFirst = bMissing ? rJob.iProjX + 1 : rJob.bInvalid ? (n + y) % 4 : 0;
+        const int iEnd = bMissing ? 0 : rJob.iProjX - (rJob.bInvalid ? (2 * n + y) % 5 : 0);
+        for (int x = 0; x < rJob.iProjX; ++x)
+            if (x < iFirst || x >= iEnd) aData.vfProjs[std::size_t(i) * rJob.iProjX + x] = -1e30f;
+        aData.vuiRangeX.insert(aData.vuiRangeX.end(), {unsigned(iFirst), unsigned(iEnd)});
+    }
     return aData;
 }
 
@@ -81,54 +71,46 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const Machine& rMac
     const int iWorkers = std::min(rMachine.iWorkers, GetBackend()->GetDeviceCount());
     TestData aResult = rStart;
     Util_Volume aStack, aVolume, aKernel;
-    Load(aStack, rJob.iProjX, rJob.iY, CountProjs(rJob), rStart.vfProjs);
+    Load(aStack, rJob.iProjX, rJob.iY, int(rJob.vfAngles.size()), rStart.vfProjs);
     Load(aVolume, rJob.iVolX, rJob.iY, rJob.iVolZ, rStart.vfVolume);
     if (!rJob.vfKernel.empty())
         Load(aKernel, rJob.aiKernel[0], rJob.aiKernel[1], rJob.aiKernel[2], rJob.vfKernel);
     CTomoVolume aTomoVol(&aVolume, iWorkers);
     const std::vector<unsigned> vuiList = GetList(rJob);
-    ReconJob aJob = {&aStack,
-                     &aTomoVol,
-                     rJob.vfAngles,
-                     rStart.vuiRangeX,
-                     vuiList,
-                     {},
-                     unsigned(rJob.iIterations),
-                     rJob.uiSets,
-                     rJob.vuiSetSize,
-                     rJob.vfRelax,
-                     rJob.vfKernel.empty() ? nullptr : &aKernel,
-                     rJob.uiInterval};
+    ReconJob aJob;
+    aJob.pProjs = &aStack;
+    aJob.pTomoVol = &aTomoVol;
+    aJob.fAngles = rJob.vfAngles;
+    aJob.uiRangeX = rStart.vuiRangeX;
+    aJob.uiProjIndex = vuiList;
+    aJob.uiIterations = unsigned(rJob.iIterations);
+    aJob.uiNumSets = rJob.uiSets;
+    aJob.uiSetSize = rJob.vuiSetSize;
+    aJob.fRelax = rJob.vfRelax;
+    if (!rJob.vfKernel.empty()) aJob.pKernel = &aKernel;
+    aJob.uiSmoothInt = rJob.uiInterval;
     if (rJob.aBox) aJob.aBox = {rJob.aBox->afCentre, rJob.aBox->afHalf};
 
-    std::vector<std::vector<double>> vvRfactor(iWorkers);
-    std::vector<std::string> vstrErrors(iWorkers);
+    std::mutex aMutex;
     const auto Work = [&](int i)
     {
         const int iRows = rJob.iY / iWorkers, iStart = i * iRows;
-        const std::unique_ptr<CReconBase> pJob = MakeLibraryJob(rJob, aJob);
-        const auto pRecon = dynamic_cast<CTomoRecon*>(pJob.get());
         const int iSize = i + 1 < iWorkers ? iRows : rJob.iY - iStart;
+        const std::unique_ptr<CReconBase> pJob = MakeLibraryJob(rJob, aJob);
         const JobShare aShare = {iStart, iSize, i, iWorkers, i == rJob.iFailingWorker ? 99 : i};
-        if (!GetBackend()->SelectDevice(i) || !pJob->DoIt(aShare))
-        {
-            vstrErrors[i] = TakeDeviceError();
-            aTomoVol.Abort();
-        }
-        if (pRecon) vvRfactor[i] = pRecon->GetRfactor();
+        const bool bDone = GetBackend()->SelectDevice(i) && pJob->DoIt(aShare);
+        const std::lock_guard aLock(aMutex);
+        if (!bDone && aResult.strError.empty()) aResult.strError = TakeDeviceError();
+        if (!bDone) aTomoVol.Abort();
+        const auto pRecon = dynamic_cast<CTomoRecon*>(pJob.get());
+        const std::vector<double> vdRfactor = pRecon ? pRecon->GetRfactor() : Values();
+        aResult.vdRfactor.resize(std::max(aResult.vdRfactor.size(), vdRfactor.size()));
+        for (std::size_t k = 0; k < vdRfactor.size(); ++k) aResult.vdRfactor[k] += vdRfactor[k];
     };
     std::vector<std::thread> vThreads;
     for (int i = 0; i < iWorkers; ++i) vThreads.emplace_back(Work, i);
     for (std::thread& rThread : vThreads) rThread.join();
-
     aResult.vfProjs = Unload(aStack);
     aResult.vfVolume = Unload(aVolume);
-    for (const std::vector<double>& rRfactor : vvRfactor)
-    {
-        aResult.vdRfactor.resize(std::max(aResult.vdRfactor.size(), rRfactor.size()));
-        for (std::size_t k = 0; k < rRfactor.size(); ++k) aResult.vdRfactor[k] += rRfactor[k];
-    }
-    for (const std::string& rError : vstrErrors)
-        if (aResult.strError.empty()) aResult.strError = rError;
     return aResult;
 }

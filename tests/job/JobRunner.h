@@ -2,7 +2,12 @@
 
 #include <string>
 
+#include "gpulib/Device/Backend.h"
 #include "tests/oracle/JobOracle.h"
+
+class Util_Volume;
+void Load(Util_Volume& rVolume, int iX, int iY, int iZ, const std::vector<float>& rData);
+std::vector<float> Unload(const Util_Volume& rVolume);
 
 /// What runs a job.
 struct Machine

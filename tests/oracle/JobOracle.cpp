@@ -66,15 +66,13 @@ void Iterate(const TestJob& rJob, const COracle& rOracle, const Values& rMeasure
 double StatError(const Values& rGot, const Values& rExpected)
 {
     if (rGot.size() != rExpected.size()) return HUGE_VAL;
-    if (rGot.empty()) return 0;
-    const double dLargest = std::ranges::max(rExpected);
-    double dError = 0;
+    double dLargest = 0, dError = 0;
+    for (const double dSum : rExpected) dLargest = std::max(dLargest, dSum);
     for (std::size_t k = 0; k < rGot.size(); ++k)
     {
-        const double dRaw = rExpected[k / 2 * 2];
-        const double dSize = k % 2 == 0 ? dRaw : rExpected[k] + 0.05 * dRaw;
-        dError =
-            Larger(dError, std::fabs(rGot[k] - rExpected[k]) / (dSize + 0.01 * dLargest + 1e-6));
+        const double dSize = rExpected[k] + (k % 2 == 0 ? 0 : 0.05 * rExpected[k - 1]);
+        const double dScale = dSize + 0.01 * dLargest + 1e-6;
+        dError = Larger(dError, std::fabs(rGot[k] - rExpected[k]) / dScale);
     }
     return dError;
 }

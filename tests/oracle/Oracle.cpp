@@ -41,6 +41,15 @@ double Rescale(double dValue, const OracleAlign& rAlign)
 }
 }  // namespace
 
+Images RandomImages(int iX, int iY, int iN, float fLow, float fHigh, unsigned uiSeed)
+{
+    Images aImages(iX, iY, iN);
+    std::mt19937 aRandom(uiSeed);
+    std::uniform_real_distribution<float> aValues(fLow, fHigh);
+    for (float& rfValue : aImages.vf) rfValue = aValues(aRandom);
+    return aImages;
+}
+
 std::vector<unsigned> GetList(const TestJob& rJob)
 {
     if (!rJob.vuiList.empty()) return rJob.vuiList;

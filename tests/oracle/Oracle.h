@@ -28,6 +28,7 @@ struct Images
     {
     }
     bool IsEmpty() const { return vf.empty(); }
+    Values GetValues(int n) const { return {Nth(n).begin(), Nth(n).end()}; }
     std::size_t GetPixels() const { return std::size_t(iX) * std::size_t(iY); }
     std::span<float> Nth(int n) { return std::span(vf).subspan(n * GetPixels(), GetPixels()); }
     std::span<const float> Nth(int n) const
@@ -37,6 +38,8 @@ struct Images
     float& At(int x, int y, int n) { return vf[n * GetPixels() + std::size_t(y) * iX + x]; }
     float At(int x, int y, int n) const { return vf[n * GetPixels() + std::size_t(y) * iX + x]; }
 };
+
+Images RandomImages(int iX, int iY, int iN, float fLow, float fHigh, unsigned uiSeed = 1);
 
 /// A weight box.
 struct OracleBox
