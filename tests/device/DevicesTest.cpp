@@ -78,6 +78,7 @@ TEST_F(SoftCudaDevices, ThatCouldNotBeOpenedFailWhatTheyAreAskedFor)
     const HostRows<float> aRows = {afValues, 2, 4, 1};
     DeviceImage aImage;
     aImage.iWidth = aImage.iHeight = 2;
+    aImage.pvData = afValues;
     EXPECT_TRUE(rBackend.FinishDownload()) << "a band without rows asks for nothing else";
     EXPECT_FALSE(rBackend.Upload(aImage, {afValues, 2, 4, 1}, 0, 0, 2, 2));
     EXPECT_EQ(TakeDeviceError(), "device 0 is not open") << "and not why it is not";

@@ -15,6 +15,9 @@
 #endif
 #if defined(__SANITIZE_THREAD__)
 #include <sanitizer/tsan_interface.h>
+#else
+#define __tsan_acquire(PV)
+#define __tsan_release(PV)
 #endif
 
 // Launches: the blocks of a grid one after the other.
@@ -34,7 +37,7 @@ namespace
 {
 /// Something that a thread of the machine can run on and leave in the middle, and that sanitizers
 /// know as such. To ThreadSanitizer it is a thread, and switching orders nothing by itself: only
-/// Publish() and Observe() do.
+/// the marks of a Block do.
 struct Context
 {
     ucontext_t aState{};
@@ -75,19 +78,6 @@ UNSEEN void Switch(Context& rFrom, Context& rTo, [[maybe_unused]] bool bEnd = fa
 #endif
 }
 
-void Publish([[maybe_unused]] void* pvMark)
-{
-#if defined(__SANITIZE_THREAD__)
-    __tsan_release(pvMark);
-#endif
-}
-void Observe([[maybe_unused]] void* pvMark)
-{
-#if defined(__SANITIZE_THREAD__)
-    __tsan_acquire(pvMark);
-#endif
-}
-
 uint3 Unravel(std::size_t t, const dim3& r)
 {
     return {unsigned(t % r.x), unsigned(t / r.x % r.y), unsigned(t / r.x / r.y)};
@@ -106,7 +96,7 @@ struct Block
     std::vector<Fiber*> vpFibers;
     Fiber* pRunning = nullptr;
     std::minstd_rand aRandom;   // the same in every launch
-    char cRound = 0, cMet = 0;  // marks of order: begin of a round, end of one
+    char cRound = 0, cMet = 0;  // marks of order: begin of a round, end of one (ThreadSanitizer's)
 };
 thread_local Block* t_pBlock = nullptr;  // null: no barriers
 
@@ -118,34 +108,25 @@ UNSEEN void FiberMain()
 #if defined(__SANITIZE_ADDRESS__)
     __sanitizer_finish_switch_fiber(nullptr, &rBlock.aOutside.pvStack, &rBlock.aOutside.tStack);
 #endif
-    Observe(&rBlock.cRound);
+    __tsan_acquire(&rBlock.cRound);
     (*rBlock.pKernel)();
     rThis.bDone = true;
-    Publish(&rBlock.cMet);
+    __tsan_release(&rBlock.cMet);
     Switch(rThis, rBlock.aOutside, true);
-}
-
-UNSEEN void Prepare(Fiber& rFiber)
-{
-    getcontext(&rFiber.aState);
-    rFiber.aState.uc_stack.ss_sp = rFiber.pcStack.get();
-    rFiber.aState.uc_stack.ss_size = rFiber.tStack;
-    makecontext(&rFiber.aState, FiberMain, 0);
-    rFiber.bDone = false;
 }
 
 /// Runs every thread to its next barrier or its end, in another order each time, so that a missing
 /// barrier is likely a wrong result, and certainly a race to ThreadSanitizer.
 UNSEEN void RunRound(Block& rBlock)
 {
-    Publish(&rBlock.cRound);
+    __tsan_release(&rBlock.cRound);
     for (Fiber* pFiber : rBlock.vpFibers)
     {
         rBlock.pRunning = pFiber;
         t_pThread = &pFiber->aThread;
         Switch(rBlock.aOutside, *pFiber);
     }
-    Observe(&rBlock.cMet);
+    __tsan_acquire(&rBlock.cMet);
     std::ranges::shuffle(rBlock.vpFibers, rBlock.aRandom);
 }
 
@@ -164,7 +145,14 @@ void RunBlock(const cudaLaunchConfig_t& rConfig, const std::function<void()>& fK
         return;
     }
     std::memset(s_afShared, 0xFF, rConfig.dynamicSmemBytes);  // NaNs
-    for (Fiber* pFiber : t_pBlock->vpFibers) Prepare(*pFiber);
+    for (Fiber* pFiber : t_pBlock->vpFibers)
+    {
+        getcontext(&pFiber->aState);
+        pFiber->aState.uc_stack.ss_sp = pFiber->pcStack.get();
+        pFiber->aState.uc_stack.ss_size = pFiber->tStack;
+        makecontext(&pFiber->aState, FiberMain, 0);
+        pFiber->bDone = false;
+    }
     const auto IsDone = [](const Fiber* pFiber) { return pFiber->bDone; };
     do RunRound(*t_pBlock);
     while (std::ranges::none_of(t_pBlock->vpFibers, IsDone));
@@ -209,9 +197,9 @@ UNSEEN void BlockBarrier()
     if (!t_pBlock) return Trap("__syncthreads() in a launch without dynamic shared memory\n");
     Block& rBlock = *t_pBlock;
     Fiber& rThis = *rBlock.pRunning;
-    Publish(&rBlock.cMet);
+    __tsan_release(&rBlock.cMet);
     Switch(rThis, rBlock.aOutside);
-    Observe(&rBlock.cRound);
+    __tsan_acquire(&rBlock.cRound);
 }
 
 cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKernel)

@@ -58,46 +58,40 @@ cudaError_t Allocate(const char* pcCall, EKind eKind, void** ppvBegin, std::size
 }
 
 /// Freeing waits for the device.
-cudaError_t Free(const char* pcCall, EKind eKind, const void* pvBegin)
+cudaError_t Free(const char* pcCall, EKind eKind, void* pvBegin)
 {
     const auto Work = [=](Device& rDevice)
     {
         rDevice.Synchronize();
+        if (eKind == EKind::eArray) *static_cast<cudaArray_t>(pvBegin) = {};  // objects see it
         return rDevice.Remove(pvBegin);
     };
     return pvBegin ? CallWith(eKind, pvBegin, pcCall, Work, true) : cudaSuccess;
 }
 
-struct Side
-{
-    char* pcFirst;
-    std::size_t tPitch;
-    bool bHost;
-};
-Side SideOf(const void* pvFirst, std::size_t tPitch, bool bHost)
-{
-    return {static_cast<char*>(const_cast<void*>(pvFirst)), tPitch, bHost};
-}
-
 /// From pageable memory the bytes are taken now; from pinned memory when the copy runs.
-cudaError_t Copy(const char* pcCall, cudaStream_t pStream, const Side& rDst, const Side& rSrc,
+cudaError_t Copy(const char* pcCall, cudaStream_t pStream, cudaMemcpyKind eKind, void* pvDst,
+                 std::size_t tDstPitch, const void* pvSrc, std::size_t tSrcPitch,
                  std::size_t tWidth, std::size_t tHeight)
 {
-    const auto Work = [&](Device& rDevice)
+    const auto Work = [=](Device& rDevice)
     {
         if (tWidth == 0 || tHeight == 0) return cudaSuccess;
-        const auto Span = [&](const Side& r) { return (tHeight - 1) * r.tPitch + tWidth; };
-        for (const Side& r : {rDst, rSrc})
-            if (r.tPitch < tWidth ||
-                rDevice.Holds(EKind::eMemory, r.pcFirst, r.bHost ? 1 : Span(r)) == r.bHost)
-                return cudaErrorInvalidValue;
-        const bool bStage = rSrc.bHost && !rDevice.Holds(EKind::ePinned, rSrc.pcFirst, Span(rSrc));
-        std::vector<char> vcStage(rSrc.pcFirst, rSrc.pcFirst + (bStage ? Span(rSrc) : 0));
-        const auto Run = [=, aDst = rDst, aSrc = rSrc, vcStage = std::move(vcStage)]
+        const bool bUp = eKind == cudaMemcpyHostToDevice, bDown = eKind == cudaMemcpyDeviceToHost;
+        const std::size_t tDst = (tHeight - 1) * tDstPitch + tWidth;
+        const std::size_t tSrc = (tHeight - 1) * tSrcPitch + tWidth;
+        if (tDstPitch < tWidth || rDevice.Holds(EKind::eMemory, pvDst, bDown ? 1 : tDst) == bDown ||
+            tSrcPitch < tWidth || rDevice.Holds(EKind::eMemory, pvSrc, bUp ? 1 : tSrc) == bUp)
+            return cudaErrorInvalidValue;
+        const bool bStage = bUp && !rDevice.Holds(EKind::ePinned, pvSrc, tSrc);
+        const char* const pcSource = static_cast<const char*>(pvSrc);
+        const std::vector<char> vcStage(pcSource, pcSource + (bStage ? tSrc : 0));
+        const auto Run = [=]
         {
-            const char* const pcSrc = bStage ? vcStage.data() : aSrc.pcFirst;
+            const char* pcSrc = bStage ? vcStage.data() : pcSource;
             for (std::size_t y = 0; y < tHeight; ++y)
-                std::memcpy(aDst.pcFirst + y * aDst.tPitch, pcSrc + y * aSrc.tPitch, tWidth);
+                std::memcpy(static_cast<char*>(pvDst) + y * tDstPitch, pcSrc + y * tSrcPitch,
+                            tWidth);
         };
         pStream->aQueue.push_back({Run, {}});
         return cudaSuccess;
@@ -138,34 +132,26 @@ cudaError_t cudaFreeHost(void* ptr)
 
 cudaError_t cudaFreeArray(cudaArray_t array)
 {
-    const auto Work = [=](Device& rDevice)
-    {
-        rDevice.Synchronize();
-        *array = {};  // objects that are left find it so
-        return rDevice.Remove(array);
-    };
-    return array ? CallWith(EKind::eArray, array, __func__, Work, true) : cudaSuccess;
+    return Free(__func__, EKind::eArray, array);
 }
 
 cudaError_t cudaMemset2DAsync(void* devPtr, std::size_t pitch, int value, std::size_t width,
                               std::size_t height, cudaStream_t stream)
 {
     const std::vector<char> vcValues(width * height, static_cast<char>(value));
-    return Copy(__func__, stream, SideOf(devPtr, pitch, false),
-                SideOf(vcValues.data(), width, true), width, height);
+    return Copy(__func__, stream, cudaMemcpyHostToDevice, devPtr, pitch, vcValues.data(), width,
+                width, height);
 }
 
 cudaError_t cudaMemcpyAsync(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind,
                             cudaStream_t stream)
 {
-    return Copy(__func__, stream, SideOf(dst, count, kind == cudaMemcpyDeviceToHost),
-                SideOf(src, count, kind == cudaMemcpyHostToDevice), count, 1);
+    return Copy(__func__, stream, kind, dst, count, src, count, count, 1);
 }
 
 cudaError_t cudaMemcpy2DAsync(void* dst, std::size_t dpitch, const void* src, std::size_t spitch,
                               std::size_t width, std::size_t height, cudaMemcpyKind kind,
                               cudaStream_t stream)
 {
-    return Copy(__func__, stream, SideOf(dst, dpitch, kind == cudaMemcpyDeviceToHost),
-                SideOf(src, spitch, kind == cudaMemcpyHostToDevice), width, height);
+    return Copy(__func__, stream, kind, dst, dpitch, src, spitch, width, height);
 }

@@ -14,33 +14,24 @@ namespace
 thread_local int t_iDevice = 0;
 thread_local cudaError_t t_eLast = cudaSuccess;
 
-/// Failures that a test asked for, by call.
-struct Failure
-{
-    cudaError_t eError;
-    int iLeft;
-};
 std::atomic<bool> g_bAnyFailure = false;  // calls take the mutex only while a failure waits
 std::mutex g_aFailureMutex;
-std::map<std::string, Failure> g_aFailures;
+std::map<std::string, std::pair<cudaError_t, int>> g_aFailures;  // after how many calls
 
 cudaError_t TakeFailure(const char* pcCall)
 {
     if (!g_bAnyFailure) return cudaSuccess;
     const std::lock_guard aLock(g_aFailureMutex);
     const auto iFound = g_aFailures.find(pcCall);
-    if (iFound == g_aFailures.end() || iFound->second.iLeft-- > 0) return cudaSuccess;
-    const cudaError_t eError = iFound->second.eError;
+    if (iFound == g_aFailures.end() || iFound->second.second-- > 0) return cudaSuccess;
+    const cudaError_t eError = iFound->second.first;
     g_aFailures.erase(iFound);
     g_bAnyFailure = !g_aFailures.empty();
     return eError;
 }
 
-struct Words
-{
-    const char *pcName, *pcText;
-};
-Words Describe(cudaError_t eError)
+/// Name and text.
+std::pair<const char*, const char*> Describe(cudaError_t eError)
 {
 #define SOFTCUDA_CASE(VALUE, NAME, TEXT) \
     if (eError == NAME) return {#NAME, TEXT};
@@ -238,10 +229,10 @@ cudaError_t cudaMemGetInfo(std::size_t* free, std::size_t* total)
 
 const char* cudaGetErrorName(cudaError_t error)
 {
-    return Describe(error).pcName;
+    return Describe(error).first;
 }
 
 const char* cudaGetErrorString(cudaError_t error)
 {
-    return Describe(error).pcText;
+    return Describe(error).second;
 }

@@ -17,21 +17,15 @@ __global__ void AddKernel(float* pfTo, const float* pfFrom)
 {
     *pfTo = *pfFrom + 1.0f;
 }
-enum class EFault
-{
-    eNone,
-    eLeave,      // half of the threads leave before a barrier
-    eNoBarrier,  // no barrier before the neighbour's value is read
-};
 /// Sums 64 ones for each block by halves.
-__global__ void SumKernel(float* pfOut, EFault eFault)
+__global__ void SumKernel(float* pfOut, bool bBarrier, bool bLeave)
 {
     const int t = threadIdx.x;
     s_afShared[t] = 1.0f;
     for (int n = 32; n > 0; n /= 2)
     {
-        if (eFault == EFault::eLeave && t >= n) return;
-        if (eFault != EFault::eNoBarrier) __syncthreads();
+        if (bLeave && t >= n) return;
+        if (bBarrier) __syncthreads();
         if (t < n) s_afShared[t] += s_afShared[t + n];
     }
     if (t == 0) pfOut[blockIdx.x] = s_afShared[0];
@@ -99,7 +93,7 @@ TEST_F(SoftCudaTest, WorkWaitsUntilItIsDemanded)
         cudaMemset2DAsync(pfDevice, tF, 0, tF, 1, pA);
         cudaEventRecord(pEvent, pA);
         if (bWait) cudaStreamWaitEvent(pB, pEvent, 0);
-        const cudaLaunchConfig_t aOne = {1, 1, 0, pB};
+        const cudaLaunchConfig_t aOne = {dim3(1), dim3(1), 0, pB};
         ASSERT_EQ(cudaLaunchKernelEx(&aOne, AddKernel, pfDevice + 2, pfDevice), cudaSuccess);
         cudaEventRecord(pEvent, pB);
         if (bWaitBack) cudaStreamWaitEvent(pA, pEvent, 0);
@@ -114,23 +108,23 @@ TEST_F(SoftCudaTest, WorkWaitsUntilItIsDemanded)
 
 TEST_F(SoftCudaTest, KernelsThatBreakRulesAreSeen)
 {
-    for (const auto& [eFault, tShared, eWant] : {
-             std::tuple{EFault::eNone, 64 * tF, cudaSuccess},
+    for (const auto& [bBarrier, bLeave, tShared, eWant] : {
+             std::tuple{true, false, 64 * tF, cudaSuccess},
 #if !defined(__SANITIZE_THREAD__)  // which ends the program
-                 {EFault::eNoBarrier, 64 * tF, cudaSuccess},
+                 {false, false, 64 * tF, cudaSuccess},
 #endif
-                 {EFault::eLeave, 64 * tF, cudaErrorLaunchFailure},
+                 {true, true, 64 * tF, cudaErrorLaunchFailure},
              {
-                 EFault::eNone, 0 * tF, cudaErrorLaunchFailure
+                 true, false, 0 * tF, cudaErrorLaunchFailure
              }
          })
     {
         float* const pf = NewFloats(2);
-        const cudaLaunchConfig_t aConfig = {2, 64, tShared, NewStream()};
-        EXPECT_EQ(cudaLaunchKernelEx(&aConfig, SumKernel, pf, eFault), cudaSuccess);
+        const cudaLaunchConfig_t aConfig = {dim3(2), dim3(64), tShared, NewStream()};
+        EXPECT_EQ(cudaLaunchKernelEx(&aConfig, SumKernel, pf, bBarrier, bLeave), cudaSuccess);
         EXPECT_EQ(cudaDeviceSynchronize(), eWant);
         EXPECT_EQ(cudaGetLastError(), eWant) << "the error stays";
-        EXPECT_TRUE(eWant != cudaSuccess || (Peek(pf + 1) == 64.0f) == (eFault == EFault::eNone));
+        EXPECT_TRUE(eWant != cudaSuccess || (Peek(pf + 1) == 64.0f) == bBarrier);
         SoftCuda::Reset();
     }
 }

@@ -59,17 +59,20 @@ cudaError_t AddObject(const char* pcCall, unsigned long long* pulHandle,
     {
         const Owned* const pOwned = rDevice.Find(EKind::eArray, rResource.res.array.array);
         if (rResource.resType != cudaResourceTypeArray || !pOwned) return cudaErrorInvalidValue;
-        if (pTexture &&
-            (pTexture->addressMode[0] != cudaAddressModeClamp ||
-             pTexture->addressMode[1] != cudaAddressModeClamp || pTexture->normalizedCoords != 0 ||
-             pTexture->readMode != cudaReadModeElementType))
-            return cudaErrorInvalidValue;
         const auto pArray = std::static_pointer_cast<cudaArray>(pOwned->pContent);
-        if (!pTexture && (pArray->uiFlags & cudaArraySurfaceLoadStore) == 0)
+        Object aObject = {pArray, pTexture != nullptr, false};
+        if (pTexture)
+        {
+            const auto& [aiMode, iFilter, iRead, iNormalized] = *pTexture;
+            if (aiMode[0] != cudaAddressModeClamp || aiMode[1] != cudaAddressModeClamp ||
+                iFilter == 0 || iRead != cudaReadModeElementType || iNormalized != 0)
+                return cudaErrorInvalidValue;
+            aObject.bLinear = iFilter == cudaFilterModeLinear;
+        }
+        else if ((pArray->uiFlags & cudaArraySurfaceLoadStore) == 0)
             return cudaErrorInvalidValue;
         *pulHandle = FirstHandle(rDevice) + rDevice.vObjects.size();
-        rDevice.vObjects.push_back({pArray, pTexture != nullptr,
-                                    pTexture && pTexture->filterMode == cudaFilterModeLinear});
+        rDevice.vObjects.push_back(aObject);
         return cudaSuccess;
     };
     return Call(pcCall, Work);

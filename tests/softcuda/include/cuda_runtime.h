@@ -42,15 +42,9 @@ enum cudaError_t
 
 struct uint3
 {
-    unsigned int x, y, z;
+    unsigned int x = 1, y = 1, z = 1;
 };
-struct dim3 : uint3
-{
-    constexpr dim3(unsigned int vx = 1, unsigned int vy = 1, unsigned int vz = 1)
-        : uint3{vx, vy, vz}
-    {
-    }
-};
+using dim3 = uint3;
 
 using cudaStream_t = struct CUstream_st*;
 using cudaEvent_t = struct CUevent_st*;
@@ -58,22 +52,22 @@ using cudaArray_t = struct cudaArray*;
 using cudaTextureObject_t = unsigned long long;
 using cudaSurfaceObject_t = unsigned long long;
 
+using cudaMemcpyKind = int;
+inline constexpr cudaMemcpyKind cudaMemcpyHostToDevice = 1, cudaMemcpyDeviceToHost = 2;
+inline constexpr cudaMemcpyKind cudaMemcpyDeviceToDevice = 3;
 inline constexpr unsigned int cudaStreamNonBlocking = 1;
 inline constexpr unsigned int cudaEventDefault = 0, cudaEventBlockingSync = 1;
 inline constexpr unsigned int cudaEventDisableTiming = 2;
 inline constexpr unsigned int cudaArrayLayered = 1, cudaArraySurfaceLoadStore = 2;
+// What a description that is all 0 does not say.
+inline constexpr int cudaResourceTypeArray = 1, cudaReadModeElementType = 1;
+inline constexpr int cudaAddressModeClamp = 1, cudaFilterModePoint = 1, cudaFilterModeLinear = 2;
 
 struct cudaDeviceProp  // the fields that are filled
 {
     char name[256];
     std::size_t totalGlobalMem;
     int major, minor, multiProcessorCount;
-};
-enum cudaMemcpyKind
-{
-    cudaMemcpyHostToDevice = 1,
-    cudaMemcpyDeviceToHost,
-    cudaMemcpyDeviceToDevice
 };
 struct cudaChannelFormatDesc
 {
@@ -83,7 +77,6 @@ struct cudaExtent
 {
     std::size_t width, height, depth;
 };
-inline constexpr int cudaResourceTypeArray = 1, cudaReadModeElementType = 1;  // not 0
 struct cudaResourceDesc
 {
     int resType;
@@ -95,20 +88,9 @@ struct cudaResourceDesc
         } array;
     } res;
 };
-enum cudaTextureAddressMode
-{
-    cudaAddressModeClamp = 1
-};
-enum cudaTextureFilterMode
-{
-    cudaFilterModePoint,
-    cudaFilterModeLinear
-};
 struct cudaTextureDesc  // the fields that are read
 {
-    cudaTextureAddressMode addressMode[3];
-    cudaTextureFilterMode filterMode;
-    int readMode, normalizedCoords;
+    int addressMode[3], filterMode, readMode, normalizedCoords;
 };
 struct cudaLaunchConfig_t
 {
