@@ -204,14 +204,13 @@ UNSEEN void BlockBarrier()
 
 cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKernel)
 {
-    const auto Work = [&](Device& rDevice)
+    const auto Work = [=](Device& rDevice)
     {
         const dim3 &b = rConfig.blockDim, &g = rConfig.gridDim;
         if (Count(b) == 0 || b.z > 64 || Count(b) > 1024 || Count(g) == 0 || g.x > 0x7FFFFFFF ||
             g.y > 65535 || g.z > 65535 || rConfig.dynamicSmemBytes > g_tSharedMax)
             return cudaErrorInvalidConfiguration;
-        rConfig.stream->aQueue.push_back(
-            {[&rDevice, rConfig, fKernel] { RunGrid(rDevice, rConfig, fKernel); }, {}});
+        rConfig.stream->aQueue.push_back([=, &rDevice] { RunGrid(rDevice, rConfig, fKernel); });
         return cudaSuccess;
     };
     return CallWith(EKind::eStream, rConfig.stream, "cudaLaunchKernelEx", Work);

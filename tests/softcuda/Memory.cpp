@@ -86,14 +86,15 @@ cudaError_t Copy(const char* pcCall, cudaStream_t pStream, cudaMemcpyKind eKind,
         const bool bStage = bUp && !rDevice.Holds(EKind::ePinned, pvSrc, tSrc);
         const char* const pcSource = static_cast<const char*>(pvSrc);
         const std::vector<char> vcStage(pcSource, pcSource + (bStage ? tSrc : 0));
-        const auto Run = [=]
+        const auto Run = [=, &rDevice]
         {
+            if (rDevice.eSticky != cudaSuccess) return;
             const char* pcSrc = bStage ? vcStage.data() : pcSource;
             for (std::size_t y = 0; y < tHeight; ++y)
                 std::memcpy(static_cast<char*>(pvDst) + y * tDstPitch, pcSrc + y * tSrcPitch,
                             tWidth);
         };
-        pStream->aQueue.push_back({Run, {}});
+        pStream->aQueue.push_back(Run);
         return cudaSuccess;
     };
     return CallWith(EKind::eStream, pStream, pcCall, Work);

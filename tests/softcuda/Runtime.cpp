@@ -18,18 +18,6 @@ std::atomic<bool> g_bAnyFailure = false;  // calls take the mutex only while a f
 std::mutex g_aFailureMutex;
 std::map<std::string, std::pair<cudaError_t, int>> g_aFailures;  // after how many calls
 
-cudaError_t TakeFailure(const char* pcCall)
-{
-    if (!g_bAnyFailure) return cudaSuccess;
-    const std::lock_guard aLock(g_aFailureMutex);
-    const auto iFound = g_aFailures.find(pcCall);
-    if (iFound == g_aFailures.end() || iFound->second.second-- > 0) return cudaSuccess;
-    const cudaError_t eError = iFound->second.first;
-    g_aFailures.erase(iFound);
-    g_bAnyFailure = !g_aFailures.empty();
-    return eError;
-}
-
 /// Name and text.
 std::pair<const char*, const char*> Describe(cudaError_t eError)
 {
@@ -40,15 +28,9 @@ std::pair<const char*, const char*> Describe(cudaError_t eError)
 }
 }  // namespace
 
-System& Sys()
-{
-    static System s_aSystem;
-    return s_aSystem;
-}
-
 Device& Current()
 {
-    return Sys().aDevices[t_iDevice];
+    return g_aDevices[t_iDevice];
 }
 
 void Device::Break(cudaError_t eError)
@@ -75,32 +57,37 @@ cudaError_t Note(cudaError_t eError)
 
 cudaError_t Begin(const char* pcCall)
 {
-    if (Sys().iDevices < 0) return cudaErrorInsufficientDriver;
-    if (Sys().iDevices == 0) return cudaErrorNoDevice;
-    const cudaError_t eError = TakeFailure(pcCall);
-    if (eError == cudaErrorIllegalAddress || eError == cudaErrorLaunchFailure)
-        Current().Break(eError);  // it lasts
+    if (g_iDevices < 0) return cudaErrorInsufficientDriver;
+    if (g_iDevices == 0) return cudaErrorNoDevice;
+    if (!g_bAnyFailure) return cudaSuccess;
+    const std::lock_guard aLock(g_aFailureMutex);
+    const auto iFound = g_aFailures.find(pcCall);
+    if (iFound == g_aFailures.end() || iFound->second.second-- > 0) return cudaSuccess;
+    const cudaError_t eError = iFound->second.first;
+    g_aFailures.erase(iFound);
+    g_bAnyFailure = !g_aFailures.empty();
+    if (eError == cudaErrorIllegalAddress) Current().Break(eError);  // it lasts
     return eError;
 }
 
 void SetDevices(int iCount)
 {
-    Sys().iDevices = iCount;
+    g_iDevices = iCount;
 }
 
 void SetMemory(std::size_t tBytes)
 {
-    for (Device& rDevice : Sys().aDevices) rDevice.tMemory = tBytes;
+    for (Device& rDevice : g_aDevices) rDevice.tMemory = tBytes;
 }
 
 void SetCapability(int iTenths, int iDevice)
 {
-    Sys().aDevices[iDevice].iCapability = iTenths;
+    g_aDevices[iDevice].iCapability = iTenths;
 }
 
 void SetOrder(EOrder eOrder)
 {
-    Sys().eOrder = eOrder;
+    g_eOrder = eOrder;
 }
 
 void FailNext(const char* pcCall, cudaError_t eError, int iAfter)
@@ -113,7 +100,7 @@ void FailNext(const char* pcCall, cudaError_t eError, int iAfter)
 LiveObjects GetLiveObjects()
 {
     LiveObjects aLive;
-    for (const Device& rDevice : Sys().aDevices)
+    for (const Device& rDevice : g_aDevices)
     {
         for (const auto& [pcBegin, rOwned] : rDevice.aOwned)
             aLive.iEvents += rOwned.eKind == EKind::eEvent;
@@ -126,13 +113,13 @@ LiveObjects GetLiveObjects()
 int GetLaunches()
 {
     int iLaunches = 0;
-    for (const Device& rDevice : Sys().aDevices) iLaunches += rDevice.iLaunches;
+    for (const Device& rDevice : g_aDevices) iLaunches += rDevice.iLaunches;
     return iLaunches;
 }
 
 std::size_t GetMemoryPeak()
 {
-    return Sys().aDevices[0].tPeak;
+    return g_aDevices[0].tPeak;
 }
 
 void Device::Forget()
@@ -151,7 +138,7 @@ void Device::Forget()
 
 void Reset()
 {
-    for (Device& rDevice : Sys().aDevices)
+    for (Device& rDevice : g_aDevices)
     {
         const std::lock_guard aLock(rDevice.aMutex);
         rDevice.Forget();
@@ -171,7 +158,7 @@ cudaError_t cudaSetDevice(int device)
 {
     const cudaError_t eError = Begin(__func__);
     if (eError != cudaSuccess) return Note(eError);
-    if (device < 0 || device >= Sys().iDevices) return Note(cudaErrorInvalidDevice);
+    if (device < 0 || device >= g_iDevices) return Note(cudaErrorInvalidDevice);
     t_iDevice = device;
     return cudaSuccess;
 }
@@ -190,13 +177,13 @@ cudaError_t cudaGetLastError()
 
 cudaError_t cudaGetDeviceCount(int* count)
 {
-    *count = std::max(0, Sys().iDevices.load());
+    *count = std::max(0, g_iDevices.load());
     return Note(Begin(__func__));
 }
 
 cudaError_t cudaDriverGetVersion(int* driverVersion)
 {
-    *driverVersion = Sys().iDevices < 0 ? 0 : 13000;
+    *driverVersion = g_iDevices < 0 ? 0 : 13000;
     return cudaSuccess;
 }
 
@@ -210,7 +197,7 @@ cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device)
 {
     const cudaError_t eError = Begin(__func__);
     if (eError != cudaSuccess) return Note(eError);
-    const Device& rDevice = Sys().aDevices.at(device);
+    const Device& rDevice = g_aDevices.at(device);
     *prop = {"", rDevice.tMemory, rDevice.iCapability / 10, rDevice.iCapability % 10, 4};
     std::snprintf(prop->name, sizeof prop->name, "software device %d", device);
     return cudaSuccess;

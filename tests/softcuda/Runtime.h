@@ -20,16 +20,11 @@ struct Record
     bool bDone = false;
     std::chrono::steady_clock::time_point aTime;
 };
-struct Operation
-{
-    std::function<void()> fRun;       // may be empty
-    std::shared_ptr<Record> pRecord;  // is done after this operation; may be null
-};
 }  // namespace SoftCuda
 
 struct CUstream_st
 {
-    std::deque<SoftCuda::Operation> aQueue;
+    std::deque<std::function<void()>> aQueue;  // runs on a broken device too
 };
 struct CUevent_st
 {
@@ -101,13 +96,9 @@ struct Device
     void Forget();  ///< frees all, drops the work, takes the errors and counts back
 };
 
-struct System
-{
-    std::atomic<int> iDevices = 2;  // -1: no driver
-    std::atomic<EOrder> eOrder = EOrder::eLazy;
-    std::array<Device, 16> aDevices;
-};
-System& Sys();
+inline std::array<Device, 16> g_aDevices;
+inline std::atomic<int> g_iDevices = 2;  // of them there are; -1: no driver
+inline std::atomic<EOrder> g_eOrder = EOrder::eLazy;
 
 /// Remembers a failure as the calling thread's last error.
 cudaError_t Note(cudaError_t eError);

@@ -9,17 +9,14 @@ namespace SoftCuda
 {
 void Device::RunOne(CUstream_st& rStream)
 {
-    const Operation aOp = std::move(rStream.aQueue.front());
+    const std::function<void()> fRun = std::move(rStream.aQueue.front());
     rStream.aQueue.pop_front();
-    if (aOp.fRun && eSticky == cudaSuccess) aOp.fRun();
-    if (!aOp.pRecord) return;
-    aOp.pRecord->aTime = std::chrono::steady_clock::now();
-    aOp.pRecord->bDone = true;
+    fRun();
 }
 
 void Device::RunOthers(const CUstream_st* pStream)
 {
-    if (Sys().eOrder != EOrder::eOthersFirst || std::exchange(bRunningOthers, true)) return;
+    if (g_eOrder != EOrder::eOthersFirst || std::exchange(bRunningOthers, true)) return;
     for (CUstream_st* pOther : vpStreams)
         while (pOther != pStream && !pOther->aQueue.empty()) RunOne(*pOther);
     bRunningOthers = false;
@@ -92,7 +89,7 @@ cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned
         if (!rDevice.Find(EKind::eEvent, event)) return cudaErrorInvalidResourceHandle;
         // The event may be recorded anew before this wait runs: it waits for this record.
         const auto Wait = [&rDevice, pRecord = event->pRecord] { rDevice.RunUntil(pRecord); };
-        stream->aQueue.push_back({Wait, {}});
+        stream->aQueue.push_back(Wait);
         return cudaSuccess;
     };
     return CallWith(EKind::eStream, stream, __func__, Work);
@@ -119,8 +116,13 @@ cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream)
     const auto Work = [=](Device& rDevice)
     {
         if (!rDevice.Find(EKind::eEvent, event)) return cudaErrorInvalidResourceHandle;
-        event->pRecord = std::make_shared<Record>(stream);
-        stream->aQueue.push_back({{}, event->pRecord});
+        const auto pRecord = event->pRecord = std::make_shared<Record>(stream);
+        const auto Mark = [=]
+        {
+            pRecord->aTime = std::chrono::steady_clock::now();
+            pRecord->bDone = true;
+        };
+        stream->aQueue.push_back(Mark);
         return cudaSuccess;
     };
     return CallWith(EKind::eStream, stream, __func__, Work);

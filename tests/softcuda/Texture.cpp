@@ -12,7 +12,7 @@ namespace
 /// A handle is never used twice, nor on two devices.
 unsigned long long FirstHandle(const Device& rDevice)
 {
-    return (&rDevice - Sys().aDevices.data() + 1ULL) << 32;
+    return (&rDevice - g_aDevices.data() + 1ULL) << 32;
 }
 
 Object* FindObject(Device& rDevice, unsigned long long ulHandle, bool bTexture)
@@ -32,11 +32,6 @@ const Object* Use(unsigned long long ulHandle, bool bTexture)
     return nullptr;
 }
 
-int Clamp(int i, std::size_t tSize)
-{
-    return std::clamp(i, 0, static_cast<int>(tSize) - 1);
-}
-
 /// The first texel of one axis, the second if it counts, and its weight, a multiple of 1/256.
 struct Axis
 {
@@ -47,7 +42,7 @@ struct Axis
         fX = fX > -1.0f ? std::min(fX, static_cast<float>(tSize) + 1.0f) : -1.0f;  // NaN: -1
         const float fFirst = std::floor(bLinear ? fX - 0.5f : fX);
         if (bLinear) fWeight = std::floor((fX - 0.5f - fFirst) * 256.0f + 0.5f) / 256.0f;
-        for (const int n : {0, 1}) ai[n] = Clamp(static_cast<int>(fFirst) + n, tSize);
+        for (const int n : {0, 1}) ai[n] = std::clamp(int(fFirst) + n, 0, int(tSize) - 1);
     }
     float Weight(int n) const { return n == 0 ? 1 - fWeight : fWeight; }
 };
@@ -97,7 +92,7 @@ float Sample(cudaTextureObject_t ulTexture, float fX, float fY, int iLayer)
     if (!pObject) return 0;
     const auto& [tX, tY, tLayers] = pObject->pArray->aSize;
     const float* const pfLayer =
-        pObject->pArray->vfTexels.data() + Clamp(iLayer, tLayers) * (tX * tY);
+        pObject->pArray->vfTexels.data() + std::clamp(iLayer, 0, int(tLayers) - 1) * (tX * tY);
     const Axis aX(fX, tX, pObject->bLinear), aY(fY, tY, pObject->bLinear);
     if (!pObject->bLinear) return pfLayer[aY.ai[0] * tX + aX.ai[0]];
     float fSum = 0;
@@ -116,8 +111,7 @@ float* GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer)
     if (iX % sizeof(float) == 0 && tTexel < tX && std::size_t(iY) < tY &&
         std::size_t(iLayer) < tLayers)
         return &pObject->pArray->vfTexels[(iLayer * tY + iY) * tX + tTexel];
-    Trap("surface access at byte %d, row %d, layer %d of %zu x %zu x %zu\n", iX, iY, iLayer, tX, tY,
-         tLayers);
+    Trap("surface access at byte %d, row %d, layer %d\n", iX, iY, iLayer);
     return nullptr;
 }
 }  // namespace SoftCuda
