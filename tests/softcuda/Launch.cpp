@@ -1,201 +1,218 @@
+#include <ucontext.h>
+
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <random>
 
-#include "tests/softcuda/Call.h"
-#include "tests/softcuda/Fiber.h"
+#include "tests/softcuda/Runtime.h"
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#include <sanitizer/common_interface_defs.h>
+#else
 #define ASAN_POISON_MEMORY_REGION(PV, BYTES)
 #define ASAN_UNPOISON_MEMORY_REGION(PV, BYTES)
 #endif
+#if defined(__SANITIZE_THREAD__)
+#include <sanitizer/tsan_interface.h>
+#else
+#define __tsan_acquire(PV)
+#define __tsan_release(PV)
+#endif
+
+// Launches: the blocks of a grid one after the other.
+
+/// For code that switches: what it touches is not shared between threads of the program.
+#define UNSEEN [[gnu::no_sanitize("thread"), gnu::noinline]]
 
 namespace
 {
-constexpr std::size_t tSharedMax = 48 * 1024;
+constexpr std::size_t g_tSharedMax = 48 * 1024, g_tStack = 128 * 1024;
 }
-alignas(256) float s_afShared[tSharedMax / sizeof(float)];  // what kernels declare
+alignas(256) float s_afShared[g_tSharedMax / sizeof(float)];  // what kernels declare
 
 namespace SoftCuda
 {
 namespace
 {
-using Kernel = std::function<void()>;
-
-struct Shape
+/// Something that a thread of the machine can run on and leave in the middle, and that sanitizers
+/// know as such. To ThreadSanitizer it is a thread, and switching orders nothing by itself: only
+/// the marks of a Block do.
+struct Context
 {
-    dim3 aGrid, aBlock;
-    std::size_t tShared;
-    int GetThreads() const { return static_cast<int>(aBlock.x * aBlock.y * aBlock.z); }
-    std::size_t GetBlocks() const { return std::size_t(aGrid.x) * aGrid.y * aGrid.z; }
+    ucontext_t aState{};
+    const void* pvStack = nullptr;
+    std::size_t tStack = 0;
+    void* pvFakeStack = nullptr;  // AddressSanitizer's
+    void* pvThread = nullptr;     // ThreadSanitizer's
 };
+
+/// One CUDA thread of a block with barriers.
+struct Fiber : Context
+{
+    Fiber()
+    {
+        pvStack = pcStack.get();
+        tStack = g_tStack;
+#if defined(__SANITIZE_THREAD__)
+        pvThread = __tsan_create_fiber(0);
+#endif
+    }
+    std::unique_ptr<char[]> pcStack = std::make_unique_for_overwrite<char[]>(g_tStack);
+    uint3 aThread{};
+    bool bDone = false;
+};
+
+/// Leaves rFrom, which this thread runs on, for rTo. \param bEnd  nobody comes back to rFrom
+UNSEEN void Switch(Context& rFrom, Context& rTo, [[maybe_unused]] bool bEnd = false)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    __sanitizer_start_switch_fiber(bEnd ? nullptr : &rFrom.pvFakeStack, rTo.pvStack, rTo.tStack);
+#elif defined(__SANITIZE_THREAD__)
+    if (!rFrom.pvThread) rFrom.pvThread = __tsan_get_current_fiber();
+    __tsan_switch_to_fiber(rTo.pvThread, __tsan_switch_to_fiber_no_sync);
+#endif
+    swapcontext(&rFrom.aState, &rTo.aState);
+#if defined(__SANITIZE_ADDRESS__)
+    __sanitizer_finish_switch_fiber(rFrom.pvFakeStack, nullptr, nullptr);
+#endif
+}
 
 uint3 Unravel(std::size_t t, const dim3& r)
 {
     return {unsigned(t % r.x), unsigned(t / r.x % r.y), unsigned(t / r.x / r.y)};
 }
 
-thread_local CDevice* t_pDevice = nullptr;
+std::size_t Count(const dim3& r)
+{
+    return std::size_t(r.x) * r.y * r.z;
+}
 
-/// A block whose threads meet at barriers.
+/// A launch whose threads meet at barriers.
 struct Block
 {
-    Context aOutside;  // of the block
-    const Kernel* pKernel = nullptr;
+    Context aOutside;
+    const std::function<void()>* pKernel = nullptr;
     std::vector<Fiber*> vpFibers;
+    Fiber* pRunning = nullptr;
     std::minstd_rand aRandom;   // the same in every launch
-    char cRound = 0, cMet = 0;  // marks of order: begin of a round, end of one
+    char cRound = 0, cMet = 0;  // marks of order: begin of a round, end of one (ThreadSanitizer's)
 };
-thread_local Block* t_pBlock = nullptr;
-thread_local Fiber* t_pRunning = nullptr;
+thread_local Block* t_pBlock = nullptr;  // null: no barriers
 
 /// What all fibers begin with. It does not return: its state is made anew for every block.
 UNSEEN void FiberMain()
 {
     Block& rBlock = *t_pBlock;
-    Fiber& rThis = *t_pRunning;
-    Arrive(rBlock.aOutside);
-    Observe(&rBlock.cRound);
+    Fiber& rThis = *rBlock.pRunning;
+#if defined(__SANITIZE_ADDRESS__)
+    __sanitizer_finish_switch_fiber(nullptr, &rBlock.aOutside.pvStack, &rBlock.aOutside.tStack);
+#endif
+    __tsan_acquire(&rBlock.cRound);
     (*rBlock.pKernel)();
     rThis.bDone = true;
-    Publish(&rBlock.cMet);
+    __tsan_release(&rBlock.cMet);
     Switch(rThis, rBlock.aOutside, true);
-}
-
-UNSEEN void Prepare(Fiber& rFiber)
-{
-    getcontext(&rFiber.aState);
-    rFiber.aState.uc_stack.ss_sp = rFiber.pcStack.get();
-    rFiber.aState.uc_stack.ss_size = rFiber.tStack;
-    makecontext(&rFiber.aState, FiberMain, 0);
-    rFiber.bDone = false;
 }
 
 /// Runs every thread to its next barrier or its end, in another order each time, so that a missing
 /// barrier is likely a wrong result, and certainly a race to ThreadSanitizer.
 UNSEEN void RunRound(Block& rBlock)
 {
-    Publish(&rBlock.cRound);
+    __tsan_release(&rBlock.cRound);
     for (Fiber* pFiber : rBlock.vpFibers)
     {
-        t_pRunning = pFiber;
+        rBlock.pRunning = pFiber;
         t_pThread = &pFiber->aThread;
         Switch(rBlock.aOutside, *pFiber);
     }
-    t_pRunning = nullptr;
-    Observe(&rBlock.cMet);
+    __tsan_acquire(&rBlock.cMet);
     std::ranges::shuffle(rBlock.vpFibers, rBlock.aRandom);
 }
 
-void RunBlocks(CDevice& rDevice, const Shape& rShape, const Kernel& rKernel)
+/// Runs the threads of one block one after the other, or in turns between barriers.
+void RunBlock(const cudaLaunchConfig_t& rConfig, const std::function<void()>& fKernel)
 {
-    static std::vector<std::unique_ptr<Fiber>> s_vpFibers;  // under the mutex of s_afShared
-    Block aBlock;
-    aBlock.pKernel = &rKernel;
-    t_pBlock = &aBlock;
-    for (int t = 0; t < rShape.GetThreads(); ++t)
+    if (!t_pBlock)
     {
-        if (s_vpFibers.size() == std::size_t(t)) s_vpFibers.push_back(std::make_unique<Fiber>());
-        s_vpFibers[t]->aThread = Unravel(t, rShape.aBlock);
-        aBlock.vpFibers.push_back(s_vpFibers[t].get());
+        uint3 aThread;
+        t_pThread = &aThread;
+        for (std::size_t t = 0; t < Count(rConfig.blockDim); ++t)
+        {
+            aThread = Unravel(t, rConfig.blockDim);
+            fKernel();
+        }
+        return;
     }
-    for (std::size_t b = 0; b < rShape.GetBlocks() && !rDevice.IsBroken(); ++b)
+    std::memset(s_afShared, 0xFF, rConfig.dynamicSmemBytes);  // NaNs
+    for (Fiber* pFiber : t_pBlock->vpFibers)
     {
-        blockIdx = Unravel(b, rShape.aGrid);
-        std::memset(s_afShared, 0xFF, rShape.tShared);  // NaNs
-        for (Fiber* pFiber : aBlock.vpFibers) Prepare(*pFiber);
-        const auto IsDone = [](const Fiber* pFiber) { return pFiber->bDone; };
-        do RunRound(aBlock);
-        while (std::ranges::none_of(aBlock.vpFibers, IsDone));
-        if (!std::ranges::all_of(aBlock.vpFibers, IsDone))
-            Trap("threads of a block met different barriers");
+        getcontext(&pFiber->aState);
+        pFiber->aState.uc_stack.ss_sp = pFiber->pcStack.get();
+        pFiber->aState.uc_stack.ss_size = pFiber->tStack;
+        makecontext(&pFiber->aState, FiberMain, 0);
+        pFiber->bDone = false;
     }
+    const auto IsDone = [](const Fiber* pFiber) { return pFiber->bDone; };
+    do RunRound(*t_pBlock);
+    while (std::ranges::none_of(t_pBlock->vpFibers, IsDone));
+    if (!std::ranges::all_of(t_pBlock->vpFibers, IsDone))
+        Trap("threads of a block met different barriers\n");
 }
 
 /// Launches with shared memory have barriers.
-void RunShared(CDevice& rDevice, const Shape& rShape, const Kernel& rKernel)
+void RunGrid(Device& rDevice, const cudaLaunchConfig_t& rConfig,
+             const std::function<void()>& fKernel)
 {
-    static std::mutex s_aMutex;  // guards s_afShared, between devices
-    std::lock_guard aLock(s_aMutex);
-    ASAN_POISON_MEMORY_REGION(s_afShared, sizeof s_afShared);
-    ASAN_UNPOISON_MEMORY_REGION(s_afShared, rShape.tShared);
-    RunBlocks(rDevice, rShape, rKernel);
-    ASAN_UNPOISON_MEMORY_REGION(s_afShared, sizeof s_afShared);
-}
-
-/// Without: thread after thread.
-void RunLoop(CDevice& rDevice, const Shape& rShape, const Kernel& rKernel)
-{
-    uint3 aThread;
-    t_pThread = &aThread;
-    for (std::size_t b = 0; b < rShape.GetBlocks() && !rDevice.IsBroken(); ++b)
+    static std::mutex s_aMutex;  // guards what is static here and s_afShared, between devices
+    static std::vector<std::unique_ptr<Fiber>> s_vpFibers;
+    std::unique_lock aLock(s_aMutex, std::defer_lock);
+    Block aBlock;
+    ++rDevice.iLaunches;
+    if (rConfig.dynamicSmemBytes > 0)
     {
-        blockIdx = Unravel(b, rShape.aGrid);
-        for (int t = 0; t < rShape.GetThreads(); ++t)
+        aLock.lock();
+        ASAN_POISON_MEMORY_REGION(s_afShared, sizeof s_afShared);
+        ASAN_UNPOISON_MEMORY_REGION(s_afShared, rConfig.dynamicSmemBytes);
+        t_pBlock = &aBlock;
+        aBlock.pKernel = &fKernel;
+        for (std::size_t t = 0; t < Count(rConfig.blockDim); ++t)
         {
-            aThread = Unravel(t, rShape.aBlock);
-            rKernel();
+            if (s_vpFibers.size() == t) s_vpFibers.push_back(std::make_unique<Fiber>());
+            s_vpFibers[t]->aThread = Unravel(t, rConfig.blockDim);
+            aBlock.vpFibers.push_back(s_vpFibers[t].get());
         }
     }
-}
-
-cudaError_t Check(const cudaLaunchConfig_t& r)
-{
-    const dim3 &b = r.blockDim, &g = r.gridDim;
-    if (b.x == 0 || b.y == 0 || b.z == 0 || b.z > 64 || std::size_t(b.x) * b.y * b.z > 1024 ||
-        g.x == 0 || g.y == 0 || g.z == 0 || g.x > 0x7FFFFFFF || g.y > 65535 || g.z > 65535)
-        return cudaErrorInvalidConfiguration;
-    if (r.dynamicSmemBytes > tSharedMax) return cudaErrorInvalidValue;
-    return r.numAttrs == 0 ? cudaSuccess : cudaErrorNotSupported;  // here
+    for (std::size_t b = 0; b < Count(rConfig.gridDim) && rDevice.eSticky == cudaSuccess; ++b)
+    {
+        blockIdx = Unravel(b, rConfig.gridDim);
+        RunBlock(rConfig, fKernel);
+    }
+    t_pBlock = nullptr;
 }
 }  // namespace
 
-CDevice* RunningDevice()
-{
-    return t_pDevice;
-}
-
-void Trap(const char* pcFormat, ...)
-{
-    if (t_pDevice->IsBroken()) return;  // said once
-    va_list aArgs;
-    va_start(aArgs, pcFormat);
-    std::fputs("software CUDA device: ", stderr);
-    std::vfprintf(stderr, pcFormat, aArgs);
-    std::fputc('\n', stderr);
-    va_end(aArgs);
-    t_pDevice->Break(cudaErrorLaunchFailure);
-}
-
 UNSEEN void BlockBarrier()
 {
-    if (!t_pRunning) return Trap("__syncthreads() in a launch without dynamic shared memory");
-    Fiber& rThis = *t_pRunning;
+    if (!t_pBlock) return Trap("__syncthreads() in a launch without dynamic shared memory\n");
     Block& rBlock = *t_pBlock;
-    Publish(&rBlock.cMet);
+    Fiber& rThis = *rBlock.pRunning;
+    __tsan_release(&rBlock.cMet);
     Switch(rThis, rBlock.aOutside);
-    Observe(&rBlock.cRound);
+    __tsan_acquire(&rBlock.cRound);
 }
 
-cudaError_t Launch(const cudaLaunchConfig_t* pConfig, Kernel aKernel)
+cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKernel)
 {
-    const auto Work = [=](CDevice& rDevice)
+    const auto Work = [=](Device& rDevice)
     {
-        if (&rDevice != Current()) return cudaErrorInvalidResourceHandle;
-        const cudaError_t eError = Check(*pConfig);
-        if (eError != cudaSuccess) return eError;
-        const Shape aShape{pConfig->gridDim, pConfig->blockDim, pConfig->dynamicSmemBytes};
-        const auto RunLaunch = [=, &rDevice]
-        {
-            ++rDevice.m_iLaunches;
-            t_pDevice = &rDevice;
-            (aShape.tShared > 0 ? RunShared : RunLoop)(rDevice, aShape, aKernel);
-        };
-        rDevice.Enqueue(rDevice.GetStream(pConfig->stream), RunLaunch);
+        const dim3 &b = rConfig.blockDim, &g = rConfig.gridDim;
+        if (Count(b) == 0 || b.z > 64 || Count(b) > 1024 || Count(g) == 0 || g.x > 0x7FFFFFFF ||
+            g.y > 65535 || g.z > 65535 || rConfig.dynamicSmemBytes > g_tSharedMax)
+            return cudaErrorInvalidConfiguration;
+        rConfig.stream->aQueue.push_back([=, &rDevice] { RunGrid(rDevice, rConfig, fKernel); });
         return cudaSuccess;
     };
-    return Call("cudaLaunchKernelEx", OwnerOf(pConfig->stream), Work);
+    return CallWith(EKind::eStream, rConfig.stream, "cudaLaunchKernelEx", Work);
 }
 }  // namespace SoftCuda

@@ -2,13 +2,11 @@
 
 #include <cuda_runtime.h>
 
-#include <cstddef>
-
 /// Steers the software CUDA runtime from a test. Not while another thread calls the runtime.
 ///
 /// An asynchronous operation waits in its stream until something demands it: a synchronisation, a
-/// blocking copy of its stream, a free, or a wait of another stream. A missing wait is therefore a
-/// wrong result, in every run alike.
+/// free, or a wait of another stream. A missing wait is therefore a wrong result, in every run
+/// alike. All that a call is given belongs to the current device.
 namespace SoftCuda
 {
 /// What the program holds, over all devices.
@@ -27,19 +25,17 @@ enum class EOrder
 
 /// Devices from now on, at most 16; 0: cudaErrorNoDevice; -1: no driver. At first 2.
 void SetDevices(int iCount);
-/// Memory of device iDevice (-1: of all), bytes. At first 1 GiB each.
-void SetMemory(std::size_t tBytes, int iDevice = -1);
-/// Compute capability of device iDevice, tenths. At first 90.
-void SetCapability(int iTenths, int iDevice);
-void SetOrder(EOrder eOrder);  ///< at first eLazy
+void SetMemory(std::size_t tBytes);            ///< of each device, bytes. At first 1 GiB.
+void SetCapability(int iTenths, int iDevice);  ///< At first 90.
+void SetOrder(EOrder eOrder);                  ///< at first eLazy
 
 /// One coming call of pcCall ("cudaMalloc3DArray", "cudaLaunchKernelEx") does nothing and returns
 /// eError; iAfter calls of that name succeed before it. Errors that are sticky on a device stay.
 void FailNext(const char* pcCall, cudaError_t eError, int iAfter = 0);
 
 LiveObjects GetLiveObjects();
-int GetLaunches();                           ///< kernels that ran, on all devices
-std::size_t GetMemoryPeak(int iDevice = 0);  ///< most bytes that were allocated at once
+int GetLaunches();            ///< kernels that ran, on all devices
+std::size_t GetMemoryPeak();  ///< most bytes that device 0 had allocated at once
 /// Frees everything, forgets errors, counts and coming failures, and takes the first settings.
 void Reset();
 }  // namespace SoftCuda

@@ -1,182 +1,159 @@
 #include <algorithm>
 #include <cmath>
 
-#include "tests/softcuda/Call.h"
+#include "tests/softcuda/Runtime.h"
 
 // Arrays, texture and surface objects, and the texture unit.
 
-using namespace SoftCuda;
-
+namespace SoftCuda
+{
 namespace
 {
-/// The layer of a texture or surface that a kernel may touch; null after a trap.
-const Object* FindLayered(unsigned long long uHandle, bool bTexture)
+/// A handle is never used twice, nor on two devices.
+unsigned long long FirstHandle(const Device& rDevice)
 {
-    const Object* pObject = RunningDevice()->FindObject(uHandle, bTexture);
-    if (!pObject)
-        Trap("no %s object of this device: %llx", bTexture ? "texture" : "surface", uHandle);
-    else if (!pObject->pArray)
-        Trap("the array of object %llx is freed", uHandle);
-    else if (!(pObject->pArray->uFlags & cudaArrayLayered))
-        Trap("the array of object %llx has no layers", uHandle);
-    else
-        return pObject;
+    return (&rDevice - g_aDevices.data() + 1ULL) << 32;
+}
+
+Object* FindObject(Device& rDevice, unsigned long long ulHandle, bool bTexture)
+{
+    const unsigned long long ulIndex = ulHandle - FirstHandle(rDevice);
+    if (ulIndex >= rDevice.vObjects.size()) return nullptr;
+    Object& rObject = rDevice.vObjects[ulIndex];
+    return rObject.pArray && rObject.bTexture == bTexture ? &rObject : nullptr;
+}
+
+/// An object that a kernel uses; null after a trap.
+const Object* Use(unsigned long long ulHandle, bool bTexture)
+{
+    const Object* const pObject = FindObject(Current(), ulHandle, bTexture);
+    if (pObject && (pObject->pArray->uiFlags & cudaArrayLayered) != 0) return pObject;
+    Trap("no layered texture or surface of this device: %llx\n", ulHandle);
     return nullptr;
 }
 
-/// Unnormalised coordinate kept close to the texels; NaN falls on the first.
-float Tame(float fX, std::size_t tSize)
-{
-    if (!(fX > -1.0f)) return -1.0f;
-    return std::min(fX, static_cast<float>(tSize) + 1.0f);
-}
-
-int Clamp(int i, std::size_t tSize)
-{
-    return std::clamp(i, 0, static_cast<int>(tSize) - 1);
-}
-
-/// The two texels of one axis and the weight of the second, a multiple of 1/256.
+/// The first texel of one axis, the second if it counts, and its weight, a multiple of 1/256.
 struct Axis
 {
-    int i0, i1;
-    float fWeight;
-    Axis(float fX, std::size_t tSize)
+    int ai[2];
+    float fWeight = 0;
+    Axis(float fX, std::size_t tSize, bool bLinear)
     {
-        const float fFloor = std::floor(fX - 0.5f);
-        fWeight = std::floor((fX - 0.5f - fFloor) * 256.0f + 0.5f) / 256.0f;
-        i0 = Clamp(static_cast<int>(fFloor), tSize);
-        i1 = Clamp(static_cast<int>(fFloor) + 1, tSize);
+        fX = fX > -1.0f ? std::min(fX, static_cast<float>(tSize) + 1.0f) : -1.0f;  // NaN: -1
+        const float fFirst = std::floor(bLinear ? fX - 0.5f : fX);
+        if (bLinear) fWeight = std::floor((fX - 0.5f - fFirst) * 256.0f + 0.5f) / 256.0f;
+        for (const int n : {0, 1}) ai[n] = std::clamp(int(fFirst) + n, 0, int(tSize) - 1);
     }
+    float Weight(int n) const { return n == 0 ? 1 - fWeight : fWeight; }
 };
 
-cudaError_t CheckArray(const CDevice& rDevice, const cudaResourceDesc& rDesc)
+cudaError_t AddObject(const char* pcCall, unsigned long long* pulHandle,
+                      const cudaResourceDesc& rResource, const cudaTextureDesc* pTexture)
 {
-    if (rDesc.resType != cudaResourceTypeArray) return cudaErrorNotSupported;  // here
-    return OwnerOf(rDesc.res.array.array) == &rDevice ? cudaSuccess : cudaErrorInvalidValue;
+    const auto Work = [&](Device& rDevice)
+    {
+        const Owned* const pOwned = rDevice.Find(EKind::eArray, rResource.res.array.array);
+        if (rResource.resType != cudaResourceTypeArray || !pOwned) return cudaErrorInvalidValue;
+        const auto pArray = std::static_pointer_cast<cudaArray>(pOwned->pContent);
+        Object aObject = {pArray, pTexture != nullptr, false};
+        if (pTexture)
+        {
+            const auto& [aiMode, iFilter, iRead, iNormalized] = *pTexture;
+            if (aiMode[0] != cudaAddressModeClamp || aiMode[1] != cudaAddressModeClamp ||
+                iFilter == 0 || iRead != cudaReadModeElementType || iNormalized != 0)
+                return cudaErrorInvalidValue;
+            aObject.bLinear = iFilter == cudaFilterModeLinear;
+        }
+        else if ((pArray->uiFlags & cudaArraySurfaceLoadStore) == 0)
+            return cudaErrorInvalidValue;
+        *pulHandle = FirstHandle(rDevice) + rDevice.vObjects.size();
+        rDevice.vObjects.push_back(aObject);
+        return cudaSuccess;
+    };
+    return Call(pcCall, Work);
 }
 
-cudaError_t DestroyObject(const char* pcCall, unsigned long long uHandle, bool bTexture)
+cudaError_t DestroyObject(const char* pcCall, unsigned long long ulHandle, bool bTexture)
 {
-    const auto Work = [=](CDevice& rDevice)
+    const auto Work = [=](Device& rDevice)
     {
-        Object* pObject = rDevice.FindObject(uHandle, bTexture);
+        Object* const pObject = FindObject(rDevice, ulHandle, bTexture);
         if (!pObject) return cudaErrorInvalidValue;
         *pObject = {};  // work that waits for its turn finds it gone
         return cudaSuccess;
     };
-    return Call(pcCall, Current(), Work, true);
+    return Call(pcCall, Work, true);
 }
 }  // namespace
 
-namespace SoftCuda
+float Sample(cudaTextureObject_t ulTexture, float fX, float fY, int iLayer)
 {
-float Sample(cudaTextureObject_t uTexture, float fX, float fY, int iLayer)
-{
-    const Object* pObject = FindLayered(uTexture, true);
-    if (!pObject) return 0.0f;
-    const cudaArray& rArray = *pObject->pArray;
-    const auto [tX, tY, tLayers] = rArray.aSize;
-    const float* pfLayer =
-        reinterpret_cast<const float*>(rArray.vuTexels.data()) + Clamp(iLayer, tLayers) * (tX * tY);
-    const auto Texel = [&, tWidth = tX](int x, int y) { return pfLayer[y * tWidth + x]; };
-    fX = Tame(fX, tX);
-    fY = Tame(fY, tY);
-    if (!pObject->bLinear)
-        return Texel(Clamp(static_cast<int>(std::floor(fX)), tX),
-                     Clamp(static_cast<int>(std::floor(fY)), tY));
-    const Axis aX(fX, tX), aY(fY, tY);
-    const float fA = aX.fWeight, fB = aY.fWeight;
-    return (1 - fA) * (1 - fB) * Texel(aX.i0, aY.i0) + fA * (1 - fB) * Texel(aX.i1, aY.i0) +
-           (1 - fA) * fB * Texel(aX.i0, aY.i1) + fA * fB * Texel(aX.i1, aY.i1);
+    const Object* const pObject = Use(ulTexture, true);
+    if (!pObject) return 0;
+    const auto& [tX, tY, tLayers] = pObject->pArray->aSize;
+    const float* const pfLayer =
+        pObject->pArray->vfTexels.data() + std::clamp(iLayer, 0, int(tLayers) - 1) * (tX * tY);
+    const Axis aX(fX, tX, pObject->bLinear), aY(fY, tY, pObject->bLinear);
+    if (!pObject->bLinear) return pfLayer[aY.ai[0] * tX + aX.ai[0]];
+    float fSum = 0;
+    for (const int y : {0, 1})
+        for (const int x : {0, 1})
+            fSum += aX.Weight(x) * aY.Weight(y) * pfLayer[aY.ai[y] * tX + aX.ai[x]];
+    return fSum;
 }
 
-void* GetTexel(cudaSurfaceObject_t uSurface, int iX, int iY, int iLayer, std::size_t tSize)
+float* GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer)
 {
-    const Object* pObject = FindLayered(uSurface, false);
+    const Object* const pObject = Use(ulSurface, false);
     if (!pObject) return nullptr;
-    cudaArray& rArray = *pObject->pArray;
-    const cudaExtent& rSize = rArray.aSize;
-    const std::size_t tRow = rSize.width * rArray.tElement;
-    if (iX >= 0 && iY >= 0 && iLayer >= 0 && iX % tSize == 0 && tSize == rArray.tElement &&
-        iX + tSize <= tRow && std::size_t(iY) < rSize.height && std::size_t(iLayer) < rSize.depth)
-        return rArray.vuTexels.data() + (iLayer * rSize.height + iY) * tRow + iX;
-    Trap("surface access of %zu bytes at byte %d, row %d, layer %d of %zu x %zu x %zu elements",
-         tSize, iX, iY, iLayer, rSize.width, rSize.height, rSize.depth);
+    const auto& [tX, tY, tLayers] = pObject->pArray->aSize;
+    const std::size_t tTexel = std::size_t(iX) / sizeof(float);  // negative: far outside
+    if (iX % sizeof(float) == 0 && tTexel < tX && std::size_t(iY) < tY &&
+        std::size_t(iLayer) < tLayers)
+        return &pObject->pArray->vfTexels[(iLayer * tY + iY) * tX + tTexel];
+    Trap("surface access at byte %d, row %d, layer %d\n", iX, iY, iLayer);
     return nullptr;
 }
 }  // namespace SoftCuda
 
+using namespace SoftCuda;
+
 cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc* desc,
                               cudaExtent extent, unsigned int flags)
 {
-    const auto Work = [&](CDevice& rDevice)
+    const auto Work = [=](Device& rDevice)
     {
-        const int iBits = desc->x + desc->y + desc->z + desc->w;
-        if (extent.width == 0 || extent.height == 0 || extent.depth == 0 || extent.width > 32768 ||
-            extent.height > 32768 || extent.depth > 2048 || iBits <= 0 || iBits % 8 != 0 ||
-            flags > (cudaArrayLayered | cudaArraySurfaceLoadStore))
+        const auto& [tX, tY, tLayers] = extent;
+        if (tX == 0 || tY == 0 || tLayers == 0 || tX > 32768 || tY > 32768 || tLayers > 2048 ||
+            desc->x != 32 || desc->y != 0)
             return cudaErrorInvalidValue;
-        cudaArray aShape;
-        aShape.aFormat = *desc;
-        aShape.tElement = iBits / 8;
-        aShape.aSize = extent;
-        aShape.uFlags = flags;
-        *array = rDevice.AddArray(aShape);
-        return *array ? cudaSuccess : cudaErrorMemoryAllocation;
-    };
-    return Call(__func__, Current(), Work);
-}
-
-cudaError_t cudaFreeArray(cudaArray_t array)
-{
-    const auto Work = [=](CDevice& rDevice) { rDevice.Free(array, array->vuTexels.size()); };
-    return array ? Call(__func__, OwnerOf(array), Work, true) : cudaSuccess;
-}
-
-cudaError_t cudaCreateTextureObject(cudaTextureObject_t* pTexObject,
-                                    const cudaResourceDesc* pResDesc,
-                                    const cudaTextureDesc* pTexDesc,
-                                    const cudaResourceViewDesc* pResViewDesc)
-{
-    const auto Work = [=](CDevice& rDevice)
-    {
-        const cudaError_t eError = CheckArray(rDevice, *pResDesc);
-        if (eError != cudaSuccess) return eError;
-        const cudaChannelFormatDesc& rFormat = pResDesc->res.array.array->aFormat;
-        if (rFormat.f != cudaChannelFormatKindFloat || rFormat.x != 32 || rFormat.y != 0 ||
-            pTexDesc->addressMode[0] != cudaAddressModeClamp ||
-            pTexDesc->addressMode[1] != cudaAddressModeClamp || pResViewDesc ||
-            pTexDesc->normalizedCoords || pTexDesc->readMode != cudaReadModeElementType)
-            return cudaErrorNotSupported;  // here
-        const bool bLinear = pTexDesc->filterMode == cudaFilterModeLinear;
-        *pTexObject = rDevice.AddObject({pResDesc->res.array.array, true, true, bLinear});
+        const std::size_t tTexels = tX * tY * tLayers, tBytes = tTexels * sizeof(float);
+        if (!rDevice.Take(tBytes)) return cudaErrorMemoryAllocation;
+        const std::vector<float> vfNaNs(tTexels, std::nanf(""));
+        *array =
+            rDevice.Keep(EKind::eArray, tBytes, std::make_shared<cudaArray>(vfNaNs, extent, flags));
         return cudaSuccess;
     };
-    return Call(__func__, Current(), Work);
+    return Call(__func__, Work);
 }
 
-cudaError_t cudaDestroyTextureObject(cudaTextureObject_t texObject)
+cudaError_t cudaCreateTextureObject(cudaTextureObject_t* object, const cudaResourceDesc* resource,
+                                    const cudaTextureDesc* texture, const void*)
 {
-    return DestroyObject(__func__, texObject, true);
+    return AddObject(__func__, object, *resource, texture);
 }
 
-cudaError_t cudaCreateSurfaceObject(cudaSurfaceObject_t* pSurfObject,
-                                    const cudaResourceDesc* pResDesc)
+cudaError_t cudaDestroyTextureObject(cudaTextureObject_t object)
 {
-    const auto Work = [=](CDevice& rDevice)
-    {
-        cudaArray* const pArray = pResDesc->res.array.array;
-        const cudaError_t eError = CheckArray(rDevice, *pResDesc);
-        if (eError != cudaSuccess) return eError;
-        if (!(pArray->uFlags & cudaArraySurfaceLoadStore)) return cudaErrorInvalidValue;
-        *pSurfObject = rDevice.AddObject({pArray, true, false, false});
-        return cudaSuccess;
-    };
-    return Call(__func__, Current(), Work);
+    return DestroyObject(__func__, object, true);
 }
 
-cudaError_t cudaDestroySurfaceObject(cudaSurfaceObject_t surfObject)
+cudaError_t cudaCreateSurfaceObject(cudaSurfaceObject_t* object, const cudaResourceDesc* resource)
 {
-    return DestroyObject(__func__, surfObject, false);
+    return AddObject(__func__, object, *resource, nullptr);
+}
+
+cudaError_t cudaDestroySurfaceObject(cudaSurfaceObject_t object)
+{
+    return DestroyObject(__func__, object, false);
 }

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <map>
 
-#include "Util/Util_Property.h"
 #include "server/Config/ConfigFile.h"
 #include "server/Config/GpuConfig.h"
 
@@ -41,27 +40,19 @@ TEST_F(Config, FileWinsOverTheEnvironment)
 {
     const Variables aEnvironment = {
         {"TALVEN_PORT", "7000"}, {"TALVEN_MEMORY_PCT", "0.7"}, {"TALVEN_DEBUG_VOLUME", "a.mrc"}};
-    const struct
+    const std::string strOwn = "talven-volume.mrc";
+    for (const auto& [pcFile, iPort, fPercent, strVolume] :
+         {std::tuple{"", 7000, 0.7f, std::string("a.mrc")},
+          {"\n", 0, 0.2f, strOwn},  // one slot, no key: a file with entries
+          {"ServerPort=8000\r\n\r\nMemoryPercentage = 50\r\n", 8000, 0.8f, strOwn},
+          {"server port = 8000.9\nServerPort=1\nDebugVolume=b.mrc", 8000, 0.2f, "b.mrc"},
+          {"ServerPort=1e300\nMemoryPercentage=nan", 2147483647, 0.2f, strOwn},
+          {"# ServerPort=8000\nServerPort=80=90", 80, 0.2f, strOwn}})
     {
-        const char* pcFile;
-        int iPort;
-        float fPercent;
-        const char* pcVolume = "talven-volume.mrc";
-    } aCases[] = {
-        {"", 7000, 0.7f, "a.mrc"},
-        {"\n", 0, 0.2f},  // one slot, no key: a file with entries
-        {"ServerPort=8000\r\n\r\nMemoryPercentage = 50\r\n", 8000, 0.8f},
-        {"server port = 8000.9\nServerPort=1\nDebugVolume=b.mrc", 8000, 0.2f, "b.mrc"},
-        {"ServerPort=1e300\nMemoryPercentage=nan", 2147483647, 0.2f},
-        {"# ServerPort=8000\nServerPort=80=90", 80, 0.2f},
-    };
-    for (const auto& rCase : aCases)
-    {
-        SCOPED_TRACE(rCase.pcFile);
-        const CConfigFile aConfig = Load(aEnvironment, rCase.pcFile);
-        EXPECT_EQ(aConfig.GetServerPort(), rCase.iPort);
-        EXPECT_EQ(aConfig.GetMemoryPercent(), rCase.fPercent);
-        EXPECT_EQ(std::filesystem::path(aConfig.GetDebugVolume()).filename(), rCase.pcVolume);
+        const CConfigFile aConfig = Load(aEnvironment, pcFile);
+        EXPECT_EQ(aConfig.GetServerPort(), iPort) << pcFile;
+        EXPECT_EQ(aConfig.GetMemoryPercent(), fPercent) << pcFile;
+        EXPECT_EQ(std::filesystem::path(aConfig.GetDebugVolume()).filename(), strVolume) << pcFile;
     }
 }
 
@@ -99,15 +90,5 @@ TEST_F(Config, BusyListEndsAtTheFirstNumberOutOfRange)
         EXPECT_EQ(rGpus.GetDeviceID(rGpus.GetNumDevices()), -1);
     }
     CGpuConfig::DeleteInstance();
-}
-
-TEST_F(Config, PropertiesReadLines)
-{
-    std::ofstream("p") << "Flag = TRUE\nNo value\nA B=c d\te\n=x\n";
-    const Util_Property aFile("p"), aDirectory(".");
-    EXPECT_EQ(aFile.GetNumEntries() + aDirectory.GetNumEntries(), 5);
-    EXPECT_TRUE(aFile.GetBooleanValue("FLAG"));
-    EXPECT_EQ(aFile.GetStringValue("Novalue"), nullptr);
-    EXPECT_STREQ(aFile.GetStringValue("ab"), "cd\te");
 }
 }  // namespace

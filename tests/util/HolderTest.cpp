@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 #include <limits>
 
 #include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/Recon/Rfactor.h"
-#include "server/Data/Recon/TransformlOp.h"
 #include "server/Data/RemotePacket.h"
 
 namespace
@@ -32,26 +30,6 @@ TEST(ProjData, FindsTheRangesOfValidColumns)
                                                     4, 0, 0, 3, 1, 2, 0, 3, 2, 3, 0, 1};
     EXPECT_TRUE(std::ranges::equal(std::as_const(rProjs).GetRangeX(), vuiExpected));
     CProjData::DeleteInstance();
-}
-
-TEST(AlignOp, TakesTheInfinitiesThatMeanNoLimit)
-{
-    constexpr float fInfinity = std::numeric_limits<float>::infinity();
-    for (int iField = 6; iField <= 15; ++iField)  // the matrix, then scale 0 to 3
-        for (const float fValue : {fInfinity, -fInfinity, std::nanf("")})
-        {
-            CRemotePacket aPacket;
-            EXPECT_TRUE(aPacket.SetOptSize(8));
-            aPacket.SetNthFieldF(iField, fValue);
-            std::string strReason;
-            const bool bNoLimit =
-                (iField == 14 && fValue == fInfinity) || (iField == 15 && fValue == -fInfinity);
-            EXPECT_EQ(
-                CTransformlOp::GetInstance()->HandleTransforml(aPacket).DoIt(aPacket, strReason),
-                bNoLimit)
-                << iField << " " << fValue;
-        }
-    CTransformlOp::DeleteInstance();
 }
 
 TEST(CompareSum, DoesNotDependOnTheOrderOfBands)

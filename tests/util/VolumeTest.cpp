@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <numeric>
 #include <random>
+#include <span>
 
 namespace
 {
@@ -36,13 +36,11 @@ TEST(Volume, LinesAndSlicesTouchTheirSamplesOnly)
     const auto IsSet = [](float f) { return f < 0; };
     EXPECT_EQ(std::count_if(aVolume.GetData(), aVolume.GetData() + 60, IsSet), 3 + 4 + 5);
 
-    std::vector<float> vfSlice(3 * 5);
+    std::vector<float> vfSlice(3 * 5, -1.0f);
     aVolume.GetSliceXZ(vfSlice.data(), 1);
     EXPECT_EQ(vfSlice[3 * 4 + 2], 413);
-    aVolume.SetZero();
-    aVolume.SetSliceXZ(vfSlice.data(), 1);
-    EXPECT_EQ(aVolume.GetSliceXY(4)[3 * 1 + 2], 413);
-    EXPECT_EQ(aVolume.GetSliceXY(4)[3 * 2 + 2], 0);
+    aVolume.SetSliceXZ(vfSlice.data(), 3);
+    EXPECT_EQ(aVolume.GetSliceXY(4)[3 * 3 + 2], 413);
 }
 
 /// Boxes at random places, inside, across and outside the borders, against a plain loop.
@@ -56,39 +54,20 @@ TEST(Volume, ClipsBoxes)
         for (int& rStart : aiStart) rStart = static_cast<int>(aRandom() % 13) - 6;
         for (int& rSize : aiSize) rSize = static_cast<int>(aRandom() % 7) + 1;
         Fill(aVolume, 4, 5, 3);
+        std::vector<float> vfWanted(aVolume.GetData(), aVolume.GetData() + 60);
         aBox.SetSize(aiSize[0], aiSize[1], aiSize[2]);
         aVolume.GetSubVolume(aiStart.data(), aBox);
-        float fInside = 0;
         for (int i = 0; i < int(aBox.GetVoxels()); ++i)
         {
             const int iX = aiStart[0] + i % aiSize[0], iY = aiStart[1] + i / aiSize[0] % aiSize[1];
             const int iZ = aiStart[2] + i / aiSize[0] / aiSize[1];
             const bool bIn = iX >= 0 && iX < 4 && iY >= 0 && iY < 5 && iZ >= 0 && iZ < 3;
             ASSERT_EQ(aBox.GetData()[i], bIn ? 1 + iX + 10 * iY + 100 * iZ : 0);
-            fInside += aBox.GetData()[i];
-            aBox.GetData()[i] *= -1;
+            aBox.GetData()[i] = -1.0f;
+            if (bIn) vfWanted[(iZ * 5 + iY) * 4 + iX] = -1.0f;
         }
-        const float fAll = std::accumulate(aVolume.GetData(), aVolume.GetData() + 60, 0.0f);
         aVolume.SetSubVolume(aiStart.data(), aBox);
-        const float fNow = std::accumulate(aVolume.GetData(), aVolume.GetData() + 60, 0.0f);
-        ASSERT_EQ(fNow, fAll - 2 * fInside);
-        aVolume.GetSubVolume(aiStart.data(), aBox);
-        ASSERT_EQ(std::accumulate(aBox.GetData(), aBox.GetData() + aBox.GetVoxels(), 0.0f),
-                  -fInside);
+        ASSERT_TRUE(std::ranges::equal(vfWanted, std::span(aVolume.GetData(), 60)));
     }
-}
-
-TEST(Volume, BandsOfRowsFitOrStay)
-{
-    Util_Volume aVolume;
-    Fill(aVolume, 3, 6, 2);
-    const auto pBand = aVolume.GetSubVolumeY(2, 3);
-    EXPECT_EQ(pBand->GetSliceXY(1)[1], 122);
-    for (const auto& [iStart, fValue] : {std::pair(4, 51.0f), {3, 41.0f}})  // the first is too far
-    {
-        aVolume.SetSubVolumeY(*pBand, iStart);
-        EXPECT_EQ(aVolume.GetSliceXY(0)[3 * 5], fValue);
-    }
-    EXPECT_EQ(aVolume.GetSliceXY(0)[3 * 2], 21);
 }
 }  // namespace

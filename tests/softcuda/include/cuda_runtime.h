@@ -4,6 +4,206 @@
 // the CPU and on purpose as late, as strict and as unhelpful as the real one may be. The backend's
 // sources are compiled by g++ with this header found first; SoftCuda.h steers it from the tests.
 
-#include "softcuda/Api.h"
-#include "softcuda/DeviceCode.h"
-#include "softcuda/Launch.h"
+#include <cmath>
+#include <concepts>
+#include <cstddef>
+#include <functional>
+#include <type_traits>
+#include <utility>
+
+#define __global__
+#define __device__
+#define __shared__
+#define __grid_constant__
+#define __forceinline__ inline __attribute__((always_inline))
+#define __launch_bounds__(...)
+
+/// Every error this runtime returns: value, name, text.
+#define SOFTCUDA_ERRORS(X)                                                      \
+    X(0, cudaSuccess, "no error")                                               \
+    X(1, cudaErrorInvalidValue, "invalid argument")                             \
+    X(2, cudaErrorMemoryAllocation, "out of memory")                            \
+    X(9, cudaErrorInvalidConfiguration, "invalid configuration argument")       \
+    X(35, cudaErrorInsufficientDriver, "CUDA driver version is insufficient")   \
+    X(100, cudaErrorNoDevice, "no CUDA-capable device is detected")             \
+    X(101, cudaErrorInvalidDevice, "invalid device ordinal")                    \
+    X(214, cudaErrorECCUncorrectable, "uncorrectable ECC error encountered")    \
+    X(400, cudaErrorInvalidResourceHandle, "invalid resource handle")           \
+    X(600, cudaErrorNotReady, "device not ready")                               \
+    X(700, cudaErrorIllegalAddress, "an illegal memory access was encountered") \
+    X(719, cudaErrorLaunchFailure, "unspecified launch failure")                \
+    X(999, cudaErrorUnknown, "unknown error")
+
+#define SOFTCUDA_ENUM(VALUE, NAME, TEXT) NAME = VALUE,
+enum cudaError_t
+{
+    SOFTCUDA_ERRORS(SOFTCUDA_ENUM)
+};
+
+struct uint3
+{
+    unsigned int x = 1, y = 1, z = 1;
+};
+using dim3 = uint3;
+
+using cudaStream_t = struct CUstream_st*;
+using cudaEvent_t = struct CUevent_st*;
+using cudaArray_t = struct cudaArray*;
+using cudaTextureObject_t = unsigned long long;
+using cudaSurfaceObject_t = unsigned long long;
+
+using cudaMemcpyKind = int;
+inline constexpr cudaMemcpyKind cudaMemcpyHostToDevice = 1, cudaMemcpyDeviceToHost = 2;
+inline constexpr cudaMemcpyKind cudaMemcpyDeviceToDevice = 3;
+inline constexpr unsigned int cudaStreamNonBlocking = 1;
+inline constexpr unsigned int cudaEventDefault = 0, cudaEventBlockingSync = 1;
+inline constexpr unsigned int cudaEventDisableTiming = 2;
+inline constexpr unsigned int cudaArrayLayered = 1, cudaArraySurfaceLoadStore = 2;
+// What a description that is all 0 does not say.
+inline constexpr int cudaResourceTypeArray = 1, cudaReadModeElementType = 1;
+inline constexpr int cudaAddressModeClamp = 1, cudaFilterModePoint = 1, cudaFilterModeLinear = 2;
+
+struct cudaDeviceProp  // the fields that are filled
+{
+    char name[256];
+    std::size_t totalGlobalMem;
+    int major, minor, multiProcessorCount;
+};
+struct cudaChannelFormatDesc
+{
+    int x, y, z, w;  // bits
+};
+struct cudaExtent
+{
+    std::size_t width, height, depth;
+};
+struct cudaResourceDesc
+{
+    int resType;
+    struct
+    {
+        struct
+        {
+            cudaArray_t array;
+        } array;
+    } res;
+};
+struct cudaTextureDesc  // the fields that are read
+{
+    int addressMode[3], filterMode, readMode, normalizedCoords;
+};
+struct cudaLaunchConfig_t
+{
+    dim3 gridDim, blockDim;
+    std::size_t dynamicSmemBytes;
+    cudaStream_t stream;
+};
+
+cudaError_t cudaGetDeviceCount(int* count);
+cudaError_t cudaDriverGetVersion(int* driverVersion);
+cudaError_t cudaRuntimeGetVersion(int* runtimeVersion);
+cudaError_t cudaSetDevice(int device);
+cudaError_t cudaGetDevice(int* device);
+cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device);
+cudaError_t cudaMemGetInfo(std::size_t* free, std::size_t* total);
+cudaError_t cudaGetLastError();
+const char* cudaGetErrorName(cudaError_t error);
+const char* cudaGetErrorString(cudaError_t error);
+cudaError_t cudaDeviceSynchronize();
+
+cudaError_t cudaMalloc(void** devPtr, std::size_t size);
+cudaError_t cudaMallocPitch(void** devPtr, std::size_t* pitch, std::size_t width,
+                            std::size_t height);
+cudaError_t cudaFree(void* devPtr);
+cudaError_t cudaMallocHost(void** ptr, std::size_t size);
+cudaError_t cudaFreeHost(void* ptr);
+cudaError_t cudaMemset2DAsync(void* devPtr, std::size_t pitch, int value, std::size_t width,
+                              std::size_t height, cudaStream_t stream);
+cudaError_t cudaMemcpyAsync(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind,
+                            cudaStream_t stream);
+cudaError_t cudaMemcpy2DAsync(void* dst, std::size_t dpitch, const void* src, std::size_t spitch,
+                              std::size_t width, std::size_t height, cudaMemcpyKind kind,
+                              cudaStream_t stream);
+
+cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc* desc,
+                              cudaExtent extent, unsigned int flags);
+cudaError_t cudaFreeArray(cudaArray_t array);
+cudaError_t cudaCreateTextureObject(cudaTextureObject_t* object, const cudaResourceDesc* resource,
+                                    const cudaTextureDesc* texture, const void* view);
+cudaError_t cudaDestroyTextureObject(cudaTextureObject_t object);
+cudaError_t cudaCreateSurfaceObject(cudaSurfaceObject_t* object, const cudaResourceDesc* resource);
+cudaError_t cudaDestroySurfaceObject(cudaSurfaceObject_t object);
+
+cudaError_t cudaStreamCreateWithFlags(cudaStream_t* stream, unsigned int flags);
+cudaError_t cudaStreamDestroy(cudaStream_t stream);
+cudaError_t cudaStreamSynchronize(cudaStream_t stream);
+cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned int flags);
+cudaError_t cudaEventCreateWithFlags(cudaEvent_t* event, unsigned int flags);
+cudaError_t cudaEventDestroy(cudaEvent_t event);
+cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream);
+cudaError_t cudaEventSynchronize(cudaEvent_t event);
+cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t end);
+
+template <class T>
+cudaChannelFormatDesc cudaCreateChannelDesc()
+{
+    static_assert(std::is_same_v<T, float>);
+    return {32, 0, 0, 0};
+}
+
+// What a kernel sees. Dynamic shared memory is the one array s_afShared, declared in the global
+// namespace: extern __shared__ float s_afShared[];
+
+namespace SoftCuda
+{
+/// Queues a launch; fKernel runs the kernel for the CUDA thread that threadIdx and blockIdx name.
+cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKernel);
+
+inline constinit thread_local const uint3* t_pThread = nullptr;
+/// Threads of a block take turns on one thread of the machine: the sanitizer must not see that they
+/// share this pointer.
+[[gnu::no_sanitize("thread")]] inline const uint3& ThisThread()
+{
+    return *t_pThread;
+}
+/// One sample of a layered texture; a bad handle traps and gives 0.
+float Sample(cudaTextureObject_t ulTexture, float fX, float fY, int iLayer);
+/// The texel at byte iX of a row, null (after a trap) outside of the array.
+float* GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer);
+void BlockBarrier();
+}  // namespace SoftCuda
+
+#define threadIdx SoftCuda::ThisThread()
+inline constinit thread_local uint3 blockIdx{};
+inline void __syncthreads()
+{
+    SoftCuda::BlockBarrier();
+}
+
+template <std::same_as<float> T>
+T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer)
+{
+    return SoftCuda::Sample(texture, x, y, layer);
+}
+template <std::same_as<float> T>
+T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer)
+{
+    const float* const pfTexel = SoftCuda::GetTexel(surface, x, y, layer);
+    return pfTexel ? *pfTexel : 0.0f;
+}
+template <std::same_as<float> T>
+void surf2DLayeredwrite(T value, cudaSurfaceObject_t surface, int x, int y, int layer)
+{
+    if (float* const pfTexel = SoftCuda::GetTexel(surface, x, y, layer)) *pfTexel = value;
+}
+
+template <typename... ExpTypes, typename... ActTypes>
+cudaError_t cudaLaunchKernelEx(const cudaLaunchConfig_t* config, void (*kernel)(ExpTypes...),
+                               ActTypes&&... args)
+{
+    static_assert((std::is_trivially_copyable_v<ExpTypes> && ...), "a launch copies bytes");
+    static_assert((sizeof(ExpTypes) + ... + 0) <= 4096, "parameters of a kernel");
+    return [&](ExpTypes... aCoerced) {
+        return SoftCuda::Launch(*config, [=] { kernel(aCoerced...); });
+    }(std::forward<ActTypes>(args)...);
+}
