@@ -16,6 +16,7 @@
 #include "RfactorPlot.h"
 #include "Support.h"
 #include "talven/MrcWriter.h"
+#include "talven/Slices.h"
 
 namespace talven::test
 {
