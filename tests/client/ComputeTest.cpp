@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 #include <numeric>
+#include <sstream>
 
 #include "Lists.h"
 #include "Support.h"
@@ -82,12 +83,12 @@ TEST(ClientCompute, SizesAreLimitedAndCounted)
                                           "volume of 1025 x 1024 x 2048 has 2^31 or more voxels"},
           {{2048, 1024, 1024, 64, 64}, "stack of 2048 x 1024 x 1024 has 2^31 or more pixels"},
           {{1 << 24, 1 << 24, 1, 2147483647, 2147483647}, "stack of"}})
-        EXPECT_TRUE(!CheckJobSize(aSize, false, strError) &&
-                    strError.starts_with("the " + strReason))
+        EXPECT_TRUE(!CheckJobSize(aSize, false, strError) && strError.find(strReason) == 4)
             << strError;
     const std::uint64_t ulFree = GetFreeMemory();
     EXPECT_GT(ulFree, 1u << 20);
-    EXPECT_EQ(CheckJobSize({1024, 1023, 2047, 1024, 2047}, true, strError), ulFree > 17u << 30);
+    const JobSize aLarge = {1024, 1023, 2047, 1024, 2047};
+    EXPECT_EQ(CheckJobSize(aLarge, true, strError), ulFree >= aLarge.GetBytes(1)) << strError;
     EXPECT_EQ(GetBusyDevices(14), "14,15");
     EXPECT_TRUE(FormatBytes(5ul << 10) == "5 kiB" && FormatBytes(3ul << 29) == "1.5 GiB");
     EXPECT_TRUE(FormatSeconds(0.456) == "0.46 s" && FormatSeconds(59.94) == "59.9 s");
@@ -230,20 +231,14 @@ TEST(ClientCompute, ListsAreRead)
     EXPECT_TRUE(Parse("n1,-2.5") && vdNumbers[1] == -2.5);
     EXPECT_TRUE(Parse("g20") && dSigma == 20 && iInterval == 1);
     EXPECT_TRUE(Parse("g2,10") && iInterval == 10);
-    for (const char* pcBad : {"v",      "v0",     "v3-",           "v-3",     "v5-4",
-                              "v1,,2",  "v1-2-3", "v1-2000000000", "v1 ",     "s",
-                              "s0,1",   "s-1",    "s1,2.5",        "s1,",     "n1",
-                              "n1,2,3", "n1,inf", "n1,x",          "g",       "g0",
-                              "g-1",    "gnan",   "g21",           "g1,0",    "g1,",
-                              "g1,2.5", "g1,2,3", "r1,0.5:2",      "r",       "r-1",
-                              "rx,1,1", "r1:nan", "r1:-1",         "r1:2:3",  "h:80",
-                              "hbox:",  "hbox:0", "hbox:70000",    "hbox:8x", "h"})
-        EXPECT_FALSE(Parse(pcBad)) << pcBad;
-    for (const auto& [pcText, pcHost, iPort] : {std::tuple{"box:65535", "box", 65535},
-                                                {"box", "box", 20248},
-                                                {"[::1]:80", "::1", 80},
-                                                {"[::1]", "::1", 20248}})
-        EXPECT_TRUE(ParseServer(pcText, strHost, usPort) && strHost == pcHost && usPort == iPort);
+    std::istringstream aBad(
+        "v v0 v3- v-3 v5-4 v1,,2 v1-2-3 v1-2000000000 v1x s s0,1 s-1 s1,2.5 s1, n1 n1,2,3 n1,inf "
+        "n1,x g g0 g-1 gnan g21 g1,0 g1, g1,2.5 g1,2,3 r1,0.5:2 r r-1 rx,1,1 r1:nan r1:-1 r1:2:3 "
+        "h:80 hbox: hbox:0 hbox:70000 hbox:8x h");
+    for (std::string strBad; aBad >> strBad;) EXPECT_FALSE(Parse(strBad)) << strBad;
+    EXPECT_TRUE(Parse("hbox") && strHost == "box" && usPort == 20248);
+    EXPECT_TRUE(Parse("h[::1]:65535") && strHost == "::1" && usPort == 65535);
+    EXPECT_TRUE(Parse("h[::1]") && strHost == "::1" && usPort == 20248);
 }
 
 }  // namespace

@@ -67,10 +67,7 @@ TEST(ClientSession, ARefusalIsNamedAndTheSessionGoesOn)
     const auto Set = [&](int i) { return rSession.SetProjection(i, vfImage); };
     ASSERT_TRUE(rSession.SetStackSize(4, 3, Floats(2)) && rSession.SetVolumeSize(4, 3, 2));
     const std::pair<const char*, std::function<bool()>> aCases[] = {
-        {"PROJSIZE", [&] { return rSession.SetStackSize(70000, 70000, Floats(1000)); }},
         {"PROJSET 8", [&] { return Set(8) && Set(9) && rSession.Flush(); }},
-        {"VOLSET 9", [&] { return rSession.SetSlice(9, vfImage) && rSession.Reproject(); }},
-        {"MPROJSET 1", [&] { return rSession.SetMeasured(1, vfImage) && rSession.Flush(); }},
         {"COMPARE", [&] { return rSession.Compare(1, 0, g_aIdentity, {}, aSums); }},
         {"RECONSTATGET", [&] { return rSession.GetRfactors(9, aRfactors); }},
         {"VOLGET 2", [&] { return rSession.GetSlices(4, 12, Ignore); }},
