@@ -78,17 +78,15 @@ protected:
     ClientProgram()
     {
         std::filesystem::create_directory(m_aDir / "tmp");
+        WriteFile(m_aDir / "err.txt", "");
+        mRun(
+            "phantom ph --size 90,43 --thickness 36 --angles -60,60,3 --beads 4 --seed 3 "
+            "--pixel 7");
         WriteFile(m_aDir / "rec.mrc", "precious");
     }
     ~ClientProgram() override
     {
         EXPECT_TRUE(std::filesystem::is_empty(m_aDir / "tmp")) << "a private server left something";
-    }
-    void mMakePhantom()
-    {
-        mRun(
-            "phantom ph --size 90,43 --thickness 36 --angles -60,60,3 --beads 4 --seed 3 "
-            "--pixel 7");
     }
     void mWrite(const std::string& strName, int iX, int iY, const std::vector<Floats>& rSections)
     {
@@ -111,6 +109,8 @@ protected:
             "cd " + m_aDir / "" + "; export LSAN_OPTIONS=print_suppressions=0 TMPDIR=$PWD/tmp " +
             "TALVEN_SERVER=" TALVEN_SERVER_PROGRAM "; exec >out.txt 2>" + strErrors + "; " +
             strSetup + "; exec " TALVEN_PROGRAM " " + strArgs;
+        WriteFile(m_aDir / "out.txt", "");
+        m_iFiles = m_aDir.CountFiles();
         const pid_t iChild = fork();
         if (iChild == 0) execl("/bin/sh", "sh", "-c", strScript.c_str(), nullptr);
         return iChild;
@@ -148,14 +148,13 @@ protected:
     CTempDir m_aDir;
     CMrcReader m_aReader;
     std::string m_strOut, m_strErr;
-    int m_iFiles = 0;
+    int m_iFiles = 0;  // before the last start
     const std::string m_strRecon =
         "reconstruct --tilts ph.mrc --angles ph.tlt --thickness 36 -o rec.mrc ";
 };
 
 TEST_F(ClientProgram, APhantomComesBackWithAllFurtherResults)
 {
-    mMakePhantom();
     const json aJson =
         mJson(m_strRecon +
               "--reference ph_truth.mrc --subsets 40 --exclude 2 --iterations 5 --preview p.png "
@@ -259,7 +258,6 @@ TEST_F(ClientProgram, EveryOptionReachesTheServer)
 
 TEST_F(ClientProgram, ADriftIsFoundAndTakenOut)
 {
-    mMakePhantom();
     mRun("transform --measured ph.mrc --matrix 1,0,0,1,-3,2 -o raw.mrc");
     EXPECT_NE(m_strOut.find(": 7.83 % of the pixels missing, "), std::string::npos) << m_strOut;
     const std::string strCompare = "compare --measured raw.mrc --aligned ph.mrc --search ";
@@ -283,10 +281,7 @@ TEST_F(ClientProgram, ADriftIsFoundAndTakenOut)
 constexpr std::pair<const char*, const char*> g_aRefused[] = {
     {"2", ""},
     {"2--angles", "reconstruct --tilts ph.mrc"},
-    {"2--exclude: expected views counted from 1", "Reconstruct --exclude 3-"},
     {"2--relaxation: expected R, R1,R2", "Reconstruct --relaxation fast"},
-    {"2--smooth: expected SIGMA", "Reconstruct --smooth 0"},
-    {"2--subset", "Reconstruct --subsets 2 --subset-sizes 2,3"},
     {"2--devices", "Reconstruct --server h:1 --devices 1"},
     {"2expected HOST:PORT", "Reconstruct --server h:0"},
     {"1cannot reach a server at 127.0.0.1:1", "Reconstruct --server 127.0.0.1:1"},
@@ -320,10 +315,8 @@ constexpr std::pair<const char*, const char*> g_aRefused[] = {
 
 TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
 {
-    mMakePhantom();
     WriteFile(m_aDir / "one.txt", "1 0 0 1 0 0\n");
     mWrite("hole.mrc", 90, 43, {Floats(90 * 43, -1e30f)});
-    m_iFiles = m_aDir.CountFiles();
     const auto Usual = [&](std::string strArgs)
     {
         for (const auto& [strShort, strLong] : std::map<std::string, std::string>{
@@ -348,8 +341,6 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
 
 TEST_F(ClientProgram, AnInterruptOrADeadServerLeavesNothing)
 {
-    mMakePhantom();
-    m_iFiles = m_aDir.CountFiles();
     // The client interrupted, its server dead, the client dead.
     for (const int iCase : {0, 1, 2})
     {
@@ -384,7 +375,6 @@ TEST_F(ClientProgram, AnInterruptOrADeadServerLeavesNothing)
 
 TEST_F(ClientProgram, AServerOfOneselfServesManyClients)
 {
-    mMakePhantom();
     const std::string strPort = std::to_string(20000 + getpid() % 20000);
     const pid_t iServer =
         mStart("serve --port " + strPort + " --bind 127.0.0.1 --devices 1", "exec >serve.txt");
@@ -392,8 +382,9 @@ TEST_F(ClientProgram, AServerOfOneselfServesManyClients)
     ASSERT_TRUE(Eventually([&] { return mWait(mStart("info" + strServer)) == 0; })) << m_strErr;
     EXPECT_NE(m_strOut.find(" of device memory for jobs"), std::string::npos) << m_strOut;
     EXPECT_GT(mJson("info" + strServer)["memory_bytes"], 1 << 20);
-    EXPECT_NE(ReadFile(m_aDir / "serve.txt").find("GPU 0 is used"), std::string::npos);
-    EXPECT_EQ(ReadFile(m_aDir / "serve.txt").find("GPU 1 is used"), std::string::npos);
+    const std::string strConsole = ReadFile(m_aDir / "serve.txt");
+    EXPECT_TRUE(strConsole.find("GPU 0 is used") < strConsole.size() &&
+                strConsole.find("GPU 1 is used") > strConsole.size());
     // A box changes the result, and does not stay for the next client.
     std::vector<Floats> avfVolumes;
     for (const char* pcBox : {"", " --weight-box 0,0,30,9", ""})
@@ -408,7 +399,6 @@ TEST_F(ClientProgram, AServerOfOneselfServesManyClients)
 
 TEST_F(ClientProgram, ProgressIsShownOnATerminal)
 {
-    mMakePhantom();
     int iMaster = -1, iTerminal = -1;
     char acName[99];
     ASSERT_EQ(openpty(&iMaster, &iTerminal, acName, nullptr, nullptr), 0);

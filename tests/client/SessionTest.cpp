@@ -85,37 +85,21 @@ TEST(ClientSession, ARefusalIsNamedAndTheSessionGoesOn)
     EXPECT_EQ(aSums.fCount, -1) << "sums of a refused comparison";
 }
 
-/// Sends bytes to its client, whatever that asks for, and leaves; or keeps silent.
-class CCannedServer
+/// Opens a session with a server that sends these bytes, whatever it is asked for, and leaves; or
+/// keeps silent when there are none. Its sockets stay until the tests end.
+bool OpenCanned(CSession& rSession, const std::string& strReplies)
 {
-public:
-    CCannedServer()
-    {
-        sockaddr_in aAddress{};
-        socklen_t iBytes = sizeof(aAddress);
-        EXPECT_EQ(listen(m_iListening, 1), 0);
-        getsockname(m_iListening, reinterpret_cast<sockaddr*>(&aAddress), &iBytes);
-        m_usPort = ntohs(aAddress.sin_port);
-    }
-    ~CCannedServer()
-    {
-        close(m_iListening);
-        if (m_iClient != -1) close(m_iClient);
-    }
-    CCannedServer(const CCannedServer&) = delete;
-    CCannedServer& operator=(const CCannedServer&) = delete;
-    bool Accept(CSession& rSession) { return rSession.Open("127.0.0.1", m_usPort, 5s); }
-    void Answer(const std::string& strBytes)
-    {
-        m_iClient = accept(m_iListening, nullptr, nullptr);
-        EXPECT_EQ(send(m_iClient, strBytes.data(), strBytes.size(), 0), ssize_t(strBytes.size()));
-        shutdown(m_iClient, SHUT_WR);
-    }
-
-private:
-    int m_iListening = socket(AF_INET, SOCK_STREAM, 0), m_iClient = -1;
-    std::uint16_t m_usPort = 0;
-};
+    const int iListening = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in aAddress{};
+    socklen_t iBytes = sizeof(aAddress);
+    EXPECT_EQ(listen(iListening, 1), 0);
+    getsockname(iListening, reinterpret_cast<sockaddr*>(&aAddress), &iBytes);
+    if (!rSession.Open("127.0.0.1", ntohs(aAddress.sin_port), 5s)) return false;
+    if (strReplies.empty()) return true;
+    const int iClient = accept(iListening, nullptr, nullptr);
+    return send(iClient, strReplies.data(), strReplies.size(), 0) == ssize_t(strReplies.size()) &&
+           shutdown(iClient, SHUT_WR) == 0;
+}
 
 /// A header of an answer, and data.
 std::string Reply(EMsg eType, std::uint32_t uiSerial, std::uint32_t uiParent, std::uint32_t uiBytes,
@@ -153,13 +137,11 @@ TEST(ClientSession, BrokenAnswersEndIt)
              {Data(16, {1, 2, 3, 4}), 2, ""},
              {Data(0), 0, ""}})
     {
-        CCannedServer aServer;
         CSession aSession;
         std::uint64_t ulMemory = 0;
         std::vector<RfactorSums> aRfactors;
         CompareSums aSums;
-        ASSERT_TRUE(aServer.Accept(aSession)) << aSession.GetError();
-        aServer.Answer(strReplies);
+        ASSERT_TRUE(OpenCanned(aSession, strReplies)) << aSession.GetError();
         const bool bDone =
             aSession.SetVolumeSize(2, 1, 1) &&
             (iRequest == 0   ? aSession.GetServerMemory(ulMemory)
@@ -177,14 +159,14 @@ TEST(ClientSession, WaitsEnd)
 {
     const int iTimer = timerfd_create(CLOCK_MONOTONIC, 0);
     const itimerspec aSoon = {{}, {0, 50'000'000}};
-    CCannedServer aSilent;  // as one that serves somebody else
     CSession aSession;
     std::uint64_t ulMemory = 0;
     aSession.SetInterruptFd(iTimer);
-    ASSERT_TRUE(aSilent.Accept(aSession) && timerfd_settime(iTimer, 0, &aSoon, nullptr) == 0);
+    ASSERT_TRUE(OpenCanned(aSession, "")) << "a server that is busy with somebody else";
+    ASSERT_EQ(timerfd_settime(iTimer, 0, &aSoon, nullptr), 0);
     EXPECT_FALSE(aSession.GetServerMemory(ulMemory));
     EXPECT_TRUE(aSession.WasInterrupted()) << aSession.GetError();
-    EXPECT_FALSE(aSilent.Accept(aSession));
+    EXPECT_FALSE(OpenCanned(aSession, ""));
     EXPECT_EQ(aSession.GetError(), "interrupted") << "before it began";
     close(iTimer);
     aSession.SetInterruptFd(-1);
