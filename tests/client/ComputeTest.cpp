@@ -9,8 +9,9 @@
 #include "Lists.h"
 #include "Support.h"
 #include "talven/Agreement.h"
+#include "talven/Memory.h"
 #include "talven/Phantom.h"
-#include "talven/ReconPlan.h"
+#include "talven/Schedule.h"
 #include "talven/SectionMaps.h"
 #include "talven/ServerLink.h"
 #include "talven/ShiftSearch.h"
@@ -30,31 +31,6 @@ TEST(ClientCompute, EverySubsetSpreadsOverTheTiltRange)
               (Words{6, 2, 0, 5, 3, 1, 4, 7}));
     EXPECT_EQ(InterleaveSubsets(vuiAll, vfAngles, Words{4, 2}), (Words{6, 0, 4, 1, 3, 2, 5, 7}))
         << "what no subset takes comes last";
-}
-
-TEST(ClientCompute, APlanIsWhatWasAskedFor)
-{
-    ReconPlan aPlan;
-    ReconRequest aRequest;
-    std::string strError;
-    EXPECT_TRUE(MakeReconPlan(aRequest, 6, 4, Floats(61), aPlan, strError)) << strError;
-    EXPECT_EQ(aPlan.DescribeMethod(), "SART, 10 iterations, 10 subsets");
-    aRequest.iThickness = 3;
-    aRequest.viExclude = {1};
-    aRequest.iSubsets = 2;
-    aRequest.iWidth = 9;
-    aRequest.dSmoothSigma = 0.7;
-    aRequest.iSmoothInterval = 5;
-    const Floats vfAngles = {-5, -3, -1, 1, 3};
-    EXPECT_TRUE(MakeReconPlan(aRequest, 6, 4, vfAngles, aPlan, strError)) << strError;
-    EXPECT_EQ(aPlan.viViews, (std::vector<int>{0, 2, 3, 4}));
-    EXPECT_EQ(aPlan.vfAngles, (Floats{-5, -1, 1, 3}));
-    EXPECT_EQ(aPlan.vuiOrder, (Words{0, 2, 1, 3})) << "{-5, 1} and {-1, 3}";
-    EXPECT_EQ(aPlan.aOptions.vfRelax, Floats(20, 1));
-    EXPECT_TRUE(aPlan.iSmoothInterval == 5 && aPlan.aSmoothKernel.iSize == 7);
-    const JobSize& rSize = aPlan.aSize;
-    EXPECT_TRUE(rSize.iProjX == 6 && rSize.iProjY == 4 && rSize.iProjs == 4 && rSize.iVolX == 9 &&
-                rSize.iVolZ == 3 && rSize.bSmooth);
 }
 
 TEST(ClientCompute, KernelsAreNormalisedGaussians)

@@ -206,12 +206,13 @@ TEST_F(ClientProgram, EveryOptionReachesTheServer)
     // From 8: to 6 by a half, to 13, to 10.75 by a quarter, to 13.0625; and so on.
     for (const auto& [strArgs, dValue] : std::vector<std::pair<std::string, double>>{
              {"--include 1-2 --subset-sizes 1,1 --relaxation 0.5,0.25 --iterations 2", 13.0625},
-             {"--include 1-2 --subsets 2 --relaxation 0.5:0.5 --iterations 2", 13.0625},
-             {"--subset-sizes 1,2 --relaxation 0.5 --iterations 1", 23},
+             {"--exclude 3 --subsets 2 --relaxation 0.5:0.5 --iterations 2", 13.0625},
+             {"--subset-sizes 1,2 --relaxation 0.5 --iterations 1 --order given", 23},
+             {"--subsets 3 --relaxation 0.5 --iterations 1", 26.5},
              {"--exclude 1 --method em --subsets 1 --iterations 1", 40},
              {"--exclude 3 --method bp", 20}})
     {
-        const json aJson = mJson(strStart + "1 --order given --initial-volume i.mrc " + strArgs);
+        const json aJson = mJson(strStart + "1 --initial-volume i.mrc " + strArgs);
         EXPECT_NEAR(mRead("v.mrc").at(5), dValue, 1e-3) << strArgs;
         EXPECT_TRUE(dValue > 14 || std::fabs(aJson["rfactors"][1].get<double>() - 2 / 3.) < 1e-5);
     }
