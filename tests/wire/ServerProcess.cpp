@@ -18,14 +18,6 @@
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-int CountIn(const std::string& strText, const std::string& strWanted)
-{
-    int iCount = 0;
-    for (std::size_t t = 0; (t = strText.find(strWanted, t)) != std::string::npos; ++iCount)
-        t += strWanted.size();
-    return iCount;
-}
-
 std::string ReadText(const fs::path& rPath)
 {
     std::ifstream aFile(rPath);
@@ -121,7 +113,10 @@ std::string CServerProcess::GetLog() const
 
 int CServerProcess::Count(const std::string& strText) const
 {
-    return CountIn(GetOutput(), strText);
+    const std::string strOutput = GetOutput();
+    int iCount = 0;
+    for (std::size_t t = 0; (t = strOutput.find(strText, t)) != std::string::npos; ++iCount) ++t;
+    return iCount;
 }
 
 bool CServerProcess::WaitFor(const std::string& strText, int iTimes) const
