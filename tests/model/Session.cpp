@@ -21,7 +21,7 @@ bool CSession::Run()
     bool bGoesOn = m_rClient.IsConnected() ? mGreet() : mWrong("no connection");
     for (int i = m_r.Magnitude(4, 150); bGoesOn && i > 0 && !m_r.IsOver(); --i) bGoesOn = mStep();
     if (bGoesOn) mLeave();
-    if (m_rClient.IsCut()) ++m_rTally.ulCut;
+    if (m_rClient.IsCut()) m_rTally.Note(eCut);
     return m_strError.empty();
 }
 
@@ -70,7 +70,7 @@ bool CSession::mSpoil()
     if (m_r.Chance(30)) m_rClient.SendHeader({m_r.Word() % 30}, 0xffffffffu);
     m_rClient.SendBytes(vuiGarbage.data(), 4 * vuiGarbage.size() - m_r.Word() % 4);
     m_rClient.CutAfter(0, m_bCutResets);
-    ++m_rTally.ulGarbage;
+    m_rTally.Note(eGarbage);
     return false;
 }
 
@@ -79,7 +79,7 @@ bool CSession::mSend(const Request& rRequest, std::span<float> fTarget)
     m_rClient.SetSwap(m_rModel.bSwap);
     Pending aPending = {rRequest, m_rModel.Serve(rRequest), fTarget};
     aPending.bSwap = m_rModel.bSwap;
-    ++m_rTally.ulRequests;
+    m_rTally.Note(eRequests);
     if (m_rTally.bTrace) std::puts(::ToText(rRequest).c_str());
     const bool bSent = m_rClient.Send(rRequest);
     aPending.uiSerial = m_rClient.GetLastSerial();
