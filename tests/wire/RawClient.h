@@ -19,8 +19,8 @@ struct Packet
 class CRawClient
 {
 public:
-    /// Connects, trying again every 20 ms.
-    explicit CRawClient(int iPort, const char* pcAddress = "127.0.0.1", int iTries = 500);
+    /// Connects, trying for 10 s.
+    explicit CRawClient(int iPort);
     /// Takes over a socket that is connected.
     struct Socket
     {
