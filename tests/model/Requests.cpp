@@ -6,10 +6,7 @@
 
 namespace
 {
-std::uint32_t Word(int iValue)
-{
-    return static_cast<std::uint32_t>(iValue);
-}
+constexpr auto Word = [](int iValue) { return static_cast<std::uint32_t>(iValue); };
 
 void Append(const std::vector<float>& rValues, Words& rWords)
 {
@@ -37,9 +34,9 @@ std::span<const CGenerator::Maker> CGenerator::mMakers()
 
 void CGenerator::mPoison(std::vector<float>& rValues)
 {
-    if (rValues.empty() || !m_r.Chance(3)) return;
+    if (rValues.empty() || !m_r.Chance(5)) return;
     rValues[std::size_t(m_r.Int(0, int(rValues.size()) - 1))] =
-        m_r.Pick({NAN, NAN, HUGE_VALF, 1e38f});
+        m_r.Pick({NAN, HUGE_VALF, -HUGE_VALF, 1e38f});
 }
 
 Request CGenerator::mByteOrder(const Planned&)
@@ -144,7 +141,7 @@ Request CGenerator::mSetOp(const Planned&)
 Request CGenerator::mReconOpt(const Planned&)
 {
     if (m_r.Chance(20)) return {Msg::eReconOpt, {0, 5, 5, 5}, {1, 2}};  // back projection
-    const int iIterations = m_r.Int(1, 5), iSets = m_r.Int(1, 4);
+    const int iIterations = m_r.Pick({1, 2, 3, 5, 8}), iSets = m_r.Int(1, 4);
     const std::uint32_t uiMethod = m_r.Pick({1u, 1u, 2u, 2u, 3u});
     Request aRequest = {Msg::eReconOpt, {uiMethod, Word(iIterations), Word(iSets), 0, 1}};
     for (int s = 0; s < iSets; ++s) aRequest.vuiData.push_back(Word(m_r.Int(1, 6)));
