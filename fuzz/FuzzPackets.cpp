@@ -140,20 +140,16 @@ void PacketRun::CheckWriting()
     }
 }
 
-/// Sends a block of zeros, or lent floats, with the header that came.
+/// Sends a block of zeros with the header that came.
 void PacketRun::Echo()
 {
-    const std::uint32_t uiBytes = auiFields[9] % g_uiMaxOutput;
-    const bool bLends = auiFields[10] % 2 != 0;
-    std::vector<float> vfLent(bLends ? uiBytes / 4 : 0, 1.5f);
-    Expect(bLends ? aPacket.LendData4(vfLent) : aPacket.SetOptSize(uiBytes), "data of our own");
-    vData = bLends ? SwappedUnits(std::as_bytes(std::span(vfLent)), 4) : Bytes(uiBytes);
+    vData.assign(auiFields[9] % g_uiMaxOutput, std::byte{0});
+    Expect(aPacket.SetOptSize(std::uint32_t(vData.size())), "a block of zeros");
     for (int n = 0; n < 16; ++n) auiFields[std::size_t(n)] = aPacket.GetNthField(n);
     Expect(aPacket.SendToClient() == (auiFields[0] != CMsgConst::INVALID), "sent or not");
     if (auiFields[0] != CMsgConst::INVALID && auiFields[0] != CMsgConst::NORESPONSE)
         for (const Bytes& rPart : {SwappedUnits(std::as_bytes(std::span(auiFields)), 4), vData})
             vOutput.insert(vOutput.end(), rPart.begin(), rPart.end());
-    if (bLends) aPacket.ClearData();
 }
 
 }  // namespace

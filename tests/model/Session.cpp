@@ -4,15 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-namespace
-{
-std::string ToText(const char* pcWhat, std::size_t n, std::uint64_t ulGot, std::uint64_t ulExpected)
-{
-    return std::string(pcWhat) + ' ' + std::to_string(n) + " is " + std::to_string(ulGot) +
-           ", not " + std::to_string(ulExpected);
-}
-}  // namespace
-
 bool CSession::Run()
 {
     m_bCutResets = m_r.Chance(50);
@@ -41,7 +32,6 @@ bool CSession::mGreet()
 
 bool CSession::mStep()
 {
-    if (m_r.Int(0, 399) == 399) return mSpoil();
     const Request aRequest = m_aGenerator.Next();
     if (IsJob(aRequest.uiType)) return mServeJob(aRequest);
     if (!mSend(aRequest)) return false;
@@ -58,20 +48,6 @@ bool CSession::mLeave()
     const std::uint32_t uiType = m_r.Pick({Msg::eQuit, Msg::eInvalid});
     if (!mSend({uiType}) || !mReceive()) return false;
     return m_rClient.IsCut() || m_rClient.IsClosedByPeer() || mWrong("the server does not hang up");
-}
-
-/// Words that nobody understands, or more data than ever comes; only this session may end of it.
-bool CSession::mSpoil()
-{
-    if (!mSettle()) return false;
-    Words vuiGarbage(std::size_t(m_r.Int(1, 200)));
-    for (std::uint32_t& rWord : vuiGarbage)  // never a size that the server could grant
-        rWord = m_r.Chance(70) ? m_r.Word() % 32 : m_r.Word() | 0x80000000u;
-    if (m_r.Chance(30)) m_rClient.SendHeader({m_r.Word() % 30}, 0xffffffffu);
-    m_rClient.SendBytes(vuiGarbage.data(), 4 * vuiGarbage.size() - m_r.Word() % 4);
-    m_rClient.CutAfter(0, m_bCutResets);
-    m_rTally.Note(eGarbage);
-    return false;
 }
 
 bool CSession::mSend(const Request& rRequest, std::span<float> fTarget)
@@ -131,6 +107,8 @@ bool CSession::mCheckReply(Pending& rPending)
 /// The first word that is not as expected, empty when there is none.
 std::string CSession::mFindFault(const Pending& rPending) const
 {
+    const auto Differs = [](std::uint32_t uiGot, std::uint32_t uiExpected)
+    { return " is " + std::to_string(uiGot) + ", not " + std::to_string(uiExpected); };
     const Expected& rExpected = rPending.aExpected;
     const bool bQuit = rExpected.pKind->uiReply == Msg::eQuit, bTarget = !rPending.fTarget.empty();
     const std::size_t tWords = bTarget ? rPending.fTarget.size() : rExpected.vuiData.size();
@@ -144,12 +122,13 @@ std::string CSession::mFindFault(const Pending& rPending) const
     for (int n = 6; bQuit && n < 16; ++n) vFields.emplace_back(n, 0);
     for (const auto& [n, uiWord] : vFields)
         if (m_aReply.Field(n) != uiWord)
-            return ToText("word", std::size_t(n), m_aReply.Field(n), uiWord);
+            return "word " + std::to_string(n) + Differs(m_aReply.Field(n), uiWord);
     for (std::size_t k = 0; !bTarget && rExpected.bDone && k < tWords; ++k)
         if (m_aReply.vuiData[k] != rExpected.vuiData[k])
-            return ToText("data word", k, m_aReply.vuiData[k], rExpected.vuiData[k]);
+            return "data word " + std::to_string(k) +
+                   Differs(m_aReply.vuiData[k], rExpected.vuiData[k]);
     if (rPending.aRequest.uiType == Msg::eCompReply && m_aReply.Field(6) > 600000)
-        return ToText("word", 6, m_aReply.Field(6), 0);
+        return "word 6" + Differs(m_aReply.Field(6), 0);
     return {};
 }
 

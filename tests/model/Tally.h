@@ -11,8 +11,7 @@ enum ECheck
     eSessions,
     eRequests,
     eRefused,
-    eCut,      // sessions cut short
-    eGarbage,  // of them after garbage
+    eCut,  // sessions cut short
     eBackProjected,
     eReprojected,
     eSartRun,
@@ -26,10 +25,20 @@ enum ECheck
     eChecks
 };
 
-inline constexpr const char* g_apcChecks[eChecks] = {
-    "sessions",           "requests",      "refusals",     "cut short",  "  of them after garbage",
-    "back projections",   "reprojections", "SART",         "EM",         "  of them smoothed",
-    "  of them in doubt", "  not judged",  "not followed", "transforms", "compares"};
+inline constexpr const char* g_apcChecks[eChecks] = {"sessions",
+                                                     "requests",
+                                                     "refusals",
+                                                     "cut short",
+                                                     "back projections",
+                                                     "reprojections",
+                                                     "SART",
+                                                     "EM",
+                                                     "  of them smoothed",
+                                                     "  of them in doubt",
+                                                     "  not judged",
+                                                     "not followed",
+                                                     "transforms",
+                                                     "compares"};
 
 /// The counts of all clients.
 struct Tally
