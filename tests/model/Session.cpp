@@ -94,8 +94,6 @@ bool CSession::mCheckReply(Pending& rPending)
     m_uiServerSerial = m_aReply.Field(1);
     if (!rExpected.bDone) m_rTally.Note(eRefused);
     if (!rExpected.bDone) m_strRefused += std::string("Error: ") + rExpected.pKind->pcName + ": \n";
-    if (rPending.aRequest.uiType == Msg::eServerProp)
-        m_rModel.auiProp = {m_aReply.Field(6), m_aReply.Field(7)};
     if (rPending.aRequest.uiType == Msg::eCompReply)
         std::copy_n(&m_aReply.auiFields[7], 8, m_rModel.auiSums.emplace().begin());
     if (rExpected.bDone && !rPending.fTarget.empty())

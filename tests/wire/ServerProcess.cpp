@@ -13,7 +13,6 @@
 #include <fstream>
 #include <iterator>
 #include <thread>
-#include <vector>
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
@@ -54,16 +53,8 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
         if (const char* pcValue = std::getenv(pcKept)) aEnvironment[pcKept] = pcValue;
     for (const auto& [strKey, strValue] : rExtra) aEnvironment[strKey] = strValue;
     m_iPort = std::atoi(aEnvironment["TALVEN_PORT"].c_str());
-    std::vector<std::string> vstrEntries;
-    for (const auto& [strKey, strValue] : aEnvironment)
-        if (!strValue.empty()) vstrEntries.push_back(strKey + "=" + strValue);
-    std::vector<char*> vpcEnvironment;
-    for (std::string& rEntry : vstrEntries) vpcEnvironment.push_back(rEntry.data());
-    vpcEnvironment.push_back(nullptr);
     const std::string strOutput = (m_aHome / "output.txt").string();
     const std::string strProgram = m_strProgram.empty() ? TALVEN_SERVER_PATH : m_strProgram;
-    char acName[] = "talven-server";
-    char* apcArguments[] = {acName, nullptr};
 
     m_iCode = -1;
     m_iPid = fork();
@@ -75,7 +66,10 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
     if (chdir(m_aHome.c_str()) != 0) _exit(126);
     if (fInChild) fInChild();
     close_range(3, ~0u, 0);  // what this program has open is no business of the server
-    execve(strProgram.c_str(), apcArguments, vpcEnvironment.data());
+    clearenv();
+    for (const auto& [strKey, strValue] : aEnvironment)
+        if (!strValue.empty()) setenv(strKey.c_str(), strValue.c_str(), 1);
+    execl(strProgram.c_str(), "talven-server", nullptr);
     _exit(127);
 }
 
