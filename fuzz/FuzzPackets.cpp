@@ -11,13 +11,11 @@
 
 #include "Util/Util_Memory.h"
 #include "Util/Util_TcpServer.h"
-#include "Util/Util_Volume.h"
 #include "fuzz/Target.h"
 #include "server/Data/ByteOrder.h"
 #include "server/Data/Continuation.h"
 #include "server/Data/Recon/VolData.h"
 #include "server/Data/RemotePacket.h"
-#include "server/Data/RspUtil.h"
 
 namespace
 {
@@ -61,7 +59,6 @@ struct PacketRun
     void CheckAccess();
     void CheckWriting();
     void Echo();
-    void Respond();
 };
 
 /// Slices go straight into the volume, other data into the packet.
@@ -104,7 +101,6 @@ void PacketRun::Use(std::uint8_t uiCommand)
     if (auiFields[0] == CMsgConst::VOLSIZE)
         static_cast<void>(CVolData::GetInstance()->HandleVolSize(aPacket).DoIt(aPacket, strReason));
     if ((uiCommand & 4) != 0) CheckAccess();
-    if ((uiCommand & 8) != 0) Respond();
     if ((uiCommand & 16) != 0) CheckWriting();
     if ((uiCommand & 32) != 0) Echo();
     if (auiFields[0] == CMsgConst::BYTEORDER || (uiCommand & 64) != 0)
@@ -144,36 +140,18 @@ void PacketRun::CheckWriting()
     }
 }
 
-/// Sends a block of zeros, or lent floats, with the header that came.
+/// Sends a block of zeros with the header that came.
 void PacketRun::Echo()
 {
-    const std::uint32_t uiBytes = auiFields[9] % g_uiMaxOutput;
-    const bool bLends = auiFields[10] % 2 != 0;
-    std::vector<float> vfLent(bLends ? uiBytes / 4 : 0, 1.5f);
-    Expect(bLends ? aPacket.LendData4(vfLent) : aPacket.SetOptSize(uiBytes), "data of our own");
-    vData = bLends ? SwappedUnits(std::as_bytes(std::span(vfLent)), 4) : Bytes(uiBytes);
+    vData.assign(auiFields[9] % g_uiMaxOutput, std::byte{0});
+    Expect(aPacket.SetOptSize(std::uint32_t(vData.size())), "a block of zeros");
     for (int n = 0; n < 16; ++n) auiFields[std::size_t(n)] = aPacket.GetNthField(n);
     Expect(aPacket.SendToClient() == (auiFields[0] != CMsgConst::INVALID), "sent or not");
     if (auiFields[0] != CMsgConst::INVALID && auiFields[0] != CMsgConst::NORESPONSE)
         for (const Bytes& rPart : {SwappedUnits(std::as_bytes(std::span(auiFields)), 4), vData})
             vOutput.insert(vOutput.end(), rPart.begin(), rPart.end());
-    if (bLends) aPacket.ClearData();
 }
 
-/// The response as packets of its own, which must say whose they are.
-void PacketRun::Respond()
-{
-    CRspUtil* pUtil = CRspUtil::GetInstance();
-    if (CVolData::GetInstance()->GetVolume()->GetVoxels() > g_uiMaxOutput) return;
-    pUtil->CreateResponse(aPacket);
-    for (int n = 0; n < pUtil->GetNumPackets(); ++n)
-    {
-        const CRemotePacket& rReply = *pUtil->GetNthPacket(n);
-        Expect(rReply.GetParentSerial() == aPacket.GetSerial(), "parent of a response");
-        Expect(rReply.GetDataBytes() == rReply.GetOptSize(), "data of a response");
-    }
-    pUtil->ClearNthPacket(0);
-}
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -199,7 +177,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pucData, std::size_t t
     CByteOrder::DeleteInstance();
     CContinuation::DeleteClient();
     CContinuation::DeleteServer();
-    CRspUtil::DeleteInstance();
     CVolData::DeleteInstance();
     return 0;
 }

@@ -34,25 +34,14 @@ constexpr double g_dMostWork = 1e6;  // samples of a job
 
 const char* g_pcConsole = "";
 
-/// The workers, which have to end before the process does.
-class CWorkers
+/// Ends the workers before the process ends.
+struct WorkersEnd
 {
-public:
-    CWorkers()
-    {
-        SetBackend(MakeHostBackend("baseline", 2));
-        CGpuConfig* pConfig = CGpuConfig::GetInstance();
-        pConfig->SelectDevices(CConfigFile(), {64, 64});
-        if (!CGpuThread::CreateThreads(pConfig->GetNumDevices(), pConfig->GetDeviceIDs()))
-            Broken("no threads");
-    }
-    ~CWorkers()
+    ~WorkersEnd()
     {
         CGpuThread::StopAll();
         CGpuThread::DeleteThreads();
     }
-    CWorkers(const CWorkers&) = delete;
-    CWorkers& operator=(const CWorkers&) = delete;
 };
 
 void ServeClient()
@@ -109,7 +98,12 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     g_pcConsole = TakeConsole();
     Util_Memory::Assume(g_tMemory);
-    static const CWorkers s_aWorkers;
+    SetBackend(MakeHostBackend("baseline", 2));
+    CGpuConfig* pConfig = CGpuConfig::GetInstance();
+    pConfig->SelectDevices(CConfigFile(), {64, 64});
+    if (!CGpuThread::CreateThreads(pConfig->GetNumDevices(), pConfig->GetDeviceIDs()))
+        Broken("no threads");
+    static const WorkersEnd s_aEnd;
     return 0;
 }
 

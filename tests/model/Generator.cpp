@@ -3,6 +3,18 @@
 #include <algorithm>
 #include <limits>
 
+namespace
+{
+/// How often a type comes by itself; 100 together.
+constexpr std::pair<std::uint32_t, int> g_aWeights[] = {
+    {Msg::eReconstruct, 20}, {Msg::eReproject, 7}, {Msg::eTransform, 3},  {Msg::eTransforml, 3},
+    {Msg::eCompare, 3},      {Msg::eComparel, 3},  {Msg::eProjGet, 4},    {Msg::eVolGet, 4},
+    {Msg::eReconStatGet, 4}, {Msg::eCompReply, 3}, {Msg::eServerProp, 2}, {Msg::eByteOrder, 2},
+    {Msg::eLog, 7},          {Msg::eProjSize, 3},  {Msg::eProjSet, 3},    {Msg::eVolSize, 3},
+    {Msg::eVolSet, 3},       {Msg::eMProjSize, 2}, {Msg::eMProjSet, 2},   {Msg::eSetOp, 4},
+    {Msg::eReconOpt, 5},     {Msg::eWeightOpt, 3}, {Msg::eSmoothOpt, 7}};
+}  // namespace
+
 Request CGenerator::Next()
 {
     if (m_vPlan.empty()) mPlan();
@@ -10,8 +22,7 @@ Request CGenerator::Next()
         m_vPlan.push_front({uiRemedy});
     const Planned aNext = m_vPlan.front();
     m_vPlan.pop_front();
-    const auto IsOfType = [&](const Maker& rMaker) { return rMaker.uiType == aNext.uiType; };
-    Request aRequest = (this->*std::ranges::find_if(mMakers(), IsOfType)->pMake)(aNext);
+    Request aRequest = mMake(aNext.uiType, aNext.iIndex);
     const bool bImage = aNext.iIndex >= 0;
     if (m_r.Chance(bImage ? 4 : 14))
     {
@@ -33,10 +44,10 @@ void CGenerator::mPlan()
 {
     m_iRemedies = 0;
     int iLeft = m_r.Int(0, 99);
-    auto pMaker = mMakers().begin();
-    while ((iLeft -= pMaker->iWeight) >= 0) ++pMaker;
-    m_vPlan.push_back({pMaker->uiType});
-    if (pMaker->uiType == Msg::eReconstruct && m_rModel.eMethod == EMethod::eBackProj &&
+    const std::pair<std::uint32_t, int>* pNext = g_aWeights;
+    while ((iLeft -= pNext->second) >= 0) ++pNext;
+    m_vPlan.push_back({pNext->first});
+    if (pNext->first == Msg::eReconstruct && m_rModel.eMethod == EMethod::eBackProj &&
         m_r.Chance(70))
         m_vPlan.push_front({Msg::eReconOpt});
 }

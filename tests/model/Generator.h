@@ -26,15 +26,6 @@ private:
         std::uint32_t uiType;
         int iIndex = -1;  ///< of an image, -1: any
     };
-    /// How a request of a type is made, and how often it comes by itself.
-    struct Maker
-    {
-        std::uint32_t uiType;
-        int iWeight;
-        Request (CGenerator::*pMake)(const Planned& rPlanned);
-    };
-    static std::span<const Maker> mMakers();  ///< weights add up to 100
-
     // Generator.cpp: what comes next
     void mPlan();
     std::uint32_t mFindRemedy(std::uint32_t& rType);
@@ -45,19 +36,15 @@ private:
 
     // Requests.cpp: requests that make sense
     void mPoison(std::vector<float>& rValues);  ///< now and then, one that no job can use
-    Request mBare(const Planned& rPlanned) { return {rPlanned.uiType}; }
-    Request mIgnored(const Planned& rPlanned);
-    Request mByteOrder(const Planned& rPlanned);
-    Request mProjSize(const Planned& rPlanned);
-    Request mVolSize(const Planned& rPlanned);
-    Request mMProjSize(const Planned& rPlanned);
-    Request mImage(const Planned& rPlanned);
-    Request mGet(const Planned& rPlanned);
-    Request mSetOp(const Planned& rPlanned);
-    Request mReconOpt(const Planned& rPlanned);
-    Request mWeightOpt(const Planned& rPlanned);
-    Request mSmoothOpt(const Planned& rPlanned);
-    Request mAlign(const Planned& rPlanned);
+    Request mMake(std::uint32_t uiType, int n);
+    Request mImage(std::uint32_t uiType, const Images& rImages, int n);
+    Request mProjSize();
+    Request mVolSize();
+    Request mSetOp();
+    Request mReconOpt();
+    Request mWeightOpt();
+    Request mSmoothOpt();
+    Request mAlign(std::uint32_t uiType);
 
     CChoices& m_r;
     const Model& m_rModel;

@@ -49,7 +49,7 @@ const Kind* FindKind(std::uint32_t uiType)
         {Msg::eReconstruct, "RECONSTRUCT", Msg::eCmdReply, &Model::mJob},
         {Msg::eReconStatGet, "RECONSTATGET", Msg::eDataReply, &Model::mStatGet},
         {Msg::eReproject, "REPROJECT", Msg::eCmdReply, &Model::mJob},
-        {Msg::eServerProp, "SERVERPROP", Msg::eDataReply, &Model::mServerProp},
+        {Msg::eServerProp, "SERVERPROP", Msg::eDataReply, &Model::mDone},
         {Msg::eVolGet, "VOLGET", Msg::eDataReply, &Model::mGet},
         {Msg::eVolSet, "VOLSET", Msg::eCmdReply, &Model::mSet},
         {Msg::eVolSize, "VOLSIZE", Msg::eCmdReply, &Model::mSize},
@@ -96,7 +96,6 @@ void Model::EndClient(bool bCut)
 {
     Model aNext;
     aNext.ulMemory = ulMemory;
-    aNext.auiProp = auiProp;
     aNext.aBox = aBox;
     aNext.bBoxKnown = bBoxKnown && !bCut;
     if (!bCut) aNext.auiSums = auiSums;
@@ -218,12 +217,6 @@ bool Model::mStatGet(const Request& r, Expected& rExpected)
     const auto sIteration = static_cast<std::int16_t>(r.Field(4));
     if (sIteration < 0 || std::size_t(sIteration) >= vvuiStat.size()) return false;
     rExpected.vuiData = vvuiStat[std::size_t(sIteration)];
-    return true;
-}
-
-bool Model::mServerProp(const Request&, Expected& rExpected)
-{
-    if (auiProp) rExpected.vFields = {{6, (*auiProp)[0]}, {7, (*auiProp)[1]}};
     return true;
 }
 

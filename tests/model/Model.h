@@ -53,7 +53,6 @@ struct Model
     Images aKernel;
     std::vector<Words> vvuiStat;                          ///< R-factor pairs of each iteration
     std::optional<std::array<std::uint32_t, 8>> auiSums;  ///< last comparison, unknown at first
-    std::optional<std::array<std::uint32_t, 2>> auiProp;  ///< memory of the devices
 
     /// Takes the request as the server has to. A job's results are not made here: they are checked
     /// and taken over from the server.
@@ -83,7 +82,6 @@ private:
     bool mWeightOpt(const Request& rRequest, Expected& rExpected);
     bool mSmoothOpt(const Request& rRequest, Expected& rExpected);
     bool mStatGet(const Request& rRequest, Expected& rExpected);
-    bool mServerProp(const Request& rRequest, Expected& rExpected);
     bool mCompReply(const Request& rRequest, Expected& rExpected);
     bool mJob(const Request& rRequest, Expected& rExpected);
     bool mAlign(const Request& rRequest, Expected& rExpected);

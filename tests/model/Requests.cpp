@@ -6,10 +6,7 @@
 
 namespace
 {
-std::uint32_t Word(int iValue)
-{
-    return static_cast<std::uint32_t>(iValue);
-}
+constexpr auto Word = [](int iValue) { return static_cast<std::uint32_t>(iValue); };
 
 void Append(const std::vector<float>& rValues, Words& rWords)
 {
@@ -17,56 +14,62 @@ void Append(const std::vector<float>& rValues, Words& rWords)
 }
 }  // namespace
 
-std::span<const CGenerator::Maker> CGenerator::mMakers()
+/// \param n  of an image, -1: any
+Request CGenerator::mMake(std::uint32_t uiType, int n)
 {
-    static constexpr Maker aMakers[] = {
-        {Msg::eReconstruct, 20, &CGenerator::mBare},  {Msg::eReproject, 7, &CGenerator::mBare},
-        {Msg::eTransform, 3, &CGenerator::mAlign},    {Msg::eTransforml, 3, &CGenerator::mAlign},
-        {Msg::eCompare, 3, &CGenerator::mAlign},      {Msg::eComparel, 3, &CGenerator::mAlign},
-        {Msg::eProjGet, 4, &CGenerator::mGet},        {Msg::eVolGet, 4, &CGenerator::mGet},
-        {Msg::eReconStatGet, 4, &CGenerator::mGet},   {Msg::eCompReply, 3, &CGenerator::mBare},
-        {Msg::eServerProp, 2, &CGenerator::mBare},    {Msg::eByteOrder, 2, &CGenerator::mByteOrder},
-        {Msg::eLog, 7, &CGenerator::mIgnored},        {Msg::eProjSize, 3, &CGenerator::mProjSize},
-        {Msg::eProjSet, 3, &CGenerator::mImage},      {Msg::eVolSize, 3, &CGenerator::mVolSize},
-        {Msg::eVolSet, 3, &CGenerator::mImage},       {Msg::eMProjSize, 2, &CGenerator::mMProjSize},
-        {Msg::eMProjSet, 2, &CGenerator::mImage},     {Msg::eSetOp, 4, &CGenerator::mSetOp},
-        {Msg::eReconOpt, 5, &CGenerator::mReconOpt},  {Msg::eWeightOpt, 3, &CGenerator::mWeightOpt},
-        {Msg::eSmoothOpt, 7, &CGenerator::mSmoothOpt}};
-    return aMakers;
+    const Model& m = m_rModel;
+    switch (uiType)
+    {
+    case Msg::eByteOrder:
+        return {uiType, {m_r.Pick({0x1234ABCDu, 0xCDAB3412u})}};
+    case Msg::eLog:  // or another one without a reply
+        return {m_r.Pick({Msg::eLog, Msg::eCtfOpt, Msg::eContinuation, Msg::eCmdReply,
+                          Msg::eDataReply, 28u, 10001u, 0x10007u, 0xffffffffu}),
+                {m_r.Word()},
+                Words(std::size_t(m_r.Magnitude(1, 20000)) - 1, m_r.Word())};
+    case Msg::eProjGet:
+        return {uiType, {Word(m_r.Int(0, std::max(m.aStack.iN - 1, 0)))}};
+    case Msg::eVolGet:
+        return {uiType, {Word(m_r.Int(0, std::max(m.aVolume.iN - 1, 0)))}};
+    case Msg::eReconStatGet:
+        return {uiType, {Word(m_r.Int(0, std::max(int(m.vvuiStat.size()) - 1, 0)))}};
+    case Msg::eProjSet:
+        return mImage(uiType, m.aStack, n);
+    case Msg::eVolSet:
+        return mImage(uiType, m.aVolume, n);
+    case Msg::eMProjSet:
+        return mImage(uiType, m.aMeasured, n);
+    case Msg::eProjSize:
+        return mProjSize();
+    case Msg::eVolSize:
+        return mVolSize();
+    case Msg::eMProjSize:
+    {
+        const int iX = m_r.Magnitude(1, m_iLargest + m_iLargest / 4), iY = m_r.Magnitude(1, 30);
+        return {uiType, {Word(iX), Word(iY), Word(m_r.Int(1, 3))}};
+    }
+    case Msg::eSetOp:
+        return mSetOp();
+    case Msg::eReconOpt:
+        return mReconOpt();
+    case Msg::eWeightOpt:
+        return mWeightOpt();
+    case Msg::eSmoothOpt:
+        return mSmoothOpt();
+    default:
+        return uiType >= Msg::eTransform && uiType <= Msg::eComparel ? mAlign(uiType)
+                                                                     : Request{uiType};
+    }
 }
 
 void CGenerator::mPoison(std::vector<float>& rValues)
 {
-    if (rValues.empty() || !m_r.Chance(3)) return;
+    if (rValues.empty() || !m_r.Chance(5)) return;
     rValues[std::size_t(m_r.Int(0, int(rValues.size()) - 1))] =
-        m_r.Pick({NAN, NAN, HUGE_VALF, 1e38f});
+        m_r.Pick({NAN, HUGE_VALF, -HUGE_VALF, 1e38f});
 }
 
-Request CGenerator::mByteOrder(const Planned&)
-{
-    return {Msg::eByteOrder, {m_r.Pick({0x1234ABCDu, 0xCDAB3412u})}};
-}
-
-/// A message without a reply.
-Request CGenerator::mIgnored(const Planned&)
-{
-    Words vuiData(std::size_t(m_r.Magnitude(1, 20000)) - 1, m_r.Word());
-    return {m_r.Pick({Msg::eLog, Msg::eCtfOpt, Msg::eContinuation, Msg::eCmdReply, Msg::eDataReply,
-                      28u, 10001u, 0x10007u, 0xffffffffu}),
-            {m_r.Word()},
-            std::move(vuiData)};
-}
-
-Request CGenerator::mGet(const Planned& rPlanned)
-{
-    const std::uint32_t uiType = rPlanned.uiType;
-    const int iCount = uiType == Msg::eProjGet  ? m_rModel.aStack.iN
-                       : uiType == Msg::eVolGet ? m_rModel.aVolume.iN
-                                                : int(m_rModel.vvuiStat.size());
-    return {uiType, {Word(m_r.Int(0, std::max(iCount - 1, 0)))}};
-}
-
-Request CGenerator::mProjSize(const Planned&)
+Request CGenerator::mProjSize()
 {
     const bool bWide = m_r.Chance(3), bLong = m_r.Chance(5);
     const int iX = bWide ? 5 * m_iLargest + m_r.Int(10, 60) : m_r.Magnitude(1, m_iLargest);
@@ -89,7 +92,7 @@ Request CGenerator::mProjSize(const Planned&)
     return aRequest;
 }
 
-Request CGenerator::mVolSize(const Planned&)
+Request CGenerator::mVolSize()
 {
     const Images& rOld = m_rModel.aVolume;
     const int iY = std::max(m_rModel.aStack.iY, 1);
@@ -100,20 +103,10 @@ Request CGenerator::mVolSize(const Planned&)
     return {Msg::eVolSize, {Word(iX), Word(iY), Word(iZ)}};
 }
 
-Request CGenerator::mMProjSize(const Planned&)
-{
-    const int iX = m_r.Magnitude(1, m_iLargest + m_iLargest / 4), iY = m_r.Magnitude(1, 30);
-    return {Msg::eMProjSize, {Word(iX), Word(iY), Word(m_r.Int(1, 3))}};
-}
-
 /// Image n, or any; rows of projections may miss columns at their sides, or all of them.
-Request CGenerator::mImage(const Planned& rPlanned)
+Request CGenerator::mImage(std::uint32_t uiType, const Images& rImages, int n)
 {
-    auto [uiType, n] = rPlanned;
     const bool bStack = uiType == Msg::eProjSet;
-    const Images& rImages = bStack                   ? m_rModel.aStack
-                            : uiType == Msg::eVolSet ? m_rModel.aVolume
-                                                     : m_rModel.aMeasured;
     if (n < 0) n = m_r.Chance(10) ? rImages.iN - 1 : m_r.Int(0, std::max(rImages.iN - 1, 0));
     std::vector<float> vf = m_r.Reals(rImages.GetPixels(), 0.1f, bStack ? 40.f : 2.f);
     if (bStack && m_r.Chance(20))
@@ -131,7 +124,7 @@ Request CGenerator::mImage(const Planned& rPlanned)
     return aRequest;
 }
 
-Request CGenerator::mSetOp(const Planned&)
+Request CGenerator::mSetOp()
 {
     const int iProjs = std::max(m_rModel.aStack.iN, 1);
     if (m_r.Chance(15)) return {Msg::eSetOp, {0, 77}};  // keeps the list
@@ -141,10 +134,10 @@ Request CGenerator::mSetOp(const Planned&)
     return aRequest;
 }
 
-Request CGenerator::mReconOpt(const Planned&)
+Request CGenerator::mReconOpt()
 {
     if (m_r.Chance(20)) return {Msg::eReconOpt, {0, 5, 5, 5}, {1, 2}};  // back projection
-    const int iIterations = m_r.Int(1, 5), iSets = m_r.Int(1, 4);
+    const int iIterations = m_r.Pick({1, 2, 3, 5, 8}), iSets = m_r.Int(1, 4);
     const std::uint32_t uiMethod = m_r.Pick({1u, 1u, 2u, 2u, 3u});
     Request aRequest = {Msg::eReconOpt, {uiMethod, Word(iIterations), Word(iSets), 0, 1}};
     for (int s = 0; s < iSets; ++s) aRequest.vuiData.push_back(Word(m_r.Int(1, 6)));
@@ -155,7 +148,7 @@ Request CGenerator::mReconOpt(const Planned&)
     return aRequest;
 }
 
-Request CGenerator::mWeightOpt(const Planned&)
+Request CGenerator::mWeightOpt()
 {
     if (m_r.Chance(50)) return {Msg::eWeightOpt, {0, 0, 1, 1, 1, 1}};
     const std::uint32_t uiFirst = m_r.Pick({0u, 1u, 2u});
@@ -167,7 +160,7 @@ Request CGenerator::mWeightOpt(const Planned&)
     return aRequest;
 }
 
-Request CGenerator::mSmoothOpt(const Planned&)
+Request CGenerator::mSmoothOpt()
 {
     const Words vuiSize = {Word(m_r.Int(1, 5)), Word(m_r.Int(1, 4)), Word(m_r.Int(1, 4))};
     const auto uiInterval = Word(m_r.Int(0, 6));
@@ -189,9 +182,8 @@ Request CGenerator::mSmoothOpt(const Planned&)
     return aRequest;
 }
 
-Request CGenerator::mAlign(const Planned& rPlanned)
+Request CGenerator::mAlign(std::uint32_t uiType)
 {
-    const std::uint32_t uiType = rPlanned.uiType;
     const bool bLog = uiType == Msg::eTransforml || uiType == Msg::eComparel;
     std::vector<float> vf = {
         1, 0, 0, 1, 0.5f * float(m_r.Int(-6, 6)), 0.5f * float(m_r.Int(-6, 6))};

@@ -4,15 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-namespace
-{
-std::string ToText(const char* pcWhat, std::size_t n, std::uint64_t ulGot, std::uint64_t ulExpected)
-{
-    return std::string(pcWhat) + ' ' + std::to_string(n) + " is " + std::to_string(ulGot) +
-           ", not " + std::to_string(ulExpected);
-}
-}  // namespace
-
 bool CSession::Run()
 {
     m_bCutResets = m_r.Chance(50);
@@ -21,7 +12,7 @@ bool CSession::Run()
     bool bGoesOn = m_rClient.IsConnected() ? mGreet() : mWrong("no connection");
     for (int i = m_r.Magnitude(4, 150); bGoesOn && i > 0 && !m_r.IsOver(); --i) bGoesOn = mStep();
     if (bGoesOn) mLeave();
-    if (m_rClient.IsCut()) ++m_rTally.ulCut;
+    if (m_rClient.IsCut()) m_rTally.Note(eCut);
     return m_strError.empty();
 }
 
@@ -41,7 +32,6 @@ bool CSession::mGreet()
 
 bool CSession::mStep()
 {
-    if (m_r.Int(0, 399) == 399) return mSpoil();
     const Request aRequest = m_aGenerator.Next();
     if (IsJob(aRequest.uiType)) return mServeJob(aRequest);
     if (!mSend(aRequest)) return false;
@@ -60,26 +50,12 @@ bool CSession::mLeave()
     return m_rClient.IsCut() || m_rClient.IsClosedByPeer() || mWrong("the server does not hang up");
 }
 
-/// Words that nobody understands, or more data than ever comes; only this session may end of it.
-bool CSession::mSpoil()
-{
-    if (!mSettle()) return false;
-    Words vuiGarbage(std::size_t(m_r.Int(1, 200)));
-    for (std::uint32_t& rWord : vuiGarbage)  // never a size that the server could grant
-        rWord = m_r.Chance(70) ? m_r.Word() % 32 : m_r.Word() | 0x80000000u;
-    if (m_r.Chance(30)) m_rClient.SendHeader({m_r.Word() % 30}, 0xffffffffu);
-    m_rClient.SendBytes(vuiGarbage.data(), 4 * vuiGarbage.size() - m_r.Word() % 4);
-    m_rClient.CutAfter(0, m_bCutResets);
-    ++m_rTally.ulGarbage;
-    return false;
-}
-
 bool CSession::mSend(const Request& rRequest, std::span<float> fTarget)
 {
     m_rClient.SetSwap(m_rModel.bSwap);
     Pending aPending = {rRequest, m_rModel.Serve(rRequest), fTarget};
     aPending.bSwap = m_rModel.bSwap;
-    ++m_rTally.ulRequests;
+    m_rTally.Note(eRequests);
     if (m_rTally.bTrace) std::puts(::ToText(rRequest).c_str());
     const bool bSent = m_rClient.Send(rRequest);
     aPending.uiSerial = m_rClient.GetLastSerial();
@@ -118,8 +94,6 @@ bool CSession::mCheckReply(Pending& rPending)
     m_uiServerSerial = m_aReply.Field(1);
     if (!rExpected.bDone) m_rTally.Note(eRefused);
     if (!rExpected.bDone) m_strRefused += std::string("Error: ") + rExpected.pKind->pcName + ": \n";
-    if (rPending.aRequest.uiType == Msg::eServerProp)
-        m_rModel.auiProp = {m_aReply.Field(6), m_aReply.Field(7)};
     if (rPending.aRequest.uiType == Msg::eCompReply)
         std::copy_n(&m_aReply.auiFields[7], 8, m_rModel.auiSums.emplace().begin());
     if (rExpected.bDone && !rPending.fTarget.empty())
@@ -131,6 +105,8 @@ bool CSession::mCheckReply(Pending& rPending)
 /// The first word that is not as expected, empty when there is none.
 std::string CSession::mFindFault(const Pending& rPending) const
 {
+    const auto Differs = [](std::uint32_t uiGot, std::uint32_t uiExpected)
+    { return " is " + std::to_string(uiGot) + ", not " + std::to_string(uiExpected); };
     const Expected& rExpected = rPending.aExpected;
     const bool bQuit = rExpected.pKind->uiReply == Msg::eQuit, bTarget = !rPending.fTarget.empty();
     const std::size_t tWords = bTarget ? rPending.fTarget.size() : rExpected.vuiData.size();
@@ -144,12 +120,13 @@ std::string CSession::mFindFault(const Pending& rPending) const
     for (int n = 6; bQuit && n < 16; ++n) vFields.emplace_back(n, 0);
     for (const auto& [n, uiWord] : vFields)
         if (m_aReply.Field(n) != uiWord)
-            return ToText("word", std::size_t(n), m_aReply.Field(n), uiWord);
+            return "word " + std::to_string(n) + Differs(m_aReply.Field(n), uiWord);
     for (std::size_t k = 0; !bTarget && rExpected.bDone && k < tWords; ++k)
         if (m_aReply.vuiData[k] != rExpected.vuiData[k])
-            return ToText("data word", k, m_aReply.vuiData[k], rExpected.vuiData[k]);
+            return "data word " + std::to_string(k) +
+                   Differs(m_aReply.vuiData[k], rExpected.vuiData[k]);
     if (rPending.aRequest.uiType == Msg::eCompReply && m_aReply.Field(6) > 600000)
-        return ToText("word", 6, m_aReply.Field(6), 0);
+        return "word 6" + Differs(m_aReply.Field(6), 0);
     return {};
 }
 

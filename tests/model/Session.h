@@ -45,7 +45,6 @@ private:
     bool mGreet();
     bool mStep();
     bool mLeave();
-    bool mSpoil();
     bool mSend(const Request& rRequest, std::span<float> fTarget = {});
     bool mReceive();
     bool mSettle();

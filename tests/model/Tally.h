@@ -5,9 +5,13 @@
 #include <mutex>
 #include <string>
 
-/// What was checked, and how widely a result missed its oracle.
+/// What is counted, and how widely a result missed its oracle.
 enum ECheck
 {
+    eSessions,
+    eRequests,
+    eRefused,
+    eCut,  // sessions cut short
     eBackProjected,
     eReprojected,
     eSartRun,
@@ -18,22 +22,27 @@ enum ECheck
     eUnfollowed,  // inputs that no oracle follows
     eTransformed,
     eCompared,
-    eRefused,
     eChecks
 };
 
-inline constexpr const char* g_apcChecks[eChecks] = {
-    "back projections",   "reprojections",      "SART",         "EM",
-    "  of them smoothed", "  of them in doubt", "  not judged", "not followed",
-    "transforms",         "compares",           "refusals"};
+inline constexpr const char* g_apcChecks[eChecks] = {"sessions",
+                                                     "requests",
+                                                     "refusals",
+                                                     "cut short",
+                                                     "back projections",
+                                                     "reprojections",
+                                                     "SART",
+                                                     "EM",
+                                                     "  of them smoothed",
+                                                     "  of them in doubt",
+                                                     "  not judged",
+                                                     "not followed",
+                                                     "transforms",
+                                                     "compares"};
 
 /// The counts of all clients.
 struct Tally
 {
-    std::atomic<std::uint64_t> ulNext = 0;  ///< session that the next free client takes
-    std::atomic<std::uint64_t> ulSessions = 0, ulRequests = 0;
-    std::atomic<std::uint64_t> ulCut = 0,
-                               ulGarbage = 0;  ///< sessions cut short, how many by garbage
     std::atomic<std::uint64_t> aulChecks[eChecks] = {};
     std::atomic<double> adError[eChecks] = {};  ///< largest, of what is tolerated
     std::atomic<bool> bStop = false;

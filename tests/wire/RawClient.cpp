@@ -10,7 +10,7 @@
 #include <chrono>
 #include <thread>
 
-CRawClient::CRawClient(int iPort, bool bSwap) : m_bSwap(bSwap)
+CRawClient::CRawClient(int iPort)
 {
     sockaddr_in aAddress = {};
     aAddress.sin_family = AF_INET;
@@ -43,41 +43,32 @@ void CRawClient::CutAfter(std::size_t tBytes, bool bReset)
     if (tBytes == 0) Close(bReset);
 }
 
-bool CRawClient::mCount(long lBytes)
-{
-    if (lBytes <= 0) return false;
-    m_tLeft -= static_cast<std::size_t>(lBytes);
-    if (m_tLeft == 0) Close(m_bCutResets);
-    return true;
-}
-
 void CRawClient::mSwap(std::uint32_t* puiWords, std::size_t tWords) const
 {
     for (std::size_t k = 0; m_bSwap && k < tWords; ++k)
         puiWords[k] = __builtin_bswap32(puiWords[k]);
 }
 
-bool CRawClient::SendBytes(const void* pvData, std::size_t tBytes)
+bool CRawClient::mMove(bool bSends, void* pvData, std::size_t tBytes)
 {
-    const char* pcNext = static_cast<const char*>(pvData);
-    for (long lDone = 0; tBytes > 0; pcNext += lDone, tBytes -= static_cast<std::size_t>(lDone))
+    for (char* pcNext = static_cast<char*>(pvData); tBytes > 0;)
     {
-        lDone = send(m_iSocket, pcNext, std::min(tBytes, m_tLeft), MSG_NOSIGNAL);
-        if (!mCount(lDone)) return false;
+        if (!bSends && IsSilent(60)) return false;
+        const std::size_t tMost = std::min(tBytes, m_tLeft);
+        const long lDone = bSends ? send(m_iSocket, pcNext, tMost, MSG_NOSIGNAL)
+                                  : recv(m_iSocket, pcNext, tMost, 0);
+        if (lDone <= 0) return false;
+        pcNext += lDone;
+        tBytes -= static_cast<std::size_t>(lDone);
+        m_tLeft -= static_cast<std::size_t>(lDone);
+        if (m_tLeft == 0) Close(m_bCutResets);
     }
     return true;
 }
 
-bool CRawClient::mReceiveAll(void* pvData, std::size_t tBytes)
+bool CRawClient::SendBytes(const void* pvData, std::size_t tBytes)
 {
-    char* pcNext = static_cast<char*>(pvData);
-    for (long lDone = 0; tBytes > 0; pcNext += lDone, tBytes -= static_cast<std::size_t>(lDone))
-    {
-        if (IsSilent(60)) return false;
-        lDone = recv(m_iSocket, pcNext, std::min(tBytes, m_tLeft), 0);
-        if (!mCount(lDone)) return false;
-    }
-    return true;
+    return mMove(true, const_cast<void*>(pvData), tBytes);
 }
 
 bool CRawClient::SendHeader(const Request& rRequest, std::uint32_t uiBytes)
@@ -100,11 +91,11 @@ bool CRawClient::Send(const Request& rRequest)
 std::optional<Packet> CRawClient::Receive()
 {
     Packet aPacket;
-    if (!mReceiveAll(aPacket.auiFields.data(), sizeof aPacket.auiFields)) return std::nullopt;
+    if (!mMove(false, aPacket.auiFields.data(), sizeof aPacket.auiFields)) return std::nullopt;
     mSwap(aPacket.auiFields.data(), aPacket.auiFields.size());
     if (aPacket.Field(3) > (1u << 28)) return std::nullopt;
     aPacket.vuiData.resize(aPacket.Field(3) / 4);
-    if (!mReceiveAll(aPacket.vuiData.data(), 4 * aPacket.vuiData.size())) return std::nullopt;
+    if (!mMove(false, aPacket.vuiData.data(), 4 * aPacket.vuiData.size())) return std::nullopt;
     mSwap(aPacket.vuiData.data(), aPacket.vuiData.size());
     return aPacket;
 }

@@ -19,8 +19,8 @@ struct Packet
 class CRawClient
 {
 public:
-    /// Connects, trying for 10 s. \param bSwap  the client has the other byte order
-    explicit CRawClient(int iPort, bool bSwap = false);
+    /// Connects, trying for 10 s.
+    explicit CRawClient(int iPort);
     /// Takes over a socket that is connected.
     struct Socket
     {
@@ -53,8 +53,7 @@ public:
     std::uint32_t GetLastSerial() const { return m_uiSerial; }
 
 private:
-    bool mReceiveAll(void* pvData, std::size_t tBytes);
-    bool mCount(long lBytes);
+    bool mMove(bool bSends, void* pvData, std::size_t tBytes);
     void mSwap(std::uint32_t* puiWords, std::size_t tWords) const;
 
     int m_iSocket = -1;

@@ -13,18 +13,9 @@
 #include <fstream>
 #include <iterator>
 #include <thread>
-#include <vector>
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-
-int CountIn(const std::string& strText, const std::string& strWanted)
-{
-    int iCount = 0;
-    for (std::size_t t = 0; (t = strText.find(strWanted, t)) != std::string::npos; ++iCount)
-        t += strWanted.size();
-    return iCount;
-}
 
 std::string ReadText(const fs::path& rPath)
 {
@@ -62,16 +53,8 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
         if (const char* pcValue = std::getenv(pcKept)) aEnvironment[pcKept] = pcValue;
     for (const auto& [strKey, strValue] : rExtra) aEnvironment[strKey] = strValue;
     m_iPort = std::atoi(aEnvironment["TALVEN_PORT"].c_str());
-    std::vector<std::string> vstrEntries;
-    for (const auto& [strKey, strValue] : aEnvironment)
-        if (!strValue.empty()) vstrEntries.push_back(strKey + "=" + strValue);
-    std::vector<char*> vpcEnvironment;
-    for (std::string& rEntry : vstrEntries) vpcEnvironment.push_back(rEntry.data());
-    vpcEnvironment.push_back(nullptr);
     const std::string strOutput = (m_aHome / "output.txt").string();
     const std::string strProgram = m_strProgram.empty() ? TALVEN_SERVER_PATH : m_strProgram;
-    char acName[] = "talven-server";
-    char* apcArguments[] = {acName, nullptr};
 
     m_iCode = -1;
     m_iPid = fork();
@@ -83,7 +66,10 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
     if (chdir(m_aHome.c_str()) != 0) _exit(126);
     if (fInChild) fInChild();
     close_range(3, ~0u, 0);  // what this program has open is no business of the server
-    execve(strProgram.c_str(), apcArguments, vpcEnvironment.data());
+    clearenv();
+    for (const auto& [strKey, strValue] : aEnvironment)
+        if (!strValue.empty()) setenv(strKey.c_str(), strValue.c_str(), 1);
+    execl(strProgram.c_str(), "talven-server", nullptr);
     _exit(127);
 }
 
@@ -121,7 +107,10 @@ std::string CServerProcess::GetLog() const
 
 int CServerProcess::Count(const std::string& strText) const
 {
-    return CountIn(GetOutput(), strText);
+    const std::string strOutput = GetOutput();
+    int iCount = 0;
+    for (std::size_t t = 0; (t = strOutput.find(strText, t)) != std::string::npos; ++iCount) ++t;
+    return iCount;
 }
 
 bool CServerProcess::WaitFor(const std::string& strText, int iTimes) const

@@ -48,6 +48,4 @@ private:
     int m_iPort = 0, m_iCode = -2;
 };
 
-/// How often a text stands in another one.
-int CountIn(const std::string& strText, const std::string& strWanted);
 std::string ReadText(const std::filesystem::path& rPath);
