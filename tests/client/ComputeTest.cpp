@@ -29,6 +29,7 @@ TEST(ClientCompute, EverySubsetSpreadsOverTheTiltRange)
     const Floats vfAngles = {-9, 20, 10, -20, 0, 30, -30, 39};
     EXPECT_EQ(InterleaveSubsets(vuiAll, vfAngles, DivideIntoSubsets(8, 8)),
               (Words{6, 2, 0, 5, 3, 1, 4, 7}));
+    EXPECT_EQ(InterleaveSubsets(vuiAll, vfAngles, Words{6, 2}), (Words{6, 3, 4, 2, 1, 7, 0, 5}));
     EXPECT_EQ(InterleaveSubsets(vuiAll, vfAngles, Words{4, 2}), (Words{6, 0, 4, 1, 3, 2, 5, 7}))
         << "what no subset takes comes last";
 }
