@@ -58,12 +58,12 @@ struct LiteralTimes
     std::vector<float> vfSums, vfSlice;
 };
 
-bool s_bDone = true;  // all device operations so far
+bool g_bDone = true;  // all device operations so far
 
 void Demand(bool bDone)
 {
     if (!bDone) std::printf("Error: %s\n", TakeDeviceError().c_str());
-    s_bDone = s_bDone && bDone;
+    g_bDone = g_bDone && bDone;
 }
 
 /// A fast kernel that computes something else is no achievement: compares row 0.
@@ -79,7 +79,7 @@ void DemandSame(const char* pcWhat, const std::vector<float>& rGot, int iRows, i
     }
     const bool bSame = std::sqrt(dError / dNorm) < 1e-5;
     if (!bSame) std::printf("Error: %s differs from the plain loop\n", pcWhat);
-    s_bDone = s_bDone && bSame;
+    g_bDone = g_bDone && bSame;
 }
 
 /// One line of the table. \return whether the ratios reach their floors
@@ -195,6 +195,6 @@ int main(int argc, char** argv)
     bReached = PrintCompare() && bReached;
     PrintSart();
     bReached = PrintSmooth() && bReached;
-    if (!s_bDone) return 1;
+    if (!g_bDone) return 1;
     return bCheck && !bReached ? 1 : 0;
 }

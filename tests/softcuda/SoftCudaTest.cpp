@@ -11,7 +11,7 @@ extern __shared__ float s_afShared[];
 
 namespace
 {
-constexpr std::size_t tF = sizeof(float);
+constexpr std::size_t g_tFloat = sizeof(float);
 
 __global__ void AddKernel(float* pfTo, const float* pfFrom)
 {
@@ -38,7 +38,7 @@ protected:
     static float* NewFloats(int iCount)
     {
         void* pv = nullptr;
-        EXPECT_EQ(cudaMalloc(&pv, iCount * tF), cudaSuccess);
+        EXPECT_EQ(cudaMalloc(&pv, iCount * g_tFloat), cudaSuccess);
         return static_cast<float*>(pv);
     }
     static cudaStream_t NewStream()
@@ -52,13 +52,14 @@ protected:
     {
         float fValue = 0;
         const cudaStream_t pStream = NewStream();
-        EXPECT_EQ(cudaMemcpyAsync(&fValue, pf, tF, cudaMemcpyDeviceToHost, pStream), cudaSuccess);
+        EXPECT_EQ(cudaMemcpyAsync(&fValue, pf, g_tFloat, cudaMemcpyDeviceToHost, pStream),
+                  cudaSuccess);
         EXPECT_EQ(cudaStreamDestroy(pStream), cudaSuccess);
         return fValue;
     }
     static cudaError_t Poke(float* pf, const float& rfValue, cudaStream_t pStream)
     {
-        return cudaMemcpyAsync(pf, &rfValue, tF, cudaMemcpyHostToDevice, pStream);
+        return cudaMemcpyAsync(pf, &rfValue, g_tFloat, cudaMemcpyHostToDevice, pStream);
     }
 };
 
@@ -68,7 +69,7 @@ TEST_F(SoftCudaTest, WorkWaitsUntilItIsDemanded)
     float* const pfDevice = NewFloats(3);
     void* pvPinned = nullptr;
     cudaEvent_t pEvent = nullptr;
-    ASSERT_EQ(cudaMallocHost(&pvPinned, tF), cudaSuccess);
+    ASSERT_EQ(cudaMallocHost(&pvPinned, g_tFloat), cudaSuccess);
     ASSERT_EQ(cudaEventCreateWithFlags(&pEvent, cudaEventDisableTiming), cudaSuccess);
     float& rfPinned = *static_cast<float*>(pvPinned);
     rfPinned = 20.0f;
@@ -90,7 +91,7 @@ TEST_F(SoftCudaTest, WorkWaitsUntilItIsDemanded)
         Poke(pfDevice, 10.0f, pA);
         ASSERT_EQ(cudaStreamSynchronize(pA), cudaSuccess);
         SoftCuda::SetOrder(eOrder);
-        cudaMemset2DAsync(pfDevice, tF, 0, tF, 1, pA);
+        cudaMemset2DAsync(pfDevice, g_tFloat, 0, g_tFloat, 1, pA);
         cudaEventRecord(pEvent, pA);
         if (bWait) cudaStreamWaitEvent(pB, pEvent, 0);
         const cudaLaunchConfig_t aOne = {dim3(1), dim3(1), 0, pB};
@@ -109,13 +110,13 @@ TEST_F(SoftCudaTest, WorkWaitsUntilItIsDemanded)
 TEST_F(SoftCudaTest, KernelsThatBreakRulesAreSeen)
 {
     for (const auto& [bBarrier, bLeave, tShared, eWant] : {
-             std::tuple{true, false, 64 * tF, cudaSuccess},
+             std::tuple{true, false, 64 * g_tFloat, cudaSuccess},
 #if !defined(__SANITIZE_THREAD__)  // which ends the program
-                 {false, false, 64 * tF, cudaSuccess},
+                 {false, false, 64 * g_tFloat, cudaSuccess},
 #endif
-                 {true, true, 64 * tF, cudaErrorLaunchFailure},
+                 {true, true, 64 * g_tFloat, cudaErrorLaunchFailure},
              {
-                 true, false, 0 * tF, cudaErrorLaunchFailure
+                 true, false, 0 * g_tFloat, cudaErrorLaunchFailure
              }
          })
     {
@@ -134,7 +135,8 @@ TEST_F(SoftCudaTest, RefusesWhatIsOutOfRange)
     float* const pfEnd = NewFloats(25) + 25;
     const cudaStream_t pStream = NewStream();
     EXPECT_EQ(Poke(pfEnd, 0, pStream), cudaErrorInvalidValue);
-    EXPECT_EQ(cudaMemset2DAsync(pfEnd - 1, tF, 0, tF, 2, pStream), cudaErrorInvalidValue);
+    EXPECT_EQ(cudaMemset2DAsync(pfEnd - 1, g_tFloat, 0, g_tFloat, 2, pStream),
+              cudaErrorInvalidValue);
     for (const auto& [aGrid, aBlock] :
          {std::pair{dim3(1, 1, 65536), dim3(1)}, {dim3(1), dim3(32, 33)}})
     {
