@@ -110,7 +110,7 @@ Device& Current();  ///< the calling thread's device, where there is any
 [[gnu::format(printf, 1, 2)]] void Trap(const char* pcFormat, ...);
 
 /// A call of the program that works on the current device, under its lock.
-/// \param fWork     takes the device, returns cudaError_t or nothing
+/// \param fWork     takes the device, returns cudaError_t
 /// \param bRelease  the call frees something: it does so on a broken device too
 template <class F>
 cudaError_t Call(const char* pcCall, F fWork, bool bRelease = false)
