@@ -53,10 +53,10 @@ void ServeClient()
 /// One client that the bytes drive; it runs on a thread of its own.
 void RunSession(CChoices& rChoices, Model& rModel)
 {
-    static Tally s_aTally;
+    static Tally aTally;
     CRawClient aClient(CRawClient::Socket{ConnectClient()});
     CConsole aConsole(g_pcConsole);
-    CSession aSession(aClient, rChoices, rModel, aConsole, s_aTally, g_iLargest, g_dMostWork);
+    CSession aSession(aClient, rChoices, rModel, aConsole, aTally, g_iLargest, g_dMostWork);
     std::thread aPeer(
         [&]
         {
@@ -103,7 +103,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     pConfig->SelectDevices(CConfigFile(), {64, 64});
     if (!CGpuThread::CreateThreads(pConfig->GetNumDevices(), pConfig->GetDeviceIDs()))
         Broken("no threads");
-    static const WorkersEnd s_aEnd;
+    static const WorkersEnd aEnd;
     return 0;
 }
 
