@@ -6,7 +6,6 @@
 #include <vector>
 
 // The numbers of the protocol as a client knows them, independent of the server's own list.
-// NOLINTBEGIN(readability-identifier-naming): an enumeration that mixes with other numbers
 namespace Msg
 {
 inline constexpr std::uint32_t eByteOrder = 0, eCmdReply = 1, eContinuation = 2, eDataReply = 3,
@@ -18,7 +17,6 @@ inline constexpr std::uint32_t eByteOrder = 0, eCmdReply = 1, eContinuation = 2,
                                eCompReply = 24, eWeightOpt = 25, eCtfOpt = 26, eSmoothOpt = 27,
                                eInvalid = 10002;
 }  // namespace Msg
-// NOLINTEND(readability-identifier-naming)
 
 using Words = std::vector<std::uint32_t>;
 

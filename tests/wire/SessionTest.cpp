@@ -2,6 +2,9 @@
 // other.
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <regex>
 
@@ -41,6 +44,30 @@ TEST(Start, EndsWithACodeThatTellsWhy)
 
 /// All messages, what the console says more, * for a number that measures, and the name in the log
 /// where it is not the message's.
+bool Reaches(std::uint32_t uiAddress, int iPort)
+{
+    sockaddr_in aAddress = {};
+    aAddress.sin_family = AF_INET;
+    aAddress.sin_port = htons(static_cast<std::uint16_t>(iPort));
+    aAddress.sin_addr.s_addr = htonl(uiAddress);
+    const int iSocket = socket(AF_INET, SOCK_STREAM, 0);
+    const bool bDone =
+        connect(iSocket, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress) == 0;
+    close(iSocket);
+    return bDone;
+}
+
+TEST(Start, ListensOnTheAddressThatIsBound)
+{
+    for (const char* const pcBound : {"127.0.0.1", ""})
+    {
+        CServerProcess aServer;
+        aServer.Start({{"TALVEN_BIND", pcBound}});
+        ASSERT_TRUE(CRawClient(aServer.GetPort()).IsConnected());
+        EXPECT_EQ(Reaches(INADDR_LOOPBACK + 1, aServer.GetPort()), *pcBound == '\0') << pcBound;
+    }
+}
+
 struct Said
 {
     Request aRequest;
