@@ -5,6 +5,14 @@
 #include "talven/AtomicFile.h"
 #include "talven/Text.h"
 
+#ifdef __SANITIZE_ADDRESS__
+// fontconfig, under cairo, keeps its tables to the end of the process.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:libfontconfig";
+}
+#endif
+
 namespace talven
 {
 

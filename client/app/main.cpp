@@ -95,14 +95,6 @@ int Run(int iArgs, char** ppcArgs)
 
 }  // namespace
 
-#ifdef __SANITIZE_ADDRESS__
-// fontconfig, under cairo, keeps its tables to the end of the process.
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:libfontconfig";
-}
-#endif
-
 int main(int iArgs, char** ppcArgs)
 {
     try
