@@ -274,8 +274,8 @@ TEST_F(ClientProgram, ADriftIsFoundAndTakenOut)
     mRun(strCompare + "2");
     EXPECT_TRUE(m_strOut.starts_with("section 1: correlation 0.")) << m_strOut;
     EXPECT_NE(m_strOut.find(" (at the edge of the search)\n"), std::string::npos) << m_strOut;
-    const json aFound = mJson("compare --measured raw.mrc --aligned ph.mrc --matrices m.txt");
-    for (const json& rSection : aFound["sections"])
+    const json aMapped = mJson("compare --measured raw.mrc --aligned ph.mrc --matrices m.txt");
+    for (const json& rSection : aMapped["sections"])
         EXPECT_GT(rSection["correlation"], 0.98) << rSection;
 }
 
