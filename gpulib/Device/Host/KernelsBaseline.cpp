@@ -5,6 +5,8 @@
 #include "gpulib/Device/Host/HostKernels.h"
 #if defined(__ARM_NEON)
 #include <arm_neon.h>
+#elif defined(__SSE2__)
+#include <emmintrin.h>
 #endif
 
 namespace Baseline
@@ -36,7 +38,11 @@ DEVICE_FN void Broadcast(float fValue, F4& rResult)
 }
 DEVICE_FN bool AllTrue(I4 vMask)
 {
+#if defined(__SSE2__)
+    return _mm_movemask_epi8((__m128i)vMask) == 0xffff;
+#else
     return (vMask[0] & vMask[1] & vMask[2] & vMask[3]) != 0;
+#endif
 }
 DEVICE_FN F4 Gather(const float* pfImage, I4 vIndex)
 {

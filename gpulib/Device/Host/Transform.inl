@@ -35,9 +35,21 @@ DEVICE_FN IX ColumnNumbers()
 }
 
 /// As Between(), but vB does not count where it has no weight: it may be infinite.
-DEVICE_FN FX Blend(FX vA, FX vB, FX vPart, IX vIsBetween)
+DEVICE_FN FX Blend(FX vA, FX vB, FX vPart)
 {
-    return vIsBetween ? Between<FX>(vA, vB, vPart) : vA;
+    return vPart > FX{} ? Between<FX>(vA, vB, vPart) : vA;
+}
+
+/// Bilinear value of the four pixels around positions that lie so far to the right of the left
+/// ones and below the upper ones. Most have no use for Blend(), which costs more.
+DEVICE_FN FX Bilinear(FX vUpperLeft, FX vUpperRight, FX vLowerLeft, FX vLowerRight, FX vRight,
+                      FX vDown)
+{
+    const FX vValue = Between<FX>(Between<FX>(vUpperLeft, vUpperRight, vRight),
+                                  Between<FX>(vLowerLeft, vLowerRight, vRight), vDown);
+    if (AllTrue(vValue == vValue)) return vValue;
+    return Blend(Blend(vUpperLeft, vUpperRight, vRight), Blend(vLowerLeft, vLowerRight, vRight),
+                 vDown);
 }
 
 /// Bilinear reads at positions on the image. A position on a pixel reads this pixel alone.
@@ -47,7 +59,6 @@ DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
     const IX vX = __builtin_convertvector(vU, IX), vY = __builtin_convertvector(vV, IX);
     const FX vRight = vU - __builtin_convertvector(vX, FX);
     const FX vDown = vV - __builtin_convertvector(vY, FX);
-    const IX vIsRight = vRight > FX{}, vIsDown = vDown > FX{};  // true is -1
     const int iX = vX[0], iY = vY[0];
     // A shift without rotation: neighbours lie next to each other.
     if (iX + TALVEN_VECTOR < rImage.iWidth &&
@@ -55,15 +66,14 @@ DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
     {
         const float* pfUpper = pfImage + static_cast<std::size_t>(iY) * rImage.iWidth + iX;
         const float* pfLower = iY + 1 < rImage.iHeight ? pfUpper + rImage.iWidth : pfUpper;
-        return Blend(Blend(LoadX(pfUpper), LoadX(pfUpper + 1), vRight, vIsRight),
-                     Blend(LoadX(pfLower), LoadX(pfLower + 1), vRight, vIsRight), vDown, vIsDown);
+        return Bilinear(LoadX(pfUpper), LoadX(pfUpper + 1), LoadX(pfLower), LoadX(pfLower + 1),
+                        vRight, vDown);
     }
+    const IX vToRight = (vRight > FX{}) & 1;
     const IX vUpper = vY * rImage.iWidth + vX;
-    const IX vLower = vUpper + (vIsDown & rImage.iWidth);
-    return Blend(
-        Blend(Gather(pfImage, vUpper), Gather(pfImage, vUpper - vIsRight), vRight, vIsRight),
-        Blend(Gather(pfImage, vLower), Gather(pfImage, vLower - vIsRight), vRight, vIsRight), vDown,
-        vIsDown);
+    const IX vLower = vUpper + ((vDown > FX{}) & rImage.iWidth);
+    return Bilinear(Gather(pfImage, vUpper), Gather(pfImage, vUpper + vToRight),
+                    Gather(pfImage, vLower), Gather(pfImage, vLower + vToRight), vRight, vDown);
 }
 
 template <bool LOG>
