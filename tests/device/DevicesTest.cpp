@@ -19,7 +19,7 @@ protected:
     ~SoftCudaDevices() override
     {
         SetBackend(nullptr);
-        EXPECT_EQ(SoftCuda::GetLiveObjects().GetTotal(), 0);
+        EXPECT_EQ(SoftCuda::GetCounts().iHeld, 0);
         SoftCuda::Reset();
         TakeDeviceError();
     }
@@ -27,7 +27,7 @@ protected:
     {
         std::string strReason;
         SetBackend(nullptr);
-        SoftCuda::SetDevices(iDevices);
+        SoftCuda::g_aSettings.iDevices = iDevices;
         SetBackend(MakeBackend(pcWanted, strReason));
         return strReason;
     }
@@ -46,7 +46,7 @@ TEST_F(SoftCudaDevices, DecideOnTheBackend)
 
 TEST_F(SoftCudaDevices, ThatCannotBeUsedKeepTheirNumbers)
 {
-    SoftCuda::SetCapability(70, 0);
+    SoftCuda::g_aSettings.iCapability = 70;
     SoftCuda::FailNext("cudaGetDeviceProperties", cudaErrorECCUncorrectable, 2);
     EXPECT_EQ(Make("cuda", 4),
               "cuda (2 x software device 1; GPU 0 is left out: compute capability 7.0, 7.5 is "

@@ -17,11 +17,15 @@ namespace
 class SoftCudaJob : public testing::Test
 {
 protected:
-    void SetUp() override { SoftCuda::Reset(); }
+    void SetUp() override
+    {
+        SetBackend(nullptr);
+        SoftCuda::Reset();
+    }
     void TearDown() override
     {
         SetBackend(nullptr);
-        EXPECT_EQ(SoftCuda::GetLiveObjects().GetTotal(), 0);
+        EXPECT_EQ(SoftCuda::GetCounts().iHeld, 0);
         SoftCuda::Reset();
         TakeDeviceError();
     }
@@ -40,8 +44,8 @@ protected:
 TEST_F(SoftCudaJob, StreamsMayRunInAnyOrder)
 {
     const TestData aLazy = RunJob(m_aJob, m_aStart, {"cuda", 2, 2});
-    EXPECT_GT(SoftCuda::GetLaunches(), 0);
-    SoftCuda::SetOrder(SoftCuda::EOrder::eOthersFirst);
+    EXPECT_GT(SoftCuda::GetCounts().iLaunches, 0);
+    SoftCuda::g_aSettings.eOrder = SoftCuda::EOrder::eOthersFirst;
     const TestData aEager = RunJob(m_aJob, m_aStart, {"cuda", 2, 2});
     EXPECT_EQ(aLazy.strError + aEager.strError, "");
     EXPECT_EQ(aEager.vfVolume, aLazy.vfVolume);
@@ -51,20 +55,21 @@ TEST_F(SoftCudaJob, StreamsMayRunInAnyOrder)
 TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 {
     const TestData aExpected = RunJob(m_aJob, m_aStart, {"cuda"});
-    const std::size_t tPeak = SoftCuda::GetMemoryPeak();
-    const int iLaunches = SoftCuda::GetLaunches();
+    const std::size_t tPeak = SoftCuda::GetCounts().tPeak;
+    const int iLaunches = SoftCuda::GetCounts().iLaunches;
     for (const auto& [dShare, bFits] : {std::pair{0.6, true}, {0.9, true}, {0.01, false}})
     {
+        SetBackend(nullptr);
         SoftCuda::Reset();
-        SoftCuda::SetMemory(std::size_t(double(tPeak) * dShare));
+        SoftCuda::g_aSettings.tMemory = std::size_t(double(tPeak) * dShare);
         // The job believes what it asked first, before others took the memory.
         SoftCuda::FailNext("cudaMemGetInfo", cudaErrorUnknown);
         const TestData aResult = RunJob(m_aJob, m_aStart, {"cuda"});
         EXPECT_EQ(aResult.strError.find("out of memory") == std::string::npos, bFits) << dShare;
         EXPECT_EQ(aResult.vfVolume == aExpected.vfVolume, bFits) << dShare;
         // More batches, but not row by row.
-        EXPECT_TRUE(!bFits || (SoftCuda::GetLaunches() > iLaunches &&
-                               SoftCuda::GetLaunches() < 4 * iLaunches));
+        EXPECT_TRUE(!bFits || (SoftCuda::GetCounts().iLaunches > iLaunches &&
+                               SoftCuda::GetCounts().iLaunches < 4 * iLaunches));
     }
 }
 
