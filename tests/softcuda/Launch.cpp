@@ -29,31 +29,20 @@ namespace SoftCuda
 {
 namespace
 {
-/// What a thread of the machine can run and leave in the middle. ThreadSanitizer has to know.
-struct Context
-{
-    ucontext_t aState{};
-    void* pvSanitizer = nullptr;
-    void Enter([[maybe_unused]] Context& rFrom)
-    {
-        __tsan_switch_to_fiber(pvSanitizer, 0);
-        swapcontext(&rFrom.aState, &aState);
-    }
-};
-
-/// One CUDA thread of the blocks of a launch with barriers.
-struct Fiber : Context
+/// One CUDA thread of the blocks of launches with barriers.
+struct Fiber
 {
     Fiber()
     {
-        pvSanitizer = __tsan_create_fiber(0);
         getcontext(&aState);
         aState.uc_stack.ss_sp = pcStack.get();
         aState.uc_stack.ss_size = g_tStack;
         makecontext(&aState, RunBlocks, 0);
     }
     static void RunBlocks();
+    ucontext_t aState{};
     std::unique_ptr<char[]> pcStack = std::make_unique_for_overwrite<char[]>(g_tStack);
+    void* pvSanitizer = __tsan_create_fiber(0);
     uint3 aThread;
     bool bDone = false;
 };
@@ -61,7 +50,8 @@ struct Fiber : Context
 std::mutex g_aMutex;  // a launch with barriers has all below and s_afShared for itself
 std::vector<std::unique_ptr<Fiber>> g_vpFibers;
 Fiber* g_pRunning = nullptr;
-Context g_aOutside;
+ucontext_t g_aOutside;
+void* g_pvOutside = nullptr;  // ThreadSanitizer's
 const std::function<void()>* g_pKernel = nullptr;
 
 void Fiber::RunBlocks()
@@ -70,7 +60,7 @@ void Fiber::RunBlocks()
     {
         (*g_pKernel)();
         g_pRunning->bDone = true;
-        g_aOutside.Enter(*g_pRunning);
+        __syncthreads();
     }
 }
 
@@ -98,7 +88,7 @@ void RunBlockWithBarriers(const cudaLaunchConfig_t& rConfig)
         vpFibers[t]->bDone = false;
     }
     std::memset(s_afShared, 0xFF, sizeof s_afShared);  // NaNs
-    g_aOutside.pvSanitizer = __tsan_get_current_fiber();
+    g_pvOutside = __tsan_get_current_fiber();
     const auto IsDone = [](const auto& pFiber) { return pFiber->bDone; };
     do
     {
@@ -107,7 +97,8 @@ void RunBlockWithBarriers(const cudaLaunchConfig_t& rConfig)
         {
             threadIdx = pFiber->aThread;
             g_pRunning = pFiber.get();
-            pFiber->Enter(g_aOutside);
+            __tsan_switch_to_fiber(pFiber->pvSanitizer, 0);
+            swapcontext(&g_aOutside, &pFiber->aState);
         }
     } while (std::ranges::none_of(vpFibers, IsDone));
     if (!std::ranges::all_of(vpFibers, IsDone)) Trap("threads of a block met different barriers\n");
@@ -136,18 +127,19 @@ void RunGrid(Device& rDevice, const cudaLaunchConfig_t& rConfig,
 }
 }  // namespace
 
-void BlockBarrier()
-{
-    g_aOutside.Enter(*g_pRunning);
-}
-
 cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKernel)
 {
     const dim3& g = rConfig.gridDim;
     if (Count(g) == 0 || g.y > 65535 || g.z > 65535 || Count(rConfig.blockDim) > 1024 ||
         rConfig.dynamicSmemBytes >= g_tSharedMax)
-        return cudaErrorInvalidConfiguration;
+        return cudaErrorInvalidValue;
     return Enqueue("cudaLaunchKernelEx", rConfig.stream,
                    [=, &rDevice = Current()] { RunGrid(rDevice, rConfig, fKernel); });
 }
 }  // namespace SoftCuda
+
+void __syncthreads()
+{
+    __tsan_switch_to_fiber(SoftCuda::g_pvOutside, 0);
+    swapcontext(&SoftCuda::g_pRunning->aState, &SoftCuda::g_aOutside);
+}

@@ -8,12 +8,15 @@
 
 namespace SoftCuda
 {
-bool Device::Take(std::size_t tBytes)
+cudaError_t Take(const char* pcCall, std::size_t tBytes)
 {
-    if (tUsed + tBytes > g_aSettings.tMemory) return false;
-    tUsed += tBytes;
-    tPeak = std::max(tPeak, tUsed);
-    return true;
+    const cudaError_t eError = Begin(pcCall);
+    if (eError != cudaSuccess) return eError;
+    Device& rDevice = Current();
+    if (rDevice.tUsed + tBytes > g_aSettings.tMemory) return cudaErrorMemoryAllocation;
+    rDevice.tUsed += tBytes;
+    rDevice.tPeak = std::max(rDevice.tPeak, rDevice.tUsed);
+    return cudaSuccess;
 }
 
 bool Device::Holds(const void* pvFirst, std::size_t tBytes) const
@@ -36,32 +39,12 @@ char* NewMemory(std::size_t tBytes)
 
 cudaError_t Allocate(const char* pcCall, void** ppvBegin, std::size_t tBytes)
 {
-    const cudaError_t eError = Begin(pcCall);
+    const cudaError_t eError = Take(pcCall, tBytes);
     if (eError != cudaSuccess) return eError;
-    if (!Current().Take(tBytes)) return cudaErrorMemoryAllocation;
     char* const pcBegin = NewMemory(tBytes);
     Current().aMemory[pcBegin] = tBytes;
     *ppvBegin = pcBegin;
     return cudaSuccess;
-}
-
-/// The bytes are taken when the copy runs, from pageable memory too.
-cudaError_t Copy(const char* pcCall, cudaStream_t pStream, cudaMemcpyKind eKind, void* pvDst,
-                 std::size_t tDstPitch, const void* pvSrc, std::size_t tSrcPitch,
-                 std::size_t tWidth, std::size_t tHeight)
-{
-    const std::size_t tDst = (tHeight - 1) * tDstPitch + tWidth;
-    const std::size_t tSrc = (tHeight - 1) * tSrcPitch + tWidth;
-    if (Current().Holds(pvDst, tDst) != (eKind != cudaMemcpyDeviceToHost) ||
-        Current().Holds(pvSrc, tSrc) != (eKind != cudaMemcpyHostToDevice))
-        return cudaErrorInvalidValue;
-    const auto Run = [=]
-    {
-        for (std::size_t y = 0; y < tHeight; ++y)
-            std::memcpy(static_cast<char*>(pvDst) + y * tDstPitch,
-                        static_cast<const char*>(pvSrc) + y * tSrcPitch, tWidth);
-    };
-    return Enqueue(pcCall, pStream, Run);
 }
 }  // namespace
 }  // namespace SoftCuda
@@ -125,12 +108,25 @@ cudaError_t cudaMemset2DAsync(void* devPtr, std::size_t pitch, int value, std::s
 cudaError_t cudaMemcpyAsync(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind,
                             cudaStream_t stream)
 {
-    return Copy(__func__, stream, kind, dst, count, src, count, count, 1);
+    const cudaError_t eError = Begin(__func__);
+    if (eError != cudaSuccess) return eError;
+    return cudaMemcpy2DAsync(dst, count, src, count, count, 1, kind, stream);
 }
 
+/// The bytes are taken when the copy runs, from pageable memory too.
 cudaError_t cudaMemcpy2DAsync(void* dst, std::size_t dpitch, const void* src, std::size_t spitch,
                               std::size_t width, std::size_t height, cudaMemcpyKind kind,
                               cudaStream_t stream)
 {
-    return Copy(__func__, stream, kind, dst, dpitch, src, spitch, width, height);
+    const Device& rDevice = Current();
+    if (rDevice.Holds(dst, (height - 1) * dpitch + width) != (kind != cudaMemcpyDeviceToHost) ||
+        rDevice.Holds(src, (height - 1) * spitch + width) != (kind != cudaMemcpyHostToDevice))
+        return cudaErrorInvalidValue;
+    const auto Run = [=]
+    {
+        for (std::size_t y = 0; y < height; ++y)
+            std::memcpy(static_cast<char*>(dst) + y * dpitch,
+                        static_cast<const char*>(src) + y * spitch, width);
+    };
+    return Enqueue(__func__, stream, Run);
 }

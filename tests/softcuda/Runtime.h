@@ -43,14 +43,12 @@ struct Device
     cudaError_t eSticky = cudaSuccess;  // what broke the device: nothing runs any more
     bool bRunningOthers = false;
 
-    bool Take(std::size_t tBytes);  ///< false: the device is full
     /// Whether all the bytes lie in one piece of linear memory.
     bool Holds(const void* pvFirst, std::size_t tBytes) const;
 
-    void RunOne(CUstream_st& rStream);  ///< its queue is not empty
-    void RunOthers(const CUstream_st* pStream);
-    void Drain(CUstream_st& rStream);
-    void RunUntil(const std::shared_ptr<Record>& pRecord);  ///< null: nothing to wait for
+    /// What a stream was given, until a place in it or (null) to its end.
+    void Run(CUstream_st& rStream, const Record* pUntil = nullptr);
+    void WaitFor(const std::shared_ptr<Record>& pRecord);  ///< null: nothing to wait for
     void Synchronize();
 };
 inline std::array<Device, 16> g_aDevices;
@@ -61,6 +59,8 @@ cudaError_t Begin(const char* pcCall);
 /// Ends the launch that runs on this thread and breaks its device; the reason goes to stderr.
 void Trap(const char* pcReason);
 
+/// The same, and bytes of the current device for the call, which may not be there.
+cudaError_t Take(const char* pcCall, std::size_t tBytes);
 /// A call that works on the current device, which may break it.
 template <class F>
 cudaError_t Call(const char* pcCall, F fWork)

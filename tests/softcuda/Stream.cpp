@@ -12,45 +12,37 @@ cudaError_t Enqueue(const char* pcCall, cudaStream_t pStream, std::function<void
 {
     const cudaError_t eError = Begin(pcCall);
     if (eError != cudaSuccess) return eError;
-    if (std::ranges::count(Current().vpStreams, pStream) == 0)
-        return cudaErrorInvalidResourceHandle;
+    if (std::ranges::count(Current().vpStreams, pStream) == 0) return cudaErrorInvalidValue;
     pStream->aQueue.push_back(std::move(fRun));
     return cudaSuccess;
 }
 
-void Device::RunOne(CUstream_st& rStream)
+void Device::Run(CUstream_st& rStream, const Record* pUntil)
 {
-    const std::function<void()> fRun = std::move(rStream.aQueue.front());
-    rStream.aQueue.pop_front();
-    if (eSticky == cudaSuccess) fRun();
+    if (g_aSettings.eOrder == EOrder::eOthersFirst && !std::exchange(bRunningOthers, true))
+    {
+        for (CUstream_st* pOther : vpStreams)
+            if (pOther != &rStream) Run(*pOther);
+        bRunningOthers = false;
+    }
+    while (!rStream.aQueue.empty() && !(pUntil && pUntil->bDone))
+    {
+        const std::function<void()> fRun = std::move(rStream.aQueue.front());
+        rStream.aQueue.pop_front();
+        if (eSticky == cudaSuccess) fRun();
+    }
 }
 
-void Device::RunOthers(const CUstream_st* pStream)
+void Device::WaitFor(const std::shared_ptr<Record>& pRecord)
 {
-    if (g_aSettings.eOrder != EOrder::eOthersFirst || std::exchange(bRunningOthers, true)) return;
-    for (CUstream_st* pOther : vpStreams)
-        while (pOther != pStream && !pOther->aQueue.empty()) RunOne(*pOther);
-    bRunningOthers = false;
-}
-
-void Device::Drain(CUstream_st& rStream)
-{
-    RunOthers(&rStream);
-    while (!rStream.aQueue.empty()) RunOne(rStream);
-}
-
-void Device::RunUntil(const std::shared_ptr<Record>& pRecord)
-{
-    if (pRecord && !pRecord->bDone) RunOthers(pRecord->pStream);
-    while (pRecord && !pRecord->bDone && eSticky == cudaSuccess) RunOne(*pRecord->pStream);
+    if (pRecord && !pRecord->bDone) Run(*pRecord->pStream, pRecord.get());
 }
 
 void Device::Synchronize()
 {
     // The newest stream first: a producer was usually created before its consumer, and a consumer
     // that does not wait shall be seen here too.
-    for (CUstream_st* pStream : vpStreams | std::views::reverse)
-        while (!pStream->aQueue.empty()) RunOne(*pStream);
+    for (CUstream_st* pStream : vpStreams | std::views::reverse) Run(*pStream);
 }
 }  // namespace SoftCuda
 
@@ -69,21 +61,21 @@ cudaError_t cudaStreamCreateWithFlags(cudaStream_t* stream, unsigned int)
 
 cudaError_t cudaStreamDestroy(cudaStream_t stream)
 {
-    Current().Drain(*stream);  // its work is still done, at some time
-    if (std::erase(Current().vpStreams, stream) == 0) return cudaErrorInvalidResourceHandle;
+    Current().Run(*stream);  // its work is still done, at some time
+    if (std::erase(Current().vpStreams, stream) == 0) return cudaErrorInvalidValue;
     delete stream;
     return cudaSuccess;
 }
 
 cudaError_t cudaStreamSynchronize(cudaStream_t stream)
 {
-    return Call(__func__, [=](Device& rDevice) { rDevice.Drain(*stream); });
+    return Call(__func__, [=](Device& rDevice) { rDevice.Run(*stream); });
 }
 
 cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned int)
 {
     return Enqueue(__func__, stream,
-                   [&rDevice = Current(), pRecord = event->pRecord] { rDevice.RunUntil(pRecord); });
+                   [&rDevice = Current(), pRecord = event->pRecord] { rDevice.WaitFor(pRecord); });
 }
 
 cudaError_t cudaEventCreateWithFlags(cudaEvent_t* event, unsigned int flags)
@@ -116,14 +108,12 @@ cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream)
 
 cudaError_t cudaEventSynchronize(cudaEvent_t event)
 {
-    return Call(__func__, [=](Device& rDevice) { rDevice.RunUntil(event->pRecord); });
+    return Call(__func__, [=](Device& rDevice) { rDevice.WaitFor(event->pRecord); });
 }
 
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t end)
 {
-    for (const cudaEvent_t pEvent : {start, end})
-        if (!pEvent->bTimed || !pEvent->pRecord || !pEvent->pRecord->bDone)
-            return cudaErrorInvalidResourceHandle;
+    if (!start->bTimed || !end->bTimed) return cudaErrorInvalidValue;
     *ms = std::chrono::duration<float, std::milli>(end->pRecord->aTime - start->pRecord->aTime)
               .count();
     return cudaSuccess;

@@ -52,23 +52,8 @@ cudaError_t AddObject(const char* pcCall, unsigned long long* pulHandle, cudaArr
     };
     return Call(pcCall, Work);
 }
-}  // namespace
 
-float Sample(cudaTextureObject_t ulTexture, float fX, float fY, int iLayer)
-{
-    const auto& [pArray, bLinear] = Find(ulTexture);
-    const auto& [tX, tY, tLayers] = pArray->aSize;
-    const float* const pfLayer =
-        pArray->vfTexels.data() + std::clamp(iLayer, 0, int(tLayers) - 1) * (tX * tY);
-    const Axis aX(fX, tX, bLinear), aY(fY, tY, bLinear);
-    if (!bLinear) return pfLayer[aY.ai[0] * tX + aX.ai[0]];
-    float fSum = 0;
-    for (const int y : {0, 1})
-        for (const int x : {0, 1})
-            fSum += aX.Weight(x) * aY.Weight(y) * pfLayer[aY.ai[y] * tX + aX.ai[x]];
-    return fSum;
-}
-
+/// The texel at byte iX of a row; outside of the array the launch fails.
 float& GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer)
 {
     static thread_local float t_fNowhere;
@@ -81,19 +66,50 @@ float& GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer)
     Trap("surface access beside the array\n");
     return t_fNowhere;
 }
+}  // namespace
 }  // namespace SoftCuda
 
 using namespace SoftCuda;
 
+template <class T>
+T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer)
+{
+    const auto& [pArray, bLinear] = Find(texture);
+    const auto& [tX, tY, tLayers] = pArray->aSize;
+    const float* const pfLayer =
+        pArray->vfTexels.data() + std::clamp(layer, 0, int(tLayers) - 1) * (tX * tY);
+    const Axis aX(x, tX, bLinear), aY(y, tY, bLinear);
+    if (!bLinear) return pfLayer[aY.ai[0] * tX + aX.ai[0]];
+    float fSum = 0;
+    for (const int v : {0, 1})
+        for (const int u : {0, 1})
+            fSum += aX.Weight(u) * aY.Weight(v) * pfLayer[aY.ai[v] * tX + aX.ai[u]];
+    return fSum;
+}
+template float tex2DLayered(cudaTextureObject_t, float, float, int);
+
+template <class T>
+T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer)
+{
+    return GetTexel(surface, x, y, layer);
+}
+template float surf2DLayeredread(cudaSurfaceObject_t, int, int, int);
+
+template <class T>
+void surf2DLayeredwrite(T value, cudaSurfaceObject_t surface, int x, int y, int layer)
+{
+    GetTexel(surface, x, y, layer) = value;
+}
+template void surf2DLayeredwrite(float, cudaSurfaceObject_t, int, int, int);
+
 cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc*, cudaExtent extent,
                               unsigned int flags)
 {
-    const cudaError_t eError = Begin(__func__);
-    if (eError != cudaSuccess) return eError;
     const std::size_t tTexels = extent.width * extent.height * extent.depth;
     if (tTexels == 0 || flags != (cudaArrayLayered | cudaArraySurfaceLoadStore))
         return cudaErrorInvalidValue;
-    if (!Current().Take(tTexels * sizeof(float))) return cudaErrorMemoryAllocation;
+    const cudaError_t eError = Take(__func__, tTexels * sizeof(float));
+    if (eError != cudaSuccess) return eError;
     ++Current().iOthers;
     *array = new cudaArray{std::vector<float>(tTexels, NAN), extent};
     return cudaSuccess;

@@ -5,7 +5,6 @@
 // sources are compiled by g++ with this header found first; SoftCuda.h steers it from the tests.
 
 #include <cmath>
-#include <concepts>
 #include <cstddef>
 #include <functional>
 #include <type_traits>
@@ -23,11 +22,9 @@
     X(0, cudaSuccess, "no error")                                               \
     X(1, cudaErrorInvalidValue, "invalid argument")                             \
     X(2, cudaErrorMemoryAllocation, "out of memory")                            \
-    X(9, cudaErrorInvalidConfiguration, "invalid configuration argument")       \
     X(35, cudaErrorInsufficientDriver, "CUDA driver version is insufficient")   \
     X(100, cudaErrorNoDevice, "no CUDA-capable device is detected")             \
     X(214, cudaErrorECCUncorrectable, "uncorrectable ECC error encountered")    \
-    X(400, cudaErrorInvalidResourceHandle, "invalid resource handle")           \
     X(700, cudaErrorIllegalAddress, "an illegal memory access was encountered") \
     X(719, cudaErrorLaunchFailure, "unspecified launch failure")                \
     X(999, cudaErrorUnknown, "unknown error")
@@ -157,34 +154,17 @@ namespace SoftCuda
 /// Queues a launch; fKernel runs the kernel for the CUDA thread that threadIdx and blockIdx name.
 cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKernel);
 
-/// One sample of a layered texture.
-float Sample(cudaTextureObject_t ulTexture, float fX, float fY, int iLayer);
-/// The texel at byte iX of a row; outside of the array the launch fails.
-float& GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer);
-void BlockBarrier();
 }  // namespace SoftCuda
 
 inline constinit thread_local uint3 threadIdx, blockIdx;
-inline void __syncthreads()
-{
-    SoftCuda::BlockBarrier();
-}
-
-template <std::same_as<float> T>
-T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer)
-{
-    return SoftCuda::Sample(texture, x, y, layer);
-}
-template <std::same_as<float> T>
-T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer)
-{
-    return SoftCuda::GetTexel(surface, x, y, layer);
-}
-template <std::same_as<float> T>
-void surf2DLayeredwrite(T value, cudaSurfaceObject_t surface, int x, int y, int layer)
-{
-    SoftCuda::GetTexel(surface, x, y, layer) = value;
-}
+void __syncthreads();
+// There are those of floats.
+template <class T>
+T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer);
+template <class T>
+T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer);
+template <class T>
+void surf2DLayeredwrite(T value, cudaSurfaceObject_t surface, int x, int y, int layer);
 
 template <typename... ExpTypes, typename... ActTypes>
 cudaError_t cudaLaunchKernelEx(const cudaLaunchConfig_t* config, void (*kernel)(ExpTypes...),
