@@ -1,10 +1,11 @@
-// Devices that are not there, cannot be used or cannot be opened.
+// Devices that are not there, cannot be used or cannot be opened; and what the clock sees of one.
 
 #include <gtest/gtest.h>
 
 #include <tuple>
 
 #include "gpulib/Device/Backend.h"
+#include "gpulib/Device/Cuda/CudaClock.h"
 #include "gpulib/Device/DeviceArray2D.h"
 #include "gpulib/Device/DeviceCtx.h"
 #include "gpulib/Device/DeviceError.h"
@@ -19,7 +20,7 @@ protected:
     ~SoftCudaDevices() override
     {
         SetBackend(nullptr);
-        EXPECT_EQ(SoftCuda::GetLiveObjects().GetTotal(), 0);
+        EXPECT_EQ(SoftCuda::GetCounts().iHeld, 0);
         SoftCuda::Reset();
         TakeDeviceError();
     }
@@ -27,7 +28,7 @@ protected:
     {
         std::string strReason;
         SetBackend(nullptr);
-        SoftCuda::SetDevices(iDevices);
+        SoftCuda::g_aSettings.iDevices = iDevices;
         SetBackend(MakeBackend(pcWanted, strReason));
         return strReason;
     }
@@ -46,7 +47,7 @@ TEST_F(SoftCudaDevices, DecideOnTheBackend)
 
 TEST_F(SoftCudaDevices, ThatCannotBeUsedKeepTheirNumbers)
 {
-    SoftCuda::SetCapability(70, 0);
+    SoftCuda::g_aSettings.iCapability = 70;
     SoftCuda::FailNext("cudaGetDeviceProperties", cudaErrorECCUncorrectable, 2);
     EXPECT_EQ(Make("cuda", 4),
               "cuda (2 x software device 1; GPU 0 is left out: compute capability 7.0, 7.5 is "
@@ -68,22 +69,41 @@ TEST_F(SoftCudaDevices, ThatCouldNotBeOpenedFailWhatTheyAreAskedFor)
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Error: Unable to set the device: 0\n"
               "Info: GPU 0: pin 16 MiB: out of memory (cudaErrorMemoryAllocation).\n");
-    float afValues[4] = {1, 2, 3, 4};
-    const HostRows<float> aRows = {afValues, 2, 4, 1};
+    float afValues[4] = {};
     DeviceImage aImage;
     aImage.iWidth = aImage.iHeight = 2;
     aImage.pvData = afValues;
     EXPECT_TRUE(rBackend.FinishDownload()) << "a band without rows asks for nothing else";
-    EXPECT_FALSE(rBackend.Upload(aImage, {afValues, 2, 4, 1}, 0, 0, 2, 2));
+    EXPECT_FALSE(rBackend.Clear(aImage));
     EXPECT_EQ(TakeDeviceError(), "device 0 is not open") << "and not why it is not";
-    EXPECT_FALSE(rBackend.Clear(aImage) || rBackend.Copy(aImage, aImage) ||
-                 rBackend.Download(aImage, aRows, 0, 0, 2, 2) ||
-                 rBackend.UploadTable(aImage, afValues) ||
-                 rBackend.DownloadTable(aImage, afValues));
+    EXPECT_FALSE(
+        rBackend.Copy(aImage, aImage) || rBackend.Upload(aImage, {afValues, 2, 4, 1}, 0, 0, 2, 2) ||
+        rBackend.Download(aImage, {afValues, 2, 4, 1}, 0, 0, 2, 2) ||
+        rBackend.UploadTable(aImage, afValues) || rBackend.DownloadTable(aImage, afValues));
     TakeDeviceError();
     CDeviceArray2D aArray;
     SoftCuda::FailNext("cudaSetDevice", cudaErrorUnknown);
     EXPECT_FALSE(aArray.Create(2, 2));
     EXPECT_EQ(TakeDeviceError(), "select device 0: unknown error (cudaErrorUnknown)");
     EXPECT_TRUE(aArray.Create(2, 2)) << "it can be opened now";
+}
+
+TEST_F(SoftCudaDevices, TellAClockWhatTheyDo)
+{
+    Make("cuda", 1);
+    std::vector<float> vfValues(6 * 20);
+    CDeviceArray2D aArray;
+    aArray.SetLanes(4);
+    CCudaClock aClock;
+    CCudaClock::Totals aTotals;
+    ASSERT_TRUE(aArray.Create(5, 6) &&
+                aArray.HostToDevice({vfValues.data(), 20, 5, 4}, 0, 0, 5, 6) &&
+                aArray.ToHost({vfValues.data(), 20, 5, 4}, 0, 0, 5, 6) && aClock.Take(aTotals))
+        << TakeDeviceError();
+    std::string strSeen;
+    for (const auto& [strName, rTotal] : aTotals)
+        if (rTotal.dSeconds > 0) strSeen += std::to_string(rTotal.iCount) + " " + strName + ", ";
+    EXPECT_EQ(strSeen,
+              "1 copy to the device, 1 copy to the host, 1 download, 1 pack, 1 unpack, 2 upload, "
+              "2 wait, ");
 }

@@ -3,12 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-
-#include "gpulib/Device/Cuda/CudaClock.h"
-#include "gpulib/Device/DeviceArray2D.h"
 #include "gpulib/Device/DeviceError.h"
-#include "tests/backends/Backends.h"
 #include "tests/job/JobRunner.h"
 #include "tests/softcuda/SoftCuda.h"
 
@@ -17,32 +12,40 @@ namespace
 class SoftCudaJob : public testing::Test
 {
 protected:
-    void SetUp() override { SoftCuda::Reset(); }
-    void TearDown() override
+    SoftCudaJob()
     {
-        SetBackend(nullptr);
-        EXPECT_EQ(SoftCuda::GetLiveObjects().GetTotal(), 0);
-        SoftCuda::Reset();
+        mForget();
+        m_aJob.iY = 9;
+        m_aJob.iIterations = 2;
+        m_aJob.uiSets = 2;
+        m_aStart = MakeData(m_aJob, 8);
+    }
+    ~SoftCudaJob() override
+    {
+        mForget();
         TakeDeviceError();
     }
-    TestJob m_aJob = []
+    /// A new machine; nothing of what went before is left.
+    static void mForget()
     {
-        TestJob aJob;
-        aJob.iY = 9;
-        aJob.iIterations = 2;
-        aJob.uiSets = 2;
-        return aJob;
-    }();
-    const TestData m_aStart = MakeData(m_aJob, 8);
+        SetBackend(nullptr);
+        EXPECT_EQ(SoftCuda::GetCounts().iHeld, 0);
+        SoftCuda::Reset();
+    }
+    TestData mRun(int iWorkers = 1, int iMaxRows = 0) const
+    {
+        return RunJob(m_aJob, m_aStart, {"cuda", iWorkers, iMaxRows});
+    }
+    TestJob m_aJob;
+    TestData m_aStart;
 };
 }  // namespace
 
 TEST_F(SoftCudaJob, StreamsMayRunInAnyOrder)
 {
-    const TestData aLazy = RunJob(m_aJob, m_aStart, {"cuda", 2, 2});
-    EXPECT_GT(SoftCuda::GetLaunches(), 0);
-    SoftCuda::SetOrder(SoftCuda::EOrder::eOthersFirst);
-    const TestData aEager = RunJob(m_aJob, m_aStart, {"cuda", 2, 2});
+    const TestData aLazy = mRun(2, 2);
+    SoftCuda::g_aSettings.eOrder = SoftCuda::EOrder::eOthersFirst;
+    const TestData aEager = mRun(2, 2);
     EXPECT_EQ(aLazy.strError + aEager.strError, "");
     EXPECT_EQ(aEager.vfVolume, aLazy.vfVolume);
     EXPECT_EQ(aEager.vdRfactor, aLazy.vdRfactor);
@@ -50,27 +53,26 @@ TEST_F(SoftCudaJob, StreamsMayRunInAnyOrder)
 
 TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 {
-    const TestData aExpected = RunJob(m_aJob, m_aStart, {"cuda"});
-    const std::size_t tPeak = SoftCuda::GetMemoryPeak();
-    const int iLaunches = SoftCuda::GetLaunches();
+    const TestData aExpected = mRun();
+    const SoftCuda::Counts aWhole = SoftCuda::GetCounts();
     for (const auto& [dShare, bFits] : {std::pair{0.6, true}, {0.9, true}, {0.01, false}})
     {
-        SoftCuda::Reset();
-        SoftCuda::SetMemory(std::size_t(double(tPeak) * dShare));
+        mForget();
+        SoftCuda::g_aSettings.tMemory = std::size_t(double(aWhole.tPeak) * dShare);
         // The job believes what it asked first, before others took the memory.
         SoftCuda::FailNext("cudaMemGetInfo", cudaErrorUnknown);
-        const TestData aResult = RunJob(m_aJob, m_aStart, {"cuda"});
+        const TestData aResult = mRun();
         EXPECT_EQ(aResult.strError.find("out of memory") == std::string::npos, bFits) << dShare;
         EXPECT_EQ(aResult.vfVolume == aExpected.vfVolume, bFits) << dShare;
         // More batches, but not row by row.
-        EXPECT_TRUE(!bFits || (SoftCuda::GetLaunches() > iLaunches &&
-                               SoftCuda::GetLaunches() < 4 * iLaunches));
+        const int iLaunches = SoftCuda::GetCounts().iLaunches;
+        EXPECT_EQ(iLaunches > aWhole.iLaunches && iLaunches < 4 * aWhole.iLaunches, bFits);
     }
 }
 
 TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
 {
-    const TestData aExpected = RunJob(m_aJob, m_aStart, {"cuda", 1, 3});
+    const TestData aExpected = mRun(1, 3);
     for (const auto& [pcCall, iAfter, pcWords] :
          {std::tuple{"cudaMalloc3DArray", 0, ""},  // another try fits
           {"cudaMalloc", 0, ""},                   // of an upload: made in halves
@@ -84,47 +86,14 @@ TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
           {"cudaMallocHost", 1, "pin 16 MiB"}})
     {
         SCOPED_TRACE(testing::Message() << pcCall << " after " << iAfter);
-        SetBackend(nullptr);
-        SoftCuda::Reset();
+        mForget();
         SoftCuda::FailNext(pcCall, cudaErrorMemoryAllocation, iAfter);
-        const TestData aResult = RunJob(m_aJob, m_aStart, {"cuda", 1, 3});
-        EXPECT_NE(aResult.strError.find(pcWords), std::string::npos) << aResult.strError;
-        EXPECT_EQ(aResult.strError.empty(), *pcWords == 0) << aResult.strError;
-        EXPECT_EQ(RunJob(m_aJob, m_aStart, {"cuda", 1, 3}).vfVolume, aExpected.vfVolume);
+        const std::string strError = mRun(1, 3).strError;
+        EXPECT_NE(strError.find(pcWords), std::string::npos) << strError;
+        EXPECT_EQ(strError.empty(), *pcWords == 0) << strError;
+        EXPECT_EQ(mRun(1, 3).vfVolume, aExpected.vfVolume);
     }
     // A device that is lost while another works.
     SoftCuda::FailNext("cudaEventSynchronize", cudaErrorIllegalAddress, 3);
-    EXPECT_NE(RunJob(m_aJob, m_aStart, {"cuda", 2, 3}).strError, "");
-}
-
-TEST_F(SoftCudaJob, AClockNamesWhatItsThreadDoes)
-{
-    SetBackend(MakeTestBackend("cuda", 1));
-    ASSERT_TRUE(GetBackend()->SelectDevice(0));
-    std::vector<float> vfValues(2 * 3 * 5 * 4, 1.0f);
-    CDeviceArray2D aArray;
-    aArray.SetLanes(4);
-    CCudaClock aClock;
-    CCudaClock::Totals aTotals;
-    const auto RoundTrip = [&]
-    {
-        return aArray.Create(5, 6) &&
-               aArray.HostToDevice({vfValues.data(), 20, 5, 4}, 0, 0, 5, 6) &&
-               aArray.ToHost({vfValues.data(), 20, 5, 4}, 0, 0, 5, 6) && aClock.Take(aTotals);
-    };
-    ASSERT_TRUE(RoundTrip()) << TakeDeviceError();
-    std::map<std::string, int> aCounts;
-    for (const auto& [strName, rTotal] : aTotals)
-        if (rTotal.dSeconds > 0) aCounts[strName] = rTotal.iCount;
-    EXPECT_EQ(aCounts, (std::map<std::string, int>{{"upload", 2},
-                                                   {"download", 1},
-                                                   {g_acToDevice, 1},
-                                                   {g_acToHost, 1},
-                                                   {g_acPack, 1},
-                                                   {g_acUnpack, 1},
-                                                   {g_acWait, 2}}));
-    SoftCuda::FailNext("cudaEventCreateWithFlags", cudaErrorMemoryAllocation);
-    EXPECT_FALSE(RoundTrip()) << "only the clock is broken";
-    EXPECT_NE(TakeDeviceError().find("create event"), std::string::npos);
-    EXPECT_TRUE(aClock.Take(aTotals) && aTotals.empty()) << "and goes on";
+    EXPECT_NE(mRun(2, 3).strError, "");
 }

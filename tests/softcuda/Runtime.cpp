@@ -1,9 +1,9 @@
 #include "tests/softcuda/Runtime.h"
 
 #include <algorithm>
-#include <cstdarg>
+#include <atomic>
 #include <cstdio>
-#include <string>
+#include <cstring>
 
 // Devices, what can be asked of them, errors, and what a test sets.
 
@@ -12,11 +12,10 @@ namespace SoftCuda
 namespace
 {
 thread_local int t_iDevice = 0;
-thread_local cudaError_t t_eLast = cudaSuccess;
 
-std::atomic<bool> g_bAnyFailure = false;  // calls take the mutex only while a failure waits
-std::mutex g_aFailureMutex;
-std::map<std::string, std::pair<cudaError_t, int>> g_aFailures;  // after how many calls
+const char* g_pcFailing = "";  // the call that fails
+cudaError_t g_eFailure = cudaSuccess;
+std::atomic<int> g_iFailAfter = 0;
 
 /// Name and text.
 std::pair<const char*, const char*> Describe(cudaError_t eError)
@@ -24,7 +23,7 @@ std::pair<const char*, const char*> Describe(cudaError_t eError)
 #define SOFTCUDA_CASE(VALUE, NAME, TEXT) \
     if (eError == NAME) return {#NAME, TEXT};
     SOFTCUDA_ERRORS(SOFTCUDA_CASE)
-    return {"unrecognized error code", "unrecognized error code"};
+    return {};
 }
 }  // namespace
 
@@ -33,122 +32,43 @@ Device& Current()
     return g_aDevices[t_iDevice];
 }
 
-void Device::Break(cudaError_t eError)
-{
-    cudaError_t eNone = cudaSuccess;
-    eSticky.compare_exchange_strong(eNone, eError);
-}
-
-void Trap(const char* pcFormat, ...)
-{
-    if (Current().eSticky != cudaSuccess) return;  // said once
-    va_list aArgs;
-    va_start(aArgs, pcFormat);
-    std::vfprintf(stderr, pcFormat, aArgs);
-    va_end(aArgs);
-    Current().Break(cudaErrorLaunchFailure);
-}
-
-cudaError_t Note(cudaError_t eError)
-{
-    if (eError != cudaSuccess && eError != cudaErrorNotReady) t_eLast = eError;
-    return eError;
-}
-
 cudaError_t Begin(const char* pcCall)
 {
-    if (g_iDevices < 0) return cudaErrorInsufficientDriver;
-    if (g_iDevices == 0) return cudaErrorNoDevice;
-    if (!g_bAnyFailure) return cudaSuccess;
-    const std::lock_guard aLock(g_aFailureMutex);
-    const auto iFound = g_aFailures.find(pcCall);
-    if (iFound == g_aFailures.end() || iFound->second.second-- > 0) return cudaSuccess;
-    const cudaError_t eError = iFound->second.first;
-    g_aFailures.erase(iFound);
-    g_bAnyFailure = !g_aFailures.empty();
-    if (eError == cudaErrorIllegalAddress) Current().Break(eError);  // it lasts
-    return eError;
+    if (std::strcmp(pcCall, g_pcFailing) != 0 || g_iFailAfter-- != 0) return Current().eSticky;
+    if (g_eFailure == cudaErrorIllegalAddress) Current().eSticky = g_eFailure;
+    return g_eFailure;
 }
 
-void SetDevices(int iCount)
+void Trap(const char* pcReason)
 {
-    g_iDevices = iCount;
-}
-
-void SetMemory(std::size_t tBytes)
-{
-    for (Device& rDevice : g_aDevices) rDevice.tMemory = tBytes;
-}
-
-void SetCapability(int iTenths, int iDevice)
-{
-    g_aDevices[iDevice].iCapability = iTenths;
-}
-
-void SetOrder(EOrder eOrder)
-{
-    g_eOrder = eOrder;
+    std::fputs(pcReason, stderr);
+    Current().eSticky = cudaErrorLaunchFailure;
 }
 
 void FailNext(const char* pcCall, cudaError_t eError, int iAfter)
 {
-    const std::lock_guard aLock(g_aFailureMutex);
-    g_aFailures[pcCall] = {eError, iAfter};
-    g_bAnyFailure = true;
+    g_pcFailing = pcCall;
+    g_eFailure = eError;
+    g_iFailAfter = iAfter;
 }
 
-LiveObjects GetLiveObjects()
+Counts GetCounts()
 {
-    LiveObjects aLive;
+    Counts aCounts;
     for (const Device& rDevice : g_aDevices)
     {
-        for (const auto& [pcBegin, rOwned] : rDevice.aOwned)
-            aLive.iEvents += rOwned.eKind == EKind::eEvent;
-        aLive.iTotal += int(rDevice.aOwned.size());
-        for (const Object& rObject : rDevice.vObjects) aLive.iTotal += rObject.pArray != nullptr;
+        aCounts.iHeld += int(rDevice.aMemory.size() + rDevice.vpStreams.size()) + rDevice.iOthers;
+        aCounts.iLaunches += rDevice.iLaunches;
+        aCounts.tPeak = std::max(aCounts.tPeak, rDevice.tPeak);
     }
-    return aLive;
-}
-
-int GetLaunches()
-{
-    int iLaunches = 0;
-    for (const Device& rDevice : g_aDevices) iLaunches += rDevice.iLaunches;
-    return iLaunches;
-}
-
-std::size_t GetMemoryPeak()
-{
-    return g_aDevices[0].tPeak;
-}
-
-void Device::Forget()
-{
-    Break(cudaErrorUnknown);  // what is queued may point to memory that is gone: it never runs
-    Synchronize();
-    vObjects.assign(vObjects.size(), {});  // old handles stay dead
-    vpStreams.clear();
-    aOwned.clear();
-    tUsed = tPeak = 0;
-    tMemory = std::size_t(1) << 30;
-    iCapability = 90;
-    iLaunches = 0;
-    eSticky = cudaSuccess;
+    return aCounts;
 }
 
 void Reset()
 {
-    for (Device& rDevice : g_aDevices)
-    {
-        const std::lock_guard aLock(rDevice.aMutex);
-        rDevice.Forget();
-    }
-    g_aFailures.clear();
-    g_bAnyFailure = false;
-    SetDevices(2);
-    SetOrder(EOrder::eLazy);
-    t_eLast = cudaSuccess;
-    t_iDevice = 0;
+    g_aSettings = {};
+    g_pcFailing = "";
+    g_aDevices = {};
 }
 }  // namespace SoftCuda
 
@@ -156,34 +76,30 @@ using namespace SoftCuda;
 
 cudaError_t cudaSetDevice(int device)
 {
-    const cudaError_t eError = Begin(__func__);
-    if (eError != cudaSuccess) return Note(eError);
-    if (device < 0 || device >= g_iDevices) return Note(cudaErrorInvalidDevice);
     t_iDevice = device;
-    return cudaSuccess;
+    return Begin(__func__);
 }
 
 cudaError_t cudaGetDevice(int* device)
 {
     *device = t_iDevice;
-    return Note(Begin(__func__));
+    return cudaSuccess;
 }
 
 cudaError_t cudaGetLastError()
 {
-    const cudaError_t eError = std::exchange(t_eLast, cudaSuccess);
-    return Current().eSticky == cudaSuccess ? eError : Current().eSticky.load();
+    return cudaSuccess;  // a call that failed has said so
 }
 
 cudaError_t cudaGetDeviceCount(int* count)
 {
-    *count = std::max(0, g_iDevices.load());
-    return Note(Begin(__func__));
+    *count = std::max(0, g_aSettings.iDevices);
+    return *count > 0 ? cudaSuccess : cudaErrorNoDevice;
 }
 
 cudaError_t cudaDriverGetVersion(int* driverVersion)
 {
-    *driverVersion = g_iDevices < 0 ? 0 : 13000;
+    *driverVersion = g_aSettings.iDevices < 0 ? 0 : 13000;
     return cudaSuccess;
 }
 
@@ -195,23 +111,17 @@ cudaError_t cudaRuntimeGetVersion(int* runtimeVersion)
 
 cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device)
 {
-    const cudaError_t eError = Begin(__func__);
-    if (eError != cudaSuccess) return Note(eError);
-    const Device& rDevice = g_aDevices.at(device);
-    *prop = {"", rDevice.tMemory, rDevice.iCapability / 10, rDevice.iCapability % 10, 4};
+    const int iCapability = device == 0 ? g_aSettings.iCapability : 90;
+    *prop = {"", g_aSettings.tMemory, iCapability / 10, iCapability % 10, 4};
     std::snprintf(prop->name, sizeof prop->name, "software device %d", device);
-    return cudaSuccess;
+    return Begin(__func__);
 }
 
 cudaError_t cudaMemGetInfo(std::size_t* free, std::size_t* total)
 {
-    const auto Work = [=](const Device& rDevice)
-    {
-        *total = rDevice.tMemory;
-        *free = *total - std::min(*total, rDevice.tUsed);
-        return cudaSuccess;
-    };
-    return Call(__func__, Work);
+    *total = g_aSettings.tMemory;
+    *free = *total - std::min(*total, Current().tUsed);
+    return Begin(__func__);
 }
 
 const char* cudaGetErrorName(cudaError_t error)

@@ -5,31 +5,26 @@
 
 // Arrays, texture and surface objects, and the texture unit.
 
+struct cudaArray
+{
+    std::vector<float> vfTexels;  // [layer][y][x]
+    cudaExtent aSize;
+};
+
 namespace SoftCuda
 {
 namespace
 {
-/// A handle is never used twice, nor on two devices.
-unsigned long long FirstHandle(const Device& rDevice)
+/// What a handle of a texture or a surface points to.
+struct Object
 {
-    return (&rDevice - g_aDevices.data() + 1ULL) << 32;
-}
+    cudaArray* pArray;
+    bool bLinear;
+};
 
-Object* FindObject(Device& rDevice, unsigned long long ulHandle, bool bTexture)
+const Object& Find(unsigned long long ulHandle)
 {
-    const unsigned long long ulIndex = ulHandle - FirstHandle(rDevice);
-    if (ulIndex >= rDevice.vObjects.size()) return nullptr;
-    Object& rObject = rDevice.vObjects[ulIndex];
-    return rObject.pArray && rObject.bTexture == bTexture ? &rObject : nullptr;
-}
-
-/// An object that a kernel uses; null after a trap.
-const Object* Use(unsigned long long ulHandle, bool bTexture)
-{
-    const Object* const pObject = FindObject(Current(), ulHandle, bTexture);
-    if (pObject && (pObject->pArray->uiFlags & cudaArrayLayered) != 0) return pObject;
-    Trap("no layered texture or surface of this device: %llx\n", ulHandle);
-    return nullptr;
+    return *reinterpret_cast<const Object*>(ulHandle);
 }
 
 /// The first texel of one axis, the second if it counts, and its weight, a multiple of 1/256.
@@ -47,113 +42,111 @@ struct Axis
     float Weight(int n) const { return n == 0 ? 1 - fWeight : fWeight; }
 };
 
-cudaError_t AddObject(const char* pcCall, unsigned long long* pulHandle,
-                      const cudaResourceDesc& rResource, const cudaTextureDesc* pTexture)
+cudaError_t AddObject(const char* pcCall, unsigned long long* pulHandle, cudaArray* pArray,
+                      bool bLinear)
 {
-    const auto Work = [&](Device& rDevice)
+    const auto Work = [=](Device& rDevice)
     {
-        const Owned* const pOwned = rDevice.Find(EKind::eArray, rResource.res.array.array);
-        if (rResource.resType != cudaResourceTypeArray || !pOwned) return cudaErrorInvalidValue;
-        const auto pArray = std::static_pointer_cast<cudaArray>(pOwned->pContent);
-        Object aObject = {pArray, pTexture != nullptr, false};
-        if (pTexture)
-        {
-            const auto& [aiMode, iFilter, iRead, iNormalized] = *pTexture;
-            if (aiMode[0] != cudaAddressModeClamp || aiMode[1] != cudaAddressModeClamp ||
-                iFilter == 0 || iRead != cudaReadModeElementType || iNormalized != 0)
-                return cudaErrorInvalidValue;
-            aObject.bLinear = iFilter == cudaFilterModeLinear;
-        }
-        else if ((pArray->uiFlags & cudaArraySurfaceLoadStore) == 0)
-            return cudaErrorInvalidValue;
-        *pulHandle = FirstHandle(rDevice) + rDevice.vObjects.size();
-        rDevice.vObjects.push_back(aObject);
-        return cudaSuccess;
+        ++rDevice.iOthers;
+        *pulHandle = reinterpret_cast<unsigned long long>(new Object{pArray, bLinear});
     };
     return Call(pcCall, Work);
 }
 
-cudaError_t DestroyObject(const char* pcCall, unsigned long long ulHandle, bool bTexture)
+/// The texel at byte iX of a row; outside of the array the launch fails.
+float& GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer)
 {
-    const auto Work = [=](Device& rDevice)
-    {
-        Object* const pObject = FindObject(rDevice, ulHandle, bTexture);
-        if (!pObject) return cudaErrorInvalidValue;
-        *pObject = {};  // work that waits for its turn finds it gone
-        return cudaSuccess;
-    };
-    return Call(pcCall, Work, true);
-}
-}  // namespace
-
-float Sample(cudaTextureObject_t ulTexture, float fX, float fY, int iLayer)
-{
-    const Object* const pObject = Use(ulTexture, true);
-    if (!pObject) return 0;
-    const auto& [tX, tY, tLayers] = pObject->pArray->aSize;
-    const float* const pfLayer =
-        pObject->pArray->vfTexels.data() + std::clamp(iLayer, 0, int(tLayers) - 1) * (tX * tY);
-    const Axis aX(fX, tX, pObject->bLinear), aY(fY, tY, pObject->bLinear);
-    if (!pObject->bLinear) return pfLayer[aY.ai[0] * tX + aX.ai[0]];
-    float fSum = 0;
-    for (const int y : {0, 1})
-        for (const int x : {0, 1})
-            fSum += aX.Weight(x) * aY.Weight(y) * pfLayer[aY.ai[y] * tX + aX.ai[x]];
-    return fSum;
-}
-
-float* GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer)
-{
-    const Object* const pObject = Use(ulSurface, false);
-    if (!pObject) return nullptr;
-    const auto& [tX, tY, tLayers] = pObject->pArray->aSize;
+    static thread_local float t_fNowhere;
+    cudaArray& rArray = *Find(ulSurface).pArray;
+    const auto& [tX, tY, tLayers] = rArray.aSize;
     const std::size_t tTexel = std::size_t(iX) / sizeof(float);  // negative: far outside
     if (iX % sizeof(float) == 0 && tTexel < tX && std::size_t(iY) < tY &&
         std::size_t(iLayer) < tLayers)
-        return &pObject->pArray->vfTexels[(iLayer * tY + iY) * tX + tTexel];
-    Trap("surface access at byte %d, row %d, layer %d\n", iX, iY, iLayer);
-    return nullptr;
+        return rArray.vfTexels[(iLayer * tY + iY) * tX + tTexel];
+    Trap("surface access beside the array\n");
+    return t_fNowhere;
 }
+}  // namespace
 }  // namespace SoftCuda
 
 using namespace SoftCuda;
 
-cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc* desc,
-                              cudaExtent extent, unsigned int flags)
+template <class T>
+T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer)
 {
-    const auto Work = [=](Device& rDevice)
-    {
-        const auto& [tX, tY, tLayers] = extent;
-        if (tX == 0 || tY == 0 || tLayers == 0 || tX > 32768 || tY > 32768 || tLayers > 2048 ||
-            desc->x != 32 || desc->y != 0)
-            return cudaErrorInvalidValue;
-        const std::size_t tTexels = tX * tY * tLayers, tBytes = tTexels * sizeof(float);
-        if (!rDevice.Take(tBytes)) return cudaErrorMemoryAllocation;
-        const std::vector<float> vfNaNs(tTexels, std::nanf(""));
-        *array =
-            rDevice.Keep(EKind::eArray, tBytes, std::make_shared<cudaArray>(vfNaNs, extent, flags));
-        return cudaSuccess;
-    };
-    return Call(__func__, Work);
+    const auto& [pArray, bLinear] = Find(texture);
+    const auto& [tX, tY, tLayers] = pArray->aSize;
+    const float* const pfLayer =
+        pArray->vfTexels.data() + std::clamp(layer, 0, int(tLayers) - 1) * (tX * tY);
+    const Axis aX(x, tX, bLinear), aY(y, tY, bLinear);
+    if (!bLinear) return pfLayer[aY.ai[0] * tX + aX.ai[0]];
+    float fSum = 0;
+    for (const int v : {0, 1})
+        for (const int u : {0, 1})
+            fSum += aX.Weight(u) * aY.Weight(v) * pfLayer[aY.ai[v] * tX + aX.ai[u]];
+    return fSum;
+}
+template float tex2DLayered(cudaTextureObject_t, float, float, int);
+
+template <class T>
+T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer)
+{
+    return GetTexel(surface, x, y, layer);
+}
+template float surf2DLayeredread(cudaSurfaceObject_t, int, int, int);
+
+template <class T>
+void surf2DLayeredwrite(T value, cudaSurfaceObject_t surface, int x, int y, int layer)
+{
+    GetTexel(surface, x, y, layer) = value;
+}
+template void surf2DLayeredwrite(float, cudaSurfaceObject_t, int, int, int);
+
+cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc*, cudaExtent extent,
+                              unsigned int flags)
+{
+    const std::size_t tTexels = extent.width * extent.height * extent.depth;
+    if (tTexels == 0 || flags != (cudaArrayLayered | cudaArraySurfaceLoadStore))
+        return cudaErrorInvalidValue;
+    const cudaError_t eError = Take(__func__, tTexels * sizeof(float));
+    if (eError != cudaSuccess) return eError;
+    ++Current().iOthers;
+    *array = new cudaArray{std::vector<float>(tTexels, NAN), extent};
+    return cudaSuccess;
+}
+
+cudaError_t cudaFreeArray(cudaArray_t array)
+{
+    Current().Synchronize();
+    Current().tUsed -= array->vfTexels.size() * sizeof(float);
+    --Current().iOthers;
+    delete array;
+    return cudaSuccess;
 }
 
 cudaError_t cudaCreateTextureObject(cudaTextureObject_t* object, const cudaResourceDesc* resource,
                                     const cudaTextureDesc* texture, const void*)
 {
-    return AddObject(__func__, object, *resource, texture);
-}
-
-cudaError_t cudaDestroyTextureObject(cudaTextureObject_t object)
-{
-    return DestroyObject(__func__, object, true);
+    const auto& [aiMode, iFilter, iRead, iNormalized] = *texture;
+    if (aiMode[0] != cudaAddressModeClamp || aiMode[1] != cudaAddressModeClamp ||
+        iRead != cudaReadModeElementType || iNormalized != 0)
+        return cudaErrorInvalidValue;
+    return AddObject(__func__, object, resource->res.array.array, iFilter == cudaFilterModeLinear);
 }
 
 cudaError_t cudaCreateSurfaceObject(cudaSurfaceObject_t* object, const cudaResourceDesc* resource)
 {
-    return AddObject(__func__, object, *resource, nullptr);
+    return AddObject(__func__, object, resource->res.array.array, false);
 }
 
 cudaError_t cudaDestroySurfaceObject(cudaSurfaceObject_t object)
 {
-    return DestroyObject(__func__, object, false);
+    --Current().iOthers;
+    delete &Find(object);
+    return cudaSuccess;
+}
+
+cudaError_t cudaDestroyTextureObject(cudaTextureObject_t object)
+{
+    return cudaDestroySurfaceObject(object);
 }

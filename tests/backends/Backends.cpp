@@ -1,15 +1,20 @@
-#include <cstdio>
-
 #include "tests/backends/Backends.h"
+
+#include <cstdio>
 
 std::vector<std::string> GetTestBackends()
 {
+#if defined(TALVEN_TEST_CUDA)
     return {"cuda-exact", "cuda"};
+#else
+    return GetHostInstructionSets();
+#endif
 }
 
 std::unique_ptr<CBackend> MakeTestBackend(const std::string& strName, int iDevices, int iMaxRows)
 {
-    if (strName == "host") return MakeHostBackend("", iDevices, iMaxRows);
+    if (!strName.starts_with("cuda"))
+        return MakeHostBackend(strName == "host" ? "" : strName, iDevices, iMaxRows);
     std::string strReason;
     auto pBackend = MakeCudaBackend(strName == "cuda-exact", iMaxRows, strReason);
     if (!pBackend) std::printf("no GPU: %s\n", strReason.c_str());
