@@ -53,10 +53,9 @@ void ServeClient()
 /// One client that the bytes drive; it runs on a thread of its own.
 void RunSession(CChoices& rChoices, Model& rModel)
 {
-    static Tally aTally;
+    static Counts aCounts;
     CRawClient aClient(CRawClient::Socket{ConnectClient()});
-    CConsole aConsole(g_pcConsole);
-    CSession aSession(aClient, rChoices, rModel, aConsole, aTally, g_iLargest, g_dMostWork);
+    CSession aSession(aClient, rChoices, rModel, aCounts, g_pcConsole, g_iLargest, g_dMostWork);
     std::thread aPeer(
         [&]
         {

@@ -74,64 +74,64 @@ std::uint32_t CGenerator::mFindRemedy(std::uint32_t& rType)
                              : m.aStack.IsEmpty()  ? Msg::eProjSize
                                                    : 0;
     bool bHeavy = false;
-    int iChance = 15;  // that it goes nevertheless
     if (rType < Msg::eTransform)
     {
         const bool bReproject = rType == Msg::eReproject;
-        uiRemedy = m.FindObstacle(bReproject);
-        iChance = uiRemedy != 0 ? 30 : 4;
-        bHeavy = uiRemedy == 0 && (m.GetWork() > m_dMostWork || m.aVolume.iN > 300);
-        if (uiRemedy == 0) uiRemedy = m.FindDoubt(bReproject);
+        uiRemedy = m.FindObstacle(bReproject, true);
+        bHeavy = (m.GetWork() > m_dMostWork || std::max(m.aVolume.iN, m.aStack.iN) > 300) &&
+                 m.FindObstacle(bReproject, false) == 0;
         if (bHeavy)
-            uiRemedy = m_r.Pick({Msg::eVolSize, Msg::eSmoothOpt, Msg::eSetOp, Msg::eReconOpt});
+            uiRemedy = m_r.Pick(
+                {Msg::eProjSize, Msg::eVolSize, Msg::eSmoothOpt, Msg::eSetOp, Msg::eReconOpt});
     }
     const bool bGivesUp = ++m_iRemedies > 9;
     if (bGivesUp && bHeavy) rType = Msg::eServerProp;
-    return bGivesUp || (!bHeavy && m_r.Chance(iChance)) ? 0 : uiRemedy;
+    return bGivesUp || (!bHeavy && m_r.Chance(10)) ? 0 : uiRemedy;
 }
 
 std::uint32_t CGenerator::mStrangeWord(std::uint32_t uiWord)
 {
+    const Model& m = m_rModel;
     constexpr float fInfinity = std::numeric_limits<float>::infinity();
-    switch (m_r.Int(0, 3))
-    {
-    case 0:
-        return uiWord + m_r.Pick({1u, 2u, 0xffffffffu});
-    case 1:
-        return m_r.Pick({0u, 1u, 255u, 256u, 0x8000u, 0x10000u, 0x20001u, 0x7fffffffu, 0x80000000u,
-                         0xfffffffeu, 0xffffffffu});
-    case 2:
-        return Bits(m_r.Pick({std::numeric_limits<float>::quiet_NaN(), fInfinity, -fInfinity, 3e38f,
-                              1e38f, -1e30f, -1.0000001e15f, -9.999999e14f, 1e-40f}));
-    default:
-        return std::uint32_t(m_r.Pick({m_rModel.aStack.iN, m_rModel.aVolume.iN,
-                                       m_rModel.aMeasured.iN, int(m_rModel.vvuiStat.size())}));
-    }
+    if (m_r.Chance(50))
+        return m_r.Pick({uiWord + 1, uiWord + 2, uiWord - 1, std::uint32_t(m.aStack.iN),
+                         std::uint32_t(m.aVolume.iN), std::uint32_t(m.vvfStat.size())});
+    return m_r.Pick({0u,
+                     1u,
+                     255u,
+                     256u,
+                     0x8000u,
+                     0x10000u,
+                     0x20001u,
+                     0x7fffffffu,
+                     0x80000000u,
+                     0xfffffffeu,
+                     0xffffffffu,
+                     Bits(NAN),
+                     Bits(fInfinity),
+                     Bits(-fInfinity),
+                     Bits(3e38f),
+                     Bits(1e38f),
+                     Bits(-1e30f),
+                     Bits(-1.0000001e15f),
+                     Bits(-9.999999e14f),
+                     Bits(1e-40f)});
 }
 
 void CGenerator::mSpoil(Request& r)
 {
-    const int iWhat = m_r.Int(0, 9);
-    if (iWhat < 5 && !r.vuiFields.empty())
+    const int iWhat = m_r.Int(0, 9), iWords = int(r.vuiData.size());
+    Words& rWords = iWhat < 5 ? r.vuiFields : r.vuiData;
+    if (iWhat < 7 && !rWords.empty())
     {
-        std::uint32_t& rWord = r.vuiFields[std::size_t(m_r.Int(0, int(r.vuiFields.size()) - 1))];
+        const int iMost = std::min(int(rWords.size()), m_r.Chance(50) ? 8 : 1 << 30);
+        std::uint32_t& rWord = rWords[std::size_t(m_r.Int(0, iMost - 1))];
         rWord = mStrangeWord(rWord);
+        return;
     }
-    else if (iWhat < 7 && !r.vuiData.empty())
-    {
-        const int iMost =
-            m_r.Chance(50) ? std::min(int(r.vuiData.size()), 8) : int(r.vuiData.size());
-        std::uint32_t& rWord = r.vuiData[std::size_t(m_r.Int(0, iMost - 1))];
-        rWord = mStrangeWord(rWord);
-    }
-    else if (iWhat < 9)  // a little longer or shorter
-    {
-        const int iWords = int(r.vuiData.size()) + m_r.Int(-3, 2);
-        r.vuiData.resize(std::size_t(std::max(iWords, 0)));
-        for (int k = m_r.Int(0, 3); k > 0; --k) r.strTail += char(m_r.Int(1, 127));
-    }
-    else
-        r.vuiData.resize(m_r.Chance(50) ? 0 : r.vuiData.size() / 2);
+    const int iLength = m_r.Pick({0, iWords / 2, iWords - 3, iWords - 1, iWords, iWords + 2});
+    r.vuiData.resize(std::size_t(std::max(iLength, 0)));
+    for (int k = m_r.Int(0, 3); k > 0; --k) r.strTail += char(m_r.Int(1, 127));
 }
 
 /// Whether neither side needs much memory for it.

@@ -37,7 +37,9 @@ private:
     // Requests.cpp: requests that make sense
     void mPoison(std::vector<float>& rValues);  ///< now and then, one that no job can use
     Request mMake(std::uint32_t uiType, int n);
-    Request mImage(std::uint32_t uiType, const Images& rImages, int n);
+    Request mImage(std::uint32_t uiType, int n);
+    /// Of one of so many, as a word.
+    std::uint32_t mIndex(std::size_t tCount);
     Request mProjSize();
     Request mVolSize();
     Request mSetOp();

@@ -7,58 +7,69 @@
 
 #include "tests/model/Model.h"
 
-bool ArePlain(std::span<const float> fValues, float fMost)
+namespace
 {
-    return std::ranges::all_of(
-        fValues,
-        [=](float f) { return f == 0 || (std::fabs(f) > 1e-20f && std::fabs(f) <= fMost); });
+/// By the limit that the protocol states.
+bool IsMissing(float fPixel)
+{
+    return double(fPixel) < -1e15;
+}
+}  // namespace
+
+bool ArePlain(std::span<const float> fValues, float fMost, bool bPixels)
+{
+    const auto IsPlain = [=](float f)
+    {
+        return f == 0 || (std::fabs(f) > 1e-20f && std::fabs(f) <= fMost) ||
+               (bPixels && IsMissing(f) && f > -2e30f);
+    };
+    return std::ranges::all_of(fValues, IsPlain);
 }
 
-bool ArePixelsPlain(std::span<const float> fPixels)
+std::uint32_t Model::FindObstacle(bool bReproject, bool bFollow) const
 {
-    return std::ranges::all_of(fPixels,
-                               [](float f) {
-                                   return ArePlain({&f, 1}, 1e6f) || (IsMissing(f) && f > -2e30f);
-                               });
-}
-
-std::uint32_t Model::FindObstacle(bool bReproject) const
-{
-    const auto IsBad = [](float f) { return !std::isfinite(f); };
-    const auto IsHuge = [](float f)
-    { return !(std::fabs(f) < std::numeric_limits<float>::max() / 4); };
+    constexpr float fAny = std::numeric_limits<float>::max();
+    const auto Are = [=](std::span<const float> fValues, float fMost, float fMostPlain)
+    {
+        const auto IsTaken = [=](float f) { return std::fabs(f) <= fMost; };
+        return bFollow ? ArePlain(fValues, fMostPlain) : std::ranges::all_of(fValues, IsTaken);
+    };
+    const bool bPlainStack = !bFollow || ArePlain(aStack.vf, 1e6f, true);
+    if (aStack.IsEmpty() || !Are(vfAngles, fAny, 180) || !bPlainStack) return Msg::eProjSize;
+    // In wide volumes the positions of samples are rounded too much.
+    const bool bPlainVolume = !bFollow || (ArePlain(aVolume.vf, 1e6f) && aVolume.iX < 1000);
+    if (aVolume.IsEmpty() || aStack.iY != aVolume.iY || aVolume.iN > 65535 || !bPlainVolume)
+        return Msg::eVolSize;
     const auto IsOutside = [&](std::uint32_t n) { return n >= std::uint32_t(aStack.iN); };
-    if (aStack.IsEmpty() || std::ranges::any_of(vfAngles, IsBad)) return Msg::eProjSize;
-    if (aVolume.IsEmpty() || aStack.iY != aVolume.iY || aVolume.iN > 65535) return Msg::eVolSize;
     if (vuiList.empty() || vuiList.size() > 65535 || std::ranges::any_of(vuiList, IsOutside))
         return Msg::eSetOp;
-    if (aBox &&
-        (std::ranges::any_of(aBox->afCentre, IsHuge) || std::ranges::any_of(aBox->afHalf, IsHuge)))
-        return Msg::eWeightOpt;
-    if (bReproject || eMethod == EMethod::eBackProj) return 0;
+    const bool bPlain = bReproject || eMethod == EMethod::eBackProj;
+    const OracleBox aWhole = {{}, {bPlain && !bReproject ? 0.5f : float(aVolume.iX) / 2, 1}};
+    const auto& [afCentre, afHalf] = aBox.value_or(aWhole);
+    if (!Are(afCentre, fAny / 4, 100) || !Are(afHalf, fAny / 4, 1e5f)) return Msg::eWeightOpt;
+    if (bFollow)
+    {
+        if (!bBoxKnown || std::ranges::min(afHalf) < 0.5f) return Msg::eWeightOpt;
+        // The depth of an endless slab along a ray that never leaves it is a matter of rounding.
+        const auto IsSteep = [](float fAngle) { return std::fabs(fAngle) > 85; };
+        if (afHalf[0] / float(aStack.iX) > 10 && std::ranges::any_of(vfAngles, IsSteep))
+            return aBox ? Msg::eWeightOpt : Msg::eProjSize;
+    }
+    if (bPlain) return 0;
     const std::uint64_t ulSizes = std::accumulate(vuiSetSize.begin(), vuiSetSize.end(), 0ULL);
-    if (uiIterations == 0 || uiSets == 0 || std::ranges::any_of(vfRelax, IsBad) ||
-        ulSizes >> 32 != 0)
+    if (uiIterations == 0 || uiSets == 0 || !Are(vfRelax, fAny, 2) || ulSizes >> 32 != 0)
         return Msg::eReconOpt;
-    return uiInterval > 0 && std::ranges::any_of(aKernel.vf, IsBad) ? Msg::eSmoothOpt : 0;
+    return uiInterval > 0 && !Are(aKernel.vf, fAny, 1) ? Msg::eSmoothOpt : 0;
 }
 
-std::uint32_t Model::FindDoubt(bool bReproject) const
+bool Model::IsPlain(const OracleAlign& rAlign) const
 {
-    const auto IsSteep = [](float fAngle) { return std::fabs(fAngle) > 85; };
-    const bool bPlain = bReproject || eMethod == EMethod::eBackProj;
-    const float fHalf = aBox ? aBox->afHalf[0] : bPlain && !bReproject ? 0 : float(aVolume.iX) / 2;
-    if (!bBoxKnown || (aBox && !(ArePlain(aBox->afCentre, 100) && ArePlain(aBox->afHalf, 1e5f) &&
-                                 std::ranges::min(aBox->afHalf) >= 0.5f)))
-        return Msg::eWeightOpt;
-    if (!ArePixelsPlain(aStack.vf) || !ArePlain(vfAngles, 180)) return Msg::eProjSize;
-    if (!ArePlain(aVolume.vf, 1e6f)) return Msg::eVolSize;
-    // The depth of an endless slab along a ray that never leaves it is a matter of rounding.
-    if (fHalf / float(aStack.iX) > 10 && std::ranges::any_of(vfAngles, IsSteep))
-        return aBox ? Msg::eWeightOpt : Msg::eProjSize;
-    if (bPlain) return 0;
-    if (!ArePlain(vfRelax, 2)) return Msg::eReconOpt;
-    return uiInterval > 0 && !ArePlain(aKernel.vf, 1) ? Msg::eSmoothOpt : 0;
+    const auto& s = rAlign.afScale;
+    const float fLeast = std::ranges::min(aMeasured.vf);
+    const bool bFloor = s[3] >= 0.4f || (s[0] >= 0.4f && s[1] >= 0 && fLeast >= 0.09f);
+    const bool bLimit = s[2] > 1e-6f, bLog = bFloor && s[3] <= 10 && s[5] >= 0.1f && s[5] <= 10;
+    return ArePlain(rAlign.afMatrix, 10) && ArePlain(aMeasured.vf, 10) && bLimit &&
+           ArePlain({&s[0], 2}, 10) && ArePlain({&s[4], 1}, 10) && (bLog || !rAlign.bLog);
 }
 
 double Model::GetWork() const

@@ -2,33 +2,19 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <numeric>
 
 namespace
 {
 constexpr std::uint64_t g_ulMostNumbers = 1 << 24;  // of a list or a table
 
-/// Where there may be no byte and no memory.
-void Copy(void* pvTo, const void* pvFrom, std::size_t tBytes)
-{
-    if (tBytes > 0) std::memcpy(pvTo, pvFrom, tBytes);
-}
-
-std::vector<float> ToFloats(std::span<const std::uint32_t> uiWords)
-{
-    std::vector<float> vf(uiWords.size());
-    Copy(vf.data(), uiWords.data(), uiWords.size_bytes());
-    return vf;
-}
-
 /// Data from the start of an image on, the bytes behind the last whole word included.
 void Store(const Request& r, std::size_t tSkip, std::span<float> fImage)
 {
     if (r.vuiData.size() < tSkip) return;
-    const std::size_t tWords = r.vuiData.size() - tSkip;
-    Copy(fImage.data(), r.vuiData.data() + tSkip, 4 * tWords);
-    Copy(fImage.data() + tWords, r.strTail.data(), r.strTail.size());
+    const auto aWords = std::as_bytes(std::span(r.vuiData).subspan(tSkip));
+    const auto pEnd = std::ranges::copy(aWords, std::as_writable_bytes(fImage).begin()).out;
+    std::ranges::copy(std::as_bytes(std::span(r.strTail)), pEnd);
 }
 
 /// Pixels, and what belongs to the projections of a stack.
@@ -108,7 +94,7 @@ bool Model::mByteOrder(const Request& r, Expected&)
     return true;
 }
 
-Images& Model::mImages(std::uint32_t uiType)
+const Images& Model::GetImages(std::uint32_t uiType) const
 {
     if (uiType >= Msg::eProjGet && uiType <= Msg::eProjSize) return aStack;
     return uiType == Msg::eMProjSet || uiType == Msg::eMProjSize ? aMeasured : aVolume;
@@ -155,11 +141,10 @@ bool Model::mSet(const Request& r, Expected&)
 
 bool Model::mGet(const Request& r, Expected& rExpected)
 {
-    Images& rImages = mImages(r.uiType);
+    const Images& rImages = GetImages(r.uiType);
     if (r.Field(4) >= std::uint32_t(rImages.iN)) return false;
     const std::span<const float> fImage = rImages.Nth(int(r.Field(4)));
-    rExpected.vuiData.resize(fImage.size());
-    Copy(rExpected.vuiData.data(), fImage.data(), fImage.size_bytes());
+    for (const float fPixel : fImage) rExpected.vuiData.push_back(Bits(fPixel));
     return true;
 }
 
@@ -186,7 +171,8 @@ bool Model::mReconOpt(const Request& r, Expected&)
     vfRelax.clear();
     if (r.Field(4) == 0) return true;
     vuiSetSize.assign(r.vuiData.begin(), r.vuiData.begin() + std::ptrdiff_t(ulSets));
-    vfRelax = ToFloats(std::span(r.vuiData).subspan(ulSets));
+    for (std::size_t k = ulSets; k < r.vuiData.size(); ++k)
+        vfRelax.push_back(std::bit_cast<float>(r.vuiData[k]));
     return true;
 }
 
@@ -215,8 +201,8 @@ bool Model::mSmoothOpt(const Request& r, Expected&)
 bool Model::mStatGet(const Request& r, Expected& rExpected)
 {
     const auto sIteration = static_cast<std::int16_t>(r.Field(4));
-    if (sIteration < 0 || std::size_t(sIteration) >= vvuiStat.size()) return false;
-    rExpected.vuiData = vvuiStat[std::size_t(sIteration)];
+    if (sIteration < 0 || std::size_t(sIteration) >= vvfStat.size()) return false;
+    rExpected.vuiData = ToWords(vvfStat[std::size_t(sIteration)]);
     return true;
 }
 
@@ -228,7 +214,7 @@ bool Model::mCompReply(const Request&, Expected& rExpected)
 
 bool Model::mJob(const Request& r, Expected&)
 {
-    return FindObstacle(r.uiType == Msg::eReproject) == 0;
+    return FindObstacle(r.uiType == Msg::eReproject, false) == 0;
 }
 
 bool Model::mAlign(const Request& r, Expected& rExpected)

@@ -51,7 +51,7 @@ struct Model
     bool bBoxKnown = false;  ///< another client's may be there
     std::uint32_t uiInterval = 0;
     Images aKernel;
-    std::vector<Words> vvuiStat;                          ///< R-factor pairs of each iteration
+    std::vector<std::vector<float>> vvfStat;              ///< R-factor pairs of each iteration
     std::optional<std::array<std::uint32_t, 8>> auiSums;  ///< last comparison, unknown at first
 
     /// Takes the request as the server has to. A job's results are not made here: they are checked
@@ -61,17 +61,22 @@ struct Model
     void EndClient(bool bCut);
 
     /// Type of the message whose content keeps the job from being run, 0 when nothing does.
-    std::uint32_t FindObstacle(bool bReproject) const;
-    /// The same for what the server carries out and no oracle can follow.
-    std::uint32_t FindDoubt(bool bReproject) const;
+    /// \param bFollow  or keeps the oracle from following it: by numbers that are not plain, or
+    /// where
+    ///                 rounding decides
+    std::uint32_t FindObstacle(bool bReproject, bool bFollow) const;
+    /// Whether the oracle can follow: no steep slopes.
+    bool IsPlain(const OracleAlign& rAlign) const;
     /// Samples that a job takes, roughly.
     double GetWork() const;
     TestJob MakeJob(bool bReproject) const;
     TestData MakeData() const;
+    /// Those that messages of the type are about.
+    const Images& GetImages(std::uint32_t uiType) const;
 
 private:
     friend const Kind* FindKind(std::uint32_t uiType);
-    Images& mImages(std::uint32_t uiType);
+    Images& mImages(std::uint32_t uiType) { return const_cast<Images&>(GetImages(uiType)); }
     bool mDone(const Request&, Expected&) { return true; }
     bool mByteOrder(const Request& rRequest, Expected& rExpected);
     bool mSize(const Request& rRequest, Expected& rExpected);
@@ -91,12 +96,6 @@ private:
 /// is missing.
 std::optional<OracleAlign> ReadAlign(const Request& rRequest);
 
-/// Missing pixels, by the limit that the protocol states.
-inline bool IsMissing(float fPixel)
-{
-    return double(fPixel) < -1e15;
-}
 /// Whether all are 0 or ordinary numbers: not beyond fMost, nor so small that they may count as 0.
-bool ArePlain(std::span<const float> fValues, float fMost);
-/// The same for pixels of a stack, which may be missing.
-bool ArePixelsPlain(std::span<const float> fPixels);
+/// \param bPixels  or missing pixels
+bool ArePlain(std::span<const float> fValues, float fMost, bool bPixels = false);

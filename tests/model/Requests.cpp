@@ -14,10 +14,14 @@ void Append(const std::vector<float>& rValues, Words& rWords)
 }
 }  // namespace
 
+std::uint32_t CGenerator::mIndex(std::size_t tCount)
+{
+    return Word(m_r.Int(0, std::max(int(tCount), 1) - 1));
+}
+
 /// \param n  of an image, -1: any
 Request CGenerator::mMake(std::uint32_t uiType, int n)
 {
-    const Model& m = m_rModel;
     switch (uiType)
     {
     case Msg::eByteOrder:
@@ -28,17 +32,14 @@ Request CGenerator::mMake(std::uint32_t uiType, int n)
                 {m_r.Word()},
                 Words(std::size_t(m_r.Magnitude(1, 20000)) - 1, m_r.Word())};
     case Msg::eProjGet:
-        return {uiType, {Word(m_r.Int(0, std::max(m.aStack.iN - 1, 0)))}};
     case Msg::eVolGet:
-        return {uiType, {Word(m_r.Int(0, std::max(m.aVolume.iN - 1, 0)))}};
+        return {uiType, {mIndex(std::size_t(m_rModel.GetImages(uiType).iN))}};
     case Msg::eReconStatGet:
-        return {uiType, {Word(m_r.Int(0, std::max(int(m.vvuiStat.size()) - 1, 0)))}};
+        return {uiType, {mIndex(m_rModel.vvfStat.size())}};
     case Msg::eProjSet:
-        return mImage(uiType, m.aStack, n);
     case Msg::eVolSet:
-        return mImage(uiType, m.aVolume, n);
     case Msg::eMProjSet:
-        return mImage(uiType, m.aMeasured, n);
+        return mImage(uiType, n);
     case Msg::eProjSize:
         return mProjSize();
     case Msg::eVolSize:
@@ -56,9 +57,13 @@ Request CGenerator::mMake(std::uint32_t uiType, int n)
         return mWeightOpt();
     case Msg::eSmoothOpt:
         return mSmoothOpt();
+    case Msg::eTransform:
+    case Msg::eTransforml:
+    case Msg::eCompare:
+    case Msg::eComparel:
+        return mAlign(uiType);
     default:
-        return uiType >= Msg::eTransform && uiType <= Msg::eComparel ? mAlign(uiType)
-                                                                     : Request{uiType};
+        return {uiType};
     }
 }
 
@@ -71,12 +76,8 @@ void CGenerator::mPoison(std::vector<float>& rValues)
 
 Request CGenerator::mProjSize()
 {
-    const bool bWide = m_r.Chance(3), bLong = m_r.Chance(5);
-    const int iX = bWide ? 5 * m_iLargest + m_r.Int(10, 60) : m_r.Magnitude(1, m_iLargest);
-    const int iY = bWide   ? 1
-                   : bLong ? m_r.Int(30, 70)
-                           : m_r.Int(1, 6),
-              iN = m_r.Int(1, bLong ? 4 : 9);
+    const int iX = m_r.Chance(3) ? 5 * m_iLargest + m_r.Int(10, 60) : m_r.Magnitude(1, m_iLargest);
+    const int iY = m_r.Chance(5) ? m_r.Int(30, 70) : m_r.Int(1, 6), iN = m_r.Int(1, 9);
     Request aRequest = {Msg::eProjSize, {Word(iX), Word(iY), Word(iN)}};
     // No ray through a corner of a box, where its length is a matter of rounding.
     const bool bSpecial = m_r.Chance(10);
@@ -84,7 +85,7 @@ Request CGenerator::mProjSize()
     for (int n = 0; n < iN; ++n)
     {
         float fAngle = 0.5f * float(m_r.Int(-127, 128)) + 0.25f;
-        if (bSpecial) fAngle = m_r.Pick({-120.f, -89.5f, 0.f, 44.5f, 90.f, 100.5f, 179.5f});
+        if (bSpecial) fAngle = m_r.Pick({-120.f, -89.5f, 0.f, 44.5f, 90.f, 100.5f, 165.25f});
         vfAngles.push_back(fAngle);
     }
     mPoison(vfAngles);
@@ -97,17 +98,18 @@ Request CGenerator::mVolSize()
     const Images& rOld = m_rModel.aVolume;
     const int iY = std::max(m_rModel.aStack.iY, 1);
     if (m_r.Chance(1)) return {Msg::eVolSize, {1, Word(iY), 32770}};  // more than 16 bits count
-    if (m_r.Chance(10) && rOld.iY == iY)                              // as many voxels: they stay
+    if (m_r.Chance(10) && rOld.iY == iY && rOld.iN < 1000)            // as many voxels: they stay
         return {Msg::eVolSize, {Word(rOld.iN), Word(iY), Word(rOld.iX)}};
     const int iX = m_r.Magnitude(1, m_iLargest + m_iLargest / 4), iZ = m_r.Int(1, 16);
     return {Msg::eVolSize, {Word(iX), Word(iY), Word(iZ)}};
 }
 
 /// Image n, or any; rows of projections may miss columns at their sides, or all of them.
-Request CGenerator::mImage(std::uint32_t uiType, const Images& rImages, int n)
+Request CGenerator::mImage(std::uint32_t uiType, int n)
 {
+    const Images& rImages = m_rModel.GetImages(uiType);
     const bool bStack = uiType == Msg::eProjSet;
-    if (n < 0) n = m_r.Chance(10) ? rImages.iN - 1 : m_r.Int(0, std::max(rImages.iN - 1, 0));
+    if (n < 0) n = int(mIndex(std::size_t(rImages.iN)));
     std::vector<float> vf = m_r.Reals(rImages.GetPixels(), 0.1f, bStack ? 40.f : 2.f);
     if (bStack && m_r.Chance(20))
         for (auto pRow = vf.begin(); pRow != vf.end(); pRow += rImages.iX)
@@ -162,23 +164,20 @@ Request CGenerator::mWeightOpt()
 
 Request CGenerator::mSmoothOpt()
 {
-    const Words vuiSize = {Word(m_r.Int(1, 5)), Word(m_r.Int(1, 4)), Word(m_r.Int(1, 4))};
     const auto uiInterval = Word(m_r.Int(0, 6));
+    if (m_r.Chance(10)) return {Msg::eSmoothOpt, {uiInterval, 0, 0, 0}};
+    const Words vuiSize = {Word(m_r.Int(1, 5)), Word(m_r.Int(1, 4)), Word(m_r.Int(1, 4))};
     Request aRequest = {Msg::eSmoothOpt, {uiInterval, vuiSize[0], vuiSize[1], vuiSize[2]}};
-    const int iWhat = m_r.Int(0, 9);
-    if (iWhat == 0) return aRequest;  // a kernel of zeros
-    if (iWhat == 1) return {Msg::eSmoothOpt, {uiInterval, 0, 0, 0}};
     std::vector<float> vfFactors[3], vfKernel;
     for (int k = 0; k < 3; ++k) vfFactors[k] = m_r.Reals(vuiSize[k], 0.5f, 1);
     for (const float fZ : vfFactors[2])
         for (const float fY : vfFactors[1])
             for (const float fX : vfFactors[0]) vfKernel.push_back(fX * fY * fZ);
-    if (iWhat < 6) vfKernel = m_r.Reals(vfKernel.size(), 0, 1);  // is no product
+    if (m_r.Chance(50)) vfKernel = m_r.Reals(vfKernel.size(), 0, 1);  // is no product
     const float fSum = std::accumulate(vfKernel.begin(), vfKernel.end(), 1e-3f);
     for (float& rfValue : vfKernel) rfValue /= fSum;
     mPoison(vfKernel);
     Append(vfKernel, aRequest.vuiData);
-    if (iWhat == 9) aRequest.vuiData.resize(std::size_t(m_r.Int(1, int(vfKernel.size()))));
     return aRequest;
 }
 
@@ -196,8 +195,8 @@ Request CGenerator::mAlign(std::uint32_t uiType)
     if (bLog && m_r.Chance(5)) vf[9] = -HUGE_VALF;
     Request aRequest = {uiType};
     for (const int iCount : {m_rModel.aMeasured.iN, m_rModel.aStack.iN})
-        aRequest.vuiFields.push_back(Word(m_r.Int(0, std::max(iCount - 1, 0))));
-    if (uiType == Msg::eCompare || uiType == Msg::eComparel)
+        aRequest.vuiFields.push_back(mIndex(std::size_t(iCount)));
+    if (uiType >= Msg::eCompare)
         aRequest.vuiFields.insert(aRequest.vuiFields.end(), {m_r.Word(), 3});  // all rows count
     Append(vf, aRequest.vuiFields);  // words 4 to 15, the rest is data
     if (aRequest.vuiFields.size() <= 12) return aRequest;

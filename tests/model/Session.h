@@ -1,11 +1,18 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
-#include "tests/model/Console.h"
 #include "tests/model/Generator.h"
-#include "tests/model/Tally.h"
 #include "tests/wire/RawClient.h"
+
+/// What all sessions together have done.
+struct Counts
+{
+    long lRequests = 0, lRefused = 0;
+    long lResults = 0;  ///< that the oracle has computed too
+    long lBeyond = 0;   ///< of them those of iterations beyond the tolerance, which must be rare
+};
 
 /// One session of drawn requests with a server: the model knows every reply, the oracle every
 /// result.
@@ -15,14 +22,15 @@
 class CSession
 {
 public:
+    /// \param rOutput  the file that the server prints to; empty: nobody knows
     /// \param iLargest, dMostWork  see CGenerator
-    CSession(CRawClient& rClient, CChoices& rChoices, Model& rModel, CConsole& rConsole,
-             Tally& rTally, int iLargest, double dMostWork)
+    CSession(CRawClient& rClient, CChoices& rChoices, Model& rModel, Counts& rCounts,
+             const std::filesystem::path& rOutput, int iLargest, double dMostWork)
         : m_rClient(rClient),
           m_r(rChoices),
           m_rModel(rModel),
-          m_rConsole(rConsole),
-          m_rTally(rTally),
+          m_rCounts(rCounts),
+          m_aOutput(rOutput),
           m_aGenerator(rChoices, rModel, iLargest, dMostWork)
     {
     }
@@ -47,11 +55,11 @@ private:
     bool mLeave();
     bool mSend(const Request& rRequest, std::span<float> fTarget = {});
     bool mReceive();
-    bool mSettle();
+    bool mSettle() { return mReceive() && mCheckOutput(); }
     bool mCheckReply(Pending& rPending);
     std::string mFindFault(const Pending& rPending) const;
-    bool mCheckConsole();
-    bool mWrong(const Pending& rPending, const std::string& strWhat);
+    std::string mTakeOutput();
+    bool mCheckOutput();
     bool mWrong(const std::string& strWhat);
     bool mLost() { return m_rClient.IsCut() ? false : mWrong("no reply, or not in time"); }
 
@@ -61,15 +69,14 @@ private:
     bool mFetch(bool bReproject);
     bool mCheckJob(const Model& rBefore, bool bReproject);
     bool mAlign(const Request& rRequest);
-    bool mCheckImage(const Values& rExpected, const Images& rBefore, int n);
-    bool mCheckSums(const AlignSums& rExpected);
-    bool mAgrees(ECheck eCheck, double dError, double dTolerance);
+    bool mCheckAlign(const Request& rRequest, const Images& rBefore, const Packet& rReply);
 
     CRawClient& m_rClient;
     CChoices& m_r;
     Model& m_rModel;
-    CConsole& m_rConsole;
-    Tally& m_rTally;
+    Counts& m_rCounts;
+    const std::filesystem::path m_aOutput;
+    std::streamoff m_lTaken = 0;  // of the output
     CGenerator m_aGenerator;
     std::vector<Pending> m_vPending;
     Packet m_aReply;  // the last one

@@ -109,19 +109,13 @@ Values COracle::Project(const Values& rSlice, unsigned uiProj) const
     const float fCos = m_vfCos[uiProj], fSin = m_vfSin[uiProj];
     const int iSamples = int(iVolZ * fCos + iVolX * std::fabs(fSin) + 0.5f) + 2;
     Values vdSums(m_aJob.iProjX);
-    std::minstd_rand aRandom(m_aJob.uiSeed * 1000003 + uiProj);
-    std::uniform_real_distribution<double> aShift(-m_aJob.dShift, m_aJob.dShift);
     for (int i = 0; i < m_aJob.iProjX; ++i)
-    {
-        const double dShiftX = m_aJob.dShift > 0 ? aShift(aRandom) : 0;
-        const double dShiftZ = m_aJob.dShift > 0 ? aShift(aRandom) : 0;
         for (int k = 0; k < iSamples; ++k)
         {
             const double dU = i - (m_aJob.iProjX - 1) / 2.0, dT = k - (iSamples - 1) / 2.0;
-            vdSums[i] += mSample(rSlice, (iVolX - 1) / 2.0 + dU * fCos - dT * fSin + dShiftX,
-                                 (iVolZ - 1) / 2.0 + dU * fSin + dT * fCos + dShiftZ);
+            vdSums[i] += mSample(rSlice, (iVolX - 1) / 2.0 + dU * fCos - dT * fSin,
+                                 (iVolZ - 1) / 2.0 + dU * fSin + dT * fCos);
         }
-    }
     return vdSums;
 }
 

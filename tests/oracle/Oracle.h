@@ -76,11 +76,7 @@ struct TestJob
     bool bZeroStart = false;  // from an empty volume
     bool bInvalid = false;    // missing columns at the sides, whole missing rows
     int iFailingWorker = -1;  // whose smoothing fails
-
-    // How the oracle sees it.
-    bool bFilter = false;  // bilinear weights have 8 bits, as those of a texture filter
-    double dShift = 0;     // each ray is moved by up to so much, pixels: rounding of its position
-    unsigned uiSeed = 1;   // for whom by how much
+    bool bFilter = false;     // bilinear weights have 8 bits, as those of a texture filter
 };
 
 /// What a failed test calls the job.
