@@ -20,27 +20,24 @@ void Fill(Util_Volume& rVolume, int iX, int iY, int iZ)
 TEST(Volume, LinesAndSlicesTouchTheirSamplesOnly)
 {
     Util_Volume aVolume;
-    EXPECT_EQ(aVolume.GetSliceXY(0), nullptr);
-    EXPECT_TRUE(aVolume.GetLineY(0, 0).empty());
+    EXPECT_TRUE(!aVolume.GetSliceXY(0) && aVolume.GetLineY(0, 0).empty());
     Fill(aVolume, 3, 4, 5);
     EXPECT_EQ(aVolume.GetLineX(2, 3), (std::vector<float>{321, 322, 323}));
     EXPECT_EQ(aVolume.GetLineY(1, 4), (std::vector<float>{402, 412, 422, 432}));
     EXPECT_EQ(aVolume.GetLineZ(2, 1), (std::vector<float>{13, 113, 213, 313, 413}));
-    const std::vector<float> vfLine = {-1, -2, -3, -4, -5};
-    aVolume.SetLineX(vfLine.data(), 0, 0);
-    aVolume.SetLineY(vfLine.data(), 1, 2);
-    aVolume.SetLineZ(vfLine.data(), 2, 3);
-    EXPECT_EQ(aVolume.GetLineX(0, 0), (std::vector<float>{-1, -2, -3}));
-    EXPECT_EQ(aVolume.GetLineY(1, 2), (std::vector<float>{-1, -2, -3, -4}));
-    EXPECT_EQ(aVolume.GetLineZ(2, 3), vfLine);
-    const auto IsSet = [](float f) { return f < 0; };
-    EXPECT_EQ(std::count_if(aVolume.GetData(), aVolume.GetData() + 60, IsSet), 3 + 4 + 5);
-
-    std::vector<float> vfSlice(3 * 5, -1.0f);
-    aVolume.GetSliceXZ(vfSlice.data(), 1);
-    EXPECT_EQ(vfSlice[3 * 4 + 2], 413);
-    aVolume.SetSliceXZ(vfSlice.data(), 3);
-    EXPECT_EQ(aVolume.GetSliceXY(4)[3 * 3 + 2], 413);
+    std::vector<float> vf(3 * 5);
+    aVolume.GetSliceXZ(vf.data(), 1);
+    EXPECT_EQ(vf[3 * 4 + 2], 413);
+    aVolume.SetSliceXZ(vf.data(), 3);
+    EXPECT_EQ(aVolume.GetLineZ(2, 3), aVolume.GetLineZ(2, 1));
+    std::ranges::fill(vf, -1);
+    aVolume.SetLineX(vf.data(), 0, 0);
+    aVolume.SetLineY(vf.data(), 1, 2);
+    aVolume.SetLineZ(vf.data(), 2, 3);
+    for (const auto& rLine :
+         {aVolume.GetLineX(0, 0), aVolume.GetLineY(1, 2), aVolume.GetLineZ(2, 3)})
+        EXPECT_EQ(rLine, std::vector(rLine.size(), -1.0f));
+    EXPECT_EQ(std::count(aVolume.GetData(), aVolume.GetData() + 60, -1), 3 + 4 + 5);
 }
 
 /// Boxes at random places, inside, across and outside the borders, against a plain loop.
