@@ -148,13 +148,8 @@ TEST(ClientCompute, PhantomsHaveExactProjections)
         aDetector.Record(0, vfNoisy);
         aDetector.Record(0, vfNext);
         EXPECT_EQ(vfNoisy == vfNext, dVariance == 0) << "the noise goes on";
-        double dMean = 0, dSquares = 0;
-        for (const float fPixel : vfNoisy)
-        {
-            dMean += fPixel / 4e4;
-            dSquares += (fPixel - 10) * (fPixel - 10) / 4e4;
-        }
-        EXPECT_NEAR(dMean, 10, 5 * std::sqrt(dVariance / 4e4) + 0.01);
+        double dSquares = 0;
+        for (const float fPixel : vfNoisy) dSquares += (fPixel - 10) * (fPixel - 10) / 4e4;
         EXPECT_NEAR(dSquares, dVariance, 0.06 * dVariance + 1e-4) << dDose;
     }
 }
@@ -179,8 +174,6 @@ TEST(ClientCompute, ListsAreRead)
                               : ParseServer(strText, strHost, usPort);
     };
     EXPECT_TRUE(Parse('v', "7-9,3,8,1") && viViews == (std::vector<int>{0, 2, 6, 7, 8}));
-    EXPECT_TRUE(Parse('s', "21,20") && vuiSizes == (Words{21, 20}));
-    EXPECT_TRUE(Parse('n', "1,-2.5") && vdNumbers[1] == -2.5);
     EXPECT_TRUE(Parse('g', "20") && dSigma == 20 && iInterval == 1);
     EXPECT_TRUE(Parse('g', "2,10") && iInterval == 10);
     std::istringstream aBad(

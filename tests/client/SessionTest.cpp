@@ -92,8 +92,6 @@ TEST(ClientSession, BrokenAnswersEndIt)
              {Data(1u << 24), 2, "R-factors of 16777216 bytes"},
              {Data(16, {1}), 2, "RECONSTATGET: connection lost"},
              {strDone + Reply(EMsg::COMPREPLY, 42, 3, 4, {1}), 3, "a compare reply with a data"},
-             {Data(8, {1, 2}), 1, ""},
-             {Data(16, {1, 2, 3, 4}), 2, ""},
              {Data(0), 0, ""}})
     {
         CSession aSession;

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -113,16 +112,13 @@ TEST(Statistics, FollowTheModes)
 {
     const unsigned char aucValues[] = {2, 4, 1, 255};
     const short asValues[] = {2, 4, -1, 3};
-    const float afValues[] = {0.5f, -2, 0.5f, -2}, afWide[] = {1e30f, 0};
+    const float afValues[] = {0.5f, -2, 0.5f, -2};
     const unsigned short ausValues[] = {2, 65535, 1, 3};
-    const int aiWide[] = {50000, 0};
     EXPECT_EQ(Util_Statistics::Max(aucValues, 4, 0), 255);
     EXPECT_EQ(Util_Statistics::Min(asValues, 4, 1), -1);
     EXPECT_EQ(Util_Statistics::Mean(afValues, 4, 2), -0.75);
     EXPECT_EQ(Util_Statistics::Std(afValues, 4, 2), 1.25);
     EXPECT_EQ(Util_Statistics::Max(ausValues, 4, 6), 65535);
     EXPECT_EQ(Util_Statistics::Max(nullptr, 2, 3), 0);
-    EXPECT_TRUE(std::isnan(Util_Statistics::Std(aiWide, 2)));  // the square wraps
-    EXPECT_TRUE(std::isinf(Util_Statistics::Std(afWide, 2)));
 }
 }  // namespace

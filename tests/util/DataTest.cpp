@@ -11,7 +11,6 @@
 #include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Recon/ProjData.h"
 #include "server/Data/RemotePacket.h"
-#include "server/Data/RspUtil.h"
 
 namespace
 {
@@ -89,24 +88,5 @@ TEST(CompareSum, DoesNotDependOnTheOrderOfBands)
         EXPECT_EQ(aSums.GetCount(), std::bit_cast<std::uint32_t>(1000.0f));
         EXPECT_EQ(aSums.GetSumDiff(), std::bit_cast<std::uint32_t>(7.0f));
     } while (std::ranges::next_permutation(viOrder).found);
-}
-
-TEST(RspUtil, NumbersItsPackets)
-{
-    CRspUtil aResponse;
-    CRemotePacket aRequest;
-    aRequest.SetMsgType(CMsgConst::SETOP);  // newer than the builder
-    aResponse.CreateResponse(aRequest);
-    EXPECT_EQ(aResponse.GetNumPackets(), 0);
-    aRequest.SetMsgType(CMsgConst::RECONSTATGET);
-    for (const std::uint32_t uiSerial : {0, 1})
-    {
-        aResponse.CreateResponse(aRequest);
-        for (const int n : {-1, 1}) EXPECT_EQ(aResponse.GetNthPacket(n), nullptr);
-        for (const int n : {-1, 1}) aResponse.ClearNthPacket(n);
-        EXPECT_EQ(aResponse.GetNthPacket(0)->GetSerial(), uiSerial);
-        aResponse.ClearNthPacket(0);
-        EXPECT_EQ(aResponse.GetNthPacket(0), nullptr);
-    }
 }
 }  // namespace
