@@ -279,42 +279,42 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
 {
     WriteFile(m_aDir / "one.txt", "1 0 0 1 0 0\n");
     mWrite("hole.mrc", 90, 43, {Floats(90 * 43, -1e30f)});
-    const std::string strR = g_strReconstruct, strT = g_strTransform, strC = g_strCompare;
-    // Exit code, reason and command line.
-    const std::tuple<int, const char*, std::string> aRefused[] = {
-        {2, "", ""},
-        {2, "--relaxation: expected R, R1,R2", strR + "--relaxation fast"},
-        {1, "cannot reach a server at 127.0.0.1:1", strR + "--server 127.0.0.1:1"},
-        {1, "--include: view 42, but the stack has 41", strR + "--include 42"},
-        {1, "--exclude: no view is left", strR + "--exclude 1-41"},
-        {1, "--subsets: 42 subsets of 41", strR + "--subsets 42"},
-        {1, "--subset-sizes: they add up to 4, but 41", strR + "--subset-sizes 2,2"},
-        {1, "--relaxation: 2 relaxation factors for 10", strR + "--relaxation 1,0.5"},
-        {1, "--smooth: 10 iterations are no whole number", strR + "--smooth 1,4"},
-        {1, "--smooth: back projection has no", strR + "--smooth 1 --method bp"},
-        {1, "--weight-box: the half sizes", strR + "--weight-box 0,0,1,0"},
-        {1, "2^31", strR + "--width 2000000000"},
-        {1, "is 90 x 43 x 41, the volume is 90 x 43 x 36", strR + "--reference ph.mrc"},
-        {1, "No such file", strR + "--preview /no/such/p.png"},
-        {1, "has 1 section", "reconstruct --tilts hole.mrc --angles ph.tlt --thickness 3 -o x"},
-        {1, "1 matrix, but the stack has 41", strT + "--matrices one.txt"},
-        {1, "--matrix: 1e+60 is too large", strT + "--matrix 1,0,0,1,0,1e60"},
-        {2, "--beam", strT + "--log"},
-        {1, "above 0, not 1 and 0", strT + "--log --beam 1 --least 0"},
-        {1, "too large or not a number", strT + "--gain nan"},
-        {1, "section 1 has missing", "transform --measured hole.mrc --gain -1 -o rec.mrc"},
-        {1, "has 1 section, but", "compare --measured hole.mrc --aligned ph.mrc"},
-        {1, "a.xf: an .xf file", strC + "--search 2 --write-matrices a.xf"},
-        {1, "section 1: no shift leaves", strC + "--search 1 --matrix 1,0,0,1,1000,0"},
-        {1, "slice 42, but there are 41 along z", g_strView + "--slices 42"},
-        {1, "the lower one first", g_strView + "--contrast 9,5"},
-        {1, "60 slices do not fit", g_strView + "--axis x --width 100 --slices 1-60"},
-        {1, "--size: expected X,Y", "phantom q --size 20"},
-        {1, "--angles: expected FROM,TO,STEP", "phantom q --angles 2,1,1"}};
-    for (const auto& [iExit, pcReason, strArgs] : aRefused)
+    const std::string &strR = g_strReconstruct, &strT = g_strTransform, &strC = g_strCompare;
+    // Exit code and reason; the command with its usual inputs, and what is wrong.
+    const std::tuple<int, const char*, std::string_view, const char*> aRefused[] = {
+        {2, "", "", ""},
+        {2, "--relaxation: expected R, R1,R2", strR, "--relaxation fast"},
+        {1, "cannot reach a server at 127.0.0.1:1", strR, "--server 127.0.0.1:1"},
+        {1, "--include: view 42, but the stack has 41", strR, "--include 42"},
+        {1, "--exclude: no view is left", strR, "--exclude 1-41"},
+        {1, "--subsets: 42 subsets of 41", strR, "--subsets 42"},
+        {1, "--subset-sizes: they add up to 4, but 41", strR, "--subset-sizes 2,2"},
+        {1, "--relaxation: 2 relaxation factors for 10", strR, "--relaxation 1,0.5"},
+        {1, "--smooth: 10 iterations are no whole number", strR, "--smooth 1,4"},
+        {1, "--smooth: back projection has no", strR, "--smooth 1 --method bp"},
+        {1, "--weight-box: the half sizes", strR, "--weight-box 0,0,1,0"},
+        {1, "2^31", strR, "--width 2000000000"},
+        {1, "is 90 x 43 x 41, the volume is 90 x 43 x 36", strR, "--reference ph.mrc"},
+        {1, "No such file", strR, "--preview /no/such/p.png"},
+        {1, "41 angles", "reconstruct --angles ph.tlt --thickness 3 -o x", " --tilts hole.mrc"},
+        {1, "1 matrix, but the stack has 41", strT, "--matrices one.txt"},
+        {1, "--matrix: 1e+60 is too large", strT, "--matrix 1,0,0,1,0,1e60"},
+        {2, "--beam", strT, "--log"},
+        {1, "above 0, not 1 and 0", strT, "--log --beam 1 --least 0"},
+        {1, "too large or not a number", strT, "--gain nan"},
+        {1, "section 1 has missing", "transform -o rec.mrc --gain -1", " --measured hole.mrc"},
+        {1, "has 1 section, but", "compare --aligned ph.mrc", " --measured hole.mrc"},
+        {1, "a.xf: an .xf file", strC, "--search 2 --write-matrices a.xf"},
+        {1, "section 1: no shift leaves", strC, "--search 1 --matrix 1,0,0,1,1000,0"},
+        {1, "slice 42, but there are 41 along z", g_strView, "--slices 42"},
+        {1, "the lower one first", g_strView, "--contrast 9,5"},
+        {1, "60 slices do not fit", g_strView, "--axis x --width 100 --slices 1-60"},
+        {1, "--size: expected X,Y", "phantom q", " --size 20"},
+        {1, "--angles: expected FROM,TO,STEP", "phantom q", " --angles 2,1,1"}};
+    for (const auto& [iExit, pcReason, strCommand, pcWrong] : aRefused)
     {
-        SCOPED_TRACE(strArgs);
-        mExpectFailure(mStart(strArgs), pcReason, iExit);
+        SCOPED_TRACE(pcWrong);
+        mExpectFailure(mStart(std::string(strCommand) + pcWrong), pcReason, iExit);
     }
     mExpectFailure(mStart(strR, "ulimit -f 400"), "File too large");
     mExpectFailure(mStart(strR, "TALVEN_SERVER=/no/such"), "/no/such: cannot run: No such");

@@ -23,8 +23,8 @@ TEST(Volume, ClipsBoxes)
         aVolume.GetSubVolume(aiStart.data(), aBox);
         for (int i = 0; i < 36; ++i)
         {
-            const int iX = aiStart[0] + i % 3, iY = aiStart[1] + i / 3 % 4,
-                      iZ = aiStart[2] + i / 12;
+            const int iX = aiStart[0] + i % 3, iZ = aiStart[2] + i / 12;
+            const int iY = aiStart[1] + i / 3 % 4;
             const bool bIn = iX >= 0 && iX < 4 && iY >= 0 && iY < 5 && iZ >= 0 && iZ < 3;
             const int iVoxel = (iZ * 5 + iY) * 4 + iX;
             ASSERT_EQ(aBox.GetData()[i], bIn ? 1 + iVoxel : 0);
