@@ -81,6 +81,7 @@ TEST(ClientSession, BrokenAnswersEndIt)
     for (const auto& [strReplies, iRequest, strReason] :
          std::vector<std::tuple<std::string, int, std::string>>{
              {Reply(EMsg::CMDREPLY, 41, 3, 0), 0, "VOLSIZE 2 was answered by message type 1"},
+             {Reply(EMsg::DATAREPLY, 41, 2, 0), 0, "VOLSIZE 2 was answered by message type 3"},
              {Reply(EMsg::CMDREPLY, 41, 2, 4, {1}), 0, "a command reply with a data block"},
              {Reply(EMsg::QUIT, 41, 2, 0), 0, "the server ended the session"},
              {strDone.substr(0, 40), 0, "VOLSIZE: connection lost: the server closed it"},

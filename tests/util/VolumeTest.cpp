@@ -10,7 +10,6 @@
 TEST(Volume, ClipsBoxes)
 {
     Util_Volume aVolume, aBox;
-    EXPECT_EQ(aVolume.GetSliceXY(0), nullptr);
     aVolume.SetSize(4, 5, 3);
     for (const std::array<int, 3> aiStart :
          {std::array{1, 1, 0}, {-2, -1, -1}, {2, 3, 1}, {9, 0, 0}})
