@@ -17,42 +17,6 @@ namespace
 
 using namespace std::chrono_literals;
 
-/// Ends a job at the second image of a phase.
-class CStopper : public CMonitor
-{
-public:
-    explicit CStopper(const std::string& strPhase) : m_strStop(strPhase) {}
-    void Begin(const std::string& strPhase, int, std::uint64_t) override { m_strPhase = strPhase; }
-    void Step(int iDone) override { m_bStopped |= m_strPhase == m_strStop && iDone == 2; }
-    bool IsStopped() const override { return m_bStopped; }
-
-private:
-    std::string m_strStop, m_strPhase;
-    bool m_bStopped = false;
-};
-
-TEST(ClientSession, AnInterruptEndsATransfer)
-{
-    setenv("TALVEN_SERVER", TALVEN_SERVER_PROGRAM, 1);
-    for (const char* pcPhase : {"upload", "download", "none"})
-    {
-        SCOPED_TRACE(pcPhase);
-        CStopper aStopper(pcPhase);
-        CServerLink aLink;
-        ASSERT_TRUE(aLink.Connect({}, aStopper)) << aLink.GetError();
-        CReprojection aJob(aLink, aStopper);
-        int iSent = 0, iTaken = 0;
-        const auto Send = [&](int i, std::span<float>, std::string&) { return i == iSent++; };
-        const auto Take = [&](int i, std::span<const float>, std::string&)
-        { return i == iTaken++; };
-        EXPECT_EQ(aJob.Run({4, 3, 3, 4, 5}, Floats(3), Send, Take), pcPhase[0] == 'n');
-        EXPECT_EQ(aJob.GetError(), pcPhase[0] == 'n' ? "" : "interrupted");
-        EXPECT_EQ(iSent, pcPhase[0] == 'u' ? 2 : 5);
-        EXPECT_EQ(iTaken, pcPhase[0] == 'u' ? 0 : pcPhase[0] == 'd' ? 1 : 3);
-        EXPECT_EQ(aLink.GetSession().IsOpen(), pcPhase[0] != 'd') << "images are on their way";
-    }
-}
-
 TEST(ClientSession, ARefusalIsNamedAndTheSessionGoesOn)
 {
     setenv("TALVEN_SERVER", TALVEN_SERVER_PROGRAM, 1);
@@ -60,24 +24,21 @@ TEST(ClientSession, ARefusalIsNamedAndTheSessionGoesOn)
     CServerLink aLink;
     ASSERT_TRUE(aLink.Connect({}, aMonitor)) << aLink.GetError();
     CSession& rSession = aLink.GetSession();
-    const Floats vfImage(12);
+    const auto Set = [&](int i) { return rSession.SetProjection(i, Floats(12)); };
+    const auto Take = [](int, std::span<const float>) { return true; };
     CompareSums aSums{-1};
     std::vector<RfactorSums> aRfactors;
-    const auto Ignore = [](int, std::span<const float>) { return true; };
-    const auto Set = [&](int i) { return rSession.SetProjection(i, vfImage); };
     ASSERT_TRUE(rSession.SetStackSize(4, 3, Floats(2)) && rSession.SetVolumeSize(4, 3, 2));
-    const std::pair<const char*, std::function<bool()>> aCases[] = {
+    const std::pair<std::string, std::function<bool()>> aCases[] = {
         {"PROJSET 8", [&] { return Set(8) && Set(9) && rSession.Flush(); }},
         {"COMPARE", [&] { return rSession.Compare(1, 0, g_aIdentity, {}, aSums); }},
         {"RECONSTATGET", [&] { return rSession.GetRfactors(9, aRfactors); }},
-        {"VOLGET 2", [&] { return rSession.GetSlices(4, 12, Ignore); }},
-        {"PROJGET 2", [&] { return rSession.GetProjections(3, 12, Ignore); }}};
-    for (const auto& [pcName, Request] : aCases)
+        {"VOLGET 2", [&] { return rSession.GetSlices(4, 12, Take); }}};
+    for (const auto& [strName, Request] : aCases)
     {
-        EXPECT_FALSE(Request());
-        EXPECT_TRUE(rSession.WasRefused());
-        EXPECT_EQ(rSession.GetError(), std::string(pcName) + " was refused by the server");
-        EXPECT_EQ(aLink.Explain().rfind(rSession.GetError() + ": ", 0), 0u) << aLink.Explain();
+        EXPECT_TRUE(!Request() && rSession.WasRefused());
+        EXPECT_EQ(rSession.GetError(), strName + " was refused by the server");
+        EXPECT_TRUE(aLink.Explain().starts_with(rSession.GetError() + ": ")) << aLink.Explain();
         std::uint64_t ulMemory = 0;
         EXPECT_TRUE(rSession.GetServerMemory(ulMemory)) << rSession.GetError();
         EXPECT_TRUE(ulMemory > 1 << 20 && ulMemory < 1ul << 50 && !rSession.WasRefused());
@@ -132,9 +93,6 @@ TEST(ClientSession, BrokenAnswersEndIt)
              {Data(1u << 24), 2, "R-factors of 16777216 bytes"},
              {Data(16, {1}), 2, "RECONSTATGET: connection lost"},
              {strDone + Reply(EMsg::COMPREPLY, 42, 3, 4, {1}), 3, "a compare reply with a data"},
-             {Data(0), 3, "COMPARE 3 was answered by message type 3"},
-             {Data(8, {1, 2}), 1, ""},
-             {Data(16, {1, 2, 3, 4}), 2, ""},
              {Data(0), 0, ""}})
     {
         CSession aSession;
@@ -149,7 +107,7 @@ TEST(ClientSession, BrokenAnswersEndIt)
              : iRequest == 2 ? aSession.GetRfactors(0, aRfactors)
                              : aSession.Compare(0, 0, g_aIdentity, {}, aSums));
         EXPECT_EQ(bDone, strReason.empty()) << strReason;
-        EXPECT_EQ(aSession.GetError().rfind(strReason, 0), 0u) << aSession.GetError() << strReason;
+        EXPECT_TRUE(aSession.GetError().starts_with(strReason)) << aSession.GetError() << strReason;
         EXPECT_TRUE(aSession.IsOpen() == bDone && !aSession.WasRefused()) << strReason;
         EXPECT_TRUE(ulMemory == 0 || ulMemory == (6ul << 32 | 5)) << ulMemory;
     }
@@ -170,10 +128,8 @@ TEST(ClientSession, WaitsEnd)
     EXPECT_EQ(aSession.GetError(), "interrupted") << "before it began";
     close(iTimer);
     aSession.SetInterruptFd(-1);
-    EXPECT_FALSE(aSession.Open("127.0.0.1", 1, 5s));
-    EXPECT_EQ(aSession.GetError(), "cannot reach a server at 127.0.0.1:1: Connection refused");
     EXPECT_FALSE(aSession.Open("no-such-host.invalid", 1, 5s));
-    EXPECT_EQ(aSession.GetError().rfind("cannot find host no-such-host.invalid: ", 0), 0u);
+    EXPECT_TRUE(aSession.GetError().starts_with("cannot find host no-such-host.invalid: "));
 }
 
 }  // namespace

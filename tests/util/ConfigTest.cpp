@@ -3,42 +3,33 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 
 #include "server/Config/ConfigFile.h"
 #include "server/Config/GpuConfig.h"
 
 namespace
 {
-using Variables = std::map<std::string, std::string>;
+using Variable = std::pair<std::string, std::string>;
 
-/// Runs in a directory of its own.
-class Config : public testing::Test
+/// The settings from these variables and this file, in a directory of their own.
+CConfigFile Load(const std::vector<Variable>& rVariables, const std::string& strFile = "")
 {
-protected:
-    Config() { std::filesystem::current_path(mkdtemp(m_strDirectory.data())); }
-    ~Config() override
-    {
-        std::filesystem::current_path(m_aFormer);
-        std::filesystem::remove_all(m_strDirectory);
-    }
-    static CConfigFile Load(const Variables& rVariables, const std::string& strFile = "")
-    {
-        for (const auto& [strName, strValue] : rVariables)
-            setenv(strName.c_str(), strValue.c_str(), 1);
-        std::ofstream("config.gpu") << strFile;
-        CConfigFile aConfig;
-        aConfig.Load();
-        for (const auto& [strName, strValue] : rVariables) unsetenv(strName.c_str());
-        return aConfig;
-    }
-    const std::filesystem::path m_aFormer = std::filesystem::current_path();
-    std::string m_strDirectory = testing::TempDir() + "talven-config-XXXXXX";
-};
+    const auto aFormer = std::filesystem::current_path();
+    std::string strDirectory = testing::TempDir() + "talven-config-XXXXXX";
+    std::filesystem::current_path(mkdtemp(strDirectory.data()));
+    std::ofstream("config.gpu") << strFile;
+    for (const auto& [strName, strValue] : rVariables) setenv(strName.c_str(), strValue.c_str(), 1);
+    CConfigFile aConfig;
+    aConfig.Load();
+    for (const auto& [strName, strValue] : rVariables) unsetenv(strName.c_str());
+    std::filesystem::current_path(aFormer);
+    std::filesystem::remove_all(strDirectory);
+    return aConfig;
+}
 
-TEST_F(Config, FileWinsOverTheEnvironment)
+TEST(Config, FileWinsOverTheEnvironment)
 {
-    const Variables aEnvironment = {
+    const std::vector<Variable> aEnvironment = {
         {"TALVEN_PORT", "7000"}, {"TALVEN_MEMORY_PCT", "0.7"}, {"TALVEN_DEBUG_VOLUME", "a.mrc"}};
     const std::string strOwn = "talven-volume.mrc";
     for (const auto& [pcFile, iPort, fPercent, strVolume] :
@@ -54,38 +45,30 @@ TEST_F(Config, FileWinsOverTheEnvironment)
         EXPECT_EQ(aConfig.GetMemoryPercent(), fPercent) << pcFile;
         EXPECT_EQ(std::filesystem::path(aConfig.GetDebugVolume()).filename(), strVolume) << pcFile;
     }
-}
-
-TEST_F(Config, VariablesMustBeWholeNumbers)
-{
-    for (const auto& [pcPort, iPort] :
-         {std::pair("7000", 7000), {"7000 ", 20248}, {"70x", 20248}, {"", 20248}, {" -3", -3}})
+    for (const auto& [pcPort, iPort] : {std::pair("7000 ", 20248), {"70x", 20248}, {" -3", -3}})
         EXPECT_EQ(Load({{"TALVEN_PORT", pcPort}}).GetServerPort(), iPort) << pcPort;
-    for (const auto& [pcSeconds, fSeconds] :
-         {std::pair("2.5", 2.5f), {"-1", 0.0f}, {"nan", 0.0f}, {"1e99", 1e6f}, {"3s", 0.0f}})
+    for (const auto& [pcSeconds, fSeconds] : {std::pair("2.5", 2.5f), {"nan", 0}, {"1e99", 1e6f}})
         EXPECT_EQ(Load({{"TALVEN_IDLE_TIMEOUT", pcSeconds}}).GetIdleTimeout(), fSeconds);
 }
 
-TEST_F(Config, BusyListEndsAtTheFirstNumberOutOfRange)
+TEST(Config, BusyListEndsAtTheFirstNumberOutOfRange)
 {
     std::vector<int> viMemory(18, 1000);
     viMemory[5] = 0;  // cannot be used; the others keep their numbers
-    const std::tuple<const char*, int, std::string> aCases[] = {
-        {"1, 3", 2, "0246789abcdef"},
-        {"1,20,3", 1, "02346789abcdef"},
-        {"-1,2", 0, "012346789abcdef"},
-        {"x 0,0", 3, "12346789abcdef"},
-        {"0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,0", 16, ""}};
-    for (const auto& [pcList, iCount, strExpected] : aCases)
+    CGpuConfig& rGpus = *CGpuConfig::GetInstance();
+    for (const auto& [pcList, iCount, pcUsed] :
+         {std::tuple("1, 3", 2, "0246789abcdef"),
+          {"1,20,3", 1, "02346789abcdef"},
+          {"x 0,0", 3, "12346789abcdef"},
+          {"0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,0", 16, ""}})
     {
         const CConfigFile aConfig = Load({{"TALVEN_BUSY_GPUS", pcList}});
         EXPECT_EQ(aConfig.GetNumBusyGpus(), iCount);
-        CGpuConfig& rGpus = *CGpuConfig::GetInstance();
         rGpus.SelectDevices(aConfig, viMemory);
         std::string strUsed;
         for (int i = 0; i < rGpus.GetNumDevices(); ++i)
             strUsed += "0123456789abcdefgh"[rGpus.GetDeviceID(i)];
-        EXPECT_EQ(strUsed, strExpected) << pcList;
+        EXPECT_EQ(strUsed, pcUsed) << pcList;
         EXPECT_EQ(rGpus.GetAvailableMemory(), 500 * rGpus.GetNumDevices());
         EXPECT_EQ(rGpus.GetDeviceID(rGpus.GetNumDevices()), -1);
     }
