@@ -1,8 +1,6 @@
 // Whole jobs of the library, on every backend of the program.
 
-#include <gtest/gtest.h>
-
-#include "tests/backends/Backends.h"
+#include "tests/device/Rig.h"
 #include "tests/job/JobRunner.h"
 
 namespace
@@ -33,6 +31,14 @@ void SetBox(TestJob& rJob, float fX, float fZ, float fHalfX, float fHalfZ)
     rJob.aBox = OracleBox{{fX, fZ}, {fHalfX, fHalfZ}};
 }
 
+void SetSizes(TestJob& rJob, int iVolX, int iVolZ, int iProjX)
+{
+    rJob.iVolX = iVolX;
+    rJob.iVolZ = iVolZ;
+    rJob.iProjX = iProjX;
+    rJob.iY = 1;
+}
+
 struct Change
 {
     const char* pcName;
@@ -58,12 +64,15 @@ void DoAll(TestJob& r)
     SetKernel(r, r.eMethod == EMethod::eEm ? 31 : 4, 3, 2);
 }
 
-const std::vector<float> g_vfBeyond = {-120, -90, -89.5f, -45, 0, 30, 90, 100, 180};
-const std::vector<unsigned> g_vuiList = {6, 0, 3, 3, 2}, g_vuiCut = {4, 60};
+const std::vector<float> g_vfBeyond = {-120, -90, -45, -1e-4f, 0, 37.3f, 89.9999f, 90, 180};
+const std::vector<unsigned> g_vuiList = {6, 0, 3, 3, 2}, g_vuiCut = {4, 4294967291};
 const Change g_aChanges[] = {
     {"Plain", "", [](TestJob&) {}},
     {"LongBand", "h", [](TestJob& r) { r.iY = 330, r.iProjX = r.iVolX = 9, r.iVolZ = 5; }},
     {"WiderVolume", "", [](TestJob& r) { r.iVolX = 61; }},
+    {"Tiles", "", [](TestJob& r) { SetSizes(r, 300, 65, 257); }},
+    {"Deep", "", [](TestJob& r) { SetSizes(r, 2, 300, 17); }},
+    {"NarrowDetector", "", [](TestJob& r) { SetSizes(r, 16, 130, 2); }},
     {"OneColumn", "", [](TestJob& r) { r.iProjX = r.iVolX = r.iVolZ = 1; }},
     {"BeyondRightAngles", "", [](TestJob& r) { r.vfAngles = g_vfBeyond; }},
     {"List", "", [](TestJob& r) { r.vuiList = g_vuiList, r.uiSets = 2; }},
@@ -146,6 +155,43 @@ TEST_P(OracleJob, FollowsTheFormulaOnAnyMachine)
             EXPECT_EQ(aOther.vfProjs, aResult.vfProjs);
             EXPECT_LE(RelativeError(aOther.vdRfactor, aResult.vdRfactor), 1e-12);  // in any order
         }
+}
+
+// What is no number spoils the rays that pass it, and the row that it lies in.
+TEST_P(Kernel, BadValuesStayInTheirRaysAndRows)
+{
+    if (mFilters()) GTEST_SKIP() << "the texture unit also looks at what has no weight";
+    TestJob aJob;
+    aJob.bReproject = true;
+    SetSizes(aJob, 170, 70, 189);
+    aJob.iY = 3;
+    const TestData aGood = MakeData(aJob, 7);
+    TestData aBad = aGood;
+    const auto IsBadRow = [](std::size_t tPixel, int iX) { return tPixel / iX % 3 == 1; };
+    for (const int i : {171, 330, 11728, 10750})
+        aBad.vfVolume[i % 170 + (3 * (i / 170) + 1) * 170] = NAN;
+    const auto vfGot = RunJob(aJob, aBad, {GetParam()}).vfProjs,
+               vfExpected = RunOracle(aJob, aBad).vfProjs;
+    int iTouched = 0;
+    for (std::size_t i = 0; i < vfGot.size(); ++i)
+    {
+        iTouched += std::isnan(vfGot[i]) != std::isnan(vfExpected[i]);
+        EXPECT_FALSE(std::isnan(vfGot[i]) && !IsBadRow(i, 189)) << i;
+    }
+    EXPECT_LE(iTouched, 20) << "rays that round to the other side of a voxel's edge";
+
+    aJob.bReproject = false;
+    aJob.iIterations = 2;
+    for (int n = 0; n < 7; ++n) aBad.vfProjs[189 * (3 * n + 1) + 90] = NAN;
+    for (const EMethod eMethod : {EMethod::eBackProj, EMethod::eSart, EMethod::eEm})
+    {
+        aJob.eMethod = eMethod;
+        const TestData aResult = RunJob(aJob, aBad, {GetParam()}),
+                       aClean = RunJob(aJob, aGood, {GetParam()});
+        for (std::size_t i = 0; i < aResult.vfVolume.size(); ++i)
+            ASSERT_TRUE(IsBadRow(i, 170) || aResult.vfVolume[i] == aClean.vfVolume[i]) << i;
+        EXPECT_LE(JobError(aJob, aResult, RunOracle(aJob, aBad)), 5e-4);
+    }
 }
 
 TEST(JobInputs, ThatDoNotFitAreRefused)
