@@ -60,7 +60,7 @@ void DoAll(TestJob& r)
     r.uiSets = 2;
     r.vfRelax = {1, 0.8f, 0.9f, 0.7f, 0.6f, 0.5f, 0.4f, 0.3f};
     r.uiInterval = 2;
-    SetBox(r, 1, 0, 15, 5);
+    SetBox(r, 5.2f, -2.3f, 9.7f, 3.1f);
     SetKernel(r, r.eMethod == EMethod::eEm ? 31 : 4, 3, 2);
 }
 
