@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <span>
 
 #include "gpulib/App/Weights/CalcWeightBase.h"
 #include "server/Recon/GaussianKernel.h"
@@ -21,21 +23,21 @@ TEST(BoxWeight, FindsACornerTwice)
 TEST(GaussianKernel, FollowsTheFormula)
 {
     const float afStd[3] = {1.0f, 0.7f, 2.0f};
-    for (const auto& [iX, iY, iZ] : {std::array{1, 1, 1}, {4, 1, 1}, {7, 5, 6}})
+    for (const auto& aiSize : {std::array{1, 1, 1}, {4, 1, 1}, {7, 5, 6}})
     {
         CGaussianKernel aGaussian;
-        aGaussian.SetSize(iX, iY, iZ);
+        aGaussian.SetSize(aiSize.data());
         aGaussian.SetStd(afStd);
         aGaussian.Build();
-        const auto Square = [](int i, int iSize, float fStd)
-        { return (i - iSize / 2) * (i - iSize / 2) / double(fStd * fStd); };
-        std::vector<double> vdExpected;
-        for (int i = 0; i < iX * iY * iZ; ++i)
-            vdExpected.push_back(
-                std::exp(-0.5 * (Square(i % iX, iX, 1) + Square(i / iX % iY, iY, afStd[1]) +
-                                 Square(i / iX / iY, iZ, 2))));
-        const double dSum = std::accumulate(vdExpected.begin(), vdExpected.end(), 0.0);
-        for (std::size_t i = 0; i < vdExpected.size(); ++i)
-            EXPECT_NEAR(aGaussian.GetKernel().GetData()[i] * dSum / vdExpected[i], 1, 2e-6);
+        const std::span fKernel(aGaussian.GetKernel().GetData(), aGaussian.GetKernel().GetVoxels());
+        EXPECT_NEAR(std::accumulate(fKernel.begin(), fKernel.end(), 0.0), 1, 1e-6);
+        for (int i = 0; i < int(fKernel.size()); ++i)
+        {
+            double dSum = 0;
+            for (int k = 0, iRest = i; k < 3; iRest /= aiSize[k++])
+                dSum += std::pow((iRest % aiSize[k] - aiSize[k] / 2) / afStd[k], 2);
+            EXPECT_NEAR(std::exp(-0.5 * dSum) * *std::ranges::max_element(fKernel) / fKernel[i], 1,
+                        2e-6);
+        }
     }
 }
