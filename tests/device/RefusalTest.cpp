@@ -25,12 +25,14 @@ void Spoil(bool (CBackend::*pRun)(const P&), const P& rGood,
         EXPECT_NE(TakeDeviceError(), "");
     };
     CRig aRig;
-    const DeviceImage aTiny = aRig.Array(Images(1, 1, 4)), aPair = aRig.Pairs(1, {1}, {1});
+    const std::vector<float> vfOnes(90, 1);
+    const DeviceImage aTiny = aRig.Array(Images(1, 1, 4)), aPairs = aRig.Pairs(10, vfOnes, vfOnes);
     const DeviceImage aRow = aRig.Array(Images(8, 2, 1));
     for (const auto pImage : rImages)
     {
-        for (const DeviceImage& rBad : {DeviceImage(), aTiny, aPair}) Refused(pImage, rBad);
+        for (const DeviceImage& rBad : {DeviceImage(), aTiny}) Refused(pImage, rBad);
         if ((rGood.*pImage).iLanes > 1) Refused(pImage, aRow);
+        if ((rGood.*pImage).iChannels == 1) Refused(pImage, aPairs);
     }
     if constexpr (requires { rGood.aProjIndex; }) Refused(&P::aProjIndex, aRig.List({0, 2}));
     for (const auto piNumber : rFromZero) Refused(piNumber, -1);
