@@ -1,28 +1,15 @@
-// Smoothing: the kernel, and volumes in pieces, by one device or by several workers.
+// Smoothing: the kernel, and volumes in pieces.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 
-#include "Util/Util_Volume.h"
-#include "gpulib/App/Smooth/TomoSmooth.h"
 #include "gpulib/App/Smooth/TomoSmoothImpl.h"
-#include "gpulib/Device/Backend.h"
 #include "gpulib/Device/Host/SeparableKernel.h"
-#include "tests/backends/Backends.h"
-#include "tests/oracle/JobOracle.h"
+#include "tests/device/Rig.h"
+#include "tests/job/JobRunner.h"
 
 namespace
 {
 using Size = std::array<int, 3>;
-
-void Load(const Images& rImages, Util_Volume& rVolume)
-{
-    rVolume.SetSize(rImages.iX, rImages.iY, rImages.iN);
-    std::ranges::copy(rImages.vf, rVolume.GetData());
-}
 
 /// The product of three bells, the middle value changed by a fraction.
 Images Bell(const Size& rSize, float fChange = 0)
@@ -39,50 +26,24 @@ Images Bell(const Size& rSize, float fChange = 0)
     return aKernel;
 }
 
-class TomoSmooth : public testing::TestWithParam<std::string>
+/// The same bits in any pieces.
+std::vector<float> Smooth(const Images& rStart, const Images& rKernel)
 {
-protected:
-    void SetUp() override
+    Util_Volume aKernel, aVolume;
+    Load(aKernel, rKernel.iX, rKernel.iY, rKernel.vf);
+    std::vector<float> vfWhole;
+    for (const int iPieces : {1, 2, 9})
     {
-        SetBackend(MakeTestBackend(GetParam(), 1));
-        if (!GetBackend()) GTEST_SKIP() << "no device for " << GetParam();
-        ASSERT_TRUE(GetBackend()->SelectDevice(0));
+        Load(aVolume, rStart.iX, rStart.iY, rStart.vf);
+        EXPECT_TRUE(CTomoSmoothImpl().DoInPieces(aVolume, aKernel, iPieces));
+        if (iPieces == 1) vfWhole = Unload(aVolume);
+        EXPECT_EQ(std::memcmp(aVolume.GetData(), vfWhole.data(), 4 * vfWhole.size()), 0);
     }
-    void TearDown() override { SetBackend(nullptr); }
-
-    /// The same bits in any pieces, of one device and of as many workers.
-    static std::vector<float> mSmooth(const Images& rStart, const Images& rKernel)
-    {
-        Util_Volume aKernel;
-        Load(rKernel, aKernel);
-        std::vector<float> vfWhole;
-        for (const int iPieces : {1, 2, 9})
-        {
-            Util_Volume aOne, aAll;
-            Load(rStart, aOne);
-            Load(rStart, aAll);
-            EXPECT_TRUE(CTomoSmoothImpl().DoInPieces(aOne, aKernel, iPieces));
-            std::vector<CTomoSmooth> vWorkers(iPieces);
-            for (int i = 0; i < iPieces; ++i)
-            {
-                vWorkers[i].SetVolume(&aAll);
-                vWorkers[i].SetKernel(&aKernel);
-                vWorkers[i].SetDeviceInfo(iPieces, 0, i);
-                EXPECT_TRUE(vWorkers[i].DoIt());
-            }
-            for (CTomoSmooth& rWorker : vWorkers) rWorker.Assemble();
-            if (iPieces == 1) vfWhole.assign(aOne.GetData(), aOne.GetData() + aOne.GetVoxels());
-            for (const Util_Volume* pGot : {&aOne, &aAll})
-                EXPECT_EQ(std::memcmp(pGot->GetData(), vfWhole.data(), 4 * vfWhole.size()), 0);
-        }
-        return vfWhole;
-    }
-};
-INSTANTIATE_TEST_SUITE_P(Sets, TomoSmooth, testing::ValuesIn(GetTestBackends()),
-                         [](const auto& rInfo) { return NameOf(rInfo.param); });
+    return vfWhole;
+}
 }  // namespace
 
-TEST_P(TomoSmooth, FollowsTheFormulaInAnyPieces)
+TEST_P(Kernel, SmoothingFollowsTheFormulaInAnyPieces)
 {
     for (const auto& [iX, iY, iZ] :
          {Size{1, 1, 1}, {2, 3, 1}, {63, 1, 4}, {64, 33, 2}, {65, 5, 7}, {517, 35, 2}})
@@ -92,7 +53,7 @@ TEST_P(TomoSmooth, FollowsTheFormulaInAnyPieces)
             {
                 const Images aVolume = RandomImages(iX, iY, iZ, 0.1f, 2, 3);
                 const Values vdExpected = SmoothVolume(aVolume, rKernel);
-                const std::vector<float> vfOut = mSmooth(aVolume, rKernel);
+                const std::vector<float> vfOut = Smooth(aVolume, rKernel);
                 // Float sums of up to 297 positive products: their rounding grows as the root.
                 for (std::size_t i = 0; i < vfOut.size(); ++i)
                     ASSERT_NEAR(vfOut[i] / vdExpected[i], 1, 2e-6)
@@ -101,14 +62,14 @@ TEST_P(TomoSmooth, FollowsTheFormulaInAnyPieces)
             }
 }
 
-TEST_P(TomoSmooth, OfOneKeepsTheBitsAndNanStaysLocal)
+TEST_P(Kernel, SmoothingByOneKeepsTheBitsAndNanStaysLocal)
 {
     Images aVolume = RandomImages(300, 4, 3, -2, 2, 5);
-    EXPECT_EQ(mSmooth(aVolume, Images(1, 1, 1, 1)), aVolume.vf);
+    EXPECT_EQ(Smooth(aVolume, Images(1, 1, 1, 1)), aVolume.vf);
     aVolume.At(150, 2, 1) = NAN;
     for (const float fChange : {0.0f, 0.5f})
     {
-        const std::vector<float> vfOut = mSmooth(aVolume, Bell({5, 1, 3}, fChange));
+        const std::vector<float> vfOut = Smooth(aVolume, Bell({5, 1, 3}, fChange));
         for (int i = 0; i < int(vfOut.size()); ++i)
             ASSERT_EQ(std::isnan(vfOut[i]), std::abs(i % 300 - 150) < 3 && i / 300 % 4 == 2) << i;
     }
@@ -136,3 +97,7 @@ TEST(SeparableKernel, RecognisesProducts)
                                              {Images(7, 6, 5, INFINITY), false}})
         EXPECT_EQ(Separate(aKernel.vf.data(), 7, 6, 5).vfX.empty(), !bExpected) << aKernel.vf[0];
 }
+
+// For the Kernel tests of this program.
+INSTANTIATE_TEST_SUITE_P(Backends, Kernel, testing::ValuesIn(GetTestBackends()),
+                         [](const auto& rInfo) { return NameOf(rInfo.param); });

@@ -33,8 +33,6 @@ inline Images Part(const Images& rImages, int n)
 class CRig
 {
 public:
-    CRig() { EXPECT_TRUE(GetBackend()->SelectDevice(0)); }
-
     /// What kernels sample, with iFrame zeros around each image.
     DeviceImage Array(const Images& rImages, int iFrame = 0)
     {
@@ -60,11 +58,6 @@ public:
         CDeviceArray2D& rArray = m_vArrays.emplace_back();
         EXPECT_TRUE(rArray.Create(int(rList.size()), 1) && rArray.HostToDevice(rList.data()));
         return rArray.GetImage();
-    }
-    DeviceImage Lent(const Images& rImage)
-    {
-        EXPECT_TRUE(m_vArrays.emplace_back().CreateLent(rImage.vf.data(), rImage.iX, rImage.iY));
-        return m_vArrays.back().GetImage();
     }
     DeviceImage Doubles(int iWidth, int iHeight)
     {
@@ -98,6 +91,7 @@ protected:
     {
         SetBackend(MakeTestBackend(GetParam(), 1));
         if (!GetBackend()) GTEST_SKIP() << "no device for " << GetParam();
+        ASSERT_TRUE(GetBackend()->SelectDevice(0));
     }
     void TearDown() override
     {

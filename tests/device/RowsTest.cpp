@@ -1,4 +1,4 @@
-// Kernels that stream over projection rows: weights, comparisons and sums.
+// Kernels that stream over projection rows: weights and comparisons.
 
 #include "tests/device/Rig.h"
 
@@ -45,37 +45,6 @@ TEST_P(Kernel, RowsAreWeightedAndCompared)
     }
 }
 
-TEST_P(Kernel, SumsRepeatTheLastColumnAndSkipMissing)
-{
-    for (const auto& [iX, iRows] : {std::pair{1, 1}, {300, 3}, {256, 16}, {257, 5}, {31, 29}})
-    {
-        TestJob aJob;
-        aJob.iProjX = iX;
-        aJob.vfAngles.resize(4);
-        aJob.vuiList = {3, 0};
-        Images aRows = RandomImages(iX, 4, iRows, -3, 2);
-        aRows.At(iX / 2, 3, 0) = -1e15f;  // missing
-        aRows.At(iX / 3, 0, iRows - 1) = NAN;
-        CRig aRig;
-        SumAbsParams aP = {
-            aRig.Array(aRows), aRig.Doubles(2, 3), aRig.List(aJob.vuiList), iX, 2, 2, iRows};
-        ASSERT_TRUE(GetBackend()->SumAbs(aP));
-        aP.iIter = 1;  // one row at a time: the same bits
-        aP.iRows = 1;
-        Values vdExpected(2), vdGot(6);
-        for (int r = 0; r < iRows; ++r)
-        {
-            aP.aSource = aRig.Array(Part(aRows, r));
-            ASSERT_TRUE(GetBackend()->SumAbs(aP));
-            const Values vdSums = COracle(aJob).SumAbs(aRows.GetValues(r));
-            for (int p = 0; p < 2; ++p) vdExpected[p] += vdSums[p];
-        }
-        ASSERT_TRUE(GetBackend()->DownloadTable(aP.aAccum, vdGot.data()));
-        for (int p = 0; p < 2; ++p)
-        {
-            EXPECT_EQ(vdGot[p], 0);
-            EXPECT_NEAR(vdGot[2 + p], vdExpected[p], 1e-6 * vdExpected[p]) << iX << " x " << iRows;
-            EXPECT_EQ(vdGot[2 + p], vdGot[4 + p]);
-        }
-    }
-}
+// For the Kernel tests of all files of this program.
+INSTANTIATE_TEST_SUITE_P(Backends, Kernel, testing::ValuesIn(GetTestBackends()),
+                         [](const auto& rInfo) { return NameOf(rInfo.param); });

@@ -1,12 +1,10 @@
 #include "tests/job/JobRunner.h"
 
-#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <thread>
 
 #include "Util/TomoVolume.h"
-#include "Util/Util_Volume.h"
 #include "gpulib/App/Iteration/TomoEm.h"
 #include "gpulib/App/Iteration/TomoSart.h"
 #include "gpulib/App/Job.h"
@@ -15,17 +13,6 @@
 #include "gpulib/Device/DeviceError.h"
 #include "gpulib/Device/Host/HostBackend.h"
 #include "tests/backends/Backends.h"
-
-void Load(Util_Volume& rVolume, int iX, int iY, int iZ, const std::vector<float>& rData)
-{
-    rVolume.SetSize(iX, iY, iZ);
-    std::ranges::copy(rData, rVolume.GetData());
-}
-
-std::vector<float> Unload(const Util_Volume& rVolume)
-{
-    return {rVolume.GetData(), rVolume.GetData() + rVolume.GetVoxels()};
-}
 
 namespace
 {
@@ -50,13 +37,15 @@ TestData MakeData(const TestJob& rJob, unsigned uiSeed)
     for (int i = 0; i < iProjs * rJob.iY; ++i)
     {
         const int n = i / rJob.iY, y = i % rJob.iY;
-        // Rows 1, 4, 7... of every third projection miss entirely.
+        // Rows 1, 4, 7... of every third projection miss entirely; some say more than there is.
         const bool bMissing = rJob.bInvalid && n % 3 == 0 && y % 3 == 1;
-        const int iFirst = bMissing ? rJob.iProjX + 1 : rJob.bInvalid ? (n + y) % 4 : 0;
-        const int iEnd = bMissing ? 0 : rJob.iProjX - (rJob.bInvalid ? (2 * n + y) % 5 : 0);
-        for (int x = 0; x < rJob.iProjX; ++x)
-            if (x < iFirst || x >= iEnd) aData.vfProjs[std::size_t(i) * rJob.iProjX + x] = -1e30f;
-        aData.vuiRangeX.insert(aData.vuiRangeX.end(), {unsigned(iFirst), unsigned(iEnd)});
+        const bool bEndless = rJob.bInvalid && (n + y) % 5 == 4;
+        const unsigned uiX = unsigned(rJob.iProjX), uiCut = unsigned(2 * n + y) % 5;
+        const unsigned uiFirst = bMissing ? uiX + 1 : rJob.bInvalid ? unsigned(n + y) % 4 : 0;
+        const unsigned uiEnd = bMissing ? 0 : bEndless ? ~0u : uiX - (rJob.bInvalid ? uiCut : 0);
+        for (unsigned x = 0; x < uiX; ++x)
+            if (x < uiFirst || x >= uiEnd) aData.vfProjs[std::size_t(i) * uiX + x] = -1e30f;
+        aData.vuiRangeX.insert(aData.vuiRangeX.end(), {uiFirst, uiEnd});
     }
     return aData;
 }
@@ -71,10 +60,9 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const Machine& rMac
     const int iWorkers = std::min(rMachine.iWorkers, GetBackend()->GetDeviceCount());
     TestData aResult = rStart;
     Util_Volume aStack, aVolume, aKernel;
-    Load(aStack, rJob.iProjX, rJob.iY, int(rJob.vfAngles.size()), rStart.vfProjs);
-    Load(aVolume, rJob.iVolX, rJob.iY, rJob.iVolZ, rStart.vfVolume);
-    if (!rJob.vfKernel.empty())
-        Load(aKernel, rJob.aiKernel[0], rJob.aiKernel[1], rJob.aiKernel[2], rJob.vfKernel);
+    Load(aStack, rJob.iProjX, rJob.iY, rStart.vfProjs);
+    Load(aVolume, rJob.iVolX, rJob.iY, rStart.vfVolume);
+    if (!rJob.vfKernel.empty()) Load(aKernel, rJob.aiKernel[0], rJob.aiKernel[1], rJob.vfKernel);
     CTomoVolume aTomoVol(&aVolume, iWorkers);
     const std::vector<unsigned> vuiList = GetList(rJob);
     ReconJob aJob;

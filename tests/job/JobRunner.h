@@ -1,13 +1,22 @@
 #pragma once
 
+#include <algorithm>
 #include <string>
 
+#include "Util/Util_Volume.h"
 #include "gpulib/Device/Backend.h"
 #include "tests/oracle/JobOracle.h"
 
-class Util_Volume;
-void Load(Util_Volume& rVolume, int iX, int iY, int iZ, const std::vector<float>& rData);
-std::vector<float> Unload(const Util_Volume& rVolume);
+inline void Load(Util_Volume& rVolume, int iX, int iY, const std::vector<float>& rData)
+{
+    rVolume.SetSize(iX, iY, int(rData.size()) / (iX * iY));
+    std::ranges::copy(rData, rVolume.GetData());
+}
+
+inline std::vector<float> Unload(const Util_Volume& rVolume)
+{
+    return {rVolume.GetData(), rVolume.GetData() + rVolume.GetVoxels()};
+}
 
 /// What runs a job.
 struct Machine

@@ -17,9 +17,8 @@ TEST(Rendezvous, NobodyOvertakesAndAbortReleasesAll)
     std::atomic<int> iWrong = 0, iReleased = 0;
     const auto Run = [&](auto aWork)
     {
-        std::vector<std::thread> vThreads;
+        std::vector<std::jthread> vThreads;
         for (int i = 0; i < iThreads; ++i) vThreads.emplace_back(aWork, i);
-        for (std::thread& rThread : vThreads) rThread.join();
     };
     for (int k = 0; k < iAborts; ++k)
     {
@@ -46,17 +45,9 @@ TEST(Rendezvous, NobodyOvertakesAndAbortReleasesAll)
 
 TEST(Rendezvous, NotifyAndWait)
 {
-    CTomoVolume aVolume(nullptr, 1);
-    aVolume.NotifyDone();
-    aVolume.WaitAllDone();  // alone: at once
-    aVolume.Set(nullptr, 2);
-    aVolume.NotifyDone();
-    std::thread aOther(
-        [&]
-        {
-            aVolume.NotifyDone();
-            aVolume.WaitAllDone();
-        });
-    aVolume.WaitAllDone();
+    CTomoVolume aVolume(nullptr, 2);
+    const auto Meet = [&] { aVolume.NotifyDone(), aVolume.WaitAllDone(); };
+    std::thread aOther(Meet);
+    Meet();
     aOther.join();
 }

@@ -84,23 +84,33 @@ void Enter(int iMoment, CRawClient& r, const CServerProcess& rServer)
     EXPECT_TRUE(bDone) << "moment " << iMoment;
 }
 
-TEST(Fault, ClientsMayGoAtAnyMoment)
+TEST(Fault, ClientsAndThenTheServerMayGoAtAnyMoment)
 {
-    CServerProcess aServer;
-    aServer.Start();
-    for (int i = 0; i < 2 * eMoments; ++i)
+    const std::pair<int, int> aSignals[] = {{SIGTERM, 0}, {SIGINT, 130}, {SIGHUP, 129}};
+    for (int i = 0; i < eMoments; ++i)
     {
-        CRawClient aClient(aServer.GetPort());
-        Enter(i / 2, aClient, aServer);
-        aClient.Close(i % 2 == 0);
-        ExpectSmallJob(aServer);
+        CServerProcess aServer;
+        aServer.Start();
+        for (const bool bReset : {true, false})
+        {
+            CRawClient aClient(aServer.GetPort());
+            Enter(i, aClient, aServer);
+            aClient.Close(bReset);
+            ExpectSmallJob(aServer);
+        }
+        CRawClient aLast(aServer.GetPort());
+        Enter(i, aLast, aServer);
+        kill(aServer.GetPid(), aSignals[i % 3].first);
+        EXPECT_EQ(aServer.WaitForEnd(5), aSignals[i % 3].second) << i;
+        EXPECT_EQ(aServer.GetOutput().back(), '\n');
+        EXPECT_EQ(aServer.GetLog().back(), '\n');
     }
 }
 
 TEST(Fault, IdleTimeoutDropsWhoeverStalls)
 {
     CServerProcess aServer;
-    aServer.Start({{"TALVEN_IDLE_TIMEOUT", "0.5"}});
+    aServer.Start({{"TALVEN_IDLE_TIMEOUT", "0.5"}, {"HOME", ""}});
     for (int i = 0; i < eJob; ++i)
     {
         CRawClient aStalled(aServer.GetPort());
@@ -109,23 +119,12 @@ TEST(Fault, IdleTimeoutDropsWhoeverStalls)
         ExpectSmallJob(aServer);  // waits until the other one is dropped
         EXPECT_GT(std::chrono::steady_clock::now() - aStart, 300ms) << i;
     }
-}
-
-TEST(Fault, SignalsEndTheServerAtOnceWhateverItDoes)
-{
-    const std::pair<int, int> aSignals[] = {{SIGTERM, 0}, {SIGINT, 130}, {SIGHUP, 129}};
-    for (int i = 0; i < eMoments; ++i)
-    {
-        CServerProcess aServer;
-        aServer.Start();
-        CRawClient aClient(aServer.GetPort());
-        ASSERT_TRUE(aServer.WaitFor("Info: Client has been connected."));
-        Enter(i, aClient, aServer);
-        kill(aServer.GetPid(), aSignals[i % 3].first);
-        EXPECT_EQ(aServer.WaitForEnd(5), aSignals[i % 3].second) << i;
-        EXPECT_EQ(aServer.GetOutput().back(), '\n');
-        EXPECT_EQ(aServer.GetLog().back(), '\n');
-    }
+    CRawClient aSlow(aServer.GetPort());
+    const Words vuiHeader = {Msg::eServerProp, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    for (int i = 0; i < 4; ++i, std::this_thread::sleep_for(200ms))
+        EXPECT_TRUE(aSlow.SendBytes(&vuiHeader[4 * i], 16));
+    EXPECT_TRUE(aSlow.Receive()) << "slow, but never idle";
+    EXPECT_EQ(aServer.Count("log file"), 0) << "without a home there is none";
 }
 
 TEST(Fault, TheConsoleMayClose)
@@ -148,34 +147,24 @@ void SetLimit(pid_t iPid, __rlimit_resource eWhat, rlim_t tLimit)
     ASSERT_EQ(prlimit(iPid, eWhat, &aLimit, nullptr), 0);
 }
 
-/// Name of today's log as the server will make it.
-fs::path GuessLog(const CServerProcess& rServer)
-{
-    const std::time_t tNow = std::time(nullptr);
-    char acName[64];
-    std::strftime(acName, sizeof acName, "%-d%Y.log", std::localtime(&tNow));
-    const int iMonth = std::localtime(&tNow)->tm_mon + 1;
-    return rServer.GetHome() / "temp" / ("gpu" + std::to_string(iMonth) + acName);
-}
-
 TEST(Fault, ALogThatCannotBeWrittenCostsNothingElse)
 {
-    using Server = const CServerProcess&;
-    const std::tuple<const char*, void (*)(Server), int> aCases[] = {
-        {"PATH", [](Server r) { fs::create_symlink("/dev/full", GuessLog(r)); }, 2},
-        {"PATH", [](Server r) { fs::create_directory(GuessLog(r)); }, 0},
-        {"PATH", [](Server r) { fs::remove(r.GetHome() / "temp"); }, 0},
-        {"HOME", [](Server) {}, 0}};
-    // The variable that is not set, and lines that say so, for each time the log is opened.
-    for (const auto& [pcUnset, pfnBreak, iErrors] : aCases)
+    // What befalls the log, and lines that say so, for each time it is opened.
+    const std::pair<void (*)(const fs::path& rLog), int> aCases[] = {
+        {[](const fs::path& r) { fs::remove(r), fs::create_symlink("/dev/full", r); }, 2},
+        {[](const fs::path& r) { fs::remove(r), fs::create_directory(r); }, 0},
+        {[](const fs::path& r) { fs::remove_all(r.parent_path()); }, 0}};
+    for (const auto& [pfnBreak, iErrors] : aCases)
     {
         CServerProcess aServer;
-        aServer.Start({{pcUnset, ""}});
-        pfnBreak(aServer);
+        aServer.Start();
         ExpectSmallJob(aServer);
         ASSERT_TRUE(aServer.WaitFor("Info: Client connection has been closed.", 2));
+        pfnBreak(fs::directory_iterator(aServer.GetHome() / "temp")->path());
+        ExpectSmallJob(aServer);
+        ASSERT_TRUE(aServer.WaitFor("Info: Client connection has been closed.", 4));
         EXPECT_EQ(aServer.Count("Error: The log file cannot be written"), iErrors);
-        EXPECT_EQ(aServer.Count("Error: "), iErrors + 1);  // the client just goes
+        EXPECT_EQ(aServer.Count("Error: "), iErrors + 2);  // clients just go
     }
 }
 
@@ -186,7 +175,7 @@ TEST(Fault, ALogThatWasCutOffGoesOnWithAWholeLine)
     ExpectSmallJob(aServer);
     CRawClient aClient(aServer.GetPort());
     ASSERT_EQ(aClient.Ask({Msg::eServerProp}), 0u);
-    ASSERT_EQ(ReadText(GuessLog(aServer)).size(), 600u);
+    ASSERT_EQ(aServer.GetLog().size(), 600u);
     ASSERT_NE(aServer.GetLog().back(), '\n');  // or choose another limit
     SetLimit(aServer.GetPid(), RLIMIT_FSIZE, RLIM_INFINITY);
     ASSERT_EQ(aClient.Ask({Msg::eVolSize, {1, 1, 1}}), 0u);

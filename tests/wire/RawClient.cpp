@@ -1,6 +1,6 @@
 #include "tests/wire/RawClient.h"
 
-#include <netinet/in.h>
+#include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -10,13 +10,13 @@
 #include <chrono>
 #include <thread>
 
-CRawClient::CRawClient(int iPort)
+CRawClient::CRawClient(int iPort, int iHost, int iTries)
 {
     sockaddr_in aAddress = {};
     aAddress.sin_family = AF_INET;
     aAddress.sin_port = htons(static_cast<std::uint16_t>(iPort));
-    aAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    for (int i = 0; i < 500; ++i)
+    aAddress.sin_addr.s_addr = inet_makeaddr(IN_LOOPBACKNET, static_cast<in_addr_t>(iHost)).s_addr;
+    for (int i = 0; i < iTries; ++i)
     {
         m_iSocket = socket(AF_INET, SOCK_STREAM, 0);
         const int iOn = 1;  // a header and its data go at once

@@ -19,8 +19,8 @@ struct Packet
 class CRawClient
 {
 public:
-    /// Connects, trying for 10 s.
-    explicit CRawClient(int iPort);
+    /// Connects to 127.0.0.iHost, trying for 10 s at most.
+    explicit CRawClient(int iPort, int iHost = 1, int iTries = 500);
     /// Takes over a socket that is connected.
     struct Socket
     {

@@ -2,9 +2,6 @@
 // other.
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <regex>
 
@@ -32,29 +29,15 @@ TEST(Start, EndsWithACodeThatTellsWhy)
         {"TALVEN_BIND", "127.0.0.1", "Bind Address = nowhere\n", 254, strNoServer},
         {"TALVEN_BUSY_GPUS", strAllBusy, "", 255, " devices available.\n" + strNoDevice},
         {"HOME", "", "BusyGpus = " + strAllBusy + "\nBackend=host\n", 255, strNoDevice},
-        {"TALVEN_BACKEND", "abacus", "", 255, strNoDevice + strUnknown}};
+        {"TALVEN_BACKEND", "abacus", "", 255, strNoDevice + strUnknown},
+        {"TALVEN_BACKEND", "cuda", "", 255, strNoDevice + "Error: cuda: "}};
     for (const auto& [pcVariable, strValue, strConfig, iCode, strEnd] : aCases)
     {
         CServerProcess aServer;
-        aServer.Start({{pcVariable, strValue}}, strConfig);
+        aServer.Start({{pcVariable, strValue}, {"CUDA_VISIBLE_DEVICES", "-1"}}, strConfig);
         EXPECT_EQ(aServer.WaitForEnd(), iCode) << pcVariable << strConfig;
-        EXPECT_TRUE(aServer.GetOutput().ends_with(strEnd)) << aServer.GetOutput();
+        EXPECT_NE(aServer.GetOutput().find(strEnd), std::string::npos) << aServer.GetOutput();
     }
-}
-
-/// All messages, what the console says more, * for a number that measures, and the name in the log
-/// where it is not the message's.
-bool Reaches(std::uint32_t uiAddress, int iPort)
-{
-    sockaddr_in aAddress = {};
-    aAddress.sin_family = AF_INET;
-    aAddress.sin_port = htons(static_cast<std::uint16_t>(iPort));
-    aAddress.sin_addr.s_addr = htonl(uiAddress);
-    const int iSocket = socket(AF_INET, SOCK_STREAM, 0);
-    const bool bDone =
-        connect(iSocket, reinterpret_cast<sockaddr*>(&aAddress), sizeof aAddress) == 0;
-    close(iSocket);
-    return bDone;
 }
 
 TEST(Start, ListensOnTheAddressThatIsBound)
@@ -64,10 +47,12 @@ TEST(Start, ListensOnTheAddressThatIsBound)
         CServerProcess aServer;
         aServer.Start({{"TALVEN_BIND", pcBound}});
         ASSERT_TRUE(CRawClient(aServer.GetPort()).IsConnected());
-        EXPECT_EQ(Reaches(INADDR_LOOPBACK + 1, aServer.GetPort()), *pcBound == '\0') << pcBound;
+        EXPECT_EQ(CRawClient(aServer.GetPort(), 2, 1).IsConnected(), *pcBound == '\0') << pcBound;
     }
 }
 
+/// All messages, what the console says more, * for a number that measures, and the name in the log
+/// where it is not the message's.
 struct Said
 {
     Request aRequest;
