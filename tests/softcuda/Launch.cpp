@@ -19,10 +19,7 @@
 
 // Launches: the blocks of a grid one after the other.
 
-namespace
-{
 constexpr std::size_t g_tSharedMax = 48 * 1024, g_tStack = 128 * 1024;
-}
 float s_afShared[g_tSharedMax / sizeof(float)];  // what kernels declare
 
 namespace SoftCuda
@@ -44,12 +41,12 @@ struct Fiber
     std::unique_ptr<char[]> pcStack = std::make_unique_for_overwrite<char[]>(g_tStack);
     void* pvSanitizer = __tsan_create_fiber(0);
     uint3 aThread;
-    bool bDone = false;
 };
 
 std::mutex g_aMutex;  // a launch with barriers has all below and s_afShared for itself
 std::vector<std::unique_ptr<Fiber>> g_vpFibers;
 Fiber* g_pRunning = nullptr;
+std::size_t g_tDone = 0;  // threads that have left the kernel
 ucontext_t g_aOutside;
 void* g_pvOutside = nullptr;  // ThreadSanitizer's
 const std::function<void()>* g_pKernel = nullptr;
@@ -59,7 +56,7 @@ void Fiber::RunBlocks()
     for (;;)
     {
         (*g_pKernel)();
-        g_pRunning->bDone = true;
+        ++g_tDone;
         __syncthreads();
     }
 }
@@ -83,14 +80,10 @@ void RunBlockWithBarriers(const cudaLaunchConfig_t& rConfig)
         g_vpFibers.push_back(std::make_unique<Fiber>());
     const std::span vpFibers(g_vpFibers.data(), Count(rConfig.blockDim));
     for (std::size_t t = 0; t < vpFibers.size(); ++t)
-    {
         vpFibers[t]->aThread = Unravel(t, rConfig.blockDim);
-        vpFibers[t]->bDone = false;
-    }
     std::memset(s_afShared, 0xFF, sizeof s_afShared);  // NaNs
     g_pvOutside = __tsan_get_current_fiber();
-    const auto IsDone = [](const auto& pFiber) { return pFiber->bDone; };
-    do
+    for (g_tDone = 0; g_tDone == 0;)
     {
         std::ranges::shuffle(vpFibers, s_aRandom);
         for (const auto& pFiber : vpFibers)
@@ -100,21 +93,20 @@ void RunBlockWithBarriers(const cudaLaunchConfig_t& rConfig)
             __tsan_switch_to_fiber(pFiber->pvSanitizer, 0);
             swapcontext(&g_aOutside, &pFiber->aState);
         }
-    } while (std::ranges::none_of(vpFibers, IsDone));
-    if (!std::ranges::all_of(vpFibers, IsDone)) Trap("threads of a block met different barriers\n");
+    }
+    if (g_tDone != vpFibers.size()) Trap("threads of a block met different barriers");
     if (!std::isnan(s_afShared[rConfig.dynamicSmemBytes / sizeof(float)]))
-        Trap("a block has written beyond its shared memory\n");
+        Trap("a block has written beyond its shared memory");
 }
 
 /// Launches with shared memory have barriers.
-void RunGrid(Device& rDevice, const cudaLaunchConfig_t& rConfig,
-             const std::function<void()>& fKernel)
+void RunGrid(const cudaLaunchConfig_t& rConfig, const std::function<void()>& fKernel)
 {
     std::unique_lock aLock(g_aMutex, std::defer_lock);
     if (rConfig.dynamicSmemBytes > 0) aLock.lock();
     if (aLock) g_pKernel = &fKernel;
-    ++rDevice.iLaunches;
-    for (std::size_t b = 0; b < Count(rConfig.gridDim) && rDevice.eSticky == cudaSuccess; ++b)
+    g_iLaunches.fetch_add(1, std::memory_order_relaxed);
+    for (std::size_t b = 0; b < Count(rConfig.gridDim); ++b)
     {
         blockIdx = Unravel(b, rConfig.gridDim);
         if (aLock) RunBlockWithBarriers(rConfig);
@@ -133,8 +125,7 @@ cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKer
     if (Count(g) == 0 || g.y > 65535 || g.z > 65535 || Count(rConfig.blockDim) > 1024 ||
         rConfig.dynamicSmemBytes >= g_tSharedMax)
         return cudaErrorInvalidValue;
-    return Enqueue("cudaLaunchKernelEx", rConfig.stream,
-                   [=, &rDevice = Current()] { RunGrid(rDevice, rConfig, fKernel); });
+    return Enqueue("cudaLaunchKernelEx", rConfig.stream, [=] { RunGrid(rConfig, fKernel); });
 }
 }  // namespace SoftCuda
 

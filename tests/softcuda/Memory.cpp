@@ -15,7 +15,7 @@ cudaError_t Take(const char* pcCall, std::size_t tBytes)
     Device& rDevice = Current();
     if (rDevice.tUsed + tBytes > g_aSettings.tMemory) return cudaErrorMemoryAllocation;
     rDevice.tUsed += tBytes;
-    rDevice.tPeak = std::max(rDevice.tPeak, rDevice.tUsed);
+    if (rDevice.tUsed > g_tPeak) g_tPeak = rDevice.tUsed;
     return cudaSuccess;
 }
 
@@ -34,7 +34,14 @@ constexpr std::align_val_t g_eAlign{512};
 /// Memory that no program can take for initialised: 0xFF bytes are quiet NaNs.
 char* NewMemory(std::size_t tBytes)
 {
+    g_iHeld.fetch_add(1, std::memory_order_relaxed);
     return static_cast<char*>(std::memset(::operator new(tBytes, g_eAlign), 0xFF, tBytes));
+}
+
+void DeleteMemory(void* pvBegin)
+{
+    g_iHeld.fetch_sub(1, std::memory_order_relaxed);
+    ::operator delete(pvBegin, g_eAlign);
 }
 
 cudaError_t Allocate(const char* pcCall, void** ppvBegin, std::size_t tBytes)
@@ -71,25 +78,19 @@ cudaError_t cudaFree(void* devPtr)
     if (iMemory == rDevice.aMemory.end()) return cudaErrorInvalidValue;
     rDevice.tUsed -= iMemory->second;
     rDevice.aMemory.erase(iMemory);
-    ::operator delete(devPtr, g_eAlign);
+    DeleteMemory(devPtr);
     return cudaSuccess;
 }
 
 cudaError_t cudaMallocHost(void** ptr, std::size_t size)
 {
-    const auto Work = [=](Device& rDevice)
-    {
-        ++rDevice.iOthers;
-        *ptr = NewMemory(size);
-    };
-    return Call(__func__, Work);
+    return Call(__func__, [=](Device&) { *ptr = NewMemory(size); });
 }
 
 cudaError_t cudaFreeHost(void* ptr)
 {
     Current().Synchronize();
-    --Current().iOthers;
-    ::operator delete(ptr, g_eAlign);
+    DeleteMemory(ptr);
     return cudaSuccess;
 }
 

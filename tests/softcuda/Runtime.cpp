@@ -1,8 +1,8 @@
 #include "tests/softcuda/Runtime.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 // Devices, what can be asked of them, errors, and what a test sets.
@@ -41,8 +41,8 @@ cudaError_t Begin(const char* pcCall)
 
 void Trap(const char* pcReason)
 {
-    std::fputs(pcReason, stderr);
-    Current().eSticky = cudaErrorLaunchFailure;
+    std::fprintf(stderr, "software CUDA device: %s\n", pcReason);
+    std::abort();
 }
 
 void FailNext(const char* pcCall, cudaError_t eError, int iAfter)
@@ -52,23 +52,13 @@ void FailNext(const char* pcCall, cudaError_t eError, int iAfter)
     g_iFailAfter = iAfter;
 }
 
-Counts GetCounts()
-{
-    Counts aCounts;
-    for (const Device& rDevice : g_aDevices)
-    {
-        aCounts.iHeld += int(rDevice.aMemory.size() + rDevice.vpStreams.size()) + rDevice.iOthers;
-        aCounts.iLaunches += rDevice.iLaunches;
-        aCounts.tPeak = std::max(aCounts.tPeak, rDevice.tPeak);
-    }
-    return aCounts;
-}
-
 void Reset()
 {
     g_aSettings = {};
     g_pcFailing = "";
     g_aDevices = {};
+    g_iLaunches = 0;
+    g_tPeak = 0;
 }
 }  // namespace SoftCuda
 

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <array>
-#include <chrono>
-#include <deque>
 #include <map>
 #include <memory>
 #include <vector>
@@ -11,35 +9,14 @@
 
 namespace SoftCuda
 {
-/// A place in a stream: what an event remembers of its last cudaEventRecord.
-struct Record
-{
-    CUstream_st* pStream = nullptr;  // valid while !bDone
-    bool bDone = false;
-    std::chrono::steady_clock::time_point aTime;
-};
-}  // namespace SoftCuda
+struct Record;
 
-struct CUstream_st
-{
-    std::deque<std::function<void()>> aQueue;
-};
-struct CUevent_st
-{
-    bool bTimed;
-    std::shared_ptr<SoftCuda::Record> pRecord;  // null: never recorded
-};
-
-namespace SoftCuda
-{
 /// One device. One thread at a time uses it, so nothing is locked.
 struct Device
 {
     std::map<const char*, std::size_t> aMemory;  // linear memory: begin and bytes
     std::vector<CUstream_st*> vpStreams;
-    int iOthers = 0;  // pinned blocks, events, arrays, objects that the program holds
-    int iLaunches = 0;
-    std::size_t tUsed = 0, tPeak = 0;
+    std::size_t tUsed = 0;
     cudaError_t eSticky = cudaSuccess;  // what broke the device: nothing runs any more
     bool bRunningOthers = false;
 
@@ -54,10 +31,16 @@ struct Device
 inline std::array<Device, 16> g_aDevices;
 
 Device& Current();  ///< the calling thread's device
+/// What is counted while the program holds it. That orders nothing between threads.
+struct Counted
+{
+    Counted() { g_iHeld.fetch_add(1, std::memory_order_relaxed); }
+    ~Counted() { g_iHeld.fetch_sub(1, std::memory_order_relaxed); }
+};
 /// What stops a call before it begins: a failure that a test asked for, a broken device.
 cudaError_t Begin(const char* pcCall);
-/// Ends the launch that runs on this thread and breaks its device; the reason goes to stderr.
-void Trap(const char* pcReason);
+/// Ends the program: a kernel has done what none may.
+[[noreturn]] void Trap(const char* pcReason);
 
 /// The same, and bytes of the current device for the call, which may not be there.
 cudaError_t Take(const char* pcCall, std::size_t tBytes);

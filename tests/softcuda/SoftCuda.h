@@ -2,6 +2,8 @@
 
 #include <cuda_runtime.h>
 
+#include <atomic>
+
 /// Steers the software CUDA runtime from a test, which does so while no other thread calls it.
 ///
 /// An asynchronous operation waits in its stream until something demands it: a synchronisation, a
@@ -30,14 +32,11 @@ inline Settings g_aSettings;
 /// eError; iAfter calls of that name succeed before it. Errors that are sticky on a device stay.
 void FailNext(const char* pcCall, cudaError_t eError, int iAfter = 0);
 
-/// What all devices have seen.
-struct Counts
-{
-    int iHeld = 0;          ///< memory, arrays, streams, events, objects that are not freed
-    int iLaunches = 0;      ///< kernels that ran
-    std::size_t tPeak = 0;  ///< most bytes that one device had allocated at once
-};
-Counts GetCounts();
-/// Forgets errors, counts and a coming failure, and takes the first settings. Nothing is held.
+// What all devices have seen.
+inline std::atomic<int> g_iHeld;          ///< memory, arrays, streams, events, objects: not freed
+inline std::atomic<int> g_iLaunches;      ///< kernels that ran
+inline std::atomic<std::size_t> g_tPeak;  ///< most bytes that one device had allocated at once
+/// Forgets errors, launches, the peak and a coming failure, and takes the first settings. Nothing
+/// is held.
 void Reset();
 }  // namespace SoftCuda

@@ -1,10 +1,33 @@
 #include <algorithm>
+#include <chrono>
+#include <deque>
 #include <ranges>
 #include <utility>
 
 #include "tests/softcuda/Runtime.h"
 
 // Streams and events: who runs when.
+
+namespace SoftCuda
+{
+/// A place in a stream: what an event remembers of its last cudaEventRecord.
+struct Record
+{
+    CUstream_st* pStream = nullptr;  // valid while !bDone
+    bool bDone = false;
+    std::chrono::steady_clock::time_point aTime;
+};
+}  // namespace SoftCuda
+
+struct CUstream_st : SoftCuda::Counted
+{
+    std::deque<std::function<void()>> aQueue;
+};
+struct CUevent_st : SoftCuda::Counted
+{
+    bool bTimed;
+    std::shared_ptr<SoftCuda::Record> pRecord;  // null: never recorded
+};
 
 namespace SoftCuda
 {
@@ -80,17 +103,12 @@ cudaError_t cudaStreamWaitEvent(cudaStream_t stream, cudaEvent_t event, unsigned
 
 cudaError_t cudaEventCreateWithFlags(cudaEvent_t* event, unsigned int flags)
 {
-    const auto Work = [=](Device& rDevice)
-    {
-        ++rDevice.iOthers;
-        *event = new CUevent_st{(flags & cudaEventDisableTiming) == 0, nullptr};
-    };
-    return Call(__func__, Work);
+    const bool bTimed = (flags & cudaEventDisableTiming) == 0;
+    return Call(__func__, [=](Device&) { *event = new CUevent_st{{}, bTimed, nullptr}; });
 }
 
 cudaError_t cudaEventDestroy(cudaEvent_t event)
 {
-    --Current().iOthers;
     delete event;
     return cudaSuccess;
 }

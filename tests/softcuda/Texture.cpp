@@ -5,7 +5,7 @@
 
 // Arrays, texture and surface objects, and the texture unit.
 
-struct cudaArray
+struct cudaArray : SoftCuda::Counted
 {
     std::vector<float> vfTexels;  // [layer][y][x]
     cudaExtent aSize;
@@ -16,7 +16,7 @@ namespace SoftCuda
 namespace
 {
 /// What a handle of a texture or a surface points to.
-struct Object
+struct Object : Counted
 {
     cudaArray* pArray;
     bool bLinear;
@@ -45,26 +45,23 @@ struct Axis
 cudaError_t AddObject(const char* pcCall, unsigned long long* pulHandle, cudaArray* pArray,
                       bool bLinear)
 {
-    const auto Work = [=](Device& rDevice)
-    {
-        ++rDevice.iOthers;
-        *pulHandle = reinterpret_cast<unsigned long long>(new Object{pArray, bLinear});
-    };
-    return Call(pcCall, Work);
+    return Call(
+        pcCall,
+        [=](Device&) {
+            *pulHandle = reinterpret_cast<unsigned long long>(new Object{{}, pArray, bLinear});
+        });
 }
 
-/// The texel at byte iX of a row; outside of the array the launch fails.
+/// The texel at byte iX of a row; there is none outside of the array.
 float& GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer)
 {
-    static thread_local float t_fNowhere;
     cudaArray& rArray = *Find(ulSurface).pArray;
     const auto& [tX, tY, tLayers] = rArray.aSize;
     const std::size_t tTexel = std::size_t(iX) / sizeof(float);  // negative: far outside
     if (iX % sizeof(float) == 0 && tTexel < tX && std::size_t(iY) < tY &&
         std::size_t(iLayer) < tLayers)
         return rArray.vfTexels[(iLayer * tY + iY) * tX + tTexel];
-    Trap("surface access beside the array\n");
-    return t_fNowhere;
+    Trap("surface access beside the array");
 }
 }  // namespace
 }  // namespace SoftCuda
@@ -74,12 +71,13 @@ using namespace SoftCuda;
 template <class T>
 T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer)
 {
-    const auto& [pArray, bLinear] = Find(texture);
+    const Object& rObject = Find(texture);
+    const cudaArray* const pArray = rObject.pArray;
     const auto& [tX, tY, tLayers] = pArray->aSize;
     const float* const pfLayer =
         pArray->vfTexels.data() + std::clamp(layer, 0, int(tLayers) - 1) * (tX * tY);
-    const Axis aX(x, tX, bLinear), aY(y, tY, bLinear);
-    if (!bLinear) return pfLayer[aY.ai[0] * tX + aX.ai[0]];
+    const Axis aX(x, tX, rObject.bLinear), aY(y, tY, rObject.bLinear);
+    if (!rObject.bLinear) return pfLayer[aY.ai[0] * tX + aX.ai[0]];
     float fSum = 0;
     for (const int v : {0, 1})
         for (const int u : {0, 1})
@@ -95,12 +93,10 @@ T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer)
 }
 template float surf2DLayeredread(cudaSurfaceObject_t, int, int, int);
 
-template <class T>
-void surf2DLayeredwrite(T value, cudaSurfaceObject_t surface, int x, int y, int layer)
+void surf2DLayeredwrite(float value, cudaSurfaceObject_t surface, int x, int y, int layer)
 {
     GetTexel(surface, x, y, layer) = value;
 }
-template void surf2DLayeredwrite(float, cudaSurfaceObject_t, int, int, int);
 
 cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc*, cudaExtent extent,
                               unsigned int flags)
@@ -110,8 +106,7 @@ cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc*, 
         return cudaErrorInvalidValue;
     const cudaError_t eError = Take(__func__, tTexels * sizeof(float));
     if (eError != cudaSuccess) return eError;
-    ++Current().iOthers;
-    *array = new cudaArray{std::vector<float>(tTexels, NAN), extent};
+    *array = new cudaArray{{}, std::vector<float>(tTexels, NAN), extent};
     return cudaSuccess;
 }
 
@@ -119,7 +114,6 @@ cudaError_t cudaFreeArray(cudaArray_t array)
 {
     Current().Synchronize();
     Current().tUsed -= array->vfTexels.size() * sizeof(float);
-    --Current().iOthers;
     delete array;
     return cudaSuccess;
 }
@@ -141,7 +135,6 @@ cudaError_t cudaCreateSurfaceObject(cudaSurfaceObject_t* object, const cudaResou
 
 cudaError_t cudaDestroySurfaceObject(cudaSurfaceObject_t object)
 {
-    --Current().iOthers;
     delete &Find(object);
     return cudaSuccess;
 }

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <functional>
 #include <type_traits>
-#include <utility>
 
 #define __global__
 #define __device__
@@ -26,7 +25,6 @@
     X(100, cudaErrorNoDevice, "no CUDA-capable device is detected")             \
     X(214, cudaErrorECCUncorrectable, "uncorrectable ECC error encountered")    \
     X(700, cudaErrorIllegalAddress, "an illegal memory access was encountered") \
-    X(719, cudaErrorLaunchFailure, "unspecified launch failure")                \
     X(999, cudaErrorUnknown, "unknown error")
 
 #define SOFTCUDA_ENUM(VALUE, NAME, TEXT) NAME = VALUE,
@@ -64,9 +62,8 @@ struct cudaDeviceProp  // the fields that are filled
     std::size_t totalGlobalMem;
     int major, minor, multiProcessorCount;
 };
-struct cudaChannelFormatDesc
+struct cudaChannelFormatDesc  // of floats
 {
-    int x, y, z, w;  // bits
 };
 struct cudaExtent
 {
@@ -143,7 +140,7 @@ template <class T>
 cudaChannelFormatDesc cudaCreateChannelDesc()
 {
     static_assert(std::is_same_v<T, float>);
-    return {32, 0, 0, 0};
+    return {};
 }
 
 // What a kernel sees. Dynamic shared memory is the one array s_afShared, declared in the global
@@ -163,16 +160,13 @@ template <class T>
 T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer);
 template <class T>
 T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer);
-template <class T>
-void surf2DLayeredwrite(T value, cudaSurfaceObject_t surface, int x, int y, int layer);
+void surf2DLayeredwrite(float value, cudaSurfaceObject_t surface, int x, int y, int layer);
 
 template <typename... ExpTypes, typename... ActTypes>
 cudaError_t cudaLaunchKernelEx(const cudaLaunchConfig_t* config, void (*kernel)(ExpTypes...),
-                               ActTypes&&... args)
+                               ActTypes... args)
 {
     static_assert((std::is_trivially_copyable_v<ExpTypes> && ...), "a launch copies bytes");
     static_assert((sizeof(ExpTypes) + ... + 0) <= 4096, "parameters of a kernel");
-    return [&](ExpTypes... aCoerced) {
-        return SoftCuda::Launch(*config, [=] { kernel(aCoerced...); });
-    }(std::forward<ActTypes>(args)...);
+    return SoftCuda::Launch(*config, [=] { kernel(args...); });
 }
