@@ -8,6 +8,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <tuple>
 
 #include "Util/Util_Memory.h"
 #include "Util/Util_TcpServer.h"
@@ -23,11 +24,6 @@ using Fields = std::array<std::uint32_t, 16>;
 using Span = std::span<const std::byte>;
 
 constexpr std::uint32_t g_uiMaxOutput = 1 << 16;
-
-void Expect(bool bTrue, const char* pcWhat)
-{
-    if (!bTrue) Broken("%s", pcWhat);
-}
 
 Bytes SwappedUnits(Span aBytes, std::size_t tUnit)
 {
@@ -57,7 +53,6 @@ struct PacketRun
     bool Receive(std::uint8_t uiCommand);
     void Use(std::uint8_t uiCommand);
     void CheckAccess();
-    void CheckWriting();
     void Echo();
 };
 
@@ -101,42 +96,33 @@ void PacketRun::Use(std::uint8_t uiCommand)
     if (auiFields[0] == CMsgConst::VOLSIZE)
         static_cast<void>(CVolData::GetInstance()->HandleVolSize(aPacket).DoIt(aPacket, strReason));
     if ((uiCommand & 4) != 0) CheckAccess();
-    if ((uiCommand & 16) != 0) CheckWriting();
     if ((uiCommand & 32) != 0) Echo();
     if (auiFields[0] == CMsgConst::BYTEORDER || (uiCommand & 64) != 0)
         CByteOrder::GetInstance()->Determine(auiFields[4]);
 }
 
+/// Reads and writes a part that lies inside of the data or not, in units of each size.
 void PacketRun::CheckAccess()
 {
+    using P = CRemotePacket;
+    using Unit = std::tuple<std::size_t, decltype(&P::GetData1), decltype(&P::SetData1)>;
+    constexpr Unit aUnits[] = {{1, &P::GetData1, &P::SetData1},
+                               {2, &P::GetData2, &P::SetData2},
+                               {4, &P::GetData4, &P::SetData4}};
     const std::uint32_t uiOffset = auiFields[5], uiBytes = auiFields[6];
-    Span aPart;
-    if (std::uint64_t{uiOffset} + uiBytes <= vData.size())
-        aPart = Span(vData).subspan(uiOffset, uiBytes);
-    Expect(aPacket.GetData1(uiOffset, uiBytes) == Bytes(aPart.begin(), aPart.end()), "GetData1");
-    Expect(aPacket.GetData2(uiOffset, uiBytes) == SwappedUnits(aPart, 2), "GetData2");
-    Expect(aPacket.GetData4(uiOffset, uiBytes) == SwappedUnits(aPart, 4), "GetData4");
-    std::vector<std::uint32_t> vuiWords(std::min(uiBytes, g_uiMaxOutput) / 4);
-    const bool bFits = std::uint64_t{uiOffset} + 4 * vuiWords.size() <= vData.size();
-    Expect(aPacket.CopyData4(uiOffset, std::span(vuiWords)) == bFits, "CopyData4");
-}
-
-void PacketRun::CheckWriting()
-{
-    constexpr std::uint32_t auiWords[] = {0x01020304, 0x05060708, 0x090A0B0C};
-    const std::uint32_t uiOffset = auiFields[7];
-    const auto uiBytes = std::min<std::uint32_t>(auiFields[8], sizeof auiWords);
     const bool bInside = std::uint64_t{uiOffset} + uiBytes <= vData.size();
-    for (const std::size_t tUnit : {1, 2, 4})
+    for (const auto& [tUnit, pGet, pSet] : aUnits)
     {
-        const auto pSet = tUnit == 1   ? &CRemotePacket::SetData1
-                          : tUnit == 2 ? &CRemotePacket::SetData2
-                                       : &CRemotePacket::SetData4;
-        Expect((aPacket.*pSet)(uiOffset, auiWords, uiBytes) == bInside, "writing inside or not");
-        const Bytes vWritten =
-            SwappedUnits(std::as_bytes(std::span(auiWords)).first(uiBytes), tUnit);
-        if (bInside) std::ranges::copy(vWritten, vData.data() + uiOffset);
-        Expect(aPacket.GetData1(0, aPacket.GetDataBytes()) == vData, "as written");
+        const Span aPart = bInside ? Span(vData).subspan(uiOffset, uiBytes) : Span();
+        Bytes vPart = SwappedUnits(aPart, tUnit);
+        Expect((aPacket.*pGet)(uiOffset, uiBytes) == vPart, "a part in our byte order");
+        vPart.resize(std::min(uiBytes, g_uiMaxOutput));
+        for (std::byte& rByte : vPart) rByte ^= std::byte(tUnit);
+        const bool bFits = std::uint64_t{uiOffset} + vPart.size() <= vData.size();
+        Expect((aPacket.*pSet)(uiOffset, vPart.data(), std::uint32_t(vPart.size())) == bFits,
+               "writing inside or not");
+        if (bFits) std::ranges::copy(SwappedUnits(vPart, tUnit), vData.data() + uiOffset);
+        Expect(aPacket.GetData1(0, aPacket.GetDataBytes()) == vData, "data as written");
     }
 }
 

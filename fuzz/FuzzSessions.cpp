@@ -2,8 +2,7 @@
 //
 // The first byte of an input says how the others are meant: an even one, they decide what the
 // clients of the session model draw, one client after the other, and every reply is checked; an odd
-// one, they are what one client sends, as they are, and it hangs up after as many headers of
-// replies as bits 2 to 7 say, if bit 1 is set.
+// one, they are what one client sends, as they are.
 //
 // Every input meets a server as it is after the start: what outlives a client is thrown away at the
 // end of an input, so that a crash needs no more than its own input.
@@ -59,7 +58,7 @@ void RunSession(CChoices& rChoices, Model& rModel)
     std::thread aPeer(
         [&]
         {
-            if (!aSession.Run()) Broken("%s", aSession.GetError().c_str());
+            Expect(aSession.Run(), "a session: " + aSession.GetError());
             aClient.Close();
         });
     ServeClient();
@@ -71,24 +70,20 @@ void RunSession(CChoices& rChoices, Model& rModel)
 /// QUIT at the end.
 void CheckStream(const Bytes& rStream)
 {
-    constexpr std::size_t tHeader = 64;
-    std::array<std::uint32_t, 16> auiLast = {};
-    std::size_t tPackets = 0;
-    for (std::size_t t = 0; t < rStream.size(); t += tHeader + auiLast[3], ++tPackets)
+    std::array<std::uint32_t, 16> auiWords = {};
+    for (std::size_t t = 0; t < rStream.size(); t += sizeof auiWords + auiWords[3])
     {
-        if (rStream.size() - t < tHeader) Broken("packet %zu is cut off", tPackets);
-        const std::uint32_t uiSerial = auiLast[1];
-        std::memcpy(auiLast.data(), &rStream[t], tHeader);
-        if (auiLast[0] > 255)
-            for (std::uint32_t& rWord : auiLast) rWord = __builtin_bswap32(rWord);
-        const bool bKnown = auiLast[0] == Msg::eCmdReply || auiLast[0] == Msg::eDataReply ||
-                            auiLast[0] == Msg::eCompReply || auiLast[0] == Msg::eQuit;
-        if (!bKnown) Broken("packet %zu has type %u", tPackets, auiLast[0]);
-        if (tPackets > 0 && auiLast[1] != uiSerial + 1)
-            Broken("packet %zu has serial %u after %u", tPackets, auiLast[1], uiSerial);
-        if (rStream.size() - t - tHeader < auiLast[3]) Broken("data %zu is cut off", tPackets);
+        const std::uint32_t uiNext = auiWords[1] + 1;
+        Expect(rStream.size() - t >= sizeof auiWords, "a whole header");
+        std::memcpy(auiWords.data(), &rStream[t], sizeof auiWords);
+        if (auiWords[0] > 255)
+            for (std::uint32_t& rWord : auiWords) rWord = __builtin_bswap32(rWord);
+        const auto aKnown = {Msg::eCmdReply, Msg::eDataReply, Msg::eCompReply, Msg::eQuit};
+        Expect(std::ranges::count(aKnown, auiWords[0]) == 1, "a reply of a known type");
+        Expect(t == 0 || auiWords[1] == uiNext, "replies that are numbered");
+        Expect(rStream.size() - t - sizeof auiWords >= auiWords[3], "all data");
     }
-    if (auiLast[0] != Msg::eQuit) Broken("no QUIT at the end");
+    Expect(auiWords[0] == Msg::eQuit, "QUIT at the end");
 }
 
 }  // namespace
@@ -100,8 +95,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
     SetBackend(MakeHostBackend("baseline", 2));
     CGpuConfig* pConfig = CGpuConfig::GetInstance();
     pConfig->SelectDevices(CConfigFile(), {64, 64});
-    if (!CGpuThread::CreateThreads(pConfig->GetNumDevices(), pConfig->GetDeviceIDs()))
-        Broken("no threads");
+    Expect(CGpuThread::CreateThreads(pConfig->GetNumDevices(), pConfig->GetDeviceIDs()), "threads");
     static const WorkersEnd aEnd;
     return 0;
 }
@@ -110,7 +104,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pucData, std::size_t t
 {
     if (tBytes == 0) return 0;
     const std::span<const std::uint8_t> ucBytes(pucData + 1, tBytes - 1);
-    const bool bHurries = (*pucData & 2) != 0;
     CChoices aChoices(ucBytes);
     Model aModel;
     aModel.ulMemory = g_tMemory;
@@ -118,8 +111,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pucData, std::size_t t
     aModel.auiSums.emplace().fill(0);
     if ((*pucData & 1) == 0)
         for (int i = 0; i < g_iMostClients && !aChoices.IsOver(); ++i) RunSession(aChoices, aModel);
-    else if (bHurries)
-        ServeBytes(std::as_bytes(ucBytes), ServeClient, std::size_t{64} * (*pucData >> 2));
     else
         CheckStream(ServeBytes(std::as_bytes(ucBytes), ServeClient));
     CWeightOpt::DeleteInstance();

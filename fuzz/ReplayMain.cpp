@@ -1,6 +1,5 @@
-// Runs a fuzz target over files and folders of files, and then over inputs that a fixed seed makes,
-// where there is no libFuzzer.   usage: talven-fuzz-... [-runs=N] FILE|FOLDER...
-// Other options of libFuzzer, -name=value, are ignored.
+// Runs a fuzz target over folders of files, and then over inputs that a fixed seed makes, where
+// there is no libFuzzer.   usage: talven-fuzz-... -runs=N FOLDER...
 
 #include <cstdint>
 #include <cstdio>
@@ -25,32 +24,20 @@ void Run(const std::string& strInput)
 
 int main(int iArgs, char** ppcArgs)
 {
+    if (iArgs < 3 || std::strncmp(ppcArgs[1], "-runs=", 6) != 0) return 2;
     LLVMFuzzerInitialize(&iArgs, &ppcArgs);
-    int iFiles = 0;
-    long lRuns = 0;
-    for (int i = 1; i < iArgs; ++i)
-    {
-        if (std::strncmp(ppcArgs[i], "-runs=", 6) == 0) lRuns = std::atol(ppcArgs[i] + 6);
-        if (ppcArgs[i][0] == '-') continue;
-        std::vector<std::filesystem::path> vFiles = {ppcArgs[i]};
-        if (std::filesystem::is_directory(ppcArgs[i]))
-            vFiles.assign(std::filesystem::directory_iterator(ppcArgs[i]), {});
-        for (const auto& rFile : vFiles)
+    for (int i = 2; i < iArgs; ++i)
+        for (const auto& rFile : std::filesystem::recursive_directory_iterator(ppcArgs[i]))
         {
-            std::fprintf(stderr, "%s\n", rFile.c_str());
-            std::ifstream aFile(rFile, std::ios::binary);
-            if (!aFile) return 1;
+            std::fprintf(stderr, "%s\n", rFile.path().c_str());
+            std::ifstream aFile(rFile.path(), std::ios::binary);
             Run({std::istreambuf_iterator<char>(aFile), {}});
-            ++iFiles;
         }
-    }
     std::mt19937_64 aRandom;  // NOLINT: the same inputs every time
-    for (long k = 0; k < lRuns; ++k)
+    for (long k = std::atol(ppcArgs[1] + 6); k > 0; --k)
     {
         std::string strInput(aRandom() % 3000, '\0');
         for (char& rcByte : strInput) rcByte = static_cast<char>(aRandom());
         Run(strInput);
     }
-    std::fprintf(stderr, "%d files and %ld more inputs\n", iFiles, lRuns);
-    return iFiles + lRuns == 0;
 }
