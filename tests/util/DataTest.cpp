@@ -10,7 +10,9 @@
 #include "Util/Util_TcpSocket.h"
 #include "server/Data/Recon/CompareSum.h"
 #include "server/Data/Recon/ProjData.h"
+#include "server/Data/Recon/Rfactor.h"
 #include "server/Data/RemotePacket.h"
+#include "server/Data/RspUtil.h"
 
 namespace
 {
@@ -87,5 +89,34 @@ TEST(CompareSum, DoesNotDependOnTheOrderOfBands)
         EXPECT_EQ(aSums.GetCount(), std::bit_cast<std::uint32_t>(1000.0f));
         EXPECT_EQ(aSums.GetSumDiff(), std::bit_cast<std::uint32_t>(7.0f));
     } while (std::ranges::next_permutation(viOrder).found);
+}
+
+TEST(Rfactor, SumsOverProjections)
+{
+    CRfactor aRfactor;
+    aRfactor.SetSize(2, 3);
+    aRfactor.SetRfactor(std::vector<double>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11});
+    EXPECT_EQ(aRfactor.GetRawFactor(1), 4 + 6);
+    EXPECT_EQ(aRfactor.GetDifFactor(2), 9 + 11);
+    for (const int i : {-1, 3}) EXPECT_EQ(aRfactor.GetRawFactor(i) + aRfactor.GetDifFactor(i), 0);
+}
+
+TEST(RspUtil, NumbersItsPackets)
+{
+    CRspUtil aRspUtil;
+    CRemotePacket aRequest;
+    for (const std::uint32_t uiSerial : {0, 1})
+    {
+        aRequest.SetMsgType(CMsgConst::RECONSTATGET);
+        aRspUtil.CreateResponse(aRequest);
+        for (const int n : {-1, 1}) aRspUtil.ClearNthPacket(n);
+        for (const int n : {-1, 1}) EXPECT_EQ(aRspUtil.GetNthPacket(n), nullptr);
+        EXPECT_EQ(aRspUtil.GetNthPacket(0)->GetSerial(), uiSerial);
+        aRspUtil.ClearNthPacket(0);
+        EXPECT_EQ(aRspUtil.GetNthPacket(0), nullptr);
+    }
+    aRequest.SetMsgType(CMsgConst::SETOP);  // newer than the builder
+    aRspUtil.CreateResponse(aRequest);
+    EXPECT_EQ(aRspUtil.GetNumPackets(), 0);
 }
 }  // namespace

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include "Util/Util_TcpServer.h"
 #include "Util/Util_TcpSocket.h"
@@ -9,6 +10,15 @@ TEST(TcpServer, ListensOnOnePortThatExists)
     EXPECT_FALSE(Util_TcpServer::CreateServer(-1) || Util_TcpServer::CreateServer(65536));
     const std::string strLine = "Util_TcpServer: Unable to bind server socket\n";
     EXPECT_EQ(testing::internal::GetCapturedStdout(), strLine + strLine);
+    rlimit aLimit;
+    getrlimit(RLIMIT_NOFILE, &aLimit);
+    const rlimit aNone = {0, aLimit.rlim_max};  // no further descriptor
+    testing::internal::CaptureStdout();
+    setrlimit(RLIMIT_NOFILE, &aNone);
+    EXPECT_FALSE(Util_TcpServer::CreateServer(0) || Util_TcpServer::GetPort() != 0);
+    setrlimit(RLIMIT_NOFILE, &aLimit);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Util_TcpServer: Unable to create server socket.\n");
     EXPECT_TRUE(Util_TcpServer::CreateServer(0, "127.0.0.1"));
     const int iPort = Util_TcpServer::GetPort();
     EXPECT_TRUE(Util_TcpServer::CreateServer(1) && Util_TcpServer::GetPort() == iPort);

@@ -7,6 +7,29 @@
 #include <numeric>
 #include <span>
 
+TEST(Volume, LinesAndSlicesTouchTheirSamplesOnly)
+{
+    Util_Volume aVolume;
+    EXPECT_TRUE(aVolume.GetLineY(0, 0).empty() && aVolume.GetSliceXY(0) == nullptr);
+    aVolume.SetSize(2, 3, 2);
+    const std::span fVoxels(aVolume.GetData(), 12);
+    std::iota(fVoxels.begin(), fVoxels.end(), 0.0f);
+    using Line = std::vector<float>;
+    EXPECT_EQ(aVolume.GetLineX(1, 0), (Line{2, 3}));
+    EXPECT_EQ(aVolume.GetLineY(1, 1), (Line{7, 9, 11}));
+    EXPECT_EQ(aVolume.GetLineZ(0, 2), (Line{4, 10}));
+    const Line vfNew = {-1, -2, -3, -4};
+    aVolume.SetLineX(vfNew.data(), 0, 1);
+    aVolume.SetLineY(vfNew.data(), 0, 0);
+    aVolume.SetLineZ(vfNew.data(), 1, 2);
+    EXPECT_TRUE(std::ranges::equal(fVoxels, Line{-1, 1, -2, 3, -3, -1, -1, -2, 8, 9, 10, -2}));
+    Line vfSlice(4);
+    aVolume.GetSliceXZ(vfSlice.data(), 2);
+    EXPECT_EQ(vfSlice, (Line{-3, -1, 10, -2}));
+    aVolume.SetSliceXZ(vfNew.data(), 1);
+    EXPECT_TRUE(std::ranges::equal(fVoxels, Line{-1, 1, -1, -2, -3, -1, -1, -2, -3, -4, 10, -2}));
+}
+
 TEST(Volume, ClipsBoxes)
 {
     Util_Volume aVolume, aBox;
