@@ -9,6 +9,7 @@
 #include "talven/MrcReader.h"
 #include "talven/MrcWriter.h"
 #include "talven/SectionMaps.h"
+#include "talven/ViewAlignment.h"
 
 namespace talven
 {
@@ -24,11 +25,13 @@ ImageSize GetSize(const CMrcReader& rReader)
 class CImageCommand : public CCommand
 {
 protected:
-    void mAddMap(CLI::App& rApp);
+    /// \return the options that give matrices
+    std::vector<CLI::Option*> mAddMap(CLI::App& rApp);
     void mAddIntensity(CLI::App& rApp);
     bool mOpenMeasured() { return mCheck(m_aMeasured.Open(m_strMeasured), m_aMeasured); }
     /// The maps and the scale, checked; and whether the server can take the images.
     bool mMakeMaps(const ImageSize& rAligned);
+    bool mMakeScale();
 
     std::string m_strMeasured;
     CMrcReader m_aMeasured;
@@ -38,7 +41,6 @@ protected:
 
 private:
     bool mReadMatrices(std::vector<Affine>& rMatrices);
-    bool mMakeScale();
 
     std::vector<double> m_vdMatrix;  // six numbers for all sections; empty: none given
     std::string m_strMatrices;       // file, one matrix per section; empty: none given
@@ -48,7 +50,7 @@ private:
     double m_dBeam = 0, m_dLeast = 1, m_dFactor = 1;
 };
 
-void CImageCommand::mAddMap(CLI::App& rApp)
+std::vector<CLI::Option*> CImageCommand::mAddMap(CLI::App& rApp)
 {
     rApp.option_defaults()->group("Map");
     CLI::Option* pMatrix = AddParsed(
@@ -57,14 +59,18 @@ void CImageCommand::mAddMap(CLI::App& rApp)
         { return ParseNumbers(strText, 6, m_vdMatrix, rError); },
         "A,B,C,D,E,F for all sections: pixel (x, y) of the output is read at "
         "(Ax + By + E, Cx + Dy + F) of the measured image [1,0,0,1,0,0]");
-    AddFile(rApp, "--matrices", m_strMatrices, "One such matrix per section, six numbers a line")
-        ->excludes(pMatrix);
-    rApp.add_option("--origin", m_strOrigin,
-                    "Where x and y are 0: the centre of each image, or its first pixel (corner)")
-        ->check(CLI::IsMember({"centre", "corner"}))
-        ->capture_default_str();
+    CLI::Option* pMatrices = AddFile(rApp, "--matrices", m_strMatrices,
+                                     "One such matrix per section, six numbers a line")
+                                 ->excludes(pMatrix);
+    CLI::Option* pOrigin =
+        rApp.add_option(
+                "--origin", m_strOrigin,
+                "Where x and y are 0: the centre of each image, or its first pixel (corner)")
+            ->check(CLI::IsMember({"centre", "corner"}))
+            ->capture_default_str();
     mAddIntensity(rApp);
     rApp.option_defaults()->group("Options");
+    return {pMatrix, pMatrices, pOrigin};
 }
 
 void CImageCommand::mAddIntensity(CLI::App& rApp)
@@ -138,14 +144,14 @@ public:
 
 private:
     bool mOpenFiles();
-    bool mChooseSize();
+    bool mAlign();
     bool mTransformAll();
     bool mReadMeasured(int iSection, std::span<float> fPixels);
 
     std::string m_strOutput;
-    std::string m_strSize;                 // as the user wrote it
-    std::vector<std::uint32_t> m_vuiSize;  // the same; empty: as measured
-    ImageSize m_aSize;                     // of the output
+    std::string m_strXf;
+    AlignRequest m_aRequest;
+    ViewAlignment m_aAlignment;
     CMrcWriter m_aOutput;
     std::uint64_t m_ulMissing = 0;
 };
@@ -154,12 +160,10 @@ void CTransformCommand::AddOptions(CLI::App& rApp)
 {
     AddFile(rApp, "--measured", m_strMeasured, "Measured projections, MRC")->required();
     AddFile(rApp, "-o,--output", m_strOutput, "The aligned stack, MRC")->required();
-    AddParsed(
-        rApp, "--size", "TEXT",
-        [this](const std::string& strText, std::string& rError)
-        { return ParseSizes(m_strSize = strText, m_vuiSize, rError); },
-        "X,Y of the output, pixels [as measured]");
-    mAddMap(rApp);
+    AddAlignment(rApp, m_aRequest, m_strXf);
+    for (CLI::Option* pMap : mAddMap(rApp))
+        for (const char* pcAlignment : {"--xf", "--tilt-axis", "--bin"})
+            pMap->excludes(rApp.get_option(pcAlignment));
     mAddServerOptions(rApp);
     mAddReportOptions(rApp);
 }
@@ -189,41 +193,47 @@ bool CTransformCommand::Run()
 
 bool CTransformCommand::mOpenFiles()
 {
-    if (!mOpenMeasured() || !mChooseSize() || !mMakeMaps(m_aSize)) return false;
+    if (!mOpenMeasured() || !mAlign()) return false;
     const MrcHeader& rHeader = m_aMeasured.GetHeader();
-    if (!mCheck(
-            m_aOutput.Create(m_strOutput, m_aSize.iX, m_aSize.iY, rHeader.iZ, rHeader.dPixel, false,
-                             m_aScale.bLog ? "Talven: aligned, logarithm" : "Talven: aligned"),
-            m_aOutput))
+    const ImageSize& rAligned = m_aAlignment.aAligned;
+    if (!mCheck(m_aOutput.Create(m_strOutput, rAligned.iX, rAligned.iY, rHeader.iZ,
+                                 m_aAlignment.iBin * rHeader.dPixel, false,
+                                 m_aScale.bLog ? "Talven: aligned, logarithm" : "Talven: aligned"),
+                m_aOutput))
         return false;
     m_aReport.PrintLine(Format("%s: %d sections of %d x %d -> %d x %d", m_strMeasured.c_str(),
-                               rHeader.iZ, rHeader.iX, rHeader.iY, m_aSize.iX, m_aSize.iY));
+                               rHeader.iZ, rHeader.iX, rHeader.iY, rAligned.iX, rAligned.iY));
     return true;
 }
 
-bool CTransformCommand::mChooseSize()
+/// The maps of the views, or the matrices that were given.
+bool CTransformCommand::mAlign()
 {
-    constexpr std::uint32_t uiMost = 1u << 24;  // as in the files that we read
-    m_aSize = GetSize(m_aMeasured);
-    if (m_vuiSize.empty()) return true;
-    if (m_vuiSize.size() != 2 || std::max(m_vuiSize[0], m_vuiSize[1]) > uiMost)
-        return mFail("--size: expected X,Y, found \"" + m_strSize + "\"");
-    m_aSize = {static_cast<int>(m_vuiSize[0]), static_cast<int>(m_vuiSize[1])};
-    return true;
+    const std::vector<float> vfNoTilts(std::size_t(m_aMeasured.GetHeader().iZ));
+    const bool bMatrices = m_strXf.empty() && m_aRequest.dTiltAxis == 0 && m_aRequest.iBin == 1;
+    if (!m_strXf.empty() && !ReadXf(m_strXf, m_aRequest.aMaps, m_strError)) return false;
+    std::string strError;
+    if (!MakeViewAlignment(m_aRequest, GetSize(m_aMeasured), vfNoTilts, m_aAlignment, strError))
+        return mFail("--" + strError);
+    const ImageSize& rAligned = m_aAlignment.aAligned;
+    if (bMatrices) return mMakeMaps(rAligned);
+    m_aMaps = CSectionMaps(m_aAlignment.aMaps, false, rAligned, m_aAlignment.aBinned);
+    return mMakeScale() && mCheckSize({rAligned.iX, rAligned.iY});
 }
 
 bool CTransformCommand::mTransformAll()
 {
     const int iSections = m_aMeasured.GetHeader().iZ;
-    std::vector<float> vfMeasured(m_aMeasured.GetHeader().GetSectionPixels());
-    std::vector<float> vfAligned;
-    if (!mCheck(m_aJob.Open(GetSize(m_aMeasured), m_aSize), m_aJob)) return false;
+    const auto& [aRaw, iBin, aBinned, aAligned, aMaps] = m_aAlignment;
+    std::vector<float> vfMeasured(aRaw.GetPixels()), vfBinned(aBinned.GetPixels()), vfAligned;
+    if (!mCheck(m_aJob.Open(aBinned, aAligned), m_aJob)) return false;
     CPhase aPhase(m_aReport, "transform", iSections,
-                  sizeof(float) * (vfMeasured.size() + m_aSize.GetPixels()));
+                  sizeof(float) * (vfBinned.size() + aAligned.GetPixels()));
     for (int i = 0; i < iSections; ++i)
     {
-        if (!mGoOn() || !mReadMeasured(i, vfMeasured) ||
-            !mCheck(m_aJob.Transform(vfMeasured, m_aMaps.GetMap(i), m_aScale, vfAligned), m_aJob))
+        if (!mGoOn() || !mReadMeasured(i, vfMeasured)) return false;
+        BinImage(vfMeasured, aRaw, iBin, vfBinned);
+        if (!mCheck(m_aJob.Transform(vfBinned, m_aMaps.GetMap(i), m_aScale, vfAligned), m_aJob))
             return false;
         m_ulMissing += static_cast<std::uint64_t>(
             std::count_if(vfAligned.begin(), vfAligned.end(), IsMissing));

@@ -73,6 +73,17 @@ bool ParseSizes(const std::string& strText, std::vector<std::uint32_t>& rSizes, 
     return true;
 }
 
+bool ParseSize(const std::string& strText, ImageSize& rSize, std::string& rError)
+{
+    constexpr std::uint32_t uiMost = 1u << 24;  // as in the files that we read
+    std::vector<std::uint32_t> vuiSize;
+    if (!ParseSizes(strText, vuiSize, rError) || vuiSize.size() != 2 ||
+        std::max(vuiSize[0], vuiSize[1]) > uiMost)
+        return Reject(rError, "X,Y, such as 1024,768", strText);
+    rSize = {static_cast<int>(vuiSize[0]), static_cast<int>(vuiSize[1])};
+    return true;
+}
+
 bool ParseNumbers(const std::string& strText, std::size_t tCount, std::vector<double>& rNumbers,
                   std::string& rError)
 {

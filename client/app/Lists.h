@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "talven/Alignment.h"
 #include "talven/Schedule.h"
 
 namespace talven
@@ -17,6 +18,9 @@ namespace talven
 /// Parses "a,b,c", each a positive whole number.
 [[nodiscard]] bool ParseSizes(const std::string& strText, std::vector<std::uint32_t>& rSizes,
                               std::string& rError);
+
+/// Parses "X,Y", an image's size in pixels.
+[[nodiscard]] bool ParseSize(const std::string& strText, ImageSize& rSize, std::string& rError);
 
 /// Parses exactly iCount finite numbers, "a,b,c,d".
 [[nodiscard]] bool ParseNumbers(const std::string& strText, std::size_t tCount,

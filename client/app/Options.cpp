@@ -9,7 +9,25 @@ namespace talven
 namespace
 {
 
-const std::vector<std::string> g_vstrMethods = {"sart", "em", "bp"};  // as EMethod
+const std::vector<std::string> g_vstrMethods = {"sart", "em", "bp", "wbp"};  // as EMethod, filtered
+const std::vector<std::string> g_vstrFilters = {"ramp", "shepp-logan", "cosine", "hamming", "hann"};
+
+std::size_t Find(const std::vector<std::string>& rNames, const std::string& strName)
+{
+    return std::size_t(std::find(rNames.begin(), rNames.end(), strName) - rNames.begin());
+}
+
+bool ParseCutoff(const std::string& strText, FilterRequest& rFilter, std::string& rError)
+{
+    std::vector<double> vdNumbers;
+    const std::size_t tNumbers = strText.find(',') == std::string::npos ? 1 : 2;
+    if (!ParseNumbers(strText, tNumbers, vdNumbers, rError)) return false;
+    rFilter.dCutoff = vdNumbers[0];
+    rFilter.dFalloff = tNumbers > 1 ? vdNumbers[1] : 0;
+    if (rFilter.dCutoff > 0 && rFilter.dCutoff <= 0.5 && rFilter.dFalloff >= 0) return true;
+    rError = "expected a frequency up to 0.5 cycles per pixel, and a fall of 0 or more";
+    return false;
+}
 
 bool ParseBox(const std::string& strText, std::optional<WeightBox>& rBox, std::string& rError)
 {
@@ -41,6 +59,33 @@ void AddSubsets(CLI::App& rApp, ReconRequest& rRequest)
         ->default_str("interleaved");
 }
 
+void AddFilter(CLI::App& rApp, ReconRequest& rRequest)
+{
+    FilterRequest& rFilter = rRequest.aFilter;
+    const std::vector<CLI::Option*> vpOptions = {
+        rApp.add_option_function<std::string>(
+                "--filter",
+                [&rFilter](const std::string& strName)
+                { rFilter.eWindow = static_cast<EWindow>(Find(g_vstrFilters, strName)); },
+                "Filter of wbp: the ramp, or the ramp times a window")
+            ->check(CLI::IsMember(g_vstrFilters))
+            ->default_str("ramp"),
+        AddParsed(rApp, "--cutoff", "F[,FALLOFF]", rFilter, ParseCutoff,
+                  "Frequency from where the filter ends, cycles per pixel, as a Gaussian of "
+                  "standard deviation FALLOFF [0.5,0]"),
+        rApp.add_option("--sirt-like", rFilter.iSirtLike,
+                        "Weigh frequencies as N iterations of SIRT do")
+            ->check(CLI::Range(1, 100000))
+            ->type_name("N")};
+    const auto Check = [vpOptions, &rRequest]
+    {
+        for (const CLI::Option* pOption : vpOptions)
+            if (pOption->count() > 0 && !rRequest.bFilter)
+                throw CLI::ValidationError(pOption->get_name(), "is for --method wbp");
+    };
+    rApp.final_callback(Check);
+}
+
 void AddViews(CLI::App& rApp, ReconRequest& rRequest)
 {
     CLI::Option* pExclude = AddParsed(rApp, "--exclude", "VIEWS", rRequest.viExclude, ParseViews,
@@ -63,9 +108,27 @@ CLI::Option* AddBackend(CLI::App& rApp, std::string& rBackend)
         ->check(CLI::IsMember({"auto", "cuda", "cuda-exact", "host"}));
 }
 
-const char* GetMethodName(EMethod eMethod)
+const char* GetMethodName(const ReconRequest& rRequest)
 {
-    return g_vstrMethods[static_cast<std::size_t>(eMethod)].c_str();
+    return rRequest.bFilter ? "wbp"
+                            : g_vstrMethods[static_cast<std::size_t>(rRequest.eMethod)].c_str();
+}
+
+void AddAlignment(CLI::App& rApp, AlignRequest& rRequest, std::string& rXf)
+{
+    rApp.option_defaults()->group(g_pcAlignment);
+    AddFile(rApp, "--xf", rXf, "A11 A12 A21 A22 DX DY of one view a line (.xf)");
+    rApp.add_option("--tilt-axis", rRequest.dTiltAxis,
+                    "Angle from the images' +Y axis to the tilt axis, degrees, counterclockwise "
+                    "with Y up; counts after --xf")
+        ->check(CLI::Range(-360.0, 360.0))
+        ->type_name("DEG");
+    rApp.add_option("--bin", rRequest.iBin, "Means of N x N pixels; all sizes are of these then")
+        ->check(CLI::Range(1, 64))
+        ->type_name("N");
+    AddParsed(rApp, "--size", "X,Y", rRequest.aSize, ParseSize,
+              "Of the aligned views, pixels [of the raw ones]");
+    rApp.option_defaults()->group("Options");
 }
 
 void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial)
@@ -75,16 +138,18 @@ void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial)
             "--method",
             [&rRequest](const std::string& strMethod)
             {
-                const auto pFound =
-                    std::find(g_vstrMethods.begin(), g_vstrMethods.end(), strMethod);
-                rRequest.eMethod = static_cast<EMethod>(pFound - g_vstrMethods.begin());
+                rRequest.bFilter = strMethod == "wbp";
+                rRequest.eMethod =
+                    static_cast<EMethod>(Find(g_vstrMethods, rRequest.bFilter ? "bp" : strMethod));
             },
-            "sart, em or bp (plain back projection)")
+            "sart, em, wbp (weighted back projection, of filtered rows) or bp (plain back "
+            "projection); all but wbp keep the volume from falling below 0")
         ->check(CLI::IsMember(g_vstrMethods))
         ->default_str("sart");
     rApp.add_option("--iterations", rRequest.iIterations, "Iterations of sart or em")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
+    AddFilter(rApp, rRequest);
     AddSubsets(rApp, rRequest);
     AddParsed(rApp, "--weight-box", "BOX", rRequest.aBox, ParseBox,
               "CX,CZ,HX,HZ: centre and half sizes of the box that holds the specimen, voxels "

@@ -39,7 +39,12 @@ CLI::Option* AddFile(CLI::App& rApp, const char* pcNames, std::string& rPath, co
 /// --backend.
 CLI::Option* AddBackend(CLI::App& rApp, std::string& rBackend);
 /// "sart", as --method takes it.
-const char* GetMethodName(EMethod eMethod);
+const char* GetMethodName(const ReconRequest& rRequest);
+/// Heading of the options that align raw views.
+inline constexpr const char* g_pcAlignment = "Alignment of raw views";
+/// --xf, --tilt-axis, --bin and --size.
+/// \param rXf  file with the maps
+void AddAlignment(CLI::App& rApp, AlignRequest& rRequest, std::string& rXf);
 /// The options that say how a volume is reconstructed, and from which views.
 /// \param rInitial  file with the volume to start from
 void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial);

@@ -36,7 +36,7 @@ private:
     void mSummarise();
     Json mMakeJson() const;
 
-    std::string m_strTilts, m_strAngles, m_strOutput, m_strInitial;
+    std::string m_strTilts, m_strAngles, m_strXf, m_strOutput, m_strInitial;
     std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference;
     ReconRequest m_aRequest;
 
@@ -51,7 +51,9 @@ private:
 
 void CReconstructCommand::AddOptions(CLI::App& rApp)
 {
-    AddFile(rApp, "--tilts", m_strTilts, "Tilt series, MRC, tilt axis along Y")->required();
+    AddFile(rApp, "--tilts", m_strTilts,
+            "Tilt series, MRC; aligned, with the tilt axis along Y, or see --xf")
+        ->required();
     AddFile(rApp, "--angles", m_strAngles, "Tilt angles in degrees, one per line (.tlt)")
         ->required();
     AddFile(rApp, "-o,--output", m_strOutput, "The volume, MRC")->required();
@@ -60,6 +62,14 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
         ->check(CLI::PositiveNumber);
     rApp.add_option("--width", m_aRequest.iWidth, "Extent along X, voxels [the detector's]")
         ->check(CLI::PositiveNumber);
+    AddAlignment(rApp, m_aRequest.aAlign, m_strXf);
+    rApp.option_defaults()->group(g_pcAlignment);
+    rApp.add_option("--angle-offset", m_aRequest.dAngleOffset, "Added to all angles, degrees")
+        ->check(CLI::Range(-180.0, 180.0));
+    rApp.add_option("--shift-z", m_aRequest.aAlign.dShiftZ,
+                    "Move the specimen by so many voxels towards higher slices")
+        ->check(CLI::Range(-1e5, 1e5));
+    rApp.option_defaults()->group("Options");
     AddMethod(rApp, m_aRequest, m_strInitial);
 
     const auto AddResult = [&](const char* pcName, std::string& rPath, const char* pcText)
@@ -100,7 +110,8 @@ bool CReconstructCommand::mMakePlan()
                             vfAngles.size(), vfAngles.size() == 1 ? "" : "s", m_strTilts.c_str(),
                             rHeader.iZ));
     std::string strError;
-    if (!MakeReconPlan(m_aRequest, rHeader.iX, rHeader.iY, vfAngles, m_aPlan, strError))
+    if (!m_strXf.empty() && !ReadXf(m_strXf, m_aRequest.aAlign.aMaps, m_strError)) return false;
+    if (!MakeReconPlan(m_aRequest, {rHeader.iX, rHeader.iY}, vfAngles, m_aPlan, strError))
         return mFail("--" + strError);
     return mCheckSize(m_aPlan.aSize);
 }
@@ -115,10 +126,10 @@ bool CReconstructCommand::mOpenFiles()
     const JobSize& rSize = m_aPlan.aSize;
     if (!m_strPreview.empty())
         m_aViews.emplace(rSize.iVolX, rSize.iProjY, rSize.iVolZ).WantCentral();
-    return mCheck(
-        m_aOutput.Create(m_strOutput, rSize.iVolX, rSize.iProjY, rSize.iVolZ,
-                         m_aStack.GetHeader().dPixel, true, "Talven: " + m_aPlan.DescribeMethod()),
-        m_aOutput);
+    return mCheck(m_aOutput.Create(m_strOutput, rSize.iVolX, rSize.iProjY, rSize.iVolZ,
+                                   m_aPlan.aAlignment.iBin * m_aStack.GetHeader().dPixel, true,
+                                   "Talven: " + m_aPlan.DescribeMethod()),
+                  m_aOutput);
 }
 
 bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& strPath)
@@ -226,7 +237,7 @@ Json CReconstructCommand::mMakeJson() const
     aJson["volume"] = {{"file", m_strOutput},   {"size", {rHeader.iX, rHeader.iY, rHeader.iZ}},
                        {"min", rHeader.fMin},   {"max", rHeader.fMax},
                        {"mean", rHeader.fMean}, {"rms", rHeader.fRms}};
-    aJson["method"] = GetMethodName(m_aRequest.eMethod);
+    aJson["method"] = GetMethodName(m_aRequest);
     if (!m_aJob.GetRfactors().empty())
     {
         aJson["iterations"] = m_aPlan.aOptions.iIterations;

@@ -71,8 +71,7 @@ bool CheckMatrixFile(const std::string& strPath, std::string& rError)
     if (strEnd != ".xf") return true;
     return Fail(rError, strPath +
                             ": an .xf file tells where measured pixels go, matrices here "
-                            "tell where aligned pixels come from: give the inverse maps in "
-                            "a file of another name");
+                            "tell where aligned pixels come from: give it to --xf");
 }
 
 bool ReadMatrices(const std::string& strPath, std::vector<Affine>& rMatrices, std::string& rError)

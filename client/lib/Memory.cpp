@@ -71,8 +71,8 @@ std::uint64_t JobSize::GetBytes(int iDevices) const
     const std::uint64_t ulBatch =
         ulRowsAtOnce * 4 * (3 * Multiply(iProjX, iProjs, 1) + 2 * Multiply(iVolX, iVolZ, 1));
     const std::uint64_t ulRanges = 8 * Multiply(iProjY, iProjs, 1);
-    return 4 * (GetStackPixels() + (bSmooth ? 2 : 1) * GetVoxels()) + ulRanges +
-           std::uint64_t(iDevices) * ulBatch;
+    return 4 * (GetStackPixels() + (bSmooth ? 2 : 1) * GetVoxels() + aMeasured.GetPixels()) +
+           ulRanges + std::uint64_t(iDevices) * ulBatch;
 }
 
 bool CheckJobSize(const JobSize& rSize, bool bHere, std::string& rError)

@@ -24,9 +24,24 @@ bool SelectViews(const ReconRequest& rRequest, std::span<const float> fAngles, R
     {
         if (std::binary_search(rListed.begin(), rListed.end(), i) != bInclude) continue;
         rPlan.viViews.push_back(i);
-        rPlan.vfAngles.push_back(fAngles[std::size_t(i)]);
+        rPlan.vfAngles.push_back(
+            static_cast<float>(double(fAngles[std::size_t(i)]) + rRequest.dAngleOffset));
     }
     return !rPlan.viViews.empty() || Fail(rError, strPart + "no view is left");
+}
+
+/// The maps of the views that take part.
+bool ChooseAlignment(const ReconRequest& rRequest, const ImageSize& rRaw, std::size_t tViews,
+                     ReconPlan& rPlan, std::string& rError)
+{
+    AlignRequest aRequest = rRequest.aAlign;
+    if (!aRequest.aMaps.empty() && aRequest.aMaps.size() != tViews)
+        return Fail(rError, Format("xf: %zu maps, but the stack has %zu sections",
+                                   aRequest.aMaps.size(), tViews));
+    for (std::size_t i = 0; !aRequest.aMaps.empty() && i < rPlan.viViews.size(); ++i)
+        aRequest.aMaps[i] = aRequest.aMaps[std::size_t(rPlan.viViews[i])];
+    if (!aRequest.aMaps.empty()) aRequest.aMaps.resize(rPlan.viViews.size());
+    return MakeViewAlignment(aRequest, rRaw, rPlan.vfAngles, rPlan.aAlignment, rError);
 }
 
 bool ChooseSubsets(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
@@ -56,6 +71,7 @@ bool ChooseMethod(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& r
     std::iota(rPlan.vuiOrder.begin(), rPlan.vuiOrder.end(), 0u);
     ReconOptions& rOptions = rPlan.aOptions;
     rOptions.eMethod = rRequest.eMethod;
+    if (rRequest.bFilter) rPlan.aFilter = rRequest.aFilter;
     if (rOptions.eMethod == EMethod::eBackProj) return true;
 
     if (!ChooseSubsets(rRequest, rPlan, rError)) return false;
@@ -87,30 +103,37 @@ bool ChooseSmoothing(const ReconRequest& rRequest, ReconPlan& rPlan, std::string
 bool ChooseBox(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
 {
     rPlan.aBox = rRequest.aBox;
+    if (rPlan.aBox && rPlan.aFilter)
+        return Fail(rError, "weight-box: a filtered back projection has no use for it");
     if (!rPlan.aBox || (rPlan.aBox->fHalfX > 0 && rPlan.aBox->fHalfZ > 0)) return true;
     return Fail(rError, "weight-box: the half sizes must be above 0");
 }
 
 }  // namespace
 
-bool MakeReconPlan(const ReconRequest& rRequest, int iX, int iY, std::span<const float> fAngles,
-                   ReconPlan& rPlan, std::string& rError)
+bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
+                   std::span<const float> fAngles, ReconPlan& rPlan, std::string& rError)
 {
     rPlan = ReconPlan{};
-    if (!SelectViews(rRequest, fAngles, rPlan, rError) || !ChooseMethod(rRequest, rPlan, rError) ||
-        !ChooseSmoothing(rRequest, rPlan, rError) || !ChooseBox(rRequest, rPlan, rError))
+    if (!SelectViews(rRequest, fAngles, rPlan, rError) ||
+        !ChooseAlignment(rRequest, rRaw, fAngles.size(), rPlan, rError) ||
+        !ChooseMethod(rRequest, rPlan, rError) || !ChooseSmoothing(rRequest, rPlan, rError) ||
+        !ChooseBox(rRequest, rPlan, rError))
         return false;
-    rPlan.aSize = {iX,
-                   iY,
+    const ImageSize& rAligned = rPlan.aAlignment.aAligned;
+    rPlan.aSize = {rAligned.iX,
+                   rAligned.iY,
                    static_cast<int>(rPlan.viViews.size()),
-                   rRequest.iWidth > 0 ? rRequest.iWidth : iX,
+                   rRequest.iWidth > 0 ? rRequest.iWidth : rAligned.iX,
                    rRequest.iThickness,
                    rPlan.iSmoothInterval > 0};
+    if (!rPlan.aAlignment.IsNone()) rPlan.aSize.aMeasured = rPlan.aAlignment.aBinned;
     return true;
 }
 
 std::string ReconPlan::DescribeMethod() const
 {
+    if (aFilter) return "filtered back projection";
     if (aOptions.eMethod == EMethod::eBackProj) return "back projection";
     std::string strText =
         Format("%s, %d iteration%s", aOptions.eMethod == EMethod::eSart ? "SART" : "EM",

@@ -1,5 +1,7 @@
 #include "talven/Reconstruction.h"
 
+#include <algorithm>
+
 namespace talven
 {
 
@@ -9,9 +11,7 @@ bool CReconstruction::Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
     m_aPlan = rPlan;
     const JobSize& rSize = rPlan.aSize;
     const ImageSize aSlice = {rSize.iVolX, rSize.iProjY};
-    return mSendPlan() &&
-           mUpload(EImages::eProjections, rSize.iProjs,
-                   ImageSize{rSize.iProjX, rSize.iProjY}.GetPixels(), rProjs) &&
+    return mSendPlan() && mUploadViews(rProjs) && (!m_aPlan.aFilter || mFilterViews()) &&
            (!rInitial || mUpload(EImages::eSlices, rSize.iVolZ, aSlice.GetPixels(), rInitial));
 }
 
@@ -30,6 +30,73 @@ bool CReconstruction::mSendPlan()
         (m_aPlan.iSmoothInterval == 0 ||  // a session starts without smoothing
          rSession.SetSmoothing(m_aPlan.iSmoothInterval,
                                {rKernel.iSize, rKernel.iSize, rKernel.iSize}, rKernel.vfValues)));
+}
+
+bool CReconstruction::mUploadViews(const ImageSource& rViews)
+{
+    const JobSize& rSize = m_aPlan.aSize;
+    if (!m_aPlan.aAlignment.IsNone()) return mSendAligned(rViews);
+    return mUpload(EImages::eProjections, rSize.iProjs,
+                   ImageSize{rSize.iProjX, rSize.iProjY}.GetPixels(), rViews);
+}
+
+/// The server maps the views onto its stack, one after the other.
+bool CReconstruction::mSendAligned(const ImageSource& rViews)
+{
+    const ViewAlignment& rAlignment = m_aPlan.aAlignment;
+    const ImageSize& rBinned = rAlignment.aBinned;
+    CSession& rSession = mGetSession();
+    std::vector<float> vfBinned(rBinned.GetPixels());
+    const ImageSink SendOne = [&](int i, std::span<const float> fRaw, std::string&)
+    {
+        BinImage(fRaw, rAlignment.aRaw, rAlignment.iBin, vfBinned);
+        return mServer(rSession.SetMeasured(0, vfBinned) &&
+                       rSession.Transform(0, i, rAlignment.aMaps[std::size_t(i)], {}));
+    };
+    return mServer(rSession.SetMeasuredSize(rBinned.iX, rBinned.iY, 1)) &&
+           mSendEach(m_aPlan.aSize.iProjs, rAlignment.aRaw.GetPixels(), rViews, SendOne);
+}
+
+/// Filters the projections of the server's stack. Its back projection is a mean over the views, and
+/// cuts what is below 0: weights make an integral of it, a lift keeps it above.
+bool CReconstruction::mFilterViews()
+{
+    const JobSize& rSize = m_aPlan.aSize;
+    const std::size_t tPixels = ImageSize{rSize.iProjX, rSize.iProjY}.GetPixels();
+    const std::vector<double> vdWeights = MakeViewWeights(m_aPlan.vfAngles);
+    CRowFilter aFilter(*m_aPlan.aFilter, rSize.iProjX, rSize.iVolZ);
+    std::vector<float> vfPixels;
+    const CSession::Sink Take = [&](int, std::span<const float> fPixels)
+    {
+        vfPixels.assign(fPixels.begin(), fPixels.end());
+        return true;
+    };
+    const auto Change = [&](const char* pcPhase, auto ChangeOne)
+    {
+        CPhase aPhase(mGetMonitor(), pcPhase, rSize.iProjs, sizeof(float) * tPixels);
+        for (int i = 0; i < rSize.iProjs; ++i)
+        {
+            if (!mGoOn() || !mServer(mGetSession().GetProjection(i, tPixels, Take))) return false;
+            ChangeOne(static_cast<float>(rSize.iProjs * vdWeights[std::size_t(i)]));
+            if (!mServer(mGetSession().SetProjection(i, vfPixels))) return false;
+            aPhase.Step(i + 1);
+        }
+        return true;
+    };
+    const auto Filter = [&](float fWeight)
+    {
+        for (std::size_t t = 0; t < tPixels; t += std::size_t(rSize.iProjX))
+            aFilter.Run(std::span(vfPixels).subspan(t, std::size_t(rSize.iProjX)));
+        for (float& rfPixel : vfPixels)
+            if (!IsMissing(rfPixel)) m_fLift = std::max(m_fLift, -(rfPixel *= fWeight));
+    };
+    const auto Lift = [&](float)
+    {
+        for (float& rfPixel : vfPixels)
+            if (!IsMissing(rfPixel)) rfPixel += m_fLift;
+    };
+    m_fLift = 0;
+    return Change("filter", Filter) && Change("lift", Lift) && mServer(mGetSession().Flush());
 }
 
 bool CReconstruction::Run()
@@ -52,8 +119,16 @@ bool CReconstruction::Run()
 bool CReconstruction::Download(const ImageSink& rSlices)
 {
     const JobSize& rSize = m_aPlan.aSize;
-    return mDownload(EImages::eSlices, rSize.iVolZ,
-                     ImageSize{rSize.iVolX, rSize.iProjY}.GetPixels(), rSlices);
+    std::vector<float> vfSlice(ImageSize{rSize.iVolX, rSize.iProjY}.GetPixels());
+    const auto TakeOff = [this](float fVoxel) { return fVoxel > 0 ? fVoxel - m_fLift : 0; };
+    const ImageSink TakeLifted = [&](int i, std::span<const float> fSlice, std::string& rError)
+    {
+        std::transform(fSlice.begin(), fSlice.end(), vfSlice.begin(),
+                       TakeOff);  // 0: no view saw it
+        return rSlices(i, vfSlice, rError);
+    };
+    return mDownload(EImages::eSlices, rSize.iVolZ, vfSlice.size(),
+                     m_fLift > 0 ? TakeLifted : rSlices);
 }
 
 bool CReprojection::Run(const JobSize& rSize, std::span<const float> fAngles,

@@ -8,13 +8,22 @@ namespace talven
 bool CServerJob::mUpload(EImages eImages, int iCount, std::size_t tPixels,
                          const ImageSource& rSource)
 {
+    const ImageSink Send = [&](int i, std::span<const float> fPixels, std::string&)
+    {
+        return mServer(eImages == EImages::eSlices ? mGetSession().SetSlice(i, fPixels)
+                                                   : mGetSession().SetProjection(i, fPixels));
+    };
+    return mSendEach(iCount, tPixels, rSource, Send);
+}
+
+bool CServerJob::mSendEach(int iCount, std::size_t tPixels, const ImageSource& rSource,
+                           const ImageSink& Send)
+{
     std::vector<float> vfPixels(tPixels);
     CPhase aPhase(m_rMonitor, "upload", iCount, sizeof(float) * tPixels);
     for (int i = 0; i < iCount; ++i)
     {
-        if (!mGoOn() || !rSource(i, vfPixels, m_strError)) return false;
-        if (!mServer(eImages == EImages::eSlices ? mGetSession().SetSlice(i, vfPixels)
-                                                 : mGetSession().SetProjection(i, vfPixels)))
+        if (!mGoOn() || !rSource(i, vfPixels, m_strError) || !Send(i, vfPixels, m_strError))
             return false;
         aPhase.Step(i + 1);
     }

@@ -317,14 +317,15 @@ bool CSession::mRecvDataReply(std::span<std::byte> pData)
     return m_aConnection.Recv(pData) || mLost(GetMsgName(aRequest.eMsg));
 }
 
-bool CSession::mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& rSink)
+bool CSession::mGetMany(EMsg eMsg, std::pair<int, int> aImages, std::size_t tPixels,
+                        const Sink& rSink)
 {
     if (!Flush()) return false;
     std::vector<float> vfPixels(tPixels);
-    int iAsked = 0;
-    for (int i = 0; i < iCount; ++i)
+    int iAsked = aImages.first;
+    for (int i = iAsked; i < aImages.second; ++i)
     {
-        for (; iAsked < iCount && m_aPending.size() < g_tWindow; ++iAsked)
+        for (; iAsked < aImages.second && m_aPending.size() < g_tWindow; ++iAsked)
             if (!mSend(eMsg, {iAsked}, {}, iAsked)) return false;
         if (!mRecvDataReply(std::as_writable_bytes(std::span(vfPixels))))
         {

@@ -49,7 +49,7 @@ int main(int iArgs, char** ppcArgs)
     talven::ReconPlan aPlan;
     if (int(vfAngles.size()) != rHeader.iZ || aRequest.iThickness < 1)
         return Fail("angles or thickness do not fit");
-    if (!talven::MakeReconPlan(aRequest, rHeader.iX, rHeader.iY, vfAngles, aPlan, strError))
+    if (!talven::MakeReconPlan(aRequest, {rHeader.iX, rHeader.iY}, vfAngles, aPlan, strError))
         return Fail(strError);
     talven::CMrcWriter aVolume;
     if (!aVolume.Create(ppcArgs[4], aPlan.aSize.iVolX, aPlan.aSize.iProjY, aPlan.aSize.iVolZ,

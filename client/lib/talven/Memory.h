@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "talven/Alignment.h"
+
 namespace talven
 {
 
@@ -15,7 +17,8 @@ struct JobSize
 {
     int iProjX = 1, iProjY = 1, iProjs = 1;
     int iVolX = 1, iVolZ = 1;
-    bool bSmooth = false;  ///< smoothing works on a copy of the volume
+    bool bSmooth = false;      ///< smoothing works on a copy of the volume
+    ImageSize aMeasured = {};  ///< of a measured image that the server maps onto the stack's
 
     std::uint64_t GetStackPixels() const;
     std::uint64_t GetVoxels() const;

@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "talven/Memory.h"
+#include "talven/RowFilter.h"
 #include "talven/Schedule.h"
 #include "talven/Session.h"
+#include "talven/ViewAlignment.h"
 
 namespace talven
 {
@@ -28,6 +30,10 @@ struct ReconRequest
     std::optional<WeightBox> aBox;
     double dSmoothSigma = 0;  ///< voxels; 0: no smoothing
     int iSmoothInterval = 1;  ///< iterations between smoothings
+    bool bFilter = false;     ///< filters the rows: a weighted back projection
+    FilterRequest aFilter;
+    AlignRequest aAlign;
+    double dAngleOffset = 0;  ///< added to all angles, degrees
 };
 
 /// What a reconstruction will do, checked against its inputs before any server is asked.
@@ -36,8 +42,10 @@ struct ReconPlan
     JobSize aSize;
     std::vector<int> viViews;             ///< of the stack, those that take part
     std::vector<float> vfAngles;          ///< of those views, degrees
+    ViewAlignment aAlignment;             ///< of those views
     std::vector<std::uint32_t> vuiOrder;  ///< in which subsets are cut, indices into viViews
     ReconOptions aOptions;
+    std::optional<FilterRequest> aFilter;
     int iSmoothInterval = 0;  ///< 0: no smoothing
     GaussianKernel aSmoothKernel;
     std::optional<WeightBox> aBox;
@@ -46,11 +54,11 @@ struct ReconPlan
     std::string DescribeMethod() const;
 };
 
-/// \param iX, iY   of the projections
+/// \param rRaw     size of the views of the stack
 /// \param fAngles  degrees, of all views of the stack
 /// \return false when the request cannot be met; rError begins with the part of it that is wrong
 ///         ("subset-sizes: ..."), rPlan is of no use then.
-[[nodiscard]] bool MakeReconPlan(const ReconRequest& rRequest, int iX, int iY,
+[[nodiscard]] bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
                                  std::span<const float> fAngles, ReconPlan& rPlan,
                                  std::string& rError);
 

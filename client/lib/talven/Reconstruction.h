@@ -15,7 +15,8 @@ public:
     using CServerJob::CServerJob;
 
     /// Sends the plan and the images.
-    /// \param rProjs    gives the plan's views: image i is view viViews[i] of the stack
+    /// \param rProjs    gives the plan's views, raw ones where it aligns them: image i is view
+    ///                  viViews[i] of the stack
     /// \param rInitial  gives the slices of the volume to start from; null: zeros
     [[nodiscard]] bool Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
                               const ImageSource& rInitial = nullptr);
@@ -30,8 +31,12 @@ public:
 
 private:
     bool mSendPlan();
+    bool mUploadViews(const ImageSource& rViews);
+    bool mSendAligned(const ImageSource& rViews);
+    bool mFilterViews();
 
     ReconPlan m_aPlan;
+    float m_fLift = 0;  // added to filtered projections, taken off the volume
     std::vector<double> m_vdRfactors;
 };
 

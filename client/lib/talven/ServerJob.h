@@ -44,6 +44,9 @@ protected:
     bool mGoOn() { return !m_rMonitor.IsStopped() || mFail("interrupted"); }
     /// Sends iCount images; returns when the server has taken all of them.
     bool mUpload(EImages eImages, int iCount, std::size_t tPixels, const ImageSource& rSource);
+    /// The same with images that Send() hands to the server, each after it was read.
+    bool mSendEach(int iCount, std::size_t tPixels, const ImageSource& rSource,
+                   const ImageSink& Send);
     /// Receives images 0 to iCount - 1 in order.
     bool mDownload(EImages eImages, int iCount, std::size_t tPixels, const ImageSink& rSink);
 

@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "talven/Alignment.h"
@@ -117,11 +118,16 @@ public:
     /// image is on its way while the sink works on one.
     [[nodiscard]] bool GetSlices(int iCount, std::size_t tPixels, const Sink& rSink)
     {
-        return mGetMany(EMsg::VOLGET, iCount, tPixels, rSink);
+        return mGetMany(EMsg::VOLGET, {0, iCount}, tPixels, rSink);
     }
     [[nodiscard]] bool GetProjections(int iCount, std::size_t tPixels, const Sink& rSink)
     {
-        return mGetMany(EMsg::PROJGET, iCount, tPixels, rSink);
+        return mGetMany(EMsg::PROJGET, {0, iCount}, tPixels, rSink);
+    }
+    /// PROJGET of one image.
+    [[nodiscard]] bool GetProjection(int iProj, std::size_t tPixels, const Sink& rSink)
+    {
+        return mGetMany(EMsg::PROJGET, {iProj, iProj + 1}, tPixels, rSink);
     }
 
     /// RECONSTATGET: the sums of one iteration, one entry per selected projection, in list order.
@@ -164,7 +170,7 @@ private:
     bool mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest);
     bool mRecvCommandReply();
     bool mRecvDataReply(std::span<std::byte> pData);
-    bool mGetMany(EMsg eMsg, int iCount, std::size_t tPixels, const Sink& rSink);
+    bool mGetMany(EMsg eMsg, std::pair<int, int> aImages, std::size_t tPixels, const Sink& rSink);
     void mDropReplies(std::span<float> fScratch);
     bool mRefuse(const Pending& rRequest);
     bool mLost(const std::string& strWhat);

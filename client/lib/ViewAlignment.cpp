@@ -1,0 +1,134 @@
+#include "talven/ViewAlignment.h"
+
+#include <cmath>
+#include <numbers>
+
+#include "talven/Text.h"
+
+namespace talven
+{
+namespace
+{
+
+constexpr double g_dDegree = std::numbers::pi / 180;
+
+double Centre(int iExtent)
+{
+    return 0.5 * (iExtent - 1);
+}
+
+/// The raw views as they lie, or on their sides when the maps turn them so.
+ImageSize ChooseSize(const ImageSize& rBinned, const ViewMap& rMap)
+{
+    const bool bLies =
+        std::fabs(rMap.dA12) + std::fabs(rMap.dA21) > std::fabs(rMap.dA11) + std::fabs(rMap.dA22);
+    return bLies ? ImageSize{rBinned.iY, rBinned.iX} : rBinned;
+}
+
+/// From a pixel of the aligned view to the place in the binned one, as the server counts them.
+Affine MakeMap(const ViewMap& rInverse, double dShiftX, const ViewAlignment& rAlignment)
+{
+    const int iBin = rAlignment.iBin;
+    const ImageSize &rFrom = rAlignment.aAligned, &rRaw = rAlignment.aRaw;
+    const double dX = iBin * -Centre(rFrom.iX) - dShiftX, dY = iBin * -Centre(rFrom.iY);
+    const auto ToBinned = [&](double dRaw, int iExtent)
+    { return (dRaw + Centre(iExtent) - Centre(iBin)) / iBin; };
+    const double dU = rInverse.dA11 * dX + rInverse.dA12 * dY + rInverse.dX;
+    const double dV = rInverse.dA21 * dX + rInverse.dA22 * dY + rInverse.dY;
+    return {float(rInverse.dA11), float(rInverse.dA12),         float(rInverse.dA21),
+            float(rInverse.dA22), float(ToBinned(dU, rRaw.iX)), float(ToBinned(dV, rRaw.iY))};
+}
+
+}  // namespace
+
+ViewMap ViewMap::Then(const ViewMap& r) const
+{
+    return {r.dA11 * dA11 + r.dA12 * dA21,    r.dA11 * dA12 + r.dA12 * dA22,
+            r.dA21 * dA11 + r.dA22 * dA21,    r.dA21 * dA12 + r.dA22 * dA22,
+            r.dA11 * dX + r.dA12 * dY + r.dX, r.dA21 * dX + r.dA22 * dY + r.dY};
+}
+
+bool ViewMap::Invert(ViewMap& rInverse) const
+{
+    const double dDet = dA11 * dA22 - dA12 * dA21;
+    if (!(std::fabs(dDet) > 1e-6)) return false;
+    rInverse = {dA22 / dDet, -dA12 / dDet, -dA21 / dDet, dA11 / dDet, 0, 0};
+    const ViewMap aBack = {1, 0, 0, 1, -dX, -dY};
+    rInverse = aBack.Then(rInverse);
+    return true;
+}
+
+ViewMap Turn(double dDegrees)
+{
+    const double dCos = std::cos(dDegrees * g_dDegree), dSin = std::sin(dDegrees * g_dDegree);
+    return {dCos, -dSin, dSin, dCos, 0, 0};
+}
+
+bool ReadXf(const std::string& strPath, std::vector<ViewMap>& rMaps, std::string& rError)
+{
+    std::vector<ViewMap> aMaps;
+    const auto Take = [&aMaps](std::string_view strLine, std::string& rReason)
+    {
+        float af[6];
+        if (!ParseNumbers(strLine, " \t,", af))
+            return Fail(rReason, "expected the six numbers A11 A12 A21 A22 DX DY of a view");
+        aMaps.push_back({af[0], af[1], af[2], af[3], af[4], af[5]});
+        ViewMap aInverse;
+        return aMaps.back().Invert(aInverse) ||
+               Fail(rReason, "this map would squeeze the view into a line");
+    };
+    if (!ReadLines(strPath, "maps", Take, rError)) return false;
+    rMaps = std::move(aMaps);
+    return true;
+}
+
+bool AlignRequest::IsNone() const
+{
+    return aMaps.empty() && dTiltAxis == 0 && iBin == 1 && aSize.iX == 0 && dShiftZ == 0;
+}
+
+bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
+                       std::span<const float> fAngles, ViewAlignment& rAlignment,
+                       std::string& rError)
+{
+    rAlignment = {rRaw, rRequest.iBin, {rRaw.iX / rRequest.iBin, rRaw.iY / rRequest.iBin}, {}, {}};
+    rAlignment.aAligned = rAlignment.aBinned;
+    if (rRequest.IsNone()) return true;
+    if (rAlignment.aBinned.GetPixels() == 0)
+        return Fail(rError, Format("bin: nothing is left of %d x %d pixels", rRaw.iX, rRaw.iY));
+    if (!rRequest.aMaps.empty() && rRequest.aMaps.size() != fAngles.size())
+        return Fail(rError,
+                    Format("xf: %zu maps for %zu views", rRequest.aMaps.size(), fAngles.size()));
+    for (std::size_t i = 0; i < fAngles.size(); ++i)
+    {
+        const ViewMap aOwn = rRequest.aMaps.empty() ? ViewMap() : rRequest.aMaps[i];
+        const ViewMap aMap = aOwn.Then(Turn(-rRequest.dTiltAxis));
+        if (i == 0)
+            rAlignment.aAligned =
+                rRequest.aSize.iX > 0 ? rRequest.aSize : ChooseSize(rAlignment.aBinned, aMap);
+        ViewMap aInverse;
+        if (!aMap.Invert(aInverse))
+            return Fail(rError, Format("xf: view %zu cannot be mapped", i + 1));
+        const double dShiftX =
+            rRequest.iBin * rRequest.dShiftZ * std::sin(double(fAngles[i]) * g_dDegree);
+        rAlignment.aMaps.push_back(MakeMap(aInverse, dShiftX, rAlignment));
+    }
+    return true;
+}
+
+void BinImage(std::span<const float> fPixels, const ImageSize& rSize, int iBin,
+              std::span<float> fBinned)
+{
+    const int iX = rSize.iX / iBin, iY = rSize.iY / iBin;
+    for (int y = 0; y < iY; ++y)
+        for (int x = 0; x < iX; ++x)
+        {
+            double dSum = 0;
+            for (int j = y * iBin; j < (y + 1) * iBin; ++j)
+                for (int i = x * iBin; i < (x + 1) * iBin; ++i)
+                    dSum += double(fPixels[std::size_t(j) * rSize.iX + i]);
+            fBinned[std::size_t(y) * iX + x] = float(dSum / (iBin * iBin));
+        }
+}
+
+}  // namespace talven
