@@ -35,14 +35,13 @@ ViewMap Turn(double dDegrees);
 /// How the raw views of a tilt series become aligned ones, with the tilt axis along Y.
 struct AlignRequest
 {
-    std::vector<ViewMap>
-        aMaps;  ///< one for each view; empty: they are aligned but for what follows
+    std::vector<ViewMap> aMaps = {};  ///< one for each view; empty: aligned but for what follows
     /// From the +Y axis of the raw views to the tilt axis, degrees, counterclockwise with X to the
     /// right and Y up; it counts after the maps.
     double dTiltAxis = 0;
-    int iBin = 1;        ///< raw pixels along each edge of an aligned one
-    ImageSize aSize;     ///< of the aligned views; 0: what the raw ones make
-    double dShiftZ = 0;  ///< of the specimen in the volume, voxels towards higher slices
+    int iBin = 1;          ///< raw pixels along each edge of an aligned one
+    ImageSize aSize = {};  ///< of the aligned views; 0: what the raw ones make
+    double dShiftZ = 0;    ///< of the specimen in the volume, voxels towards higher slices
 
     /// Whether views are used as they are.
     bool IsNone() const;
