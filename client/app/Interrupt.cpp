@@ -12,12 +12,17 @@ namespace
 {
 
 int g_aiPipe[2] = {-1, -1};
-std::atomic<bool> g_bSet{false};
+std::atomic<bool> g_bSet{false}, g_bKeeping{false}, g_bEnough{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-void OnSignal(int)
+void OnSignal(int iSignal)
 {
-    g_bSet = true;
+    if (g_bKeeping && !g_bEnough.exchange(true)) return;
+    if (g_bSet.exchange(true))
+    {
+        signal(iSignal, SIG_DFL);
+        raise(iSignal);
+    }
     [[maybe_unused]] const ssize_t iWritten = write(g_aiPipe[1], "x", 1);
 }
 
@@ -37,7 +42,6 @@ void CInterrupt::Install()
         {
         };
         aNew.sa_handler = OnSignal;
-        aNew.sa_flags = static_cast<int>(SA_RESETHAND);
         sigaction(iSignal, &aNew, nullptr);
     }
     signal(SIGPIPE, SIG_IGN);
@@ -51,6 +55,15 @@ int CInterrupt::GetFd()
 bool CInterrupt::IsSet()
 {
     return g_bSet;
+}
+
+void CInterrupt::SetKeeping(bool bKeeping)
+{
+    g_bKeeping = bKeeping;
+}
+bool CInterrupt::IsEnough()
+{
+    return g_bEnough;
 }
 
 }  // namespace talven

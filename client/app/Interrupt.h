@@ -4,7 +4,7 @@ namespace talven
 {
 
 /// Ctrl-C, SIGTERM and SIGHUP as a flag and a readable descriptor, so that everything is cleaned up
-/// on the way out. A second signal ends the program at once.
+/// on the way out. Another signal after that ends the program at once.
 class CInterrupt
 {
 public:
@@ -13,6 +13,9 @@ public:
     /// Readable from the first signal on.
     static int GetFd();
     static bool IsSet();
+    /// While this is set the first signal only says that it is enough.
+    static void SetKeeping(bool bKeeping);
+    static bool IsEnough();
 };
 
 }  // namespace talven

@@ -161,6 +161,14 @@ void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial)
         },
         "SIGMA[,INTERVAL]: smooth the volume with a Gaussian of SIGMA voxels after every "
         "INTERVAL iterations [1]");
+    rApp.add_option("--stop-when", rRequest.dStopGain,
+                    "End sart when an iteration lowers the R-factor by less than this share")
+        ->check(CLI::Range(1e-9, 1.0))
+        ->type_name("GAIN");
+    rApp.add_option("--checkpoint", rRequest.iCheckpoint,
+                    "Write the volume so far after every N iterations of sart")
+        ->check(CLI::PositiveNumber)
+        ->type_name("N");
     AddFile(rApp, "--initial-volume", rInitial, "Start from this volume instead of zeros");
     AddViews(rApp, rRequest);
     rApp.option_defaults()->group("Options");

@@ -28,6 +28,9 @@ private:
     bool mMakePlan();
     bool mOpenFiles();
     bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
+    bool mCreateOutput(int iIterations);
+    bool mWriteSoFar(int iIterations);
+    int mGetIterations() const { return static_cast<int>(m_aJob.GetRfactors().size()); }
     std::string mDescribe() const;
     bool mUpload();
     bool mDownload();
@@ -89,9 +92,11 @@ bool CReconstructCommand::Run()
     m_aReport.PrintLine(mDescribe());
     if (!mConnect() || !mUpload()) return false;
     const CStopwatch aWatch;
-    if (!mCheck(m_aJob.Run(), m_aJob)) return false;
+    const auto WriteSoFar = [this](int iIterations, std::string& rError)
+    { return mWriteSoFar(iIterations) || Fail(rError, m_strError); };
+    if (!mCheck(m_aJob.Run(WriteSoFar), m_aJob)) return false;
     m_dCompute = aWatch.GetSeconds();
-    if (!mDownload()) return false;
+    if (!mCreateOutput(mGetIterations()) || !mDownload()) return false;
     m_aLink.Close();
     if (!mFinishFiles()) return false;
     mSummarise();
@@ -126,10 +131,23 @@ bool CReconstructCommand::mOpenFiles()
     const JobSize& rSize = m_aPlan.aSize;
     if (!m_strPreview.empty())
         m_aViews.emplace(rSize.iVolX, rSize.iProjY, rSize.iVolZ).WantCentral();
+    return mCreateOutput(0);
+}
+
+bool CReconstructCommand::mCreateOutput(int iIterations)
+{
+    const JobSize& rSize = m_aPlan.aSize;
     return mCheck(m_aOutput.Create(m_strOutput, rSize.iVolX, rSize.iProjY, rSize.iVolZ,
                                    m_aPlan.aAlignment.iBin * m_aStack.GetHeader().dPixel, true,
-                                   "Talven: " + m_aPlan.DescribeMethod()),
+                                   "Talven: " + m_aPlan.DescribeMethod(iIterations)),
                   m_aOutput);
+}
+
+/// The volume as it is now, under the name of the output.
+bool CReconstructCommand::mWriteSoFar(int iIterations)
+{
+    return mCreateOutput(iIterations) && mCheck(m_aJob.Download(WriteTo(m_aOutput)), m_aJob) &&
+           mCheck(m_aOutput.Finish(), m_aOutput);
 }
 
 bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& strPath)
@@ -199,7 +217,8 @@ bool CReconstructCommand::mWriteRfactors()
 {
     const std::vector<double>& rRfactors = m_aJob.GetRfactors();
     if (!m_strPlot.empty() &&
-        !WriteRfactorPlot(m_strPlot, rRfactors, m_aPlan.DescribeMethod(), m_strError))
+        !WriteRfactorPlot(m_strPlot, rRfactors, m_aPlan.DescribeMethod(mGetIterations()),
+                          m_strError))
         return false;
     if (m_strRfactors.empty()) return true;
     std::string strText = "iteration,rfactor\n";
@@ -215,6 +234,9 @@ void CReconstructCommand::mSummarise()
         Format("%s: upload %s, reconstruction %s, download %s, all %s", m_strOutput.c_str(),
                FormatSeconds(m_dUpload).c_str(), FormatSeconds(m_dCompute).c_str(),
                FormatSeconds(m_dDownload).c_str(), FormatSeconds(m_aTotal.GetSeconds()).c_str());
+    if (!rRfactors.empty() && mGetIterations() < m_aPlan.aOptions.iIterations)
+        strLine += Format("; ended after %d of %d iterations", mGetIterations(),
+                          m_aPlan.aOptions.iIterations);
     if (rRfactors.size() == 1) strLine += Format("; R-factor %.4f", rRfactors[0]);
     if (rRfactors.size() > 1)
         strLine += Format("; R-factor %.4f -> %.4f", rRfactors.front(), rRfactors.back());
@@ -240,7 +262,7 @@ Json CReconstructCommand::mMakeJson() const
     aJson["method"] = GetMethodName(m_aRequest);
     if (!m_aJob.GetRfactors().empty())
     {
-        aJson["iterations"] = m_aPlan.aOptions.iIterations;
+        aJson["iterations"] = mGetIterations();
         aJson["subset_sizes"] = m_aPlan.aOptions.vuiSetSizes;
         aJson["rfactors"] = m_aJob.GetRfactors();
     }

@@ -46,21 +46,25 @@ public:
 
     void Begin(const std::string& strPhase, int iCount, std::uint64_t ulBytesEach) override;
     void Step(int iDone) override;
+    void Note(const std::string& strText) override;
     void End() override;
     bool IsStopped() const override { return CInterrupt::IsSet(); }
+    void SetKeeping(bool bKeeping) override;
+    bool IsEnough() const override { return CInterrupt::IsEnough(); }
     int GetStopFd() const override { return CInterrupt::GetFd(); }
 
 private:
     void mShowSeconds();
+    std::string mDrawBar(int iDone, double dSeconds) const;
 
     const ReportOptions& m_rOptions;
     bool m_bShown = false;  // a phase is on the terminal
-    std::string m_strPhase;
-    int m_iCount = 0;
+    std::string m_strPhase, m_strNote;
+    int m_iCount = 0, m_iDone = 0;
     double m_dBytesEach = 0;
     double m_dLast = 0;  // seconds when it was drawn
     CStopwatch m_aWatch;
-    std::mutex m_aMutex;  // guards m_bEnd
+    std::mutex m_aMutex;  // guards m_bEnd, m_iDone, m_strNote
     std::condition_variable m_aCondition;
     bool m_bEnd = false;
     std::thread m_aThread;  // draws the seconds

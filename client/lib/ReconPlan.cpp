@@ -100,6 +100,19 @@ bool ChooseSmoothing(const ReconRequest& rRequest, ReconPlan& rPlan, std::string
     return true;
 }
 
+/// Where a run of SART may end or be looked at.
+bool ChooseStops(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
+{
+    rPlan.dStopGain = rRequest.dStopGain;
+    rPlan.iCheckpoint = rRequest.iCheckpoint;
+    if (rRequest.eMethod != EMethod::eSart && (rPlan.dStopGain > 0 || rPlan.iCheckpoint > 0))
+        return Fail(rError, std::string(rPlan.dStopGain > 0 ? "stop-when" : "checkpoint") +
+                                ": only SART can be cut between iterations");
+    if (rPlan.iSmoothInterval == 0 || rPlan.iCheckpoint % rPlan.iSmoothInterval == 0) return true;
+    return Fail(rError, Format("checkpoint: %d iterations are no whole number of intervals of %d",
+                               rPlan.iCheckpoint, rPlan.iSmoothInterval));
+}
+
 bool ChooseBox(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
 {
     rPlan.aBox = rRequest.aBox;
@@ -118,7 +131,7 @@ bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
     if (!SelectViews(rRequest, fAngles, rPlan, rError) ||
         !ChooseAlignment(rRequest, rRaw, fAngles.size(), rPlan, rError) ||
         !ChooseMethod(rRequest, rPlan, rError) || !ChooseSmoothing(rRequest, rPlan, rError) ||
-        !ChooseBox(rRequest, rPlan, rError))
+        !ChooseStops(rRequest, rPlan, rError) || !ChooseBox(rRequest, rPlan, rError))
         return false;
     const ImageSize& rAligned = rPlan.aAlignment.aAligned;
     rPlan.aSize = {rAligned.iX,
@@ -131,13 +144,24 @@ bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
     return true;
 }
 
-std::string ReconPlan::DescribeMethod() const
+ReconOptions ReconPlan::GetIterations(int iFirst, int iCount) const
+{
+    ReconOptions aSome = aOptions;
+    const std::size_t tSets = aSome.vuiSetSizes.size();
+    const auto pFirst = aOptions.vfRelax.begin() + std::ptrdiff_t(tSets * std::size_t(iFirst));
+    aSome.vfRelax.assign(pFirst, pFirst + std::ptrdiff_t(tSets * std::size_t(iCount)));
+    aSome.iIterations = iCount;
+    return aSome;
+}
+
+std::string ReconPlan::DescribeMethod(int iIterations) const
 {
     if (aFilter) return "filtered back projection";
     if (aOptions.eMethod == EMethod::eBackProj) return "back projection";
     std::string strText =
         Format("%s, %d iteration%s", aOptions.eMethod == EMethod::eSart ? "SART" : "EM",
-               aOptions.iIterations, aOptions.iIterations == 1 ? "" : "s");
+               iIterations > 0 ? iIterations : aOptions.iIterations,
+               (iIterations > 0 ? iIterations : aOptions.iIterations) == 1 ? "" : "s");
     if (aOptions.vuiSetSizes.size() > 1)
         strText += Format(", %zu subsets", aOptions.vuiSetSizes.size());
     if (iSmoothInterval > 0) strText += ", smoothed";

@@ -1,6 +1,9 @@
 #include "talven/Reconstruction.h"
 
 #include <algorithm>
+#include <chrono>
+
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -99,21 +102,72 @@ bool CReconstruction::mFilterViews()
     return Change("filter", Filter) && Change("lift", Lift) && mServer(mGetSession().Flush());
 }
 
-bool CReconstruction::Run()
+bool CReconstruction::Run(const Checkpoint& rCheckpoint)
 {
-    {
-        const CPhase aPhase(mGetMonitor(), "reconstructing");
-        if (!mServer(mGetSession().Reconstruct())) return false;
-    }
     m_vdRfactors.clear();
+    if (m_aPlan.aOptions.eMethod == EMethod::eSart)
+    {
+        mGetMonitor().SetKeeping(true);
+        const bool bDone = mRunPieces(rCheckpoint);
+        mGetMonitor().SetKeeping(false);
+        return bDone;
+    }
+    const CPhase aPhase(mGetMonitor(), "reconstructing");
+    return mRunPiece(0, m_aPlan.aOptions.iIterations);
+}
+
+/// Iterations of which the server has the options.
+bool CReconstruction::mRunPiece(int iFirst, int iCount)
+{
+    CSession& rSession = mGetSession();
+    const bool bAll = iCount == m_aPlan.aOptions.iIterations;
+    if (!mServer((bAll || rSession.SetReconOptions(m_aPlan.GetIterations(iFirst, iCount))) &&
+                 rSession.Reconstruct()))
+        return false;
     if (m_aPlan.aOptions.eMethod == EMethod::eBackProj) return true;
-    for (int i = 0; i < m_aPlan.aOptions.iIterations; ++i)
+    for (int i = 0; i < iCount; ++i)
     {
         std::vector<RfactorSums> aSums;
-        if (!mServer(mGetSession().GetRfactors(i, aSums))) return false;
+        if (!mServer(rSession.GetRfactors(i, aSums))) return false;
         m_vdRfactors.push_back(CalcRfactor(aSums));
     }
     return true;
+}
+
+bool CReconstruction::mRunPieces(const Checkpoint& rCheckpoint)
+{
+    using Clock = std::chrono::steady_clock;
+    const int iAll = m_aPlan.aOptions.iIterations, iUnit = std::max(1, m_aPlan.iSmoothInterval);
+    const int iStep = m_aPlan.iCheckpoint > 0 ? m_aPlan.iCheckpoint : iAll;
+    const bool bAlone = m_aPlan.dStopGain > 0;  // every iteration decides
+    CPhase aPhase(mGetMonitor(), "reconstructing", iAll);
+    for (int iDone = 0, iPiece = iUnit; iDone < iAll;)
+    {
+        const int iCount = std::min({iPiece, iAll - iDone, iStep - iDone % iStep});
+        const auto tStart = Clock::now();
+        if (!mRunPiece(iDone, iCount)) return false;
+        iDone += iCount;
+        aPhase.Note(Format("R-factor %.4g", m_vdRfactors.back()));
+        aPhase.Step(iDone);
+        if (mIsEnough()) return true;
+        std::string strError;
+        if (rCheckpoint && iDone % iStep == 0 && iDone < iAll && !rCheckpoint(iDone, strError))
+            return mFail(strError);
+        const double dEach = std::chrono::duration<double>(Clock::now() - tStart).count() / iCount;
+        const double dUnits = std::clamp(1 / (dEach * iUnit), 1.0, double(iAll));
+        if (!bAlone) iPiece = iUnit * int(dUnits);
+    }
+    return true;
+}
+
+/// Whether the run shall end with what there is.
+bool CReconstruction::mIsEnough() const
+{
+    const std::size_t tDone = m_vdRfactors.size();
+    if (mGetMonitor().IsEnough()) return true;
+    return tDone > 1 &&
+           m_vdRfactors[tDone - 1] > (1 - m_aPlan.dStopGain) * m_vdRfactors[tDone - 2] &&
+           m_aPlan.dStopGain > 0;
 }
 
 bool CReconstruction::Download(const ImageSink& rSlices)

@@ -17,10 +17,15 @@ public:
                        std::uint64_t /*ulBytesEach*/)
     {
     }
-    virtual void Step(int /*iDone*/) {}  ///< so many images of the phase are done
-    virtual void End() {}                ///< the phase has ended, in whatever way
+    virtual void Step(int /*iDone*/) {}                   ///< so many images of the phase are done
+    virtual void Note(const std::string& /*strText*/) {}  ///< something to show beside the phase
+    virtual void End() {}                                 ///< the phase has ended, in whatever way
     /// Whether the job shall end; asked for between images.
     virtual bool IsStopped() const { return false; }
+    /// From here on, or no longer, the job can end early and keep what it has: then the first wish
+    /// for the end is IsEnough(), the second one IsStopped().
+    virtual void SetKeeping(bool /*bKeeping*/) {}
+    virtual bool IsEnough() const { return false; }
     /// A descriptor that becomes readable with that, so that a wait for the server ends, too; -1:
     /// none.
     virtual int GetStopFd() const { return -1; }
@@ -40,6 +45,7 @@ public:
     CPhase(const CPhase&) = delete;
     CPhase& operator=(const CPhase&) = delete;
     void Step(int iDone) { m_rMonitor.Step(iDone); }
+    void Note(const std::string& strText) { m_rMonitor.Note(strText); }
 
 private:
     CMonitor& m_rMonitor;

@@ -34,6 +34,8 @@ struct ReconRequest
     FilterRequest aFilter;
     AlignRequest aAlign;
     double dAngleOffset = 0;  ///< added to all angles, degrees
+    double dStopGain = 0;     ///< SART ends when an iteration lowers R by less than this share
+    int iCheckpoint = 0;      ///< iterations of SART between checkpoints; 0: none
 };
 
 /// What a reconstruction will do, checked against its inputs before any server is asked.
@@ -49,9 +51,13 @@ struct ReconPlan
     int iSmoothInterval = 0;  ///< 0: no smoothing
     GaussianKernel aSmoothKernel;
     std::optional<WeightBox> aBox;
+    double dStopGain = 0;
+    int iCheckpoint = 0;
 
-    /// "SART, 10 iterations, 4 subsets".
-    std::string DescribeMethod() const;
+    /// "SART, 10 iterations, 4 subsets". \param iIterations  that were run; 0: all
+    std::string DescribeMethod(int iIterations = 0) const;
+    /// The options of some iterations: a part of a job, when the volume carries over.
+    ReconOptions GetIterations(int iFirst, int iCount) const;
 };
 
 /// \param rRaw     size of the views of the stack

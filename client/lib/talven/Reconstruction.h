@@ -20,17 +20,24 @@ public:
     /// \param rInitial  gives the slices of the volume to start from; null: zeros
     [[nodiscard]] bool Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
                               const ImageSource& rInitial = nullptr);
-    /// Runs all iterations and fetches their R-factors. The volume stays on the server: another
-    /// run goes on from it.
-    [[nodiscard]] bool Run();
+    /// Called at checkpoints with the iterations done; false ends the run, rError says why.
+    using Checkpoint = std::function<bool(int iIterations, std::string& rError)>;
+
+    /// Runs the iterations and fetches their R-factors. The volume stays on the server: another run
+    /// goes on from it. SART runs in pieces of about a second, with the same result; it may end
+    /// early, at the monitor's or the plan's wish, and keeps what it has then.
+    [[nodiscard]] bool Run(const Checkpoint& rCheckpoint = nullptr);
     /// Receives the slices.
     [[nodiscard]] bool Download(const ImageSink& rSlices);
 
-    /// After every iteration of the last run; none for a back projection.
+    /// After every iteration of the last run, as many as were run; none for a back projection.
     const std::vector<double>& GetRfactors() const { return m_vdRfactors; }
 
 private:
     bool mSendPlan();
+    bool mRunPiece(int iFirst, int iCount);
+    bool mRunPieces(const Checkpoint& rCheckpoint);
+    bool mIsEnough() const;
     bool mUploadViews(const ImageSource& rViews);
     bool mSendAligned(const ImageSource& rViews);
     bool mFilterViews();

@@ -36,7 +36,7 @@ protected:
     };
 
     CSession& mGetSession() { return m_rLink.GetSession(); }
-    CMonitor& mGetMonitor() { return m_rMonitor; }
+    CMonitor& mGetMonitor() const { return m_rMonitor; }
     bool mFail(const std::string& strError) { return Fail(m_strError, strError); }
     /// Passes on whether an operation of the session was done, and notes why not.
     bool mServer(bool bDone) { return bDone || mFail(m_rLink.Explain()); }
