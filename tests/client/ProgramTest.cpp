@@ -275,9 +275,27 @@ TEST_F(ClientProgram, ADriftIsFoundAndTakenOut)
     }
 }
 
+TEST_F(ClientProgram, AlignsOnTheWayAsBeforehand)
+{
+    std::string strMaps;
+    for (int i = 0; i < 41; ++i) strMaps += "0.98 -0.1 0.1 1.02 " + std::to_string(i % 5) + " -2\n";
+    WriteFile(m_aDir / "m.xf", strMaps);
+    const std::string strAlign = "--xf m.xf --tilt-axis -4 --bin 2 --size 46,20 ";
+    const std::string strRest = "--angles ph.tlt --thickness 18 --iterations 5 -o rec.mrc --tilts ";
+    mRun("transform --measured ph.mrc -o ts.mrc " + strAlign);
+    mRun("reconstruct " + strRest + "ts.mrc");
+    const Floats vfBefore = mRead("rec.mrc");
+    mRun("reconstruct " + strRest + "ph.mrc --checkpoint 2 " + strAlign);
+    EXPECT_EQ(mRead("rec.mrc"), vfBefore) << "in pieces, too";
+    EXPECT_NEAR(m_aReader.GetHeader().dPixel, 14, 1e-6);
+    EXPECT_EQ(mJson("reconstruct " + strRest + "ts.mrc --stop-when 1")["iterations"], 2);
+}
+
 TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
 {
     WriteFile(m_aDir / "one.txt", "1 0 0 1 0 0\n");
+    WriteFile(m_aDir / "bad.xf", "1 0 0 1 0 0\n1 0 0 1 0\n");
+    WriteFile(m_aDir / "flat.xf", "1 2 2 4 0 0\n");
     mWrite("hole.mrc", 90, 43, {Floats(90 * 43, -1e30f)});
     const std::string &strR = g_strReconstruct, &strT = g_strTransform, &strC = g_strCompare;
     // Exit code and reason; the command with its usual inputs, and what is wrong.
@@ -297,6 +315,16 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
         {1, "is 90 x 43 x 41, the volume is 90 x 43 x 36", strR, "--reference ph.mrc"},
         {1, "No such file", strR, "--preview /no/such/p.png"},
         {1, "41 angles", "reconstruct --angles ph.tlt --thickness 3 -o x", " --tilts hole.mrc"},
+        {1, "bad.xf, line 2: expected the six numbers", strR, "--xf bad.xf"},
+        {1, "flat.xf, line 1: this map would squeeze", strR, "--xf flat.xf"},
+        {1, "--xf: 1 maps, but the stack has 41", strR, "--xf one.txt"},
+        {1, "--bin: nothing is left of 90 x 43", strR, "--bin 64"},
+        {2, "--filter: is for --method wbp", strR, "--filter hann"},
+        {2, "--cutoff: expected a frequency", strR, "--method wbp --cutoff 0.6"},
+        {1, "--weight-box: a filtered", strR, "--method wbp --weight-box 0,0,1,1"},
+        {1, "--stop-when: only SART", strR, "--method em --stop-when 0.1"},
+        {1, "--checkpoint: 5 iterations are", strR, "--smooth 1,2 --checkpoint 5"},
+        {2, "--xf", strT, "--xf one.txt --matrix 1,0,0,1,0,0"},
         {1, "1 matrix, but the stack has 41", strT, "--matrices one.txt"},
         {1, "--matrix: 1e+60 is too large", strT, "--matrix 1,0,0,1,0,1e60"},
         {2, "--beam", strT, "--log"},
@@ -328,7 +356,7 @@ TEST_F(ClientProgram, AnInterruptOrADeadServerLeavesNothing)
     // The client interrupted, its server dead, the client dead.
     for (const int iCase : {0, 1, 2})
     {
-        const pid_t iClient = mStart(g_strReconstruct + "--iterations 100000");
+        const pid_t iClient = mStart(g_strReconstruct + "--method em --iterations 100000");
         const std::string strTask = std::to_string(iClient);
         const std::string strChildren = "/proc/" + strTask + "/task/" + strTask + "/children";
         ASSERT_TRUE(Eventually([&] { return !ReadFile(strChildren).empty(); }));
@@ -346,6 +374,17 @@ TEST_F(ClientProgram, AnInterruptOrADeadServerLeavesNothing)
     }
     std::filesystem::remove_all(m_aDir / "tmp");  // nobody was left to do it
     std::filesystem::create_directory(m_aDir / "tmp");
+}
+
+TEST_F(ClientProgram, AnInterruptedRunKeepsItsLastIterate)
+{
+    const pid_t iClient = mStart(g_strReconstruct + "--iterations 100000 --checkpoint 1");
+    EXPECT_TRUE(Eventually([&] { return ReadFile(m_aDir / "rec.mrc") != "precious"; }));
+    kill(iClient, SIGINT);
+    EXPECT_EQ(mWait(iClient), 0) << m_strErr;
+    EXPECT_NE(m_strOut.find("; ended after "), std::string::npos) << m_strOut;
+    EXPECT_EQ(mRead("rec.mrc").size(), 90u * 43 * 36) << m_aReader.GetError();
+    WriteFile(m_aDir / "rec.mrc", "precious");
 }
 
 TEST_F(ClientProgram, AServerOfOneselfServesManyClients)
