@@ -118,6 +118,8 @@ bool CReconstructCommand::mMakePlan()
     if (!m_strXf.empty() && !ReadXf(m_strXf, m_aRequest.aAlign.aMaps, m_strError)) return false;
     if (!MakeReconPlan(m_aRequest, {rHeader.iX, rHeader.iY}, vfAngles, m_aPlan, strError))
         return mFail("--" + strError);
+    if (m_aPlan.aFilter && !m_strInitial.empty())
+        return mFail("--initial-volume: a weighted back projection starts from nothing");
     return mCheckSize(m_aPlan.aSize);
 }
 

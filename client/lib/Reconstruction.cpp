@@ -12,6 +12,7 @@ bool CReconstruction::Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
                              const ImageSource& rInitial)
 {
     m_aPlan = rPlan;
+    m_fLift = 0;
     const JobSize& rSize = rPlan.aSize;
     const ImageSize aSlice = {rSize.iVolX, rSize.iProjY};
     return mSendPlan() && mUploadViews(rProjs) && (!m_aPlan.aFilter || mFilterViews()) &&
@@ -98,7 +99,6 @@ bool CReconstruction::mFilterViews()
         for (float& rfPixel : vfPixels)
             if (!IsMissing(rfPixel)) rfPixel += m_fLift;
     };
-    m_fLift = 0;
     return Change("filter", Filter) && Change("lift", Lift) && mServer(mGetSession().Flush());
 }
 

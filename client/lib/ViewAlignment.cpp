@@ -1,5 +1,6 @@
 #include "talven/ViewAlignment.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -120,6 +121,11 @@ void BinImage(std::span<const float> fPixels, const ImageSize& rSize, int iBin,
               std::span<float> fBinned)
 {
     const int iX = rSize.iX / iBin, iY = rSize.iY / iBin;
+    if (iBin == 1)
+    {
+        std::copy(fPixels.begin(), fPixels.end(), fBinned.begin());
+        return;
+    }
     for (int y = 0; y < iY; ++y)
         for (int x = 0; x < iX; ++x)
         {

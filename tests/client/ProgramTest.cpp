@@ -322,6 +322,7 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
         {2, "--filter: is for --method wbp", strR, "--filter hann"},
         {2, "--cutoff: expected a frequency", strR, "--method wbp --cutoff 0.6"},
         {1, "--weight-box: a filtered", strR, "--method wbp --weight-box 0,0,1,1"},
+        {1, "starts from nothing", strR, "--method wbp --initial-volume x"},
         {1, "--stop-when: only SART", strR, "--method em --stop-when 0.1"},
         {1, "--checkpoint: 5 iterations are", strR, "--smooth 1,2 --checkpoint 5"},
         {2, "--xf", strT, "--xf one.txt --matrix 1,0,0,1,0,0"},
