@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <span>
 
 #include "tests/softcuda/Runtime.h"
 
@@ -30,6 +31,7 @@ bool Device::Holds(const void* pvFirst, std::size_t tBytes) const
 namespace
 {
 constexpr std::align_val_t g_eAlign{512};
+constexpr std::size_t g_tGuard = 512;  // bytes behind linear memory, which stay as they are
 
 /// Memory that no program can take for initialised: 0xFF bytes are quiet NaNs.
 char* NewMemory(std::size_t tBytes)
@@ -48,7 +50,7 @@ cudaError_t Allocate(const char* pcCall, void** ppvBegin, std::size_t tBytes)
 {
     const cudaError_t eError = Take(pcCall, tBytes);
     if (eError != cudaSuccess) return eError;
-    char* const pcBegin = NewMemory(tBytes);
+    char* const pcBegin = NewMemory(tBytes + g_tGuard);
     Current().aMemory[pcBegin] = tBytes;
     *ppvBegin = pcBegin;
     return cudaSuccess;
@@ -76,6 +78,9 @@ cudaError_t cudaFree(void* devPtr)
     rDevice.Synchronize();
     const auto iMemory = rDevice.aMemory.find(static_cast<char*>(devPtr));
     if (iMemory == rDevice.aMemory.end()) return cudaErrorInvalidValue;
+    const std::span acGuard(iMemory->first + iMemory->second, g_tGuard);
+    if (std::size_t(std::ranges::count(acGuard, '\xFF')) != g_tGuard)
+        Trap("a kernel has written beyond linear memory");
     rDevice.tUsed -= iMemory->second;
     rDevice.aMemory.erase(iMemory);
     DeleteMemory(devPtr);
