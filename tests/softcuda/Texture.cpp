@@ -68,8 +68,8 @@ float& GetTexel(cudaSurfaceObject_t ulSurface, int iX, int iY, int iLayer)
 
 using namespace SoftCuda;
 
-template <class T>
-T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer)
+template <>
+float tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer)
 {
     const Object& rObject = Find(texture);
     const cudaArray* const pArray = rObject.pArray;
@@ -84,14 +84,12 @@ T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer)
             fSum += aX.Weight(u) * aY.Weight(v) * pfLayer[aY.ai[v] * tX + aX.ai[u]];
     return fSum;
 }
-template float tex2DLayered(cudaTextureObject_t, float, float, int);
 
-template <class T>
-T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer)
+template <>
+float surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer)
 {
     return GetTexel(surface, x, y, layer);
 }
-template float surf2DLayeredread(cudaSurfaceObject_t, int, int, int);
 
 void surf2DLayeredwrite(float value, cudaSurfaceObject_t surface, int x, int y, int layer)
 {

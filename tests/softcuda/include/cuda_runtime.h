@@ -155,11 +155,14 @@ cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKer
 
 inline constinit thread_local uint3 threadIdx, blockIdx;
 void __syncthreads();
-// There are those of floats.
 template <class T>
 T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer);
+template <>
+float tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer);
 template <class T>
 T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer);
+template <>
+float surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer);
 void surf2DLayeredwrite(float value, cudaSurfaceObject_t surface, int x, int y, int layer);
 
 template <typename... ExpTypes, typename... ActTypes>
