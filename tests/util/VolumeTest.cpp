@@ -17,17 +17,17 @@ TEST(Volume, LinesAndSlicesTouchTheirSamplesOnly)
     using Line = std::vector<float>;
     EXPECT_EQ(aVolume.GetLineX(1, 0), (Line{2, 3}));
     EXPECT_EQ(aVolume.GetLineY(1, 1), (Line{7, 9, 11}));
-    EXPECT_EQ(aVolume.GetLineZ(0, 2), (Line{4, 10}));
+    EXPECT_EQ(aVolume.GetLineZ(0, 1), (Line{2, 8}));
     const Line vfNew = {-1, -2, -3, -4};
     aVolume.SetLineX(vfNew.data(), 0, 1);
     aVolume.SetLineY(vfNew.data(), 0, 0);
-    aVolume.SetLineZ(vfNew.data(), 1, 2);
-    EXPECT_TRUE(std::ranges::equal(fVoxels, Line{-1, 1, -2, 3, -3, -1, -1, -2, 8, 9, 10, -2}));
+    aVolume.SetLineZ(vfNew.data(), 1, 1);
+    EXPECT_TRUE(std::ranges::equal(fVoxels, Line{-1, 1, -2, -1, -3, 5, -1, -2, 8, -2, 10, 11}));
     Line vfSlice(4);
     aVolume.GetSliceXZ(vfSlice.data(), 2);
-    EXPECT_EQ(vfSlice, (Line{-3, -1, 10, -2}));
+    EXPECT_EQ(vfSlice, (Line{-3, 5, 10, 11}));
     aVolume.SetSliceXZ(vfNew.data(), 1);
-    EXPECT_TRUE(std::ranges::equal(fVoxels, Line{-1, 1, -1, -2, -3, -1, -1, -2, -3, -4, 10, -2}));
+    EXPECT_TRUE(std::ranges::equal(fVoxels, Line{-1, 1, -1, -2, -3, 5, -1, -2, -3, -4, 10, 11}));
 }
 
 TEST(Volume, ClipsBoxes)
