@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Lists.h"
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -128,6 +129,46 @@ void AddAlignment(CLI::App& rApp, AlignRequest& rRequest, std::string& rXf)
         ->type_name("N");
     AddParsed(rApp, "--size", "X,Y", rRequest.aSize, ParseSize,
               "Of the aligned views, pixels [of the raw ones]");
+    rApp.option_defaults()->group("Options");
+}
+
+void AddForm(CLI::App& rApp, VolumeForm& rForm)
+{
+    rApp.option_defaults()->group("Form of the volume");
+    rApp.add_option_function<std::string>(
+            "--orientation",
+            [&rForm](const std::string& strAxes) { rForm.bXzy = strAxes == "xzy"; },
+            "xyz: sections are XY slices; xzy: XZ slices, one for each y")
+        ->check(CLI::IsMember({"xyz", "xzy"}))
+        ->default_str("xyz");
+    rApp.add_flag("--flip-z", rForm.bFlipZ, "The highest slice first");
+    AddParsed(
+        rApp, "--trim", "X,Y,Z",
+        [&rForm](const std::string& strText, std::string& rError)
+        {
+            std::vector<std::uint32_t> vuiSize;
+            if (!ParseSizes(strText, vuiSize, rError)) return false;
+            if (vuiSize.size() != 3 || std::ranges::max(vuiSize) > 1u << 30)
+                return Fail(rError, "expected X,Y,Z, found \"" + strText + "\"");
+            for (std::size_t i = 0; i < 3; ++i) rForm.aiSize[i] = static_cast<int>(vuiSize[i]);
+            return true;
+        },
+        "The middle so many voxels");
+    rApp.add_option_function<int>(
+            "--mode", [&rForm](int iMode) { rForm.eMode = static_cast<EMrcMode>(iMode); },
+            "0: bytes, 1: 16 bits, 2: floats, 12: half floats")
+        ->check(CLI::IsMember({0, 1, 2, 12}))
+        ->default_str("2");
+    AddParsed(
+        rApp, "--scale", "LOW,HIGH",
+        [&rForm](const std::string& strText, std::string& rError)
+        {
+            std::vector<double> vdRange;
+            if (!ParseNumbers(strText, 2, vdRange, rError)) return false;
+            rForm.aRange = {vdRange[0], vdRange[1]};
+            return vdRange[0] < vdRange[1] || Fail(rError, "expected the lower value first");
+        },
+        "Values that become the least and the greatest number of modes 0 and 1 [the volume's]");
     rApp.option_defaults()->group("Options");
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "talven/ReconPlan.h"
+#include "talven/VolumeFile.h"
 
 namespace talven
 {
@@ -45,6 +46,8 @@ inline constexpr const char* g_pcAlignment = "Alignment of raw views";
 /// --xf, --tilt-axis, --bin and --size.
 /// \param rXf  file with the maps
 void AddAlignment(CLI::App& rApp, AlignRequest& rRequest, std::string& rXf);
+/// How a volume is stored.
+void AddForm(CLI::App& rApp, VolumeForm& rForm);
 /// The options that say how a volume is reconstructed, and from which views.
 /// \param rInitial  file with the volume to start from
 void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial);

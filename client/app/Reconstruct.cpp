@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 
 #include "Command.h"
@@ -28,8 +29,12 @@ private:
     bool mMakePlan();
     bool mOpenFiles();
     bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
+    bool mCreate(CVolumeFile& rFile, const std::string& strPath, const VolumeForm& rForm,
+                 const std::string& strLabel);
     bool mCreateOutput(int iIterations);
+    bool mCreateNow(CVolumeFile& rFile, const std::string& strPath, const std::string& strLabel);
     bool mWriteSoFar(int iIterations);
+    bool mMakeHalves();
     int mGetIterations() const { return static_cast<int>(m_aJob.GetRfactors().size()); }
     std::string mDescribe() const;
     bool mUpload();
@@ -41,11 +46,13 @@ private:
 
     std::string m_strTilts, m_strAngles, m_strXf, m_strOutput, m_strInitial;
     std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference;
+    bool m_bHalves = false;
     ReconRequest m_aRequest;
+    VolumeForm m_aForm;
 
     CMrcReader m_aStack, m_aInitial, m_aReference;
     ReconPlan m_aPlan;
-    CMrcWriter m_aOutput;
+    CVolumeFile m_aOutput;
     CReconstruction m_aJob{m_aLink, m_aReport};
     std::optional<CSlices> m_aViews;
     CAgreement m_aAgreement;
@@ -82,6 +89,12 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
     AddResult("--rfactors", m_strRfactors, "The same as text: iteration,rfactor");
     AddResult("--reference", m_strReference,
               "Compare the volume with this one: correlation and relative RMS error");
+    rApp.add_option_function<std::string>(
+            "--halves", [this](const std::string&) { m_bHalves = true; },
+            "Two more volumes, NAME_even and NAME_odd, each of every second view by angle")
+        ->group("Further results")
+        ->check(CLI::IsMember({"even-odd"}));
+    AddForm(rApp, m_aForm);
     mAddServerOptions(rApp);
     mAddReportOptions(rApp);
 }
@@ -96,11 +109,9 @@ bool CReconstructCommand::Run()
     { return mWriteSoFar(iIterations) || Fail(rError, m_strError); };
     if (!mCheck(m_aJob.Run(WriteSoFar), m_aJob)) return false;
     m_dCompute = aWatch.GetSeconds();
-    if (!mCreateOutput(mGetIterations()) || !mDownload()) return false;
-    m_aLink.Close();
-    if (!mFinishFiles()) return false;
+    if (!mCreateOutput(mGetIterations()) || !mDownload() || !mFinishFiles()) return false;
     mSummarise();
-    return true;
+    return !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
 }
 
 bool CReconstructCommand::mMakePlan()
@@ -120,6 +131,10 @@ bool CReconstructCommand::mMakePlan()
         return mFail("--" + strError);
     if (m_aPlan.aFilter && !m_strInitial.empty())
         return mFail("--initial-volume: a weighted back projection starts from nothing");
+    ReconPlan aHalf;
+    if ((m_bHalves && !MakeHalfPlan(m_aRequest, m_aPlan, 0, 0, aHalf, strError)) ||
+        !CheckForm(m_aForm, m_aPlan.aSize, strError))
+        return mFail("--" + strError);
     return mCheckSize(m_aPlan.aSize);
 }
 
@@ -133,16 +148,38 @@ bool CReconstructCommand::mOpenFiles()
     const JobSize& rSize = m_aPlan.aSize;
     if (!m_strPreview.empty())
         m_aViews.emplace(rSize.iVolX, rSize.iProjY, rSize.iVolZ).WantCentral();
-    return mCreateOutput(0);
+    return mCreate(m_aOutput, m_strOutput, m_aForm, "Talven");
+}
+
+bool CReconstructCommand::mCreate(CVolumeFile& rFile, const std::string& strPath,
+                                  const VolumeForm& rForm, const std::string& strLabel)
+{
+    const double dPixel = m_aPlan.aAlignment.iBin * m_aStack.GetHeader().dPixel;
+    return mCheck(rFile.Create(strPath, rForm, m_aPlan.aSize, dPixel, strLabel), rFile);
+}
+
+/// For the volume that the server has now; where the form leaves the range open, it is the
+/// volume's.
+bool CReconstructCommand::mCreateNow(CVolumeFile& rFile, const std::string& strPath,
+                                     const std::string& strLabel)
+{
+    VolumeForm aForm = m_aForm;
+    if (aForm.NeedsRange())
+    {
+        CVolumeFile aNowhere;
+        aForm.eMode = EMrcMode::eFloat32;
+        if (!mCreate(aNowhere, "/dev/null", aForm, "") ||
+            !mCheck(m_aJob.Download(WriteTo(aNowhere)), m_aJob))
+            return false;
+        aForm.eMode = m_aForm.eMode;
+        aForm.aRange = {aNowhere.GetHeader().fMin, aNowhere.GetHeader().fMax};
+    }
+    return mCreate(rFile, strPath, aForm, strLabel);
 }
 
 bool CReconstructCommand::mCreateOutput(int iIterations)
 {
-    const JobSize& rSize = m_aPlan.aSize;
-    return mCheck(m_aOutput.Create(m_strOutput, rSize.iVolX, rSize.iProjY, rSize.iVolZ,
-                                   m_aPlan.aAlignment.iBin * m_aStack.GetHeader().dPixel, true,
-                                   "Talven: " + m_aPlan.DescribeMethod(iIterations)),
-                  m_aOutput);
+    return mCreateNow(m_aOutput, m_strOutput, "Talven: " + m_aPlan.DescribeMethod(iIterations));
 }
 
 /// The volume as it is now, under the name of the output.
@@ -163,6 +200,30 @@ bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& 
     return mFail(Format("%s is %d x %d x %d, the volume is %d x %d x %d", strPath.c_str(),
                         rHeader.iX, rHeader.iY, rHeader.iZ, rSize.iVolX, rSize.iProjY,
                         rSize.iVolZ));
+}
+
+/// The same of every second view, and of the others.
+bool CReconstructCommand::mMakeHalves()
+{
+    const ImageSource Initial = m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial);
+    const int iIterations = mGetIterations();
+    for (const int iHalf : {1, 0})
+    {
+        std::filesystem::path aPath = m_strOutput;
+        aPath.replace_filename(aPath.stem().string() + (iHalf == 1 ? "_even" : "_odd") +
+                               aPath.extension().string());
+        ReconPlan aHalf;
+        CVolumeFile aFile;
+        if (!MakeHalfPlan(m_aRequest, m_aPlan, iHalf, iIterations, aHalf, m_strError) ||
+            !mCheck(m_aJob.Restart(aHalf, Initial) && m_aJob.Run(), m_aJob) ||
+            !mCreateNow(aFile, aPath,
+                        "Talven: " + aHalf.DescribeMethod() +
+                            (iHalf == 1 ? ", even views" : ", odd views")) ||
+            !mCheck(m_aJob.Download(WriteTo(aFile)), m_aJob) || !mCheck(aFile.Finish(), aFile))
+            return false;
+        m_aReport.PrintLine(aPath.string() + Format(": %zu views", aHalf.viViews.size()));
+    }
+    return true;
 }
 
 std::string CReconstructCommand::mDescribe() const

@@ -20,4 +20,10 @@ ImageSink WriteTo(CMrcWriter& rFile)
     { return rFile.WriteSection(fPixels) || Fail(rError, rFile.GetError()); };
 }
 
+ImageSink WriteTo(CVolumeFile& rFile)
+{
+    return [&rFile](int iZ, std::span<const float> fSlice, std::string& rError)
+    { return rFile.WriteSlice(iZ, fSlice) || Fail(rError, rFile.GetError()); };
+}
+
 }  // namespace talven

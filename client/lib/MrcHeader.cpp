@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <sstream>
 
 #include "talven/Text.h"
 
@@ -133,12 +134,13 @@ std::array<std::byte, MrcHeader::m_tBytes> MrcHeader::Format() const
     std::memcpy(aBytes.data() + 4 * 52, "MAP ", 4);  // MAP
     const bool bLittleHere = std::endian::native == std::endian::little;
     std::memset(aBytes.data() + 4 * 53, bLittleHere ? 0x44 : 0x11, 2);  // MACHST
-    if (!strLabel.empty())
+    std::istringstream aLabels(strLabel);
+    std::string strLine;
+    for (int i = 0; i < 10 && std::getline(aLabels, strLine); ++i)
     {
-        SetInt(55, 1);                                        // NLABL
-        std::memset(aBytes.data() + 4 * 56, ' ', 80);         // LABEL
-        std::memcpy(aBytes.data() + 4 * 56, strLabel.data(),  // LABEL
-                    std::min<std::size_t>(strLabel.size(), 80));
+        strLine.resize(80, ' ');
+        std::memcpy(aBytes.data() + 4 * 56 + 80 * i, strLine.data(), 80);  // LABEL
+        SetInt(55, i + 1);                                                 // NLABL
     }
     return aBytes;
 }

@@ -9,6 +9,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "Half.h"
+
 namespace talven
 {
 namespace
@@ -35,19 +37,6 @@ void ConvertAll(const std::byte* pcStored, bool bSwap, std::span<float> fPixels,
         std::memcpy(&tValue, pcStored + i * sizeof(T), sizeof(T));
         fPixels[i] = Convert(bSwap ? Swapped(tValue) : tValue);
     }
-}
-
-/// A 16-bit IEEE float as a float.
-float HalfToFloat(std::uint16_t usHalf)
-{
-    const std::uint32_t uiSign = std::uint32_t(usHalf & 0x8000) << 16;
-    const int iExponent = (usHalf >> 10) & 31;
-    const std::uint32_t uiMantissa = usHalf & 0x3FF;
-    if (iExponent == 0)  // zero and denormals: mantissa * 2^-24
-        return std::bit_cast<float>(
-            std::bit_cast<std::uint32_t>(static_cast<float>(uiMantissa) * 0x1p-24f) | uiSign);
-    const std::uint32_t uiExponent = iExponent == 31 ? 255 : std::uint32_t(iExponent - 15 + 127);
-    return std::bit_cast<float>(uiSign | (uiExponent << 23) | (uiMantissa << 13));
 }
 
 }  // namespace

@@ -144,6 +144,38 @@ bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
     return true;
 }
 
+bool MakeHalfPlan(const ReconRequest& rRequest, const ReconPlan& rPlan, int iHalf, int iIterations,
+                  ReconPlan& rHalf, std::string& rError)
+{
+    if (rPlan.viViews.size() < 2) return Fail(rError, "halves: one view cannot be divided");
+    if (!rRequest.vuiSubsetSizes.empty())
+        return Fail(rError, "halves: give --subsets, not sizes that add up to all views");
+    std::vector<std::uint32_t> vuiByAngle(rPlan.viViews.size()), vuiTaken;
+    std::iota(vuiByAngle.begin(), vuiByAngle.end(), 0u);
+    std::stable_sort(vuiByAngle.begin(), vuiByAngle.end(),
+                     [&rPlan](std::uint32_t a, std::uint32_t b)
+                     { return rPlan.vfAngles[a] < rPlan.vfAngles[b]; });
+    for (auto i = std::size_t(iHalf); i < vuiByAngle.size(); i += 2)
+        vuiTaken.push_back(vuiByAngle[i]);
+    std::sort(vuiTaken.begin(), vuiTaken.end());
+
+    rHalf = rPlan;
+    rHalf.viViews.clear();
+    rHalf.vfAngles.clear();
+    for (const std::uint32_t n : vuiTaken)
+    {
+        rHalf.viViews.push_back(rPlan.viViews[n]);
+        rHalf.vfAngles.push_back(rPlan.vfAngles[n]);
+    }
+    rHalf.dStopGain = rHalf.iCheckpoint = 0;
+    ReconRequest aRequest = rRequest;
+    aRequest.iSubsets = std::min((rRequest.iSubsets + 1) / 2, static_cast<int>(vuiTaken.size()));
+    if (!ChooseMethod(aRequest, rHalf, rError)) return false;
+    if (iIterations > 0) rHalf.aOptions = rHalf.GetIterations(0, iIterations);
+    for (std::uint32_t& rn : rHalf.vuiOrder) rn = vuiTaken[rn];
+    return true;
+}
+
 ReconOptions ReconPlan::GetIterations(int iFirst, int iCount) const
 {
     ReconOptions aSome = aOptions;

@@ -19,6 +19,20 @@ bool CReconstruction::Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
            (!rInitial || mUpload(EImages::eSlices, rSize.iVolZ, aSlice.GetPixels(), rInitial));
 }
 
+bool CReconstruction::Restart(const ReconPlan& rPlan, const ImageSource& rInitial)
+{
+    m_aPlan = rPlan;
+    CSession& rSession = mGetSession();
+    const JobSize& rSize = rPlan.aSize;
+    // A volume of another number of voxels is empty.
+    return mServer(rSession.SetVolumeSize(rSize.GetVoxels() == 1 ? 2 : 1, 1, 1) &&
+                   rSession.SetVolumeSize(rSize.iVolX, rSize.iProjY, rSize.iVolZ) &&
+                   rSession.SelectProjections(rPlan.vuiOrder) &&
+                   rSession.SetReconOptions(rPlan.aOptions)) &&
+           (!rInitial || mUpload(EImages::eSlices, rSize.iVolZ,
+                                 ImageSize{rSize.iVolX, rSize.iProjY}.GetPixels(), rInitial));
+}
+
 /// The volume before any data: a server that lacks the memory says so before the long transfer.
 bool CReconstruction::mSendPlan()
 {

@@ -2,6 +2,7 @@
 """Weighted back projection beside one in numpy.   usage: weighted.py TALVEN"""
 
 import json
+import os
 import subprocess
 import sys
 import tempfile
@@ -103,8 +104,11 @@ def main():
     return 0 if good else 1
 
 
-if __name__ == "__main__":
+def main_in_folder(run_all):
     with tempfile.TemporaryDirectory() as folder:
-        import os
         os.chdir(folder)
-        sys.exit(main())
+        return run_all()
+
+
+if __name__ == "__main__":
+    sys.exit(main_in_folder(main))

@@ -5,6 +5,7 @@
 #include "talven/MrcReader.h"
 #include "talven/MrcWriter.h"
 #include "talven/ServerJob.h"
+#include "talven/VolumeFile.h"
 
 namespace talven
 {
@@ -14,5 +15,7 @@ namespace talven
 ImageSource ReadFrom(CMrcReader& rFile, std::span<const int> iSections = {});
 /// A file that takes the images of a job as its next sections. Borrowed.
 ImageSink WriteTo(CMrcWriter& rFile);
+/// A volume in its form that takes slices. Borrowed.
+ImageSink WriteTo(CVolumeFile& rFile);
 
 }  // namespace talven

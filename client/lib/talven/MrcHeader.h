@@ -33,7 +33,7 @@ struct MrcHeader
     std::uint64_t ulExtended = 0;  ///< bytes of the extended header
     double dPixel = 0;             ///< Angstrom per pixel along X, 0: not stated
     float fMin = 0, fMax = 0, fMean = 0, fRms = 0;
-    std::string strLabel;  ///< the first label when written
+    std::string strLabel;  ///< when written: a label a line, at most 10 of 80 characters
 
     std::uint64_t GetSectionPixels() const { return std::uint64_t(iX) * std::uint64_t(iY); }
     std::uint64_t GetDataOffset() const { return m_tBytes + ulExtended; }

@@ -68,4 +68,11 @@ struct ReconPlan
                                  std::span<const float> fAngles, ReconPlan& rPlan,
                                  std::string& rError);
 
+/// The plan for every second view of another plan, in the order of their angles, on that plan's
+/// stack: the volumes of two halves have no noise in common.
+/// \param iHalf        0: the odd ones, the first, the third...; 1: the even ones
+/// \param iIterations  that were run for the whole
+[[nodiscard]] bool MakeHalfPlan(const ReconRequest& rRequest, const ReconPlan& rPlan, int iHalf,
+                                int iIterations, ReconPlan& rHalf, std::string& rError);
+
 }  // namespace talven

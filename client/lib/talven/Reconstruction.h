@@ -20,6 +20,9 @@ public:
     /// \param rInitial  gives the slices of the volume to start from; null: zeros
     [[nodiscard]] bool Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
                               const ImageSource& rInitial = nullptr);
+    /// Makes ready for another plan on the same stack, from an empty volume or another one.
+    [[nodiscard]] bool Restart(const ReconPlan& rPlan, const ImageSource& rInitial = nullptr);
+
     /// Called at checkpoints with the iterations done; false ends the run, rError says why.
     using Checkpoint = std::function<bool(int iIterations, std::string& rError)>;
 
