@@ -215,8 +215,10 @@ bool CReconstructCommand::mMakeHalves()
         ReconPlan aHalf;
         CVolumeFile aFile;
         if (!MakeHalfPlan(m_aRequest, m_aPlan, iHalf, iIterations, aHalf, m_strError) ||
-            !mCheck(m_aJob.Restart(aHalf, Initial) && m_aJob.Run(), m_aJob) ||
-            !mCreateNow(aFile, aPath,
+            !mCheck(m_aJob.Restart(aHalf, Initial) && m_aJob.Run(), m_aJob))
+            return false;
+        if (m_aReport.IsEnough()) return mFail("interrupted: the volume of all views is complete");
+        if (!mCreateNow(aFile, aPath,
                         "Talven: " + aHalf.DescribeMethod() +
                             (iHalf == 1 ? ", even views" : ", odd views")) ||
             !mCheck(m_aJob.Download(WriteTo(aFile)), m_aJob) || !mCheck(aFile.Finish(), aFile))
