@@ -15,7 +15,6 @@
 #include "fuzz/Target.h"
 #include "server/Data/ByteOrder.h"
 #include "server/Data/Continuation.h"
-#include "server/Data/Recon/VolData.h"
 #include "server/Data/RemotePacket.h"
 
 namespace
@@ -41,7 +40,8 @@ struct PacketRun
     CRemotePacket aPacket = {};
     Fields auiFields = {};  // what the packet must hold
     Bytes vData = {};
-    Bytes vOutput = {};  // what the peer must get
+    std::uint32_t uiChain = 0;  // serial of the last packet of a continued message
+    Bytes vOutput = {};         // what the peer must get
 
     std::optional<Span> Take(std::size_t tBytes)
     {
@@ -56,7 +56,6 @@ struct PacketRun
     void Echo();
 };
 
-/// Slices go straight into the volume, other data into the packet.
 bool PacketRun::Receive(std::uint8_t uiCommand)
 {
     constexpr std::uint32_t auiCeilings[] = {CRemotePacket::GetMaxBytes(), 0, 7, 65536};
@@ -66,35 +65,26 @@ bool PacketRun::Receive(std::uint8_t uiCommand)
     std::memcpy(auiFields.data(), SwappedUnits(*aHeader, 4).data(), sizeof auiFields);
     for (int n = 0; n < 16; ++n)
         Expect(aPacket.GetNthField(n) == auiFields[std::size_t(n)], "fields as sent");
-    const bool bSlice = auiFields[0] == CMsgConst::VOLSET;
-    const std::uint32_t uiKept = bSlice ? 0 : auiCeilings[uiCommand & 3];
-    const auto Nothing = [](const CRemotePacket&, std::string&) { return true; };
-    const CRequestPlan aPlan =
-        bSlice ? CVolData::GetInstance()->HandleVolSet(aPacket) : CRequestPlan(Nothing, uiKept);
+    const std::uint32_t uiKept = auiCeilings[uiCommand & 3];
     const auto aData = Take(auiFields[3]);
-    Expect(aPacket.RecvData(aPlan) == aData.has_value(), "data is there or not");
+    Expect(aPacket.RecvData(uiKept) == aData.has_value(), "data is there or not");
     if (!aData) return false;
     const Span aKept = aData->first(std::min(auiFields[3], uiKept));
     vData.assign(aKept.begin(), aKept.end());
-    std::string strReason;
-    if (!bSlice)
-        Expect(aPacket.GetDataBytes() == vData.size(), "length of the data");
-    else if (aPlan.DoIt(aPacket, strReason))
-        Expect(std::ranges::equal(SwappedUnits(*aData, 4), aPlan.GetTarget()[0]), "a slice");
+    Expect(aPacket.GetDataBytes() == vData.size(), "length of the data");
     return true;
 }
 
 void PacketRun::Use(std::uint8_t uiCommand)
 {
+    const bool bContinues = auiFields[0] == CMsgConst::CONTINUATION;
+    if (!bContinues || auiFields[4] == uiChain) uiChain = auiFields[1];
+    const bool bBelongs = auiFields[4] == uiChain || auiFields[1] == uiChain;
     for (CContinuation* pTracker : {CContinuation::GetClient(), CContinuation::GetServer()})
     {
         pTracker->Process(&aPacket);
-        Expect(auiFields[0] == CMsgConst::CONTINUATION || pTracker->IsCont(&aPacket),
-               "a chain holds its main packet");
+        Expect(pTracker->IsCont(&aPacket) == bBelongs, "a chain holds what belongs to it");
     }
-    std::string strReason;
-    if (auiFields[0] == CMsgConst::VOLSIZE)
-        static_cast<void>(CVolData::GetInstance()->HandleVolSize(aPacket).DoIt(aPacket, strReason));
     if ((uiCommand & 4) != 0) CheckAccess();
     if ((uiCommand & 32) != 0) Echo();
     if (auiFields[0] == CMsgConst::BYTEORDER || (uiCommand & 64) != 0)
@@ -163,6 +153,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pucData, std::size_t t
     CByteOrder::DeleteInstance();
     CContinuation::DeleteClient();
     CContinuation::DeleteServer();
-    CVolData::DeleteInstance();
     return 0;
 }

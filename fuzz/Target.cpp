@@ -1,5 +1,7 @@
 #include "fuzz/Target.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,12 +24,11 @@ const char* TakeConsole()
 {
     unsetenv("HOME");
     if (std::getenv("TALVEN_FUZZ_VERBOSE") != nullptr) return "";
-    char acName[] = "/tmp/talven-fuzz-XXXXXX";
-    const int iFile = mkstemp(acName);
-    Expect(iFile != -1 && std::freopen(acName, "a", stdout) != nullptr, "a file for output");
+    const int iFile = memfd_create("console", MFD_CLOEXEC);
+    fcntl(iFile, F_SETFL, O_APPEND);
+    Expect(dup2(iFile, STDOUT_FILENO) == STDOUT_FILENO, "a file for output");
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     close(iFile);
-    unlink(acName);
     return "/proc/self/fd/1";
 }
 

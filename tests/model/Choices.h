@@ -7,20 +7,15 @@
 #include <span>
 #include <vector>
 
-/// Where the decisions of a session come from: a seed, or the bytes of a fuzz input. The same seed
-/// or bytes give the same session with any library.
+/// Where the decisions of a session come from: bytes that a seed or a fuzzer makes. The same bytes
+/// give the same session with any library.
 class CChoices
 {
 public:
-    CChoices(std::uint64_t ulSeed, std::uint64_t ulSession)
-    {
-        std::seed_seq aSeed{ulSeed, ulSeed >> 32, ulSession, ulSession >> 32};
-        m_aEngine.seed(aSeed);
-    }
-    explicit CChoices(std::span<const std::uint8_t> ucBytes) : m_ucBytes(ucBytes), m_bBytes(true) {}
+    explicit CChoices(std::span<const std::uint8_t> ucBytes) : m_ucBytes(ucBytes) {}
 
     /// True when the bytes are used up: all that is drawn then is the first of its range.
-    bool IsOver() const { return m_bBytes && m_ucBytes.empty(); }
+    bool IsOver() const { return m_ucBytes.empty(); }
 
     /// Both ends included.
     int Int(int iFirst, int iLast)
@@ -57,7 +52,6 @@ public:
 private:
     std::uint64_t mDraw(std::uint64_t ulBelow)
     {
-        if (!m_bBytes) return m_aEngine() % ulBelow;
         std::uint64_t ulValue = 0;
         for (std::uint64_t ulLeft = ulBelow - 1; ulLeft > 0 && !m_ucBytes.empty(); ulLeft >>= 8)
         {
@@ -67,7 +61,5 @@ private:
         return ulValue % ulBelow;
     }
 
-    std::mt19937_64 m_aEngine;
     std::span<const std::uint8_t> m_ucBytes;
-    bool m_bBytes = false;
 };

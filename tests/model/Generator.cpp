@@ -1,7 +1,7 @@
 #include "tests/model/Generator.h"
 
 #include <algorithm>
-#include <limits>
+#include <cmath>
 
 namespace
 {
@@ -23,8 +23,7 @@ Request CGenerator::Next()
     const Planned aNext = m_vPlan.front();
     m_vPlan.pop_front();
     Request aRequest = mMake(aNext.uiType, aNext.iIndex);
-    const bool bImage = aNext.iIndex >= 0;
-    if (m_r.Chance(bImage ? 4 : 14))
+    if (m_r.Chance(aNext.iIndex >= 0 ? 4 : 16))
     {
         Request aSpoilt = aRequest;
         mSpoil(aSpoilt);
@@ -58,10 +57,9 @@ void CGenerator::mPlanImages(const Request& rSize)
     if (rSize.uiType != Msg::eProjSize && rSize.uiType != Msg::eVolSize &&
         rSize.uiType != Msg::eMProjSize)
         return;
-    const std::uint32_t uiSet = rSize.uiType == Msg::eMProjSize ? Msg::eMProjSet : rSize.uiType - 1;
     const int iPercent = m_r.Pick({100, 100, 100, 70, rSize.uiType == Msg::eVolSize ? 0 : 100});
     for (std::uint32_t n = rSize.Field(6), uiEnd = std::max(n, 20U) - 20; n-- > uiEnd;)
-        if (iPercent == 100 || m_r.Chance(iPercent)) m_vPlan.push_front({uiSet, int(n)});
+        if (iPercent == 100 || m_r.Chance(iPercent)) m_vPlan.push_front({rSize.uiType - 1, int(n)});
 }
 
 /// The message that a job needs first, 0 when it may go as it is. One that nothing can make small
@@ -92,30 +90,18 @@ std::uint32_t CGenerator::mFindRemedy(std::uint32_t& rType)
 std::uint32_t CGenerator::mStrangeWord(std::uint32_t uiWord)
 {
     const Model& m = m_rModel;
-    constexpr float fInfinity = std::numeric_limits<float>::infinity();
-    if (m_r.Chance(50))
+    switch (m_r.Int(0, 3))
+    {
+    case 0:
+        return Bits(m_r.Pick({NAN, HUGE_VALF, -HUGE_VALF, 3e38f, 1e38f, -1e30f, -1.0000001e15f,
+                              -9.999999e14f, 1e-40f}));
+    case 1:
+        return m_r.Pick({0u, 1u, 255u, 256u, 0x8000u, 0x10000u, 0x20001u, 0x7fffffffu, 0x80000000u,
+                         0xfffffffeu, 0xffffffffu});
+    default:
         return m_r.Pick({uiWord + 1, uiWord + 2, uiWord - 1, std::uint32_t(m.aStack.iN),
                          std::uint32_t(m.aVolume.iN), std::uint32_t(m.vvfStat.size())});
-    return m_r.Pick({0u,
-                     1u,
-                     255u,
-                     256u,
-                     0x8000u,
-                     0x10000u,
-                     0x20001u,
-                     0x7fffffffu,
-                     0x80000000u,
-                     0xfffffffeu,
-                     0xffffffffu,
-                     Bits(NAN),
-                     Bits(fInfinity),
-                     Bits(-fInfinity),
-                     Bits(3e38f),
-                     Bits(1e38f),
-                     Bits(-1e30f),
-                     Bits(-1.0000001e15f),
-                     Bits(-9.999999e14f),
-                     Bits(1e-40f)});
+    }
 }
 
 void CGenerator::mSpoil(Request& r)

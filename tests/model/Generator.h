@@ -35,7 +35,6 @@ private:
     std::uint32_t mStrangeWord(std::uint32_t uiWord);
 
     // Requests.cpp: requests that make sense
-    void mPoison(std::vector<float>& rValues);  ///< now and then, one that no job can use
     Request mMake(std::uint32_t uiType, int n);
     Request mImage(std::uint32_t uiType, int n);
     /// Of one of so many, as a word.

@@ -95,13 +95,11 @@ TestJob Model::MakeJob(bool bReproject) const
     aJob.aBox = aBox;
     if (!aBox && (bReproject || eMethod != EMethod::eBackProj))  // the volume is the box
         aJob.aBox = {{0, 0}, {float(aVolume.iX) / 2, float(aVolume.iN) / 2}};
-    if (bReproject || eMethod == EMethod::eBackProj) return aJob;
     aJob.iIterations = int(uiIterations);
     aJob.uiSets = uiSets;
-    for (const std::uint32_t uiSize : vuiSetSize)  // what goes beyond the list is cut off
-        aJob.vuiSetSize.push_back(std::min(uiSize, std::uint32_t(vuiList.size())));
+    aJob.vuiSetSize = vuiSetSize;
     aJob.vfRelax = vfRelax;
-    aJob.uiInterval = std::min(uiInterval, uiIterations + 1);
+    aJob.uiInterval = uiInterval;
     aJob.aiKernel = {aKernel.iX, aKernel.iY, aKernel.iN};
     aJob.vfKernel = aKernel.vf;
     return aJob;

@@ -232,7 +232,6 @@ bool Model::mAlign(const Request& r, Expected& rExpected)
                 std::ranges::all_of(afScale, IsFinite);
     }
     if (r.uiType < Msg::eCompare) return bDone;
-    auiSums.emplace().fill(0);
     for (int n = 6; n <= (bDone ? 6 : 15); ++n) rExpected.vFields.emplace_back(n, 0);
     return bDone;
 }

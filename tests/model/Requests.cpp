@@ -22,6 +22,7 @@ std::uint32_t CGenerator::mIndex(std::size_t tCount)
 /// \param n  of an image, -1: any
 Request CGenerator::mMake(std::uint32_t uiType, int n)
 {
+    if (uiType >= Msg::eTransform && uiType <= Msg::eComparel) return mAlign(uiType);
     switch (uiType)
     {
     case Msg::eByteOrder:
@@ -45,10 +46,9 @@ Request CGenerator::mMake(std::uint32_t uiType, int n)
     case Msg::eVolSize:
         return mVolSize();
     case Msg::eMProjSize:
-    {
-        const int iX = m_r.Magnitude(1, m_iLargest + m_iLargest / 4), iY = m_r.Magnitude(1, 30);
-        return {uiType, {Word(iX), Word(iY), Word(m_r.Int(1, 3))}};
-    }
+        return {uiType,
+                {Word(m_r.Magnitude(1, 5 * m_iLargest / 4)), Word(m_r.Magnitude(1, 30)),
+                 Word(m_r.Int(1, 3))}};
     case Msg::eSetOp:
         return mSetOp();
     case Msg::eReconOpt:
@@ -57,21 +57,9 @@ Request CGenerator::mMake(std::uint32_t uiType, int n)
         return mWeightOpt();
     case Msg::eSmoothOpt:
         return mSmoothOpt();
-    case Msg::eTransform:
-    case Msg::eTransforml:
-    case Msg::eCompare:
-    case Msg::eComparel:
-        return mAlign(uiType);
     default:
         return {uiType};
     }
-}
-
-void CGenerator::mPoison(std::vector<float>& rValues)
-{
-    if (rValues.empty() || !m_r.Chance(5)) return;
-    rValues[std::size_t(m_r.Int(0, int(rValues.size()) - 1))] =
-        m_r.Pick({NAN, HUGE_VALF, -HUGE_VALF, 1e38f});
 }
 
 Request CGenerator::mProjSize()
@@ -81,15 +69,12 @@ Request CGenerator::mProjSize()
     Request aRequest = {Msg::eProjSize, {Word(iX), Word(iY), Word(iN)}};
     // No ray through a corner of a box, where its length is a matter of rounding.
     const bool bSpecial = m_r.Chance(10);
-    std::vector<float> vfAngles;
     for (int n = 0; n < iN; ++n)
     {
         float fAngle = 0.5f * float(m_r.Int(-127, 128)) + 0.25f;
         if (bSpecial) fAngle = m_r.Pick({-120.f, -89.5f, 0.f, 44.5f, 90.f, 100.5f, 165.25f});
-        vfAngles.push_back(fAngle);
+        Append({fAngle, 2.5f}, aRequest.vuiData);
     }
-    mPoison(vfAngles);
-    for (const float fAngle : vfAngles) Append({fAngle, 2.5f}, aRequest.vuiData);
     return aRequest;
 }
 
@@ -144,9 +129,7 @@ Request CGenerator::mReconOpt()
     Request aRequest = {Msg::eReconOpt, {uiMethod, Word(iIterations), Word(iSets), 0, 1}};
     for (int s = 0; s < iSets; ++s) aRequest.vuiData.push_back(Word(m_r.Int(1, 6)));
     if (m_r.Chance(5)) aRequest.vuiData.back() = 0xffffffff;
-    std::vector<float> vfRelax = m_r.Reals(std::size_t(iIterations * iSets), 0.1f, 1.1f);
-    mPoison(vfRelax);
-    Append(vfRelax, aRequest.vuiData);
+    Append(m_r.Reals(std::size_t(iIterations * iSets), 0.1f, 1.1f), aRequest.vuiData);
     return aRequest;
 }
 
@@ -156,9 +139,7 @@ Request CGenerator::mWeightOpt()
     const std::uint32_t uiFirst = m_r.Pick({0u, 1u, 2u});
     Request aRequest = {Msg::eWeightOpt, {uiFirst, uiFirst == 0 ? 1u : m_r.Pick({0u, 1u})}};
     const float fHalf = m_r.Chance(20) ? 5000 : m_r.Real(1, 40);
-    std::vector<float> vfBox = {m_r.Real(-5, 5), m_r.Real(-3, 3), fHalf, m_r.Real(1, 15)};
-    mPoison(vfBox);
-    Append(vfBox, aRequest.vuiFields);
+    Append({m_r.Real(-5, 5), m_r.Real(-3, 3), fHalf, m_r.Real(1, 15)}, aRequest.vuiFields);
     return aRequest;
 }
 
@@ -176,7 +157,6 @@ Request CGenerator::mSmoothOpt()
     if (m_r.Chance(50)) vfKernel = m_r.Reals(vfKernel.size(), 0, 1);  // is no product
     const float fSum = std::accumulate(vfKernel.begin(), vfKernel.end(), 1e-3f);
     for (float& rfValue : vfKernel) rfValue /= fSum;
-    mPoison(vfKernel);
     Append(vfKernel, aRequest.vuiData);
     return aRequest;
 }
@@ -193,14 +173,11 @@ Request CGenerator::mAlign(std::uint32_t uiType)
     if (m_r.Chance(5)) vf.back() = HUGE_VALF;
     if (bLog) vf.insert(vf.end(), {m_r.Real(0.5f, 1.5f), m_r.Real(0.5f, 1.5f), m_r.Real(3, 9)});
     if (bLog && m_r.Chance(5)) vf[9] = -HUGE_VALF;
-    Request aRequest = {uiType};
-    for (const int iCount : {m_rModel.aMeasured.iN, m_rModel.aStack.iN})
-        aRequest.vuiFields.push_back(mIndex(std::size_t(iCount)));
+    Words vuiWords = {mIndex(std::size_t(m_rModel.aMeasured.iN)),
+                      mIndex(std::size_t(m_rModel.aStack.iN))};
     if (uiType >= Msg::eCompare)
-        aRequest.vuiFields.insert(aRequest.vuiFields.end(), {m_r.Word(), 3});  // all rows count
-    Append(vf, aRequest.vuiFields);  // words 4 to 15, the rest is data
-    if (aRequest.vuiFields.size() <= 12) return aRequest;
-    aRequest.vuiData.assign(aRequest.vuiFields.begin() + 12, aRequest.vuiFields.end());
-    aRequest.vuiFields.resize(12);
-    return aRequest;
+        vuiWords.insert(vuiWords.end(), {m_r.Word(), 3});  // all rows count
+    Append(vf, vuiWords);
+    const auto pData = vuiWords.begin() + std::min<std::ptrdiff_t>(12, std::ssize(vuiWords));
+    return {uiType, {vuiWords.begin(), pData}, {pData, vuiWords.end()}};
 }

@@ -83,14 +83,14 @@ bool CSession::mCheckReply(Pending& rPending)
     if (!strFault.empty())
         return mWrong(::ToText(rPending.aRequest) + ": " + strFault + '\n' + mTakeOutput());
     m_uiServerSerial = m_aReply.Field(1);
+    if (rExpected.pKind->uiReply == Msg::eCompReply || rPending.aRequest.uiType == Msg::eCompReply)
+        std::copy_n(&m_aReply.auiFields[7], 8, m_rModel.auiSums.emplace().begin());
     if (!rExpected.bDone)
     {
         ++m_rCounts.lRefused;
         m_strRefused += std::string("Error: ") + rExpected.pKind->pcName + ": \n";
         return true;
     }
-    if (rPending.aRequest.uiType == Msg::eCompReply)
-        std::copy_n(&m_aReply.auiFields[7], 8, m_rModel.auiSums.emplace().begin());
     if (!rPending.fTarget.empty())
         std::memcpy(rPending.fTarget.data(), m_aReply.vuiData.data(),
                     rPending.fTarget.size_bytes());

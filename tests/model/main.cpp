@@ -1,11 +1,14 @@
 // Drawn sessions with the real server, one after the other: every reply and every number is
 // checked.
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <random>
+#include <stdexcept>
 
 #include "tests/model/Session.h"
 #include "tests/wire/ServerProcess.h"
@@ -14,11 +17,10 @@ namespace
 {
 using Clock = std::chrono::steady_clock;
 
-/// What the command line asks for.
-struct Options
+void Expect(bool bTrue, const std::string& strWrong)
 {
-    std::uint64_t ulSeconds = 1800, ulSeed = 1, ulFirst = 0, ulSessions = UINT32_MAX;
-};
+    if (!bTrue) throw std::runtime_error(strWrong);
+}
 
 /// What the server takes while it serves a client that has nothing in it.
 struct Vitals
@@ -26,70 +28,65 @@ struct Vitals
     long lMemory = 0, lThreads = 0, lDescriptors = 0;  // memory in KiB
 };
 
-/// \return what is wrong, empty when nothing is
-std::string Probe(const CServerProcess& rServer, Vitals& rVitals)
+Vitals Probe(const CServerProcess& rServer)
 {
     CRawClient aClient(rServer.GetPort());
-    if (aClient.Ask({Msg::eServerProp}) != 0) return "the server does not answer";
+    Expect(aClient.Ask({Msg::eServerProp}) == 0, "the server does not answer");
     const std::string strProcess = "/proc/" + std::to_string(rServer.GetPid());
     const std::string strStatus = ReadText(strProcess + "/status");
     const auto Find = [&](const char* pcKey)
     { return std::atol(&strStatus[strStatus.find(pcKey) + std::strlen(pcKey)]); };
-    rVitals = {Find("VmRSS:"), Find("Threads:"),
-               std::distance(std::filesystem::directory_iterator(strProcess + "/fd"), {})};
+    const std::filesystem::directory_iterator aOpen(strProcess + "/fd");
+    const Vitals aVitals = {Find("VmRSS:"), Find("Threads:"), std::distance(aOpen, {})};
     aClient.Send({Msg::eQuit});
-    return aClient.IsClosedByPeer() ? "" : "the server does not let a client go";
+    Expect(aClient.IsClosedByPeer(), "the server does not let a client go");
+    return aVitals;
 }
 
-std::string RunSession(const CServerProcess& rServer, std::uint64_t ulSeed, std::uint64_t ulSession,
-                       Counts& rCounts)
+void RunSession(const CServerProcess& rServer, std::uint64_t ulSeed, std::uint64_t ulSession,
+                Counts& rCounts)
 {
-    CChoices aChoices(ulSeed, ulSession);
+    std::mt19937_64 aRandom(ulSeed << 32 ^ ulSession);
+    std::vector<std::uint8_t> vucBytes(1 << 16);  // more than a session takes
+    for (std::uint8_t& rucByte : vucBytes) rucByte = std::uint8_t(aRandom() >> 56);
+    CChoices aChoices(vucBytes);
     Model aModel;
     CRawClient aClient(rServer.GetPort());
-    CSession aSession(aClient, aChoices, aModel, rCounts, rServer.GetHome() / "output.txt", 48,
-                      1e7);
-    if (aSession.Run()) return {};
-    return "SEED " + std::to_string(ulSeed) + " FIRST " + std::to_string(ulSession) + ": " +
-           aSession.GetError();
+    const auto aOutput = rServer.GetHome() / "output.txt";
+    CSession aSession(aClient, aChoices, aModel, rCounts, aOutput, 48, 1e7);
+    const bool bDone = aSession.Run();
+    const std::string strWhich =
+        "SEED " + std::to_string(ulSeed) + " FIRST " + std::to_string(ulSession) + ": ";
+    Expect(bDone, strWhich + aSession.GetError());
+    Expect(rCounts.lBeyond <= 1 + rCounts.lResults / 20000,
+           strWhich + "too many iterations end beyond the tolerance");
 }
 
-std::string RunSessions(const CServerProcess& rServer, const Options& rOptions)
+void RunSessions(const CServerProcess& rServer, Clock::time_point aEnd, std::uint64_t ulSeed,
+                 std::uint64_t ulFirst, std::uint64_t ulSessions)
 {
-    const auto aEnd = Clock::now() + std::chrono::seconds(rOptions.ulSeconds);
     Counts aCounts;
-    Vitals aFirst, aLater, aLast;
-    std::string strWrong = Probe(rServer, aFirst);  // opens what stays open
-    if (strWrong.empty()) strWrong = Probe(rServer, aFirst);
+    Vitals aEarly;  // after up to 100 sessions
     std::uint64_t ul = 0;
-    for (; ul < rOptions.ulSessions && Clock::now() < aEnd && strWrong.empty(); ++ul)
+    for (; ul < ulSessions && Clock::now() < aEnd; ++ul)
     {
-        strWrong = RunSession(rServer, rOptions.ulSeed, rOptions.ulFirst + ul, aCounts);
-        if (strWrong.empty() && ul < 100) strWrong = Probe(rServer, aLater);
+        RunSession(rServer, ulSeed, ulFirst + ul, aCounts);
+        if (ul < 100) aEarly = Probe(rServer);
     }
-    if (strWrong.empty()) strWrong = Probe(rServer, aLast);
-    std::printf(
-        "%llu sessions, %ld requests, %ld refused, %ld results, %ld beyond the tolerance\n"
-        "%ld KiB, after 100 sessions %ld\n",
-        static_cast<unsigned long long>(ul), aCounts.lRequests, aCounts.lRefused, aCounts.lResults,
-        aCounts.lBeyond, aLast.lMemory, aLater.lMemory);
-    if (!strWrong.empty()) return strWrong;
-    if (aLast.lDescriptors != aFirst.lDescriptors) return "descriptors have leaked";
-    if (aLast.lThreads != aFirst.lThreads) return "threads have leaked";
-    if (aLast.lMemory > aLater.lMemory + 16384) return "the server's memory grows";
-    if (aCounts.lBeyond > 1 + aCounts.lResults / 20000)
-        return "too many iterations end beyond the tolerance";
-    return {};
+    const Vitals aLast = Probe(rServer);
+    std::printf("%lu sessions, %ld requests, %ld refused, %ld results, %ld beyond the tolerance\n",
+                ul, aCounts.lRequests, aCounts.lRefused, aCounts.lResults, aCounts.lBeyond);
+    Expect(aLast.lDescriptors == aEarly.lDescriptors, "descriptors have leaked");
+    Expect(aLast.lThreads == aEarly.lThreads, "threads have leaked");
+    Expect(aLast.lMemory < aEarly.lMemory + 16384, "the server's memory grows");
 }
 }  // namespace
 
 int main(int iCount, char** ppcArguments)
 {
-    Options aOptions;
-    std::uint64_t* const apul[] = {&aOptions.ulSeconds, &aOptions.ulSeed, &aOptions.ulFirst,
-                                   &aOptions.ulSessions};
+    std::uint64_t aul[] = {1800, 1, 0, UINT32_MAX};  // seconds, seed, first session, sessions
     for (int i = 1; i < iCount; ++i)
-        if (i > 4 || std::sscanf(ppcArguments[i], "%lu", apul[i - 1]) != 1)
+        if (i > 4 || std::sscanf(ppcArguments[i], "%lu", &aul[i - 1]) != 1)
         {
             std::fputs("usage: talven-soak [SECONDS [SEED [FIRST [SESSIONS]]]]\n", stderr);
             return 2;
@@ -97,8 +94,14 @@ int main(int iCount, char** ppcArguments)
     CServerProcess aServer;
     // The allocator gives back what it can, so that memory that stays is a leak.
     aServer.Start({{"MALLOC_TRIM_THRESHOLD_", "131072"}, {"MALLOC_MMAP_THRESHOLD_", "131072"}});
-    const std::string strWrong = RunSessions(aServer, aOptions);
-    if (!aServer.IsRunning()) std::puts(aServer.GetOutput().c_str());  // its last words
-    std::puts(strWrong.empty() ? "all as expected" : ("FAILED: " + strWrong).c_str());
-    return strWrong.empty() ? 0 : 1;
+    try
+    {
+        RunSessions(aServer, Clock::now() + std::chrono::seconds(aul[0]), aul[1], aul[2], aul[3]);
+    }
+    catch (const std::exception& rWrong)
+    {
+        if (!aServer.IsRunning()) std::puts(aServer.GetOutput().c_str());  // its last words
+        std::printf("FAILED: %s\n", rWrong.what());
+        return 1;
+    }
 }

@@ -17,6 +17,22 @@ void StoreSlice(const Values& rSlice, std::vector<float>& rVolume, int iX, int i
         rVolume[(k / iX * iYs + iY) * iX + k % iX] = float(rSlice[k]);
 }
 
+/// The sets as list positions [first, end).
+std::vector<std::pair<int, int>> GetSets(const TestJob& rJob)
+{
+    const int iProjs = int(GetList(rJob).size()), iSets = int(rJob.uiSets);
+    std::vector<std::pair<int, int>> vSets;
+    for (int s = 0, iFirst = 0; s < iSets; ++s)
+    {
+        const int iSize = rJob.vuiSetSize.empty()
+                              ? iProjs / iSets + (s < iProjs % iSets)
+                              : int(std::min(rJob.vuiSetSize[s], unsigned(iProjs)));
+        vSets.emplace_back(std::min(iFirst, iProjs), std::min(iFirst + iSize, iProjs));
+        iFirst += iSize;
+    }
+    return vSets;
+}
+
 Values Times(Values vdA, const Values& rB)
 {
     for (std::size_t k = 0; k < vdA.size(); ++k) vdA[k] *= rB[k];
@@ -58,15 +74,6 @@ void Iterate(const TestJob& rJob, const COracle& rOracle, const Values& rMeasure
         for (std::size_t p = 0; p < vdDif.size(); ++p)
             rRfactor[2 * (vdDif.size() * i + p) + 1] += vdDif[p];
     }
-}
-
-std::vector<float> GetSelected(const TestJob& rJob, const TestData& rData)
-{
-    const std::size_t tPixels = std::size_t(rJob.iProjX) * std::size_t(rJob.iY);
-    std::vector<float> vf;
-    for (const unsigned n : GetList(rJob))
-        vf.insert(vf.end(), &rData.vfProjs[n * tPixels], &rData.vfProjs[n * tPixels] + tPixels);
-    return vf;
 }
 }  // namespace
 
@@ -114,12 +121,4 @@ TestData RunOracle(const TestJob& rJob, const TestData& rStart)
         std::ranges::copy(SmoothVolume(aVolume, aKernel), aResult.vfVolume.begin());
     }
     return aResult;
-}
-
-double JobError(const TestJob& rJob, const TestData& rGot, const TestData& rExpected)
-{
-    if (rJob.bReproject)
-        return RelativeError(GetSelected(rJob, rGot), GetSelected(rJob, rExpected));
-    return std::max(RelativeError(rGot.vfVolume, rExpected.vfVolume),
-                    RelativeError(rGot.vdRfactor, rExpected.vdRfactor));
 }

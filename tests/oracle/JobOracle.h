@@ -20,20 +20,28 @@ struct TestData
 
 TestData RunOracle(const TestJob& rJob, const TestData& rStart);
 
-/// |a - b| / |b|; infinite when a value is not finite or the sizes differ.
+/// |a - b| / |b|; infinite when the sizes differ, a value is not finite or a missing one is
+/// another.
 double RelativeError(const auto& rGot, const auto& rExpected)
 {
-    double dError = 0, dNorm = 0;
+    constexpr double dInfinity = std::numeric_limits<double>::infinity();
+    double dError = rGot.size() == rExpected.size() ? 0 : dInfinity, dNorm = 0;
     for (std::size_t k = 0; k < std::min(rGot.size(), rExpected.size()); ++k)
     {
-        dError += (double(rGot[k]) - rExpected[k]) * (double(rGot[k]) - rExpected[k]);
-        dNorm += double(rExpected[k]) * rExpected[k];
+        const double dGot = rGot[k], dExpected = rExpected[k];
+        const bool bMissing = dExpected < -1e15;
+        if (!bMissing) dNorm += dExpected * dExpected;
+        if (dGot != dExpected) dError += bMissing ? dInfinity : std::pow(dGot - dExpected, 2);
     }
     const double dRelative = std::sqrt(dNorm > 0 ? dError / dNorm : dError);
-    const bool bUsable = rGot.size() == rExpected.size() && std::isfinite(dRelative);
-    return bUsable ? dRelative : std::numeric_limits<double>::infinity();
+    return std::isfinite(dRelative) ? dRelative : dInfinity;
 }
 
-/// How far the result of a job lies from the expected one, relative: the volume, the selected
-/// projections or the R-factors, whichever is worst; infinite when anything is not finite.
-double JobError(const TestJob& rJob, const TestData& rGot, const TestData& rExpected);
+/// How far the result of a job lies from the expected one: the worst of volume, projections and
+/// R-factors.
+inline double JobError(const TestData& rGot, const TestData& rExpected)
+{
+    return std::max({RelativeError(rGot.vfVolume, rExpected.vfVolume),
+                     RelativeError(rGot.vfProjs, rExpected.vfProjs),
+                     RelativeError(rGot.vdRfactor, rExpected.vdRfactor)});
+}

@@ -58,21 +58,6 @@ std::vector<unsigned> GetList(const TestJob& rJob)
     return vuiAll;
 }
 
-std::vector<std::pair<int, int>> GetSets(const TestJob& rJob)
-{
-    const int iProjs = int(GetList(rJob).size()), iSets = int(rJob.uiSets);
-    std::vector<std::pair<int, int>> vSets;
-    for (int s = 0, iFirst = 0; s < iSets; ++s)
-    {
-        const int iSize = rJob.vuiSetSize.empty()
-                              ? iProjs / iSets + (s < iProjs % iSets)
-                              : int(std::min(rJob.vuiSetSize[s], unsigned(iProjs)));
-        vSets.emplace_back(std::min(iFirst, iProjs), std::min(iFirst + iSize, iProjs));
-        iFirst += iSize;
-    }
-    return vSets;
-}
-
 COracle::COracle(const TestJob& rJob) : m_aJob(rJob), m_vuiList(GetList(rJob))
 {
     const OracleBox aVolume = {{0, 0}, {m_aJob.iVolX / 2.0f, m_aJob.iVolZ / 2.0f}};

@@ -85,9 +85,8 @@ inline void PrintTo(const TestJob& rJob, std::ostream* pStream)
     *pStream << rJob.strName;
 }
 
-/// The projections in use, and the sets as list positions [first, end).
+/// The projections in use.
 std::vector<unsigned> GetList(const TestJob& rJob);
-std::vector<std::pair<int, int>> GetSets(const TestJob& rJob);
 
 using OracleRanges = std::vector<std::pair<float, float>>;  ///< [proj] (first, one past last)
 
