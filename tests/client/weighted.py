@@ -76,7 +76,7 @@ def main():
     uneven = np.sort(np.r_[-89, 89, random.uniform(-89, 89, 150)])
     good = True
     for name, angles, thickness in ("full", full, 96), ("wedge", wedge, 40), ("uneven", uneven, 96):
-        run("phantom", name, "--size", "96,6", "--thickness", str(thickness), "--beads", "2")
+        run("phantom", name, "--size", "96,10", "--thickness", str(thickness), "--beads", "2")
         truth = read(f"{name}_truth.mrc")
         with mrcfile.new("volume.mrc", truth.astype("f4"), overwrite=True):
             np.savetxt("angles.txt", angles)
