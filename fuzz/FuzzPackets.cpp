@@ -19,7 +19,6 @@
 
 namespace
 {
-using Fields = std::array<std::uint32_t, 16>;
 using Span = std::span<const std::byte>;
 
 constexpr std::uint32_t g_uiMaxOutput = 1 << 16;
@@ -38,7 +37,7 @@ struct PacketRun
 {
     Span aStream;  // of the peer, as it must arrive
     CRemotePacket aPacket = {};
-    Fields auiFields = {};  // what the packet must hold
+    std::array<std::uint32_t, 16> auiFields = {};  // what the packet must hold
     Bytes vData = {};
     std::uint32_t uiChain = 0;  // serial of the last packet of a continued message
     Bytes vOutput = {};         // what the peer must get
@@ -121,7 +120,7 @@ void PacketRun::Echo()
 {
     vData.assign(auiFields[9] % g_uiMaxOutput, std::byte{0});
     Expect(aPacket.SetOptSize(std::uint32_t(vData.size())), "a block of zeros");
-    for (int n = 0; n < 16; ++n) auiFields[std::size_t(n)] = aPacket.GetNthField(n);
+    auiFields[3] = std::uint32_t(vData.size());
     Expect(aPacket.SendToClient() == (auiFields[0] != CMsgConst::INVALID), "sent or not");
     if (auiFields[0] != CMsgConst::INVALID && auiFields[0] != CMsgConst::NORESPONSE)
         for (const Bytes& rPart : {SwappedUnits(std::as_bytes(std::span(auiFields)), 4), vData})

@@ -26,8 +26,6 @@
 namespace
 {
 constexpr std::size_t g_tMemory = std::size_t{4} << 20;  // near, for jobs that are not small
-constexpr int g_iMostClients = 4, g_iLargest = 24;
-constexpr double g_dMostWork = 1e6;  // samples of a job
 
 const char* g_pcConsole = "";
 
@@ -42,11 +40,12 @@ void RunSession(CChoices& rChoices, Model& rModel)
 {
     static Counts aCounts;
     CRawClient aClient(CRawClient::Socket{ConnectClient()});
-    CSession aSession(aClient, rChoices, rModel, aCounts, g_pcConsole, g_iLargest, g_dMostWork);
+    CSession aSession(aClient, rChoices, rModel, aCounts, g_pcConsole);
     std::thread aPeer(
         [&]
         {
-            Expect(aSession.Run(), "a session: " + aSession.GetError());
+            const bool bDone = aSession.Run();
+            Expect(bDone, aSession.GetError());
             aClient.Close();
         });
     ServeClient();
@@ -83,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pucData, std::size_t t
     aModel.bBoxKnown = true;  // none
     aModel.auiSums.emplace().fill(0);
     if ((*pucData & 1) == 0)
-        for (int i = 0; i < g_iMostClients && !aChoices.IsOver(); ++i) RunSession(aChoices, aModel);
+        for (int i = 0; i < 4 && !aChoices.IsOver(); ++i) RunSession(aChoices, aModel);
     else
         ServeBytes(std::as_bytes(ucBytes), ServeClient);
     CWeightOpt::DeleteInstance();

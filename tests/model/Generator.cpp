@@ -5,6 +5,8 @@
 
 namespace
 {
+constexpr double g_dMostWork = 5e6;  // samples of a job
+
 /// How often a type comes by itself; 100 together.
 constexpr std::pair<std::uint32_t, int> g_aWeights[] = {
     {Msg::eReconstruct, 20}, {Msg::eReproject, 7}, {Msg::eTransform, 3},  {Msg::eTransforml, 3},
@@ -68,20 +70,12 @@ std::uint32_t CGenerator::mFindRemedy(std::uint32_t& rType)
 {
     const Model& m = m_rModel;
     if (!IsJob(rType)) return 0;
-    std::uint32_t uiRemedy = m.aMeasured.IsEmpty() ? Msg::eMProjSize
-                             : m.aStack.IsEmpty()  ? Msg::eProjSize
-                                                   : 0;
-    bool bHeavy = false;
-    if (rType < Msg::eTransform)
-    {
-        const bool bReproject = rType == Msg::eReproject;
-        uiRemedy = m.FindObstacle(bReproject, true);
-        bHeavy = (m.GetWork() > m_dMostWork || std::max(m.aVolume.iN, m.aStack.iN) > 300) &&
-                 m.FindObstacle(bReproject, false) == 0;
-        if (bHeavy)
-            uiRemedy = m_r.Pick(
-                {Msg::eProjSize, Msg::eVolSize, Msg::eSmoothOpt, Msg::eSetOp, Msg::eReconOpt});
-    }
+    std::uint32_t uiRemedy = m.FindObstacle(rType, true);
+    const bool bLarge = m.GetWork() > g_dMostWork || std::max(m.aVolume.iN, m.aStack.iN) > 300;
+    const bool bHeavy = rType < Msg::eTransform && bLarge && m.FindObstacle(rType, false) == 0;
+    if (bHeavy)
+        uiRemedy =
+            m_r.Pick({Msg::eProjSize, Msg::eVolSize, Msg::eSmoothOpt, Msg::eSetOp, Msg::eReconOpt});
     const bool bGivesUp = ++m_iRemedies > 9;
     if (bGivesUp && bHeavy) rType = Msg::eServerProp;
     return bGivesUp || (!bHeavy && m_r.Chance(10)) ? 0 : uiRemedy;

@@ -10,12 +10,7 @@
 class CGenerator
 {
 public:
-    /// \param iLargest  columns of images, about
-    /// \param dMostWork  samples of a job
-    CGenerator(CChoices& rChoices, const Model& rModel, int iLargest, double dMostWork)
-        : m_r(rChoices), m_rModel(rModel), m_iLargest(iLargest), m_dMostWork(dMostWork)
-    {
-    }
+    CGenerator(CChoices& rChoices, const Model& rModel) : m_r(rChoices), m_rModel(rModel) {}
     Request Next();
     /// The next request is a question.
     void Ask();
@@ -49,8 +44,6 @@ private:
 
     CChoices& m_r;
     const Model& m_rModel;
-    const int m_iLargest;
-    const double m_dMostWork;
     std::deque<Planned> m_vPlan;
     int m_iRemedies = 0;  // since the last job
 };

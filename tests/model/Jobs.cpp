@@ -26,8 +26,10 @@ bool ArePlain(std::span<const float> fValues, float fMost, bool bPixels)
     return std::ranges::all_of(fValues, IsPlain);
 }
 
-std::uint32_t Model::FindObstacle(bool bReproject, bool bFollow) const
+std::uint32_t Model::FindObstacle(std::uint32_t uiType, bool bFollow) const
 {
+    if (uiType >= Msg::eTransform && aMeasured.IsEmpty()) return Msg::eMProjSize;
+    if (uiType >= Msg::eTransform) return aStack.IsEmpty() ? Msg::eProjSize : 0;
     constexpr float fAny = std::numeric_limits<float>::max();
     const auto Are = [=](std::span<const float> fValues, float fMost, float fMostPlain)
     {
@@ -43,19 +45,16 @@ std::uint32_t Model::FindObstacle(bool bReproject, bool bFollow) const
     const auto IsOutside = [&](std::uint32_t n) { return n >= std::uint32_t(aStack.iN); };
     if (vuiList.empty() || vuiList.size() > 65535 || std::ranges::any_of(vuiList, IsOutside))
         return Msg::eSetOp;
-    const bool bPlain = bReproject || eMethod == EMethod::eBackProj;
-    const OracleBox aWhole = {{}, {bPlain && !bReproject ? 0.5f : float(aVolume.iX) / 2, 1}};
-    const auto& [afCentre, afHalf] = aBox.value_or(aWhole);
-    if (!Are(afCentre, fAny / 4, 100) || !Are(afHalf, fAny / 4, 1e5f)) return Msg::eWeightOpt;
-    if (bFollow)
-    {
-        if (!bBoxKnown || std::ranges::min(afHalf) < 0.5f) return Msg::eWeightOpt;
-        // The depth of an endless slab along a ray that never leaves it is a matter of rounding.
-        const auto IsSteep = [](float fAngle) { return std::fabs(fAngle) > 85; };
-        if (afHalf[0] / float(aStack.iX) > 10 && std::ranges::any_of(vfAngles, IsSteep))
-            return aBox ? Msg::eWeightOpt : Msg::eProjSize;
-    }
-    if (bPlain) return 0;
+    if (aBox && (!Are(aBox->afCentre, fAny / 4, 100) || !Are(aBox->afHalf, fAny / 4, 1e5f)))
+        return Msg::eWeightOpt;
+    if (bFollow && (!bBoxKnown || (aBox && std::ranges::min(aBox->afHalf) < 0.5f)))
+        return Msg::eWeightOpt;
+    // The depth of an endless slab along a ray that never leaves it is a matter of rounding.
+    const auto IsSteep = [](float fAngle) { return std::fabs(fAngle) > 85; };
+    const float fHalf = aBox ? aBox->afHalf[0] : float(aVolume.iX) / 2;
+    if (bFollow && fHalf / float(aStack.iX) > 10 && std::ranges::any_of(vfAngles, IsSteep))
+        return aBox ? Msg::eWeightOpt : Msg::eProjSize;
+    if (uiType == Msg::eReproject || eMethod == EMethod::eBackProj) return 0;
     const std::uint64_t ulSizes = std::accumulate(vuiSetSize.begin(), vuiSetSize.end(), 0ULL);
     if (uiIterations == 0 || uiSets == 0 || !Are(vfRelax, fAny, 2) || ulSizes >> 32 != 0)
         return Msg::eReconOpt;
@@ -65,10 +64,11 @@ std::uint32_t Model::FindObstacle(bool bReproject, bool bFollow) const
 bool Model::IsPlain(const OracleAlign& rAlign) const
 {
     const auto& s = rAlign.afScale;
-    const float fLeast = std::ranges::min(aMeasured.vf);
-    const bool bFloor = s[3] >= 0.4f || (s[0] >= 0.4f && s[1] >= 0 && fLeast >= 0.09f);
-    const bool bLimit = s[2] > 1e-6f, bLog = bFloor && s[3] <= 10 && s[5] >= 0.1f && s[5] <= 10;
-    return ArePlain(rAlign.afMatrix, 10) && ArePlain(aMeasured.vf, 10) && bLimit &&
+    // Without a floor, what s0 and s1 make of the pixels has to keep away from 0.
+    const bool bFloor =
+        s[3] >= 0.4f || (s[0] >= 0.4f && s[1] >= 0 && std::ranges::min(aMeasured.vf) >= 0.09f);
+    const bool bLog = bFloor && s[3] <= 10 && s[5] >= 0.1f && s[5] <= 10;
+    return ArePlain(rAlign.afMatrix, 10) && ArePlain(aMeasured.vf, 10) && s[2] > 1e-6f &&
            ArePlain({&s[0], 2}, 10) && ArePlain({&s[4], 1}, 10) && (bLog || !rAlign.bLog);
 }
 

@@ -110,9 +110,7 @@ bool Model::mSize(const Request& r, Expected&)
     const bool bStays = &rImages == &aVolume && ulX * ulY * ulN == aVolume.vf.size();
     std::uint64_t ulBytes = GetBytes(bStack, ulX, ulY, ulN);
     for (const Images* p : {&aStack, &aVolume, &aMeasured})
-        if (p != &rImages)
-            ulBytes += GetBytes(p == &aStack, std::uint64_t(p->iX), std::uint64_t(p->iY),
-                                std::uint64_t(p->iN));
+        if (p != &rImages) ulBytes += GetBytes(p == &aStack, p->iX, p->iY, p->iN);
     if (!bStays && ulMemory > 0 && ulBytes > ulMemory) return false;
     if (bStack && r.GetBytes() > 8 * ulN) return false;
 
@@ -158,10 +156,11 @@ bool Model::mSetOp(const Request& r, Expected&)
 
 bool Model::mReconOpt(const Request& r, Expected&)
 {
-    const std::uint64_t ulIterations = r.Field(4) == 0 ? 1 : r.Field(5);
-    const std::uint64_t ulSets = r.Field(4) == 0 ? 1 : r.Field(6);
+    const bool bIterates = r.Field(4) != 0;
+    const std::uint64_t ulIterations = bIterates ? r.Field(5) : 1;
+    const std::uint64_t ulSets = bIterates ? r.Field(6) : 1;
     const std::uint64_t ulNumbers = ulSets * (1 + ulIterations);
-    if (r.Field(4) != 0 &&
+    if (bIterates &&
         (ulSets > g_ulMostNumbers || ulNumbers > g_ulMostNumbers || r.GetBytes() != 4 * ulNumbers))
         return false;
     if (r.Field(4) <= 2) eMethod = EMethod(r.Field(4));
@@ -169,10 +168,11 @@ bool Model::mReconOpt(const Request& r, Expected&)
     uiSets = std::uint32_t(ulSets);
     vuiSetSize.clear();
     vfRelax.clear();
-    if (r.Field(4) == 0) return true;
-    vuiSetSize.assign(r.vuiData.begin(), r.vuiData.begin() + std::ptrdiff_t(ulSets));
-    for (std::size_t k = ulSets; k < r.vuiData.size(); ++k)
-        vfRelax.push_back(std::bit_cast<float>(r.vuiData[k]));
+    for (std::size_t k = 0; bIterates && k < r.vuiData.size(); ++k)
+        if (k < ulSets)
+            vuiSetSize.push_back(r.vuiData[k]);
+        else
+            vfRelax.push_back(std::bit_cast<float>(r.vuiData[k]));
     return true;
 }
 
@@ -214,7 +214,7 @@ bool Model::mCompReply(const Request&, Expected& rExpected)
 
 bool Model::mJob(const Request& r, Expected&)
 {
-    return FindObstacle(r.uiType == Msg::eReproject, false) == 0;
+    return FindObstacle(r.uiType, false) == 0;
 }
 
 bool Model::mAlign(const Request& r, Expected& rExpected)

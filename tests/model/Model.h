@@ -60,11 +60,11 @@ struct Model
     /// Forgets what ends with the client; of one that was cut off, nobody knows what has arrived.
     void EndClient(bool bCut);
 
-    /// Type of the message whose content keeps the job from being run, 0 when nothing does.
+    /// Type of the message whose content keeps a job from being run, 0 when nothing does.
     /// \param bFollow  or keeps the oracle from following it: by numbers that are not plain, or
     /// where
     ///                 rounding decides
-    std::uint32_t FindObstacle(bool bReproject, bool bFollow) const;
+    std::uint32_t FindObstacle(std::uint32_t uiType, bool bFollow) const;
     /// Whether the oracle can follow: no steep slopes.
     bool IsPlain(const OracleAlign& rAlign) const;
     /// Samples that a job takes, roughly.

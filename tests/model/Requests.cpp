@@ -6,6 +6,8 @@
 
 namespace
 {
+constexpr int g_iLargest = 40;  // columns of images, about
+
 constexpr auto Word = [](int iValue) { return static_cast<std::uint32_t>(iValue); };
 
 void Append(const std::vector<float>& rValues, Words& rWords)
@@ -47,7 +49,7 @@ Request CGenerator::mMake(std::uint32_t uiType, int n)
         return mVolSize();
     case Msg::eMProjSize:
         return {uiType,
-                {Word(m_r.Magnitude(1, 5 * m_iLargest / 4)), Word(m_r.Magnitude(1, 30)),
+                {Word(m_r.Magnitude(1, 5 * g_iLargest / 4)), Word(m_r.Magnitude(1, 30)),
                  Word(m_r.Int(1, 3))}};
     case Msg::eSetOp:
         return mSetOp();
@@ -64,7 +66,7 @@ Request CGenerator::mMake(std::uint32_t uiType, int n)
 
 Request CGenerator::mProjSize()
 {
-    const int iX = m_r.Chance(3) ? 5 * m_iLargest + m_r.Int(10, 60) : m_r.Magnitude(1, m_iLargest);
+    const int iX = m_r.Chance(3) ? 5 * g_iLargest + m_r.Int(10, 60) : m_r.Magnitude(1, g_iLargest);
     const int iY = m_r.Chance(5) ? m_r.Int(30, 70) : m_r.Int(1, 6), iN = m_r.Int(1, 9);
     Request aRequest = {Msg::eProjSize, {Word(iX), Word(iY), Word(iN)}};
     // No ray through a corner of a box, where its length is a matter of rounding.
@@ -85,7 +87,7 @@ Request CGenerator::mVolSize()
     if (m_r.Chance(1)) return {Msg::eVolSize, {1, Word(iY), 32770}};  // more than 16 bits count
     if (m_r.Chance(10) && rOld.iY == iY && rOld.iN < 1000)            // as many voxels: they stay
         return {Msg::eVolSize, {Word(rOld.iN), Word(iY), Word(rOld.iX)}};
-    const int iX = m_r.Magnitude(1, m_iLargest + m_iLargest / 4), iZ = m_r.Int(1, 16);
+    const int iX = m_r.Magnitude(1, g_iLargest + g_iLargest / 4), iZ = m_r.Int(1, 16);
     return {Msg::eVolSize, {Word(iX), Word(iY), Word(iZ)}};
 }
 

@@ -7,43 +7,45 @@ bool CSession::mServeJob(const Request& rRequest)
 {
     if (!mSettle()) return false;
     if (m_bCutInJob) m_rClient.CutAfter(std::size_t(m_r.Int(64, 150)), m_bCutResets);
-    const bool bAlign = rRequest.uiType >= Msg::eTransform;
-    const bool bGoesOn = bAlign ? mAlign(rRequest) : mRun(rRequest);
-    if (bGoesOn) m_aGenerator.Ask();
-    if (!m_strError.empty()) m_strError = ::ToText(rRequest) + ": " + m_strError;
-    return bGoesOn;
-}
-
-bool CSession::mRun(const Request& rRequest)
-{
-    const bool bReproject = rRequest.uiType == Msg::eReproject;
     const Model aBefore = m_rModel;
     if (!mSend(rRequest) || !mSettle()) return false;
-    if (m_aReply.Field(5) != 0) return true;
-    return mFetch(bReproject) && mCheckJob(aBefore, bReproject);
+    m_aGenerator.Ask();
+    const Packet aReply = m_aReply;
+    if (aReply.Field(5) != 0) return true;
+    if (!mFetch(rRequest)) return false;
+    const bool bRight = rRequest.uiType >= Msg::eTransform
+                            ? mCheckAlign(rRequest, aBefore.aStack, aReply)
+                            : mCheckJob(rRequest, aBefore);
+    return bRight || mWrong(::ToText(rRequest) + ": not what the formulas give");
 }
 
 /// What a job has made, which the model takes over; what it must not touch is compared.
-bool CSession::mFetch(bool bReproject)
+bool CSession::mFetch(const Request& rRequest)
 {
     Model& m = m_rModel;
-    Images& rImages = bReproject ? m.aStack : m.aVolume;
+    if (rRequest.uiType >= Msg::eCompare) return true;
+    const bool bVolume = rRequest.uiType == Msg::eReconstruct;
+    Images& rImages = bVolume ? m.aVolume : m.aStack;
     for (std::uint32_t n = 0; n < std::uint32_t(rImages.iN); ++n)
     {
-        const bool bNew = !bReproject || std::ranges::count(m.vuiList, n) != 0;
-        const std::span<float> fTarget = bNew ? rImages.Nth(int(n)) : std::span<float>();
-        if (!mSend({bReproject ? Msg::eProjGet : Msg::eVolGet, {n}}, fTarget)) return false;
+        const bool bListed = std::ranges::count(m.vuiList, n) != 0;
+        const bool bProjected =
+            rRequest.uiType == Msg::eReproject ? bListed : n == rRequest.Field(5);
+        std::span<float> fTarget;
+        if (bVolume || bProjected) fTarget = rImages.Nth(int(n));
+        if (!mSend({bVolume ? Msg::eVolGet : Msg::eProjGet, {n}}, fTarget)) return false;
     }
-    if (bReproject || m.eMethod == EMethod::eBackProj) return mSettle();
+    if (!bVolume || m.eMethod == EMethod::eBackProj) return mSettle();
     m.vvfStat.assign(m.uiIterations, std::vector<float>(2 * m.vuiList.size()));
     for (std::uint32_t i = 0; i < m.uiIterations; ++i)
         if (!mSend({Msg::eReconStatGet, {i}}, m.vvfStat[i])) return false;
     return mSettle();
 }
 
-bool CSession::mCheckJob(const Model& rBefore, bool bReproject)
+bool CSession::mCheckJob(const Request& rRequest, const Model& rBefore)
 {
-    if (rBefore.FindObstacle(bReproject, true) != 0) return true;
+    if (rBefore.FindObstacle(rRequest.uiType, true) != 0) return true;
+    const bool bReproject = rRequest.uiType == Msg::eReproject;
     const TestJob aJob = rBefore.MakeJob(bReproject);
     const TestData aExpected = RunOracle(aJob, rBefore.MakeData());
     TestData aGot = m_rModel.MakeData();
@@ -56,25 +58,11 @@ bool CSession::mCheckJob(const Model& rBefore, bool bReproject)
     const double dError = JobError(aGot, aExpected);
     ++m_rCounts.lResults;
     if (dError <= dTolerance) return true;
-    if (!bIterates || !std::isfinite(dError)) return mWrong("error " + std::to_string(dError));
+    if (!bIterates || !std::isfinite(dError)) return false;
     // Iterations divide by ray sums, and what is left of them may be rounding alone: where rays
     // hardly touch anything, or all is explained, a few jobs of very many are anybody's guess.
     ++m_rCounts.lBeyond;
     return true;
-}
-
-bool CSession::mAlign(const Request& rRequest)
-{
-    const bool bCompare = rRequest.uiType >= Msg::eCompare;
-    Model& m = m_rModel;
-    const std::uint32_t n = rRequest.Field(5);
-    const Images aBefore = m.aStack;
-    if (!mSend(rRequest) || !mSettle()) return false;
-    const Packet aReply = m_aReply;
-    if (aReply.Field(5) != 0) return true;
-    if (!bCompare && (!mSend({Msg::eProjGet, {n}}, m.aStack.Nth(int(n))) || !mSettle()))
-        return false;
-    return mCheckAlign(rRequest, aBefore, aReply);
 }
 
 /// Floats that differ by the rounding of positions and of sums.
@@ -104,5 +92,5 @@ bool CSession::mCheckAlign(const Request& rRequest, const Images& rBefore, const
             if (dSize < 1e37)  // else missing pixels of the stack squared
                 Check(std::bit_cast<float>(rReply.auiFields[7 + k]), aSums.ad[k], dSize + 1e-6);
         }
-    return bAgrees || mWrong("not what the formula gives");
+    return bAgrees;
 }

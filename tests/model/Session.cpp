@@ -47,10 +47,11 @@ bool CSession::mLeave()
 /// \param fTarget  see Pending
 bool CSession::mSend(const Request& rRequest, std::span<float> fTarget)
 {
-    if (m_vPending.size() > 20 && !mSettle()) return false;
+    // What is not read yet has the order of now.
+    const bool bWaits = m_vPending.size() > 20 || rRequest.uiType == Msg::eByteOrder;
+    if (bWaits && !mReceive()) return false;
     m_rClient.SetSwap(m_rModel.bSwap);
     Pending aPending = {rRequest, m_rModel.Serve(rRequest), fTarget};
-    aPending.bSwap = m_rModel.bSwap;
     ++m_rCounts.lRequests;
     const bool bSent = m_rClient.Send(rRequest);
     aPending.uiSerial = m_rClient.GetLastSerial();
@@ -64,7 +65,6 @@ bool CSession::mReceive()
     for (Pending& rPending : m_vPending)
     {
         if (rPending.aExpected.pKind == nullptr) continue;
-        m_rClient.SetSwap(rPending.bSwap);
         std::optional<Packet> aReply = m_rClient.Receive();
         if (!aReply) return mLost();
         m_aReply = std::move(*aReply);
@@ -87,7 +87,6 @@ bool CSession::mCheckReply(Pending& rPending)
         std::copy_n(&m_aReply.auiFields[7], 8, m_rModel.auiSums.emplace().begin());
     if (!rExpected.bDone)
     {
-        ++m_rCounts.lRefused;
         m_strRefused += std::string("Error: ") + rExpected.pKind->pcName + ": \n";
         return true;
     }

@@ -9,7 +9,7 @@
 /// What all sessions together have done.
 struct Counts
 {
-    long lRequests = 0, lRefused = 0;
+    long lRequests = 0;
     long lResults = 0;  ///< that the oracle has computed too
     long lBeyond = 0;   ///< of them those of iterations beyond the tolerance, which must be rare
 };
@@ -23,15 +23,14 @@ class CSession
 {
 public:
     /// \param rOutput  the file that the server prints to; empty: nobody knows
-    /// \param iLargest, dMostWork  see CGenerator
     CSession(CRawClient& rClient, CChoices& rChoices, Model& rModel, Counts& rCounts,
-             const std::filesystem::path& rOutput, int iLargest, double dMostWork)
+             const std::filesystem::path& rOutput)
         : m_rClient(rClient),
           m_r(rChoices),
           m_rModel(rModel),
           m_rCounts(rCounts),
           m_aOutput(rOutput),
-          m_aGenerator(rChoices, rModel, iLargest, dMostWork)
+          m_aGenerator(rChoices, rModel)
     {
     }
     /// \return false when something was wrong
@@ -46,7 +45,6 @@ private:
         Expected aExpected;
         std::span<float> fTarget = {};  ///< takes the data of the reply, which nobody knows
         std::uint32_t uiSerial = 0;
-        bool bSwap = false;
     };
 
     // Session.cpp: the course of the session
@@ -65,10 +63,8 @@ private:
 
     // Results.cpp: jobs, whose results come from the oracle
     bool mServeJob(const Request& rRequest);
-    bool mRun(const Request& rRequest);
-    bool mFetch(bool bReproject);
-    bool mCheckJob(const Model& rBefore, bool bReproject);
-    bool mAlign(const Request& rRequest);
+    bool mFetch(const Request& rRequest);
+    bool mCheckJob(const Request& rRequest, const Model& rBefore);
     bool mCheckAlign(const Request& rRequest, const Images& rBefore, const Packet& rReply);
 
     CRawClient& m_rClient;

@@ -53,7 +53,7 @@ void RunSession(const CServerProcess& rServer, std::uint64_t ulSeed, std::uint64
     Model aModel;
     CRawClient aClient(rServer.GetPort());
     const auto aOutput = rServer.GetHome() / "output.txt";
-    CSession aSession(aClient, aChoices, aModel, rCounts, aOutput, 48, 1e7);
+    CSession aSession(aClient, aChoices, aModel, rCounts, aOutput);
     const bool bDone = aSession.Run();
     const std::string strWhich =
         "SEED " + std::to_string(ulSeed) + " FIRST " + std::to_string(ulSession) + ": ";
@@ -74,8 +74,8 @@ void RunSessions(const CServerProcess& rServer, Clock::time_point aEnd, std::uin
         if (ul < 100) aEarly = Probe(rServer);
     }
     const Vitals aLast = Probe(rServer);
-    std::printf("%lu sessions, %ld requests, %ld refused, %ld results, %ld beyond the tolerance\n",
-                ul, aCounts.lRequests, aCounts.lRefused, aCounts.lResults, aCounts.lBeyond);
+    std::printf("%lu sessions, %ld requests, %ld results, %ld beyond the tolerance\n", ul,
+                aCounts.lRequests, aCounts.lResults, aCounts.lBeyond);
     Expect(aLast.lDescriptors == aEarly.lDescriptors, "descriptors have leaked");
     Expect(aLast.lThreads == aEarly.lThreads, "threads have leaked");
     Expect(aLast.lMemory < aEarly.lMemory + 16384, "the server's memory grows");

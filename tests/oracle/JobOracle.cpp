@@ -84,9 +84,8 @@ TestData RunOracle(const TestJob& rJob, const TestData& rStart)
     const bool bIterates = !rJob.bReproject && rJob.eMethod != EMethod::eBackProj;
     const int iIterations = bIterates ? rJob.iIterations : 1, iProjs = int(GetList(rJob).size());
     if (bIterates) aResult.vdRfactor.resize(2 * std::size_t(iProjs) * iIterations);
-    const int iInterval = bIterates && rJob.uiInterval > 0
-                              ? int(std::min(rJob.uiInterval, unsigned(iIterations)))
-                              : iIterations;
+    const int iInterval =
+        rJob.uiInterval > 0 ? int(std::min(rJob.uiInterval, unsigned(iIterations))) : iIterations;
     for (int b = 0; b < iIterations / iInterval; ++b)
     {
         for (int y = 0; y < rJob.iY; ++y)
