@@ -151,6 +151,7 @@ bool CReconstruction::mRunPiece(int iFirst, int iCount)
 bool CReconstruction::mRunPieces(const Checkpoint& rCheckpoint)
 {
     using Clock = std::chrono::steady_clock;
+    constexpr double dSeconds = 3;  // of a piece: its start is little beside that
     const int iAll = m_aPlan.aOptions.iIterations, iUnit = std::max(1, m_aPlan.iSmoothInterval);
     const int iStep = m_aPlan.iCheckpoint > 0 ? m_aPlan.iCheckpoint : iAll;
     const bool bAlone = m_aPlan.dStopGain > 0;  // every iteration decides
@@ -168,7 +169,7 @@ bool CReconstruction::mRunPieces(const Checkpoint& rCheckpoint)
         if (rCheckpoint && iDone % iStep == 0 && iDone < iAll && !rCheckpoint(iDone, strError))
             return mFail(strError);
         const double dEach = std::chrono::duration<double>(Clock::now() - tStart).count() / iCount;
-        const double dUnits = std::clamp(1 / (dEach * iUnit), 1.0, double(iAll));
+        const double dUnits = std::clamp(dSeconds / (dEach * iUnit), 1.0, double(iAll));
         if (!bAlone) iPiece = iUnit * int(dUnits);
     }
     return true;

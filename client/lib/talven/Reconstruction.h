@@ -27,7 +27,7 @@ public:
     using Checkpoint = std::function<bool(int iIterations, std::string& rError)>;
 
     /// Runs the iterations and fetches their R-factors. The volume stays on the server: another run
-    /// goes on from it. SART runs in pieces of about a second, with the same result; it may end
+    /// goes on from it. SART runs in pieces of a few seconds, with the same result; it may end
     /// early, at the monitor's or the plan's wish, and keeps what it has then.
     [[nodiscard]] bool Run(const Checkpoint& rCheckpoint = nullptr);
     /// Receives the slices.
