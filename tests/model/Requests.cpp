@@ -74,7 +74,7 @@ Request CGenerator::mProjSize()
     for (int n = 0; n < iN; ++n)
     {
         float fAngle = 0.5f * float(m_r.Int(-127, 128)) + 0.25f;
-        if (bSpecial) fAngle = m_r.Pick({-120.f, -89.5f, 0.f, 44.5f, 90.f, 100.5f, 165.25f});
+        if (bSpecial) fAngle = m_r.Pick({-120.f, -80.25f, 0.f, 44.5f, 90.f, 100.5f, 165.25f});
         Append({fAngle, 2.5f}, aRequest.vuiData);
     }
     return aRequest;
@@ -149,8 +149,9 @@ Request CGenerator::mSmoothOpt()
 {
     const auto uiInterval = Word(m_r.Int(0, 6));
     if (m_r.Chance(10)) return {Msg::eSmoothOpt, {uiInterval, 0, 0, 0}};
-    const Words vuiSize = {Word(m_r.Int(1, 5)), Word(m_r.Int(1, 4)), Word(m_r.Int(1, 4))};
-    Request aRequest = {Msg::eSmoothOpt, {uiInterval, vuiSize[0], vuiSize[1], vuiSize[2]}};
+    const auto uiX = Word(m_r.Chance(3) ? m_r.Int(255, 256) : m_r.Int(1, 5));  // 255 is the limit
+    const Words vuiSize = {uiX, Word(m_r.Int(1, 4)), Word(m_r.Int(1, 4))};
+    Request aRequest = {Msg::eSmoothOpt, {uiInterval, uiX, vuiSize[1], vuiSize[2]}};
     std::vector<float> vfFactors[3], vfKernel;
     for (int k = 0; k < 3; ++k) vfFactors[k] = m_r.Reals(vuiSize[k], 0.5f, 1);
     for (const float fZ : vfFactors[2])
