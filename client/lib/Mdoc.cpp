@@ -76,8 +76,8 @@ public:
             return Fail(rReason, "expected KEY = VALUE, found \"" + Show(strLine) + "\"");
         const std::string_view strKey = Trim(strLine.substr(0, tEqual));
         const std::string_view strValue = Trim(strLine.substr(tEqual + 1));
-        if (!bHead) return mTakeValue(strKey, strValue, rReason);
         if (IsSameWord(strKey, "T")) return mTakeTitle(strValue, rReason);
+        if (!bHead) return mTakeValue(strKey, strValue, rReason);
         m_bSkip = !IsSameWord(strKey, "ZValue") && !IsSameWord(strKey, "FrameSet");
         return m_bSkip || mTakeSection(strKey, strValue, rReason);
     }
