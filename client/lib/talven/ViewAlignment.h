@@ -48,6 +48,7 @@ struct AlignRequest
     int iBin = 1;          ///< raw pixels along each edge of an aligned one
     ImageSize aSize = {};  ///< of the aligned views; 0: what the raw ones make
     double dShiftZ = 0;    ///< of the specimen in the volume, voxels towards higher slices
+    double dTiltX = 0;     ///< by which the specimen rises towards +Y, degrees: it is laid flat
     double dShiftX = 0;    ///< the same to the right
     double dAxisX = 0;  ///< where the tilt axis lies in the aligned views, right of their centres
 
