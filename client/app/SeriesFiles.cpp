@@ -166,7 +166,11 @@ bool CSeriesFiles::mTakeVolume(ReconRequest& rRequest)
     mTakeFilter(rRequest.aFilter);
     double dTiltX = 0;
     if (!rTilt.strXTilts.empty() && !ReadXTilt(rTilt.strXTilts, dTiltX, m_strError)) return false;
-    if (!mIsGiven("--x-tilt")) rAlign.dTiltX = -(dTiltX + rTilt.dTiltX);
+    dTiltX += rTilt.dTiltX;
+    if (std::fabs(dTiltX) > 60)
+        return mFail(Format("%s: XAXISTILT of %g degrees, more than 60 cannot be done",
+                            rTilt.strPath.c_str(), dTiltX));
+    if (!mIsGiven("--x-tilt")) rAlign.dTiltX = -dTiltX;  // along the rows, too
     const ImageSize aBinned = {m_aStack.aSize.iX / rAlign.iBin, m_aStack.aSize.iY / rAlign.iBin};
     return mCheckSubset(rAlign.aSize.iX > 0 ? rAlign.aSize : aBinned, dUnit);
 }
