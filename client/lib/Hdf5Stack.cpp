@@ -148,10 +148,11 @@ bool CHdf5Stack::ReadAngles(std::vector<float>& rAngles)
     if (!mOpenDataset(g_pcTheta, aTheta)) return false;
     const std::vector<hsize_t> vul = GetExtents(aTheta);
     if (vul.size() != 1 || vul[0] != hsize_t(m_iSections) || !IsReal(aTheta))
-        return mFail(Format("%s does not hold %d angles, one for each image", g_pcTheta,
-                            m_iSections));
+        return mFail(
+            Format("%s does not hold %d angles, one for each image", g_pcTheta, m_iSections));
     std::vector<double> vdAngles(vul[0]);
-    if (H5Dread(aTheta.Get(), H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, vdAngles.data()) < 0)
+    if (H5Dread(aTheta.Get(), H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, vdAngles.data()) <
+        0)
         return mFailHere(std::string("cannot read ") + g_pcTheta);
     if (mIsInRadians())
         return mFail(std::string(g_pcTheta) +
@@ -161,8 +162,7 @@ bool CHdf5Stack::ReadAngles(std::vector<float>& rAngles)
         if (!std::isfinite(dAngle) || std::fabs(dAngle) > 1e6)
             return mFail(Format("%s: %g is no angle in degrees", g_pcTheta, dAngle));
         // More than one turn, as of a stage that goes on and on.
-        rAngles.push_back(
-            float(std::fabs(dAngle) > 360 ? std::remainder(dAngle, 360.0) : dAngle));
+        rAngles.push_back(float(std::fabs(dAngle) > 360 ? std::remainder(dAngle, 360.0) : dAngle));
     }
     return true;
 }
@@ -203,7 +203,7 @@ bool CHdf5Stack::OpenFrames(EFrames eFrames, std::unique_ptr<CImageStack>& rFram
         eFrames == EFrames::eFlat ? "/exchange/data_white" : "/exchange/data_dark";
     if (!mHas(pcDataset)) return true;
     auto pFrames = std::make_unique<CHdf5Stack>();
-    if (!pFrames->Open(m_strPath, pcDataset)) return mFail(pFrames->GetError().substr(m_strPath.size() + 2));
+    if (!pFrames->Open(m_strPath, pcDataset)) return mFailAs(*pFrames);
     rFrames = std::move(pFrames);
     return true;
 }

@@ -10,7 +10,6 @@
 
 #include "StackFormats.h"
 #include "talven/MrcReader.h"
-#include "talven/Text.h"
 
 namespace talven
 {

@@ -11,7 +11,8 @@ std::unique_ptr<CImageStack> OpenTiff(const std::string& strPath, std::string& r
 
 std::unique_ptr<CImageStack> OpenTiffFolder(const std::string& strPath, std::string& rError)
 {
-    rError = strPath + ": a folder, as for TIFF, which this build of talven cannot read (TALVEN_TIFF)";
+    rError =
+        strPath + ": a folder, as for TIFF, which this build of talven cannot read (TALVEN_TIFF)";
     return nullptr;
 }
 

@@ -76,8 +76,7 @@ bool CTiffFolder::Open(const std::string& strPath)
 bool CTiffFolder::mOpenFile(int iZ, CTiffStack& rFile)
 {
     const std::string& rName = m_vstrFiles[std::size_t(iZ)];
-    if (!rFile.Open((fs::path(m_strPath) / rName).string()))
-        return mFail(rFile.GetError().substr(rFile.GetError().find(rName)));
+    if (!rFile.Open((fs::path(m_strPath) / rName).string())) return mFailAs(rFile);
     const ImageSize &rSize = rFile.GetSize(), aFirst = m_aSize;
     if (rFile.GetSections() > 1)
         return mFail(Format("%s has %d images; a file of a folder has one", rName.c_str(),
@@ -91,10 +90,7 @@ bool CTiffFolder::mOpenFile(int iZ, CTiffStack& rFile)
 bool CTiffFolder::mRead(int iZ, std::span<float> fPixels)
 {
     CTiffStack aFile;
-    if (!mOpenFile(iZ, aFile)) return false;
-    const std::string& rName = m_vstrFiles[std::size_t(iZ)];
-    return aFile.ReadSection(0, fPixels) ||
-           mFail(aFile.GetError().substr(aFile.GetError().find(rName)));
+    return mOpenFile(iZ, aFile) && (aFile.ReadSection(0, fPixels) || mFailAs(aFile));
 }
 
 std::unique_ptr<CImageStack> OpenTiffFolder(const std::string& strPath, std::string& rError)

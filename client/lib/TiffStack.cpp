@@ -142,9 +142,10 @@ bool CTiffStack::mCheckPage(Blocks& rBlocks, Converter& rConvert)
     if (iSamples != 1 || mGetField(TIFFTAG_PHOTOMETRIC) == PHOTOMETRIC_PALETTE)
         return mFail("a TIFF file with colours, not with one number a pixel");
     if (rConvert == nullptr)
-        return mFail(Format("TIFF pixels of %d bits and kind %d are not supported (8, 16 and 32 "
-                            "bits and floats of 32 and 64 bits are)",
-                            iBits, iFormat));
+        return mFail(
+            Format("TIFF pixels of %d bits and kind %d are not supported (8, 16 and 32 "
+                   "bits and floats of 32 and 64 bits are)",
+                   iBits, iFormat));
     if (iOrientation != ORIENTATION_TOPLEFT && iOrientation != ORIENTATION_BOTLEFT)
         return mFail(Format("a TIFF file with turned pages (orientation %d)", iOrientation));
     m_bTurn = iOrientation == ORIENTATION_TOPLEFT;
@@ -174,8 +175,8 @@ bool CTiffStack::mFindBlocks(std::size_t tPixelBytes, Blocks& rBlocks)
         rBlocks.uiY > uiY + uiSpare)
         return mFail(Format("a TIFF file with tiles of %u x %u", rBlocks.uiX, rBlocks.uiY));
     rBlocks.tBytes = tPixelBytes * rBlocks.uiX * rBlocks.uiY;
-    const auto ulExpected = static_cast<std::uint64_t>(
-        rBlocks.bTiles ? TIFFTileSize64(pFile) : TIFFStripSize64(pFile));
+    const auto ulExpected =
+        static_cast<std::uint64_t>(rBlocks.bTiles ? TIFFTileSize64(pFile) : TIFFStripSize64(pFile));
     return ulExpected == rBlocks.tBytes || mFailHere("a TIFF file with broken strips or tiles");
 }
 
@@ -212,8 +213,8 @@ bool CTiffStack::mReadBlock(const Blocks& rBlocks, std::uint32_t uiX, std::uint3
     if (rBlocks.bTiles) return TIFFReadTile(pFile, m_vcBlock.data(), uiX, uiY, 0, 0) == lBytes;
     const auto uiRows = std::min(rBlocks.uiY, static_cast<std::uint32_t>(m_aSize.iY) - uiY);
     const auto lExpected = lBytes / static_cast<tmsize_t>(rBlocks.uiY) * tmsize_t(uiRows);
-    return TIFFReadEncodedStrip(pFile, TIFFComputeStrip(pFile, uiY, 0), m_vcBlock.data(),
-                                lBytes) == lExpected;
+    return TIFFReadEncodedStrip(pFile, TIFFComputeStrip(pFile, uiY, 0), m_vcBlock.data(), lBytes) ==
+           lExpected;
 }
 
 bool CTiffStack::mFailHere(const std::string& strWhat)

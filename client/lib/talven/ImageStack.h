@@ -6,14 +6,15 @@
 #include <vector>
 
 #include "talven/Alignment.h"
+#include "talven/Text.h"
 
 namespace talven
 {
 
 /// Images of one size in a file or a folder: a tilt series, flat frames, a volume.
 ///
-/// Images are read one by one, so that a stack may be larger than the memory. Stacks are read by one
-/// thread at a time, all of them together: not every library behind them stands more.
+/// Images are read one by one, so that a stack may be larger than the memory. Stacks are read by
+/// one thread at a time, all of them together: not every library behind them stands more.
 class CImageStack
 {
 public:
@@ -50,6 +51,8 @@ protected:
     /// Fills in fPixels, which has the right size. What is not finite is found by the caller.
     [[nodiscard]] virtual bool mRead(int iZ, std::span<float> fPixels) = 0;
     bool mFail(const std::string& strWhat);
+    /// Passes on why a stack that this one is made of failed.
+    bool mFailAs(const CImageStack& rPart) { return Fail(m_strError, rPart.GetError()); }
     /// Whether these numbers may be the size of a stack; notes it.
     [[nodiscard]] bool mSetSize(std::uint64_t ulX, std::uint64_t ulY, std::uint64_t ulSections);
     /// From the highest row first to the lowest row first.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -42,6 +43,9 @@ struct AlignRequest
     int iBin = 1;          ///< raw pixels along each edge of an aligned one
     ImageSize aSize = {};  ///< of the aligned views; 0: what the raw ones make
     double dShiftZ = 0;    ///< of the specimen in the volume, voxels towards higher slices
+    /// Column of the raw views, from 0, in which the tilt axis crosses the middle row; it is
+    /// brought to the middle before anything else. Not beside maps, which do that themselves.
+    std::optional<double> dCentre = {};
 
     /// Whether views are used as they are.
     bool IsNone() const;
