@@ -12,10 +12,10 @@ void CSeries::AddOptions(CLI::App& rApp, ReconRequest& rRequest)
 {
     m_pRequest = &rRequest;
     AddFile(rApp, "--tilts", m_strTilts,
-            "Tilt series, MRC; aligned, with the tilt axis along Y, or see --xf")
+            "Tilt series, MRC, HDF5 or TIFF; aligned, with the tilt axis along Y, or see --xf")
         ->required();
-    AddFile(rApp, "--angles", m_strAngles, "Tilt angles in degrees, one per line (.tlt)")
-        ->required();
+    AddFile(rApp, "--angles", m_strAngles,
+            "Tilt angles in degrees, one per line (.tlt) [those in an HDF5 file]");
     AddAlignment(rApp, rRequest.aAlign, m_strXf);
     rApp.option_defaults()->group(g_pcAlignment);
     rApp.add_option("--angle-offset", rRequest.dAngleOffset, "Added to all angles, degrees")
@@ -24,17 +24,25 @@ void CSeries::AddOptions(CLI::App& rApp, ReconRequest& rRequest)
                     "Move the specimen by so many voxels towards higher slices")
         ->check(CLI::Range(-1e5, 1e5));
     rApp.option_defaults()->group("Options");
+    m_aXray.AddOptions(rApp);
 }
 
 bool CSeries::Open()
 {
-    if (!m_aStack.Open(m_strTilts)) return Fail(m_strError, m_aStack.GetError());
-    return mReadAngles() &&
-           (m_strXf.empty() || ReadXf(m_strXf, m_pRequest->aAlign.aMaps, m_strError));
+    m_pStack = OpenStack(m_strTilts, m_strError);
+    return m_pStack && mReadAngles() &&
+           (m_strXf.empty() || ReadXf(m_strXf, m_pRequest->aAlign.aMaps, m_strError)) &&
+           m_aXray.Open(*m_pStack, m_vfAngles, *m_pRequest, m_strError);
 }
 
 bool CSeries::mReadAngles()
 {
+    if (m_strAngles.empty())
+    {
+        if (!m_pStack->ReadAngles(m_vfAngles)) return Fail(m_strError, m_pStack->GetError());
+        return !m_vfAngles.empty() ||
+               Fail(m_strError, "--angles is needed: " + m_strTilts + " holds none");
+    }
     if (!ReadAngles(m_strAngles, m_vfAngles, m_strError)) return false;
     if (m_vfAngles.size() == std::size_t(GetViewCount())) return true;
     return Fail(
@@ -45,7 +53,7 @@ bool CSeries::mReadAngles()
 
 ImageSource CSeries::GetViews(std::span<const int> iViews)
 {
-    return ReadFrom(m_aStack, iViews);
+    return m_aXray.Correct(ReadFrom(*m_pStack, iViews));
 }
 
 }  // namespace talven

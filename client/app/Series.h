@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "talven/MrcReader.h"
+#include "XrayViews.h"
+#include "talven/ImageStack.h"
 #include "talven/ReconPlan.h"
 #include "talven/ServerJob.h"
 
@@ -23,14 +24,17 @@ public:
     [[nodiscard]] bool Open();
 
     const std::string& GetPath() const { return m_strTilts; }
-    ImageSize GetSize() const { return {m_aStack.GetHeader().iX, m_aStack.GetHeader().iY}; }
-    int GetViewCount() const { return m_aStack.GetHeader().iZ; }
+    const ImageSize& GetSize() const { return m_pStack->GetSize(); }
+    int GetViewCount() const { return m_pStack->GetSections(); }
     /// Angstrom per raw pixel; 0: not known.
-    double GetPixel() const { return m_aStack.GetHeader().dPixel; }
+    double GetPixel() const { return m_pStack->GetPixel(); }
     /// Degrees, of every view.
     std::span<const float> GetAngles() const { return m_vfAngles; }
 
-    /// Image i is view viViews[i]. Borrows both.
+    /// What is done to X-ray views.
+    const CXrayViews& GetXray() const { return m_aXray; }
+
+    /// Image i is view iViews[i]. Borrows both.
     ImageSource GetViews(std::span<const int> iViews);
 
     const std::string& GetError() const { return m_strError; }
@@ -40,7 +44,8 @@ private:
 
     std::string m_strTilts, m_strAngles, m_strXf;
     ReconRequest* m_pRequest = nullptr;
-    CMrcReader m_aStack;
+    std::unique_ptr<CImageStack> m_pStack;
+    CXrayViews m_aXray;
     std::vector<float> m_vfAngles;
     std::string m_strError;
 };

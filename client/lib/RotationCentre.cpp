@@ -6,8 +6,10 @@
 #include <array>
 #include <cmath>
 #include <memory>
+#include <numbers>
 #include <vector>
 
+#include "talven/Angles.h"
 #include "talven/Text.h"
 
 namespace talven
@@ -15,8 +17,10 @@ namespace talven
 namespace
 {
 
+constexpr double g_dPi = std::numbers::pi;
 constexpr double g_dLeastCorrelation = 0.2;
 constexpr std::size_t g_tMostPairs = 5;
+constexpr double g_dExact = 1e-3;  // degrees that do not matter
 
 /// Two views, and how far the second is from half a turn after the first, degrees.
 struct Pair
@@ -68,7 +72,42 @@ std::vector<double> SumSquares(std::span<const float> fView, int iX)
     return vdSums;
 }
 
-/// Correlates two images at all shifts along X.
+/// The normalised correlation of two images at the shifts from -iMost to iMost.
+struct Curve
+{
+    explicit Curve(int iRange) : iMost(iRange), vdValues(std::size_t(2 * iRange + 1)) {}
+
+    double At(int s) const { return std::abs(s) > iMost ? 0 : vdValues[std::size_t(s + iMost)]; }
+    void Add(const Curve& rOther)
+    {
+        for (std::size_t i = 0; i < vdValues.size(); ++i) vdValues[i] += rOther.vdValues[i];
+    }
+    /// How far another curve must go to look like this one. \param iReach  of it around 0 counts
+    double Place(const Curve& rOther, int iReach) const
+    {
+        const auto Get = [&](int iShift)
+        {
+            double dSum = 0;
+            for (int s = -iReach; s <= iReach; ++s) dSum += At(s + iShift) * rOther.At(s);
+            return dSum;
+        };
+        int iBest = 0;
+        for (int i = -iMost; i <= iMost; ++i)
+            if (Get(i) > Get(iBest)) iBest = i;
+        return iBest + FitPeak(Get(iBest - 1), Get(iBest), Get(iBest + 1));
+    }
+    double FindMost(int iFrom, int iTo) const
+    {
+        double dMost = -1;
+        for (int s = iFrom; s <= iTo; ++s) dMost = std::max(dMost, At(s));
+        return dMost;
+    }
+
+    int iMost;
+    std::vector<double> vdValues;
+};
+
+/// Correlates two images at all shifts along X that leave a third of the columns in common.
 class CRowCorrelation
 {
 public:
@@ -80,26 +119,23 @@ public:
     {
     }
 
-    /// The shift s with fA(x) like fB(x - s), and the normalised correlation there.
-    double FindShift(std::span<const float> fA, std::span<const float> fB, double& rCorrelation)
+    /// Of each shift s, with fA(x) beside fB(x - s).
+    Curve Compare(std::span<const float> fA, std::span<const float> fB)
     {
         const std::vector<float> vfCross = mGetProducts(fA, fB);
         const std::vector<double> vdA = SumSquares(fA, m_iX), vdB = SumSquares(fB, m_iX);
-        const auto Get = [&](int s)
+        Curve aCurve(2 * m_iX / 3);
+        for (int s = -aCurve.iMost; s <= aCurve.iMost; ++s)
         {
             const auto tFrom = std::size_t(std::max(0, s)),
                        tTo = std::size_t(m_iX + std::min(0, s));
             const double dA = vdA[tTo] - vdA[tFrom];
             const double dB = vdB[tTo - std::size_t(s)] - vdB[tFrom - std::size_t(s)];
-            if (dA < 1e-6 * vdA.back() || dB < 1e-6 * vdB.back() || !(dA * dB > 0)) return 0.0;
-            return vfCross[std::size_t((s + m_iLength) % m_iLength)] / std::sqrt(dA * dB);
-        };
-        const int iMost = 2 * m_iX / 3;
-        int iBest = 0;
-        for (int s = -iMost; s <= iMost; ++s)
-            if (Get(s) > Get(iBest)) iBest = s;
-        rCorrelation = Get(iBest);
-        return iBest + FitPeak(Get(iBest - 1), Get(iBest), Get(iBest + 1));
+            if (dA > 1e-6 * vdA.back() && dB > 1e-6 * vdB.back())
+                aCurve.vdValues[std::size_t(s + aCurve.iMost)] =
+                    double(vfCross[std::size_t((s + m_iLength) % m_iLength)]) / std::sqrt(dA * dB);
+        }
+        return aCurve;
     }
 
 private:
@@ -145,17 +181,29 @@ double GetGap(std::span<const float> fAngles, int iFrom, int iTo)
                           360.0);
 }
 
-/// The view nearest to this one in angle, but at another angle; -1: there is none.
-int FindNeighbour(std::span<const float> fAngles, int iView)
+/// The view whose angle is nearest to dGap from that of this one, in either direction; it may be
+/// this one.
+int FindNeighbour(std::span<const float> fAngles, int iView, double dGap)
 {
-    int iBest = -1;
+    int iBest = iView;
+    double dLeast = 360;
     for (int i = 0; i < static_cast<int>(fAngles.size()); ++i)
     {
-        const double dGap = std::fabs(GetGap(fAngles, iView, i));
-        if (dGap > 1e-3 && (iBest < 0 || dGap < std::fabs(GetGap(fAngles, iView, iBest))))
-            iBest = i;
+        const double dOff = std::fabs(std::fabs(GetGap(fAngles, iView, i)) - std::fabs(dGap));
+        if (dOff < dLeast - g_dExact || (i == iView && dOff < dLeast + g_dExact)) iBest = i;
+        dLeast = std::min(dLeast, dOff);
     }
     return iBest;
+}
+
+/// Degrees to the next other angle; 0: there is none.
+double GetStep(std::span<const float> fAngles, int iView)
+{
+    double dStep = 360;
+    for (int i = 0; i < static_cast<int>(fAngles.size()); ++i)
+        if (const double dGap = std::fabs(GetGap(fAngles, iView, i)); dGap > g_dExact)
+            dStep = std::min(dStep, dGap);
+    return dStep < 360 ? dStep : 0;
 }
 
 /// The pairs that come as near to half a turn as the best one.
@@ -168,15 +216,13 @@ bool FindPairs(std::span<const float> fAngles, std::vector<Pair>& rPairs, std::s
         for (int j = i + 1; j < iViews; ++j)
         {
             const double dBeyond = std::remainder(GetGap(fAngles, i, j) - 180, 360.0);
-            if (std::fabs(dBeyond) > dLeast + 1e-3) continue;
+            if (std::fabs(dBeyond) > dLeast + g_dExact) continue;
             dLeast = std::min(dLeast, std::fabs(dBeyond));
             aAll.push_back({i, j, dBeyond});
         }
-    std::erase_if(aAll, [&](const Pair& r) { return std::fabs(r.dBeyond) > dLeast + 1e-3; });
+    std::erase_if(aAll, [&](const Pair& r) { return std::fabs(r.dBeyond) > dLeast + g_dExact; });
     if (aAll.empty()) return Fail(rError, "one view does not tell where the axis is");
-    const int iNext = FindNeighbour(fAngles, aAll[0].iFirst);
-    const double dStep = iNext < 0 ? 0 : std::fabs(GetGap(fAngles, aAll[0].iFirst, iNext));
-    if (dLeast > 1e-3 + 1.1 * dStep)
+    if (dLeast > g_dExact + 1.1 * GetStep(fAngles, aAll[0].iFirst))
         return Fail(rError, Format("no two views are half a turn apart: the nearest to it, %d and "
                                    "%d, are %.4g degrees apart",
                                    aAll[0].iFirst + 1, aAll[0].iSecond + 1, 180 - dLeast));
@@ -200,22 +246,36 @@ public:
         if (!mRead(rPair.iFirst, false, vfFirst, rError) ||
             !mRead(rPair.iSecond, true, vfSecond, rError))
             return false;
-        double dShift = m_aRows.FindShift(vfFirst, vfSecond, rCentre.dCorrelation);
-        if (const int iNext = FindNeighbour(m_fAngles, rPair.iFirst);
-            std::fabs(rPair.dBeyond) > 1e-3 && iNext >= 0)
-        {
-            double dIgnored = 0;
-            if (!mRead(iNext, false, vfSecond, rError)) return false;
-            dShift += rPair.dBeyond / GetGap(m_fAngles, rPair.iFirst, iNext) *
-                      m_aRows.FindShift(vfSecond, vfFirst, dIgnored);
-        }
+        const Curve aTurned = m_aRows.Compare(vfFirst, vfSecond);
+        Curve aBeside(aTurned.iMost);
+        if (!mAddBeside(rPair, false, vfFirst, aBeside, rError) ||
+            !mAddBeside(rPair, true, vfSecond, aBeside, rError))
+            return false;
+        const int iReach =
+            6 + static_cast<int>(std::fabs(rPair.dBeyond) * g_dPi / 360 * m_aSize.iX);
+        const double dShift = aTurned.Place(aBeside, iReach);
         rCentre.dColumn = 0.5 * (dShift + m_aSize.iX - 1);
+        rCentre.dCorrelation =
+            aTurned.FindMost(int(std::floor(dShift)) - iReach, int(std::ceil(dShift)) + iReach);
         rCentre.iViews[0] = rPair.iFirst;
         rCentre.iViews[1] = rPair.iSecond;
         return true;
     }
 
 private:
+    /// Compares one of the pair with the view that the rest of the turn makes of it, so that things
+    /// move as they do between the pair.
+    bool mAddBeside(const Pair& rPair, bool bSecond, std::span<const float> fView, Curve& rCurve,
+                    std::string& rError)
+    {
+        const int iView = bSecond ? rPair.iSecond : rPair.iFirst;
+        const int iNext = FindNeighbour(m_fAngles, iView, rPair.dBeyond);
+        std::vector<float> vfNext;
+        if (!mRead(iNext, bSecond, vfNext, rError)) return false;
+        const bool bAlong = GetGap(m_fAngles, iView, iNext) * rPair.dBeyond > 0;
+        rCurve.Add(bAlong ? m_aRows.Compare(fView, vfNext) : m_aRows.Compare(vfNext, fView));
+        return true;
+    }
     bool mRead(int iView, bool bMirror, std::vector<float>& rView, std::string& rError)
     {
         rView.resize(m_aSize.GetPixels());
@@ -237,7 +297,7 @@ bool FindRotationCentre(const ImageSize& rSize, std::span<const float> fAngles,
                         const ImageSource& rViews, RotationCentre& rCentre, std::string& rError)
 {
     std::vector<Pair> aPairs;
-    if (!FindPairs(fAngles, aPairs, rError)) return false;
+    if (!CheckDegrees(fAngles, rError) || !FindPairs(fAngles, aPairs, rError)) return false;
     CCentreSearch aSearch(rSize, fAngles, rViews);
     std::vector<RotationCentre> aFound(aPairs.size());
     for (std::size_t n = 0; n < aPairs.size(); ++n)

@@ -21,10 +21,10 @@ struct RotationCentre
 /// axis.
 ///
 /// The gradients along X of a view and of the mirrored other one are correlated at all shifts that
-/// leave a third of the columns in common, so that the axis is found in the middle two thirds; a
-/// parabola gives the fraction. Where the views are not exactly half a turn apart, the shift that
-/// the rest of the turn makes is estimated from the view beside the first one. Of several pairs the
-/// median counts.
+/// leave a third of the columns in common, so that the axis is found in the middle two thirds. The
+/// views may be as far from half a turn apart as a view is from the next: the curve over the shifts
+/// is compared with that of views beside each other, in which things move by as much. A parabola
+/// gives the fraction; of several pairs the median counts.
 /// \param fAngles  of the views, degrees
 /// \param rViews   flat beams make no edges: views should be corrected; image i belongs to angle i
 /// \return false when a view cannot be read, when no two views are within one angular step of half
