@@ -72,7 +72,7 @@ std::vector<double> SumSquares(std::span<const float> fView, int iX)
     return vdSums;
 }
 
-/// The normalised correlation of two images at the shifts from -iMost to iMost.
+/// The correlation of two images, -1 to 1, at the shifts from -iMost to iMost.
 struct Curve
 {
     explicit Curve(int iRange) : iMost(iRange), vdValues(std::size_t(2 * iRange + 1)) {}
@@ -131,9 +131,11 @@ public:
                        tTo = std::size_t(m_iX + std::min(0, s));
             const double dA = vdA[tTo] - vdA[tFrom];
             const double dB = vdB[tTo - std::size_t(s)] - vdB[tFrom - std::size_t(s)];
+            // Half by what is in common, half by all: little in common is soon alike.
+            const double dNorm = std::sqrt(std::sqrt(dA * vdA.back()) * std::sqrt(dB * vdB.back()));
             if (dA > 1e-6 * vdA.back() && dB > 1e-6 * vdB.back())
                 aCurve.vdValues[std::size_t(s + aCurve.iMost)] =
-                    double(vfCross[std::size_t((s + m_iLength) % m_iLength)]) / std::sqrt(dA * dB);
+                    double(vfCross[std::size_t((s + m_iLength) % m_iLength)]) / dNorm;
         }
         return aCurve;
     }
