@@ -5,6 +5,7 @@
 
 #include "talven/Angles.h"
 #include "talven/Text.h"
+#include "talven/VolumeTilt.h"
 
 namespace talven
 {
@@ -70,6 +71,9 @@ bool ChooseMethod(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& r
     ReconOptions& rOptions = rPlan.aOptions;
     rOptions.eMethod = rRequest.eMethod;
     if (rRequest.bFilter) rPlan.aFilter = rRequest.aFilter;
+    rPlan.bUnconstrained = rRequest.bUnconstrained;
+    if (rPlan.bUnconstrained && rOptions.eMethod != EMethod::eSart)
+        return Fail(rError, "unconstrained: only SART, and wbp is so without it");
     if (rOptions.eMethod == EMethod::eBackProj) return true;
 
     if (!ChooseSubsets(rRequest, rPlan, rError)) return false;
@@ -114,6 +118,8 @@ bool ChooseStops(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rE
 bool ChooseBox(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
 {
     rPlan.aBox = rRequest.aBox;
+    if (rPlan.aBox && rPlan.bUnconstrained)
+        return Fail(rError, "weight-box: not with --unconstrained");
     if (rPlan.aBox && rPlan.aFilter)
         return Fail(rError, "weight-box: a filtered back projection has no use for it");
     if (!rPlan.aBox || (rPlan.aBox->fHalfX > 0 && rPlan.aBox->fHalfZ > 0)) return true;
@@ -147,8 +153,10 @@ bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
                    rAligned.iY,
                    static_cast<int>(rPlan.viViews.size()),
                    rRequest.iWidth > 0 ? rRequest.iWidth : rAligned.iX,
-                   rRequest.iThickness,
+                   CVolumeTilt::GetSlices(rRequest.iThickness, rRequest.aAlign.dTiltX),
                    rPlan.iSmoothInterval > 0};
+    rPlan.iThickness = rRequest.iThickness;
+    rPlan.dTiltX = rRequest.aAlign.dTiltX;
     if (!rPlan.aAlignment.IsNone()) rPlan.aSize.aMeasured = rPlan.aAlignment.aBinned;
     return true;
 }
@@ -185,6 +193,13 @@ bool MakeHalfPlan(const ReconRequest& rRequest, const ReconPlan& rPlan, int iHal
     return true;
 }
 
+JobSize ReconPlan::GetResultSize() const
+{
+    JobSize aResult = aSize;
+    aResult.iVolZ = iThickness;
+    return aResult;
+}
+
 ReconOptions ReconPlan::GetIterations(int iFirst, int iCount) const
 {
     ReconOptions aSome = aOptions;
@@ -205,6 +220,7 @@ std::string ReconPlan::DescribeMethod(int iIterations) const
                (iIterations > 0 ? iIterations : aOptions.iIterations) == 1 ? "" : "s");
     if (aOptions.vuiSetSizes.size() > 1)
         strText += Format(", %zu subsets", aOptions.vuiSetSizes.size());
+    if (bUnconstrained) strText += ", unconstrained";
     if (iSmoothInterval > 0) strText += ", smoothed";
     return strText;
 }

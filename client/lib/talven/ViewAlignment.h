@@ -43,6 +43,7 @@ struct AlignRequest
     int iBin = 1;          ///< raw pixels along each edge of an aligned one
     ImageSize aSize = {};  ///< of the aligned views; 0: what the raw ones make
     double dShiftZ = 0;    ///< of the specimen in the volume, voxels towards higher slices
+    double dTiltX = 0;     ///< by which the specimen rises towards +Y, degrees: it is laid flat
     /// Column of the raw views, from 0, in which the tilt axis crosses the middle row; it is
     /// brought to the middle before anything else. Not beside maps, which do that themselves.
     std::optional<double> dCentre = {};
