@@ -11,6 +11,7 @@
 #include "talven/Agreement.h"
 #include "talven/AtomicFile.h"
 #include "talven/FileImages.h"
+#include "talven/MrcReader.h"
 #include "talven/Slices.h"
 
 namespace talven
@@ -173,11 +174,11 @@ std::string CReconstructCommand::mDescribe() const
         std::minmax_element(m_aPlan.vfAngles.begin(), m_aPlan.vfAngles.end());
     const JobSize& rSize = m_aPlan.aSize;
     return Format(
-        "%s: %d x %d, %d of %d angles from %g to %g degrees -> volume %d x %d x %d, %s; "
+        "%s%s: %d x %d, %d of %d angles from %g to %g degrees -> volume %d x %d x %d, %s; "
         "the server needs %s of memory",
-        m_aSeries.GetPath().c_str(), rSize.iProjX, rSize.iProjY, rSize.iProjs,
-        m_aSeries.GetViewCount(), double(*pLow), double(*pHigh), rSize.iVolX, rSize.iProjY,
-        rSize.iVolZ, m_aPlan.DescribeMethod().c_str(),
+        m_aSeries.GetPath().c_str(), m_aSeries.GetXray().Describe().c_str(), rSize.iProjX,
+        rSize.iProjY, rSize.iProjs, m_aSeries.GetViewCount(), double(*pLow), double(*pHigh),
+        rSize.iVolX, rSize.iProjY, rSize.iVolZ, m_aPlan.DescribeMethod().c_str(),
         FormatBytes(rSize.GetBytes(m_aServerOptions.EstimateDevices())).c_str());
 }
 
@@ -264,6 +265,8 @@ Json CReconstructCommand::mMakeJson() const
     aJson["stack"] = {{"file", m_aSeries.GetPath()},
                       {"size", {rSize.iProjX, rSize.iProjY, rSize.iProjs}},
                       {"angles", m_aPlan.vfAngles}};
+    if (const std::optional<double> dCentre = m_aSeries.GetXray().GetCentre())
+        aJson["stack"]["centre"] = *dCentre;
     aJson["volume"] = {{"file", m_strOutput},   {"size", {rHeader.iX, rHeader.iY, rHeader.iZ}},
                        {"min", rHeader.fMin},   {"max", rHeader.fMax},
                        {"mean", rHeader.fMean}, {"rms", rHeader.fRms}};

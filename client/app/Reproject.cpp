@@ -4,6 +4,7 @@
 #include "Options.h"
 #include "talven/Angles.h"
 #include "talven/FileImages.h"
+#include "talven/MrcReader.h"
 #include "talven/Reconstruction.h"
 
 namespace talven
@@ -41,6 +42,7 @@ bool CReprojectCommand::Run()
     if (!mCheck(aVolume.Open(m_strVolume), aVolume) ||
         !ReadAngles(m_strAngles, vfAngles, m_strError))
         return false;
+    if (!CheckDegrees(vfAngles, m_strError)) return mFail(m_strAngles + ": " + m_strError);
     const MrcHeader& rHeader = aVolume.GetHeader();
     const JobSize aSize = {m_iWidth > 0 ? m_iWidth : rHeader.iX, rHeader.iY,
                            static_cast<int>(vfAngles.size()), rHeader.iX, rHeader.iZ};

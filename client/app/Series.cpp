@@ -11,7 +11,7 @@ void CSeries::AddOptions(CLI::App& rApp, ReconRequest& rRequest)
 {
     m_pRequest = &rRequest;
     AddFile(rApp, "--tilts", m_strTilts,
-            "Tilt series, MRC; aligned, with the tilt axis along Y, or see --xf")
+            "Tilt series, MRC, HDF5 or TIFF; aligned, with the tilt axis along Y, or see --xf")
         ->required();
     m_aFiles.AddOptions(rApp);
     AddAlignment(rApp, rRequest.aAlign, m_strXf);
@@ -26,18 +26,21 @@ void CSeries::AddOptions(CLI::App& rApp, ReconRequest& rRequest)
         ->check(CLI::Range(-60.0, 60.0))
         ->type_name("DEG");
     rApp.option_defaults()->group("Options");
+    m_aXray.AddOptions(rApp);
 }
 
 bool CSeries::Open()
 {
-    if (!m_aStack.Open(m_strTilts)) return Fail(m_strError, m_aStack.GetError());
-    const StackFacts aFacts = {m_strTilts, GetSize(), GetViewCount(), m_aStack.GetHeader().dPixel};
-    return m_aFiles.Read(aFacts, m_strXf, *m_pRequest) || Fail(m_strError, m_aFiles.GetError());
+    m_pStack = OpenStack(m_strTilts, m_strError);
+    return m_pStack &&
+           (m_aFiles.Read(*m_pStack, m_strXf, *m_pRequest) ||
+            Fail(m_strError, m_aFiles.GetError())) &&
+           m_aXray.Open(*m_pStack, GetAngles(), *m_pRequest, m_strError);
 }
 
 ImageSource CSeries::GetViews(std::span<const int> iViews)
 {
-    return ReadFrom(m_aStack, iViews);
+    return m_aXray.Correct(ReadFrom(*m_pStack, iViews));
 }
 
 }  // namespace talven

@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "SeriesFiles.h"
-#include "talven/MrcReader.h"
+#include "XrayViews.h"
+#include "talven/ImageStack.h"
 #include "talven/ReconPlan.h"
 #include "talven/ServerJob.h"
 
@@ -24,8 +25,8 @@ public:
     [[nodiscard]] bool Open();
 
     const std::string& GetPath() const { return m_strTilts; }
-    ImageSize GetSize() const { return {m_aStack.GetHeader().iX, m_aStack.GetHeader().iY}; }
-    int GetViewCount() const { return m_aStack.GetHeader().iZ; }
+    const ImageSize& GetSize() const { return m_pStack->GetSize(); }
+    int GetViewCount() const { return m_pStack->GetSections(); }
     /// Angstrom per raw pixel; 0: not known.
     double GetPixel() const { return m_aFiles.GetPixel(); }
     /// Degrees, of every view.
@@ -35,7 +36,10 @@ public:
     /// Where the angles came from, and what else a user might not expect; one line, may be empty.
     const std::string& GetNote() const { return m_aFiles.GetNote(); }
 
-    /// Image i is view viViews[i]. Borrows both.
+    /// What is done to X-ray views.
+    const CXrayViews& GetXray() const { return m_aXray; }
+
+    /// Image i is view iViews[i]. Borrows both.
     ImageSource GetViews(std::span<const int> iViews);
 
     const std::string& GetError() const { return m_strError; }
@@ -43,8 +47,9 @@ public:
 private:
     std::string m_strTilts, m_strXf;
     ReconRequest* m_pRequest = nullptr;
-    CMrcReader m_aStack;
+    std::unique_ptr<CImageStack> m_pStack;
     CSeriesFiles m_aFiles;
+    CXrayViews m_aXray;
     std::string m_strError;
 };
 

@@ -61,9 +61,9 @@ void CSeriesFiles::AddOptions(CLI::App& rApp)
               "Take tilt.com, newst.com or both; options that are given win");
 }
 
-bool CSeriesFiles::Read(const StackFacts& rStack, const std::string& strXf, ReconRequest& rRequest)
+bool CSeriesFiles::Read(CImageStack& rStack, const std::string& strXf, ReconRequest& rRequest)
 {
-    m_aStack = rStack;
+    m_pStack = &rStack;
     return mReadFiles(strXf, rRequest) && mCheckPixel() && mTakeBin(rRequest) &&
            mTakeAxis(rRequest) && mTakeVolume(rRequest) && mTakeAngles() && mTakeViews(rRequest);
 }
@@ -73,7 +73,7 @@ bool CSeriesFiles::mReadFiles(const std::string& strXf, ReconRequest& rRequest)
     for (const std::string& strPath : m_vstrFrom)
         if (!ReadCommands(strPath, m_aCommands, m_strError)) return false;
     if (!m_strMdoc.empty() && (!ReadMdoc(m_strMdoc, m_aMdoc, m_strError) ||
-                               !FitToStack(m_aMdoc, m_aStack.iViews, m_aViews, m_strError)))
+                               !FitToStack(m_aMdoc, m_pStack->GetSections(), m_aViews, m_strError)))
         return false;
     m_bRaw =
         !m_aCommands.aStack.strPath.empty() || !strXf.empty() || m_aCommands.aTilt.strPath.empty();
@@ -81,20 +81,20 @@ bool CSeriesFiles::mReadFiles(const std::string& strXf, ReconRequest& rRequest)
     std::vector<ViewMap>& rMaps = rRequest.aAlign.aMaps;
     if (strMaps.empty()) return true;
     if (!ReadXf(strMaps, rMaps, m_strError)) return false;
-    return !strXf.empty() || rMaps.size() == std::size_t(m_aStack.iViews) ||
+    return !strXf.empty() || rMaps.size() == std::size_t(m_pStack->GetSections()) ||
            mFail(Format("%s has %zu maps, but %s has %d sections", strMaps.c_str(), rMaps.size(),
-                        m_aStack.strPath.c_str(), m_aStack.iViews));
+                        m_pStack->GetPath().c_str(), m_pStack->GetSections()));
 }
 
 bool CSeriesFiles::mCheckPixel()
 {
-    m_dPixel = m_aStack.dPixel;
+    m_dPixel = m_pStack->GetPixel();
     if (!m_aMdoc.dPixel) return true;
     const int iBinned = m_bRaw ? 1 : std::max(1, m_aCommands.aTilt.iBinned);
     const double dPixel = *m_aMdoc.dPixel * iBinned;
     if (IsKnown(m_dPixel) && std::fabs(m_dPixel / dPixel - 1) > 0.02)
         return mFail(Format("%s has pixels of %g Angstrom, but %s of %g%s", m_strMdoc.c_str(),
-                            *m_aMdoc.dPixel, m_aStack.strPath.c_str(), m_dPixel,
+                            *m_aMdoc.dPixel, m_pStack->GetPath().c_str(), m_dPixel,
                             iBinned > 1 ? Format(", binned by %d", iBinned).c_str() : ""));
     if (!IsKnown(m_dPixel)) m_dPixel = dPixel;
     return true;
@@ -119,7 +119,7 @@ bool CSeriesFiles::mTakeBin(ReconRequest& rRequest)
     if (rSize.iX > 0)
         rAlign.aSize = {Scale(rSize.iX), Scale(rSize.iY)};
     else if (!rAlign.aMaps.empty())
-        rAlign.aSize = {m_aStack.aSize.iX / rAlign.iBin, m_aStack.aSize.iY / rAlign.iBin};
+        rAlign.aSize = {m_pStack->GetSize().iX / rAlign.iBin, m_pStack->GetSize().iY / rAlign.iBin};
     return true;
 }
 
@@ -171,7 +171,8 @@ bool CSeriesFiles::mTakeVolume(ReconRequest& rRequest)
         return mFail(Format("%s: XAXISTILT of %g degrees, more than 60 cannot be done",
                             rTilt.strPath.c_str(), dTiltX));
     if (!mIsGiven("--x-tilt")) rAlign.dTiltX = -dTiltX;  // along the rows, too
-    const ImageSize aBinned = {m_aStack.aSize.iX / rAlign.iBin, m_aStack.aSize.iY / rAlign.iBin};
+    const ImageSize aBinned = {m_pStack->GetSize().iX / rAlign.iBin,
+                               m_pStack->GetSize().iY / rAlign.iBin};
     return mCheckSubset(rAlign.aSize.iX > 0 ? rAlign.aSize : aBinned, dUnit);
 }
 
@@ -229,10 +230,14 @@ bool CSeriesFiles::mTakeAngles()
         return mCheckAngles();
     }
     if (!m_strMdoc.empty()) return mTakeMdocAngles();
+    if (!m_pStack->ReadAngles(m_vfAngles)) return mFail(m_pStack->GetError());
     std::string strWhy;
-    if (!ReadHeaderAngles(m_aStack.strPath, m_vfAngles, strWhy))
+    if (!m_vfAngles.empty())
+        mNote("angles from " + m_pStack->GetPath());
+    else if (ReadHeaderAngles(m_pStack->GetPath(), m_vfAngles, strWhy))
+        mNote("angles from the extended header of " + m_pStack->GetPath());
+    else
         return mFail("--angles is required where no other file has them; " + strWhy);
-    mNote("angles from the extended header of " + m_aStack.strPath);
     return true;
 }
 
@@ -252,10 +257,10 @@ bool CSeriesFiles::mTakeMdocAngles()
 /// Those of a file that lists them, beside the stack and the .mdoc.
 bool CSeriesFiles::mCheckAngles()
 {
-    if (m_vfAngles.size() != std::size_t(m_aStack.iViews))
+    if (m_vfAngles.size() != std::size_t(m_pStack->GetSections()))
         return mFail(Format("%s has %zu angle%s, but %s has %d sections", m_strAnglesFrom.c_str(),
                             m_vfAngles.size(), m_vfAngles.size() == 1 ? "" : "s",
-                            m_aStack.strPath.c_str(), m_aStack.iViews));
+                            m_pStack->GetPath().c_str(), m_pStack->GetSections()));
     for (std::size_t i = 0; i < m_aViews.vfAngles.size(); ++i)
         if (m_aViews.vfAngles[i] && std::fabs(*m_aViews.vfAngles[i] - m_vfAngles[i]) > 5)
             return mFail(Format("view %zu is tilted by %g degrees in %s, but by %g in %s", i + 1,
@@ -270,16 +275,16 @@ bool CSeriesFiles::mTakeViews(ReconRequest& rRequest)
     if (!mIsGiven("--exclude") && !mIsGiven("--include"))
     {
         for (const std::vector<int>* pviListed : {&rTilt.viExclude, &rTilt.viInclude})
-            if (!pviListed->empty() && pviListed->back() >= m_aStack.iViews)
+            if (!pviListed->empty() && pviListed->back() >= m_pStack->GetSections())
                 return mFail(Format("%s lists view %d, but %s has %d sections",
                                     rTilt.strPath.c_str(), pviListed->back() + 1,
-                                    m_aStack.strPath.c_str(), m_aStack.iViews));
+                                    m_pStack->GetPath().c_str(), m_pStack->GetSections()));
         rRequest.viInclude = rTilt.viInclude;
-        LeaveOut(rTilt.viExclude, m_aStack.iViews, rRequest);
+        LeaveOut(rTilt.viExclude, m_pStack->GetSections(), rRequest);
     }
     // A view of which a list of angles knows more than the .mdoc stays.
     if (!m_strAnglesFrom.empty() || m_aViews.viMissing.empty()) return true;
-    LeaveOut(m_aViews.viMissing, m_aStack.iViews, rRequest);
+    LeaveOut(m_aViews.viMissing, m_pStack->GetSections(), rRequest);
     std::string strViews;
     for (const int iView : m_aViews.viMissing) strViews += Format(" %d", iView + 1);
     mNote("left out, not in " + m_strMdoc + ": view" + strViews);

@@ -4,21 +4,13 @@
 #include <string>
 #include <vector>
 
+#include "talven/ImageStack.h"
 #include "talven/Mdoc.h"
 #include "talven/ReconPlan.h"
 #include "talven/TiltCommands.h"
 
 namespace talven
 {
-
-/// What the header of a stack says.
-struct StackFacts
-{
-    std::string strPath;
-    ImageSize aSize;
-    int iViews = 0;
-    double dPixel = 0;  ///< Angstrom; 0: not said
-};
 
 /// The files that come with a tilt series: angles, maps of the views, .mdoc, command files.
 ///
@@ -31,10 +23,10 @@ public:
     /// \param rApp  its other options win over files when they are given; outlives this
     void AddOptions(CLI::App& rApp);
     /// Reads the files.
+    /// \param rStack    has the views; borrowed for the call
     /// \param strXf     the maps that an option names; empty: none
     /// \param rRequest  receives what they say about the reconstruction
-    [[nodiscard]] bool Read(const StackFacts& rStack, const std::string& strXf,
-                            ReconRequest& rRequest);
+    [[nodiscard]] bool Read(CImageStack& rStack, const std::string& strXf, ReconRequest& rRequest);
 
     /// Degrees, of every view of the stack; 0 for a view that no file knows, which is left out.
     const std::vector<float>& GetAngles() const { return m_vfAngles; }
@@ -70,7 +62,7 @@ private:
     std::string m_strAngles, m_strMdoc;
     std::vector<std::string> m_vstrFrom;
 
-    StackFacts m_aStack;
+    CImageStack* m_pStack = nullptr;  // while it is read
     SeriesCommands m_aCommands;
     Mdoc m_aMdoc;
     MdocViews m_aViews;

@@ -6,7 +6,7 @@
 #include "GreyImage.h"
 #include "Lists.h"
 #include "Options.h"
-#include "talven/MrcReader.h"
+#include "talven/ImageStack.h"
 
 namespace talven
 {
@@ -37,7 +37,7 @@ private:
     std::string m_strContrast = "0.5,99.5";
     int m_iMostWide = 1500;
 
-    CMrcReader m_aReader;
+    std::unique_ptr<CImageStack> m_pStack;
     std::optional<CSlices> m_aSlices;
     std::vector<double> m_vdPercents;
     GreyScale m_aGrey;
@@ -46,7 +46,7 @@ private:
 
 void CViewCommand::AddOptions(CLI::App& rApp)
 {
-    AddFile(rApp, "input", m_strInput, "Volume or stack, MRC")->required();
+    AddFile(rApp, "input", m_strInput, "Volume or stack, MRC, HDF5 or TIFF")->required();
     AddFile(rApp, "-o,--output", m_strOutput, "The picture, PNG")->required();
     rApp.add_option("--axis", m_strAxis, "The axis across the slices")
         ->check(CLI::IsMember({"x", "y", "z"}))
@@ -64,18 +64,17 @@ void CViewCommand::AddOptions(CLI::App& rApp)
 
 bool CViewCommand::Run()
 {
-    if (!mCheck(m_aReader.Open(m_strInput), m_aReader) || !mChooseSlices() || !mChooseContrast() ||
-        !mRead() || !mDraw())
-        return false;
+    m_pStack = OpenStack(m_strInput, m_strError);
+    if (!m_pStack || !mChooseSlices() || !mChooseContrast() || !mRead() || !mDraw()) return false;
     mSummarise();
     return true;
 }
 
 bool CViewCommand::mChooseSlices()
 {
-    const MrcHeader& rHeader = m_aReader.GetHeader();
+    const ImageSize& rSize = m_pStack->GetSize();
     const char cAxis = m_strAxis.front();
-    m_aSlices.emplace(rHeader.iX, rHeader.iY, rHeader.iZ);
+    m_aSlices.emplace(rSize.iX, rSize.iY, m_pStack->GetSections());
     const int iExtent = m_aSlices->GetExtent(cAxis);
     if (m_viSlices.empty()) m_viSlices = {iExtent / 2};
     if (m_viSlices.back() >= iExtent)
@@ -104,13 +103,13 @@ bool CViewCommand::mChooseContrast()
 
 bool CViewCommand::mRead()
 {
-    const MrcHeader& rHeader = m_aReader.GetHeader();
-    std::vector<float> vfSection(rHeader.GetSectionPixels());
-    CPhase aPhase(m_aReport, "reading", rHeader.iZ, sizeof(float) * vfSection.size());
-    for (int z = 0; z < rHeader.iZ; ++z)
+    const int iSections = m_pStack->GetSections();
+    std::vector<float> vfSection(m_pStack->GetSize().GetPixels());
+    CPhase aPhase(m_aReport, "reading", iSections, sizeof(float) * vfSection.size());
+    for (int z = 0; z < iSections; ++z)
     {
         if (!m_aSlices->Needs(z)) continue;
-        if (!mGoOn() || !mCheck(m_aReader.ReadSection(z, vfSection), m_aReader)) return false;
+        if (!mGoOn() || !mCheck(m_pStack->ReadSection(z, vfSection), *m_pStack)) return false;
         m_aSlices->Add(z, vfSection);
         aPhase.Step(z + 1);
     }

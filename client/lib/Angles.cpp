@@ -1,7 +1,9 @@
 #include "talven/Angles.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <numbers>
 
 #include "talven/AtomicFile.h"
 #include "talven/Text.h"
@@ -32,6 +34,17 @@ bool ReadAngles(std::istream& rText, const std::string& strName, std::vector<flo
     if (!ReadLines(rText, strName, "angles", Take, rError)) return false;
     rAngles = std::move(vfAngles);
     return true;
+}
+
+bool CheckDegrees(std::span<const float> fAngles, std::string& rError)
+{
+    if (fAngles.size() < 10) return true;
+    const auto [fLow, fHigh] = std::ranges::minmax(fAngles);
+    const double dMost = 2 * std::numbers::pi + 0.05;
+    if (fLow < -dMost || fHigh > dMost || fHigh - fLow < 1) return true;
+    return Fail(rError, Format("%zu angles from %.4g to %.4g look like radians; angles are in "
+                               "degrees (multiply by 57.2958)",
+                               fAngles.size(), double(fLow), double(fHigh)));
 }
 
 bool WriteAngles(const std::string& strPath, std::span<const float> fAngles, std::string& rError)

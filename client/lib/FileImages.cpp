@@ -5,7 +5,7 @@
 namespace talven
 {
 
-ImageSource ReadFrom(CMrcReader& rFile, std::span<const int> iSections)
+ImageSource ReadFrom(CImageStack& rFile, std::span<const int> iSections)
 {
     return [&rFile, iSections](int iIndex, std::span<float> fPixels, std::string& rError)
     {

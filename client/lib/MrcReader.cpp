@@ -6,7 +6,6 @@
 
 #include <bit>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 
 #include "Half.h"
@@ -50,6 +49,7 @@ bool CMrcReader::Open(const std::string& strPath)
 {
     if (m_iFile != -1) close(m_iFile);
     m_strPath = strPath;
+    m_iSections = 0;
     m_iFile = open(strPath.c_str(), O_RDONLY | O_CLOEXEC);
     if (m_iFile == -1) return mFail(std::string("cannot read: ") + std::strerror(errno));
     struct stat aStat
@@ -77,15 +77,14 @@ bool CMrcReader::Open(const std::string& strPath)
                      std::to_string(m_aHeader.iY) + " x " + std::to_string(m_aHeader.iZ) +
                      " pixels in the header, but the file ends in section " +
                      std::to_string(ulAfterHeader / ulSection + 1));
+    m_aSize = {m_aHeader.iX, m_aHeader.iY};
+    m_iSections = m_aHeader.iZ;
+    m_dPixel = m_aHeader.dPixel;
     return true;
 }
 
-bool CMrcReader::ReadSection(int iZ, std::span<float> fPixels)
+bool CMrcReader::mRead(int iZ, std::span<float> fPixels)
 {
-    if (m_iFile == -1 || iZ < 0 || iZ >= m_aHeader.iZ ||
-        fPixels.size() != m_aHeader.GetSectionPixels())
-        return mFail("no section " + std::to_string(iZ + 1) + " of " +
-                     std::to_string(fPixels.size()) + " pixels");
     const std::size_t tBytes = fPixels.size() * static_cast<std::size_t>(m_aHeader.GetPixelBytes());
     const std::uint64_t ulOffset = m_aHeader.GetDataOffset() + std::uint64_t(iZ) * tBytes;
 
@@ -94,12 +93,12 @@ bool CMrcReader::ReadSection(int iZ, std::span<float> fPixels)
         if (!mReadAt(ulOffset, std::as_writable_bytes(fPixels))) return false;
         if (m_aHeader.bSwap)
             for (float& rPixel : fPixels) rPixel = Swapped(rPixel);
-        return mCheckFinite(iZ, fPixels);
+        return true;
     }
     m_vcSection.resize(tBytes);
     if (!mReadAt(ulOffset, m_vcSection)) return false;
     mConvert(fPixels);
-    return m_aHeader.eMode != EMrcMode::eFloat16 || mCheckFinite(iZ, fPixels);
+    return true;
 }
 
 void CMrcReader::mConvert(std::span<float> fPixels) const
@@ -119,23 +118,6 @@ void CMrcReader::mConvert(std::span<float> fPixels) const
         ConvertAll<std::int8_t>(pcStored, false, fPixels, ToFloat);
 }
 
-bool CMrcReader::mCheckFinite(int iZ, std::span<const float> fPixels)
-{
-    // All exponent bits set: infinite or not a number. As integers, so that the loop is vectorised.
-    constexpr std::uint32_t uiExponentBits = 0x7F800000;
-    std::uint32_t uiBad = 0;
-    for (const float fPixel : fPixels)
-        uiBad |= (std::bit_cast<std::uint32_t>(fPixel) & uiExponentBits) == uiExponentBits;
-    if (uiBad == 0) return true;
-    for (std::size_t i = 0; i < fPixels.size(); ++i)
-        if (!std::isfinite(fPixels[i]))
-            return mFail("section " + std::to_string(iZ + 1) + ", column " +
-                         std::to_string(i % std::size_t(m_aHeader.iX) + 1) + ", row " +
-                         std::to_string(i / std::size_t(m_aHeader.iX) + 1) +
-                         " is not a finite number");
-    return true;
-}
-
 bool CMrcReader::mReadAt(std::uint64_t ulOffset, std::span<std::byte> pBytes)
 {
     while (!pBytes.empty())
@@ -149,12 +131,6 @@ bool CMrcReader::mReadAt(std::uint64_t ulOffset, std::span<std::byte> pBytes)
         pBytes = pBytes.subspan(static_cast<std::size_t>(iRead));
     }
     return true;
-}
-
-bool CMrcReader::mFail(const std::string& strWhat)
-{
-    m_strError = m_strPath + ": " + strWhat;
-    return false;
 }
 
 }  // namespace talven

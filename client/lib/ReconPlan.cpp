@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "talven/Angles.h"
 #include "talven/Text.h"
 #include "talven/VolumeTilt.h"
 
@@ -11,7 +12,7 @@ namespace talven
 namespace
 {
 
-bool SelectViews(const ReconRequest& rRequest, std::span<const float> fAngles, ReconPlan& rPlan,
+bool ChooseViews(const ReconRequest& rRequest, std::span<const float> fAngles, ReconPlan& rPlan,
                  std::string& rError)
 {
     const auto iViews = static_cast<int>(fAngles.size());
@@ -21,13 +22,10 @@ bool SelectViews(const ReconRequest& rRequest, std::span<const float> fAngles, R
     if (!rListed.empty() && rListed.back() >= iViews)
         return Fail(rError, strPart + Format("view %d, but the stack has %d sections",
                                              rListed.back() + 1, iViews));
-    for (int i = 0; i < iViews; ++i)
-    {
-        if (std::binary_search(rListed.begin(), rListed.end(), i) != bInclude) continue;
-        rPlan.viViews.push_back(i);
+    rPlan.viViews = SelectViews(rRequest, iViews);
+    for (const int i : rPlan.viViews)
         rPlan.vfAngles.push_back(
             static_cast<float>(double(fAngles[std::size_t(i)]) + rRequest.dAngleOffset));
-    }
     return !rPlan.viViews.empty() || Fail(rError, strPart + "no view is left");
 }
 
@@ -130,11 +128,22 @@ bool ChooseBox(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rErr
 
 }  // namespace
 
+std::vector<int> SelectViews(const ReconRequest& rRequest, int iViews)
+{
+    const bool bInclude = !rRequest.viInclude.empty();
+    const std::vector<int>& rListed = bInclude ? rRequest.viInclude : rRequest.viExclude;
+    std::vector<int> viViews;
+    for (int i = 0; i < iViews; ++i)
+        if (std::binary_search(rListed.begin(), rListed.end(), i) == bInclude) viViews.push_back(i);
+    return viViews;
+}
+
 bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
                    std::span<const float> fAngles, ReconPlan& rPlan, std::string& rError)
 {
     rPlan = ReconPlan{};
-    if (!SelectViews(rRequest, fAngles, rPlan, rError) ||
+    if (!CheckDegrees(fAngles, rError)) return Fail(rError, "angles: " + rError);
+    if (!ChooseViews(rRequest, fAngles, rPlan, rError) ||
         !ChooseAlignment(rRequest, rRaw, fAngles.size(), rPlan, rError) ||
         !ChooseMethod(rRequest, rPlan, rError) || !ChooseSmoothing(rRequest, rPlan, rError) ||
         !ChooseStops(rRequest, rPlan, rError) || !ChooseBox(rRequest, rPlan, rError))

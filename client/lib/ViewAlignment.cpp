@@ -58,6 +58,28 @@ Affine MakeMap(const ViewMap& rInverse, const ViewAlignment& rAlignment)
             float(rInverse.dA22), float(ToBinned(dU, rRaw.iX)), float(ToBinned(dV, rRaw.iY))};
 }
 
+/// What becomes of a raw view before it turns; a map for each view, or one that brings the axis to
+/// the middle.
+ViewMap GetOwnMap(const AlignRequest& rRequest, const ImageSize& rRaw, std::size_t tView)
+{
+    if (!rRequest.aMaps.empty()) return rRequest.aMaps[tView];
+    return {1, 0, 0, 1, rRequest.dCentre ? Centre(rRaw.iX) - *rRequest.dCentre : 0, 0};
+}
+
+bool CheckCentre(const AlignRequest& rRequest, const ImageSize& rRaw, std::string& rError)
+{
+    if (!rRequest.dCentre) return true;
+    if (!rRequest.aMaps.empty())
+        return Fail(rError, "centre: the maps of --xf bring the axis to the middle already");
+    // An axis along the rows crosses no column at one place.
+    if (std::fabs(std::cos(rRequest.dTiltAxis * g_dDegree)) < 0.7)
+        return Fail(rError, Format("centre: the axis at %g degrees does not lie along the columns",
+                                   rRequest.dTiltAxis));
+    if (*rRequest.dCentre >= 0 && *rRequest.dCentre <= rRaw.iX - 1) return true;
+    return Fail(rError, Format("centre: column %g, but the views have columns 0 to %d",
+                               *rRequest.dCentre, rRaw.iX - 1));
+}
+
 }  // namespace
 
 ViewMap ViewMap::Then(const ViewMap& r) const
@@ -114,7 +136,7 @@ bool ReadXf(std::istream& rText, const std::string& strName, std::vector<ViewMap
 bool AlignRequest::IsNone() const
 {
     return aMaps.empty() && dTiltAxis == 0 && iBin == 1 && aSize.iX == 0 && dShiftZ == 0 &&
-           dShiftX == 0 && dAxisX == 0 && dTiltX == 0;
+           dShiftX == 0 && dAxisX == 0 && dTiltX == 0 && !dCentre;
 }
 
 bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
@@ -129,10 +151,10 @@ bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
     if (!rRequest.aMaps.empty() && rRequest.aMaps.size() != fAngles.size())
         return Fail(rError,
                     Format("xf: %zu maps for %zu views", rRequest.aMaps.size(), fAngles.size()));
+    if (!CheckCentre(rRequest, rRaw, rError)) return false;
     for (std::size_t i = 0; i < fAngles.size(); ++i)
     {
-        const ViewMap aOwn = rRequest.aMaps.empty() ? ViewMap() : rRequest.aMaps[i];
-        const ViewMap aMap = aOwn.Then(Turn(-rRequest.dTiltAxis));
+        const ViewMap aMap = GetOwnMap(rRequest, rRaw, i).Then(Turn(-rRequest.dTiltAxis));
         if (i == 0)
             rAlignment.aAligned =
                 rRequest.aSize.iX > 0 ? rRequest.aSize : ChooseSize(rAlignment.aBinned, aMap);

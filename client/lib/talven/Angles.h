@@ -18,6 +18,10 @@ namespace talven
 [[nodiscard]] bool ReadAngles(std::istream& rText, const std::string& strName,
                               std::vector<float>& rAngles, std::string& rError);
 
+/// Refuses angles that look like radians: ten or more, none beyond +-2 pi, that span 1 or more. No
+/// tilt series has so little of a turn in degrees.
+[[nodiscard]] bool CheckDegrees(std::span<const float> fAngles, std::string& rError);
+
 /// Writes one angle per line with two decimals, or as many as they need.
 [[nodiscard]] bool WriteAngles(const std::string& strPath, std::span<const float> fAngles,
                                std::string& rError);

@@ -2,7 +2,7 @@
 
 #include <span>
 
-#include "talven/MrcReader.h"
+#include "talven/ImageStack.h"
 #include "talven/MrcWriter.h"
 #include "talven/ServerJob.h"
 #include "talven/VolumeFile.h"
@@ -10,9 +10,9 @@
 namespace talven
 {
 
-/// The sections of a file as the images of a job: image i is section iSections[i], or section i
+/// The sections of a stack as the images of a job: image i is section iSections[i], or section i
 /// when there are none. Both are borrowed.
-ImageSource ReadFrom(CMrcReader& rFile, std::span<const int> iSections = {});
+ImageSource ReadFrom(CImageStack& rFile, std::span<const int> iSections = {});
 /// A file that takes the images of a job as its next sections. Borrowed.
 ImageSink WriteTo(CMrcWriter& rFile);
 /// A volume in its form that takes slices. Borrowed.

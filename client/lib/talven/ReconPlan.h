@@ -65,6 +65,9 @@ struct ReconPlan
     ReconOptions GetIterations(int iFirst, int iCount) const;
 };
 
+/// The views of so many that take part, ascending from 0; none that are listed may lie beyond them.
+std::vector<int> SelectViews(const ReconRequest& rRequest, int iViews);
+
 /// \param rRaw     size of the views of the stack
 /// \param fAngles  degrees, of all views of the stack
 /// \return false when the request cannot be met; rError begins with the part of it that is wrong

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <istream>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -50,6 +51,9 @@ struct AlignRequest
     double dTiltX = 0;     ///< by which the specimen rises towards +Y, degrees: it is laid flat
     double dShiftX = 0;    ///< of the specimen to the right, voxels
     double dAxisX = 0;  ///< where the tilt axis lies in the aligned views, right of their centres
+    /// Column of the raw views, from 0, in which the tilt axis crosses the middle row; it is
+    /// brought to the middle before anything else. Not beside maps, which do that themselves.
+    std::optional<double> dCentre = {};
 
     /// Whether views are used as they are.
     bool IsNone() const;
