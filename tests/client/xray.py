@@ -139,7 +139,7 @@ def check_refusals(job, files):
         "no two views are half a turn apart": ["--angles", "wedge.txt", "--centre", "auto"],
         "column 96": ["--centre", "96"],
         "frames of 20 x 1": ["--flat", "line.tif"],
-        "--angles is needed": ["--tilts", "pages.tif"],
+        "--angles is required": ["--tilts", "pages.tif"],
     }.items():
         good &= check_refused(reason, *job, *([] if "--tilts" in more else files), *more)
 
