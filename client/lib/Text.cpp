@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 
 namespace talven
 {
@@ -142,17 +143,23 @@ bool ReadLines(std::istream& rText, const std::string& strName, const std::strin
                const LineTaker& Take, std::string& rError, std::string_view strComment)
 {
     bool bAny = false;
-    std::string strLine;
-    for (int iLine = 1; std::getline(rText, strLine); ++iLine)
+    std::vector<char> vcLine(1 << 16);
+    int iLine = 1;
+    for (; rText.getline(vcLine.data(), std::ssize(vcLine)); ++iLine)
     {
-        const std::string_view strText =
-            Trim(std::string_view(strLine).substr(0, strLine.find_first_of(strComment)));
+        // The end of the line counts, but not that of the text.
+        const auto tLength = std::size_t(rText.gcount() - (rText.eof() ? 0 : 1));
+        const std::string_view strLine(vcLine.data(), tLength);
+        const std::string_view strText = Trim(strLine.substr(0, strLine.find_first_of(strComment)));
         std::string strReason;
         if (!strText.empty() && !Take(strText, strReason))
             return Fail(rError,
                         Format("%s, line %d: %s", strName.c_str(), iLine, strReason.c_str()));
         bAny = bAny || !strText.empty();
     }
+    if (!rText.bad() && !rText.eof())
+        return Fail(rError, Format("%s, line %d: longer than %zu characters", strName.c_str(),
+                                   iLine, vcLine.size() - 1));
     if (!rText.bad() && bAny) return true;
     return Fail(rError,
                 strName + (rText.bad() ? ": cannot read" : ": no " + strThings + " in this file"));

@@ -48,30 +48,32 @@ const std::string g_strBinary(
 TEST(ClientSeriesFiles, BrokenAnglesAreRefused)
 {
     const char* pcOne = "expected one angle";
-    ExpectRefused<std::vector<float>>({{"", "no angles"},
-                                       {"\n \n\r\n", "no angles"},
-                                       {"# 3\n", "no angles"},
-                                       {"1\n2 3\n", "line 2: expected one angle"},
-                                       {"1\n\n# n\nx\n", "line 4"},
-                                       {"1,5\n", pcOne},
-                                       {"1.5.2\n", pcOne},
-                                       {"nan\n", pcOne},
-                                       {"inf\n", pcOne},
-                                       {"1e99\n", pcOne},
-                                       {"360.5\n", pcOne},
-                                       {"-361\n", pcOne},
-                                       {"0x10\n", pcOne},
-                                       {"--3\n", pcOne},
-                                       {"+-3\n", pcOne},
-                                       {"3 deg\n", pcOne},
-                                       {"\"3\"\n", pcOne},
-                                       {"1;2\n", pcOne},
-                                       {"\xef\xbb\xbf"
-                                        "1\n",
-                                        "\"???1\""},
-                                       {std::string(100000, '9'), pcOne},
-                                       {g_strBinary, "\"?ELF"}},
-                                      ReadAngles);
+    ExpectRefused<std::vector<float>>(
+        {{"", "no angles"},
+         {"\n \n\r\n", "no angles"},
+         {"# 3\n", "no angles"},
+         {"1\n2 3\n", "line 2: expected one angle"},
+         {"1\n\n# n\nx\n", "line 4"},
+         {"1,5\n", pcOne},
+         {"1.5.2\n", pcOne},
+         {"nan\n", pcOne},
+         {"inf\n", pcOne},
+         {"1e99\n", pcOne},
+         {"360.5\n", pcOne},
+         {"-361\n", pcOne},
+         {"0x10\n", pcOne},
+         {"--3\n", pcOne},
+         {"+-3\n", pcOne},
+         {"3 deg\n", pcOne},
+         {"\"3\"\n", pcOne},
+         {"1;2\n", pcOne},
+         {"\xef\xbb\xbf"
+          "1\n",
+          "\"???1\""},
+         {std::string(65535, '9'), pcOne},
+         {"1\n" + std::string(65536, '9'), "line 2: longer than 65535"},
+         {g_strBinary, "\"?ELF"}},
+        ReadAngles);
 }
 
 TEST(ClientSeriesFiles, BrokenMapsAreRefused)

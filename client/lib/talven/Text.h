@@ -46,7 +46,7 @@ std::string Show(std::string_view strText);
 /// what was expected.
 using LineTaker = std::function<bool(std::string_view strLine, std::string& rReason)>;
 /// Hands on the lines of a text that hold something; a character of strComment and what follows it
-/// is nothing.
+/// is nothing. A line may have 65535 characters.
 /// \param strName    of the text, for the message
 /// \param strThings  what the lines hold, for the message: "angles"
 /// \return false when the text cannot be read, holds nothing or has a wrong line; rError names the
