@@ -16,16 +16,16 @@ public:
     using Closer = herr_t (*)(hid_t);
 
     CHdf5Id() = default;
-    CHdf5Id(hid_t lId, Closer Close) : m_lId(lId), m_Close(Close) {}
+    CHdf5Id(hid_t lId, Closer Close) : m_lId(lId), m_pClose(Close) {}
     ~CHdf5Id()
     {
-        if (m_lId >= 0) m_Close(m_lId);
+        if (m_lId >= 0) m_pClose(m_lId);
     }
     CHdf5Id(const CHdf5Id&) = delete;
     CHdf5Id& operator=(CHdf5Id&& rOther) noexcept
     {
         std::swap(m_lId, rOther.m_lId);
-        std::swap(m_Close, rOther.m_Close);
+        std::swap(m_pClose, rOther.m_pClose);
         return *this;
     }
     explicit operator bool() const { return m_lId >= 0; }
@@ -33,7 +33,7 @@ public:
 
 private:
     hid_t m_lId = H5I_INVALID_HID;
-    Closer m_Close = nullptr;
+    Closer m_pClose = nullptr;
 };
 
 /// Images of an HDF5 file in the layout of Data Exchange (De Carlo et al., Journal of Synchrotron

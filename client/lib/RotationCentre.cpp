@@ -114,8 +114,8 @@ public:
     explicit CRowCorrelation(int iX)
         : m_iX(iX),
           m_iLength(2 * kiss_fft_next_fast_size(iX)),
-          m_pForward(kiss_fftr_alloc(m_iLength, 0, nullptr, nullptr), Free),
-          m_pBack(kiss_fftr_alloc(m_iLength, 1, nullptr, nullptr), Free)
+          m_pForward(kiss_fftr_alloc(m_iLength, 0, nullptr, nullptr), mFree),
+          m_pBack(kiss_fftr_alloc(m_iLength, 1, nullptr, nullptr), mFree)
     {
     }
 
@@ -141,7 +141,7 @@ public:
     }
 
 private:
-    static void Free(kiss_fftr_cfg pConfig) { kiss_fftr_free(pConfig); }
+    static void mFree(kiss_fftr_cfg pConfig) { kiss_fftr_free(pConfig); }
     using Plan = std::unique_ptr<kiss_fftr_state, void (*)(kiss_fftr_cfg)>;
     using Spectrum = std::vector<kiss_fft_cpx>;
 

@@ -29,24 +29,24 @@ class CCollect
 {
 public:
     CCollect()
-        : m_Error(TIFFSetErrorHandler(nullptr)),
-          m_Warning(TIFFSetWarningHandler(nullptr)),
-          m_ErrorExt(TIFFSetErrorHandlerExt(NoteError))
+        : m_pError(TIFFSetErrorHandler(nullptr)),
+          m_pWarning(TIFFSetWarningHandler(nullptr)),
+          m_pErrorExt(TIFFSetErrorHandlerExt(NoteError))
     {
         g_strTiffError.clear();
     }
     ~CCollect()
     {
-        TIFFSetErrorHandler(m_Error);
-        TIFFSetWarningHandler(m_Warning);
-        TIFFSetErrorHandlerExt(m_ErrorExt);
+        TIFFSetErrorHandler(m_pError);
+        TIFFSetWarningHandler(m_pWarning);
+        TIFFSetErrorHandlerExt(m_pErrorExt);
     }
     CCollect(const CCollect&) = delete;
     CCollect& operator=(const CCollect&) = delete;
 
 private:
-    TIFFErrorHandler m_Error, m_Warning;
-    TIFFErrorHandlerExt m_ErrorExt;
+    TIFFErrorHandler m_pError, m_pWarning;
+    TIFFErrorHandlerExt m_pErrorExt;
 };
 
 template <class T>

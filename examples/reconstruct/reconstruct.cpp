@@ -8,6 +8,7 @@
 
 #include "talven/Angles.h"
 #include "talven/FileImages.h"
+#include "talven/MrcReader.h"
 #include "talven/Reconstruction.h"
 
 namespace
