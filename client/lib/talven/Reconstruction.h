@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "talven/ReconPlan.h"
@@ -35,10 +36,15 @@ public:
 
     /// After every iteration of the last run, as many as were run; none for a back projection.
     const std::vector<double>& GetRfactors() const { return m_vdRfactors; }
+    /// R-factor of every view of the plan after the last iteration of the last run, in the order of
+    /// the plan's viViews: sum of |measured - reprojected| over sum of |measured|; NaN for a view
+    /// of zeros. None for a back projection.
+    const std::vector<double>& GetViewResiduals() const { return m_vdViewResiduals; }
 
 private:
     bool mSendPlan();
     bool mRunPiece(int iFirst, int iCount);
+    void mNoteViewResiduals(std::span<const RfactorSums> aSums);
     bool mRunPieces(const Checkpoint& rCheckpoint);
     bool mIsEnough() const;
     bool mUploadViews(const ImageSource& rViews);
@@ -47,7 +53,7 @@ private:
 
     ReconPlan m_aPlan;
     float m_fLift = 0;  // added to filtered projections, taken off the volume
-    std::vector<double> m_vdRfactors;
+    std::vector<double> m_vdRfactors, m_vdViewResiduals;
 };
 
 /// Projections of a volume, all in one call.
