@@ -6,11 +6,11 @@
 #include "Options.h"
 #include "Preview.h"
 #include "RfactorPlot.h"
+#include "Series.h"
+#include "VolumeOutput.h"
 #include "talven/Agreement.h"
-#include "talven/Angles.h"
 #include "talven/AtomicFile.h"
 #include "talven/FileImages.h"
-#include "talven/Reconstruction.h"
 #include "talven/Slices.h"
 
 namespace talven
@@ -29,31 +29,27 @@ private:
     bool mMakePlan();
     bool mOpenFiles();
     bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
-    bool mCreate(CVolumeFile& rFile, const std::string& strPath, const VolumeForm& rForm,
-                 const std::string& strLabel);
-    bool mCreateOutput(int iIterations);
-    bool mCreateNow(CVolumeFile& rFile, const std::string& strPath, const std::string& strLabel);
-    bool mWriteSoFar(int iIterations);
+    bool mUpload();
+    bool mCompute();
+    bool mWriteVolume();
+    bool mWriteRfactors();
     bool mMakeHalves();
     int mGetIterations() const { return static_cast<int>(m_aJob.GetRfactors().size()); }
     std::string mDescribe() const;
-    bool mUpload();
-    bool mDownload();
-    bool mFinishFiles();
-    bool mWriteRfactors();
     void mSummarise();
     Json mMakeJson() const;
 
-    std::string m_strTilts, m_strAngles, m_strXf, m_strOutput, m_strInitial;
+    std::string m_strOutput, m_strInitial;
     std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference;
     bool m_bHalves = false;
     ReconRequest m_aRequest;
     VolumeForm m_aForm;
 
-    CMrcReader m_aStack, m_aInitial, m_aReference;
+    CSeries m_aSeries;
+    CMrcReader m_aInitial, m_aReference;
     ReconPlan m_aPlan;
-    CVolumeFile m_aOutput;
     CReconstruction m_aJob{m_aLink, m_aReport};
+    CVolumeOutput m_aOutput{m_aJob};
     std::optional<CSlices> m_aViews;
     CAgreement m_aAgreement;
     double m_dUpload = 0, m_dCompute = 0, m_dDownload = 0;  // seconds
@@ -61,25 +57,13 @@ private:
 
 void CReconstructCommand::AddOptions(CLI::App& rApp)
 {
-    AddFile(rApp, "--tilts", m_strTilts,
-            "Tilt series, MRC; aligned, with the tilt axis along Y, or see --xf")
-        ->required();
-    AddFile(rApp, "--angles", m_strAngles, "Tilt angles in degrees, one per line (.tlt)")
-        ->required();
+    m_aSeries.AddOptions(rApp, m_aRequest);
     AddFile(rApp, "-o,--output", m_strOutput, "The volume, MRC")->required();
     rApp.add_option("--thickness", m_aRequest.iThickness, "Extent of the volume along Z, voxels")
         ->required()
         ->check(CLI::PositiveNumber);
     rApp.add_option("--width", m_aRequest.iWidth, "Extent along X, voxels [the detector's]")
         ->check(CLI::PositiveNumber);
-    AddAlignment(rApp, m_aRequest.aAlign, m_strXf);
-    rApp.option_defaults()->group(g_pcAlignment);
-    rApp.add_option("--angle-offset", m_aRequest.dAngleOffset, "Added to all angles, degrees")
-        ->check(CLI::Range(-180.0, 180.0));
-    rApp.add_option("--shift-z", m_aRequest.aAlign.dShiftZ,
-                    "Move the specimen by so many voxels towards higher slices")
-        ->check(CLI::Range(-1e5, 1e5));
-    rApp.option_defaults()->group("Options");
     AddMethod(rApp, m_aRequest, m_strInitial);
 
     const auto AddResult = [&](const char* pcName, std::string& rPath, const char* pcText)
@@ -103,31 +87,18 @@ bool CReconstructCommand::Run()
 {
     if (!mMakePlan() || !mOpenFiles()) return false;
     m_aReport.PrintLine(mDescribe());
-    if (!mConnect() || !mUpload()) return false;
-    const CStopwatch aWatch;
-    const auto WriteSoFar = [this](int iIterations, std::string& rError)
-    { return mWriteSoFar(iIterations) || Fail(rError, m_strError); };
-    if (!mCheck(m_aJob.Run(WriteSoFar), m_aJob)) return false;
-    m_dCompute = aWatch.GetSeconds();
-    if (!mCreateOutput(mGetIterations()) || !mDownload() || !mFinishFiles()) return false;
+    if (!mConnect() || !mUpload() || !mCompute() || !mWriteVolume() ||
+        (m_aViews && !WritePreview(m_strPreview, *m_aViews, m_strError)) || !mWriteRfactors())
+        return false;
     mSummarise();
     return !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
 }
 
 bool CReconstructCommand::mMakePlan()
 {
-    std::vector<float> vfAngles;
-    if (!mCheck(m_aStack.Open(m_strTilts), m_aStack) ||
-        !ReadAngles(m_strAngles, vfAngles, m_strError))
-        return false;
-    const MrcHeader& rHeader = m_aStack.GetHeader();
-    if (vfAngles.size() != static_cast<std::size_t>(rHeader.iZ))
-        return mFail(Format("%s has %zu angle%s, but %s has %d sections", m_strAngles.c_str(),
-                            vfAngles.size(), vfAngles.size() == 1 ? "" : "s", m_strTilts.c_str(),
-                            rHeader.iZ));
     std::string strError;
-    if (!m_strXf.empty() && !ReadXf(m_strXf, m_aRequest.aAlign.aMaps, m_strError)) return false;
-    if (!MakeReconPlan(m_aRequest, {rHeader.iX, rHeader.iY}, vfAngles, m_aPlan, strError))
+    if (!mCheck(m_aSeries.Open(), m_aSeries)) return false;
+    if (!MakeReconPlan(m_aRequest, m_aSeries.GetSize(), m_aSeries.GetAngles(), m_aPlan, strError))
         return mFail("--" + strError);
     if (m_aPlan.aFilter && !m_strInitial.empty())
         return mFail("--initial-volume: a weighted back projection starts from nothing");
@@ -148,45 +119,8 @@ bool CReconstructCommand::mOpenFiles()
     const JobSize& rSize = m_aPlan.aSize;
     if (!m_strPreview.empty())
         m_aViews.emplace(rSize.iVolX, rSize.iProjY, rSize.iVolZ).WantCentral();
-    return mCreate(m_aOutput, m_strOutput, m_aForm, "Talven");
-}
-
-bool CReconstructCommand::mCreate(CVolumeFile& rFile, const std::string& strPath,
-                                  const VolumeForm& rForm, const std::string& strLabel)
-{
-    const double dPixel = m_aPlan.aAlignment.iBin * m_aStack.GetHeader().dPixel;
-    return mCheck(rFile.Create(strPath, rForm, m_aPlan.aSize, dPixel, strLabel), rFile);
-}
-
-/// For the volume that the server has now; where the form leaves the range open, it is the
-/// volume's.
-bool CReconstructCommand::mCreateNow(CVolumeFile& rFile, const std::string& strPath,
-                                     const std::string& strLabel)
-{
-    VolumeForm aForm = m_aForm;
-    if (aForm.NeedsRange())
-    {
-        CVolumeFile aNowhere;
-        aForm.eMode = EMrcMode::eFloat32;
-        if (!mCreate(aNowhere, "/dev/null", aForm, "") ||
-            !mCheck(m_aJob.Download(WriteTo(aNowhere)), m_aJob))
-            return false;
-        aForm.eMode = m_aForm.eMode;
-        aForm.aRange = {aNowhere.GetHeader().fMin, aNowhere.GetHeader().fMax};
-    }
-    return mCreate(rFile, strPath, aForm, strLabel);
-}
-
-bool CReconstructCommand::mCreateOutput(int iIterations)
-{
-    return mCreateNow(m_aOutput, m_strOutput, "Talven: " + m_aPlan.DescribeMethod(iIterations));
-}
-
-/// The volume as it is now, under the name of the output.
-bool CReconstructCommand::mWriteSoFar(int iIterations)
-{
-    return mCreateOutput(iIterations) && mCheck(m_aJob.Download(WriteTo(m_aOutput)), m_aJob) &&
-           mCheck(m_aOutput.Finish(), m_aOutput);
+    m_aOutput.SetUp(m_aForm, rSize, m_aPlan.aAlignment.iBin * m_aSeries.GetPixel());
+    return mCheck(m_aOutput.Check(m_strOutput), m_aOutput);
 }
 
 bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& strPath)
@@ -209,19 +143,16 @@ bool CReconstructCommand::mMakeHalves()
     const int iIterations = mGetIterations();
     for (const int iHalf : {1, 0})
     {
+        const char* pcHalf = iHalf == 1 ? "even" : "odd";
         std::filesystem::path aPath = m_strOutput;
-        aPath.replace_filename(aPath.stem().string() + (iHalf == 1 ? "_even" : "_odd") +
-                               aPath.extension().string());
+        aPath.replace_filename(aPath.stem().string() + "_" + pcHalf + aPath.extension().string());
         ReconPlan aHalf;
-        CVolumeFile aFile;
         if (!MakeHalfPlan(m_aRequest, m_aPlan, iHalf, iIterations, aHalf, m_strError) ||
             !mCheck(m_aJob.Restart(aHalf, Initial) && m_aJob.Run(), m_aJob))
             return false;
         if (m_aReport.IsEnough()) return mFail("interrupted: the volume of all views is complete");
-        if (!mCreateNow(aFile, aPath,
-                        "Talven: " + aHalf.DescribeMethod() +
-                            (iHalf == 1 ? ", even views" : ", odd views")) ||
-            !mCheck(m_aJob.Download(WriteTo(aFile)), m_aJob) || !mCheck(aFile.Finish(), aFile))
+        if (!mCheck(m_aOutput.Write(aPath, aHalf.DescribeMethod() + ", " + pcHalf + " views"),
+                    m_aOutput))
             return false;
         m_aReport.PrintLine(aPath.string() + Format(": %zu views", aHalf.viViews.size()));
     }
@@ -236,46 +167,50 @@ std::string CReconstructCommand::mDescribe() const
     return Format(
         "%s: %d x %d, %d of %d angles from %g to %g degrees -> volume %d x %d x %d, %s; "
         "the server needs %s of memory",
-        m_strTilts.c_str(), rSize.iProjX, rSize.iProjY, rSize.iProjs, m_aStack.GetHeader().iZ,
-        double(*pLow), double(*pHigh), rSize.iVolX, rSize.iProjY, rSize.iVolZ,
-        m_aPlan.DescribeMethod().c_str(),
+        m_aSeries.GetPath().c_str(), rSize.iProjX, rSize.iProjY, rSize.iProjs,
+        m_aSeries.GetViewCount(), double(*pLow), double(*pHigh), rSize.iVolX, rSize.iProjY,
+        rSize.iVolZ, m_aPlan.DescribeMethod().c_str(),
         FormatBytes(rSize.GetBytes(m_aServerOptions.EstimateDevices())).c_str());
 }
 
 bool CReconstructCommand::mUpload()
 {
     const CStopwatch aWatch;
-    const bool bDone = m_aJob.Upload(m_aPlan, ReadFrom(m_aStack, m_aPlan.viViews),
+    const bool bDone = m_aJob.Upload(m_aPlan, m_aSeries.GetViews(m_aPlan.viViews),
                                      m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial));
     m_dUpload = aWatch.GetSeconds();
     return mCheck(bDone, m_aJob);
 }
 
-bool CReconstructCommand::mDownload()
+bool CReconstructCommand::mCompute()
+{
+    const CStopwatch aWatch;
+    const auto WriteSoFar = [this](int iIterations, std::string& rError)
+    {
+        return m_aOutput.Write(m_strOutput, m_aPlan.DescribeMethod(iIterations)) ||
+               Fail(rError, m_aOutput.GetError());
+    };
+    const bool bDone = m_aJob.Run(WriteSoFar);
+    m_dCompute = aWatch.GetSeconds();
+    return mCheck(bDone, m_aJob);
+}
+
+bool CReconstructCommand::mWriteVolume()
 {
     const CStopwatch aWatch;
     std::vector<float> vfReference(m_aReference.GetHeader().GetSectionPixels());
     const ImageSource ReadReference = ReadFrom(m_aReference);
-    const ImageSink Write = WriteTo(m_aOutput);
-    const auto TakeSlice = [&](int iZ, std::span<const float> fSlice, std::string& rError)
+    const auto Look = [&](int iZ, std::span<const float> fSlice, std::string& rError)
     {
         if (m_aViews) m_aViews->Add(iZ, fSlice);
-        if (!vfReference.empty())
-        {
-            if (!ReadReference(iZ, vfReference, rError)) return false;
-            m_aAgreement.Add(fSlice, vfReference);
-        }
-        return Write(iZ, fSlice, rError);
+        if (vfReference.empty()) return true;
+        if (!ReadReference(iZ, vfReference, rError)) return false;
+        m_aAgreement.Add(fSlice, vfReference);
+        return true;
     };
-    const bool bDone = m_aJob.Download(TakeSlice);
+    const bool bDone = m_aOutput.Write(m_strOutput, m_aPlan.DescribeMethod(mGetIterations()), Look);
     m_dDownload = aWatch.GetSeconds();
-    return mCheck(bDone, m_aJob);
-}
-
-bool CReconstructCommand::mFinishFiles()
-{
-    return mCheck(m_aOutput.Finish(), m_aOutput) &&
-           (!m_aViews || WritePreview(m_strPreview, *m_aViews, m_strError)) && mWriteRfactors();
+    return mCheck(bDone, m_aOutput);
 }
 
 bool CReconstructCommand::mWriteRfactors()
@@ -318,7 +253,7 @@ Json CReconstructCommand::mMakeJson() const
     const MrcHeader& rHeader = m_aOutput.GetHeader();
     Json aJson;
     aJson["command"] = "reconstruct";
-    aJson["stack"] = {{"file", m_strTilts},
+    aJson["stack"] = {{"file", m_aSeries.GetPath()},
                       {"size", {rSize.iProjX, rSize.iProjY, rSize.iProjs}},
                       {"angles", m_aPlan.vfAngles}};
     aJson["volume"] = {{"file", m_strOutput},   {"size", {rHeader.iX, rHeader.iY, rHeader.iZ}},

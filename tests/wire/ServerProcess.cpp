@@ -54,7 +54,6 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
     for (const auto& [strKey, strValue] : rExtra) aEnvironment[strKey] = strValue;
     m_iPort = std::atoi(aEnvironment["TALVEN_PORT"].c_str());
     const std::string strOutput = (m_aHome / "output.txt").string();
-    const std::string strProgram = m_strProgram.empty() ? TALVEN_SERVER_PATH : m_strProgram;
 
     m_iCode = -1;
     m_iPid = fork();
@@ -69,7 +68,7 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
     clearenv();
     for (const auto& [strKey, strValue] : aEnvironment)
         if (!strValue.empty()) setenv(strKey.c_str(), strValue.c_str(), 1);
-    execl(strProgram.c_str(), "talven-server", nullptr);
+    execl(TALVEN_SERVER_PATH, "talven-server", nullptr);
     _exit(127);
 }
 

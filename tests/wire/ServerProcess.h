@@ -18,7 +18,6 @@ public:
     CServerProcess(const CServerProcess&) = delete;
     CServerProcess& operator=(const CServerProcess&) = delete;
 
-    void SetProgram(const std::string& strPath) { m_strProgram = strPath; }  ///< another server
     /// Starts the server on a free port of the loopback, on the host backend, with two devices at
     /// most, unless rExtra says otherwise (an empty value unsets a variable). strConfig becomes
     /// config.gpu when it is not empty. fInChild is called in the child before the server takes
@@ -42,7 +41,6 @@ public:
     static int FindFreePort();
 
 private:
-    std::string m_strProgram;  // empty: the one that was built with the tests
     std::filesystem::path m_aHome;
     pid_t m_iPid = -1;
     int m_iPort = 0, m_iCode = -2;
