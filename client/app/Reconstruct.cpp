@@ -3,15 +3,19 @@
 #include <optional>
 
 #include "Command.h"
+#include "Lists.h"
 #include "Options.h"
 #include "Preview.h"
 #include "RfactorPlot.h"
+#include "RunFacts.h"
+#include "RunReport.h"
 #include "Series.h"
 #include "VolumeOutput.h"
 #include "talven/Agreement.h"
 #include "talven/AtomicFile.h"
 #include "talven/FileImages.h"
 #include "talven/Slices.h"
+#include "talven/ViewQuality.h"
 
 namespace talven
 {
@@ -36,11 +40,16 @@ private:
     bool mMakeHalves();
     int mGetIterations() const { return static_cast<int>(m_aJob.GetRfactors().size()); }
     std::string mDescribe() const;
+    bool mWantsViews() const { return !m_strReport.empty() || m_aReportOptions.bJson; }
     void mSummarise();
     Json mMakeJson() const;
+    Json mListSuspects() const;
+    std::string mSuggestViews() const;
+    bool mFillPage();
+    bool mWritePage();
 
     std::string m_strOutput, m_strInitial;
-    std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference;
+    std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference, m_strReport;
     bool m_bHalves = false;
     ReconRequest m_aRequest;
     VolumeForm m_aForm;
@@ -52,11 +61,16 @@ private:
     CVolumeOutput m_aOutput{m_aJob};
     std::optional<CSlices> m_aViews;
     CAgreement m_aAgreement;
+    std::vector<ImageStatistics> m_aPixels;  // of the plan's views
+    std::vector<ViewQuality> m_aQuality;     // of the plan's views
+    RunReport m_aPage;
+    const CLI::App* m_pApp = nullptr;
     double m_dUpload = 0, m_dCompute = 0, m_dDownload = 0;  // seconds
 };
 
 void CReconstructCommand::AddOptions(CLI::App& rApp)
 {
+    m_pApp = &rApp;
     m_aSeries.AddOptions(rApp, m_aRequest);
     AddFile(rApp, "-o,--output", m_strOutput, "The volume, MRC")->required();
     rApp.add_option("--thickness", m_aRequest.iThickness, "Extent of the volume along Z, voxels")
@@ -71,6 +85,8 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
     AddResult("--preview", m_strPreview, "PNG of the three central slices");
     AddResult("--rfactor-plot", m_strPlot, "PNG of the R-factor after every iteration");
     AddResult("--rfactors", m_strRfactors, "The same as text: iteration,rfactor");
+    AddResult("--report", m_strReport,
+              "HTML page: slices, R-factors, views that stand out, how it was made");
     AddResult("--reference", m_strReference,
               "Compare the volume with this one: correlation and relative RMS error");
     rApp.add_option_function<std::string>(
@@ -88,10 +104,13 @@ bool CReconstructCommand::Run()
     if (!mMakePlan() || !mOpenFiles()) return false;
     m_aReport.PrintLine(mDescribe());
     if (!mConnect() || !mUpload() || !mCompute() || !mWriteVolume() ||
-        (m_aViews && !WritePreview(m_strPreview, *m_aViews, m_strError)) || !mWriteRfactors())
+        (!m_strPreview.empty() && !WritePreview(m_strPreview, *m_aViews, m_strError)) ||
+        !mWriteRfactors())
         return false;
     mSummarise();
-    return !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
+    if (!m_strReport.empty() && !mFillPage()) return false;
+    const bool bDone = !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
+    return (m_strReport.empty() || mWritePage()) && bDone;
 }
 
 bool CReconstructCommand::mMakePlan()
@@ -114,10 +133,11 @@ bool CReconstructCommand::mMakePlan()
 bool CReconstructCommand::mOpenFiles()
 {
     if (!mOpenSameSize(m_aInitial, m_strInitial) || !mOpenSameSize(m_aReference, m_strReference) ||
-        !mProbe(m_strPreview) || !mProbe(m_strPlot) || !mProbe(m_strRfactors))
+        !mProbe(m_strPreview) || !mProbe(m_strPlot) || !mProbe(m_strRfactors) ||
+        !mProbe(m_strReport))
         return false;
     const JobSize& rSize = m_aPlan.aSize;
-    if (!m_strPreview.empty())
+    if (!m_strPreview.empty() || !m_strReport.empty())
         m_aViews.emplace(rSize.iVolX, rSize.iProjY, rSize.iVolZ).WantCentral();
     m_aOutput.SetUp(m_aForm, rSize, m_aPlan.aAlignment.iBin * m_aSeries.GetPixel());
     return mCheck(m_aOutput.Check(m_strOutput), m_aOutput);
@@ -176,8 +196,10 @@ std::string CReconstructCommand::mDescribe() const
 bool CReconstructCommand::mUpload()
 {
     const CStopwatch aWatch;
-    const bool bDone = m_aJob.Upload(m_aPlan, m_aSeries.GetViews(m_aPlan.viViews),
-                                     m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial));
+    ImageSource Views = m_aSeries.GetViews(m_aPlan.viViews);
+    if (mWantsViews()) Views = Measure(Views, m_aPixels);
+    const bool bDone =
+        m_aJob.Upload(m_aPlan, Views, m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial));
     m_dUpload = aWatch.GetSeconds();
     return mCheck(bDone, m_aJob);
 }
@@ -192,6 +214,7 @@ bool CReconstructCommand::mCompute()
     };
     const bool bDone = m_aJob.Run(WriteSoFar);
     m_dCompute = aWatch.GetSeconds();
+    m_aQuality = JudgeViews(m_aPixels, m_aJob.GetViewResiduals(), m_aPlan.vfAngles);
     return mCheck(bDone, m_aJob);
 }
 
@@ -265,7 +288,9 @@ Json CReconstructCommand::mMakeJson() const
         aJson["iterations"] = mGetIterations();
         aJson["subset_sizes"] = m_aPlan.aOptions.vuiSetSizes;
         aJson["rfactors"] = m_aJob.GetRfactors();
+        aJson["view_residuals"] = m_aJob.GetViewResiduals();
     }
+    aJson["suspect_views"] = mListSuspects();
     if (m_aPlan.iSmoothInterval > 0)
         aJson["smoothing"] = {{"interval", m_aPlan.iSmoothInterval},
                               {"kernel_size", m_aPlan.aSmoothKernel.iSize}};
@@ -278,6 +303,77 @@ Json CReconstructCommand::mMakeJson() const
                               {"correlation", m_aAgreement.GetCorrelation()},
                               {"relative_rms_error", m_aAgreement.GetRelativeError()}};
     return aJson;
+}
+
+Json CReconstructCommand::mListSuspects() const
+{
+    Json aList = Json::array();
+    for (std::size_t i = 0; i < m_aQuality.size(); ++i)
+        if (m_aQuality[i].IsSuspect())
+            aList.push_back({{"view", m_aPlan.viViews[i] + 1},
+                             {"angle", m_aPlan.vfAngles[i]},
+                             {"why", DescribeSuspicion(m_aQuality[i])}});
+    return aList;
+}
+
+/// The option that leaves out the suspect views beside those that are left out already.
+std::string CReconstructCommand::mSuggestViews() const
+{
+    const bool bInclude = !m_aRequest.viInclude.empty();
+    std::vector<int> viViews = m_aRequest.viExclude;
+    for (std::size_t i = 0; i < m_aQuality.size(); ++i)
+        if (m_aQuality[i].IsSuspect() != bInclude) viViews.push_back(m_aPlan.viViews[i]);
+    std::ranges::sort(viViews);
+    return (bInclude ? "--include " : "--exclude ") + FormatViews(viViews);
+}
+
+/// What the page says about the volume of all views; the halves come later.
+bool CReconstructCommand::mFillPage()
+{
+    const MrcHeader& rHeader = m_aOutput.GetHeader();
+    m_aPage.strTitle = std::filesystem::path(m_strOutput).filename();
+    m_aPage.strSummary = mDescribe();
+    m_aPage.vdRfactors = m_aJob.GetRfactors();
+    for (std::size_t i = 0; i < m_aQuality.size(); ++i)
+        m_aPage.aViews.push_back({m_aPlan.viViews[i] + 1, m_aPlan.vfAngles[i], m_aQuality[i]});
+    m_aPage.strWithoutSuspects = mSuggestViews();
+    m_aPage.strCommand = m_strCommand;
+    Facts aVolume = {
+        {"File, columns × rows × sections",
+         Format("%d × %d × %d", rHeader.iX, rHeader.iY, rHeader.iZ)},
+        {"Mode", Format("%d", static_cast<int>(rHeader.eMode))},
+        {"Least and most", Format("%.4g, %.4g", double(rHeader.fMin), double(rHeader.fMax))},
+        {"Mean, SD", Format("%.4g, %.4g", double(rHeader.fMean), double(rHeader.fRms))}};
+    if (!m_strReference.empty())
+        aVolume.emplace_back(
+            "Against the reference",
+            Format("correlation %.4f, relative RMS error %.4f", m_aAgreement.GetCorrelation(),
+                   m_aAgreement.GetRelativeError()));
+    Facts aServer = {{"Server", m_aServerOptions.IsHere() ? "private, on the client's machine"
+                                                          : m_aServerOptions.strServer}};
+    if (m_aServerOptions.IsHere()) aServer.emplace_back("Devices", m_aLink.GetServerInfo());
+    std::uint64_t ulMemory = 0;
+    if (m_aLink.GetSession().GetServerMemory(ulMemory))
+        aServer.emplace_back("Memory for jobs", FormatBytes(ulMemory));
+    m_aPage.aTables = {{"Geometry", DescribeGeometry(m_aRequest, m_aPlan, m_aSeries.GetViewCount(),
+                                                     m_aSeries.GetPixel())},
+                       {"Method", DescribeMethod(m_aRequest, m_aPlan, mGetIterations())},
+                       {"Volume as written", aVolume},
+                       {"Server", aServer}};
+    return DrawPictures(*m_aViews, m_aPage, m_strError) || mFail(m_strReport + ": " + m_strError);
+}
+
+bool CReconstructCommand::mWritePage()
+{
+    m_aPage.aTables.emplace_back("Program", DescribeProgram());
+    m_aPage.aTables.emplace_back("Time", Facts{{"Upload", FormatSeconds(m_dUpload)},
+                                               {"Reconstruction", FormatSeconds(m_dCompute)},
+                                               {"Download", FormatSeconds(m_dDownload)},
+                                               {"All", FormatSeconds(m_aTotal.GetSeconds())}});
+    m_aPage.aTables.emplace_back("Files", ListOptions(*m_pApp, true));
+    m_aPage.aTables.emplace_back("Options given", ListOptions(*m_pApp, false));
+    std::string strError;  // one of the halves may have left another
+    return WriteTextFile(m_strReport, MakePage(m_aPage), strError) || mFail(strError);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "Command.h"
 #include "Interrupt.h"
+#include "RunFacts.h"
 
 namespace
 {
@@ -88,6 +89,7 @@ int Run(int iArgs, char** ppcArgs)
         return g_iUsage;
     }
     CCommand& rCommand = *aCommands[aApp.get_subcommands().front()];
+    rCommand.SetCommandLine(QuoteForShell({ppcArgs, std::size_t(iArgs)}));
     if (rCommand.Run()) return 0;
     std::fprintf(stderr, "talven: %s\n", rCommand.GetError().c_str());
     return g_iFailure;

@@ -160,10 +160,8 @@ void CReconstruction::mNoteViewResiduals(std::span<const RfactorSums> aSums)
     m_vdViewResiduals.assign(vuiViews.size(), std::numeric_limits<double>::quiet_NaN());
     for (std::size_t i = 0; i < std::min(aSums.size(), vuiViews.size()); ++i)
     {
-        const auto pView =
-            std::lower_bound(vuiViews.begin(), vuiViews.end(), m_aPlan.vuiOrder[i]);
-        m_vdViewResiduals[std::size_t(pView - vuiViews.begin())] =
-            CalcRfactor(aSums.subspan(i, 1));
+        const auto pView = std::lower_bound(vuiViews.begin(), vuiViews.end(), m_aPlan.vuiOrder[i]);
+        m_vdViewResiduals[std::size_t(pView - vuiViews.begin())] = CalcRfactor(aSums.subspan(i, 1));
     }
 }
 

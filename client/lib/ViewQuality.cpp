@@ -89,9 +89,8 @@ std::vector<double> MakeScores(std::span<const double> dOff, double dTypical)
     const double dSd = std::max(1.4826 * FindTypicalSize(dOff), 1e-3 * dTypical);
     std::vector<double> vdScores;
     for (const double dValue : dOff)
-        vdScores.push_back(std::isfinite(dValue) && dValue != 0
-                               ? std::clamp(dValue / dSd, -dMost, dMost)
-                               : 0);
+        vdScores.push_back(
+            std::isfinite(dValue) && dValue != 0 ? std::clamp(dValue / dSd, -dMost, dMost) : 0);
     return vdScores;
 }
 
@@ -130,8 +129,8 @@ bool ViewQuality::StandsOut() const
 
 ImageSource Measure(ImageSource Source, std::vector<ImageStatistics>& rPixels)
 {
-    return [Source = std::move(Source), &rPixels](int i, std::span<float> fPixels,
-                                                  std::string& rError)
+    return
+        [Source = std::move(Source), &rPixels](int i, std::span<float> fPixels, std::string& rError)
     {
         if (!Source(i, fPixels, rError)) return false;
         const auto tImage = static_cast<std::size_t>(i);
@@ -151,8 +150,7 @@ std::vector<ViewQuality> JudgeViews(std::span<const ImageStatistics> aPixels,
                                     std::span<const float> fAngles)
 {
     const std::vector<EViewFault> aFaults = FindFaults(aPixels, fAngles);
-    const std::vector<double> vdScores =
-        ScoreViews(dResiduals, fAngles.first(dResiduals.size()));
+    const std::vector<double> vdScores = ScoreViews(dResiduals, fAngles.first(dResiduals.size()));
     std::vector<ViewQuality> aViews;
     for (std::size_t i = 0; i < aPixels.size(); ++i)
     {

@@ -24,7 +24,8 @@ struct ViewQuality
 {
     ImageStatistics aPixels;
     EViewFault eFault = EViewFault::eNone;
-    double dResidual = std::numeric_limits<double>::quiet_NaN();  ///< its R-factor after the last iteration; NaN: there is none
+    double dResidual = std::numeric_limits<double>::quiet_NaN();  ///< its R-factor after the last
+                                                                  ///< iteration; NaN: there is none
     double dScore = 0;  ///< of the residual among those of all views, see ScoreViews()
 
     bool StandsOut() const;  ///< the residual does
@@ -36,7 +37,8 @@ struct ViewQuality
 ImageSource Measure(ImageSource Source, std::vector<ImageStatistics>& rPixels);
 
 /// How far each value lies above (+) or below (-) the course of all, in robust standard deviations:
-/// 1.4826 times the median of the absolute differences, which a quarter of bad views does not spoil.
+/// 1.4826 times the median of the absolute differences, which a quarter of bad views does not
+/// spoil.
 ///
 /// The course is a + b / cos(angle), as thickness goes in a slab, level beyond 70.5 degrees where
 /// the field of view ends it. Its slope is a median, too: Theil's incomplete method (Proc. Kon.

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "talven/ReconPlan.h"
+
+namespace talven
+{
+
+/// What is worth knowing about a run: names and values.
+using Facts = std::vector<std::pair<std::string, std::string>>;
+
+/// Sizes, angles, alignment.
+/// \param iViews  of the stack
+/// \param dPixel  Angstrom per pixel of the raw views; 0: not known
+Facts DescribeGeometry(const ReconRequest& rRequest, const ReconPlan& rPlan, int iViews,
+                       double dPixel);
+/// \param iIterations  that were run
+Facts DescribeMethod(const ReconRequest& rRequest, const ReconPlan& rPlan, int iIterations);
+/// Version, time, machine.
+Facts DescribeProgram();
+/// Options that were given, with their values: those that name files, with the files' sizes, or
+/// the others.
+Facts ListOptions(const CLI::App& rApp, bool bFiles);
+
+/// Arguments as a shell takes them.
+std::string QuoteForShell(std::span<char* const> pcArgs);
+
+}  // namespace talven
