@@ -44,7 +44,6 @@ private:
     void mSummarise();
     Json mMakeJson() const;
     Json mListSuspects() const;
-    std::string mSuggestViews() const;
     bool mFillPage();
     bool mWritePage();
 
@@ -316,63 +315,45 @@ Json CReconstructCommand::mListSuspects() const
     return aList;
 }
 
-/// The option that leaves out the suspect views beside those that are left out already.
-std::string CReconstructCommand::mSuggestViews() const
-{
-    const bool bInclude = !m_aRequest.viInclude.empty();
-    std::vector<int> viViews = m_aRequest.viExclude;
-    for (std::size_t i = 0; i < m_aQuality.size(); ++i)
-        if (m_aQuality[i].IsSuspect() != bInclude) viViews.push_back(m_aPlan.viViews[i]);
-    std::ranges::sort(viViews);
-    return (bInclude ? "--include " : "--exclude ") + FormatViews(viViews);
-}
-
 /// What the page says about the volume of all views; the halves come later.
 bool CReconstructCommand::mFillPage()
 {
-    const MrcHeader& rHeader = m_aOutput.GetHeader();
     m_aPage.strTitle = std::filesystem::path(m_strOutput).filename();
-    m_aPage.strSummary = mDescribe();
+    m_aPage.strSummary = Format("%zu views of %s, %s", m_aPlan.viViews.size(),
+                                std::filesystem::path(m_aSeries.GetPath()).filename().c_str(),
+                                m_aPlan.DescribeMethod(mGetIterations()).c_str());
+    if (mGetIterations() > 0)
+        m_aPage.strSummary += Format("; R-factor %.4f", m_aJob.GetRfactors().back());
     m_aPage.vdRfactors = m_aJob.GetRfactors();
     for (std::size_t i = 0; i < m_aQuality.size(); ++i)
         m_aPage.aViews.push_back({m_aPlan.viViews[i] + 1, m_aPlan.vfAngles[i], m_aQuality[i]});
-    m_aPage.strWithoutSuspects = mSuggestViews();
+    m_aPage.strWithoutSuspects = SuggestViews(m_aRequest, m_aPlan, m_aQuality);
     m_aPage.strCommand = m_strCommand;
-    Facts aVolume = {
-        {"File, columns × rows × sections",
-         Format("%d × %d × %d", rHeader.iX, rHeader.iY, rHeader.iZ)},
-        {"Mode", Format("%d", static_cast<int>(rHeader.eMode))},
-        {"Least and most", Format("%.4g, %.4g", double(rHeader.fMin), double(rHeader.fMax))},
-        {"Mean, SD", Format("%.4g, %.4g", double(rHeader.fMean), double(rHeader.fRms))}};
+    Facts aVolume = DescribeVolume(m_aOutput.GetHeader());
     if (!m_strReference.empty())
         aVolume.emplace_back(
             "Against the reference",
             Format("correlation %.4f, relative RMS error %.4f", m_aAgreement.GetCorrelation(),
                    m_aAgreement.GetRelativeError()));
-    Facts aServer = {{"Server", m_aServerOptions.IsHere() ? "private, on the client's machine"
-                                                          : m_aServerOptions.strServer}};
-    if (m_aServerOptions.IsHere()) aServer.emplace_back("Devices", m_aLink.GetServerInfo());
-    std::uint64_t ulMemory = 0;
-    if (m_aLink.GetSession().GetServerMemory(ulMemory))
-        aServer.emplace_back("Memory for jobs", FormatBytes(ulMemory));
     m_aPage.aTables = {{"Geometry", DescribeGeometry(m_aRequest, m_aPlan, m_aSeries.GetViewCount(),
                                                      m_aSeries.GetPixel())},
                        {"Method", DescribeMethod(m_aRequest, m_aPlan, mGetIterations())},
                        {"Volume as written", aVolume},
-                       {"Server", aServer}};
+                       {"Server", DescribeServer(m_aServerOptions, m_aLink)}};
     return DrawPictures(*m_aViews, m_aPage, m_strError) || mFail(m_strReport + ": " + m_strError);
 }
 
 bool CReconstructCommand::mWritePage()
 {
-    m_aPage.aTables.emplace_back("Program", DescribeProgram());
-    m_aPage.aTables.emplace_back("Time", Facts{{"Upload", FormatSeconds(m_dUpload)},
-                                               {"Reconstruction", FormatSeconds(m_dCompute)},
-                                               {"Download", FormatSeconds(m_dDownload)},
-                                               {"All", FormatSeconds(m_aTotal.GetSeconds())}});
-    m_aPage.aTables.emplace_back("Files", ListOptions(*m_pApp, true));
-    m_aPage.aTables.emplace_back("Options given", ListOptions(*m_pApp, false));
-    std::string strError;  // one of the halves may have left another
+    Facts aTimes = {{"Upload", FormatSeconds(m_dUpload)},
+                    {"Reconstruction", FormatSeconds(m_dCompute)},
+                    {"Download", FormatSeconds(m_dDownload)},
+                    {"All", FormatSeconds(m_aTotal.GetSeconds())}};
+    m_aPage.aTables.insert(m_aPage.aTables.end(), {{"Program", DescribeProgram()},
+                                                   {"Time", aTimes},
+                                                   {"Files", ListOptions(*m_pApp, true)},
+                                                   {"Options given", ListOptions(*m_pApp, false)}});
+    std::string strError;  // the halves may have left another
     return WriteTextFile(m_strReport, MakePage(m_aPage), strError) || mFail(strError);
 }
 

@@ -20,6 +20,11 @@ std::string FormatSize(const ImageSize& rSize)
     return Format("%d × %d pixels", rSize.iX, rSize.iY);
 }
 
+std::string FormatSize(std::uintmax_t ulBytes)
+{
+    return ulBytes < 10000 ? Format("%ju bytes", ulBytes) : FormatBytes(ulBytes);
+}
+
 std::string FormatPixel(double dPixel)
 {
     if (dPixel <= 0) return "not stated";
@@ -118,6 +123,25 @@ Facts DescribeMethod(const ReconRequest& rRequest, const ReconPlan& rPlan, int i
     return aFacts;
 }
 
+Facts DescribeVolume(const MrcHeader& rHeader)
+{
+    return {{"Columns, rows, sections", Format("%d, %d, %d", rHeader.iX, rHeader.iY, rHeader.iZ)},
+            {"Mode", Format("%d", static_cast<int>(rHeader.eMode))},
+            {"Least, most", Format("%.4g, %.4g", double(rHeader.fMin), double(rHeader.fMax))},
+            {"Mean, SD", Format("%.4g, %.4g", double(rHeader.fMean), double(rHeader.fRms))}};
+}
+
+Facts DescribeServer(const ServerOptions& rOptions, CServerLink& rLink)
+{
+    const bool bHere = rOptions.IsHere();
+    Facts aFacts = {{"Server", bHere ? "private, on this machine" : rOptions.strServer}};
+    if (bHere) aFacts.emplace_back("Devices", rLink.GetServerInfo());
+    std::uint64_t ulMemory = 0;
+    if (rLink.GetSession().GetServerMemory(ulMemory))
+        aFacts.emplace_back("Memory for jobs", FormatBytes(ulMemory));
+    return aFacts;
+}
+
 Facts DescribeProgram()
 {
     const std::time_t tNow = std::time(nullptr);
@@ -126,7 +150,7 @@ Facts DescribeProgram()
     char acTime[32] = "", acHost[256] = "";
     std::strftime(acTime, sizeof(acTime), "%Y-%m-%d %H:%M:%S UTC", &aNow);
     if (gethostname(acHost, sizeof(acHost) - 1) != 0) acHost[0] = 0;
-    return {{"Talven", TALVEN_VERSION}, {"Finished", acTime}, {"Client's machine", acHost}};
+    return {{"Talven", TALVEN_VERSION}, {"Finished", acTime}, {"On", acHost}};
 }
 
 Facts ListOptions(const CLI::App& rApp, bool bFiles)
@@ -141,10 +165,21 @@ Facts ListOptions(const CLI::App& rApp, bool bFiles)
         if (pOption->get_items_expected_max() == 0) strValues = "yes";  // a flag
         std::error_code aError;
         const auto ulBytes = bFiles ? std::filesystem::file_size(strValues, aError) : 0;
-        if (bFiles && !aError) strValues += " (" + FormatBytes(ulBytes) + ")";
+        if (bFiles && !aError) strValues += " (" + FormatSize(ulBytes) + ")";
         aFacts.emplace_back(pOption->get_name(false, false), strValues);
     }
     return aFacts;
+}
+
+std::string SuggestViews(const ReconRequest& rRequest, const ReconPlan& rPlan,
+                         std::span<const ViewQuality> aQuality)
+{
+    const bool bInclude = !rRequest.viInclude.empty();
+    std::vector<int> viViews = rRequest.viExclude;
+    for (std::size_t i = 0; i < aQuality.size(); ++i)
+        if (aQuality[i].IsSuspect() != bInclude) viViews.push_back(rPlan.viViews[i]);
+    std::ranges::sort(viViews);
+    return (bInclude ? "--include " : "--exclude ") + FormatViews(viViews);
 }
 
 std::string QuoteForShell(std::span<char* const> pcArgs)

@@ -16,8 +16,9 @@ bool DrawAll(const CSlices& rSlices, RunReport& rReport, std::string& rError)
     {
         const Slice& rSlice = rSlices.Get()[i];
         RunReport::Picture& rPicture = rReport.aSlices.emplace_back();
-        rPicture.strText = Format("%s at %c = %d, %d × %d", GetSliceName(rSlice), rSlice.cAxis,
-                                  rSlice.iAt, rSlice.iWidth, rSlice.iHeight);
+        rPicture.strAlt = Format("%s slice", GetSliceName(rSlice));
+        rPicture.strCaption = Format("%s at %c = %d, %d × %d", GetSliceName(rSlice), rSlice.cAxis,
+                                     rSlice.iAt, rSlice.iWidth, rSlice.iHeight);
         if (!aPictures[i].Encode(rPicture.vcPng, rError)) return false;
     }
     return true;
@@ -27,10 +28,11 @@ bool DrawRfactorPlot(RunReport& rReport, std::string& rError)
 {
     const std::vector<double>& rRfactors = rReport.vdRfactors;
     RunReport::Picture& rPicture = rReport.aRfactorPlot.emplace();
-    rPicture.strText = Format("R-factor: %.4g after the first iteration", rRfactors.front());
+    rPicture.strAlt = "Plot of the R-factor";
+    rPicture.strCaption = Format("%.4g after the first iteration", rRfactors.front());
     if (rRfactors.size() > 1)
-        rPicture.strText += Format(", %.4g after %zu", rRfactors.back(), rRfactors.size());
-    return DrawRfactors(rRfactors, "").Encode(rPicture.vcPng, rError);
+        rPicture.strCaption += Format(", %.4g after %zu", rRfactors.back(), rRfactors.size());
+    return DrawRfactors(rRfactors, "R-factor of every iteration").Encode(rPicture.vcPng, rError);
 }
 
 bool DrawResidualPlot(RunReport& rReport, std::string& rError)
@@ -45,7 +47,8 @@ bool DrawResidualPlot(RunReport& rReport, std::string& rError)
         vfAngles.push_back(rView.fAngle);
     }
     RunReport::Picture& rPicture = rReport.aResidualPlot.emplace();
-    rPicture.strText =
+    rPicture.strAlt = "Plot of the residuals over the angles";
+    rPicture.strCaption =
         "Sum of |measured - reprojected| over the sum of |measured| of each view after the last "
         "iteration; suspect views are red, with their numbers";
     return DrawResiduals(aViews, viNumbers, vfAngles).Encode(rPicture.vcPng, rError);

@@ -100,9 +100,9 @@ std::string Number(double dValue)
 
 std::string MakeFigure(const RunReport::Picture& rPicture, const char* pcClass)
 {
-    const std::string strText = EscapeHtml(rPicture.strText);
-    return Format("<figure><img class=\"%s\" alt=\"", pcClass) + strText + "\" src=\"" +
-           MakeDataUri(rPicture.vcPng) + "\"><figcaption>" + strText + "</figcaption></figure>\n";
+    return Format("<figure><img class=\"%s\" alt=\"", pcClass) + EscapeHtml(rPicture.strAlt) +
+           "\" src=\"" + MakeDataUri(rPicture.vcPng) + "\"><figcaption>" +
+           EscapeHtml(rPicture.strCaption) + "</figcaption></figure>\n";
 }
 
 /// A row of a table; the first iNumbers cells after the heading are numbers.
@@ -160,7 +160,9 @@ std::string MakeSuspects(const RunReport& rReport)
     if (iBad == 0) return "<p>None stands out, judged by " + strJudged + ".</p>\n";
     return Format("<p class=\"bad\"><strong>%zd of %zu views stand%s out</strong>, judged by ",
                   iBad, rReport.aViews.size(), iBad == 1 ? "s" : "") +
-           strJudged + ". To leave them out:</p>\n<pre><code>" +
+           strJudged +
+           ". They raise the residuals of the others: leave them out and look again.</p>\n"
+           "<pre><code>" +
            EscapeHtml(rReport.strWithoutSuspects) + "</code></pre>\n" +
            MakeViewTable(rReport, true);
 }

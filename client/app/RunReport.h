@@ -19,7 +19,8 @@ struct RunReport
     struct Picture
     {
         std::vector<std::byte> vcPng;
-        std::string strText;  ///< what it shows
+        std::string strAlt;      ///< in place of the picture
+        std::string strCaption;  ///< below it
     };
     struct View
     {
