@@ -40,7 +40,7 @@ CPicture DrawResiduals(std::span<const ViewQuality> aViews, std::span<const int>
     CPicture aPicture(800, 420);
     const Axis aY = MakeValueAxis(vdShown, "residual");
     const CPlot aPlot(aPicture, MakeAngleAxis(fAngles), aY);
-    aPlot.DrawFrame("Residual of every view");
+    aPlot.DrawFrame("");
     aPlot.DrawLine(aGood, {0.6, 0.7, 0.8}, 1);
     aPlot.DrawDots(aGood, CPlot::m_aBlue);
     for (std::size_t i = 0; i < aViews.size(); ++i)

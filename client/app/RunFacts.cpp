@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <filesystem>
 #include <string_view>
 
 #include "Lists.h"
@@ -18,11 +17,6 @@ namespace
 std::string FormatSize(const ImageSize& rSize)
 {
     return Format("%d × %d pixels", rSize.iX, rSize.iY);
-}
-
-std::string FormatSize(std::uintmax_t ulBytes)
-{
-    return ulBytes < 10000 ? Format("%ju bytes", ulBytes) : FormatBytes(ulBytes);
 }
 
 std::string FormatPixel(double dPixel)
@@ -125,7 +119,7 @@ Facts DescribeMethod(const ReconRequest& rRequest, const ReconPlan& rPlan, int i
 
 Facts DescribeVolume(const MrcHeader& rHeader)
 {
-    return {{"Columns, rows, sections", Format("%d, %d, %d", rHeader.iX, rHeader.iY, rHeader.iZ)},
+    return {{"X, Y, Z of the file", Format("%d, %d, %d", rHeader.iX, rHeader.iY, rHeader.iZ)},
             {"Mode", Format("%d", static_cast<int>(rHeader.eMode))},
             {"Least, most", Format("%.4g, %.4g", double(rHeader.fMin), double(rHeader.fMax))},
             {"Mean, SD", Format("%.4g, %.4g", double(rHeader.fMean), double(rHeader.fRms))}};
@@ -163,9 +157,6 @@ Facts ListOptions(const CLI::App& rApp, bool bFiles)
         for (const std::string& rValue : pOption->results())
             strValues += (strValues.empty() ? "" : " ") + rValue;
         if (pOption->get_items_expected_max() == 0) strValues = "yes";  // a flag
-        std::error_code aError;
-        const auto ulBytes = bFiles ? std::filesystem::file_size(strValues, aError) : 0;
-        if (bFiles && !aError) strValues += " (" + FormatSize(ulBytes) + ")";
         aFacts.emplace_back(pOption->get_name(false, false), strValues);
     }
     return aFacts;

@@ -30,8 +30,7 @@ Facts DescribeVolume(const MrcHeader& rHeader);
 Facts DescribeServer(const ServerOptions& rOptions, CServerLink& rLink);
 /// Version, time, machine.
 Facts DescribeProgram();
-/// Options that were given, with their values: those that name files, with the files' sizes, or
-/// the others.
+/// Options that were given, with their values: those that name files, or the others.
 Facts ListOptions(const CLI::App& rApp, bool bFiles);
 
 /// The option that leaves out the suspect views beside those that are left out already.

@@ -32,7 +32,7 @@ bool DrawRfactorPlot(RunReport& rReport, std::string& rError)
     rPicture.strCaption = Format("%.4g after the first iteration", rRfactors.front());
     if (rRfactors.size() > 1)
         rPicture.strCaption += Format(", %.4g after %zu", rRfactors.back(), rRfactors.size());
-    return DrawRfactors(rRfactors, "R-factor of every iteration").Encode(rPicture.vcPng, rError);
+    return DrawRfactors(rRfactors, "").Encode(rPicture.vcPng, rError);
 }
 
 bool DrawResidualPlot(RunReport& rReport, std::string& rError)

@@ -36,7 +36,7 @@ td.n, th.n { text-align: right; font-variant-numeric: tabular-nums; }
 .facts td { overflow-wrap: anywhere; }
 .slices { display: flex; flex-wrap: wrap; gap: 1rem; align-items: flex-start; }
 figure { margin: 0; }
-figcaption { color: var(--faint); font-size: .9rem; }
+figcaption, .note { color: var(--faint); font-size: .9rem; }
 img { display: block; max-width: 100%; height: auto; }
 tr.bad, .bad { color: var(--bad); }
 pre { background: var(--box); padding: .7rem .9rem; border-radius: .3rem; white-space: pre-wrap; overflow-wrap: anywhere; }
@@ -84,6 +84,7 @@ summary { cursor: pointer; margin: .6rem 0; }
 </section>
 <section>
 <h2>All views</h2>
+<p class="note">Expected: the residual that the neighbours by angle tell. Score: of the residual, in robust standard deviations above the course a + b / cos(angle) of all. A residual stands out with a score above 4 when it is more than a third above the expected one. Mean, SD, least and most are of the pixels before they were sent; dark and bright views have a mean far off its course, blank ones hardly any contrast.</p>
 [[views]]</section>
 </main>
 </body>
@@ -91,11 +92,16 @@ summary { cursor: pointer; margin: .6rem 0; }
 )";
 
 constexpr const char* g_pcNoRfactors =
-    "<p>A back projection has no R-factor: nothing is projected again and compared.</p>\n";
+    "<p>A back projection has none: nothing is projected again and compared.</p>\n";
 
 std::string Number(double dValue)
 {
     return std::isfinite(dValue) ? Format("%.4g", dValue) : "–";
+}
+
+std::string PixelValue(double dValue)
+{
+    return Format("%.5g", dValue);
 }
 
 std::string MakeFigure(const RunReport::Picture& rPicture, const char* pcClass)
@@ -127,9 +133,9 @@ std::string MakeRow(const std::vector<std::string>& rCells, std::size_t tNumbers
 std::string MakeViewTable(const RunReport& rReport, bool bSuspectsOnly)
 {
     std::string strTable = "<table>\n<thead>" +
-                           MakeRow({"View", "Angle", "Residual", "Score", "Mean", "SD", "Least",
-                                    "Most", "Missing", ""},
-                                   9, true) +
+                           MakeRow({"View", "Angle", "Residual", "Expected", "Score", "Mean", "SD",
+                                    "Least", "Most", "Missing", ""},
+                                   10, true) +
                            "</thead>\n<tbody>\n";
     for (const RunReport::View& rView : rReport.aViews)
     {
@@ -140,12 +146,13 @@ std::string MakeViewTable(const RunReport& rReport, bool bSuspectsOnly)
         const bool bResidual = std::isfinite(rQuality.dResidual);
         strTable +=
             MakeRow({Format("%d", rView.iNumber), Format("%g°", double(rView.fAngle)),
-                     Number(rQuality.dResidual), bResidual ? Format("%.1f", rQuality.dScore) : "–",
-                     Number(rPixels.dMean), Number(rPixels.GetSd()), Number(double(rPixels.fMin)),
-                     Number(double(rPixels.fMax)),
+                     Number(rQuality.dResidual), Number(rQuality.dExpected),
+                     bResidual ? Format("%.1f", rQuality.dScore) : "–", PixelValue(rPixels.dMean),
+                     PixelValue(rPixels.GetSd()), PixelValue(double(rPixels.fMin)),
+                     PixelValue(double(rPixels.fMax)),
                      Format("%.3g %%", 100 * double(rPixels.tMissing) / std::max(1.0, dAll)),
                      DescribeSuspicion(rQuality)},
-                    9, false, rQuality.IsSuspect());
+                    10, false, rQuality.IsSuspect());
     }
     return strTable + "</tbody>\n</table>\n";
 }
@@ -160,9 +167,9 @@ std::string MakeSuspects(const RunReport& rReport)
     if (iBad == 0) return "<p>None stands out, judged by " + strJudged + ".</p>\n";
     return Format("<p class=\"bad\"><strong>%zd of %zu views stand%s out</strong>, judged by ",
                   iBad, rReport.aViews.size(), iBad == 1 ? "s" : "") +
-           strJudged +
-           ". They raise the residuals of the others: leave them out and look again.</p>\n"
-           "<pre><code>" +
+           strJudged + ". " +
+           (iBad < 3 ? "" : "Several in a row point to the alignment instead. ") +
+           "Leave them out and look again:</p>\n<pre><code>" +
            EscapeHtml(rReport.strWithoutSuspects) + "</code></pre>\n" +
            MakeViewTable(rReport, true);
 }

@@ -24,8 +24,10 @@ struct ViewQuality
 {
     ImageStatistics aPixels;
     EViewFault eFault = EViewFault::eNone;
-    double dResidual = std::numeric_limits<double>::quiet_NaN();  ///< its R-factor after the last
-                                                                  ///< iteration; NaN: there is none
+    /// Its R-factor after the last iteration, and what those of its neighbours by angle tell about
+    /// it; NaN: not known.
+    double dResidual = std::numeric_limits<double>::quiet_NaN();
+    double dExpected = std::numeric_limits<double>::quiet_NaN();
     double dScore = 0;  ///< of the residual among those of all views, see ScoreViews()
 
     bool StandsOut() const;  ///< the residual does
@@ -50,8 +52,9 @@ std::vector<double> ScoreViews(std::span<const double> dValues, std::span<const 
 
 /// Blank is a view without values or with less than a tenth of the median standard deviation. Dark
 /// and bright ones have a mean more than six robust standard deviations off the course, and by more
-/// than a fifth of the median mean and a tenth of the median contrast. A residual stands out more
-/// than six robust standard deviations above its course.
+/// than a fifth of the median mean and a tenth of the median contrast. A residual stands out when
+/// it lies more than four robust standard deviations above the course and is more than a third
+/// larger than what a line through the logarithms of its six neighbours by angle tells.
 /// \param aPixels     of each view
 /// \param dResiduals  of each view; empty: there are none
 /// \param fAngles     degrees, of each view
