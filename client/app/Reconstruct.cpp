@@ -107,6 +107,9 @@ bool CReconstructCommand::Run()
         !mWriteRfactors())
         return false;
     mSummarise();
+    if (m_aJob.GetCutVoxels() > 0)
+        m_aReport.PrintLine(Format("%s: %llu voxels would have fallen further", m_strOutput.c_str(),
+                                   (unsigned long long)m_aJob.GetCutVoxels()));
     if (!m_strReport.empty() && !mFillPage()) return false;
     const bool bDone = !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
     return (m_strReport.empty() || mWritePage()) && bDone;

@@ -40,9 +40,16 @@ public:
     /// the plan's viViews: sum of |measured - reprojected| over sum of |measured|; NaN for a view
     /// of zeros. None for a back projection.
     const std::vector<double>& GetViewResiduals() const { return m_vdViewResiduals; }
+    /// Voxels of the last download that would have fallen further in an unconstrained run.
+    std::uint64_t GetCutVoxels() const { return m_aPlan.bUnconstrained ? m_ulCut : 0; }
 
 private:
+    /// Changes view i in place.
+    using ViewChange = std::function<void(int i, std::span<float> fPixels)>;
+
     bool mSendPlan();
+    bool mEmptyVolume();
+    bool mUploadVolume(const ImageSource& rInitial);
     bool mRunPiece(int iFirst, int iCount);
     void mNoteViewResiduals(std::span<const RfactorSums> aSums);
     bool mRunPieces(const Checkpoint& rCheckpoint);
@@ -50,9 +57,15 @@ private:
     bool mUploadViews(const ImageSource& rViews);
     bool mSendAligned(const ImageSource& rViews);
     bool mFilterViews();
+    bool mProjectOnes();
+    bool mLiftViews(const ImageSource& rInitial);
+    bool mChangeViews(const char* pcPhase, const ViewChange& Change);
 
     ReconPlan m_aPlan;
-    float m_fLift = 0;  // added to filtered projections, taken off the volume
+    float m_fLift = 0;                // added to projections or the volume, taken off at the end
+    std::vector<float> m_vfOnes;      // projections of a row of ones, [proj][x]
+    std::vector<float> m_vfMeasured;  // sum of |measured| of every projection before it was lifted
+    std::uint64_t m_ulCut = 0;
     std::vector<double> m_vdRfactors, m_vdViewResiduals;
 };
 
