@@ -46,6 +46,8 @@ void AddAlignmentFacts(const AlignRequest& rRequest, const ReconPlan& rPlan, Fac
         rFacts.emplace_back("Binning", Format("%d × %d pixels", rRequest.iBin, rRequest.iBin));
     if (!rPlan.aAlignment.IsNone())
         rFacts.emplace_back("Aligned views", FormatSize(rPlan.aAlignment.aAligned));
+    if (rRequest.dTiltX != 0)
+        rFacts.emplace_back("Tilt about X", Format("%g°, taken out", rRequest.dTiltX));
     if (rRequest.dShiftZ != 0)
         rFacts.emplace_back("Shift along Z", Format("%g voxels", rRequest.dShiftZ));
 }
@@ -81,7 +83,7 @@ bool IsPlain(std::string_view strArg)
 Facts DescribeGeometry(const ReconRequest& rRequest, const ReconPlan& rPlan, int iViews,
                        double dPixel)
 {
-    const JobSize& rSize = rPlan.aSize;
+    const JobSize aSize = rPlan.GetResultSize();
     const auto [fLow, fHigh] = std::ranges::minmax(rPlan.vfAngles);
     Facts aFacts = {{"Views", DescribeViews(rPlan, iViews)},
                     {"Size of the views", FormatSize(rPlan.aAlignment.aRaw)},
@@ -91,7 +93,7 @@ Facts DescribeGeometry(const ReconRequest& rRequest, const ReconPlan& rPlan, int
         aFacts.emplace_back("Angle offset", Format("%g°, included above", rRequest.dAngleOffset));
     AddAlignmentFacts(rRequest.aAlign, rPlan, aFacts);
     aFacts.emplace_back("Volume, X × Y × Z",
-                        Format("%d × %d × %d voxels", rSize.iVolX, rSize.iProjY, rSize.iVolZ));
+                        Format("%d × %d × %d voxels", aSize.iVolX, aSize.iProjY, aSize.iVolZ));
     aFacts.emplace_back("Voxel", FormatPixel(dPixel * rPlan.aAlignment.iBin));
     if (rPlan.aBox)
         aFacts.emplace_back("Weight box",

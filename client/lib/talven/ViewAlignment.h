@@ -42,6 +42,7 @@ struct AlignRequest
     int iBin = 1;          ///< raw pixels along each edge of an aligned one
     ImageSize aSize = {};  ///< of the aligned views; 0: what the raw ones make
     double dShiftZ = 0;    ///< of the specimen in the volume, voxels towards higher slices
+    double dTiltX = 0;     ///< by which the specimen rises towards +Y, degrees: it is laid flat
 
     /// Whether views are used as they are.
     bool IsNone() const;
