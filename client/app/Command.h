@@ -26,6 +26,8 @@ public:
     /// \return false: GetError() says why, in one line. No output is ever left half written.
     [[nodiscard]] virtual bool Run() = 0;
     const std::string& GetError() const { return m_strError; }
+    /// How the program was called, for a shell.
+    void SetCommandLine(const std::string& strCommand) { m_strCommand = strCommand; }
 
 protected:
     CCommand() = default;
@@ -56,6 +58,7 @@ protected:
     CReport m_aReport{m_aReportOptions};
     CServerLink m_aLink;
     CStopwatch m_aTotal;
+    std::string m_strCommand;
     std::string m_strError;
 };
 

@@ -1,7 +1,5 @@
 #include "Picture.h"
 
-#include <vector>
-
 #include "talven/AtomicFile.h"
 #include "talven/Text.h"
 
@@ -42,21 +40,27 @@ void CPicture::DrawText(double dX, double dY, const std::string& strText, double
     cairo_show_text(GetContext(), strText.c_str());
 }
 
+bool CPicture::Encode(std::vector<std::byte>& rPng, std::string& rError) const
+{
+    const auto Append = [](void* pvPng, const unsigned char* pucData, unsigned int uiBytes)
+    {
+        auto& rBytes = *static_cast<std::vector<std::byte>*>(pvPng);
+        const auto* pcData = reinterpret_cast<const std::byte*>(pucData);
+        rBytes.insert(rBytes.end(), pcData, pcData + uiBytes);
+        return CAIRO_STATUS_SUCCESS;
+    };
+    rPng.clear();
+    cairo_surface_flush(m_pSurface.get());
+    const cairo_status_t eStatus =
+        cairo_surface_write_to_png_stream(m_pSurface.get(), Append, &rPng);
+    return eStatus == CAIRO_STATUS_SUCCESS ||
+           Fail(rError, std::string("cannot encode: ") + cairo_status_to_string(eStatus));
+}
+
 bool CPicture::Write(const std::string& strPath, std::string& rError) const
 {
     std::vector<std::byte> vcPng;
-    const auto Append = [](void* pvPng, const unsigned char* pucData, unsigned int uiBytes)
-    {
-        auto& rPng = *static_cast<std::vector<std::byte>*>(pvPng);
-        const auto* pcData = reinterpret_cast<const std::byte*>(pucData);
-        rPng.insert(rPng.end(), pcData, pcData + uiBytes);
-        return CAIRO_STATUS_SUCCESS;
-    };
-    cairo_surface_flush(m_pSurface.get());
-    const cairo_status_t eStatus =
-        cairo_surface_write_to_png_stream(m_pSurface.get(), Append, &vcPng);
-    if (eStatus != CAIRO_STATUS_SUCCESS)
-        return Fail(rError, strPath + ": cannot encode: " + cairo_status_to_string(eStatus));
+    if (!Encode(vcPng, rError)) return Fail(rError, strPath + ": " + rError);
     CAtomicFile aFile;
     return (aFile.Create(strPath) && aFile.WriteAt(0, vcPng) && aFile.Commit()) ||
            Fail(rError, aFile.GetError());

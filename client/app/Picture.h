@@ -2,8 +2,10 @@
 
 #include <cairo.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace talven
 {
@@ -26,6 +28,8 @@ public:
     void DrawText(double dX, double dY, const std::string& strText, double dSize,
                   Anchor aAnchor) const;
 
+    /// The bytes of a PNG file. \return false: rError says why, without a file's name
+    [[nodiscard]] bool Encode(std::vector<std::byte>& rPng, std::string& rError) const;
     /// The file appears when it is complete.
     [[nodiscard]] bool Write(const std::string& strPath, std::string& rError) const;
 

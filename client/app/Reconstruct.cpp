@@ -3,9 +3,12 @@
 #include <optional>
 
 #include "Command.h"
+#include "Lists.h"
 #include "Options.h"
 #include "Preview.h"
 #include "RfactorPlot.h"
+#include "RunFacts.h"
+#include "RunReport.h"
 #include "Series.h"
 #include "VolumeOutput.h"
 #include "talven/Agreement.h"
@@ -13,6 +16,7 @@
 #include "talven/FileImages.h"
 #include "talven/MrcReader.h"
 #include "talven/Slices.h"
+#include "talven/ViewQuality.h"
 
 namespace talven
 {
@@ -37,11 +41,15 @@ private:
     bool mMakeHalves();
     int mGetIterations() const { return static_cast<int>(m_aJob.GetRfactors().size()); }
     std::string mDescribe() const;
+    bool mWantsViews() const { return !m_strReport.empty() || m_aReportOptions.bJson; }
     void mSummarise();
     Json mMakeJson() const;
+    Json mListSuspects() const;
+    bool mFillPage();
+    bool mWritePage();
 
     std::string m_strOutput, m_strInitial;
-    std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference;
+    std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference, m_strReport;
     bool m_bHalves = false;
     ReconRequest m_aRequest;
     VolumeForm m_aForm;
@@ -53,11 +61,16 @@ private:
     CVolumeOutput m_aOutput{m_aJob};
     std::optional<CSlices> m_aViews;
     CAgreement m_aAgreement;
+    std::vector<ImageStatistics> m_aPixels;  // of the plan's views
+    std::vector<ViewQuality> m_aQuality;     // of the plan's views
+    RunReport m_aPage;
+    const CLI::App* m_pApp = nullptr;
     double m_dUpload = 0, m_dCompute = 0, m_dDownload = 0;  // seconds
 };
 
 void CReconstructCommand::AddOptions(CLI::App& rApp)
 {
+    m_pApp = &rApp;
     m_aSeries.AddOptions(rApp, m_aRequest);
     AddFile(rApp, "-o,--output", m_strOutput, "The volume, MRC")->required();
     rApp.add_option("--thickness", m_aRequest.iThickness,
@@ -72,6 +85,8 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
     AddResult("--preview", m_strPreview, "PNG of the three central slices");
     AddResult("--rfactor-plot", m_strPlot, "PNG of the R-factor after every iteration");
     AddResult("--rfactors", m_strRfactors, "The same as text: iteration,rfactor");
+    AddResult("--report", m_strReport,
+              "HTML page: slices, R-factors, views that stand out, how it was made");
     AddResult("--reference", m_strReference,
               "Compare the volume with this one: correlation and relative RMS error");
     rApp.add_option_function<std::string>(
@@ -90,13 +105,16 @@ bool CReconstructCommand::Run()
     if (!m_aSeries.GetNote().empty()) m_aReport.PrintLine(m_aSeries.GetNote());
     m_aReport.PrintLine(mDescribe());
     if (!mConnect() || !mUpload() || !mCompute() || !mWriteVolume() ||
-        (m_aViews && !WritePreview(m_strPreview, *m_aViews, m_strError)) || !mWriteRfactors())
+        (!m_strPreview.empty() && !WritePreview(m_strPreview, *m_aViews, m_strError)) ||
+        !mWriteRfactors())
         return false;
     mSummarise();
     if (m_aJob.GetCutVoxels() > 0)
         m_aReport.PrintLine(Format("%s: %llu voxels would have fallen further", m_strOutput.c_str(),
                                    (unsigned long long)m_aJob.GetCutVoxels()));
-    return !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
+    if (!m_strReport.empty() && !mFillPage()) return false;
+    const bool bDone = !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
+    return (m_strReport.empty() || mWritePage()) && bDone;
 }
 
 bool CReconstructCommand::mMakePlan()
@@ -123,10 +141,11 @@ bool CReconstructCommand::mMakePlan()
 bool CReconstructCommand::mOpenFiles()
 {
     if (!mOpenSameSize(m_aInitial, m_strInitial) || !mOpenSameSize(m_aReference, m_strReference) ||
-        !mProbe(m_strPreview) || !mProbe(m_strPlot) || !mProbe(m_strRfactors))
+        !mProbe(m_strPreview) || !mProbe(m_strPlot) || !mProbe(m_strRfactors) ||
+        !mProbe(m_strReport))
         return false;
     const JobSize aSize = m_aPlan.GetResultSize();
-    if (!m_strPreview.empty())
+    if (!m_strPreview.empty() || !m_strReport.empty())
         m_aViews.emplace(aSize.iVolX, aSize.iProjY, aSize.iVolZ).WantCentral();
     m_aOutput.SetUp(m_aForm, aSize, m_aPlan.aAlignment.iBin * m_aSeries.GetPixel());
     return mCheck(m_aOutput.Check(m_strOutput), m_aOutput);
@@ -185,8 +204,10 @@ std::string CReconstructCommand::mDescribe() const
 bool CReconstructCommand::mUpload()
 {
     const CStopwatch aWatch;
-    const bool bDone = m_aJob.Upload(m_aPlan, m_aSeries.GetViews(m_aPlan.viViews),
-                                     m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial));
+    ImageSource Views = m_aSeries.GetViews(m_aPlan.viViews);
+    if (mWantsViews()) Views = Measure(Views, m_aPixels);
+    const bool bDone =
+        m_aJob.Upload(m_aPlan, Views, m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial));
     m_dUpload = aWatch.GetSeconds();
     return mCheck(bDone, m_aJob);
 }
@@ -201,6 +222,7 @@ bool CReconstructCommand::mCompute()
     };
     const bool bDone = m_aJob.Run(WriteSoFar);
     m_dCompute = aWatch.GetSeconds();
+    m_aQuality = JudgeViews(m_aPixels, m_aJob.GetViewResiduals(), m_aPlan.vfAngles);
     return mCheck(bDone, m_aJob);
 }
 
@@ -276,7 +298,9 @@ Json CReconstructCommand::mMakeJson() const
         aJson["iterations"] = mGetIterations();
         aJson["subset_sizes"] = m_aPlan.aOptions.vuiSetSizes;
         aJson["rfactors"] = m_aJob.GetRfactors();
+        aJson["view_residuals"] = m_aJob.GetViewResiduals();
     }
+    aJson["suspect_views"] = mListSuspects();
     if (m_aPlan.iSmoothInterval > 0)
         aJson["smoothing"] = {{"interval", m_aPlan.iSmoothInterval},
                               {"kernel_size", m_aPlan.aSmoothKernel.iSize}};
@@ -289,6 +313,59 @@ Json CReconstructCommand::mMakeJson() const
                               {"correlation", m_aAgreement.GetCorrelation()},
                               {"relative_rms_error", m_aAgreement.GetRelativeError()}};
     return aJson;
+}
+
+Json CReconstructCommand::mListSuspects() const
+{
+    Json aList = Json::array();
+    for (std::size_t i = 0; i < m_aQuality.size(); ++i)
+        if (m_aQuality[i].IsSuspect())
+            aList.push_back({{"view", m_aPlan.viViews[i] + 1},
+                             {"angle", m_aPlan.vfAngles[i]},
+                             {"why", DescribeSuspicion(m_aQuality[i])}});
+    return aList;
+}
+
+/// What the page says about the volume of all views; the halves come later.
+bool CReconstructCommand::mFillPage()
+{
+    m_aPage.strTitle = std::filesystem::path(m_strOutput).filename();
+    m_aPage.strSummary = Format("%zu views of %s, %s", m_aPlan.viViews.size(),
+                                std::filesystem::path(m_aSeries.GetPath()).filename().c_str(),
+                                m_aPlan.DescribeMethod(mGetIterations()).c_str());
+    if (mGetIterations() > 0)
+        m_aPage.strSummary += Format("; R-factor %.4f", m_aJob.GetRfactors().back());
+    m_aPage.vdRfactors = m_aJob.GetRfactors();
+    for (std::size_t i = 0; i < m_aQuality.size(); ++i)
+        m_aPage.aViews.push_back({m_aPlan.viViews[i] + 1, m_aPlan.vfAngles[i], m_aQuality[i]});
+    m_aPage.strWithoutSuspects = SuggestViews(m_aRequest, m_aPlan, m_aQuality);
+    m_aPage.strCommand = m_strCommand;
+    Facts aVolume = DescribeVolume(m_aOutput.GetHeader());
+    if (!m_strReference.empty())
+        aVolume.emplace_back(
+            "Against the reference",
+            Format("correlation %.4f, relative RMS error %.4f", m_aAgreement.GetCorrelation(),
+                   m_aAgreement.GetRelativeError()));
+    m_aPage.aTables = {{"Geometry", DescribeGeometry(m_aRequest, m_aPlan, m_aSeries.GetViewCount(),
+                                                     m_aSeries.GetPixel())},
+                       {"Method", DescribeMethod(m_aRequest, m_aPlan, mGetIterations())},
+                       {"Volume as written", aVolume},
+                       {"Server", DescribeServer(m_aServerOptions, m_aLink)}};
+    return DrawPictures(*m_aViews, m_aPage, m_strError) || mFail(m_strReport + ": " + m_strError);
+}
+
+bool CReconstructCommand::mWritePage()
+{
+    Facts aTimes = {{"Upload", FormatSeconds(m_dUpload)},
+                    {"Reconstruction", FormatSeconds(m_dCompute)},
+                    {"Download", FormatSeconds(m_dDownload)},
+                    {"All", FormatSeconds(m_aTotal.GetSeconds())}};
+    m_aPage.aTables.insert(m_aPage.aTables.end(), {{"Program", DescribeProgram()},
+                                                   {"Time", aTimes},
+                                                   {"Files", ListOptions(*m_pApp, true)},
+                                                   {"Options given", ListOptions(*m_pApp, false)}});
+    std::string strError;  // the halves may have left another
+    return WriteTextFile(m_strReport, MakePage(m_aPage), strError) || mFail(strError);
 }
 
 }  // namespace

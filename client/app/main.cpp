@@ -6,6 +6,7 @@
 
 #include "Command.h"
 #include "Interrupt.h"
+#include "RunFacts.h"
 #include "talven/AtomicFile.h"
 
 namespace
@@ -126,6 +127,7 @@ int Run(int iArgs, char** ppcArgs)
     }
     const CLI::App* pParser = aApp.get_subcommands().front();
     CCommand& rCommand = *aCommands[pParser];
+    rCommand.SetCommandLine(QuoteForShell({ppcArgs, std::size_t(iArgs)}));
     if (!rCommand.Run()) return Complain(rCommand.GetError());
     const std::string strOptions = "[" + pParser->get_name() + "]\n" + pParser->config_to_str();
     std::string strError;

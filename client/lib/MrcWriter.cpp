@@ -4,11 +4,10 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <iterator>
 #include <vector>
 
 #include "Half.h"
-#include "talven/Alignment.h"
+#include "talven/ImageStatistics.h"
 #include "talven/Text.h"
 
 namespace talven
@@ -97,56 +96,20 @@ void CMrcWriter::mStore(std::span<float> fPixels)
     }
 }
 
+/// Merges a section into those before: no cancellation, however large the file or its mean.
 /// Missing pixels are no values: they would be the least and hide all others.
 void CMrcWriter::mAddSection(std::span<const float> fPixels)
 {
-    if (std::none_of(fPixels.begin(), fPixels.end(), IsMissing)) return mAddStatistics(fPixels);
-    std::vector<float> vfValues;
-    std::remove_copy_if(fPixels.begin(), fPixels.end(), std::back_inserter(vfValues), IsMissing);
-    if (!vfValues.empty()) mAddStatistics(vfValues);
-}
-
-/// Mean and squares of a section in two passes over cached data, then merged into those of the
-/// sections before: no cancellation, however large the file or its mean.
-void CMrcWriter::mAddStatistics(std::span<const float> fPixels)
-{
-    constexpr std::size_t tLanes = 8;  // independent sums, so that they are vectorised
-    std::array<float, tLanes> afMin, afMax;
-    std::array<double, tLanes> adSum{}, adSquares{};
-    afMin.fill(fPixels[0]);
-    afMax.fill(fPixels[0]);
-    const auto ForAll = [&fPixels](auto Visit)
-    {
-        const std::size_t tWhole = fPixels.size() / tLanes * tLanes;
-        for (std::size_t i = 0; i < tWhole; i += tLanes)
-            for (std::size_t l = 0; l < tLanes; ++l) Visit(l, fPixels[i + l]);
-        for (std::size_t i = tWhole; i < fPixels.size(); ++i) Visit(0, fPixels[i]);
-    };
-    ForAll(
-        [&](std::size_t l, float fPixel)
-        {
-            afMin[l] = fPixel < afMin[l] ? fPixel : afMin[l];
-            afMax[l] = fPixel > afMax[l] ? fPixel : afMax[l];
-            adSum[l] += fPixel;
-        });
-    double dSum = 0;
-    for (const double dLane : adSum) dSum += dLane;
-    const auto dCount = static_cast<double>(fPixels.size());
-    const double dMean = dSum / dCount;
-    ForAll([&](std::size_t l, float fPixel)
-           { adSquares[l] += (fPixel - dMean) * (fPixel - dMean); });
-
+    const ImageStatistics aSection = MeasureImage(fPixels);
+    if (aSection.tValues == 0) return;
     const double dBefore = m_dCount;
-    const double dShift = dMean - m_dMean;
-    for (const double dLane : adSquares) m_dSquares += dLane;
-    m_dSquares += dShift * dShift * dBefore * dCount / (dBefore + dCount);
+    const auto dCount = static_cast<double>(aSection.tValues);
+    const double dShift = aSection.dMean - m_dMean;
+    m_dSquares += aSection.dSquares + dShift * dShift * dBefore * dCount / (dBefore + dCount);
     m_dMean += dShift * dCount / (dBefore + dCount);
     m_dCount += dCount;
-
-    const float fMin = *std::min_element(afMin.begin(), afMin.end());
-    const float fMax = *std::max_element(afMax.begin(), afMax.end());
-    m_aHeader.fMin = dBefore == 0 ? fMin : std::min(m_aHeader.fMin, fMin);
-    m_aHeader.fMax = dBefore == 0 ? fMax : std::max(m_aHeader.fMax, fMax);
+    m_aHeader.fMin = dBefore == 0 ? aSection.fMin : std::min(m_aHeader.fMin, aSection.fMin);
+    m_aHeader.fMax = dBefore == 0 ? aSection.fMax : std::max(m_aHeader.fMax, aSection.fMax);
 }
 
 bool CMrcWriter::Finish()

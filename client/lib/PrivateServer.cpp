@@ -260,13 +260,28 @@ void CPrivateServer::Stop()
 
 std::string CPrivateServer::GetServerError() const
 {
-    constexpr std::string_view strMark = "Error: ";
+    const std::vector<std::string> vstrErrors = mGetLines("Error: ");
+    return vstrErrors.empty() ? std::string() : vstrErrors.back();
+}
+
+std::string CPrivateServer::GetServerInfo() const
+{
+    std::string strInfo;
+    for (const std::string& rLine : mGetLines("Info: "))
+        if (rLine.starts_with("Backend ") || rLine.ends_with(" devices available."))
+            strInfo += (strInfo.empty() ? "" : " ") + rLine;
+    return strInfo;
+}
+
+/// What follows the mark in the lines of the server that have it.
+std::vector<std::string> CPrivateServer::mGetLines(std::string_view strMark) const
+{
     std::ifstream aOutput(m_strOutput);
-    std::string strFound;
+    std::vector<std::string> vstrFound;
     for (std::string strLine; std::getline(aOutput, strLine);)
         if (const std::size_t tAt = strLine.find(strMark); tAt != std::string::npos)
-            strFound = strLine.substr(tAt + strMark.size());
-    return strFound;
+            vstrFound.push_back(strLine.substr(tAt + strMark.size()));
+    return vstrFound;
 }
 
 }  // namespace talven

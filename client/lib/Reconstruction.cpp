@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 
 #include "talven/Text.h"
 #include "talven/VolumeTilt.h"
@@ -22,6 +23,7 @@ bool CReconstruction::Restart(const ReconPlan& rPlan, const ImageSource& rInitia
 bool CReconstruction::Run(const Checkpoint& rCheckpoint)
 {
     m_vdRfactors.clear();
+    m_vdViewResiduals.clear();
     if (m_aPlan.aOptions.eMethod == EMethod::eSart)
     {
         mGetMonitor().SetKeeping(true);
@@ -42,15 +44,30 @@ bool CReconstruction::mRunPiece(int iFirst, int iCount)
                  rSession.Reconstruct()))
         return false;
     if (m_aPlan.aOptions.eMethod == EMethod::eBackProj) return true;
+    std::vector<RfactorSums> aSums;
     for (int i = 0; i < iCount; ++i)
     {
-        std::vector<RfactorSums> aSums;
         if (!mServer(rSession.GetRfactors(i, aSums))) return false;
         for (std::size_t t = 0; t < aSums.size() && m_aPlan.bUnconstrained; ++t)
             aSums[t].fRaw = m_vfMeasured[m_aPlan.vuiOrder[t]];
         m_vdRfactors.push_back(CalcRfactor(aSums));
     }
+    mNoteViewResiduals(aSums);
     return true;
+}
+
+/// \param aSums  of the views in the plan's order
+void CReconstruction::mNoteViewResiduals(std::span<const RfactorSums> aSums)
+{
+    // The order counts the views of the server's stack; a half plan has some of them, in turn.
+    std::vector<std::uint32_t> vuiViews = m_aPlan.vuiOrder;
+    std::sort(vuiViews.begin(), vuiViews.end());
+    m_vdViewResiduals.assign(vuiViews.size(), std::numeric_limits<double>::quiet_NaN());
+    for (std::size_t i = 0; i < std::min(aSums.size(), vuiViews.size()); ++i)
+    {
+        const auto pView = std::lower_bound(vuiViews.begin(), vuiViews.end(), m_aPlan.vuiOrder[i]);
+        m_vdViewResiduals[std::size_t(pView - vuiViews.begin())] = CalcRfactor(aSums.subspan(i, 1));
+    }
 }
 
 bool CReconstruction::mRunPieces(const Checkpoint& rCheckpoint)

@@ -46,7 +46,6 @@ public:
 private:
     void mStore(std::span<float> fPixels);
     void mAddSection(std::span<const float> fPixels);
-    void mAddStatistics(std::span<const float> fPixels);
 
     CAtomicFile m_aFile;
     MrcHeader m_aHeader;

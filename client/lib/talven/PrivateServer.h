@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "talven/Session.h"
@@ -46,6 +47,8 @@ public:
 
     /// The last "Error: " line that the server printed, without that word; empty when none.
     std::string GetServerError() const;
+    /// What it said about its backend and devices, "Backend host (avx512). 2 devices available."
+    std::string GetServerInfo() const;
     /// How the server ended, in brackets for the end of a message; empty while it runs.
     std::string DescribeEnd() const;
     pid_t GetPid() const { return m_iPid; }  ///< of the server, -1: none
@@ -55,6 +58,7 @@ private:
     bool mStartOnce(const std::string& strProgram, const PrivateServerOptions& rOptions,
                     CSession& rSession);
     bool mSpawn(const std::string& strProgram, const std::vector<std::string>& vstrSettings);
+    std::vector<std::string> mGetLines(std::string_view strMark) const;
     bool mConnect(std::uint16_t usPort, CSession& rSession);
     bool mHasEnded() const { return m_iPid == -1 || !DescribeEnd().empty(); }
 

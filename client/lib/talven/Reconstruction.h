@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "talven/ReconPlan.h"
@@ -35,6 +36,10 @@ public:
 
     /// After every iteration of the last run, as many as were run; none for a back projection.
     const std::vector<double>& GetRfactors() const { return m_vdRfactors; }
+    /// R-factor of every view of the plan after the last iteration of the last run, in the order of
+    /// the plan's viViews: sum of |measured - reprojected| over sum of |measured|; NaN for a view
+    /// of zeros. None for a back projection.
+    const std::vector<double>& GetViewResiduals() const { return m_vdViewResiduals; }
     /// Voxels of the last download that would have fallen further in an unconstrained run.
     std::uint64_t GetCutVoxels() const { return m_aPlan.bUnconstrained ? m_ulCut : 0; }
 
@@ -46,6 +51,7 @@ private:
     bool mEmptyVolume();
     bool mUploadVolume(const ImageSource& rInitial);
     bool mRunPiece(int iFirst, int iCount);
+    void mNoteViewResiduals(std::span<const RfactorSums> aSums);
     bool mRunPieces(const Checkpoint& rCheckpoint);
     bool mIsEnough() const;
     bool mUploadViews(const ImageSource& rViews);
@@ -60,7 +66,7 @@ private:
     std::vector<float> m_vfOnes;      // projections of a row of ones, [proj][x]
     std::vector<float> m_vfMeasured;  // sum of |measured| of every projection before it was lifted
     std::uint64_t m_ulCut = 0;
-    std::vector<double> m_vdRfactors;
+    std::vector<double> m_vdRfactors, m_vdViewResiduals;
 };
 
 /// Projections of a volume, all in one call.

@@ -35,6 +35,8 @@ public:
     /// Leaves the session and ends a private server.
     void Close();
 
+    /// What a private server said about its backend and devices; nothing is known of others.
+    std::string GetServerInfo() const { return m_aServer.GetServerInfo(); }
     /// Why the last operation of the session failed, with what the server said about it.
     std::string Explain() const;
     /// Why there is no connection.
