@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -10,15 +9,6 @@
 
 namespace talven
 {
-
-/// Parses view numbers counted from 1, "3,7-9", into the sorted indices from 0 without repeats.
-/// \return false for anything else; rError says what was found.
-[[nodiscard]] bool ParseViews(const std::string& strText, std::vector<int>& rViews,
-                              std::string& rError);
-
-/// The text that ParseViews() reads so: "3,7-9".
-/// \param iViews  from 0, ascending, no repeats
-std::string FormatViews(std::span<const int> iViews);
 
 /// Parses "a,b,c", each a positive whole number.
 [[nodiscard]] bool ParseSizes(const std::string& strText, std::vector<std::uint32_t>& rSizes,

@@ -26,6 +26,24 @@ ImageSize ChooseSize(const ImageSize& rBinned, const ViewMap& rMap)
     return bLies ? ImageSize{rBinned.iY, rBinned.iX} : rBinned;
 }
 
+/// From the centre of an aligned view, in raw pixels: what moves and lays flat the specimen.
+ViewMap MakeSlide(const AlignRequest& rRequest, float fAngle)
+{
+    const double dSin = std::sin(double(fAngle) * g_dDegree);
+    const double dCos = std::cos(double(fAngle) * g_dDegree);
+    const int iBin = rRequest.iBin;
+    // A specimen that rises goes up by tan b of its y along the beam: its rows slide. What moves it
+    // across its own plane has a part along the rows' axis.
+    const double dRise = rRequest.dTiltX * g_dDegree, dUp = iBin * rRequest.dShiftZ;
+    const double dRight = iBin * (rRequest.dShiftX * dCos - rRequest.dAxisX);
+    return {1,
+            std::tan(dRise) * dSin,
+            0,
+            1,
+            -dRight - dUp * std::cos(dRise) * dSin,
+            dUp * std::sin(dRise)};
+}
+
 /// From a pixel of the aligned view to the place in the binned one, as the server counts them.
 Affine MakeMap(const ViewMap& rInverse, const ViewAlignment& rAlignment)
 {
@@ -67,18 +85,28 @@ ViewMap Turn(double dDegrees)
 
 bool ReadXf(const std::string& strPath, std::vector<ViewMap>& rMaps, std::string& rError)
 {
+    std::ifstream aFile;
+    return OpenText(strPath, aFile, rError) && ReadXf(aFile, strPath, rMaps, rError);
+}
+
+bool ReadXf(std::istream& rText, const std::string& strName, std::vector<ViewMap>& rMaps,
+            std::string& rError)
+{
     std::vector<ViewMap> aMaps;
     const auto Take = [&aMaps](std::string_view strLine, std::string& rReason)
     {
         float af[6];
         if (!ParseNumbers(strLine, " \t,", af))
             return Fail(rReason, "expected the six numbers A11 A12 A21 A22 DX DY of a view");
+        for (int i = 0; i < 6; ++i)
+            if (std::fabs(af[i]) > (i < 4 ? 1e3f : 1e6f))
+                return Fail(rReason, Format("%g is far from any view", double(af[i])));
         aMaps.push_back({af[0], af[1], af[2], af[3], af[4], af[5]});
         ViewMap aInverse;
         return aMaps.back().Invert(aInverse) ||
                Fail(rReason, "this map would squeeze the view into a line");
     };
-    if (!ReadLines(strPath, "maps", Take, rError)) return false;
+    if (!ReadLines(rText, strName, "maps", Take, rError)) return false;
     rMaps = std::move(aMaps);
     return true;
 }
@@ -86,7 +114,7 @@ bool ReadXf(const std::string& strPath, std::vector<ViewMap>& rMaps, std::string
 bool AlignRequest::IsNone() const
 {
     return aMaps.empty() && dTiltAxis == 0 && iBin == 1 && aSize.iX == 0 && dShiftZ == 0 &&
-           dTiltX == 0;
+           dShiftX == 0 && dAxisX == 0 && dTiltX == 0;
 }
 
 bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
@@ -111,12 +139,7 @@ bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
         ViewMap aInverse;
         if (!aMap.Invert(aInverse))
             return Fail(rError, Format("xf: view %zu cannot be mapped", i + 1));
-        const double dSin = std::sin(double(fAngles[i]) * g_dDegree);
-        // A specimen that rises goes up by tan b of its y along the beam: its rows slide. What
-        // moves it across its own plane has a part along the rows' axis.
-        const double dRise = rRequest.dTiltX * g_dDegree, dUp = rRequest.iBin * rRequest.dShiftZ;
-        const ViewMap aSlide = {1, std::tan(dRise) * dSin,        0,
-                                1, -dUp * std::cos(dRise) * dSin, dUp * std::sin(dRise)};
+        const ViewMap aSlide = MakeSlide(rRequest, fAngles[i]);
         rAlignment.aMaps.push_back(MakeMap(aSlide.Then(aInverse), rAlignment));
     }
     return true;
