@@ -40,18 +40,6 @@ bool Reject(std::string& rError, const char* pcExpected, std::string_view strFou
 
 }  // namespace
 
-std::string FormatViews(std::span<const int> iViews)
-{
-    std::string strText;
-    for (std::size_t i = 0, tEnd = 0; i < iViews.size(); i = tEnd)
-    {
-        for (tEnd = i + 1; tEnd < iViews.size() && iViews[tEnd] == iViews[tEnd - 1] + 1;) ++tEnd;
-        strText += Format("%s%d", i == 0 ? "" : ",", iViews[i] + 1);
-        if (tEnd - i > 1) strText += Format("%s%d", tEnd - i > 2 ? "-" : ",", iViews[tEnd - 1] + 1);
-    }
-    return strText;
-}
-
 bool ParseSizes(const std::string& strText, std::vector<std::uint32_t>& rSizes, std::string& rError)
 {
     rSizes.clear();

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -10,10 +9,6 @@
 
 namespace talven
 {
-
-/// The text that ParseViews() reads as these views: "3,7-9".
-/// \param iViews  from 0, ascending, no repeats
-std::string FormatViews(std::span<const int> iViews);
 
 /// Parses "a,b,c", each a positive whole number.
 [[nodiscard]] bool ParseSizes(const std::string& strText, std::vector<std::uint32_t>& rSizes,

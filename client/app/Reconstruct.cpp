@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "Command.h"
-#include "Lists.h"
 #include "Options.h"
 #include "Preview.h"
 #include "RfactorPlot.h"

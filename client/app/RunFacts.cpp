@@ -6,7 +6,6 @@
 #include <ctime>
 #include <string_view>
 
-#include "Lists.h"
 #include "talven/Text.h"
 
 namespace talven

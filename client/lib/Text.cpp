@@ -125,6 +125,18 @@ bool ParseViews(const std::string& strText, std::vector<int>& rViews, std::strin
     return true;
 }
 
+std::string FormatViews(std::span<const int> iViews)
+{
+    std::string strText;
+    for (std::size_t i = 0, tEnd = 0; i < iViews.size(); i = tEnd)
+    {
+        for (tEnd = i + 1; tEnd < iViews.size() && iViews[tEnd] == iViews[tEnd - 1] + 1;) ++tEnd;
+        strText += Format("%s%d", i == 0 ? "" : ",", iViews[i] + 1);
+        if (tEnd - i > 1) strText += Format("%s%d", tEnd - i > 2 ? "-" : ",", iViews[tEnd - 1] + 1);
+    }
+    return strText;
+}
+
 bool OpenText(const std::string& strPath, std::ifstream& rFile, std::string& rError)
 {
     rFile.open(strPath, std::ios::binary);

@@ -39,6 +39,9 @@ std::string Show(std::string_view strText);
 /// \return false for anything else; rError says what was found.
 [[nodiscard]] bool ParseViews(const std::string& strText, std::vector<int>& rViews,
                               std::string& rError);
+/// The text that ParseViews() reads so: "3,7-9".
+/// \param iViews  from 0, ascending, no repeats
+std::string FormatViews(std::span<const int> iViews);
 
 /// Opens a text file for reading. \return false: rError names it and says why it cannot be read
 [[nodiscard]] bool OpenText(const std::string& strPath, std::ifstream& rFile, std::string& rError);
