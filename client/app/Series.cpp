@@ -17,13 +17,7 @@ void CSeries::AddOptions(CLI::App& rApp, ReconRequest& rRequest)
     AddFile(rApp, "--angles", m_strAngles, "Tilt angles in degrees, one per line (.tlt)")
         ->required();
     AddAlignment(rApp, rRequest.aAlign, m_strXf);
-    rApp.option_defaults()->group(g_pcAlignment);
-    rApp.add_option("--angle-offset", rRequest.dAngleOffset, "Added to all angles, degrees")
-        ->check(CLI::Range(-180.0, 180.0));
-    rApp.add_option("--shift-z", rRequest.aAlign.dShiftZ,
-                    "Move the specimen by so many voxels towards higher slices")
-        ->check(CLI::Range(-1e5, 1e5));
-    rApp.option_defaults()->group("Options");
+    AddTilting(rApp, rRequest);
 }
 
 bool CSeries::Open()
