@@ -20,7 +20,9 @@ double Centre(double dExtent)
 
 double GetDistance(const Place& a, const Place& b)
 {
-    return std::hypot(a[0] - b[0], a[1] - b[1], a[2] - b[2]);
+    double dSquares = 0;  // not std::hypot() of three, which loses numbers that are none
+    for (std::size_t k = 0; k < 3; ++k) dSquares += (a[k] - b[k]) * (a[k] - b[k]);
+    return std::sqrt(dSquares);
 }
 
 /// Greatest distance; no number when a place is none.
@@ -60,7 +62,7 @@ std::string Explain(std::span<const Place> aExpected, std::span<const Place> aFo
             for (std::size_t k = 0; k < 3; ++k)
                 aMoved[i][k] =
                     (uiMirrors >> k & 1) != 0 ? rSize[k] - 1 - aExpected[i][k] : aExpected[i][k];
-        if (GetWorst(aMoved, aFound) > dAllowed) continue;
+        if (!(GetWorst(aMoved, aFound) <= dAllowed)) continue;
         for (std::size_t k = 0; k < 3; ++k)
             if ((uiMirrors >> k & 1) != 0)
                 strAxes += std::string(strAxes.empty() ? "" : " and ") +
