@@ -1,10 +1,12 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <map>
 
 #include "Command.h"
 #include "Interrupt.h"
+#include "talven/AtomicFile.h"
 
 namespace
 {
@@ -30,7 +32,8 @@ constexpr struct
      "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --smooth 0.7,5 \\\n"
      "      -o smooth.mrc\n"
      "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --method em \\\n"
-     "      --iterations 20 --server gpubox:20248 -o rec.mrc --rfactor-plot r.png"},
+     "      --iterations 20 --server gpubox:20248 -o rec.mrc --rfactor-plot r.png\n"
+     "  talven reconstruct --config ts.toml --subsets 8 -o other.mrc   (see --save-config)"},
     {"reproject", "Compute projections of a volume", MakeReproject,
      "Example:\n  talven reproject --volume rec.mrc --angles ts.tlt -o again.mrc"},
     {"transform", "Map measured projections onto the grid of a tilt series", MakeTransform,
@@ -65,6 +68,29 @@ constexpr struct
      "Example:\n  talven serve --port 20248 --bind 127.0.0.1 --devices 2"},
 };
 
+int Complain(const std::string& strError)
+{
+    std::fprintf(stderr, "talven: %s\n", strError.c_str());
+    return g_iFailure;
+}
+
+/// The line of a file with options that cannot be taken; the file may hold anything.
+std::string Explain(const CLI::ConfigError& rError)
+{
+    std::string strText = rError.what();
+    strText = strText.substr(
+        strText.find("parse ") == std::string::npos ? 0 : strText.find("parse ") + 6, 60);
+    std::replace_if(
+        strText.begin(), strText.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return "--config: cannot take \"" + strText + "\"";
+}
+
+int Misused(const std::string& strError)
+{
+    std::fprintf(stderr, "talven: %s (--help shows the options)\n", strError.c_str());
+    return g_iUsage;
+}
+
 /// The whole program; returns its exit code.
 int Run(int iArgs, char** ppcArgs)
 {
@@ -74,11 +100,19 @@ int Run(int iArgs, char** ppcArgs)
     aApp.set_version_flag("--version", "talven " TALVEN_VERSION);
     aApp.get_formatter()->column_width(32);
     aApp.footer("talven COMMAND --help shows the options of a command and examples.");
+    aApp.set_config("--config", "", "Options in a section [COMMAND]; those given here win")
+        ->type_name("FILE");
+    aApp.allow_config_extras(CLI::config_extras_mode::error);
+    std::string strSave;
+    aApp.add_option("--save-config", strSave, "Write the options given into such a file")
+        ->type_name("FILE")
+        ->configurable(false);
 
     std::map<const CLI::App*, std::unique_ptr<CCommand>> aCommands;
     for (const auto& rRow : g_aCommands)
     {
         CLI::App* pParser = aApp.add_subcommand(rRow.pcName, rRow.pcText)->footer(rRow.pcExamples);
+        pParser->fallthrough();
         aCommands[pParser] = rRow.Make();
         aCommands[pParser]->AddOptions(*pParser);
     }
@@ -86,16 +120,21 @@ int Run(int iArgs, char** ppcArgs)
     {
         aApp.parse(iArgs, ppcArgs);
     }
+    catch (const CLI::ConfigError& rError)
+    {
+        return Misused(Explain(rError));
+    }
     catch (const CLI::ParseError& rError)
     {
         if (rError.get_exit_code() == 0) return aApp.exit(rError);  // help, version
-        std::fprintf(stderr, "talven: %s (--help shows the options)\n", rError.what());
-        return g_iUsage;
+        return Misused(rError.what());
     }
-    CCommand& rCommand = *aCommands[aApp.get_subcommands().front()];
-    if (rCommand.Run()) return 0;
-    std::fprintf(stderr, "talven: %s\n", rCommand.GetError().c_str());
-    return g_iFailure;
+    const CLI::App* pParser = aApp.get_subcommands().front();
+    CCommand& rCommand = *aCommands[pParser];
+    if (!rCommand.Run()) return Complain(rCommand.GetError());
+    const std::string strOptions = "[" + pParser->get_name() + "]\n" + pParser->config_to_str();
+    std::string strError;
+    return strSave.empty() || WriteTextFile(strSave, strOptions, strError) ? 0 : Complain(strError);
 }
 
 }  // namespace

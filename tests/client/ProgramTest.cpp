@@ -1,39 +1,18 @@
 // The program with the real server: what it writes, says and leaves behind, and its pictures.
 
 #include <cairo.h>
-#include <poll.h>
-#include <pty.h>
-#include <signal.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
-#include <nlohmann/json.hpp>
-#include <thread>
 
+#include "Program.h"
 #include "RfactorPlot.h"
-#include "Support.h"
-#include "talven/MrcWriter.h"
 #include "talven/Slices.h"
 
 namespace talven::test
 {
 namespace
 {
-
-using nlohmann::json;
-
-/// Retries until the condition holds, for ten seconds.
-template <class F>
-bool Eventually(F Condition)
-{
-    bool bDone = Condition();
-    for (int i = 0; i < 1000 && !bDone; ++i, bDone = Condition())
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return bDone;
-}
 
 /// A picture; pixels are 0xRRGGBB.
 struct Picture
@@ -62,90 +41,8 @@ struct Picture
     Words vuiPixels;
 };
 
-const std::string g_strReconstruct =
-    "reconstruct --tilts ph.mrc --angles ph.tlt --thickness 36 -o rec.mrc ";
-const std::string g_strTransform = "transform --measured ph.mrc -o rec.mrc ";
-const std::string g_strCompare = "compare --measured ph.mrc --aligned ph.mrc ";
-const std::string g_strView = "view ph.mrc -o rec.mrc ";
-
-/// Runs the program with the real server in a directory of its own.
-class ClientProgram : public testing::Test
+class ClientProgram : public CProgramTest
 {
-protected:
-    ClientProgram()
-    {
-        std::filesystem::create_directory(m_aDir / "tmp");
-        WriteFile(m_aDir / "err.txt", "");
-        mRun(
-            "phantom ph --size 90,43 --thickness 36 --angles -60,60,3 --beads 4 --seed 3 "
-            "--pixel 7");
-        WriteFile(m_aDir / "rec.mrc", "precious");
-    }
-    ~ClientProgram() override
-    {
-        EXPECT_TRUE(std::filesystem::is_empty(m_aDir / "tmp")) << "a private server left something";
-    }
-    void mWrite(const std::string& strName, int iX, int iY, const std::vector<Floats>& rSections)
-    {
-        CMrcWriter aWriter;
-        EXPECT_TRUE(aWriter.Create(m_aDir / strName, iX, iY, int(rSections.size()), 2, false, ""));
-        for (const Floats& rSection : rSections) EXPECT_TRUE(aWriter.WriteSection(rSection));
-        EXPECT_TRUE(aWriter.Finish()) << aWriter.GetError();
-    }
-    Floats mRead(const std::string& strName)
-    {
-        const Floats vfAll = ReadPixels(m_aReader, m_aDir / strName);
-        EXPECT_FALSE(vfAll.empty()) << m_aReader.GetError();
-        return vfAll;
-    }
-    /// \param strSetup  what a shell does before; strErrors: where standard error goes
-    pid_t mStart(const std::string& strArgs, const std::string& strSetup = ":",
-                 const std::string& strErrors = "err.txt")
-    {
-        const std::string strScript =
-            "cd " + m_aDir / "" + "; export LSAN_OPTIONS=print_suppressions=0 TMPDIR=$PWD/tmp " +
-            "TALVEN_SERVER=" TALVEN_SERVER_PROGRAM "; exec >out.txt 2>" + strErrors + "; " +
-            strSetup + "; exec " TALVEN_PROGRAM " " + strArgs;
-        WriteFile(m_aDir / "out.txt", "");
-        m_iFiles = m_aDir.CountFiles();
-        const pid_t iChild = fork();
-        if (iChild == 0) execl("/bin/sh", "sh", "-c", strScript.c_str(), nullptr);
-        return iChild;
-    }
-    /// Exit code, or 128 + signal.
-    int mWait(pid_t iChild)
-    {
-        int iStatus = -1;
-        EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
-        m_strOut = ReadFile(m_aDir / "out.txt");
-        m_strErr = ReadFile(m_aDir / "err.txt");
-        return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : 128 + WTERMSIG(iStatus);
-    }
-    std::string mRun(const std::string& strArgs)
-    {
-        EXPECT_EQ(mWait(mStart(strArgs)), 0) << strArgs;
-        EXPECT_EQ(m_strErr, "");
-        return m_strOut;
-    }
-    json mJson(const std::string& strArgs)
-    {
-        return json::parse(mRun(strArgs + " --json"), nullptr, false);
-    }
-    /// One clear line on standard error, the exit code of a failure; nothing changed.
-    void mExpectFailure(pid_t iChild, const std::string& strReason, int iExit = 1)
-    {
-        EXPECT_EQ(mWait(iChild), iExit) << m_strErr;
-        EXPECT_EQ(m_strErr.rfind("talven: ", 0), 0u) << m_strErr;
-        EXPECT_EQ(m_strErr.find('\n'), m_strErr.size() - 1) << m_strErr;
-        EXPECT_NE(m_strErr.find(strReason), std::string::npos) << m_strErr << strReason;
-        EXPECT_EQ(ReadFile(m_aDir / "rec.mrc"), "precious");
-        EXPECT_EQ(m_aDir.CountFiles(), m_iFiles) << "something was left behind";
-    }
-
-    CTempDir m_aDir;
-    CMrcReader m_aReader;
-    std::string m_strOut, m_strErr;
-    int m_iFiles = 0;  // before the last start
 };
 
 TEST_F(ClientProgram, APhantomComesBackWithAllFurtherResults)
@@ -291,8 +188,20 @@ TEST_F(ClientProgram, AlignsOnTheWayAsBeforehand)
     EXPECT_EQ(mJson("reconstruct " + strRest + "ts.mrc --stop-when 1")["iterations"], 2);
 }
 
+TEST_F(ClientProgram, OptionsComeFromAFile)
+{
+    mRun(g_strReconstruct +
+         "--subsets 6 --relaxation 0.5:0.9 --exclude 3,7-9 --trim 30,20,10 --flip-z "
+         "--iterations 2 --save-config run.toml");
+    const Floats vfWhole = mRead("rec.mrc");
+    mRun("reconstruct --config run.toml -o again.mrc");
+    EXPECT_EQ(mRead("again.mrc"), vfWhole);
+    EXPECT_EQ(mJson("reconstruct --config run.toml --iterations 3")["iterations"], 3);
+}
+
 TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
 {
+    WriteFile(m_aDir / "bad.toml", "[reconstruct]\nthicknes=3\n");
     WriteFile(m_aDir / "one.txt", "1 0 0 1 0 0\n");
     WriteFile(m_aDir / "bad.xf", "1 0 0 1 0 0\n1 0 0 1 0\n");
     WriteFile(m_aDir / "flat.xf", "1 2 2 4 0 0\n");
@@ -302,6 +211,9 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
     const std::tuple<int, const char*, std::string_view, const char*> aRefused[] = {
         {2, "", "", ""},
         {2, "--relaxation: expected R, R1,R2", strR, "--relaxation fast"},
+        {2, "--config: cannot take \"reconstruct.thicknes\"", strR, "--config bad.toml"},
+        {2, "--config: cannot take \"", strR, "--config ph.mrc"},
+        {2, "no.toml", strR, "--config no.toml"},
         {1, "cannot reach a server at 127.0.0.1:1", strR, "--server 127.0.0.1:1"},
         {1, "--include: view 42, but the stack has 41", strR, "--include 42"},
         {1, "--exclude: no view is left", strR, "--exclude 1-41"},
@@ -356,81 +268,6 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
     WriteFile(m_aDir / "one.txt", "#!/bin/sh\necho 'Error: GPU devices are not found.'\n");
     mExpectFailure(mStart(strR, "chmod +x one.txt; TALVEN_SERVER=one.txt"),
                    "talven-server did not start: GPU devices are not found.");
-}
-
-TEST_F(ClientProgram, AnInterruptOrADeadServerLeavesNothing)
-{
-    // The client interrupted, its server dead, the client dead.
-    for (const int iCase : {0, 1, 2})
-    {
-        const pid_t iClient = mStart(g_strReconstruct + "--method em --iterations 100000");
-        const std::string strTask = std::to_string(iClient);
-        const std::string strChildren = "/proc/" + strTask + "/task/" + strTask + "/children";
-        ASSERT_TRUE(Eventually([&] { return !ReadFile(strChildren).empty(); }));
-        const pid_t iServer = std::stoi(ReadFile(strChildren));
-        pollfd aServerEnds = {int(syscall(SYS_pidfd_open, iServer, 0)), POLLIN, 0};
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        kill(iCase == 1 ? iServer : iClient, iCase == 0 ? SIGINT : SIGKILL);
-        if (iCase == 2)
-            EXPECT_EQ(mWait(iClient), 128 + SIGKILL);
-        else
-            mExpectFailure(iClient, iCase == 0 ? "interrupted" : "server ended with signal 9");
-        EXPECT_EQ(poll(&aServerEnds, 1, 10'000), 1) << "the server lives";
-        EXPECT_EQ(std::filesystem::is_empty(m_aDir / "tmp"), iCase != 2);
-        close(aServerEnds.fd);
-    }
-    std::filesystem::remove_all(m_aDir / "tmp");  // nobody was left to do it
-    std::filesystem::create_directory(m_aDir / "tmp");
-}
-
-TEST_F(ClientProgram, AnInterruptedRunKeepsItsLastIterate)
-{
-    const pid_t iClient = mStart(g_strReconstruct + "--iterations 100000 --checkpoint 1");
-    EXPECT_TRUE(Eventually([&] { return ReadFile(m_aDir / "rec.mrc") != "precious"; }));
-    kill(iClient, SIGINT);
-    EXPECT_EQ(mWait(iClient), 0) << m_strErr;
-    EXPECT_NE(m_strOut.find("; ended after "), std::string::npos) << m_strOut;
-    EXPECT_EQ(mRead("rec.mrc").size(), 90u * 43 * 36) << m_aReader.GetError();
-    WriteFile(m_aDir / "rec.mrc", "precious");
-}
-
-TEST_F(ClientProgram, AServerOfOneselfServesManyClients)
-{
-    const std::string strPort = std::to_string(20000 + getpid() % 20000);
-    const pid_t iServer =
-        mStart("serve --port " + strPort + " --bind 127.0.0.1 --devices 1", "exec >serve.txt");
-    const std::string strServer = " --server 127.0.0.1:" + strPort;
-    ASSERT_TRUE(Eventually([&] { return mWait(mStart("info" + strServer)) == 0; })) << m_strErr;
-    EXPECT_NE(m_strOut.find(" of device memory for jobs"), std::string::npos) << m_strOut;
-    EXPECT_GT(mJson("info" + strServer)["memory_bytes"], 1 << 20);
-    const std::string strConsole = ReadFile(m_aDir / "serve.txt");
-    EXPECT_TRUE(strConsole.find("GPU 0 is used") < strConsole.size() &&
-                strConsole.find("GPU 1 is used") > strConsole.size());
-    // A box changes the result, and does not stay for the next client.
-    std::vector<Floats> avfVolumes;
-    for (const char* pcBox : {"", " --weight-box 0,0,30,9", ""})
-    {
-        mRun(g_strReconstruct + "--iterations 2" + strServer + pcBox);
-        avfVolumes.push_back(mRead("rec.mrc"));
-    }
-    EXPECT_TRUE(avfVolumes[0] != avfVolumes[1] && avfVolumes[0] == avfVolumes[2]);
-    kill(iServer, SIGTERM);
-    EXPECT_EQ(mWait(iServer), 0);
-}
-
-TEST_F(ClientProgram, ProgressIsShownOnATerminal)
-{
-    int iMaster = -1, iTerminal = -1;
-    char acName[99];
-    ASSERT_EQ(openpty(&iMaster, &iTerminal, acName, nullptr, nullptr), 0);
-    EXPECT_EQ(mWait(mStart(g_strReconstruct + "--iterations 1", ":", acName)), 0);
-    std::string strShown(1 << 16, '\0');
-    strShown.resize(std::size_t(std::max<ssize_t>(0, read(iMaster, strShown.data(), 1 << 16))));
-    for (const char* pcPart : {"\rupload     [", "##############################] 100 %  ",
-                               "\rdownload   [", " MB/s\x1b[K", "\r\x1b[K"})
-        EXPECT_NE(strShown.find(pcPart), std::string::npos) << pcPart;
-    close(iMaster);
-    close(iTerminal);
 }
 
 TEST_F(ClientProgram, ViewDrawsChosenSlices)
