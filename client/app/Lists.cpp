@@ -40,26 +40,6 @@ bool Reject(std::string& rError, const char* pcExpected, std::string_view strFou
 
 }  // namespace
 
-bool ParseViews(const std::string& strText, std::vector<int>& rViews, std::string& rError)
-{
-    constexpr int iMost = 1'000'000;  // keeps 1-2000000000 from filling the memory
-    std::vector<int> viViews;
-    for (const std::string_view strPart : Split(strText, ','))
-    {
-        const std::vector<std::string_view> vstrEnds = Split(strPart, '-');
-        int iFirst = 0;
-        int iLast = 0;
-        if (vstrEnds.size() > 2 || !ParseNumber(vstrEnds.front(), iFirst) ||
-            !ParseNumber(vstrEnds.back(), iLast) || iFirst < 1 || iLast < iFirst || iLast > iMost)
-            return Reject(rError, "views counted from 1, such as 3,7-9", strPart);
-        for (int i = iFirst; i <= iLast; ++i) viViews.push_back(i - 1);
-    }
-    std::sort(viViews.begin(), viViews.end());
-    viViews.erase(std::unique(viViews.begin(), viViews.end()), viViews.end());
-    rViews = std::move(viViews);
-    return true;
-}
-
 bool ParseSizes(const std::string& strText, std::vector<std::uint32_t>& rSizes, std::string& rError)
 {
     rSizes.clear();

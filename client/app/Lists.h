@@ -10,11 +10,6 @@
 namespace talven
 {
 
-/// Parses view numbers counted from 1, "3,7-9", into the sorted indices from 0 without repeats.
-/// \return false for anything else; rError says what was found.
-[[nodiscard]] bool ParseViews(const std::string& strText, std::vector<int>& rViews,
-                              std::string& rError);
-
 /// Parses "a,b,c", each a positive whole number.
 [[nodiscard]] bool ParseSizes(const std::string& strText, std::vector<std::uint32_t>& rSizes,
                               std::string& rError);

@@ -59,8 +59,8 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
 {
     m_aSeries.AddOptions(rApp, m_aRequest);
     AddFile(rApp, "-o,--output", m_strOutput, "The volume, MRC")->required();
-    rApp.add_option("--thickness", m_aRequest.iThickness, "Extent of the volume along Z, voxels")
-        ->required()
+    rApp.add_option("--thickness", m_aRequest.iThickness,
+                    "Extent of the volume along Z, voxels [that of --from]")
         ->check(CLI::PositiveNumber);
     rApp.add_option("--width", m_aRequest.iWidth, "Extent along X, voxels [the detector's]")
         ->check(CLI::PositiveNumber);
@@ -86,6 +86,7 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
 bool CReconstructCommand::Run()
 {
     if (!mMakePlan() || !mOpenFiles()) return false;
+    if (!m_aSeries.GetNote().empty()) m_aReport.PrintLine(m_aSeries.GetNote());
     m_aReport.PrintLine(mDescribe());
     if (!mConnect() || !mUpload() || !mCompute() || !mWriteVolume() ||
         (m_aViews && !WritePreview(m_strPreview, *m_aViews, m_strError)) || !mWriteRfactors())
@@ -98,6 +99,8 @@ bool CReconstructCommand::mMakePlan()
 {
     std::string strError;
     if (!mCheck(m_aSeries.Open(), m_aSeries)) return false;
+    if (m_aRequest.iThickness == 0)
+        return mFail("--thickness is required where no file has it (see --from)");
     if (!MakeReconPlan(m_aRequest, m_aSeries.GetSize(), m_aSeries.GetAngles(), m_aPlan, strError))
         return mFail("--" + strError);
     if (m_aPlan.aFilter && !m_strInitial.empty())

@@ -1,7 +1,6 @@
 #include "Series.h"
 
 #include "Options.h"
-#include "talven/Angles.h"
 #include "talven/FileImages.h"
 #include "talven/Text.h"
 
@@ -14,8 +13,7 @@ void CSeries::AddOptions(CLI::App& rApp, ReconRequest& rRequest)
     AddFile(rApp, "--tilts", m_strTilts,
             "Tilt series, MRC; aligned, with the tilt axis along Y, or see --xf")
         ->required();
-    AddFile(rApp, "--angles", m_strAngles, "Tilt angles in degrees, one per line (.tlt)")
-        ->required();
+    m_aFiles.AddOptions(rApp);
     AddAlignment(rApp, rRequest.aAlign, m_strXf);
     AddTilting(rApp, rRequest);
 }
@@ -23,18 +21,8 @@ void CSeries::AddOptions(CLI::App& rApp, ReconRequest& rRequest)
 bool CSeries::Open()
 {
     if (!m_aStack.Open(m_strTilts)) return Fail(m_strError, m_aStack.GetError());
-    return mReadAngles() &&
-           (m_strXf.empty() || ReadXf(m_strXf, m_pRequest->aAlign.aMaps, m_strError));
-}
-
-bool CSeries::mReadAngles()
-{
-    if (!ReadAngles(m_strAngles, m_vfAngles, m_strError)) return false;
-    if (m_vfAngles.size() == std::size_t(GetViewCount())) return true;
-    return Fail(
-        m_strError,
-        Format("%s has %zu angle%s, but %s has %d sections", m_strAngles.c_str(), m_vfAngles.size(),
-               m_vfAngles.size() == 1 ? "" : "s", m_strTilts.c_str(), GetViewCount()));
+    const StackFacts aFacts = {m_strTilts, GetSize(), GetViewCount(), m_aStack.GetHeader().dPixel};
+    return m_aFiles.Read(aFacts, m_strXf, *m_pRequest) || Fail(m_strError, m_aFiles.GetError());
 }
 
 ImageSource CSeries::GetViews(std::span<const int> iViews)

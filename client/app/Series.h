@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "SeriesFiles.h"
 #include "talven/MrcReader.h"
 #include "talven/ReconPlan.h"
 #include "talven/ServerJob.h"
@@ -16,7 +17,7 @@ namespace talven
 class CSeries
 {
 public:
-    /// --tilts, --angles, and how raw views are aligned.
+    /// --tilts, the files that come with it, and how raw views are aligned.
     /// \param rRequest  receives what options and files say about the reconstruction; outlives this
     void AddOptions(CLI::App& rApp, ReconRequest& rRequest);
     /// Reads everything but the pixels, and checks that it fits together.
@@ -26,9 +27,13 @@ public:
     ImageSize GetSize() const { return {m_aStack.GetHeader().iX, m_aStack.GetHeader().iY}; }
     int GetViewCount() const { return m_aStack.GetHeader().iZ; }
     /// Angstrom per raw pixel; 0: not known.
-    double GetPixel() const { return m_aStack.GetHeader().dPixel; }
+    double GetPixel() const { return m_aFiles.GetPixel(); }
     /// Degrees, of every view.
-    std::span<const float> GetAngles() const { return m_vfAngles; }
+    std::span<const float> GetAngles() const { return m_aFiles.GetAngles(); }
+    /// Of every view; empty: not known.
+    const std::vector<ViewDose>& GetDoses() const { return m_aFiles.GetDoses(); }
+    /// Where the angles came from, and what else a user might not expect; one line, may be empty.
+    const std::string& GetNote() const { return m_aFiles.GetNote(); }
 
     /// Image i is view viViews[i]. Borrows both.
     ImageSource GetViews(std::span<const int> iViews);
@@ -36,12 +41,10 @@ public:
     const std::string& GetError() const { return m_strError; }
 
 private:
-    bool mReadAngles();
-
-    std::string m_strTilts, m_strAngles, m_strXf;
+    std::string m_strTilts, m_strXf;
     ReconRequest* m_pRequest = nullptr;
     CMrcReader m_aStack;
-    std::vector<float> m_vfAngles;
+    CSeriesFiles m_aFiles;
     std::string m_strError;
 };
 

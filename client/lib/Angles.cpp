@@ -11,6 +11,13 @@ namespace talven
 
 bool ReadAngles(const std::string& strPath, std::vector<float>& rAngles, std::string& rError)
 {
+    std::ifstream aFile;
+    return OpenText(strPath, aFile, rError) && ReadAngles(aFile, strPath, rAngles, rError);
+}
+
+bool ReadAngles(std::istream& rText, const std::string& strName, std::vector<float>& rAngles,
+                std::string& rError)
+{
     std::vector<float> vfAngles;
     const auto Take = [&vfAngles](std::string_view strLine, std::string& rReason)
     {
@@ -20,12 +27,9 @@ bool ReadAngles(const std::string& strPath, std::vector<float>& rAngles, std::st
             vfAngles.push_back(fAngle);
             return true;
         }
-        // A binary file given by mistake must not end up on the terminal.
-        std::string strShown;
-        for (const char c : strLine.substr(0, 40)) strShown += c >= ' ' && c <= '~' ? c : '?';
-        return Fail(rReason, "expected one angle in degrees, found \"" + strShown + "\"");
+        return Fail(rReason, "expected one angle in degrees, found \"" + Show(strLine) + "\"");
     };
-    if (!ReadLines(strPath, "angles", Take, rError)) return false;
+    if (!ReadLines(rText, strName, "angles", Take, rError)) return false;
     rAngles = std::move(vfAngles);
     return true;
 }

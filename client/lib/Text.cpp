@@ -1,5 +1,6 @@
 #include "talven/Text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -14,13 +15,6 @@ namespace
 {
 
 constexpr std::string_view g_strBlanks = " \t\r\v\f";
-
-std::string_view Trim(std::string_view strText)
-{
-    const std::size_t tFirst = strText.find_first_not_of(g_strBlanks);
-    if (tFirst == std::string_view::npos) return {};
-    return strText.substr(tFirst, strText.find_last_not_of(g_strBlanks) - tFirst + 1);
-}
 
 }  // namespace
 
@@ -80,26 +74,88 @@ bool ParseNumbers(std::string_view strText, std::string_view strBetween, std::sp
     return strText.find_first_not_of(strBetween) == std::string_view::npos;
 }
 
-bool ReadLines(const std::string& strPath, const std::string& strThings, const LineTaker& Take,
-               std::string& rError)
+std::string_view Trim(std::string_view strText)
 {
-    std::ifstream aFile(strPath, std::ios::binary);
-    if (!aFile) return Fail(rError, strPath + ": cannot read: " + std::strerror(errno));
+    const std::size_t tFirst = strText.find_first_not_of(g_strBlanks);
+    if (tFirst == std::string_view::npos) return {};
+    return strText.substr(tFirst, strText.find_last_not_of(g_strBlanks) - tFirst + 1);
+}
+
+bool IsSameWord(std::string_view strA, std::string_view strB)
+{
+    const auto ToLower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
+    return std::ranges::equal(strA, strB, {}, ToLower, ToLower);
+}
+
+std::string Show(std::string_view strText)
+{
+    std::string strShown;
+    for (const char c : strText.substr(0, 40)) strShown += c >= ' ' && c <= '~' ? c : '?';
+    return strShown;
+}
+
+bool ParseViews(const std::string& strText, std::vector<int>& rViews, std::string& rError)
+{
+    constexpr int iMost = 1'000'000;  // keeps 1-2000000000 from filling the memory
+    const auto ParseNumber = [](const char*& rpc, const char* pcEnd, int& rValue)
+    {
+        const auto [pcStop, eError] = std::from_chars(rpc, pcEnd, rValue);
+        rpc = pcStop;
+        return eError == std::errc() && rValue >= 1 && rValue <= iMost;
+    };
+    std::vector<int> viViews;
+    for (std::size_t tAt = 0; tAt <= strText.size();)
+    {
+        const std::size_t tEnd = std::min(strText.find(',', tAt), strText.size());
+        const char *pc = strText.data() + tAt, *const pcEnd = strText.data() + tEnd;
+        int iFirst = 0, iLast = 0;
+        bool bGood = ParseNumber(pc, pcEnd, iFirst);
+        iLast = iFirst;
+        if (bGood && pc != pcEnd) bGood = *pc++ == '-' && ParseNumber(pc, pcEnd, iLast);
+        if (!bGood || pc != pcEnd || iLast < iFirst)
+            return Fail(rError, "expected views counted from 1, such as 3,7-9, found \"" +
+                                    Show(strText.substr(tAt, tEnd - tAt)) + "\"");
+        for (int i = iFirst; i <= iLast; ++i) viViews.push_back(i - 1);
+        tAt = tEnd + 1;
+    }
+    std::sort(viViews.begin(), viViews.end());
+    viViews.erase(std::unique(viViews.begin(), viViews.end()), viViews.end());
+    rViews = std::move(viViews);
+    return true;
+}
+
+bool OpenText(const std::string& strPath, std::ifstream& rFile, std::string& rError)
+{
+    rFile.open(strPath, std::ios::binary);
+    return rFile.is_open() || Fail(rError, strPath + ": cannot read: " + std::strerror(errno));
+}
+
+bool ReadLines(std::istream& rText, const std::string& strName, const std::string& strThings,
+               const LineTaker& Take, std::string& rError, std::string_view strComment)
+{
     bool bAny = false;
     std::string strLine;
-    for (int iLine = 1; std::getline(aFile, strLine); ++iLine)
+    for (int iLine = 1; std::getline(rText, strLine); ++iLine)
     {
         const std::string_view strText =
-            Trim(std::string_view(strLine).substr(0, strLine.find('#')));
+            Trim(std::string_view(strLine).substr(0, strLine.find_first_of(strComment)));
         std::string strReason;
         if (!strText.empty() && !Take(strText, strReason))
             return Fail(rError,
-                        Format("%s, line %d: %s", strPath.c_str(), iLine, strReason.c_str()));
+                        Format("%s, line %d: %s", strName.c_str(), iLine, strReason.c_str()));
         bAny = bAny || !strText.empty();
     }
-    if (!aFile.bad() && bAny) return true;
+    if (!rText.bad() && bAny) return true;
     return Fail(rError,
-                strPath + (aFile.bad() ? ": cannot read" : ": no " + strThings + " in this file"));
+                strName + (rText.bad() ? ": cannot read" : ": no " + strThings + " in this file"));
+}
+
+bool ReadLines(const std::string& strPath, const std::string& strThings, const LineTaker& Take,
+               std::string& rError, std::string_view strComment)
+{
+    std::ifstream aFile;
+    return OpenText(strPath, aFile, rError) &&
+           ReadLines(aFile, strPath, strThings, Take, rError, strComment);
 }
 
 }  // namespace talven

@@ -67,25 +67,36 @@ ViewMap Turn(double dDegrees)
 
 bool ReadXf(const std::string& strPath, std::vector<ViewMap>& rMaps, std::string& rError)
 {
+    std::ifstream aFile;
+    return OpenText(strPath, aFile, rError) && ReadXf(aFile, strPath, rMaps, rError);
+}
+
+bool ReadXf(std::istream& rText, const std::string& strName, std::vector<ViewMap>& rMaps,
+            std::string& rError)
+{
     std::vector<ViewMap> aMaps;
     const auto Take = [&aMaps](std::string_view strLine, std::string& rReason)
     {
         float af[6];
         if (!ParseNumbers(strLine, " \t,", af))
             return Fail(rReason, "expected the six numbers A11 A12 A21 A22 DX DY of a view");
+        for (int i = 0; i < 6; ++i)
+            if (std::fabs(af[i]) > (i < 4 ? 1e3f : 1e6f))
+                return Fail(rReason, Format("%g is far from any view", double(af[i])));
         aMaps.push_back({af[0], af[1], af[2], af[3], af[4], af[5]});
         ViewMap aInverse;
         return aMaps.back().Invert(aInverse) ||
                Fail(rReason, "this map would squeeze the view into a line");
     };
-    if (!ReadLines(strPath, "maps", Take, rError)) return false;
+    if (!ReadLines(rText, strName, "maps", Take, rError)) return false;
     rMaps = std::move(aMaps);
     return true;
 }
 
 bool AlignRequest::IsNone() const
 {
-    return aMaps.empty() && dTiltAxis == 0 && iBin == 1 && aSize.iX == 0 && dShiftZ == 0;
+    return aMaps.empty() && dTiltAxis == 0 && iBin == 1 && aSize.iX == 0 && dShiftZ == 0 &&
+           dShiftX == 0 && dAxisX == 0;
 }
 
 bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
@@ -110,8 +121,10 @@ bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
         ViewMap aInverse;
         if (!aMap.Invert(aInverse))
             return Fail(rError, Format("xf: view %zu cannot be mapped", i + 1));
+        const double dAngle = double(fAngles[i]) * g_dDegree;
         const double dShiftX =
-            rRequest.iBin * rRequest.dShiftZ * std::sin(double(fAngles[i]) * g_dDegree);
+            rRequest.iBin * (rRequest.dShiftX * std::cos(dAngle) +
+                             rRequest.dShiftZ * std::sin(dAngle) - rRequest.dAxisX);
         rAlignment.aMaps.push_back(MakeMap(aInverse, dShiftX, rAlignment));
     }
     return true;

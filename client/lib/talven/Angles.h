@@ -1,5 +1,6 @@
 #pragma once
 
+#include <istream>
 #include <span>
 #include <string>
 #include <vector>
@@ -13,6 +14,9 @@ namespace talven
 ///         within +-360; rError names the line, rAngles stays as it was.
 [[nodiscard]] bool ReadAngles(const std::string& strPath, std::vector<float>& rAngles,
                               std::string& rError);
+/// The same from a text that messages call strName.
+[[nodiscard]] bool ReadAngles(std::istream& rText, const std::string& strName,
+                              std::vector<float>& rAngles, std::string& rError);
 
 /// Writes one angle per line with two decimals, or as many as they need.
 [[nodiscard]] bool WriteAngles(const std::string& strPath, std::span<const float> fAngles,

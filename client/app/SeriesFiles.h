@@ -1,0 +1,84 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "talven/Mdoc.h"
+#include "talven/ReconPlan.h"
+#include "talven/TiltCommands.h"
+
+namespace talven
+{
+
+/// What the header of a stack says.
+struct StackFacts
+{
+    std::string strPath;
+    ImageSize aSize;
+    int iViews = 0;
+    double dPixel = 0;  ///< Angstrom; 0: not said
+};
+
+/// The files that come with a tilt series: angles, maps of the views, .mdoc, command files.
+///
+/// An option that is given counts more than what a file says; docs/formats.md has the tables. Where
+/// two files disagree, the error has both values.
+class CSeriesFiles
+{
+public:
+    /// --angles, --mdoc and --from.
+    /// \param rApp  its other options win over files when they are given; outlives this
+    void AddOptions(CLI::App& rApp);
+    /// Reads the files.
+    /// \param strXf     the maps that an option names; empty: none
+    /// \param rRequest  receives what they say about the reconstruction
+    [[nodiscard]] bool Read(const StackFacts& rStack, const std::string& strXf,
+                            ReconRequest& rRequest);
+
+    /// Degrees, of every view of the stack; 0 for a view that no file knows, which is left out.
+    const std::vector<float>& GetAngles() const { return m_vfAngles; }
+    /// Of every view of the stack; empty: not known.
+    const std::vector<ViewDose>& GetDoses() const { return m_aViews.aDoses; }
+    /// Angstrom per pixel of the stack; 0: not known.
+    double GetPixel() const { return m_dPixel; }
+    /// Where the angles came from, and what else a user might not expect; one line.
+    const std::string& GetNote() const { return m_strNote; }
+
+    const std::string& GetError() const { return m_strError; }
+
+private:
+    bool mReadFiles(const std::string& strXf, ReconRequest& rRequest);
+    bool mCheckPixel();
+    bool mTakeBin(ReconRequest& rRequest);
+    bool mTakeAxis(ReconRequest& rRequest);
+    bool mTakeVolume(ReconRequest& rRequest);
+    bool mCheckSubset(const ImageSize& rAligned, double dUnit);
+    void mTakeFilter(FilterRequest& rFilter) const;
+    bool mTakeAngles();
+    bool mTakeMdocAngles();
+    bool mCheckAngles();
+    bool mTakeViews(ReconRequest& rRequest);
+
+    bool mIsGiven(const char* pcOption) const;
+    /// Pixels of the aligned views in one of the command file's lengths.
+    double mGetUnit(const ReconRequest& rRequest) const;
+    void mNote(const std::string& strNote);
+    bool mFail(const std::string& strError);
+
+    const CLI::App* m_pApp = nullptr;
+    std::string m_strAngles, m_strMdoc;
+    std::vector<std::string> m_vstrFrom;
+
+    StackFacts m_aStack;
+    SeriesCommands m_aCommands;
+    Mdoc m_aMdoc;
+    MdocViews m_aViews;
+    bool m_bRaw = false;  // the stack's views are not aligned yet
+    std::string m_strAnglesFrom;
+    std::vector<float> m_vfAngles;
+    double m_dPixel = 0;
+    std::string m_strNote, m_strError;
+};
+
+}  // namespace talven
