@@ -1,6 +1,7 @@
 #include "Series.h"
 
 #include "Options.h"
+#include "talven/DoseFilter.h"
 #include "talven/FileImages.h"
 #include "talven/Text.h"
 
@@ -27,7 +28,11 @@ bool CSeries::Open()
 
 ImageSource CSeries::GetViews(std::span<const int> iViews)
 {
-    return ReadFrom(m_aStack, iViews);
+    ImageSource Views = ReadFrom(m_aStack, iViews);
+    if (!m_aFiles.IsDoseWeighted()) return Views;
+    std::vector<ViewDose> aDoses;
+    for (const int iView : iViews) aDoses.push_back(GetDoses()[std::size_t(iView)]);
+    return WeighByDose(Views, GetSize(), GetPixel(), m_aFiles.GetVoltage(), aDoses);
 }
 
 }  // namespace talven

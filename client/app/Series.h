@@ -35,7 +35,7 @@ public:
     /// Where the angles came from, and what else a user might not expect; one line, may be empty.
     const std::string& GetNote() const { return m_aFiles.GetNote(); }
 
-    /// Image i is view viViews[i]. Borrows both.
+    /// Image i is view iViews[i], weighed by dose where options ask for that. Borrows both.
     ImageSource GetViews(std::span<const int> iViews);
 
     const std::string& GetError() const { return m_strError; }

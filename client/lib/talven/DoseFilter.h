@@ -6,17 +6,11 @@
 #include <vector>
 
 #include "talven/Alignment.h"
+#include "talven/Mdoc.h"
 #include "talven/ServerJob.h"
 
 namespace talven
 {
-
-/// What the specimen had taken when a view began, and what it took during it, electrons per square
-/// Angstrom.
-struct ViewDose
-{
-    double dPrior = 0, dExposure = 0;
-};
 
 /// Weighs the frequencies of views by what the beam has left of them.
 ///
