@@ -184,7 +184,8 @@ bool CSeriesFiles::mTakeVolume(ReconRequest& rRequest)
 bool CSeriesFiles::mCheckSubset(const ImageSize& rAligned, double dUnit)
 {
     const TiltCommands& rTilt = m_aCommands.aTilt;
-    if (!rTilt.adFull) return true;
+    const bool bOther = m_bRaw && m_aCommands.aStack.strPath.empty();  // aligned by options
+    if (!rTilt.adFull || bOther || mIsGiven("--size")) return true;
     const int aiExtents[] = {rAligned.iX, rAligned.iY};
     for (std::size_t i = 0; i < 2; ++i)
     {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -14,14 +13,6 @@ namespace talven
 {
 namespace
 {
-
-bool ParseNumber(std::string_view strText, double& rValue)
-{
-    if (strText.starts_with('+')) strText.remove_prefix(1);
-    const char* pcEnd = strText.data() + strText.size();
-    const auto [pcStop, eError] = std::from_chars(strText.data(), pcEnd, rValue);
-    return eError == std::errc() && pcStop == pcEnd && std::isfinite(rValue);
-}
 
 /// "05-Nov-20  15:21:38", also with four digits of the year, or with the year first. Something that
 /// grows with the time, if that is what the text holds.
@@ -101,7 +92,7 @@ private:
     {
         constexpr double dMost = 999'999;
         double dZ = 0;
-        if (!ParseNumber(strValue, dZ) || dZ != std::floor(dZ) || dZ < 0 || dZ > dMost)
+        if (!ParseFinite(strValue, dZ) || dZ != std::floor(dZ) || dZ < 0 || dZ > dMost)
             return Fail(rReason,
                         "expected a number of a section, found \"" + Show(strValue) + "\"");
         if (!m_aSeen.insert(int(dZ)).second)
@@ -120,7 +111,7 @@ private:
             if (strRest.starts_with('=')) strRest = Trim(strRest.substr(1));
             strRest = strRest.substr(0, strRest.find_first_of(", \t"));
             double dAxis = 0;
-            if (!ParseNumber(strRest, dAxis) || std::fabs(dAxis) > 360)
+            if (!ParseFinite(strRest, dAxis) || std::fabs(dAxis) > 360)
                 return Fail(rReason, "expected the angle of the tilt axis in degrees, found \"" +
                                          Show(strRest) + "\"");
             if (m_rMdoc.dTiltAxis && *m_rMdoc.dTiltAxis != dAxis)
@@ -141,7 +132,7 @@ private:
             std::optional<double>& rValue = rSection.*rKey.pValue;
             double dValue = 0;
             if (rValue) return Fail(rReason, std::string(rKey.pcName) + " for the second time");
-            if (!ParseNumber(strValue, dValue) || dValue < rKey.dLeast || dValue > rKey.dMost)
+            if (!ParseFinite(strValue, dValue) || dValue < rKey.dLeast || dValue > rKey.dMost)
                 return Fail(rReason, std::string(rKey.pcName) + ": expected " + rKey.pcExpected +
                                          ", found \"" + Show(strValue) + "\"");
             rValue = dValue;

@@ -63,7 +63,7 @@ bool ParseNumbers(std::string_view strText, std::string_view strBetween, std::sp
     for (float& rNumber : fNumbers)
     {
         strText.remove_prefix(std::min(strText.find_first_not_of(strBetween), strText.size()));
-        if (strText.starts_with('+')) strText.remove_prefix(1);
+        if (strText.starts_with('+') && !strText.starts_with("+-")) strText.remove_prefix(1);
         const auto [pcStop, eError] =
             std::from_chars(strText.data(), strText.data() + strText.size(), rNumber);
         if (eError != std::errc() || !std::isfinite(rNumber)) return false;
@@ -128,6 +128,14 @@ bool OpenText(const std::string& strPath, std::ifstream& rFile, std::string& rEr
 {
     rFile.open(strPath, std::ios::binary);
     return rFile.is_open() || Fail(rError, strPath + ": cannot read: " + std::strerror(errno));
+}
+
+bool ParseFinite(std::string_view strText, double& rNumber)
+{
+    if (strText.starts_with('+') && !strText.starts_with("+-")) strText.remove_prefix(1);
+    const char* pcEnd = strText.data() + strText.size();
+    const auto [pcStop, eError] = std::from_chars(strText.data(), pcEnd, rNumber);
+    return eError == std::errc() && pcStop == pcEnd && std::isfinite(rNumber);
 }
 
 bool ReadLines(std::istream& rText, const std::string& strName, const std::string& strThings,

@@ -46,10 +46,8 @@ struct Values
         for (std::string_view strRest = strText; !strRest.empty();)
         {
             const std::size_t tEnd = std::min(strRest.find_first_of(strBetween), strRest.size());
-            float fNumber = 0;
-            if (tEnd > 0 && !ParseNumbers(strRest.substr(0, tEnd), " ", std::span(&fNumber, 1)))
+            if (tEnd > 0 && !ParseFinite(strRest.substr(0, tEnd), rNumbers.emplace_back()))
                 return false;
-            if (tEnd > 0) rNumbers.push_back(double(fNumber));
             strRest.remove_prefix(std::min(tEnd + 1, strRest.size()));
         }
         return true;

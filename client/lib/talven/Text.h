@@ -25,6 +25,9 @@ std::string FormatSeconds(double dSeconds);
 [[nodiscard]] bool ParseNumbers(std::string_view strText, std::string_view strBetween,
                                 std::span<float> fNumbers);
 
+/// Reads one finite number and nothing else.
+[[nodiscard]] bool ParseFinite(std::string_view strText, double& rNumber);
+
 /// Without the blanks around it.
 std::string_view Trim(std::string_view strText);
 /// Whether they are the same but for capital letters.
