@@ -206,6 +206,7 @@ void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial)
     rApp.add_option("--iterations", rRequest.iIterations, "Iterations of sart or em")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
+    rApp.add_flag("--unconstrained", rRequest.bUnconstrained, "Voxels of sart may fall below 0");
     AddFilter(rApp, rRequest);
     AddSubsets(rApp, rRequest);
     AddParsed(rApp, "--weight-box", "BOX", rRequest.aBox, ParseBox,

@@ -92,6 +92,9 @@ bool CReconstructCommand::Run()
         (m_aViews && !WritePreview(m_strPreview, *m_aViews, m_strError)) || !mWriteRfactors())
         return false;
     mSummarise();
+    if (m_aJob.GetCutVoxels() > 0)
+        m_aReport.PrintLine(Format("%s: %llu voxels would have fallen further", m_strOutput.c_str(),
+                                   (unsigned long long)m_aJob.GetCutVoxels()));
     return !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
 }
 

@@ -72,6 +72,9 @@ bool ChooseMethod(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& r
     ReconOptions& rOptions = rPlan.aOptions;
     rOptions.eMethod = rRequest.eMethod;
     if (rRequest.bFilter) rPlan.aFilter = rRequest.aFilter;
+    rPlan.bUnconstrained = rRequest.bUnconstrained;
+    if (rPlan.bUnconstrained && rOptions.eMethod != EMethod::eSart)
+        return Fail(rError, "unconstrained: only SART, and wbp is so without it");
     if (rOptions.eMethod == EMethod::eBackProj) return true;
 
     if (!ChooseSubsets(rRequest, rPlan, rError)) return false;
@@ -116,6 +119,8 @@ bool ChooseStops(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rE
 bool ChooseBox(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
 {
     rPlan.aBox = rRequest.aBox;
+    if (rPlan.aBox && rPlan.bUnconstrained)
+        return Fail(rError, "weight-box: not with --unconstrained");
     if (rPlan.aBox && rPlan.aFilter)
         return Fail(rError, "weight-box: a filtered back projection has no use for it");
     if (!rPlan.aBox || (rPlan.aBox->fHalfX > 0 && rPlan.aBox->fHalfZ > 0)) return true;
@@ -196,6 +201,7 @@ std::string ReconPlan::DescribeMethod(int iIterations) const
                (iIterations > 0 ? iIterations : aOptions.iIterations) == 1 ? "" : "s");
     if (aOptions.vuiSetSizes.size() > 1)
         strText += Format(", %zu subsets", aOptions.vuiSetSizes.size());
+    if (bUnconstrained) strText += ", unconstrained";
     if (iSmoothInterval > 0) strText += ", smoothed";
     return strText;
 }

@@ -8,112 +8,14 @@
 namespace talven
 {
 
-bool CReconstruction::Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
-                             const ImageSource& rInitial)
-{
-    m_aPlan = rPlan;
-    m_fLift = 0;
-    const JobSize& rSize = rPlan.aSize;
-    const ImageSize aSlice = {rSize.iVolX, rSize.iProjY};
-    return mSendPlan() && mUploadViews(rProjs) && (!m_aPlan.aFilter || mFilterViews()) &&
-           (!rInitial || mUpload(EImages::eSlices, rSize.iVolZ, aSlice.GetPixels(), rInitial));
-}
-
 bool CReconstruction::Restart(const ReconPlan& rPlan, const ImageSource& rInitial)
 {
     m_aPlan = rPlan;
     CSession& rSession = mGetSession();
-    const JobSize& rSize = rPlan.aSize;
-    // A volume of another number of voxels is empty.
-    return mServer(rSession.SetVolumeSize(rSize.GetVoxels() == 1 ? 2 : 1, 1, 1) &&
-                   rSession.SetVolumeSize(rSize.iVolX, rSize.iProjY, rSize.iVolZ) &&
-                   rSession.SelectProjections(rPlan.vuiOrder) &&
+    return mEmptyVolume() &&
+           mServer(rSession.SelectProjections(rPlan.vuiOrder) &&
                    rSession.SetReconOptions(rPlan.aOptions)) &&
-           (!rInitial || mUpload(EImages::eSlices, rSize.iVolZ,
-                                 ImageSize{rSize.iVolX, rSize.iProjY}.GetPixels(), rInitial));
-}
-
-/// The volume before any data: a server that lacks the memory says so before the long transfer.
-bool CReconstruction::mSendPlan()
-{
-    CSession& rSession = mGetSession();
-    const JobSize& rSize = m_aPlan.aSize;
-    const GaussianKernel& rKernel = m_aPlan.aSmoothKernel;
-    return mServer(
-        rSession.SetStackSize(rSize.iProjX, rSize.iProjY, m_aPlan.vfAngles) &&
-        rSession.SetVolumeSize(rSize.iVolX, rSize.iProjY, rSize.iVolZ) &&
-        rSession.SelectProjections(m_aPlan.vuiOrder) &&
-        rSession.SetReconOptions(m_aPlan.aOptions) &&
-        rSession.SetWeightBox(m_aPlan.aBox ? &*m_aPlan.aBox : nullptr) &&
-        (m_aPlan.iSmoothInterval == 0 ||  // a session starts without smoothing
-         rSession.SetSmoothing(m_aPlan.iSmoothInterval,
-                               {rKernel.iSize, rKernel.iSize, rKernel.iSize}, rKernel.vfValues)));
-}
-
-bool CReconstruction::mUploadViews(const ImageSource& rViews)
-{
-    const JobSize& rSize = m_aPlan.aSize;
-    if (!m_aPlan.aAlignment.IsNone()) return mSendAligned(rViews);
-    return mUpload(EImages::eProjections, rSize.iProjs,
-                   ImageSize{rSize.iProjX, rSize.iProjY}.GetPixels(), rViews);
-}
-
-/// The server maps the views onto its stack, one after the other.
-bool CReconstruction::mSendAligned(const ImageSource& rViews)
-{
-    const ViewAlignment& rAlignment = m_aPlan.aAlignment;
-    const ImageSize& rBinned = rAlignment.aBinned;
-    CSession& rSession = mGetSession();
-    std::vector<float> vfBinned(rBinned.GetPixels());
-    const ImageSink SendOne = [&](int i, std::span<const float> fRaw, std::string&)
-    {
-        BinImage(fRaw, rAlignment.aRaw, rAlignment.iBin, vfBinned);
-        return mServer(rSession.SetMeasured(0, vfBinned) &&
-                       rSession.Transform(0, i, rAlignment.aMaps[std::size_t(i)], {}));
-    };
-    return mServer(rSession.SetMeasuredSize(rBinned.iX, rBinned.iY, 1)) &&
-           mSendEach(m_aPlan.aSize.iProjs, rAlignment.aRaw.GetPixels(), rViews, SendOne);
-}
-
-/// Filters the projections of the server's stack. Its back projection is a mean over the views, and
-/// cuts what is below 0: weights make an integral of it, a lift keeps it above.
-bool CReconstruction::mFilterViews()
-{
-    const JobSize& rSize = m_aPlan.aSize;
-    const std::size_t tPixels = ImageSize{rSize.iProjX, rSize.iProjY}.GetPixels();
-    const std::vector<double> vdWeights = MakeViewWeights(m_aPlan.vfAngles);
-    CRowFilter aFilter(*m_aPlan.aFilter, rSize.iProjX, rSize.iVolZ);
-    std::vector<float> vfPixels;
-    const CSession::Sink Take = [&](int, std::span<const float> fPixels)
-    {
-        vfPixels.assign(fPixels.begin(), fPixels.end());
-        return true;
-    };
-    const auto Change = [&](const char* pcPhase, auto ChangeOne)
-    {
-        CPhase aPhase(mGetMonitor(), pcPhase, rSize.iProjs, sizeof(float) * tPixels);
-        for (int i = 0; i < rSize.iProjs; ++i)
-        {
-            if (!mGoOn() || !mServer(mGetSession().GetProjection(i, tPixels, Take))) return false;
-            ChangeOne(static_cast<float>(rSize.iProjs * vdWeights[std::size_t(i)]));
-            if (!mServer(mGetSession().SetProjection(i, vfPixels))) return false;
-            aPhase.Step(i + 1);
-        }
-        return true;
-    };
-    const auto Filter = [&](float fWeight)
-    {
-        for (std::size_t t = 0; t < tPixels; t += std::size_t(rSize.iProjX))
-            aFilter.Run(std::span(vfPixels).subspan(t, std::size_t(rSize.iProjX)));
-        for (float& rfPixel : vfPixels)
-            if (!IsMissing(rfPixel)) m_fLift = std::max(m_fLift, -(rfPixel *= fWeight));
-    };
-    const auto Lift = [&](float)
-    {
-        for (float& rfPixel : vfPixels)
-            if (!IsMissing(rfPixel)) rfPixel += m_fLift;
-    };
-    return Change("filter", Filter) && Change("lift", Lift) && mServer(mGetSession().Flush());
+           mUploadVolume(rInitial);
 }
 
 bool CReconstruction::Run(const Checkpoint& rCheckpoint)
@@ -143,6 +45,8 @@ bool CReconstruction::mRunPiece(int iFirst, int iCount)
     {
         std::vector<RfactorSums> aSums;
         if (!mServer(rSession.GetRfactors(i, aSums))) return false;
+        for (std::size_t t = 0; t < aSums.size() && m_aPlan.bUnconstrained; ++t)
+            aSums[t].fRaw = m_vfMeasured[m_aPlan.vuiOrder[t]];
         m_vdRfactors.push_back(CalcRfactor(aSums));
     }
     return true;
@@ -189,11 +93,14 @@ bool CReconstruction::Download(const ImageSink& rSlices)
 {
     const JobSize& rSize = m_aPlan.aSize;
     std::vector<float> vfSlice(ImageSize{rSize.iVolX, rSize.iProjY}.GetPixels());
-    const auto TakeOff = [this](float fVoxel) { return fVoxel > 0 ? fVoxel - m_fLift : 0; };
+    m_ulCut = 0;
     const ImageSink TakeLifted = [&](int i, std::span<const float> fSlice, std::string& rError)
     {
-        std::transform(fSlice.begin(), fSlice.end(), vfSlice.begin(),
-                       TakeOff);  // 0: no view saw it
+        m_ulCut += std::uint64_t(std::count(fSlice.begin(), fSlice.end(), 0.0f));
+        // What no view of a filtered back projection saw is 0.
+        const auto TakeOff = [this](float fVoxel)
+        { return fVoxel > 0 || m_aPlan.bUnconstrained ? fVoxel - m_fLift : 0; };
+        std::transform(fSlice.begin(), fSlice.end(), vfSlice.begin(), TakeOff);
         return rSlices(i, vfSlice, rError);
     };
     return mDownload(EImages::eSlices, rSize.iVolZ, vfSlice.size(),

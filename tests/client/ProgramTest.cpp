@@ -240,6 +240,8 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
         {2, "--scale: expected the lower", strR, "--mode 1 --scale 1,0"},
         {1, "--halves: one view", strR, "--halves even-odd --include 3"},
         {1, "--halves: give --subsets", strR, "--halves even-odd --subset-sizes 20,21"},
+        {1, "--unconstrained: only SART", strR, "--unconstrained --method wbp"},
+        {1, "--weight-box: not with", strR, "--unconstrained --weight-box 0,0,1,1"},
         {1, "starts from nothing", strR, "--method wbp --initial-volume x"},
         {1, "--stop-when: only SART", strR, "--method em --stop-when 0.1"},
         {1, "--checkpoint: 5 iterations are", strR, "--smooth 1,2 --checkpoint 5"},

@@ -177,7 +177,7 @@ void COracle::Update(const Values& rRows, const OracleRanges& rRanges, std::pair
             const double dNew =
                 bEm ? rdValue * (1 + dRelax * (dSum - iHits) / (aSet.second - aSet.first))
                     : rdValue + dRelax * dSum / (iHits + 1e-6);
-            rdValue = dNew > 0 ? dNew : 0;
+            rdValue = dNew > 0 || m_aJob.bFree ? dNew : 0;
         }
 }
 

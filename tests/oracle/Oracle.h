@@ -76,6 +76,7 @@ struct TestJob
     bool bZeroStart = false;  // from an empty volume
     bool bInvalid = false;    // missing columns at the sides, whole missing rows
     int iFailingWorker = -1;  // whose smoothing fails
+    bool bFree = false;       // voxels may fall below 0
     bool bFilter = false;     // bilinear weights have 8 bits, as those of a texture filter
 };
 

@@ -28,9 +28,10 @@ struct ReconRequest
     std::vector<int> viInclude;  ///< views from 0, ascending; empty: all
     std::vector<int> viExclude;  ///< views from 0, ascending
     std::optional<WeightBox> aBox;
-    double dSmoothSigma = 0;  ///< voxels; 0: no smoothing
-    int iSmoothInterval = 1;  ///< iterations between smoothings
-    bool bFilter = false;     ///< filters the rows: a weighted back projection
+    double dSmoothSigma = 0;      ///< voxels; 0: no smoothing
+    int iSmoothInterval = 1;      ///< iterations between smoothings
+    bool bUnconstrained = false;  ///< voxels of SART may fall below 0
+    bool bFilter = false;         ///< filters the rows: a weighted back projection
     FilterRequest aFilter;
     AlignRequest aAlign;
     double dAngleOffset = 0;  ///< added to all angles, degrees
@@ -48,7 +49,8 @@ struct ReconPlan
     std::vector<std::uint32_t> vuiOrder;  ///< in which subsets are cut, indices into viViews
     ReconOptions aOptions;
     std::optional<FilterRequest> aFilter;
-    int iSmoothInterval = 0;  ///< 0: no smoothing
+    bool bUnconstrained = false;  ///< voxels of SART may fall below 0
+    int iSmoothInterval = 0;      ///< 0: no smoothing
     GaussianKernel aSmoothKernel;
     std::optional<WeightBox> aBox;
     double dStopGain = 0;

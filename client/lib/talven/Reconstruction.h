@@ -35,18 +35,31 @@ public:
 
     /// After every iteration of the last run, as many as were run; none for a back projection.
     const std::vector<double>& GetRfactors() const { return m_vdRfactors; }
+    /// Voxels of the last download that would have fallen further in an unconstrained run.
+    std::uint64_t GetCutVoxels() const { return m_aPlan.bUnconstrained ? m_ulCut : 0; }
 
 private:
+    /// Changes view i in place.
+    using ViewChange = std::function<void(int i, std::span<float> fPixels)>;
+
     bool mSendPlan();
+    bool mEmptyVolume();
+    bool mUploadVolume(const ImageSource& rInitial);
     bool mRunPiece(int iFirst, int iCount);
     bool mRunPieces(const Checkpoint& rCheckpoint);
     bool mIsEnough() const;
     bool mUploadViews(const ImageSource& rViews);
     bool mSendAligned(const ImageSource& rViews);
     bool mFilterViews();
+    bool mProjectOnes();
+    bool mLiftViews(const ImageSource& rInitial);
+    bool mChangeViews(const char* pcPhase, const ViewChange& Change);
 
     ReconPlan m_aPlan;
-    float m_fLift = 0;  // added to filtered projections, taken off the volume
+    float m_fLift = 0;                // added to projections or the volume, taken off at the end
+    std::vector<float> m_vfOnes;      // projections of a row of ones, [proj][x]
+    std::vector<float> m_vfMeasured;  // sum of |measured| of every projection before it was lifted
+    std::uint64_t m_ulCut = 0;
     std::vector<double> m_vdRfactors;
 };
 

@@ -35,6 +35,7 @@ protected:
         eSlices
     };
 
+    CServerLink& mGetLink() { return m_rLink; }
     CSession& mGetSession() { return m_rLink.GetSession(); }
     CMonitor& mGetMonitor() const { return m_rMonitor; }
     bool mFail(const std::string& strError) { return Fail(m_strError, strError); }
