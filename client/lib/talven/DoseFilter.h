@@ -38,15 +38,19 @@ public:
     static double GetCriticalDose(double dFrequency, double dKilovolts);
 
 private:
-    struct Transforms;
+    class CWorker;
+    struct Spectrum;
 
     void mFillMissing(std::span<const float> fPixels);
     void mPad();
-    void mWeighColumns(double dDose);
+    template <class F>
+    void mShare(int iCount, const F& Work);
 
     ImageSize m_aSize, m_aPadded;
     std::vector<float> m_vfRates;  // 1 / (2 Nc) at [ky][kx], up to the highest frequencies
-    std::unique_ptr<Transforms> m_pTransforms;
+    std::vector<float> m_vfImage;  // padded, [y][x]
+    std::unique_ptr<Spectrum> m_pSpectrum;
+    std::vector<std::unique_ptr<CWorker>> m_vpWorkers;  // one for each thread
 };
 
 /// The views of a source, filtered; image i has dose i. The doses are copied, the source, too.
