@@ -63,6 +63,11 @@ struct Mirror
     float fStart;  ///< share of the start
 };
 
+void Free(void* pConfig)
+{
+    kiss_fft_free(pConfig);
+}
+
 }  // namespace
 
 /// Of a padded view, [y][kx].
@@ -103,7 +108,6 @@ public:
                       float fDose);
 
 private:
-    static void Free(void* pConfig) { kiss_fft_free(pConfig); }
     template <class T>
     using Config = std::unique_ptr<T, void (*)(void*)>;
 
