@@ -1,7 +1,9 @@
 // A series with the files that come with it: a dot comes back where it was, and files that
 // disagree.
 
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 
 #include "Program.h"
@@ -160,6 +162,29 @@ TEST_F(ClientSeries, AnMdocTurnsTheViewsAndNamesThem)
     mWriteViews({80, 60}, 1, {{}});
     WriteFile(m_aDir / "tilt.com", "THICKNESS 41\n");
     mExpectDot("--mdoc raw.mdoc --from tilt.com", {}, {80, 60, 41});
+}
+
+TEST_F(ClientSeries, AnExtendedHeaderHasTheAngles)
+{
+    std::string strStack = ReadFile(m_aDir / "ph.mrc"), strRecords;
+    for (int i = 0; i < 41; ++i)
+    {
+        const auto sAngle = std::int16_t(100 * (3 * i - 60));
+        strRecords.append(reinterpret_cast<const char*>(&sAngle), sizeof sAngle);
+    }
+    const auto Put = [&strStack](std::size_t tOffset, auto tValue)
+    { std::memcpy(strStack.data() + tOffset, &tValue, sizeof tValue); };
+    Put(92, int(strRecords.size()));  // NSYMBT
+    Put(128, std::int16_t(2));        // bytes in a record
+    Put(130, std::int16_t(1));        // flags
+    WriteFile(m_aDir / "told.mrc", strStack.insert(1024, strRecords));
+    const std::string strRest = " --thickness 36 --method bp -o rec.mrc";
+    mRun("reconstruct --tilts ph.mrc --angles ph.tlt" + strRest);
+    const Floats vfExpected = mRead("rec.mrc");
+    EXPECT_NE(mRun("reconstruct --tilts told.mrc" + strRest)
+                  .find("angles from the extended header of told.mrc\n"),
+              std::string::npos);
+    EXPECT_EQ(mRead("rec.mrc"), vfExpected);
 }
 
 TEST_F(ClientSeries, FilesThatDisagreeAreRefusedWithBothValues)
