@@ -81,12 +81,15 @@ double GetDeterminant(const std::array<Place, 3>& r)
 
 }  // namespace
 
-std::array<Ball, 4> PlaceBalls(const Place& rHalf)
+std::array<Ball, 4> PlaceBalls(const Place& rHalf, double dTiltX)
 {
-    const auto At = [&rHalf](double dX, double dY, double dZ)
+    const double dCos = std::cos(dTiltX * g_dDegree), dSin = std::sin(dTiltX * g_dDegree);
+    const double dRows = std::min(rHalf[1], (rHalf[1] - rHalf[2] * std::fabs(dSin)) / dCos);
+    const auto At = [&](double dX, double dY, double dZ)
     {
         const double dLeft = std::sqrt(1 - dX * dX) * rHalf[0];  // of the circle, beside x
-        return Place{dX * rHalf[0], dY * std::min(rHalf[1], dLeft), dZ * std::min(rHalf[2], dLeft)};
+        return Place{dX * rHalf[0], dY * std::min(dRows, dLeft),
+                     dZ * std::min(rHalf[2], dLeft * dCos)};
     };
     return {{{At(0.62, 0.90, 0.85), 8},
              {At(-0.80, 0.75, -0.70), 6},
@@ -97,8 +100,11 @@ std::array<Ball, 4> PlaceBalls(const Place& rHalf)
 std::array<double, 2> Camera::GetSpot(const Ball& rBall) const
 {
     const double dCos = std::cos(dAngle * g_dDegree), dSin = std::sin(dAngle * g_dDegree);
-    const auto [dX, dY, dZ] = rBall.aPlace;
-    const double dAcross = iBin * (dX * dCos + (dZ - dShiftZ) * dSin), dAlong = iBin * dY;
+    const auto [dX, dFlatY, dFlatZ] = rBall.aPlace;
+    const double dRise = dTiltX * g_dDegree, dHeight = dFlatZ - dShiftZ;
+    const double dY = dFlatY * std::cos(dRise) - dHeight * std::sin(dRise);
+    const double dZ = dFlatY * std::sin(dRise) + dHeight * std::cos(dRise);
+    const double dAcross = iBin * (dX * dCos + dZ * dSin), dAlong = iBin * dY;
     // The tilt axis lies along (-sin, cos) of its angle.
     const double dAxis = dTiltAxis * g_dDegree;
     ViewMap aBack;

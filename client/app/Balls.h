@@ -28,7 +28,9 @@ constexpr double g_dBallReach = 7;    ///< nothing of a ball is seen further fro
 /// brings onto each other's places.
 /// \param rHalf  they stay within so many voxels from the centre, and their circle around it in x
 ///               and y, and in x and z, within rHalf[0]
-std::array<Ball, 4> PlaceBalls(const Place& rHalf);
+/// \param dTiltX of the specimen, degrees: its rows and columns in the views, too, stay within
+/// rHalf
+std::array<Ball, 4> PlaceBalls(const Place& rHalf, double dTiltX = 0);
 
 /// A camera that looks at the balls; what it was turned and shifted by is what an alignment undoes.
 struct Camera
@@ -39,6 +41,7 @@ struct Camera
     ViewMap aMap;          ///< raw pixel r shows what the view before the turn has at A r + D
     double dAngle = 0;     ///< the true one, degrees
     double dShiftZ = 0;    ///< of the volume against the specimen, voxels
+    double dTiltX = 0;     ///< by which the specimen rises towards +Y, degrees
 
     /// The view, shape [y][x].
     void Record(std::span<const Ball> aBalls, std::span<float> fRaw) const;

@@ -122,7 +122,7 @@ bool CCheckGeometryCommand::mMakePlan()
     if (bOwnSize) m_aRawSize = {96 * rAlign.iBin, 80 * rAlign.iBin};
     std::string strError;
     if (!MakeReconPlan(m_aRequest, m_aRawSize, m_vfAngles, m_aPlan, strError) ||
-        !CheckForm(m_aForm, m_aPlan.aSize, strError))
+        !CheckForm(m_aForm, m_aPlan.GetResultSize(), strError))
         return mFail("--" + strError);
     if (!mPlaceBalls(m_aPlan.aAlignment.aAligned)) return false;
     const ImageSize aNeeded = mFindRawSize();
@@ -142,7 +142,7 @@ bool CCheckGeometryCommand::mMakePlan()
 
 bool CCheckGeometryCommand::mPlaceBalls(const ImageSize& rAligned)
 {
-    const JobSize& rSize = m_aPlan.aSize;
+    const JobSize rSize = m_aPlan.GetResultSize();
     const std::array<int, 3> aiWhole = {std::min(rSize.iVolX, rAligned.iX), rSize.iProjY,
                                         rSize.iVolZ};
     Place aHalf;
@@ -155,7 +155,7 @@ bool CCheckGeometryCommand::mPlaceBalls(const ImageSize& rAligned)
             return mFail(
                 Format("the balls need %d voxels along %c, not %d", g_iLeast, "XYZ"[i], iKept));
     }
-    m_aBalls = PlaceBalls(aHalf);
+    m_aBalls = PlaceBalls(aHalf, m_aRequest.aAlign.dTiltX);
     return true;
 }
 
@@ -168,7 +168,8 @@ Camera CCheckGeometryCommand::mGetCamera(int iView) const
             rAlign.dTiltAxis,
             rAlign.aMaps.empty() ? ViewMap() : rAlign.aMaps[tView],
             double(m_vfAngles[tView]) + m_aRequest.dAngleOffset,
-            rAlign.dShiftZ};
+            rAlign.dShiftZ,
+            rAlign.dTiltX};
 }
 
 ImageSize CCheckGeometryCommand::mFindRawSize() const
@@ -239,7 +240,7 @@ bool CCheckGeometryCommand::mReconstruct(const std::string& strPath)
         mGetCamera(i).Record(m_aBalls, fRaw);
         return true;
     };
-    m_aOutput.SetUp(m_aForm, m_aPlan.aSize, 0);
+    m_aOutput.SetUp(m_aForm, m_aPlan.GetResultSize(), 0);
     return mCheck(m_aJob.Upload(m_aPlan, GiveView) && m_aJob.Run(), m_aJob) &&
            mCheck(m_aOutput.Write(strPath, m_aPlan.DescribeMethod()), m_aOutput);
 }
@@ -253,7 +254,7 @@ bool CCheckGeometryCommand::mCheckBalls(const std::string& strPath)
     const MrcHeader& rHeader = aFile.GetHeader();
     m_aFileSize = {double(rHeader.iX), double(rHeader.iY), double(rHeader.iZ)};
     for (const Ball& rBall : m_aBalls)
-        m_aExpected.push_back(GetPlaceInFile(rBall.aPlace, m_aForm, m_aPlan.aSize));
+        m_aExpected.push_back(GetPlaceInFile(rBall.aPlace, m_aForm, m_aPlan.GetResultSize()));
     m_aFrame = FileFrame::Measure(m_aBalls, m_aFound);
     return ComparePlaces(m_aExpected, m_aFound, m_aFileSize, g_dAllowed, m_dWorstBall, m_strError);
 }

@@ -140,6 +140,10 @@ void AddTilting(CLI::App& rApp, ReconRequest& rRequest)
     rApp.add_option("--shift-z", rRequest.aAlign.dShiftZ,
                     "Move the specimen by so many voxels towards higher slices")
         ->check(CLI::Range(-1e5, 1e5));
+    rApp.add_option("--x-tilt", rRequest.aAlign.dTiltX,
+                    "The specimen rises towards +Y by this angle, degrees: lay it flat")
+        ->check(CLI::Range(-60.0, 60.0))
+        ->type_name("DEG");
     rApp.option_defaults()->group("Options");
 }
 

@@ -46,7 +46,7 @@ inline constexpr const char* g_pcAlignment = "Alignment of raw views";
 /// --xf, --tilt-axis, --bin and --size.
 /// \param rXf  file with the maps
 void AddAlignment(CLI::App& rApp, AlignRequest& rRequest, std::string& rXf);
-/// --angle-offset and --shift-z.
+/// --angle-offset, --shift-z and --x-tilt.
 void AddTilting(CLI::App& rApp, ReconRequest& rRequest);
 /// How a volume is stored.
 void AddForm(CLI::App& rApp, VolumeForm& rForm);

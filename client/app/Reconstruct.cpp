@@ -108,9 +108,11 @@ bool CReconstructCommand::mMakePlan()
         return mFail("--" + strError);
     if (m_aPlan.aFilter && !m_strInitial.empty())
         return mFail("--initial-volume: a weighted back projection starts from nothing");
+    if (m_aPlan.dTiltX != 0 && !m_strInitial.empty())
+        return mFail("--initial-volume: not with --x-tilt, which turns the volume at the end");
     ReconPlan aHalf;
     if ((m_bHalves && !MakeHalfPlan(m_aRequest, m_aPlan, 0, 0, aHalf, strError)) ||
-        !CheckForm(m_aForm, m_aPlan.aSize, strError))
+        !CheckForm(m_aForm, m_aPlan.GetResultSize(), strError))
         return mFail("--" + strError);
     return mCheckSize(m_aPlan.aSize);
 }
@@ -122,10 +124,10 @@ bool CReconstructCommand::mOpenFiles()
     if (!mOpenSameSize(m_aInitial, m_strInitial) || !mOpenSameSize(m_aReference, m_strReference) ||
         !mProbe(m_strPreview) || !mProbe(m_strPlot) || !mProbe(m_strRfactors))
         return false;
-    const JobSize& rSize = m_aPlan.aSize;
+    const JobSize aSize = m_aPlan.GetResultSize();
     if (!m_strPreview.empty())
-        m_aViews.emplace(rSize.iVolX, rSize.iProjY, rSize.iVolZ).WantCentral();
-    m_aOutput.SetUp(m_aForm, rSize, m_aPlan.aAlignment.iBin * m_aSeries.GetPixel());
+        m_aViews.emplace(aSize.iVolX, aSize.iProjY, aSize.iVolZ).WantCentral();
+    m_aOutput.SetUp(m_aForm, aSize, m_aPlan.aAlignment.iBin * m_aSeries.GetPixel());
     return mCheck(m_aOutput.Check(m_strOutput), m_aOutput);
 }
 
@@ -134,7 +136,7 @@ bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& 
     if (strPath.empty()) return true;
     if (!mCheck(rReader.Open(strPath), rReader)) return false;
     const MrcHeader& rHeader = rReader.GetHeader();
-    const JobSize& rSize = m_aPlan.aSize;
+    const JobSize rSize = m_aPlan.GetResultSize();
     if (rHeader.iX == rSize.iVolX && rHeader.iY == rSize.iProjY && rHeader.iZ == rSize.iVolZ)
         return true;
     return mFail(Format("%s is %d x %d x %d, the volume is %d x %d x %d", strPath.c_str(),

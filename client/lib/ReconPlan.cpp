@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "talven/Text.h"
+#include "talven/VolumeTilt.h"
 
 namespace talven
 {
@@ -143,8 +144,10 @@ bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
                    rAligned.iY,
                    static_cast<int>(rPlan.viViews.size()),
                    rRequest.iWidth > 0 ? rRequest.iWidth : rAligned.iX,
-                   rRequest.iThickness,
+                   CVolumeTilt::GetSlices(rRequest.iThickness, rRequest.aAlign.dTiltX),
                    rPlan.iSmoothInterval > 0};
+    rPlan.iThickness = rRequest.iThickness;
+    rPlan.dTiltX = rRequest.aAlign.dTiltX;
     if (!rPlan.aAlignment.IsNone()) rPlan.aSize.aMeasured = rPlan.aAlignment.aBinned;
     return true;
 }
@@ -179,6 +182,13 @@ bool MakeHalfPlan(const ReconRequest& rRequest, const ReconPlan& rPlan, int iHal
     if (iIterations > 0) rHalf.aOptions = rHalf.GetIterations(0, iIterations);
     for (std::uint32_t& rn : rHalf.vuiOrder) rn = vuiTaken[rn];
     return true;
+}
+
+JobSize ReconPlan::GetResultSize() const
+{
+    JobSize aResult = aSize;
+    aResult.iVolZ = iThickness;
+    return aResult;
 }
 
 ReconOptions ReconPlan::GetIterations(int iFirst, int iCount) const

@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "talven/Text.h"
+#include "talven/VolumeTilt.h"
 
 namespace talven
 {
@@ -92,6 +93,10 @@ bool CReconstruction::mIsEnough() const
 bool CReconstruction::Download(const ImageSink& rSlices)
 {
     const JobSize& rSize = m_aPlan.aSize;
+    CVolumeTilt aTilt(m_aPlan.dTiltX, rSize, m_aPlan.iThickness);
+    const ImageSink LayFlat = [&](int i, std::span<const float> fSlice, std::string& rError)
+    { return aTilt.Take(i, fSlice, rSlices, rError); };
+    const ImageSink& rWhole = m_aPlan.dTiltX != 0 ? LayFlat : rSlices;
     std::vector<float> vfSlice(ImageSize{rSize.iVolX, rSize.iProjY}.GetPixels());
     m_ulCut = 0;
     const ImageSink TakeLifted = [&](int i, std::span<const float> fSlice, std::string& rError)
@@ -101,10 +106,10 @@ bool CReconstruction::Download(const ImageSink& rSlices)
         const auto TakeOff = [this](float fVoxel)
         { return fVoxel > 0 || m_aPlan.bUnconstrained ? fVoxel - m_fLift : 0; };
         std::transform(fSlice.begin(), fSlice.end(), vfSlice.begin(), TakeOff);
-        return rSlices(i, vfSlice, rError);
+        return rWhole(i, vfSlice, rError);
     };
     return mDownload(EImages::eSlices, rSize.iVolZ, vfSlice.size(),
-                     m_fLift > 0 ? TakeLifted : rSlices);
+                     m_fLift > 0 ? TakeLifted : rWhole);
 }
 
 bool CReprojection::Run(const JobSize& rSize, std::span<const float> fAngles,

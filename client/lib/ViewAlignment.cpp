@@ -27,11 +27,11 @@ ImageSize ChooseSize(const ImageSize& rBinned, const ViewMap& rMap)
 }
 
 /// From a pixel of the aligned view to the place in the binned one, as the server counts them.
-Affine MakeMap(const ViewMap& rInverse, double dShiftX, const ViewAlignment& rAlignment)
+Affine MakeMap(const ViewMap& rInverse, const ViewAlignment& rAlignment)
 {
     const int iBin = rAlignment.iBin;
     const ImageSize &rFrom = rAlignment.aAligned, &rRaw = rAlignment.aRaw;
-    const double dX = iBin * -Centre(rFrom.iX) - dShiftX, dY = iBin * -Centre(rFrom.iY);
+    const double dX = iBin * -Centre(rFrom.iX), dY = iBin * -Centre(rFrom.iY);
     const auto ToBinned = [&](double dRaw, int iExtent)
     { return (dRaw + Centre(iExtent) - Centre(iBin)) / iBin; };
     const double dU = rInverse.dA11 * dX + rInverse.dA12 * dY + rInverse.dX;
@@ -96,7 +96,7 @@ bool ReadXf(std::istream& rText, const std::string& strName, std::vector<ViewMap
 bool AlignRequest::IsNone() const
 {
     return aMaps.empty() && dTiltAxis == 0 && iBin == 1 && aSize.iX == 0 && dShiftZ == 0 &&
-           dShiftX == 0 && dAxisX == 0;
+           dShiftX == 0 && dAxisX == 0 && dTiltX == 0;
 }
 
 bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
@@ -121,11 +121,19 @@ bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
         ViewMap aInverse;
         if (!aMap.Invert(aInverse))
             return Fail(rError, Format("xf: view %zu cannot be mapped", i + 1));
-        const double dAngle = double(fAngles[i]) * g_dDegree;
-        const double dShiftX =
-            rRequest.iBin * (rRequest.dShiftX * std::cos(dAngle) +
-                             rRequest.dShiftZ * std::sin(dAngle) - rRequest.dAxisX);
-        rAlignment.aMaps.push_back(MakeMap(aInverse, dShiftX, rAlignment));
+        const double dCos = std::cos(double(fAngles[i]) * g_dDegree);
+        const double dSin = std::sin(double(fAngles[i]) * g_dDegree);
+        const double dRight = rRequest.iBin * (rRequest.dShiftX * dCos - rRequest.dAxisX);
+        // A specimen that rises goes up by tan b of its y along the beam: its rows slide. What
+        // moves it across its own plane has a part along the rows' axis.
+        const double dRise = rRequest.dTiltX * g_dDegree, dUp = rRequest.iBin * rRequest.dShiftZ;
+        const ViewMap aSlide = {1,
+                                std::tan(dRise) * dSin,
+                                0,
+                                1,
+                                -dUp * std::cos(dRise) * dSin - dRight,
+                                dUp * std::sin(dRise)};
+        rAlignment.aMaps.push_back(MakeMap(aSlide.Then(aInverse), rAlignment));
     }
     return true;
 }

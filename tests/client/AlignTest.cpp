@@ -18,6 +18,7 @@ struct Road
     int iBin = 1;
     double dTiltAxis = 0, dAngleOffset = 0, dShiftZ = 0;
     bool bMaps = false;
+    double dTiltX = 0;
 };
 
 /// A ball of Gaussian density, width 3, centred at this place from the centre of the volume.
@@ -27,15 +28,19 @@ constexpr double g_dX = 7.3, g_dY = -4.6, g_dZ = 3.7;
 void Photograph(const Road& rRoad, const ViewMap& rMap, double dAngle, std::span<float> fRaw)
 {
     const double dTilt = dAngle * std::numbers::pi / 180;
-    const double dU = rRoad.iBin * (g_dX * std::cos(dTilt) + g_dZ * std::sin(dTilt));
-    const double dV = rRoad.iBin * g_dY, dWidth = 3 * rRoad.iBin;
+    // As it lay in the microscope, risen towards +Y.
+    const double dRise = rRoad.dTiltX * std::numbers::pi / 180;
+    const double dY = g_dY * std::cos(dRise) - g_dZ * std::sin(dRise);
+    const double dZ = g_dY * std::sin(dRise) + g_dZ * std::cos(dRise);
+    const double dU = rRoad.iBin * (g_dX * std::cos(dTilt) + dZ * std::sin(dTilt));
+    const double dV = rRoad.iBin * dY, dWidth = 3 * rRoad.iBin;
     const double dAxis = rRoad.dTiltAxis * std::numbers::pi / 180;
     for (std::size_t i = 0; i < fRaw.size(); ++i)
     {
-        const double dX = double(i % std::size_t(rRoad.aRaw.iX)) - (rRoad.aRaw.iX - 1) / 2.0;
-        const double dY = double(i / std::size_t(rRoad.aRaw.iX)) - (rRoad.aRaw.iY - 1) / 2.0;
-        const double dMappedX = rMap.dA11 * dX + rMap.dA12 * dY + rMap.dX;
-        const double dMappedY = rMap.dA21 * dX + rMap.dA22 * dY + rMap.dY;
+        const double dRawX = double(i % std::size_t(rRoad.aRaw.iX)) - (rRoad.aRaw.iX - 1) / 2.0;
+        const double dRawY = double(i / std::size_t(rRoad.aRaw.iX)) - (rRoad.aRaw.iY - 1) / 2.0;
+        const double dMappedX = rMap.dA11 * dRawX + rMap.dA12 * dRawY + rMap.dX;
+        const double dMappedY = rMap.dA21 * dRawX + rMap.dA22 * dRawY + rMap.dY;
         // The tilt axis lies along (-sin, cos): it becomes +Y.
         const double dAcross = dMappedX * std::cos(dAxis) + dMappedY * std::sin(dAxis);
         const double dAlong = -dMappedX * std::sin(dAxis) + dMappedY * std::cos(dAxis);
@@ -53,6 +58,8 @@ TEST(ClientAlign, BringsBackWhatWasMoved)
                            {{80, 61}, {64, 80}, 1, -94.2, 1.5},
                            {{163, 122}, {80, 60}, 2, 0, -2, -3, true},
                            {{162, 123}, {61, 81}, 2, 84, 0, 0, true},
+                           {{80, 60}, {80, 60}, 1, 0, 0, 0, false, 12},
+                           {{163, 122}, {61, 82}, 2, 84, 1, -3, true, -7},
                            {{242, 183}, {81, 61}, 3, 178, 0, 1, true}};
     for (const Road& rRoad : aRoads)
     {
@@ -62,7 +69,8 @@ TEST(ClientAlign, BringsBackWhatWasMoved)
         aRequest.eMethod = EMethod::eBackProj;
         aRequest.bFilter = true;
         aRequest.dAngleOffset = rRoad.dAngleOffset;
-        aRequest.aAlign = {{}, rRoad.dTiltAxis, rRoad.iBin, rRoad.aAligned, rRoad.dShiftZ};
+        aRequest.aAlign = {{},          rRoad.dTiltAxis, rRoad.iBin, rRoad.aAligned, rRoad.dShiftZ,
+                           rRoad.dTiltX};
         Floats vfAngles;
         for (int i = 0; i < 60; ++i)
         {

@@ -29,6 +29,7 @@ def main():
         ("--raw-size 291,251 --bin 3 --tilt-axis -94.2 --angle-offset 2 --shift-z 5", (83, 97, 48), "+X+Y+Z", False),
         ("--trim 60,51,33 --orientation xzy --flip-z --mode 1", (60, 33, 51), "+X-Z+Y", False),
         ("--method em --xf a.xf --bin 2 --tilt-axis 3", (80, 96, 48), "+X+Y+Z", False),
+        ("--x-tilt -20 --shift-z 6 --tilt-axis 85.3 --bin 2 --flip-z", (80, 96, 48), "+X+Y-Z", True),
         ("--method wbp --tilt-axis 45 --width 130 --size 101,70 --shift-z -60", (130, 70, 48), "+X+Y+Z", False),
     ):
         told = run("check-geometry", *options.split())

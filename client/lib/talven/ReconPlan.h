@@ -42,10 +42,12 @@ struct ReconRequest
 /// What a reconstruction will do, checked against its inputs before any server is asked.
 struct ReconPlan
 {
-    JobSize aSize;
-    std::vector<int> viViews;             ///< of the stack, those that take part
-    std::vector<float> vfAngles;          ///< of those views, degrees
-    ViewAlignment aAlignment;             ///< of those views
+    JobSize aSize;                ///< on the server
+    int iThickness = 0;           ///< of the volume that comes back; the server's may be more
+    std::vector<int> viViews;     ///< of the stack, those that take part
+    std::vector<float> vfAngles;  ///< of those views, degrees
+    ViewAlignment aAlignment;     ///< of those views
+    double dTiltX = 0;            ///< by which the volume turns about X on its way back
     std::vector<std::uint32_t> vuiOrder;  ///< in which subsets are cut, indices into viViews
     ReconOptions aOptions;
     std::optional<FilterRequest> aFilter;
@@ -56,6 +58,7 @@ struct ReconPlan
     double dStopGain = 0;
     int iCheckpoint = 0;
 
+    JobSize GetResultSize() const;
     /// "SART, 10 iterations, 4 subsets". \param iIterations  that were run; 0: all
     std::string DescribeMethod(int iIterations = 0) const;
     /// The options of some iterations: a part of a job, when the volume carries over.

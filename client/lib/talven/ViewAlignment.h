@@ -50,6 +50,7 @@ struct AlignRequest
     double dShiftZ = 0;    ///< of the specimen in the volume, voxels towards higher slices
     double dShiftX = 0;    ///< the same to the right
     double dAxisX = 0;  ///< where the tilt axis lies in the aligned views, right of their centres
+    double dTiltX = 0;  ///< by which the specimen rises towards +Y, degrees: it is laid flat
 
     /// Whether views are used as they are.
     bool IsNone() const;
