@@ -172,9 +172,10 @@ bool CSeriesFiles::mTakeVolume(ReconRequest& rRequest)
     double dTiltX = 0;
     if (!rTilt.strXTilts.empty() && !ReadXTilt(rTilt.strXTilts, dTiltX, m_strError)) return false;
     dTiltX += rTilt.dTiltX;
-    if (dTiltX != 0)
-        return mFail(
-            Format("%s: XAXISTILT of %g degrees cannot be done", rTilt.strPath.c_str(), dTiltX));
+    if (std::fabs(dTiltX) > 60)
+        return mFail(Format("%s: XAXISTILT of %g degrees, more than 60 cannot be done",
+                            rTilt.strPath.c_str(), dTiltX));
+    if (!mIsGiven("--x-tilt")) rAlign.dTiltX = -dTiltX;  // along the rows, too
     const ImageSize aBinned = {m_aStack.aSize.iX / rAlign.iBin, m_aStack.aSize.iY / rAlign.iBin};
     return mCheckSubset(rAlign.aSize.iX > 0 ? rAlign.aSize : aBinned, dUnit);
 }

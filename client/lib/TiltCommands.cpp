@@ -182,7 +182,7 @@ const Keyword g_aTiltKeywords[] = {
      { return r.Take(1, r.rCommands.aTilt.adOffset, 1e5, "an angle, and a shift in pixels"); }},
     {"XAXISTILT",
      [](const Values& r) {
-         return r.Take(1, std::span(&r.rCommands.aTilt.dTiltX, 1), 90, "an angle up to 90 degrees");
+         return r.Take(1, std::span(&r.rCommands.aTilt.dTiltX, 1), 60, "an angle up to 60 degrees");
      }},
     {"RADIAL", TakeRadial},
     {"FalloffIsTrueSigma",

@@ -26,6 +26,24 @@ ImageSize ChooseSize(const ImageSize& rBinned, const ViewMap& rMap)
     return bLies ? ImageSize{rBinned.iY, rBinned.iX} : rBinned;
 }
 
+/// From the centre of an aligned view, in raw pixels: what moves and lays flat the specimen.
+ViewMap MakeSlide(const AlignRequest& rRequest, float fAngle)
+{
+    const double dSin = std::sin(double(fAngle) * g_dDegree);
+    const double dCos = std::cos(double(fAngle) * g_dDegree);
+    const int iBin = rRequest.iBin;
+    // A specimen that rises goes up by tan b of its y along the beam: its rows slide. What moves it
+    // across its own plane has a part along the rows' axis.
+    const double dRise = rRequest.dTiltX * g_dDegree, dUp = iBin * rRequest.dShiftZ;
+    const double dRight = iBin * (rRequest.dShiftX * dCos - rRequest.dAxisX);
+    return {1,
+            std::tan(dRise) * dSin,
+            0,
+            1,
+            -dRight - dUp * std::cos(dRise) * dSin,
+            dUp * std::sin(dRise)};
+}
+
 /// From a pixel of the aligned view to the place in the binned one, as the server counts them.
 Affine MakeMap(const ViewMap& rInverse, const ViewAlignment& rAlignment)
 {
@@ -121,18 +139,7 @@ bool MakeViewAlignment(const AlignRequest& rRequest, const ImageSize& rRaw,
         ViewMap aInverse;
         if (!aMap.Invert(aInverse))
             return Fail(rError, Format("xf: view %zu cannot be mapped", i + 1));
-        const double dCos = std::cos(double(fAngles[i]) * g_dDegree);
-        const double dSin = std::sin(double(fAngles[i]) * g_dDegree);
-        const double dRight = rRequest.iBin * (rRequest.dShiftX * dCos - rRequest.dAxisX);
-        // A specimen that rises goes up by tan b of its y along the beam: its rows slide. What
-        // moves it across its own plane has a part along the rows' axis.
-        const double dRise = rRequest.dTiltX * g_dDegree, dUp = rRequest.iBin * rRequest.dShiftZ;
-        const ViewMap aSlide = {1,
-                                std::tan(dRise) * dSin,
-                                0,
-                                1,
-                                -dUp * std::cos(dRise) * dSin - dRight,
-                                dUp * std::sin(dRise)};
+        const ViewMap aSlide = MakeSlide(rRequest, fAngles[i]);
         rAlignment.aMaps.push_back(MakeMap(aSlide.Then(aInverse), rAlignment));
     }
     return true;

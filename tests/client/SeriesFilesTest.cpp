@@ -154,7 +154,7 @@ TEST(ClientSeriesFiles, BrokenCommandsAreRefused)
          {strT + "SHIFT 1 2 3\n", "SHIFT: expected one or two shifts"},
          {strT + "SHIFT nan 2\n", "SHIFT: expected"},
          {strT + "OFFSET\n", "OFFSET: expected an angle"},
-         {strT + "XAXISTILT 120\n", "XAXISTILT: expected an angle up to 90"},
+         {strT + "XAXISTILT 120\n", "XAXISTILT: expected an angle up to 60"},
          {strT + "RADIAL -0.1 0\n", "RADIAL: expected a cutoff above 0"},
          {strT + "HammingLikeFilter 0.2\n", "the window begins at 0.2"},
          {strT + "EXCLUDELIST 3-1\n", "EXCLUDELIST: expected views counted from 1"},

@@ -139,6 +139,19 @@ TEST_F(ClientSeries, CommandFilesPutTheDotWhereTheySay)
     WriteFile(m_aDir / "s/tilt.com",
               g_strTilt + "IMAGEBINNED 4\nTHICKNESS 164\nOFFSET 2 9\nSHIFT -4 6\n");
     mExpectDot("--from s/tilt.com", {2.25 - 1, 0, -1.5}, {80, 60, 41});
+
+    // Along the rows, which run against z, the specimen rises by 8 degrees towards +Y.
+    mWriteViews({80, 60}, 1, {{}});
+    WriteFile(m_aDir / "s/raw.tlt", m_strAngles);
+    WriteFile(m_aDir / "s/raw.xtilt", "3\n3\n");
+    WriteFile(m_aDir / "s/tilt.com", g_strTilt +
+                                         "THICKNESS 41\nSHIFT 2 -1\nXAXISTILT 5\n"
+                                         "XTILTFILE raw.xtilt\n");
+    const double dRise = -8 * std::numbers::pi / 180;
+    const double dFlatY = g_dY * std::cos(dRise) + g_dZ * std::sin(dRise);
+    const double dFlatZ = g_dZ * std::cos(dRise) - g_dY * std::sin(dRise);
+    mExpectDot("--from s/tilt.com", {2, dFlatY - g_dY, dFlatZ - g_dZ + 1}, {80, 60, 41});
+    mExpectDot("--from s/tilt.com --x-tilt 0", {2, 0, 1}, {80, 60, 41});
 }
 
 TEST_F(ClientSeries, AnMdocTurnsTheViewsAndNamesThem)

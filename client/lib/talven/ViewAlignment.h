@@ -29,9 +29,8 @@ ViewMap Turn(double dDegrees);
 /// Reads an .xf file: A11 A12 A21 A22 DX DY of one view a line. Blank lines and everything from a
 /// '#' on are skipped.
 /// \return false when the file cannot be read, has no map, or has a line that is not six numbers,
-/// not
-///         a map that can be turned round or far from any view; rError names the line, rMaps stays
-///         as it was.
+///         not a map that can be turned round or far from any view; rError names the line, rMaps
+///         stays as it was.
 [[nodiscard]] bool ReadXf(const std::string& strPath, std::vector<ViewMap>& rMaps,
                           std::string& rError);
 /// The same from a text that messages call strName.
@@ -48,9 +47,9 @@ struct AlignRequest
     int iBin = 1;          ///< raw pixels along each edge of an aligned one
     ImageSize aSize = {};  ///< of the aligned views; 0: what the raw ones make
     double dShiftZ = 0;    ///< of the specimen in the volume, voxels towards higher slices
-    double dShiftX = 0;    ///< the same to the right
+    double dTiltX = 0;     ///< by which the specimen rises towards +Y, degrees: it is laid flat
+    double dShiftX = 0;    ///< of the specimen to the right, voxels
     double dAxisX = 0;  ///< where the tilt axis lies in the aligned views, right of their centres
-    double dTiltX = 0;  ///< by which the specimen rises towards +Y, degrees: it is laid flat
 
     /// Whether views are used as they are.
     bool IsNone() const;
