@@ -69,6 +69,7 @@ std::unique_ptr<CCommand> MakeCompare();
 std::unique_ptr<CCommand> MakeView();
 std::unique_ptr<CCommand> MakeInfo();
 std::unique_ptr<CCommand> MakePhantom();
+std::unique_ptr<CCommand> MakeCheckGeometry();
 std::unique_ptr<CCommand> MakeServe();
 
 }  // namespace talven

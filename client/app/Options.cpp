@@ -132,6 +132,21 @@ void AddAlignment(CLI::App& rApp, AlignRequest& rRequest, std::string& rXf)
     rApp.option_defaults()->group("Options");
 }
 
+void AddTilting(CLI::App& rApp, ReconRequest& rRequest)
+{
+    rApp.option_defaults()->group(g_pcAlignment);
+    rApp.add_option("--angle-offset", rRequest.dAngleOffset, "Added to all angles, degrees")
+        ->check(CLI::Range(-180.0, 180.0));
+    rApp.add_option("--shift-z", rRequest.aAlign.dShiftZ,
+                    "Move the specimen by so many voxels towards higher slices")
+        ->check(CLI::Range(-1e5, 1e5));
+    rApp.add_option("--x-tilt", rRequest.aAlign.dTiltX,
+                    "The specimen rises towards +Y by this angle, degrees: lay it flat")
+        ->check(CLI::Range(-60.0, 60.0))
+        ->type_name("DEG");
+    rApp.option_defaults()->group("Options");
+}
+
 void AddForm(CLI::App& rApp, VolumeForm& rForm)
 {
     rApp.option_defaults()->group("Form of the volume");
@@ -172,9 +187,8 @@ void AddForm(CLI::App& rApp, VolumeForm& rForm)
     rApp.option_defaults()->group("Options");
 }
 
-void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial)
+void AddMethodName(CLI::App& rApp, ReconRequest& rRequest)
 {
-    rApp.option_defaults()->group("Method");
     rApp.add_option_function<std::string>(
             "--method",
             [&rRequest](const std::string& strMethod)
@@ -187,6 +201,12 @@ void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial)
             "projection); all but wbp keep the volume from falling below 0")
         ->check(CLI::IsMember(g_vstrMethods))
         ->default_str("sart");
+}
+
+void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial)
+{
+    rApp.option_defaults()->group("Method");
+    AddMethodName(rApp, rRequest);
     rApp.add_option("--iterations", rRequest.iIterations, "Iterations of sart or em")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();

@@ -46,8 +46,12 @@ inline constexpr const char* g_pcAlignment = "Alignment of raw views";
 /// --xf, --tilt-axis, --bin and --size.
 /// \param rXf  file with the maps
 void AddAlignment(CLI::App& rApp, AlignRequest& rRequest, std::string& rXf);
+/// --angle-offset, --shift-z and --x-tilt.
+void AddTilting(CLI::App& rApp, ReconRequest& rRequest);
 /// How a volume is stored.
 void AddForm(CLI::App& rApp, VolumeForm& rForm);
+/// --method.
+void AddMethodName(CLI::App& rApp, ReconRequest& rRequest);
 /// The options that say how a volume is reconstructed, and from which views.
 /// \param rInitial  file with the volume to start from
 void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial);

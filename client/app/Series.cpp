@@ -1,6 +1,7 @@
 #include "Series.h"
 
 #include "Options.h"
+#include "talven/DoseFilter.h"
 #include "talven/FileImages.h"
 #include "talven/Text.h"
 
@@ -15,17 +16,7 @@ void CSeries::AddOptions(CLI::App& rApp, ReconRequest& rRequest)
         ->required();
     m_aFiles.AddOptions(rApp);
     AddAlignment(rApp, rRequest.aAlign, m_strXf);
-    rApp.option_defaults()->group(g_pcAlignment);
-    rApp.add_option("--angle-offset", rRequest.dAngleOffset, "Added to all angles, degrees")
-        ->check(CLI::Range(-180.0, 180.0));
-    rApp.add_option("--shift-z", rRequest.aAlign.dShiftZ,
-                    "Move the specimen by so many voxels towards higher slices")
-        ->check(CLI::Range(-1e5, 1e5));
-    rApp.add_option("--x-tilt", rRequest.aAlign.dTiltX,
-                    "The specimen rises towards +Y by this angle, degrees: lay it flat")
-        ->check(CLI::Range(-60.0, 60.0))
-        ->type_name("DEG");
-    rApp.option_defaults()->group("Options");
+    AddTilting(rApp, rRequest);
     m_aXray.AddOptions(rApp);
 }
 
@@ -40,7 +31,11 @@ bool CSeries::Open()
 
 ImageSource CSeries::GetViews(std::span<const int> iViews)
 {
-    return m_aXray.Correct(ReadFrom(*m_pStack, iViews));
+    ImageSource Views = m_aXray.Correct(ReadFrom(*m_pStack, iViews));
+    if (!m_aFiles.IsDoseWeighted()) return Views;
+    std::vector<ViewDose> aDoses;
+    for (const int iView : iViews) aDoses.push_back(GetDoses()[std::size_t(iView)]);
+    return WeighByDose(Views, GetSize(), GetPixel(), m_aFiles.GetVoltage(), aDoses);
 }
 
 }  // namespace talven

@@ -39,7 +39,7 @@ public:
     /// What is done to X-ray views.
     const CXrayViews& GetXray() const { return m_aXray; }
 
-    /// Image i is view iViews[i]. Borrows both.
+    /// Image i is view iViews[i], corrected and weighed as the options ask. Borrows both.
     ImageSource GetViews(std::span<const int> iViews);
 
     const std::string& GetError() const { return m_strError; }

@@ -59,13 +59,18 @@ void CSeriesFiles::AddOptions(CLI::App& rApp)
             "Angles, tilt axis, pixel size and doses of the views (.mdoc)");
     AddParsed(rApp, "--from", "FILE[,FILE]", m_vstrFrom, ParseFiles,
               "Take tilt.com, newst.com or both; options that are given win");
+    rApp.add_flag(
+        "--dose-weight", m_bDoseWeight,
+        "Weigh the details of each view by what the dose up to it has left of them, by the "
+        "doses of --mdoc");
 }
 
 bool CSeriesFiles::Read(CImageStack& rStack, const std::string& strXf, ReconRequest& rRequest)
 {
     m_pStack = &rStack;
     return mReadFiles(strXf, rRequest) && mCheckPixel() && mTakeBin(rRequest) &&
-           mTakeAxis(rRequest) && mTakeVolume(rRequest) && mTakeAngles() && mTakeViews(rRequest);
+           mTakeAxis(rRequest) && mTakeVolume(rRequest) && mTakeAngles() && mTakeViews(rRequest) &&
+           (!m_bDoseWeight || mCheckDoses());
 }
 
 bool CSeriesFiles::mReadFiles(const std::string& strXf, ReconRequest& rRequest)
@@ -288,6 +293,24 @@ bool CSeriesFiles::mTakeViews(ReconRequest& rRequest)
     std::string strViews;
     for (const int iView : m_aViews.viMissing) strViews += Format(" %d", iView + 1);
     mNote("left out, not in " + m_strMdoc + ": view" + strViews);
+    return true;
+}
+
+/// Without one of these the weights would be guessed.
+bool CSeriesFiles::mCheckDoses()
+{
+    if (m_strMdoc.empty()) return mFail("--dose-weight takes the doses from --mdoc");
+    if (GetDoses().empty())
+        return mFail("--dose-weight: " + m_strMdoc +
+                     " does not have the ExposureDose of every view");
+    if (!IsKnown(m_dPixel) && !m_aMdoc.dPixel)
+        return mFail("--dose-weight: neither " + m_strMdoc + " nor " + m_pStack->GetPath() +
+                     " has the pixel size");
+    double dMost = 0;
+    for (const ViewDose& rDose : GetDoses())
+        dMost = std::max(dMost, rDose.dPrior + rDose.dExposure);
+    mNote(Format("weighed by dose, up to %g electrons per square Angstrom at %g kV", dMost,
+                 GetVoltage()));
     return true;
 }
 

@@ -19,7 +19,7 @@ namespace talven
 class CSeriesFiles
 {
 public:
-    /// --angles, --mdoc and --from.
+    /// --angles, --mdoc, --from and --dose-weight.
     /// \param rApp  its other options win over files when they are given; outlives this
     void AddOptions(CLI::App& rApp);
     /// Reads the files.
@@ -32,6 +32,10 @@ public:
     const std::vector<float>& GetAngles() const { return m_vfAngles; }
     /// Of every view of the stack; empty: not known.
     const std::vector<ViewDose>& GetDoses() const { return m_aViews.aDoses; }
+    /// Whether the views shall be weighed by them; then all that this takes is known.
+    bool IsDoseWeighted() const { return m_bDoseWeight; }
+    /// Of the microscope, kV; 300 where no file tells.
+    double GetVoltage() const { return m_aMdoc.dVoltage.value_or(0) > 0 ? *m_aMdoc.dVoltage : 300; }
     /// Angstrom per pixel of the stack; 0: not known.
     double GetPixel() const { return m_dPixel; }
     /// Where the angles came from, and what else a user might not expect; one line.
@@ -51,6 +55,7 @@ private:
     bool mTakeMdocAngles();
     bool mCheckAngles();
     bool mTakeViews(ReconRequest& rRequest);
+    bool mCheckDoses();
 
     bool mIsGiven(const char* pcOption) const;
     /// Pixels of the aligned views in one of the command file's lengths.
@@ -66,6 +71,7 @@ private:
     SeriesCommands m_aCommands;
     Mdoc m_aMdoc;
     MdocViews m_aViews;
+    bool m_bDoseWeight = false;
     bool m_bRaw = false;  // the stack's views are not aligned yet
     std::string m_strAnglesFrom;
     std::vector<float> m_vfAngles;

@@ -58,6 +58,11 @@ constexpr struct
      "  talven phantom --size 512,256 --thickness 128 --noise 0.02 --seed 1 phantom\n"
      "  talven reconstruct --tilts phantom.mrc --angles phantom.tlt --thickness 128 \\\n"
      "      -o volume.mrc --reference phantom_truth.mrc"},
+    {"check-geometry", "Tell which way a series turns, where slice 0 and the centre are",
+     MakeCheckGeometry,
+     "Examples:\n"
+     "  talven check-geometry\n"
+     "  talven check-geometry --tilt-axis 85.3 --bin 2 --shift-z 4 --orientation xzy --flip-z"},
     {"serve", "Run talven-server in the foreground", MakeServe,
      "With an option, the settings are these and the environment's; without any, a config.gpu\n"
      "in the working directory counts.\n"

@@ -48,7 +48,8 @@ constexpr Key g_aKeys[] = {
     {"RotationAngle", &MdocSection::dRotation, -1e6, 1e6, "an angle in degrees"},
     {"ExposureDose", &MdocSection::dExposure, 0, 1e6, "a dose of 0 or more"},
     {"PriorRecordDose", &MdocSection::dPrior, 0, 1e6, "a dose of 0 or more"},
-    {"PixelSpacing", &MdocSection::dPixel, 1e-3, 1e6, "a pixel size in Angstrom"}};
+    {"PixelSpacing", &MdocSection::dPixel, 1e-3, 1e6, "a pixel size in Angstrom"},
+    {"Voltage", &MdocSection::dVoltage, 0, 1e4, "a voltage in kV"}};
 
 /// Takes the lines one after the other.
 class CMdocLines
@@ -76,9 +77,11 @@ public:
     void Finish()
     {
         m_rMdoc.dPixel = m_aGlobal.dPixel;
+        m_rMdoc.dVoltage = m_aGlobal.dVoltage;
         for (const MdocSection& rSection : m_rMdoc.aSections)
         {
             if (!m_rMdoc.dPixel) m_rMdoc.dPixel = rSection.dPixel;
+            if (!m_rMdoc.dVoltage) m_rMdoc.dVoltage = rSection.dVoltage;
             m_rMdoc.bRotation = m_rMdoc.bRotation || rSection.dRotation;
         }
         m_rMdoc.bRotation = m_rMdoc.bRotation || m_aGlobal.dRotation;

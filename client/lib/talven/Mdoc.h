@@ -25,6 +25,7 @@ struct MdocSection
     std::optional<double> dPrior;        ///< e/A^2
     std::optional<double> dPixel;        ///< Angstrom
     std::optional<double> dRotation;     ///< RotationAngle, degrees
+    std::optional<double> dVoltage;      ///< of the microscope, kV
     std::optional<std::int64_t> lTaken;  ///< time, seconds; only good for the order
 };
 
@@ -32,8 +33,9 @@ struct MdocSection
 /// `[ZValue = N]` or `[FrameSet = N]` for one of them.
 struct Mdoc
 {
-    std::string strName;           ///< of the file
-    std::optional<double> dPixel;  ///< Angstrom, of all views or of the first
+    std::string strName;             ///< of the file
+    std::optional<double> dPixel;    ///< Angstrom, of all views or of the first
+    std::optional<double> dVoltage;  ///< kV, of all views or of the first
     std::optional<double>
         dTiltAxis;           ///< from the title; degrees from the images' +Y axis, counterclockwise
     bool bRotation = false;  ///< a section has a RotationAngle
