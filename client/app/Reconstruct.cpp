@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <filesystem>
 #include <optional>
 
 #include "Command.h"
+#include "Halves.h"
 #include "Options.h"
 #include "Preview.h"
 #include "RfactorPlot.h"
@@ -49,7 +49,6 @@ private:
 
     std::string m_strOutput, m_strInitial;
     std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference, m_strReport;
-    bool m_bHalves = false;
     ReconRequest m_aRequest;
     VolumeForm m_aForm;
 
@@ -58,6 +57,7 @@ private:
     ReconPlan m_aPlan;
     CReconstruction m_aJob{m_aLink, m_aReport};
     CVolumeOutput m_aOutput{m_aJob};
+    CHalves m_aHalves{m_aSeries, m_aJob, m_aOutput, m_aReport};
     std::optional<CSlices> m_aViews;
     CAgreement m_aAgreement;
     std::vector<ImageStatistics> m_aPixels;  // of the plan's views
@@ -88,11 +88,7 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
               "HTML page: slices, R-factors, views that stand out, how it was made");
     AddResult("--reference", m_strReference,
               "Compare the volume with this one: correlation and relative RMS error");
-    rApp.add_option_function<std::string>(
-            "--halves", [this](const std::string&) { m_bHalves = true; },
-            "Two more volumes, NAME_even and NAME_odd, each of every second view by angle")
-        ->group("Further results")
-        ->check(CLI::IsMember({"even-odd"}));
+    m_aHalves.AddOption(rApp);
     AddForm(rApp, m_aForm);
     mAddServerOptions(rApp);
     mAddReportOptions(rApp);
@@ -112,7 +108,7 @@ bool CReconstructCommand::Run()
         m_aReport.PrintLine(Format("%s: %llu voxels would have fallen further", m_strOutput.c_str(),
                                    (unsigned long long)m_aJob.GetCutVoxels()));
     if (!m_strReport.empty() && !mFillPage()) return false;
-    const bool bDone = !m_bHalves || m_aReport.IsEnough() || mMakeHalves();
+    const bool bDone = !m_aHalves.IsWanted() || m_aReport.IsEnough() || mMakeHalves();
     return (m_strReport.empty() || mWritePage()) && bDone;
 }
 
@@ -128,11 +124,8 @@ bool CReconstructCommand::mMakePlan()
         return mFail("--initial-volume: a weighted back projection starts from nothing");
     if (m_aPlan.dTiltX != 0 && !m_strInitial.empty())
         return mFail("--initial-volume: not with --x-tilt, which turns the volume at the end");
-    ReconPlan aHalf;
-    if ((m_bHalves && !MakeHalfPlan(m_aRequest, m_aPlan, 0, 0, aHalf, strError)) ||
-        !CheckForm(m_aForm, m_aPlan.GetResultSize(), strError))
-        return mFail("--" + strError);
-    return mCheckSize(m_aPlan.aSize);
+    if (!CheckForm(m_aForm, m_aPlan.GetResultSize(), strError)) return mFail("--" + strError);
+    return mCheck(m_aHalves.Check(m_aRequest, m_aPlan), m_aHalves) && mCheckSize(m_aPlan.aSize);
 }
 
 /// Inputs that must fit the volume, and the outputs: what cannot be written is said before the
@@ -163,27 +156,11 @@ bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& 
                         rSize.iVolZ));
 }
 
-/// The same of every second view, and of the others.
 bool CReconstructCommand::mMakeHalves()
 {
     const ImageSource Initial = m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial);
-    const int iIterations = mGetIterations();
-    for (const int iHalf : {1, 0})
-    {
-        const char* pcHalf = iHalf == 1 ? "even" : "odd";
-        std::filesystem::path aPath = m_strOutput;
-        aPath.replace_filename(aPath.stem().string() + "_" + pcHalf + aPath.extension().string());
-        ReconPlan aHalf;
-        if (!MakeHalfPlan(m_aRequest, m_aPlan, iHalf, iIterations, aHalf, m_strError) ||
-            !mCheck(m_aJob.Restart(aHalf, Initial) && m_aJob.Run(), m_aJob))
-            return false;
-        if (m_aReport.IsEnough()) return mFail("interrupted: the volume of all views is complete");
-        if (!mCheck(m_aOutput.Write(aPath, aHalf.DescribeMethod() + ", " + pcHalf + " views"),
-                    m_aOutput))
-            return false;
-        m_aReport.PrintLine(aPath.string() + Format(": %zu views", aHalf.viViews.size()));
-    }
-    return true;
+    return mCheck(m_aHalves.Make(m_aRequest, m_aPlan, mGetIterations(), m_strOutput, Initial),
+                  m_aHalves);
 }
 
 std::string CReconstructCommand::mDescribe() const
@@ -196,7 +173,7 @@ std::string CReconstructCommand::mDescribe() const
         "the server needs %s of memory",
         m_aSeries.GetPath().c_str(), m_aSeries.GetXray().Describe().c_str(), rSize.iProjX,
         rSize.iProjY, rSize.iProjs, m_aSeries.GetViewCount(), double(*pLow), double(*pHigh),
-        rSize.iVolX, rSize.iProjY, rSize.iVolZ, m_aPlan.DescribeMethod().c_str(),
+        rSize.iVolX, rSize.iProjY, m_aPlan.iThickness, m_aPlan.DescribeMethod().c_str(),
         FormatBytes(rSize.GetBytes(m_aServerOptions.EstimateDevices())).c_str());
 }
 

@@ -29,9 +29,9 @@ bool CSeries::Open()
            m_aXray.Open(*m_pStack, GetAngles(), *m_pRequest, m_strError);
 }
 
-ImageSource CSeries::GetViews(std::span<const int> iViews)
+ImageSource CSeries::GetViewsOf(CImageStack& rStack, std::span<const int> iViews) const
 {
-    ImageSource Views = m_aXray.Correct(ReadFrom(*m_pStack, iViews));
+    ImageSource Views = m_aXray.Correct(ReadFrom(rStack, iViews));
     if (!m_aFiles.IsDoseWeighted()) return Views;
     std::vector<ViewDose> aDoses;
     for (const int iView : iViews) aDoses.push_back(GetDoses()[std::size_t(iView)]);

@@ -40,7 +40,9 @@ public:
     const CXrayViews& GetXray() const { return m_aXray; }
 
     /// Image i is view iViews[i], corrected and weighed as the options ask. Borrows both.
-    ImageSource GetViews(std::span<const int> iViews);
+    ImageSource GetViews(std::span<const int> iViews) { return GetViewsOf(*m_pStack, iViews); }
+    /// The same of another stack of the same views.
+    ImageSource GetViewsOf(CImageStack& rStack, std::span<const int> iViews) const;
 
     const std::string& GetError() const { return m_strError; }
 

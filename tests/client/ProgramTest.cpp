@@ -239,6 +239,8 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
         {1, "--scale: only modes 0 and 1", strR, "--scale 0,1"},
         {2, "--scale: expected the lower", strR, "--mode 1 --scale 1,0"},
         {1, "--halves: one view", strR, "--halves even-odd --include 3"},
+        {2, "--halves: expected even-odd or two", strR, "--halves odd"},
+        {1, "hole.mrc is 90 x 43 x 1, but ph.mrc is", strR, "--halves hole.mrc,ph.mrc"},
         {1, "--halves: give --subsets", strR, "--halves even-odd --subset-sizes 20,21"},
         {1, "--unconstrained: only SART", strR, "--unconstrained --method wbp"},
         {1, "--weight-box: not with", strR, "--unconstrained --weight-box 0,0,1,1"},

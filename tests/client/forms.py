@@ -56,6 +56,17 @@ def main():
     middle = np.s_[5:25, :, 10:40]  # in all views
     error = np.abs((parts[0] + parts[1]) / 2 - read("rec.mrc"))[middle].max()
     good &= check(f"mean of the halves: {error:.1e}", error < 5e-5)
+
+    for name, factor in ("a", 0.5), ("b", 2):
+        with mrcfile.new(f"{name}.st", (stack * factor).astype("f4"), overwrite=True):
+            pass
+    for extra in ("--unconstrained",), ("--tilt-axis", "3", "--method", "wbp"):
+        options = ("--angles", "mixed.tlt", "--thickness", "30", "--iterations", "2") + extra
+        run("reconstruct", "--tilts", "mixed.mrc", *options, "--halves", "a.st,b.st", "-o", "rec.mrc")
+        for name in "ab":
+            run("reconstruct", "--tilts", f"{name}.st", *options, "-o", "own.mrc")
+            same = np.array_equal(read(f"rec_{name}.mrc"), read("own.mrc"))
+            good &= check(f"frames {name}, {extra[0]}", same)
     return 0 if good else 1
 
 
