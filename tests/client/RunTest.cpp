@@ -16,6 +16,13 @@ namespace
 
 class ClientRun : public CProgramTest
 {
+protected:
+    /// Removes what private servers left when nobody could do it any more.
+    void mForgetServers()
+    {
+        std::filesystem::remove_all(m_aDir / "tmp");
+        std::filesystem::create_directory(m_aDir / "tmp");
+    }
 };
 
 TEST_F(ClientRun, AnInterruptOrADeadServerLeavesNothing)
@@ -39,8 +46,7 @@ TEST_F(ClientRun, AnInterruptOrADeadServerLeavesNothing)
         EXPECT_EQ(std::filesystem::is_empty(m_aDir / "tmp"), iCase != 2);
         close(aServerEnds.fd);
     }
-    std::filesystem::remove_all(m_aDir / "tmp");  // nobody was left to do it
-    std::filesystem::create_directory(m_aDir / "tmp");
+    mForgetServers();
 }
 
 TEST_F(ClientRun, AnInterruptedRunKeepsItsLastIterate)
@@ -52,6 +58,32 @@ TEST_F(ClientRun, AnInterruptedRunKeepsItsLastIterate)
     EXPECT_NE(m_strOut.find("; ended after "), std::string::npos) << m_strOut;
     EXPECT_EQ(mRead("rec.mrc").size(), 90u * 43 * 36) << m_aReader.GetError();
     WriteFile(m_aDir / "rec.mrc", "precious");
+}
+
+TEST_F(ClientRun, AnInterruptAtAnyTimeLeavesAWholeFileOrNone)
+{
+    int iKept = 0, iNone = 0;
+    for (int i = 0; i < 8; ++i)  // from before the upload on; every second one once more, later
+    {
+        const auto Later = [](int iMilliseconds)
+        { std::this_thread::sleep_for(std::chrono::milliseconds(iMilliseconds)); };
+        WriteFile(m_aDir / "rec.mrc", "precious");
+        const pid_t iClient = mStart(g_strReconstruct + "--iterations 100000 --mode 1");
+        Later(20 + 12 * i);
+        kill(iClient, SIGINT);
+        if (i % 2 == 1) Later(i);
+        if (i % 2 == 1) kill(iClient, SIGINT);
+        const int iExit = mWait(iClient);
+        if (iExit == 0)
+            iKept += mRead("rec.mrc").size() == 90u * 43 * 36;
+        else
+            iNone += ReadFile(m_aDir / "rec.mrc") == "precious";
+    }
+    EXPECT_GT(iKept, 0);
+    EXPECT_GT(iNone, 0);
+    EXPECT_EQ(iKept + iNone, 8) << m_strErr;
+    WriteFile(m_aDir / "rec.mrc", "precious");
+    mForgetServers();
 }
 
 TEST_F(ClientRun, AServerOfOneselfServesManyClients)
