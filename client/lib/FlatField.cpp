@@ -32,24 +32,35 @@ bool ReadMean(CImageStack* pFrames, const ImageSize& rSize, double dNone,
     return true;
 }
 
+double FindMedian(std::vector<double> vd)
+{
+    const auto pMiddle = vd.begin() + std::ptrdiff_t(vd.size() / 2);
+    std::nth_element(vd.begin(), pMiddle, vd.end());
+    return *pMiddle;
+}
+
 }  // namespace
 
 bool CFlatField::Make(CImageStack* pFlat, CImageStack* pDark, bool bMinusLog,
                       const ImageSize& rSize, std::string& rError)
 {
     m_bMinusLog = bMinusLog;
+    m_tX = static_cast<std::size_t>(rSize.iX);
     m_vfDark.clear();
     m_vfGain.clear();
     if (pFlat == nullptr && pDark == nullptr) return true;
     std::vector<double> vdFlat, vdDark;
     if (!ReadMean(pDark, rSize, 0, vdDark, rError)) return false;
     if (pFlat != nullptr && !ReadMean(pFlat, rSize, 0, vdFlat, rError)) return false;
+    for (std::size_t t = 0; t < vdDark.size() && !vdFlat.empty(); ++t) vdFlat[t] -= vdDark[t];
+    const double dLeast = vdFlat.empty() ? 0 : m_dLeastBeam * FindMedian(vdFlat);
     for (std::size_t t = 0; t < vdDark.size(); ++t)
     {
-        const double dBeam = vdFlat.empty() ? 1 : vdFlat[t] - vdDark[t];
+        const double dBeam = vdFlat.empty() ? 1 : vdFlat[t];
         const auto fGain = static_cast<float>(1 / dBeam);
         const auto fDark = static_cast<float>(vdDark[t]);
-        const bool bDead = !(dBeam > 0) || !std::isfinite(fGain) || IsMissing(fDark);
+        const bool bDead =
+            !(dBeam > std::max(0.0, dLeast)) || !std::isfinite(fGain) || IsMissing(fDark);
         m_vfDark.push_back(fDark);
         m_vfGain.push_back(bDead ? 0 : fGain);
     }
@@ -67,6 +78,24 @@ void CFlatField::Correct(std::span<float> fView) const
             rf = g_fMissing;
         else if (m_bMinusLog)
             rf = -std::log(std::max(rf, m_fLeast));
+    }
+    for (std::size_t t = 0; t < m_vfGain.size(); t += m_tX)
+        mBridge(fView.subspan(t, m_tX), std::span(m_vfGain).subspan(t, m_tX));
+}
+
+/// Puts a straight line over the dead pixels of a row.
+void CFlatField::mBridge(std::span<float> fRow, std::span<const float> fGains) const
+{
+    for (std::size_t tFirst = 0, tEnd = 0; tFirst < m_tX; tFirst = tEnd + 1)
+    {
+        for (tEnd = tFirst; tEnd < m_tX && fGains[tEnd] == 0;) ++tEnd;
+        if (tEnd == tFirst) continue;
+        float fLeft = tFirst > 0 ? fRow[tFirst - 1] : g_fMissing;
+        float fRight = tEnd < m_tX ? fRow[tEnd] : g_fMissing;
+        if (IsMissing(fLeft)) fLeft = fRight;
+        if (IsMissing(fRight)) fRight = fLeft;
+        for (std::size_t t = tFirst; t < tEnd; ++t)
+            fRow[t] = std::lerp(fLeft, fRight, float(t - tFirst + 1) / float(tEnd - tFirst + 1));
     }
 }
 

@@ -52,8 +52,13 @@ TEST(ClientXray, DividesByTheFlatField)
         return vfView;
     };
     EXPECT_EQ(Correct(nullptr, nullptr, false, vfRaw), vfRaw);
-    EXPECT_EQ(Correct(&aFlat, &aDark, false, vfRaw), (Floats{0.5f, 0, fNone, fNone, fNone, fNone}));
-    EXPECT_EQ(Correct(nullptr, &aDark, false, vfRaw), (Floats{45, 0, 10, 10, 10, fNone}));
+    EXPECT_EQ(Correct(&aFlat, &aDark, false, vfRaw), (Floats{0.5f, 0, 0, 0, 0, 0}))
+        << "after the last";
+    EXPECT_EQ(Correct(nullptr, &aDark, false, vfRaw), (Floats{45, 0, 10, 10, 10, 10}));
+    CFrames aGap(aSize, {0, 50, 0, 1e-3f, 50, 100}), aNothing(aSize, Floats(6));
+    EXPECT_EQ(Correct(&aGap, nullptr, false, {9, 50, 9, 9, 200, 50}),
+              (Floats{1, 1, 2, 3, 4, 0.5f}));
+    EXPECT_EQ(Correct(&aNothing, nullptr, false, vfRaw), Floats(6, fNone));
     const Floats vfLog = Correct(nullptr, nullptr, true, {1, 0.5f, 1e-3f, 0, -7, fNone});
     const double adExpected[] = {0, std::log(2), 3 * std::log(10), 4 * std::log(10),
                                  4 * std::log(10)};

@@ -17,7 +17,7 @@ COLUMNS, ROWS, AXIS = 96, 20, 50.3
 ANGLES = np.arange(120) * 1.5  # the view at 180 degrees is not taken
 # x, y, z from the centre of the volume, radius, absorption a voxel
 BALLS = np.array([[14, 1, -9, 8, 0.02], [-18, -4, 6, 5, 0.03], [2, 6, 20, 2.5, 0.05]])
-DEAD = 0, 31  # row from the top, which no ball reaches, and column
+DEAD = 9, 31  # row from the top and column
 
 
 def run(*arguments):
@@ -102,8 +102,7 @@ def check_balls(volume):
         off = np.abs(np.subtract(place, (bx, by, bz))).max()
         good &= check(f"ball of {radius}: {off:.3f} away, mass {mass:.3f}",
                       off < 0.02 and abs(mass - 1) < 0.05)
-    top = np.abs(volume[:, -1]).max()
-    return good & check(f"row with the dead pixel: at most {top:.5f}", top < 1e-3)
+    return good
 
 
 def main():

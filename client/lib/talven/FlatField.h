@@ -19,6 +19,8 @@ public:
     /// What is let through is at least this before the logarithm: there a camera sees nothing but
     /// its noise. -ln of it is 9.2.
     static constexpr float m_fLeast = 1e-4f;
+    /// Pixels that see less than this share of the median beam are dead.
+    static constexpr double m_dLeastBeam = 1e-3;
 
     /// Takes the means of all flat and of all dark frames.
     /// \param pFlat  nullptr: 1 everywhere
@@ -31,14 +33,18 @@ public:
     /// Whether views stay as they are.
     bool IsNone() const { return !m_bMinusLog && m_vfGain.empty(); }
 
-    /// A view in place. Pixels that are missing stay so; those that are no brighter in the flat
-    /// than in the dark frames become missing.
+    /// A view in place. Pixels that are missing stay so. Dead ones get what lies on a straight line
+    /// between their neighbours in the row, or the value of the only one; those of a row without
+    /// any become missing.
     void Correct(std::span<float> fView) const;
     /// The same of each image that this source gives. Borrows this object.
     ImageSource Correct(ImageSource Views) const;
 
 private:
+    void mBridge(std::span<float> fRow, std::span<const float> fGains) const;
+
     bool m_bMinusLog = false;
+    std::size_t m_tX = 0;
     std::vector<float> m_vfDark, m_vfGain;  // [y][x], both or none; gain 0: a dead pixel
 };
 
