@@ -16,6 +16,7 @@ void CCommand::mAddServerOptions(CLI::App& rApp)
         std::uint16_t usPort = 0;
         return ParseServer(strText, strHost, usPort) ? std::string() : "expected HOST:PORT";
     };
+    rApp.option_defaults()->group("Server");
     CLI::Option* pServer =
         rApp.add_option("--server", m_aServerOptions.strServer,
                         "Use the server at HOST:PORT instead of a private one on this machine")
@@ -25,6 +26,7 @@ void CCommand::mAddServerOptions(CLI::App& rApp)
         ->check(CLI::Range(1, g_iMaxDevices))
         ->excludes(pServer);
     AddBackend(rApp, m_aServerOptions.strBackend)->excludes(pServer);
+    rApp.option_defaults()->group("Options");
 }
 
 void CCommand::mAddReportOptions(CLI::App& rApp)

@@ -30,8 +30,8 @@ constexpr struct
      "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 -o rec.mrc\n"
      "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --subsets 6 \\\n"
      "      --relaxation 0.5:0.9 --exclude 3,7-9 -o rec.mrc --preview rec.png\n"
-     "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --smooth 0.7,5 \\\n"
-     "      -o smooth.mrc\n"
+     "  talven reconstruct --tilts raw.st --mdoc raw.st.mdoc --xf raw.xf --thickness 256 \\\n"
+     "      --bin 2 --method wbp --sirt-like 20 -o look.mrc --orientation xzy --mode 1\n"
      "  talven reconstruct --tilts ts.mrc --angles ts.tlt --thickness 256 --method em \\\n"
      "      --iterations 20 --server gpubox:20248 -o rec.mrc --rfactor-plot r.png\n"
      "  talven reconstruct --config ts.toml --subsets 8 -o other.mrc   (see --save-config)"},
