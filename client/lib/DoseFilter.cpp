@@ -3,20 +3,20 @@
 #include <kiss_fftr.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <numbers>
-#include <thread>
+
+#include "Gaps.h"
+#include "Share.h"
 
 namespace talven
 {
 namespace
 {
 
-constexpr int g_iMargin = 64;  // pixels beyond the edges, at least; no detail reaches further
-constexpr int g_iColumns = 8;  // transformed together: a cache line of the spectrum
-constexpr int g_iMostThreads = 16;
+constexpr int g_iMargin = 64;    // pixels beyond the edges, at least; no detail reaches further
+constexpr int g_iColumns = 8;    // transformed together: a cache line of the spectrum
 constexpr double g_dRest = 511;  // energy of an electron at rest, keV
 
 /// (v / c)^2 of electrons.
@@ -24,26 +24,6 @@ double GetSquareOfSpeed(double dKilovolts)
 {
     const double dGamma = 1 + dKilovolts / g_dRest;
     return 1 - 1 / (dGamma * dGamma);
-}
-
-/// Line between the neighbours of missing pixels, the nearest pixel at the ends.
-/// \return false when all are missing
-bool FillRow(std::span<float> fRow)
-{
-    std::size_t tLast = fRow.size();  // given one before; the size: none
-    for (std::size_t i = 0; i < fRow.size(); ++i)
-    {
-        if (IsMissing(fRow[i])) continue;
-        const bool bFirst = tLast == fRow.size();
-        const float fFrom = bFirst ? fRow[i] : fRow[tLast];
-        const std::size_t tFrom = bFirst ? 0 : tLast + 1;
-        const float fStep = bFirst ? 0 : (fRow[i] - fFrom) / float(i - tLast);
-        for (std::size_t k = tFrom; k < i; ++k) fRow[k] = fFrom + float(k + 1 - tFrom) * fStep;
-        tLast = i;
-    }
-    if (tLast == fRow.size()) return false;
-    std::fill(fRow.begin() + std::ptrdiff_t(tLast), fRow.end(), fRow[tLast]);
-    return true;
 }
 
 /// The place of a padded line that is seen after its iLength pixels: a mirror image of each end,
@@ -149,8 +129,8 @@ CDoseFilter::CDoseFilter(const ImageSize& rSize, double dPixel, double dKilovolt
       m_vfImage(m_aPadded.GetPixels()),
       m_pSpectrum(std::make_unique<Spectrum>(m_aPadded))
 {
-    const int iThreads = std::clamp(int(std::thread::hardware_concurrency()), 1, g_iMostThreads);
-    for (int i = 0; i < iThreads; ++i) m_vpWorkers.push_back(std::make_unique<CWorker>(m_aPadded));
+    for (int i = CountThreads(); i > 0; --i)
+        m_vpWorkers.push_back(std::make_unique<CWorker>(m_aPadded));
     for (int y = 0; y <= m_aPadded.iY / 2; ++y)
         for (int x = 0; x <= m_aPadded.iX / 2; ++x)
         {
@@ -173,15 +153,8 @@ double CDoseFilter::GetCriticalDose(double dFrequency, double dKilovolts)
 template <class F>
 void CDoseFilter::mShare(int iCount, const F& Work)
 {
-    const auto iWorkers = static_cast<int>(m_vpWorkers.size());
-    std::atomic<int> iNext = 0;
-    std::vector<std::jthread> aThreads;
-    for (int w = 0; w < iWorkers; ++w)
-        aThreads.emplace_back(
-            [&iNext, &Work, iCount, pWorker = m_vpWorkers[std::size_t(w)].get()]
-            {
-                for (int i = iNext++; i < iCount; i = iNext++) Work(*pWorker, i);
-            });
+    Share(static_cast<int>(m_vpWorkers.size()), iCount,
+          [&](int iThread, int i) { Work(*m_vpWorkers[std::size_t(iThread)], i); });
 }
 
 void CDoseFilter::Run(std::span<float> fPixels, const ViewDose& rDose)
@@ -220,7 +193,7 @@ void CDoseFilter::mFillMissing(std::span<const float> fPixels)
     {
         std::ranges::copy(fPixels.subspan(std::size_t(y) * Row(0).size(), Row(0).size()),
                           Row(y).begin());
-        if (FillRow(Row(y)))
+        if (FillGaps(Row(y)))
         {
             for (int k = 0; iGiven < 0 && k < y; ++k) std::ranges::copy(Row(y), Row(k).begin());
             iGiven = y;

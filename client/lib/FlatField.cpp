@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Gaps.h"
 #include "talven/Text.h"
 
 namespace talven
@@ -83,20 +84,14 @@ void CFlatField::Correct(std::span<float> fView) const
         mBridge(fView.subspan(t, m_tX), std::span(m_vfGain).subspan(t, m_tX));
 }
 
-/// Puts a straight line over the dead pixels of a row.
-void CFlatField::mBridge(std::span<float> fRow, std::span<const float> fGains) const
+/// Gives the dead pixels of a row values.
+void CFlatField::mBridge(std::span<float> fRow, std::span<const float> fGains)
 {
-    for (std::size_t tFirst = 0, tEnd = 0; tFirst < m_tX; tFirst = tEnd + 1)
-    {
-        for (tEnd = tFirst; tEnd < m_tX && fGains[tEnd] == 0;) ++tEnd;
-        if (tEnd == tFirst) continue;
-        float fLeft = tFirst > 0 ? fRow[tFirst - 1] : g_fMissing;
-        float fRight = tEnd < m_tX ? fRow[tEnd] : g_fMissing;
-        if (IsMissing(fLeft)) fLeft = fRight;
-        if (IsMissing(fRight)) fRight = fLeft;
-        for (std::size_t t = tFirst; t < tEnd; ++t)
-            fRow[t] = std::lerp(fLeft, fRight, float(t - tFirst + 1) / float(tEnd - tFirst + 1));
-    }
+    if (std::ranges::find(fGains, 0.0f) == fGains.end()) return;
+    std::vector<float> vfFilled(fRow.begin(), fRow.end());
+    if (!FillGaps(vfFilled)) return;
+    for (std::size_t t = 0; t < fRow.size(); ++t)
+        if (fGains[t] == 0) fRow[t] = vfFilled[t];
 }
 
 ImageSource CFlatField::Correct(ImageSource Views) const

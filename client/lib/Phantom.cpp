@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "Share.h"
+
 namespace talven
 {
 namespace
@@ -181,33 +183,42 @@ CPhantomModel::CPhantomModel(int iX, int iY, int iZ, std::vector<CEllipsoid> aEl
 
 void CPhantomModel::MakeSection(int iZ, std::span<float> fPixels) const
 {
-    std::fill(fPixels.begin(), fPixels.end(), 0.0f);
+    Share(CountThreads(), m_iY, [&](int, int y) { mMakeRow(iZ, y, mGetRow(fPixels, y)); });
+}
+
+void CPhantomModel::mMakeRow(int iZ, int iY, std::span<float> fRow) const
+{
+    std::ranges::fill(fRow, 0.0f);
     const double dZ = iZ - Centre(m_iZ);
     for (const CEllipsoid& rEllipsoid : m_aEllipsoids)
     {
         const Vector& aC = rEllipsoid.GetCentre();
         const Vector& aR = rEllipsoid.GetReach();
-        if (std::fabs(dZ - aC[2]) > aR[2] + 1) continue;
-        const auto [iFirstX, iEndX] = GetIndices(aC[0] - aR[0], aC[0] + aR[0], m_iX);
         const auto [iFirstY, iEndY] = GetIndices(aC[1] - aR[1], aC[1] + aR[1], m_iY);
-        for (int y = iFirstY; y < iEndY; ++y)
-            for (int x = iFirstX; x < iEndX; ++x)
-            {
-                int iInside = 0;
-                for (int i = 0; i < g_iSamples * g_iSamples * g_iSamples; ++i)
-                    iInside += rEllipsoid.Contains(
-                        {x - Centre(m_iX) + SampleOffset(i % g_iSamples),
-                         y - Centre(m_iY) + SampleOffset(i / g_iSamples % g_iSamples),
-                         dZ + SampleOffset(i / (g_iSamples * g_iSamples))});
-                fPixels[std::size_t(y) * std::size_t(m_iX) + std::size_t(x)] += static_cast<float>(
-                    rEllipsoid.GetDensity() * iInside / (g_iSamples * g_iSamples * g_iSamples));
-            }
+        if (std::fabs(dZ - aC[2]) > aR[2] + 1 || iY < iFirstY || iY >= iEndY) continue;
+        const auto [iFirstX, iEndX] = GetIndices(aC[0] - aR[0], aC[0] + aR[0], m_iX);
+        for (int x = iFirstX; x < iEndX; ++x)
+        {
+            int iInside = 0;
+            for (int i = 0; i < g_iSamples * g_iSamples * g_iSamples; ++i)
+                iInside += rEllipsoid.Contains(
+                    {x - Centre(m_iX) + SampleOffset(i % g_iSamples),
+                     iY - Centre(m_iY) + SampleOffset(i / g_iSamples % g_iSamples),
+                     dZ + SampleOffset(i / (g_iSamples * g_iSamples))});
+            fRow[std::size_t(x)] += static_cast<float>(rEllipsoid.GetDensity() * iInside /
+                                                       (g_iSamples * g_iSamples * g_iSamples));
+        }
     }
 }
 
 void CPhantomModel::MakeProjection(double dAngle, std::span<float> fPixels) const
 {
-    std::fill(fPixels.begin(), fPixels.end(), 0.0f);
+    Share(CountThreads(), m_iY, [&](int, int y) { mProjectRow(dAngle, y, mGetRow(fPixels, y)); });
+}
+
+void CPhantomModel::mProjectRow(double dAngle, int iY, std::span<float> fRow) const
+{
+    std::ranges::fill(fRow, 0.0f);
     const double dCos = std::cos(dAngle * g_dRadian);
     const double dSin = std::sin(dAngle * g_dRadian);
     const Vector aRay = {-dSin, 0, dCos};
@@ -215,23 +226,23 @@ void CPhantomModel::MakeProjection(double dAngle, std::span<float> fPixels) cons
     {
         const Vector& aC = rEllipsoid.GetCentre();
         const Vector& aR = rEllipsoid.GetReach();
+        const auto [iFirstY, iEndY] = GetIndices(aC[1] - aR[1], aC[1] + aR[1], m_iY);
+        if (iY < iFirstY || iY >= iEndY) continue;
         const double dU = aC[0] * dCos + aC[2] * dSin;
         const double dReach = aR[0] * std::fabs(dCos) + aR[2] * std::fabs(dSin);
         const auto [iFirstX, iEndX] = GetIndices(dU - dReach, dU + dReach, m_iX);
-        const auto [iFirstY, iEndY] = GetIndices(aC[1] - aR[1], aC[1] + aR[1], m_iY);
-        for (int y = iFirstY; y < iEndY; ++y)
-            for (int x = iFirstX; x < iEndX; ++x)
+        for (int x = iFirstX; x < iEndX; ++x)
+        {
+            double dLength = 0;
+            for (int i = 0; i < g_iSamples * g_iSamples; ++i)
             {
-                double dLength = 0;
-                for (int i = 0; i < g_iSamples * g_iSamples; ++i)
-                {
-                    const double dAcross = x - Centre(m_iX) + SampleOffset(i % g_iSamples);
-                    const double dAlong = y - Centre(m_iY) + SampleOffset(i / g_iSamples);
-                    dLength += rEllipsoid.GetChord({dAcross * dCos, dAlong, dAcross * dSin}, aRay);
-                }
-                fPixels[std::size_t(y) * std::size_t(m_iX) + std::size_t(x)] += static_cast<float>(
-                    rEllipsoid.GetDensity() * dLength / (g_iSamples * g_iSamples));
+                const double dAcross = x - Centre(m_iX) + SampleOffset(i % g_iSamples);
+                const double dAlong = iY - Centre(m_iY) + SampleOffset(i / g_iSamples);
+                dLength += rEllipsoid.GetChord({dAcross * dCos, dAlong, dAcross * dSin}, aRay);
             }
+            fRow[std::size_t(x)] +=
+                static_cast<float>(rEllipsoid.GetDensity() * dLength / (g_iSamples * g_iSamples));
+        }
     }
 }
 

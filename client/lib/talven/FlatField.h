@@ -41,7 +41,7 @@ public:
     ImageSource Correct(ImageSource Views) const;
 
 private:
-    void mBridge(std::span<float> fRow, std::span<const float> fGains) const;
+    static void mBridge(std::span<float> fRow, std::span<const float> fGains);
 
     bool m_bMinusLog = false;
     std::size_t m_tX = 0;

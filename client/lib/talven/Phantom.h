@@ -57,6 +57,13 @@ public:
     void MakeProjection(double dAngle, std::span<float> fPixels) const;
 
 private:
+    std::span<float> mGetRow(std::span<float> fPixels, int iY) const
+    {
+        return fPixels.subspan(std::size_t(iY) * std::size_t(m_iX), std::size_t(m_iX));
+    }
+    void mMakeRow(int iZ, int iY, std::span<float> fRow) const;
+    void mProjectRow(double dAngle, int iY, std::span<float> fRow) const;
+
     int m_iX, m_iY, m_iZ;
     std::vector<CEllipsoid> m_aEllipsoids;
 };
