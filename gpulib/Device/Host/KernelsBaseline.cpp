@@ -18,7 +18,11 @@ typedef int I4 __attribute__((vector_size(16)));
 
 DEVICE_FN float Fma(float fA, float fB, float fC)
 {
+#if defined(__ARM_NEON)
+    return __builtin_fmaf(fA, fB, fC);  // as the vector: the same bits for any number of lanes
+#else
     return fA * fB + fC;
+#endif
 }
 DEVICE_FN F4 Fma(F4 vA, F4 vB, F4 vC)
 {
