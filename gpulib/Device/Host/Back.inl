@@ -184,7 +184,6 @@ DEVICE_FN void UpdateBlock(const BackParams& rP, int iViews, int iX, int iZ,
     using B = Block<LANES>;
     using L = Lanes<LANES>;
     using V = typename L::Vector;
-    float* pfVol = static_cast<float*>(rP.aVol.pvData);
     const int iCountX = rP.iVolX - iX < B::iX ? rP.iVolX - iX : B::iX;
     const int iCountZ = rP.iVolZ - iZ < B::iZ ? rP.iVolZ - iZ : B::iZ;
     for (int z = 0; z < iCountZ; ++z)
@@ -192,8 +191,7 @@ DEVICE_FN void UpdateBlock(const BackParams& rP, int iViews, int iX, int iZ,
         {
             const int j = z * B::iX + x;
             float* pfVoxel =
-                pfVol +
-                (static_cast<std::size_t>(iZ + z + 1) * rP.aVol.iWidth + iX + x + 1) * LANES;
+                RowOf(rP.aVol, iZ + z + 1) + static_cast<std::size_t>(iX + x + 1) * LANES;
             L aValue = Load<LANES>(pfVoxel);
             L aHits = Fill<LANES>(static_cast<float>(rSums.iHits));
             if (rSums.bMixed) aHits = Add<LANES>(aHits, Load<LANES>(rSums.afMixedHits + j * LANES));

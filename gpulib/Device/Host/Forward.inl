@@ -1,303 +1,180 @@
 // Forward projection. Included inside the namespace of an instruction set.
 //
-// The slice is cut into tiles that stay in the cache; every projection of the set passes over a
-// tile before the next one is taken. A sample belongs to the tile that holds the texel to its
-// lower left, so each sample is counted once and samples that cannot touch the slice never.
+// The slice is cut into strips of 32 rows of texels, and a strip into windows; all views of the set
+// pass over a window, which stays in the second-level cache, before the next one is taken. A ray
+// crosses a strip whole, whatever the windows are: it belongs to the one that it meets in the
+// middle of the strip. So the sum of a ray is made strip by strip, in the same order for any set.
+//
+//      strip   |  .  window |     .      |            /  a ray of the right window,
+//      of 32   |   .        |      .     |           /   all of its samples
+//      rows    |    .       |       .    |          /
 
-constexpr int g_iRays = 16;  // neighbouring rays that are handled together
-constexpr int g_iSteps = 8;  // samples of each whose weights are found together
+constexpr int g_iWindow = 64;  // columns
+/// Columns by which a ray may leave its window: half a strip at 45 degrees, and the footprint.
+constexpr int g_iOverhang = g_iStripRows / 2 + 4;
 
-/// Base texels [iX0, iX1) x [iZ0, iZ1); a sample also reads the next texel either way.
-struct Tile
-{
-    int iX0, iX1, iZ0, iZ1;
-    const float* pfTexels;  ///< texel (iX0, iZ0)
-    int iPitch;             ///< values from one row of texels to the next
-};
-
-/// Whether sample i has reached fLimit: false, then true along a ray that rises or falls.
-template <bool FALLS>
-DEVICE_FN int HasReached(float fMiddle, float fSlope, float fHalf, float fLimit, int i)
-{
-    const float fSample = RaySample(fMiddle, fSlope, fHalf, i);
-    return FALLS ? fSample < fLimit : fSample >= fLimit;
-}
-
-/// First sample of 0 .. iSamples that has reached fLimit, by bisection.
-template <bool FALLS>
-static int SearchLimit(float fMiddle, float fSlope, float fHalf, float fLimit, int iSamples)
-{
-    int iLow = 0, iHigh = iSamples;
-    while (iLow < iHigh)
-    {
-        const int iMid = iLow + (iHigh - iLow) / 2;
-        if (HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iMid))
-            iHigh = iMid;
-        else
-            iLow = iMid + 1;
-    }
-    return iLow;
-}
-
-/// The same for neighbouring rays: an estimate, put right by the exact comparison around it.
-template <bool FALLS>
-DEVICE_FN void FindLimits(const float* pfMiddle, float fSlope, float fHalf, float fLimit,
-                          int iSamples, int* piLimit)
-{
-    const float fInverse = 1.0f / fSlope;
-    const float fLast = static_cast<float>(iSamples);
-    int aiWrong[g_iRays];
-    TALVEN_INDEPENDENT
-    for (int r = 0; r < g_iRays; ++r)
-    {
-        const float fMiddle = pfMiddle[r];
-        const float fGuess = fHalf + (fLimit - fMiddle) * fInverse - 1.0f;
-        const float fPositive = fGuess > 0.0f ? fGuess : 0.0f;  // also for NaN
-        const int iStart = static_cast<int>(fPositive < fLast ? fPositive : fLast);
-        const int iBefore = HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iStart - 1);
-        const int i0 = HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iStart);
-        const int i1 = HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iStart + 1);
-        const int i2 = HasReached<FALLS>(fMiddle, fSlope, fHalf, fLimit, iStart + 2);
-        const int iLimit = iStart + 3 - i0 - i1 - i2;
-        piLimit[r] = iLimit < iSamples ? iLimit : iSamples;
-        aiWrong[r] = (iBefore & (iStart > 0)) | ((i2 == 0) & (iLimit < iSamples));
-    }
-    int iWrong = 0;
-    for (int r = 0; r < g_iRays; ++r) iWrong |= aiWrong[r];
-    if (!iWrong) return;
-    for (int r = 0; r < g_iRays; ++r)
-        piLimit[r] = SearchLimit<FALLS>(pfMiddle[r], fSlope, fHalf, fLimit, iSamples);
-}
-
-/// Consecutive samples of neighbouring rays, those that lie in one tile.
-struct Spans
-{
-    alignas(64) int aiFirst[g_iRays];
-    alignas(64) int aiCount[g_iRays];
-};
-
-/// Cuts the spans down to the samples whose coordinate lies in [fLow, fHigh).
-DEVICE_FN void CutSpans(const float* pfMiddle, float fSlope, float fHalf, float fLow, float fHigh,
-                        int iSamples, Spans& rSpans)
-{
-    int iOutside = 0;  // mostly nothing has to be cut
-    for (int r = 0; r < g_iRays; ++r)
-    {
-        const int iLast = rSpans.aiFirst[r] + rSpans.aiCount[r] - 1;
-        const float fFirst = RaySample(pfMiddle[r], fSlope, fHalf, rSpans.aiFirst[r]);
-        const float fLast = RaySample(pfMiddle[r], fSlope, fHalf, iLast);
-        iOutside |= !((fFirst >= fLow) & (fFirst < fHigh) & (fLast >= fLow) & (fLast < fHigh)) &
-                    (rSpans.aiCount[r] > 0);
-    }
-    if (!iOutside) return;
-    int aiFirst[g_iRays], aiEnd[g_iRays];
-    if (fSlope < 0.0f)
-    {
-        FindLimits<true>(pfMiddle, fSlope, fHalf, fHigh, iSamples, aiFirst);
-        FindLimits<true>(pfMiddle, fSlope, fHalf, fLow, iSamples, aiEnd);
-    }
-    else
-    {
-        FindLimits<false>(pfMiddle, fSlope, fHalf, fLow, iSamples, aiFirst);
-        FindLimits<false>(pfMiddle, fSlope, fHalf, fHigh, iSamples, aiEnd);
-    }
-    for (int r = 0; r < g_iRays; ++r)
-    {
-        const int iOldEnd = rSpans.aiFirst[r] + rSpans.aiCount[r];
-        const int iFirst = aiFirst[r] > rSpans.aiFirst[r] ? aiFirst[r] : rSpans.aiFirst[r];
-        const int iEnd = aiEnd[r] < iOldEnd ? aiEnd[r] : iOldEnd;
-        rSpans.aiFirst[r] = iFirst;
-        rSpans.aiCount[r] = iEnd > iFirst ? iEnd - iFirst : 0;
-    }
-}
-
-/// Where some samples of each ray lie: offset of the lower left texel from the first texel of the
-/// tile, and the weights of the four texels.
-struct SampleBlock
-{
-    alignas(64) int aiOffset[g_iSteps][g_iRays];
-    alignas(64) float af00[g_iSteps][g_iRays], af01[g_iSteps][g_iRays];
-    alignas(64) float af10[g_iSteps][g_iRays], af11[g_iSteps][g_iRays];
-};
-
-/// Places samples iStep and following of each span. WHOLE: all spans are long enough. Without it
-/// a span that has ended repeats its last sample with weight 0, and an empty one reads any texel.
-template <bool WHOLE, int LANES>
-DEVICE_FN void PlaceSamples(const RayGeometry& rRays, const float* pfX, const float* pfZ,
-                            const Spans& rSpans, int iStep, const Tile& rTile, SampleBlock& rBlock)
-{
-    const int iLastOffset =
-        (rTile.iZ1 - rTile.iZ0 - 1) * rTile.iPitch + (rTile.iX1 - rTile.iX0 - 1) * LANES;
-    for (int k = 0; k < g_iSteps; ++k)
-    {
-        TALVEN_INDEPENDENT
-        for (int r = 0; r < g_iRays; ++r)
-        {
-            int iWanted = iStep + k;
-            float fIn = 1.0f;
-            if constexpr (!WHOLE)
-            {
-                const int iLast = rSpans.aiCount[r] - 1;
-                fIn = static_cast<float>(iWanted <= iLast);
-                iWanted = iWanted < iLast ? iWanted : iLast;
-            }
-            const int i = rSpans.aiFirst[r] + iWanted;
-            const float fX = RaySample(pfX[r], -rRays.fSin, rRays.fHalf, i);
-            const float fZ = RaySample(pfZ[r], rRays.fCos, rRays.fHalf, i);
-            const int iX = static_cast<int>(fX);
-            const int iZ = static_cast<int>(fZ);
-            int iOffset = (iZ - rTile.iZ0) * rTile.iPitch + (iX - rTile.iX0) * LANES;
-            float fRight = fX - static_cast<float>(iX);
-            float fUp = fZ - static_cast<float>(iZ);
-            if constexpr (!WHOLE)
-            {
-                iOffset = iOffset > 0 ? iOffset : 0;
-                iOffset = iOffset < iLastOffset ? iOffset : iLastOffset;
-                fRight *= fIn;
-                fUp *= fIn;
-            }
-            const float f11 = fRight * fUp;
-            const float f10 = fUp - f11;
-            rBlock.aiOffset[k][r] = iOffset;
-            rBlock.af11[k][r] = f11;
-            rBlock.af10[k][r] = f10;
-            rBlock.af01[k][r] = fRight - f11;
-            rBlock.af00[k][r] = (fIn - fRight) - f10;
-        }
-    }
-}
-
-/// Adds a block of samples to the sums of its rays, [ray][lane].
+/// Adds four weighted texels, each to a sum of its own.
 template <int LANES>
-DEVICE_FN void AddSamples(const SampleBlock& rBlock, int iSteps, const Tile& rTile, float* pfSums)
+DEVICE_FN void AddFour(const float* pfWeights, const float* const* ppfTexels, std::ptrdiff_t tNext,
+                       Lanes<LANES> (&raSums)[4])
 {
-    constexpr int iTogether = (TALVEN_VECTOR == 16 ? 16 : 8) / Lanes<LANES>::iCount;
-    for (int iRay = 0; iRay < g_iRays; iRay += iTogether)
-    {
-        Lanes<LANES> aSum[iTogether];
-#pragma GCC unroll 16
-        for (int j = 0; j < iTogether; ++j) aSum[j] = Load<LANES>(pfSums + (iRay + j) * LANES);
-        for (int k = 0; k < iSteps; ++k)
+    using L = Lanes<LANES>;
+    typename L::Vector avWeight[4];
+    BroadcastFour(pfWeights, avWeight);
+#pragma GCC unroll 4
+    for (int j = 0; j < 4; ++j)
+#pragma GCC unroll 4
+        for (int k = 0; k < L::iCount; ++k)
         {
-#pragma GCC unroll 16
-            for (int j = 0; j < iTogether; ++j)
-            {
-                const int r = iRay + j;
-                const float* pfLower = rTile.pfTexels + rBlock.aiOffset[k][r];
-                const float* pfUpper = pfLower + rTile.iPitch;
-                AddWeighted<LANES>(aSum[j], rBlock.af00[k][r], pfLower);
-                AddWeighted<LANES>(aSum[j], rBlock.af01[k][r], pfLower + LANES);
-                AddWeighted<LANES>(aSum[j], rBlock.af10[k][r], pfUpper);
-                AddWeighted<LANES>(aSum[j], rBlock.af11[k][r], pfUpper + LANES);
-            }
+            typename L::Vector vTexel;
+            __builtin_memcpy(&vTexel, ppfTexels[j] + tNext + k * L::iWidth, sizeof(vTexel));
+            raSums[j].av[k] = Fma(avWeight[j], vTexel, raSums[j].av[k]);
         }
-#pragma GCC unroll 16
-        for (int j = 0; j < iTogether; ++j) Store<LANES>(pfSums + (iRay + j) * LANES, aSum[j]);
+}
+
+/// Adds what a ray reads of a strip to its sums. Four sums do not wait for each other.
+/// \param pfTexels  texel (iRow, iColumn) of the strip
+template <int LANES, bool ALONG_X>
+DEVICE_FN void AddRay(const RayTexels& rTexels, const Strip& rStrip, const float* pfTexels,
+                      float* pfSums)
+{
+    constexpr std::ptrdiff_t tUnit = g_iTexelUnit<LANES>;
+    constexpr int iPart = LANES < 2 * TALVEN_VECTOR ? LANES : 2 * TALVEN_VECTOR;  // has registers
+    const std::ptrdiff_t tNext = ALONG_X ? rStrip.iStepS * tUnit : LANES;
+    for (int l = 0; l < LANES; l += iPart)
+    {
+        Lanes<iPart> aSums[4] = {Load<iPart>(pfSums + l), Fill<iPart>(0.0f), Fill<iPart>(0.0f),
+                                 Fill<iPart>(0.0f)};
+        const float* pfPart = pfTexels + l;
+        for (int r = 0; r < rStrip.iRows; r += 4)
+        {
+            const float* apfPair[4];
+#pragma GCC unroll 4
+            for (int j = 0; j < 4; ++j) apfPair[j] = pfPart + rTexels.aiPair[r + j] * tUnit;
+            AddFour<iPart>(rTexels.afA + r, apfPair, 0, aSums);
+            AddFour<iPart>(rTexels.afB + r, apfPair, tNext, aSums);
+        }
+        for (int i = 0; i < rTexels.iSingles; i += 4)
+        {
+            const float* apfSingle[4];
+#pragma GCC unroll 4
+            for (int j = 0; j < 4; ++j) apfSingle[j] = pfPart + rTexels.aiSingle[i + j] * tUnit;
+            AddFour<iPart>(rTexels.afSingle + i, apfSingle, 0, aSums);
+        }
+        Store<iPart>(pfSums + l,
+                     Add<iPart>(Add<iPart>(aSums[0], aSums[1]), Add<iPart>(aSums[2], aSums[3])));
     }
 }
 
-/// Detector columns whose rays can cross the tile, a little more for rounding.
-DEVICE_FN Share ColumnsOfTile(const RayGeometry& rRays, const Tile& rTile, int iProjX)
+/// First detector column whose ray meets row fP at or beyond column fS, or at or before it where
+/// columns run the other way.
+DEVICE_FN int FirstColumn(const RayGeometry& rRays, bool bAlongX, float fP, float fS, int iProjX)
 {
-    const float fMiddleX = (rTile.iX0 + rTile.iX1) * 0.5f - rRays.fCentreX;
-    const float fMiddleZ = (rTile.iZ0 + rTile.iZ1) * 0.5f - rRays.fCentreZ;
-    const float fHalfX = (rTile.iX1 - rTile.iX0) * 0.5f;
-    const float fHalfZ = (rTile.iZ1 - rTile.iZ0) * 0.5f;
-    const float fMiddle = rRays.fCentreU + fMiddleX * rRays.fCos + fMiddleZ * rRays.fSin;
-    const float fHalf = fHalfX * (rRays.fCos < 0 ? -rRays.fCos : rRays.fCos) +
-                        fHalfZ * (rRays.fSin < 0 ? -rRays.fSin : rRays.fSin) + 3.0f +
-                        1e-6f * rRays.fCentreX + 1e-6f * rRays.fCentreZ;
-    const float fLow = fMiddle - fHalf, fHigh = fMiddle + fHalf;
-    const float fEnd = static_cast<float>(iProjX);
+    const float fX = bAlongX ? fP : fS, fZ = bAlongX ? fS : fP;
+    const float fU = DetectorCoordinate(rRays.fCentreU, fX - rRays.fCentreX, fZ - rRays.fCentreZ,
+                                        rRays.fCos, rRays.fSin);
+    if (!(fU > 0.0f)) return 0;
+    if (fU >= static_cast<float>(iProjX)) return iProjX;
+    const int iColumn = static_cast<int>(fU);
+    return iColumn + (static_cast<float>(iColumn) < fU);
+}
+
+/// Columns of a window: those rays belong to it that meet the middle of the strip in [iFirst,
+/// iEnd).
+struct Window
+{
     Share aColumns;
-    aColumns.iFirst = fLow > 0.0f ? static_cast<int>(fLow < fEnd ? fLow : fEnd) : 0;
-    aColumns.iEnd = fHigh > 0.0f ? static_cast<int>(fHigh < fEnd ? fHigh : fEnd) : 0;
-    return aColumns;
-}
+    Strip aStrip;
+    const float* pfTexels;
+};
 
-template <int LANES>
-static void ForwardTile(const ForwardParams& rP, const Tile& rTile, const ForwardView& rView)
+/// Sends the rays of a view through a window.
+template <int LANES, bool ALONG_X>
+static void CrossWindow(const ForwardParams& rP, const Window& rWindow, const ForwardView& rView,
+                        const Course& rCourse)
 {
-    const RayGeometry aRays = rView.aRays;
-    const Share aColumns = ColumnsOfTile(aRays, rTile, rP.iProjX);
-    alignas(64) float afX[g_iRays], afZ[g_iRays], afSums[g_iRays * LANES];
-    Spans aSpans;
-    SampleBlock aBlock;
-    for (int x = aColumns.iFirst; x < aColumns.iEnd; x += g_iRays)
+    const RayGeometry& rRays = rView.aRays;
+    const Strip& rStrip = rWindow.aStrip;
+    const float fMiddle = static_cast<float>(rStrip.iRow) + (g_iStripRows - 1) * 0.5f;
+    // Farther out no ray can touch the strip.
+    const float fReach = rCourse.fStepS * rCourse.fInverse * (g_iStripRows + 1) * 0.5f + 1.5f;
+    const float fLow = 1.0f - fReach, fHigh = static_cast<float>(rStrip.iColumns) + fReach;
+    const float fFirst = static_cast<float>(rWindow.aColumns.iFirst);
+    const float fEnd = static_cast<float>(rWindow.aColumns.iEnd);
+    if (fFirst >= fHigh || fEnd <= fLow) return;
+    const int iA =
+        FirstColumn(rRays, rCourse.bAlongX, fMiddle, fFirst > fLow ? fFirst : fLow, rP.iProjX);
+    const int iB =
+        FirstColumn(rRays, rCourse.bAlongX, fMiddle, fEnd < fHigh ? fEnd : fHigh, rP.iProjX);
+    const int iFirst = iA < iB ? iA : iB, iEnd = iA < iB ? iB : iA;
+    Rays aRays;
+    RayTexels aTexels;
+    for (int x = iFirst; x < iEnd; ++x)
     {
-        const int iRays = aColumns.iEnd - x < g_iRays ? aColumns.iEnd - x : g_iRays;
-        for (int r = 0; r < g_iRays; ++r)
-        {
-            afX[r] = RayMiddleX(aRays, x + r);
-            afZ[r] = RayMiddleZ(aRays, x + r);
-            aSpans.aiFirst[r] = 0;
-            aSpans.aiCount[r] = r < iRays ? aRays.iSamples : 0;
-        }
-        CutSpans(afZ, aRays.fCos, aRays.fHalf, rTile.iZ0, rTile.iZ1, aRays.iSamples, aSpans);
-        CutSpans(afX, -aRays.fSin, aRays.fHalf, rTile.iX0, rTile.iX1, aRays.iSamples, aSpans);
-        int iMost = 0, iLeast = aRays.iSamples;
-        for (int r = 0; r < g_iRays; ++r)
-        {
-            iMost = aSpans.aiCount[r] > iMost ? aSpans.aiCount[r] : iMost;
-            iLeast = aSpans.aiCount[r] < iLeast ? aSpans.aiCount[r] : iLeast;
-        }
-        if (iMost == 0) continue;
-
-        for (int i = 0; i < g_iRays * LANES; ++i) afSums[i] = 0.0f;
-        for (int iStep = 0; iStep < iMost; iStep += g_iSteps)
-        {
-            if (iStep + g_iSteps <= iLeast)
-                PlaceSamples<true, LANES>(aRays, afX, afZ, aSpans, iStep, rTile, aBlock);
-            else
-                PlaceSamples<false, LANES>(aRays, afX, afZ, aSpans, iStep, rTile, aBlock);
-            const int iSteps = iMost - iStep < g_iSteps ? iMost - iStep : g_iSteps;
-            AddSamples<LANES>(aBlock, iSteps, rTile, afSums);
-        }
-        float* pfSums = rView.pfSums + static_cast<std::size_t>(x) * LANES;
-        for (int r = 0; r < iRays; ++r)
-            if (aSpans.aiCount[r] > 0)
-                Store<LANES>(pfSums + r * LANES, Add<LANES>(Load<LANES>(pfSums + r * LANES),
-                                                            Load<LANES>(afSums + r * LANES)));
+        const int i = (x - iFirst) % g_iRays;
+        if (i == 0) PlaceRays(rRays, rCourse, rStrip, x, aRays);
+        Place(rCourse, rStrip, aRays, i, aTexels);
+        AddRay<LANES, ALONG_X>(aTexels, rStrip, rWindow.pfTexels,
+                               rView.pfSums + static_cast<std::size_t>(x) * LANES);
     }
 }
 
-/// Points a tile at the slice or, when it will be read often, at a copy: rows of a slice lie whole
-/// powers of two apart and would fight for the same few lines of the cache.
+/// The part of a strip that the rays of a window may touch.
+/// \param iRow, iFirst  first row and column; columns before the slice belong to rays from outside
 template <int LANES>
-static void LocateTile(const DeviceImage& rVol, bool bCopy, float* pfScratch, Tile& rTile)
+static Window MakeWindow(const ForwardParams& rP, bool bAlongX, int iRow, int iFirst)
 {
-    const std::size_t tPitch = static_cast<std::size_t>(rVol.iWidth) * LANES;
-    const float* pfFirst =
-        static_cast<const float*>(rVol.pvData) + rTile.iZ0 * tPitch + rTile.iX0 * LANES;
-    rTile.pfTexels = pfFirst;
-    rTile.iPitch = static_cast<int>(tPitch);
-    constexpr std::size_t tWidest = 1 << 24;  // offsets in a tile have 32 bits
-    if (!bCopy && tPitch < tWidest) return;
-    rTile.pfTexels = pfScratch;
-    rTile.iPitch = (rTile.iX1 - rTile.iX0 + 1) * LANES;
-    for (int z = 0; z <= rTile.iZ1 - rTile.iZ0; ++z)
-        __builtin_memcpy(pfScratch + z * rTile.iPitch, pfFirst + z * tPitch,
-                         rTile.iPitch * sizeof(float));
+    const int iRows = bAlongX ? rP.iVolX : rP.iVolZ, iColumns = bAlongX ? rP.iVolZ : rP.iVolX;
+    const int iEnd = iFirst + g_iWindow;
+    const std::size_t tRow = rP.aVol.tPitch / sizeof(float);
+    const std::size_t tP = bAlongX ? LANES : tRow, tS = bAlongX ? tRow : LANES;
+    const int iLow = iFirst - g_iOverhang > 0 ? iFirst - g_iOverhang : 0;
+    const int iHigh = iEnd + g_iOverhang < iColumns + 1 ? iEnd + g_iOverhang : iColumns + 1;
+    Window aWindow;
+    aWindow.aColumns = {iFirst, iEnd};
+    Strip& rStrip = aWindow.aStrip;
+    rStrip.iRow = iRow;
+    rStrip.iRows = iRows + 1 - iRow < g_iStripRows ? iRows + 1 - iRow : g_iStripRows;
+    rStrip.iColumn = iLow + (iHigh - iLow) / 2;
+    rStrip.iColumns = iColumns;
+    const unsigned uStepP = static_cast<unsigned>(tP / g_iTexelUnit<LANES>);
+    const unsigned uStepS = static_cast<unsigned>(tS / g_iTexelUnit<LANES>);
+    rStrip.iStepS = static_cast<int>(uStepS);
+    for (int r = 0; r < g_iStripRows; ++r)
+    {
+        rStrip.afRow[r] = static_cast<float>(iRow + r);
+        rStrip.aiRow[r] = static_cast<int>(r * uStepP - rStrip.iColumn * uStepS);
+    }
+    const int iFrame = iRow > iRows / 2 ? iRows + 1 : 0;
+    rStrip.iZero = (iFrame - iRow) * static_cast<int>(uStepP);
+    aWindow.pfTexels = static_cast<const float*>(rP.aVol.pvData) + iRow * tP + rStrip.iColumn * tS;
+    return aWindow;
+}
+
+/// Adds the sums of those views of a share whose steep axis this is.
+template <int LANES, bool ALONG_X>
+static void CrossSlice(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
+{
+    const int iRows = ALONG_X ? rP.iVolX : rP.iVolZ, iColumns = ALONG_X ? rP.iVolZ : rP.iVolX;
+    for (int iRow = 1; iRow <= iRows; iRow += g_iStripRows)
+        for (int iFirst = 1 - g_iOverhang; iFirst < iColumns + g_iOverhang; iFirst += g_iWindow)
+        {
+            const Window aWindow = MakeWindow<LANES>(rP, ALONG_X, iRow, iFirst);
+            for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
+            {
+                const Course aCourse = MakeCourse(pViews[v].aRays);
+                if (aCourse.bAlongX == ALONG_X && pViews[v].aRays.iSamples > 0)
+                    CrossWindow<LANES, ALONG_X>(rP, aWindow, pViews[v], aCourse);
+            }
+        }
 }
 
 template <int LANES>
-static void ForwardLanes(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
-                         float* pfScratch)
+static void ForwardLanes(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
 {
     for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
         for (int x = 0; x < rP.iProjX; ++x)
             Store<LANES>(pViews[v].pfSums + static_cast<std::size_t>(x) * LANES, Fill<LANES>(0.0f));
-    constexpr int iWorthACopy = 4;  // views
-    const bool bCopy = aViews.iEnd - aViews.iFirst >= iWorthACopy;
-    const int iBaseX = rP.iVolX + 1, iBaseZ = rP.iVolZ + 1;
-    for (int z = 0; z < iBaseZ; z += g_iTileZ)
-        for (int x = 0; x < iBaseX; x += g_iTileX)
-        {
-            Tile aTile = {x,       x + g_iTileX < iBaseX ? x + g_iTileX : iBaseX,
-                          z,       z + g_iTileZ < iBaseZ ? z + g_iTileZ : iBaseZ,
-                          nullptr, 0};
-            LocateTile<LANES>(rP.aVol, bCopy, pfScratch, aTile);
-            for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
-                ForwardTile<LANES>(rP, aTile, pViews[v]);
-        }
+    CrossSlice<LANES, false>(rP, pViews, aViews);
+    CrossSlice<LANES, true>(rP, pViews, aViews);
 }

@@ -21,10 +21,17 @@ int RoundUpLanes(int iRows)
     return g_iMaxLanes;
 }
 
-std::size_t CountValues(const DeviceImage& rImage)
+std::size_t CountBytes(const DeviceImage& rImage)
 {
-    return std::size_t(rImage.iWidth) * rImage.iHeight * rImage.iDepth * rImage.iChannels *
-           rImage.iLanes;
+    return rImage.tPitch * rImage.iHeight * rImage.iDepth;
+}
+
+/// Bytes from one row of an image to the next. The rows of a batch lie an odd number of cache lines
+/// apart, or they would fight for the same few of them.
+std::size_t PitchOf(std::size_t tRowBytes, int iLanes)
+{
+    constexpr std::size_t tLine = 64;
+    return iLanes == 1 ? tRowBytes : ((tRowBytes + tLine - 1) / tLine | 1) * tLine;
 }
 
 float* RowOf(const DeviceImage& rImage, int iRow)
@@ -81,11 +88,7 @@ CHostBackend::CHostBackend(const HostKernels& rKernels, int iDevices, int iCores
                            int iMaxRows)
     : m_rKernels(rKernels), m_iMaxRows(iMaxRows), m_vDevices(iDevices)
 {
-    for (Device& rDevice : m_vDevices)
-    {
-        rDevice.pTeam = std::make_unique<CTeam>(iCoresPerDevice);
-        rDevice.vScratch.resize(iCoresPerDevice);
-    }
+    for (Device& rDevice : m_vDevices) rDevice.pTeam = std::make_unique<CTeam>(iCoresPerDevice);
 }
 
 std::size_t CHostBackend::GetDeviceMemory(int iDevice) const
@@ -126,16 +129,17 @@ bool CHostBackend::mCreate(DeviceImage& rImage, const char* pcKind)
     if (rImage.iLanes > g_iMaxLanes)
         return DeviceFail("create %s: %d rows, at most %d", pcKind, rImage.iLanes, g_iMaxLanes);
     rImage.iLanes = RoundUpLanes(rImage.iLanes);
-    std::size_t tBytes = std::size_t(rImage.iChannels) * rImage.iLanes * rImage.iBytes;
+    const std::size_t tElement = std::size_t(rImage.iChannels) * rImage.iLanes * rImage.iBytes;
+    rImage.tPitch = PitchOf(tElement * rImage.iWidth, rImage.iLanes);
+    std::size_t tBytes = rImage.tPitch;
     bool bFits = true;
-    for (const int iExtent : {rImage.iWidth, rImage.iHeight, rImage.iDepth})
+    for (const int iExtent : {rImage.iHeight, rImage.iDepth})
         bFits = bFits && !__builtin_mul_overflow(tBytes, std::size_t(iExtent), &tBytes);
     rImage.pvData = bFits ? AllocateZeroed(tBytes).release() : nullptr;
     if (!rImage.pvData)
         return DeviceFail("create %s: no memory for %d x %d x %d, %d rows (%zu MiB)", pcKind,
                           rImage.iWidth, rImage.iHeight, rImage.iDepth, rImage.iLanes,
                           bFits ? tBytes >> 20 : ~std::size_t(0));
-    rImage.tPitch = std::size_t(rImage.iWidth) * rImage.iChannels * rImage.iLanes * rImage.iBytes;
     return true;
 }
 
@@ -154,7 +158,7 @@ void CHostBackend::mFree(DeviceImage& rImage)
 
 bool CHostBackend::mClear(const DeviceImage& rImage)
 {
-    std::memset(rImage.pvData, 0, CountValues(rImage) * rImage.iBytes);
+    std::memset(rImage.pvData, 0, CountBytes(rImage));
     return true;
 }
 
@@ -174,19 +178,19 @@ bool CHostBackend::mStartDownload(const DeviceImage& rImage, const HostRows<floa
 
 bool CHostBackend::mCopy(const DeviceImage& rDest, const DeviceImage& rSource)
 {
-    std::memcpy(rDest.pvData, rSource.pvData, CountValues(rDest) * rDest.iBytes);
+    std::memcpy(rDest.pvData, rSource.pvData, CountBytes(rDest));
     return true;
 }
 
 bool CHostBackend::mUploadTable(const DeviceImage& rImage, const void* pvSource)
 {
-    std::memcpy(rImage.pvData, pvSource, CountValues(rImage) * rImage.iBytes);
+    std::memcpy(rImage.pvData, pvSource, CountBytes(rImage));
     return true;
 }
 
 bool CHostBackend::mDownloadTable(const DeviceImage& rImage, void* pvDest)
 {
-    std::memcpy(pvDest, rImage.pvData, CountValues(rImage) * rImage.iBytes);
+    std::memcpy(pvDest, rImage.pvData, CountBytes(rImage));
     return true;
 }
 
@@ -231,18 +235,8 @@ bool CHostBackend::mForwardProject(const ForwardParams& rP)
         vViews.push_back({MakeRays(pfCosSin[0], pfCosSin[1], rP.iVolX, rP.iVolZ, rP.iProjX),
                           RowOf(rP.aSums, iProj)});
     }
-    Device& rDevice = mDevice();
-    for (HostBlock& rScratch : rDevice.vScratch)
-    {
-        if (!rScratch) rScratch = AllocateZeroed(g_tForwardScratch * sizeof(float));
-        if (!rScratch) return DeviceFail("ForwardProject: no memory for a tile of the slice");
-    }
     mSplit(int(vViews.size()),
-           [&](Share aShare, int iPart)
-           {
-               mKernels(rP.aVol).Forward(rP, vViews.data(), aShare,
-                                         static_cast<float*>(rDevice.vScratch[iPart].get()));
-           });
+           [&](Share aShare, int) { mKernels(rP.aVol).Forward(rP, vViews.data(), aShare); });
     return true;
 }
 

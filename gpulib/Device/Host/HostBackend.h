@@ -53,7 +53,6 @@ private:
     struct Device
     {
         std::unique_ptr<CTeam> pTeam;
-        std::vector<HostBlock> vScratch;  // one per core, made when first needed
     };
     Device& mDevice();  // of the calling thread
     const HostKernels& mKernels(const DeviceImage& rBatch) const;

@@ -55,9 +55,8 @@ struct HostKernels
     /// What serves images of fewer than g_iWideLanes lanes, null: the same. Registers of 512 bits
     /// that are mostly empty only slow their neighbours down.
     const HostKernels* pNarrow;
-    /// Ray sums of a share of the views. pfScratch: g_tForwardScratch values for this call alone.
-    void (*Forward)(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
-                    float* pfScratch);
+    /// Ray sums of a share of the views.
+    void (*Forward)(const ForwardParams& rP, const ForwardView* pViews, Share aViews);
     /// All views into a share of the tile rows of the slice.
     void (*Back)(const BackParams& rP, const BackView* pViews, int iViews, Share aTileRows);
     /// piRows: raw numbers of the projections, one per list position from rP.iFirst on.
@@ -77,13 +76,6 @@ struct HostKernels
 
 /// No voxel of a block is projected farther than this from the middle of the block, columns.
 constexpr float g_fBlockReach = 3.0f;
-
-/// Texels of a tile of the forward projection. 1.3 MiB for 32 lanes, which the second level caches
-/// hold; flatter tiles let rays end too soon. The same for any number of lanes: sums are made tile
-/// by tile, and rows must not feel how many others are in the batch.
-constexpr int g_iTileX = 160, g_iTileZ = 64;
-/// Room for a tile with one texel more either way.
-constexpr std::size_t g_tForwardScratch = std::size_t(g_iTileX + 1) * (g_iTileZ + 1) * g_iMaxLanes;
 
 /// Height of the tiles of a back projection.
 constexpr int g_iBackTile = 32;

@@ -3,6 +3,8 @@
 #include "gpulib/Device/Host/Simd.inl"
 // Simd.inl first.
 #include "gpulib/Device/Host/Back.inl"
+#include "gpulib/Device/Host/RayTexels.inl"
+// RayTexels.inl first.
 #include "gpulib/Device/Host/Forward.inl"
 #include "gpulib/Device/Host/Smooth.inl"
 #include "gpulib/Device/Host/Stream.inl"
@@ -22,10 +24,9 @@
     return KERNEL<32>(__VA_ARGS__);
 #endif
 
-static void Forward(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
-                    float* pfScratch)
+static void Forward(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
 {
-    TALVEN_FOR_LANES(rP.aVol.iLanes, ForwardLanes, rP, pViews, aViews, pfScratch)
+    TALVEN_FOR_LANES(rP.aVol.iLanes, ForwardLanes, rP, pViews, aViews)
 }
 
 static void Back(const BackParams& rP, const BackView* pViews, int iViews, Share aTileRows)

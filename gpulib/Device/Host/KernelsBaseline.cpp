@@ -40,6 +40,14 @@ DEVICE_FN void Broadcast(float fValue, F4& rResult)
 {
     rResult = F4{fValue, fValue, fValue, fValue};
 }
+DEVICE_FN F4 Max(F4 vA, F4 vB)
+{
+#if defined(__SSE2__)
+    return _mm_max_ps(vA, vB);
+#else
+    return vA > vB ? vA : vB;
+#endif
+}
 DEVICE_FN bool AllTrue(I4 vMask)
 {
 #if defined(__SSE2__)
@@ -51,6 +59,23 @@ DEVICE_FN bool AllTrue(I4 vMask)
 DEVICE_FN F4 Gather(const float* pfImage, I4 vIndex)
 {
     return F4{pfImage[vIndex[0]], pfImage[vIndex[1]], pfImage[vIndex[2]], pfImage[vIndex[3]]};
+}
+
+constexpr int g_iPackSlack = 4;  // entries that may be written past the last one
+
+/// Copies the entries with a positive weight, in their order.
+/// \return how many
+DEVICE_FN int PackPositive(int iEntries, const int* piIn, const float* pfIn, int* piOut,
+                           float* pfOut)
+{
+    int iPacked = 0;
+    for (int i = 0; i < iEntries; ++i)
+    {
+        piOut[iPacked] = piIn[i];
+        pfOut[iPacked] = pfIn[i];
+        iPacked += pfIn[i] > 0.0f;
+    }
+    return iPacked;
 }
 
 #include "gpulib/Device/Host/Kernels.inl"

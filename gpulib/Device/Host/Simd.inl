@@ -77,6 +77,14 @@ DEVICE_FN Lanes<LANES> Fill(float fValue)
     return aResult;
 }
 
+/// Four neighbouring values, each in all lanes of a register.
+template <class T>
+DEVICE_FN void BroadcastFour(const float* pfValues, T (&ravResult)[4])
+{
+#pragma GCC unroll 4
+    for (int j = 0; j < 4; ++j) Broadcast(pfValues[j], ravResult[j]);
+}
+
 /// rSum += fWeight * value at pfLanes, one rounding where the machine can.
 template <int LANES>
 DEVICE_FN void AddWeighted(Lanes<LANES>& rSum, float fWeight, const float* pfLanes)
@@ -106,4 +114,54 @@ DEVICE_FN Lanes<LANES> Add(const Lanes<LANES>& rA, const Lanes<LANES>& rB)
 DEVICE_FN float* RowOf(const DeviceImage& rImage, int iRow)
 {
     return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
+}
+
+// Whole registers, whose lanes stand for whatever the caller likes.
+using Wide = VectorOf<TALVEN_VECTOR>::Type;
+typedef int WideInt __attribute__((vector_size(sizeof(Wide))));
+typedef unsigned WideUnsigned __attribute__((vector_size(sizeof(Wide))));  // may wrap around
+
+DEVICE_FN Wide LoadWide(const float* pfValues)
+{
+    Wide vResult;
+    __builtin_memcpy(&vResult, pfValues, sizeof(vResult));
+    return vResult;
+}
+DEVICE_FN WideInt LoadWide(const int* piValues)
+{
+    WideInt vResult;
+    __builtin_memcpy(&vResult, piValues, sizeof(vResult));
+    return vResult;
+}
+DEVICE_FN void StoreWide(float* pfValues, Wide vValues)
+{
+    __builtin_memcpy(pfValues, &vValues, sizeof(vValues));
+}
+DEVICE_FN void StoreWide(int* piValues, WideInt vValues)
+{
+    __builtin_memcpy(piValues, &vValues, sizeof(vValues));
+}
+DEVICE_FN Wide Splat(float fValue)
+{
+    Wide vResult;
+    Broadcast(fValue, vResult);
+    return vResult;
+}
+DEVICE_FN Wide Abs(Wide vValue)
+{
+    return (Wide)((WideInt)vValue & 0x7fffffff);
+}
+/// Towards 0.
+DEVICE_FN WideInt Truncate(Wide vValue)
+{
+    return __builtin_convertvector(vValue, WideInt);
+}
+DEVICE_FN Wide ToFloat(WideInt vValue)
+{
+    return __builtin_convertvector(vValue, Wide);
+}
+DEVICE_FN WideInt RoundDown(Wide vValue)
+{
+    const WideInt vResult = Truncate(vValue);
+    return vResult + (ToFloat(vResult) > vValue);  // true is -1
 }

@@ -54,8 +54,8 @@ constexpr int g_iColumns = 64;  // of a block: whole cache lines on either side
 
 float* ElementOf(const DeviceImage& rImage, int iX, int iY)
 {
-    return static_cast<float*>(rImage.pvData) +
-           (std::size_t(iY) * rImage.iWidth + iX) * rImage.iLanes;
+    return static_cast<float*>(rImage.pvData) + iY * rImage.tPitch / sizeof(float) +
+           std::size_t(iX) * rImage.iLanes;
 }
 }  // namespace
 
