@@ -224,16 +224,17 @@ TEST(Fault, RequestsAreRefusedWhileMemoryIsShort)
 {
     if (g_bSanitized) GTEST_SKIP() << "the sanitizer's memory is beyond all limits";
     int iFailedUploads = 0, iFailedJobs = 0;
-    for (const rlim_t tMiB : {0, 4, 12, 24, 48})
+    for (const rlim_t tKiB : {0, 4096, 10500, 11000, 12288, 49152})
     {
         CServerProcess aServer;
-        aServer.Start();
+        // One arena: others have reserved memory before, which hides the limit.
+        aServer.Start({{"MALLOC_ARENA_MAX", "1"}});
         CRawClient aClient(aServer.GetPort());
         ASSERT_EQ(aClient.Ask({Msg::eServerProp}), 0u);
         rlim_t tPages = 0;
         std::istringstream(ReadText("/proc/" + std::to_string(aServer.GetPid()) + "/statm")) >>
             tPages;
-        SetLimit(aServer.GetPid(), RLIMIT_AS, tPages * rlim_t(getpagesize()) + (tMiB << 20));
+        SetLimit(aServer.GetPid(), RLIMIT_AS, tPages * rlim_t(getpagesize()) + (tKiB << 10));
         EXPECT_EQ(aClient.Ask({Msg::eVolSize, {512, 512, 512}}), 1u);
         EXPECT_EQ(aServer.Count("Error: VOLSIZE: out of memory"), 1);
         UploadJob(aClient, 256, 2);
