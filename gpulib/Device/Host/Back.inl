@@ -1,226 +1,248 @@
 // Back projection. Included inside the namespace of an instruction set.
 //
-// A block of neighbouring voxels keeps its sums in registers while all projections of the set pass
-// over it. Blocks are as square as they can be, for they read the fewest detector pixels then.
+// The slice is cut into tiles of 16 x 32 voxels, the views of the set into groups. A group passes
+// over a whole tile before the next one is taken: its pixels under the tile stay in the first-level
+// cache, while the sums of the tile are parked in the second.
+//
+//              views 0..7     8..15    16..23       a voxel takes its views in the order of
+//             +---------+  +--------+  +------      the set, whatever the tiles are
+//      tile   |  zeros  |  | parked |  | parked
+//     16 x 32 |  + sum  |->| + sum  |->| + sum      the last group updates the slice
+//             +---------+  +--------+  +------
+//
+// A row of a tile is placed on the detector rows of the group at once, a register for each value.
+// Then one block after the other, as many voxels as have their sums in registers, takes all the
+// views.
 
-/// Shape of a block: as many voxels as there are registers for their sums.
+/// Voxels of a run that have registers for their sums.
 template <int LANES>
 struct Block
 {
     static constexpr int iVoxels = (TALVEN_VECTOR == 16 ? 16 : 8) / Lanes<LANES>::iCount;
-    static constexpr int iX = iVoxels >= 8 ? 4 : iVoxels >= 2 ? 2 : 1;
-    static constexpr int iZ = iVoxels / iX;
+    static constexpr int iPerRun = g_iBackRun / iVoxels;
+    Lanes<LANES> aSum[iVoxels];
 };
 
-/// Sums of one block, and the projections that reached each voxel: those that reached all voxels
-/// in all lanes, and the others.
+/// What a block keeps between two groups: sums, and the projections that reached each voxel: those
+/// that reached all voxels in all lanes, and the others.
 template <int LANES>
-struct BlockSums
+struct ParkedBlock
 {
-    Lanes<LANES> aSum[Block<LANES>::iVoxels];
-    int iHits;
-    bool bMixed;
+    alignas(64) float afSums[Block<LANES>::iVoxels * LANES];
     alignas(64) float afMixedHits[Block<LANES>::iVoxels * LANES];
+    int iHits;
+    bool bMixed;  ///< whether there are any of the others; afMixedHits holds nothing before
 };
 
-/// Where the voxels of a block fall on a detector row: coordinate, offset of the pixel to the left,
-/// and the weights of this pixel and the next.
+/// 130 KiB for 32 lanes.
 template <int LANES>
-struct BlockCoords
-{
-    alignas(64) float afU[Block<LANES>::iVoxels];
-    alignas(64) int aiOffset[Block<LANES>::iVoxels];
-    alignas(64) float afLeft[Block<LANES>::iVoxels], afRight[Block<LANES>::iVoxels];
-};
+using ParkedTile = ParkedBlock<LANES>[g_iBackTile][Block<LANES>::iPerRun];
 
-/// Voxel centres of a block from the middle of the slice.
+/// Views that pass over a tile together.
+constexpr int g_iGroup = 8;
+
 template <int LANES>
-struct BlockCentres
+DEVICE_FN void Park(const Block<LANES>& rBlock, float* pfSums)
 {
-    alignas(64) float afX[Block<LANES>::iVoxels], afZ[Block<LANES>::iVoxels];
-};
+#pragma GCC unroll 16
+    for (int j = 0; j < Block<LANES>::iVoxels; ++j)
+        Store<LANES>(pfSums + j * LANES, rBlock.aSum[j]);
+}
 
-/// Places a block on a detector row. CLAMP: coordinates off the row read its first or last pixel;
-/// without it all of them are known to lie inside.
-template <bool CLAMP, int LANES>
-DEVICE_FN void PlaceBlock(const BackView& rView, float fCentreU,
-                          const BlockCentres<LANES>& rCentres, int iProjX,
-                          BlockCoords<LANES>& rCoords)
+template <int LANES>
+DEVICE_FN void Unpark(const float* pfSums, Block<LANES>& rBlock)
 {
-    using B = Block<LANES>;
-    const float fCos = rView.fCos, fSin = rView.fSin;
-    const float fLast = static_cast<float>(iProjX - 1);
-    const int iLastLeft = iProjX > 1 ? iProjX - 2 : 0;
-    TALVEN_INDEPENDENT
-#pragma GCC unroll 1  // or it becomes straight scalar code
-    for (int j = 0; j < B::iVoxels; ++j)
+#pragma GCC unroll 16
+    for (int j = 0; j < Block<LANES>::iVoxels; ++j)
+        rBlock.aSum[j] = Load<LANES>(pfSums + j * LANES);
+}
+
+/// Adds a view that all voxels see in all lanes.
+template <int LANES>
+DEVICE_FN void AddSeen(const float* pfRow, const int* piOffset, const float* pfLeft,
+                       const float* pfRight, int iStep, Block<LANES>& rBlock)
+{
+    const float* pfNext = pfRow + iStep;
+#pragma GCC unroll 16
+    for (int j = 0; j < Block<LANES>::iVoxels; ++j)
     {
-        const float fU = DetectorCoordinate(fCentreU, rCentres.afX[j], rCentres.afZ[j], fCos, fSin);
-        float fInside = fU;
-        if constexpr (CLAMP)
-        {
-            fInside = fU > 0.0f ? fU : 0.0f;
-            fInside = fInside < fLast ? fInside : fLast;
-        }
-        int iLeft = static_cast<int>(fInside);
-        if constexpr (CLAMP) iLeft = iLeft < iLastLeft ? iLeft : iLastLeft;
-        const float fRight = fInside - static_cast<float>(iLeft);
-        if constexpr (CLAMP) rCoords.afU[j] = fU;
-        rCoords.aiOffset[j] = iLeft * LANES;
-        rCoords.afRight[j] = fRight;
-        rCoords.afLeft[j] = 1.0f - fRight;
+        AddWeighted<LANES>(rBlock.aSum[j], pfLeft[j], pfRow + piOffset[j]);
+        AddWeighted<LANES>(rBlock.aSum[j], pfRight[j], pfNext + piOffset[j]);
     }
 }
 
-/// Adds a view that only some voxels or lanes see.
+/// Adds a view that only some voxels or lanes see. iFirst: first voxel of the block in its run.
 template <EUpdate UPDATE, int LANES>
-static void AddMixed(const BackView& rView, const BlockCoords<LANES>& rCoords, int iStep,
-                     BlockSums<LANES>& rSums)
+static void AddMixed(const RunPlaces& rPlaces, int iFirst, int iStep, ParkedBlock<LANES>& rParked)
 {
-    using B = Block<LANES>;
     using L = Lanes<LANES>;
     using V = typename L::Vector;
-    if (!rSums.bMixed)
+    constexpr int iVoxels = Block<LANES>::iVoxels;
+    if (!rParked.bMixed)
     {
-        rSums.bMixed = true;
-        for (int j = 0; j < B::iVoxels * LANES; ++j) rSums.afMixedHits[j] = 0.0f;
+        rParked.bMixed = true;
+        for (int j = 0; j < iVoxels * LANES; ++j) rParked.afMixedHits[j] = 0.0f;
     }
+    const BackView& rView = *rPlaces.pView;
     const L aFirst = Load<LANES>(rView.afFirst), aEnd = Load<LANES>(rView.afEnd);
-    for (int j = 0; j < B::iVoxels; ++j)
+    for (int j = 0; j < iVoxels; ++j)
     {
-        L aSum = rSums.aSum[j];
-        AddWeighted<LANES>(aSum, rCoords.afLeft[j], rView.pfRow + rCoords.aiOffset[j]);
-        AddWeighted<LANES>(aSum, rCoords.afRight[j], rView.pfRow + rCoords.aiOffset[j] + iStep);
-        L aHits = Load<LANES>(rSums.afMixedHits + j * LANES);
-        const L aU = Fill<LANES>(rCoords.afU[j]);
+        const int x = iFirst + j;
+        const float* pfLeft = rView.pfRow + rPlaces.aiOffset[x];
+        L aOld = Load<LANES>(rParked.afSums + j * LANES), aNew = aOld;
+        AddWeighted<LANES>(aNew, rPlaces.afLeft[x], pfLeft);
+        AddWeighted<LANES>(aNew, rPlaces.afRight[x], pfLeft + iStep);
+        L aHits = Load<LANES>(rParked.afMixedHits + j * LANES);
+        const L aU = Fill<LANES>(rPlaces.afU[x]);
         for (int k = 0; k < L::iCount; ++k)
         {
-            const auto vSkip = UPDATE == EUpdate::eSart
-                                   ? SartSkips<V>(aU.av[k], aFirst.av[k], aEnd.av[k])
-                                   : EmSkips<V>(aU.av[k], aFirst.av[k], aEnd.av[k]);
-            rSums.aSum[j].av[k] = vSkip ? rSums.aSum[j].av[k] : aSum.av[k];
+            const auto vSkip = Skips<UPDATE, V>(aU.av[k], aFirst.av[k], aEnd.av[k]);
+            aNew.av[k] = vSkip ? aOld.av[k] : aNew.av[k];
             aHits.av[k] = vSkip ? aHits.av[k] : aHits.av[k] + 1.0f;
         }
-        Store<LANES>(rSums.afMixedHits + j * LANES, aHits);
+        Store<LANES>(rParked.afSums + j * LANES, aNew);
+        Store<LANES>(rParked.afMixedHits + j * LANES, aHits);
     }
 }
 
-/// Whether all voxels of a block lie in the valid columns of all lanes.
+/// Adds the views of a group to one block of their run. iFirst: first voxel of the block.
 template <EUpdate UPDATE, int LANES>
-DEVICE_FN bool SeenByAll(const BackView& rView, const BlockCoords<LANES>& rCoords)
+DEVICE_FN void AddGroup(const RunPlaces* pPlaces, int iPlaces, int iFirst, int iStep,
+                        ParkedBlock<LANES>& rParked, Block<LANES>& rBlock)
 {
-    int iSkipped = 0;
-    for (int j = 0; j < Block<LANES>::iVoxels; ++j)
-        iSkipped |= UPDATE == EUpdate::eSart
-                        ? SartSkips(rCoords.afU[j], rView.fAllFirst, rView.fAllEnd)
-                        : EmSkips(rCoords.afU[j], rView.fAllFirst, rView.fAllEnd);
-    return !iSkipped;
-}
-
-/// Adds all views to the block whose first voxel lies at (fX, fZ) from the middle of the slice.
-template <EUpdate UPDATE, int LANES>
-DEVICE_FN void SumBlock(const BackParams& rP, const BackView* pViews, int iViews, float fX,
-                        float fZ, BlockSums<LANES>& rSums)
-{
-    using B = Block<LANES>;
-    const float fCentreU = (rP.iProjX - 1) * 0.5f;
-    const int iStep = rP.iProjX > 1 ? LANES : 0;
-    rSums.iHits = 0;
-    rSums.bMixed = false;
-    Lanes<LANES> aSum[B::iVoxels];
-#pragma GCC unroll 16
-    for (int j = 0; j < B::iVoxels; ++j) aSum[j] = Fill<LANES>(0.0f);
-    BlockCoords<LANES> aCoords;
-    BlockCentres<LANES> aCentres;
-    for (int j = 0; j < B::iVoxels; ++j)
+    constexpr int iVoxels = Block<LANES>::iVoxels;
+    constexpr unsigned uAll = (1u << iVoxels) - 1;
+    int iHits = 0;
+    for (int v = 0; v < iPlaces; ++v)
     {
-        aCentres.afX[j] = fX + static_cast<float>(j % B::iX);
-        aCentres.afZ[j] = fZ + static_cast<float>(j / B::iX);
+        const RunPlaces& rPlaces = pPlaces[v];
+        if (rPlaces.uMissed >> iFirst & uAll)
+        {
+            if ((rPlaces.uUnseen >> iFirst & uAll) == uAll) continue;
+            Park(rBlock, rParked.afSums);
+            AddMixed<UPDATE, LANES>(rPlaces, iFirst, iStep, rParked);
+            Unpark(rParked.afSums, rBlock);
+            continue;
+        }
+        ++iHits;
+        AddSeen<LANES>(rPlaces.pView->pfRow, rPlaces.aiOffset + iFirst, rPlaces.afLeft + iFirst,
+                       rPlaces.afRight + iFirst, iStep, rBlock);
     }
-    const float fMiddleX = fX + (B::iX - 1) * 0.5f, fMiddleZ = fZ + (B::iZ - 1) * 0.5f;
-    for (int v = 0; v < iViews; ++v)
-    {
-        const BackView& rView = pViews[v];
-        const float fMiddleU =
-            DetectorCoordinate(fCentreU, fMiddleX, fMiddleZ, rView.fCos, rView.fSin);
-        if (fMiddleU < rView.fNoneBefore || fMiddleU > rView.fNoneAfter) continue;
-        bool bAll = fMiddleU > rView.fAllFrom && fMiddleU < rView.fAllTo;
-        if (bAll)
-            PlaceBlock<false, LANES>(rView, fCentreU, aCentres, rP.iProjX, aCoords);
-        else
-        {
-            PlaceBlock<true, LANES>(rView, fCentreU, aCentres, rP.iProjX, aCoords);
-            bAll = SeenByAll<UPDATE, LANES>(rView, aCoords);
-        }
-        if (bAll)
-        {
-            ++rSums.iHits;
-#pragma GCC unroll 16
-            for (int j = 0; j < B::iVoxels; ++j)
-            {
-                const float* pfLeft = rView.pfRow + aCoords.aiOffset[j];
-                AddWeighted<LANES>(aSum[j], aCoords.afLeft[j], pfLeft);
-                AddWeighted<LANES>(aSum[j], aCoords.afRight[j], pfLeft + iStep);
-            }
-        }
-        else
-        {
-#pragma GCC unroll 16
-            for (int j = 0; j < B::iVoxels; ++j) rSums.aSum[j] = aSum[j];
-            AddMixed<UPDATE, LANES>(rView, aCoords, iStep, rSums);
-#pragma GCC unroll 16
-            for (int j = 0; j < B::iVoxels; ++j) aSum[j] = rSums.aSum[j];
-        }
-    }
-#pragma GCC unroll 16
-    for (int j = 0; j < B::iVoxels; ++j) rSums.aSum[j] = aSum[j];
+    rParked.iHits += iHits;
 }
 
-/// Writes the new values of the voxels of a block that exist.
+/// Writes the new values of the first iCount voxels of a block.
+/// \param pfVoxel  the first of them
 template <EUpdate UPDATE, int LANES>
-DEVICE_FN void UpdateBlock(const BackParams& rP, int iViews, int iX, int iZ,
-                           const BlockSums<LANES>& rSums)
+DEVICE_FN void UpdateBlock(const Block<LANES>& rBlock, const ParkedBlock<LANES>& rParked,
+                           float fRelax, int iViews, int iCount, float* pfVoxel)
 {
-    using B = Block<LANES>;
     using L = Lanes<LANES>;
     using V = typename L::Vector;
-    const int iCountX = rP.iVolX - iX < B::iX ? rP.iVolX - iX : B::iX;
-    const int iCountZ = rP.iVolZ - iZ < B::iZ ? rP.iVolZ - iZ : B::iZ;
-    for (int z = 0; z < iCountZ; ++z)
-        for (int x = 0; x < iCountX; ++x)
+#pragma GCC unroll 16
+    for (int j = 0; j < Block<LANES>::iVoxels; ++j, pfVoxel += LANES)
+    {
+        if (j >= iCount) break;
+        L aValue = Load<LANES>(pfVoxel);
+        L aHits = Fill<LANES>(static_cast<float>(rParked.iHits));
+        if (rParked.bMixed) aHits = Add<LANES>(aHits, Load<LANES>(rParked.afMixedHits + j * LANES));
+        for (int k = 0; k < L::iCount; ++k)
+            aValue.av[k] =
+                UPDATE == EUpdate::eSart
+                    ? SartUpdate<V>(aValue.av[k], rBlock.aSum[j].av[k], aHits.av[k], fRelax)
+                    : EmUpdate<V>(aValue.av[k], rBlock.aSum[j].av[k], aHits.av[k], fRelax,
+                                  static_cast<float>(iViews));
+        Store<LANES>(pfVoxel, aValue);
+    }
+}
+
+/// One pass of a group over a tile.
+struct TilePass
+{
+    int iX;              ///< first voxel of its rows
+    bool bFirst, bLast;  ///< of the groups
+    int iViews;          ///< of the whole set
+    float fCentreU;
+    RunPlaces aPlaces[g_iGroup];
+    int iPlaces;  ///< views of the group that may see some of the tile
+};
+
+/// Asks for the voxels that the last group will update, so that they are near by then.
+template <int LANES>
+DEVICE_FN void FetchRun(const float* pfVoxels)
+{
+    constexpr int iLine = 16;  // values of a line of the cache
+    for (int i = 0; i < g_iBackRun * LANES; i += iLine) __builtin_prefetch(pfVoxels + i, 1, 2);
+}
+
+/// Sends a group over row iZ of its tile.
+template <EUpdate UPDATE, int LANES>
+DEVICE_FN void PassRun(const BackParams& rP, TilePass& rPass, const float* pfX, int iZ,
+                       ParkedBlock<LANES>* pParked)
+{
+    using B = Block<LANES>;
+    PlaceOnAll<UPDATE, LANES>(pfX, iZ - (rP.iVolZ - 1) * 0.5f, rPass.fCentreU, rP.iProjX,
+                              rPass.aPlaces, rPass.iPlaces);
+    const int iStep = rP.iProjX > 1 ? LANES : 0;
+    const int iCountX = rP.iVolX - rPass.iX < g_iBackRun ? rP.iVolX - rPass.iX : g_iBackRun;
+    const std::size_t tPitch = rP.aVol.tPitch / sizeof(float);
+    float* pfRun = RowOf(rP.aVol, iZ + 1) + static_cast<std::size_t>(rPass.iX + 1) * LANES;
+    if (rPass.bFirst) FetchRun<LANES>(rPass.bLast ? pfRun + 4 * tPitch : pfRun);
+    for (int x = 0; x < iCountX; x += B::iVoxels, ++pParked)
+    {
+        B aBlock;
+        if (rPass.bFirst)
         {
-            const int j = z * B::iX + x;
-            float* pfVoxel =
-                RowOf(rP.aVol, iZ + z + 1) + static_cast<std::size_t>(iX + x + 1) * LANES;
-            L aValue = Load<LANES>(pfVoxel);
-            L aHits = Fill<LANES>(static_cast<float>(rSums.iHits));
-            if (rSums.bMixed) aHits = Add<LANES>(aHits, Load<LANES>(rSums.afMixedHits + j * LANES));
-            for (int k = 0; k < L::iCount; ++k)
-                aValue.av[k] =
-                    UPDATE == EUpdate::eSart
-                        ? SartUpdate<V>(aValue.av[k], rSums.aSum[j].av[k], aHits.av[k], rP.fRelax)
-                        : EmUpdate<V>(aValue.av[k], rSums.aSum[j].av[k], aHits.av[k], rP.fRelax,
-                                      static_cast<float>(iViews));
-            Store<LANES>(pfVoxel, aValue);
+            pParked->iHits = 0;
+            pParked->bMixed = false;
+#pragma GCC unroll 16
+            for (int j = 0; j < B::iVoxels; ++j) aBlock.aSum[j] = Fill<LANES>(0.0f);
         }
+        else
+            Unpark(pParked->afSums, aBlock);
+        AddGroup<UPDATE, LANES>(rPass.aPlaces, rPass.iPlaces, x, iStep, *pParked, aBlock);
+        if (rPass.bLast)
+            UpdateBlock<UPDATE, LANES>(aBlock, *pParked, rP.fRelax, rPass.iViews, iCountX - x,
+                                       pfRun + x * LANES);
+        else
+            Park(aBlock, pParked->afSums);
+    }
+}
+
+/// Sends all views over the tile whose first voxel is (iX, iZ).
+template <EUpdate UPDATE, int LANES>
+static void BackTile(const BackParams& rP, const BackView* pViews, int iViews, int iX, int iZ,
+                     ParkedTile<LANES>& rParked)
+{
+    TilePass aPass;
+    aPass.iX = iX;
+    aPass.iViews = iViews;
+    aPass.fCentreU = (rP.iProjX - 1) * 0.5f;
+    alignas(64) float afX[g_iBackRun];
+    for (int j = 0; j < g_iBackRun; ++j) afX[j] = iX + j - (rP.iVolX - 1) * 0.5f;
+    const float fMiddleX = afX[0] + (g_iBackRun - 1) * 0.5f;
+    const float fMiddleZ = iZ + (g_iBackTile - 1) * 0.5f - (rP.iVolZ - 1) * 0.5f;
+    const int iEndZ = rP.iVolZ - iZ < g_iBackTile ? rP.iVolZ : iZ + g_iBackTile;
+    int iFirst = 0;
+    do  // once for a set without views, too
+    {
+        const int iGroup = iViews - iFirst < g_iGroup ? iViews - iFirst : g_iGroup;
+        aPass.bFirst = iFirst == 0;
+        aPass.bLast = iFirst + iGroup == iViews;
+        aPass.iPlaces =
+            ChooseViews(pViews + iFirst, iGroup, fMiddleX, fMiddleZ, aPass.fCentreU, aPass.aPlaces);
+        for (int z = iZ; z < iEndZ; ++z) PassRun<UPDATE, LANES>(rP, aPass, afX, z, rParked[z - iZ]);
+        iFirst += iGroup;
+    } while (iFirst < iViews);
 }
 
 template <EUpdate UPDATE, int LANES>
 static void BackTiles(const BackParams& rP, const BackView* pViews, int iViews, Share aTileRows)
 {
-    using B = Block<LANES>;
-    const float fMiddleX = (rP.iVolX - 1) * 0.5f, fMiddleZ = (rP.iVolZ - 1) * 0.5f;
-    const int iLastZ = aTileRows.iEnd * g_iBackTile;
-    const int iEndZ = iLastZ < rP.iVolZ ? iLastZ : rP.iVolZ;
-    BlockSums<LANES> aSums;
-    for (int iTileZ = aTileRows.iFirst * g_iBackTile; iTileZ < iEndZ; iTileZ += g_iBackTile)
-        for (int iTileX = 0; iTileX < rP.iVolX; iTileX += g_iBackTile)
-            for (int z = iTileZ; z < iTileZ + g_iBackTile && z < iEndZ; z += B::iZ)
-                for (int x = iTileX; x < iTileX + g_iBackTile && x < rP.iVolX; x += B::iX)
-                {
-                    SumBlock<UPDATE, LANES>(rP, pViews, iViews, x - fMiddleX, z - fMiddleZ, aSums);
-                    UpdateBlock<UPDATE, LANES>(rP, iViews, x, z, aSums);
-                }
+    ParkedTile<LANES> aParked;
+    for (int i = aTileRows.iFirst; i < aTileRows.iEnd; ++i)
+        for (int x = 0; x < rP.iVolX; x += g_iBackRun)
+            BackTile<UPDATE, LANES>(rP, pViews, iViews, x, i * g_iBackTile, aParked);
 }
 
 template <int LANES>

@@ -74,12 +74,14 @@ BackView MakeBackView(const BackParams& rP, int iProj)
         std::minmax_element(aView.afEnd, aView.afEnd + g_iMaxLanes);
     aView.fAllFirst = *pfMost;
     aView.fAllEnd = *pfLeastEnd;
+    aView.fAnyFirst = *pfLeast;
+    aView.fAnyEnd = *pfMostEnd;
     // Coordinates have an error of a few units in the last place of the largest extent.
-    const float fReach = g_fBlockReach + 1e-6f * (float(rP.iVolX) + float(rP.iVolZ) + rP.iProjX);
+    const float fReach = g_fTileReach + 1e-6f * (float(rP.iVolX) + float(rP.iVolZ) + rP.iProjX);
     aView.fAllFrom = std::max(aView.fAllFirst, 0.0f) + fReach;
     aView.fAllTo = std::min(aView.fAllEnd - 1.0f, rP.iProjX - 2.0f) - fReach;
-    aView.fNoneBefore = *pfLeast - fReach;
-    aView.fNoneAfter = *pfMostEnd - 1.0f + fReach;
+    aView.fNoneBefore = aView.fAnyFirst - fReach;
+    aView.fNoneAfter = aView.fAnyEnd - 1.0f + fReach;
     return aView;
 }
 }  // namespace

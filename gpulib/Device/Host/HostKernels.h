@@ -26,13 +26,14 @@ struct ForwardView
 struct BackView
 {
     float fCos, fSin;
-    const float* pfRow;          ///< working row, [x][lane]
-    float afFirst[g_iMaxLanes];  ///< valid columns per lane, first and one past last
-    float afEnd[g_iMaxLanes];    ///< lanes that are not in use repeat the last one in use
-    float fAllFirst, fAllEnd;    ///< columns valid for all lanes
-    float fAllFrom, fAllTo;      ///< a block whose middle lies between falls on such columns, and
-                                 ///< on the row, with all its voxels
-    float fNoneBefore, fNoneAfter;  ///< a block whose middle lies outside falls on none of any lane
+    const float* pfRow;             ///< working row, [x][lane]
+    float afFirst[g_iMaxLanes];     ///< valid columns per lane, first and one past last
+    float afEnd[g_iMaxLanes];       ///< lanes that are not in use repeat the last one in use
+    float fAllFirst, fAllEnd;       ///< columns valid for all lanes
+    float fAnyFirst, fAnyEnd;       ///< outside them none is valid for any lane
+    float fAllFrom, fAllTo;         ///< a tile whose middle lies between falls on columns
+                                    ///< valid for all lanes, and on the row, with all its voxels
+    float fNoneBefore, fNoneAfter;  ///< a tile whose middle lies outside falls on none of any lane
 };
 
 /// A piece [iFirst, iEnd) of some sequence.
@@ -74,11 +75,11 @@ struct HostKernels
                    float* pfScratch);
 };
 
-/// No voxel of a block is projected farther than this from the middle of the block, columns.
-constexpr float g_fBlockReach = 3.0f;
-
-/// Height of the tiles of a back projection.
-constexpr int g_iBackTile = 32;
+/// Width and height of the tiles of a back projection.
+constexpr int g_iBackRun = 16, g_iBackTile = 32;
+/// No voxel of a tile is projected farther than this from the middle of the tile, columns: half the
+/// diagonal, and some margin.
+constexpr float g_fTileReach = 18.0f;
 
 /// Voxels of a slice that are smoothed together: what the kernel touches around them stays in the
 /// second level cache. The height is that of a strip.

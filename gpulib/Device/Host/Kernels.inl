@@ -2,6 +2,8 @@
 
 #include "gpulib/Device/Host/Simd.inl"
 // Simd.inl first.
+#include "gpulib/Device/Host/BackPlaces.inl"
+// BackPlaces.inl before Back.inl.
 #include "gpulib/Device/Host/Back.inl"
 #include "gpulib/Device/Host/RayTexels.inl"
 // RayTexels.inl first.
