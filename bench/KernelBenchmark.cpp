@@ -56,6 +56,7 @@ int main(int argc, char** argv)
         for (const int iRows : {32, 16, 8, 4, 1})
             for (const Entry& rEntry : {Entry{"forward", &CDeviceScene::Forward, dSamples},
                                         {"back", &CDeviceScene::Back, dUpdates},
+                                        {"sweep", &CDeviceScene::Sweep, dUpdates},
                                         {"diff", &CDeviceScene::Diff, dPixels},
                                         {"sumabs", &CDeviceScene::SumAbs, dPixels},
                                         {"upload", &CDeviceScene::UploadSlices, dVoxels},

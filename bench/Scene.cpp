@@ -141,6 +141,18 @@ bool CDeviceScene::DownloadSlices()
                          m_pScene->iX, m_pScene->iZ);
 }
 
+bool CDeviceScene::Sweep()
+{
+    bool bDone = true;
+    for (int n = 0; n < m_pScene->iProjs; ++n)
+    {
+        SetRange(n, n + 1);
+        bDone = bDone && Forward() && Diff() && Back();
+    }
+    SetRange(0, m_pScene->iProjs);
+    return bDone;
+}
+
 std::vector<float> CDeviceScene::ReadSums() const
 {
     std::vector<float> vfSums(m_pScene->vfProjs.size());

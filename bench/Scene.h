@@ -52,6 +52,8 @@ public:
     [[nodiscard]] bool Forward() { return m_aForward.DoIt(m_aSet); }
     [[nodiscard]] bool Diff() { return m_aForward.DoDiff(m_aSet); }
     [[nodiscard]] bool Back() { return m_aBack.DoIt(m_aSet, m_pScene->fRelax, 0, m_pScene->iRows); }
+    /// One projection after the other: what SART does when every set is one projection.
+    [[nodiscard]] bool Sweep();
     [[nodiscard]] bool Weight() { return m_aWeight.WeightRecon({0, m_pScene->iProjs}); }
     [[nodiscard]] bool SumAbs() { return m_aFactor.DoDif(m_aAccum.GetImage(), 0, m_pScene->iRows); }
 

@@ -114,17 +114,22 @@ DEVICE_FN T ClampNegative(T fValue)
     return fValue > T{} ? fValue : T{};
 }
 
-/// New value of a voxel from the sum over the projections that reach it.
+/// New value of a voxel: the sum over the projections that reach it counts with this factor.
 template <class T>
-DEVICE_FN T SartUpdate(T fOld, T fSum, T fHits, float fRelax)
+DEVICE_FN T SartFactor(T fHits, float fRelax)
 {
-    return ClampNegative<T>(fOld + fRelax * fSum / (fHits + 1e-6f));
+    return fRelax / (fHits + 1e-6f);
 }
-/// \param fProjs  projections of the set, whether they reach the voxel or not
 template <class T>
-DEVICE_FN T EmUpdate(T fOld, T fSum, T fHits, float fRelax, float fProjs)
+DEVICE_FN T SartUpdate(T fOld, T fSum, T fFactor)
 {
-    return ClampNegative<T>(fOld * (1.0f + fRelax * (fSum - fHits) / fProjs));
+    return ClampNegative<T>(fOld + fSum * fFactor);
+}
+/// \param fFactor  relaxation over the projections of the set, whether they reach the voxel or not
+template <class T>
+DEVICE_FN T EmUpdate(T fOld, T fSum, T fHits, float fFactor)
+{
+    return ClampNegative<T>(fOld * (1.0f + fFactor * (fSum - fHits)));
 }
 
 /// Measured over computed intensity; 1 where there is nothing to compare.

@@ -71,8 +71,8 @@ CUDA_FN void BackBody(int iX, int iZ, int iLane, const BackParams& rP)
         if (iZ + v >= rP.iVolZ) return;
         const float fOld = LoadTexel(rP.aVol, iX + 1, iZ + v + 1, iLane);
         const float fNew = UPDATE == EUpdate::eSart
-                               ? SartUpdate(fOld, afSum[v], afHits[v], rP.fRelax)
-                               : EmUpdate(fOld, afSum[v], afHits[v], rP.fRelax, fProjs);
+                               ? SartUpdate(fOld, afSum[v], SartFactor(afHits[v], rP.fRelax))
+                               : EmUpdate(fOld, afSum[v], afHits[v], rP.fRelax / fProjs);
         StoreTexel(rP.aVol, iX + 1, iZ + v + 1, iLane, fNew);
     }
 }

@@ -139,19 +139,27 @@ DEVICE_FN void UpdateBlock(const Block<LANES>& rBlock, const ParkedBlock<LANES>&
 {
     using L = Lanes<LANES>;
     using V = typename L::Vector;
+    const float fHits = static_cast<float>(rParked.iHits);
+    const float fFactor =
+        UPDATE == EUpdate::eSart ? SartFactor(fHits, fRelax) : fRelax / static_cast<float>(iViews);
 #pragma GCC unroll 16
     for (int j = 0; j < Block<LANES>::iVoxels; ++j, pfVoxel += LANES)
     {
         if (j >= iCount) break;
         L aValue = Load<LANES>(pfVoxel);
-        L aHits = Fill<LANES>(static_cast<float>(rParked.iHits));
-        if (rParked.bMixed) aHits = Add<LANES>(aHits, Load<LANES>(rParked.afMixedHits + j * LANES));
+        L aHits = Fill<LANES>(fHits), aFactor = Fill<LANES>(fFactor);
+        if (rParked.bMixed)
+        {
+            aHits = Add<LANES>(aHits, Load<LANES>(rParked.afMixedHits + j * LANES));
+            for (int k = 0; UPDATE == EUpdate::eSart && k < L::iCount; ++k)
+                aFactor.av[k] = SartFactor<V>(aHits.av[k], fRelax);
+        }
         for (int k = 0; k < L::iCount; ++k)
-            aValue.av[k] =
-                UPDATE == EUpdate::eSart
-                    ? SartUpdate<V>(aValue.av[k], rBlock.aSum[j].av[k], aHits.av[k], fRelax)
-                    : EmUpdate<V>(aValue.av[k], rBlock.aSum[j].av[k], aHits.av[k], fRelax,
-                                  static_cast<float>(iViews));
+            if constexpr (UPDATE == EUpdate::eSart)
+                aValue.av[k] = SartUpdate<V>(aValue.av[k], rBlock.aSum[j].av[k], aFactor.av[k]);
+            else
+                aValue.av[k] =
+                    EmUpdate<V>(aValue.av[k], rBlock.aSum[j].av[k], aHits.av[k], fFactor);
         Store<LANES>(pfVoxel, aValue);
     }
 }
