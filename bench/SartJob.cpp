@@ -96,6 +96,10 @@ private:
     {
         return mTime([&] { return m_pInner->BackProject(rParams); });
     }
+    bool mBackForward(const BackParams& rBack, const ForwardParams& rForward) override
+    {
+        return mTime([&] { return m_pInner->BackForward(rBack, rForward); });
+    }
     bool mSumAbs(const SumAbsParams& rParams) override
     {
         return mTime([&] { return m_pInner->SumAbs(rParams); });

@@ -147,7 +147,9 @@ bool CDeviceScene::Sweep()
     for (int n = 0; n < m_pScene->iProjs; ++n)
     {
         SetRange(n, n + 1);
-        bDone = bDone && Forward() && Diff() && Back();
+        const ::SetRange aNext = {n + 1, std::min(n + 2, m_pScene->iProjs)};
+        bDone = bDone && (n > 0 || Forward()) && Diff() &&
+                m_aBack.DoIt(m_aSet, m_pScene->fRelax, 0, m_pScene->iRows, aNext);
     }
     SetRange(0, m_pScene->iProjs);
     return bDone;

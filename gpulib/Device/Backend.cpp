@@ -100,6 +100,13 @@ bool CBackend::BackProject(const BackParams& rP)
     return rP.iRows <= 0 || (CheckParams(rP) && mBackProject(rP));
 }
 
+bool CBackend::BackForward(const BackParams& rBack, const ForwardParams& rForward)
+{
+    if (rBack.iRows <= 0 || rForward.iEnd <= rForward.iFirst)
+        return BackProject(rBack) && ForwardProject(rForward);
+    return CheckParams(rBack) && CheckParams(rForward) && mBackForward(rBack, rForward);
+}
+
 bool CBackend::SumAbs(const SumAbsParams& rP)
 {
     return rP.iProjs <= 0 || rP.iRows <= 0 || (CheckParams(rP) && mSumAbs(rP));

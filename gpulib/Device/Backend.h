@@ -76,6 +76,8 @@ public:
     [[nodiscard]] bool Combine(const CombineParams& rParams);
     [[nodiscard]] bool Weight(const WeightParams& rParams);
     [[nodiscard]] bool BackProject(const BackParams& rParams);
+    /// BackProject(), then ForwardProject() of the slices that it leaves, perhaps in one pass.
+    [[nodiscard]] bool BackForward(const BackParams& rBack, const ForwardParams& rForward);
     [[nodiscard]] bool SumAbs(const SumAbsParams& rParams);
     [[nodiscard]] bool Transform(const TransformParams& rParams);
     [[nodiscard]] bool CompareSums(const CompareParams& rParams);
@@ -104,6 +106,10 @@ private:
     virtual bool mCombine(const CombineParams& rParams) = 0;
     virtual bool mWeight(const WeightParams& rParams) = 0;
     virtual bool mBackProject(const BackParams& rParams) = 0;
+    virtual bool mBackForward(const BackParams& rBack, const ForwardParams& rForward)
+    {
+        return mBackProject(rBack) && mForwardProject(rForward);
+    }
     virtual bool mSumAbs(const SumAbsParams& rParams) = 0;
     virtual bool mTransform(const TransformParams& rParams) = 0;
     virtual bool mCompareSums(const CompareParams& rParams) = 0;

@@ -2,9 +2,10 @@
 
 #include "gpulib/Device/Backend.h"
 
-bool GBackProj::mLaunch(EUpdate eUpdate, SetRange aSet, float fRelax, int iY, int iRows) const
+bool GBackProj::mLaunch(EUpdate eUpdate, SetRange aSet, float fRelax, int iY, int iRows,
+                        SetRange aNext) const
 {
-    return GetBackend()->BackProject({.aVol = m_aImages.aVol,
+    return GetBackend()->BackForward({.aVol = m_aImages.aVol,
                                       .aProjs = m_aImages.aProjs,
                                       .aCosSin = m_aImages.aCosSin,
                                       .aProjIndex = m_aImages.aProjIndex,
@@ -17,5 +18,6 @@ bool GBackProj::mLaunch(EUpdate eUpdate, SetRange aSet, float fRelax, int iY, in
                                       .iFirst = aSet.iFirst,
                                       .iEnd = aSet.iEnd,
                                       .iY = iY,
-                                      .iRows = iRows});
+                                      .iRows = iRows},
+                                     mForwardParams(aNext));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gpulib/Device/KernelParams.h"
 #include "gpulib/Device/RunImages.h"
 
 /// Base of the drivers of a run's kernels. A driver names the images that its kernels work on and
@@ -26,5 +27,18 @@ public:
     void SetProjWeightArray(const DeviceImage& rImage) { m_aImages.aProjWeight = rImage; }
 
 protected:
+    ForwardParams mForwardParams(SetRange aSet) const
+    {
+        return {.aSums = m_aImages.aSums,
+                .aVol = m_aImages.aVol,
+                .aCosSin = m_aImages.aCosSin,
+                .aProjIndex = m_aImages.aProjIndex,
+                .iVolX = m_aImages.iVolX,
+                .iVolZ = m_aImages.iVolZ,
+                .iProjX = m_aImages.iProjX,
+                .iFirst = aSet.iFirst,
+                .iEnd = aSet.iEnd};
+    }
+
     RunImages m_aImages;
 };

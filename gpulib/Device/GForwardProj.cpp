@@ -4,15 +4,7 @@
 
 bool GForwardProj::DoIt(SetRange aSet) const
 {
-    return GetBackend()->ForwardProject({.aSums = m_aImages.aSums,
-                                         .aVol = m_aImages.aVol,
-                                         .aCosSin = m_aImages.aCosSin,
-                                         .aProjIndex = m_aImages.aProjIndex,
-                                         .iVolX = m_aImages.iVolX,
-                                         .iVolZ = m_aImages.iVolZ,
-                                         .iProjX = m_aImages.iProjX,
-                                         .iFirst = aSet.iFirst,
-                                         .iEnd = aSet.iEnd});
+    return GetBackend()->ForwardProject(mForwardParams(aSet));
 }
 
 bool GForwardProj::mCombine(ECombine eOperation, SetRange aSet) const

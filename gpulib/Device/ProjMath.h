@@ -19,6 +19,12 @@ struct RayGeometry
     int iSamples;              ///< per ray, one per texel of length; may be 0
 };
 
+/// Whether the rays move faster along X than along Z.
+DEVICE_FN bool RunAlongX(const RayGeometry& rRays)
+{
+    return rRays.fSin * rRays.fSin > rRays.fCos * rRays.fCos;
+}
+
 /// \param iVolX, iVolZ  size of the slice without its frame
 DEVICE_FN RayGeometry MakeRays(float fCos, float fSin, int iVolX, int iVolZ, int iProjX)
 {

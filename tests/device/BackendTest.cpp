@@ -27,8 +27,8 @@ TEST(Backend, BoundsBatches)
     EXPECT_EQ(pBackend->GetBatchRows(100, 1000), 5);
     EXPECT_EQ(pBackend->GetBatchRows(3, 1000), 3);
     EXPECT_EQ(pBackend->GetBatchRows(100, pBackend->GetDeviceMemory(0)), 1);
-    EXPECT_EQ(pFree->GetBatchRows(100, 1000), 16);
-    EXPECT_EQ(pFree->GetBatchRows(500, 1000), 32);
+    for (const auto& [iRows, iBatch] : {std::pair{16, 16}, {20, 20}, {33, 16}, {64, 32}, {500, 32}})
+        EXPECT_EQ(pFree->GetBatchRows(iRows, 1000), iBatch) << iRows;
     EXPECT_EQ(pFree->GetPieceRows(1 << 14, 9), 1);
     EXPECT_EQ(pFree->GetPieceRows(1 << 12, 9), 4);
     EXPECT_EQ(pFree->GetPieceRows(1, 9), 9);

@@ -55,10 +55,10 @@ void DoAll(TestJob& r)
 {
     r.iY = IsOnCuda() ? 5 : 23;
     r.iVolX = 34;
-    r.vuiList = {5, 0, 3, 1, 6, 2};
+    r.vuiList = {5, 3, 6, 0, 1, 2};  // sets of flat views and of steep ones
     r.bInvalid = true;
-    r.uiSets = 2;
-    r.vfRelax = {1, 0.8f, 0.9f, 0.7f, 0.6f, 0.5f, 0.4f, 0.3f};
+    r.uiSets = 3;
+    r.vfRelax = {1, 0.8f, 0.9f, 0.7f, 0.6f, 0.5f, 0.4f, 0.3f, 0.5f, 0.2f, 1, 0.7f};
     r.uiInterval = 2;
     SetBox(r, 5.2f, -2.3f, 9.7f, 3.1f);
     SetKernel(r, r.eMethod == EMethod::eEm ? 31 : 4, 3, 2);

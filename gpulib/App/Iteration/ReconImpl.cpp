@@ -44,8 +44,10 @@ bool CReconImpl::mDoIteration(unsigned int uiIter)
 {
     for (unsigned int s = 0; s < m_aSetSize.GetNumSets(); ++s)
     {
+        const bool bLast = s + 1 == m_aSetSize.GetNumSets();
+        m_aNext = bLast ? SetRange() : m_aSetSize.GetSetRange(s + 1);
         if (!mDoSet(uiIter, m_aSetSize.GetSetRange(s), mCalcRelax(uiIter, s))) return false;
-        m_aDifProjImpl.NotifyVolChanged();
+        m_aDifProjImpl.NotifyVolChanged(m_aNext);
     }
     return true;
 }
@@ -59,12 +61,12 @@ float CReconImpl::mCalcRelax(unsigned int uiIter, unsigned int uiSet) const
 bool CReconImpl::mDoSartRecon(SetRange aSet, float fRelax)
 {
     return m_aDifProjImpl.DoDif(aSet) && m_aDifProjImpl.WeightProjs(aSet) &&
-           m_aBackProjImpl.DoIt(aSet, fRelax);
+           m_aBackProjImpl.DoIt(aSet, fRelax, m_aNext);
 }
 
 bool CReconImpl::mDoEmRecon(SetRange aSet, float fRelax)
 {
-    return m_aDifProjImpl.DoDiv(aSet) && m_aBackProjImpl.DoItEm(aSet, fRelax);
+    return m_aDifProjImpl.DoDiv(aSet) && m_aBackProjImpl.DoItEm(aSet, fRelax, m_aNext);
 }
 
 bool CReconImpl::mCalcRfactor(unsigned int uiIter)

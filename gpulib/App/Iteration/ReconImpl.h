@@ -34,9 +34,9 @@ public:
 protected:
     /// Updates the slices once, from the projections of one set.
     [[nodiscard]] virtual bool mDoSet(unsigned int uiIter, SetRange aSet, float fRelax) = 0;
-    /// Adds the mean of the weighted residuals.
+    /// Adds the mean of the weighted residuals, and makes the ray sums of the next set.
     [[nodiscard]] bool mDoSartRecon(SetRange aSet, float fRelax);
-    /// Multiplies by the mean of the ratios.
+    /// Multiplies by the mean of the ratios, likewise.
     [[nodiscard]] bool mDoEmRecon(SetRange aSet, float fRelax);
 
 private:
@@ -49,5 +49,6 @@ private:
     CDivProjImpl m_aDifProjImpl;
     CBackProjImpl m_aBackProjImpl;
     CRfactorImpl m_aRfactorImpl;
-    int m_iRows = 0;  // of the batch at work
+    int m_iRows = 0;   // of the batch at work
+    SetRange m_aNext;  // the set after the one at work in this iteration, or none
 };

@@ -13,15 +13,15 @@ public:
         m_iY = iY;
         m_iRows = iRows;
     }
-    /// SART update.
-    [[nodiscard]] bool DoIt(SetRange aSet, float fRelax) const
+    /// SART update, and the ray sums of aNext, which may be empty.
+    [[nodiscard]] bool DoIt(SetRange aSet, float fRelax, SetRange aNext = {}) const
     {
-        return m_aGBackProj.DoIt(aSet, fRelax, m_iY, m_iRows);
+        return m_aGBackProj.DoIt(aSet, fRelax, m_iY, m_iRows, aNext);
     }
-    /// EM update.
-    [[nodiscard]] bool DoItEm(SetRange aSet, float fRelax) const
+    /// EM update likewise.
+    [[nodiscard]] bool DoItEm(SetRange aSet, float fRelax, SetRange aNext = {}) const
     {
-        return m_aGBackProj.DoItEm(aSet, fRelax, m_iY, m_iRows);
+        return m_aGBackProj.DoItEm(aSet, fRelax, m_iY, m_iRows, aNext);
     }
 
 private:

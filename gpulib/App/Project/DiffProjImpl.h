@@ -14,8 +14,9 @@ class CDiffProjImpl
 public:
     /// \param uiIndices  the list that is on the device too
     void Configure(const RunImages& rImages, std::span<const unsigned int> uiIndices);
-    /// The slices were loaded or updated: no ray sum holds any more.
-    void NotifyVolChanged() { m_aKept = {}; }
+    /// The slices were loaded or updated: no ray sum holds any more but those of aNext, which were
+    /// made with the update.
+    void NotifyVolChanged(SetRange aNext = {}) { m_aKept = aNext; }
     /// The slices that were loaded are 0 everywhere, and so are their ray sums.
     [[nodiscard]] bool NotifyVolZero();
 

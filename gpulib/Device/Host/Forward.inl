@@ -151,30 +151,47 @@ static Window MakeWindow(const ForwardParams& rP, bool bAlongX, int iRow, int iF
     return aWindow;
 }
 
-/// Adds the sums of those views of a share whose steep axis this is.
+/// Sends those views of a share whose steep axis this is through the strip from row iRow on.
+/// \param fPrepare  called before a window with the end of the columns that its rays may touch
+template <int LANES, bool ALONG_X, class F>
+DEVICE_FN void CrossStrip(const ForwardParams& rP, const ForwardView* pViews, Share aViews,
+                          int iRow, F fPrepare)
+{
+    const int iColumns = ALONG_X ? rP.iVolZ : rP.iVolX;
+    for (int iFirst = 1 - g_iOverhang; iFirst < iColumns + g_iOverhang; iFirst += g_iWindow)
+    {
+        fPrepare(iFirst + g_iWindow + g_iOverhang);
+        const Window aWindow = MakeWindow<LANES>(rP, ALONG_X, iRow, iFirst);
+        for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
+        {
+            const Course aCourse = MakeCourse(pViews[v].aRays);
+            if (aCourse.bAlongX == ALONG_X && pViews[v].aRays.iSamples > 0)
+                CrossWindow<LANES, ALONG_X>(rP, aWindow, pViews[v], aCourse);
+        }
+    }
+}
+
+/// The same with all strips.
 template <int LANES, bool ALONG_X>
 static void CrossSlice(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
 {
-    const int iRows = ALONG_X ? rP.iVolX : rP.iVolZ, iColumns = ALONG_X ? rP.iVolZ : rP.iVolX;
+    const int iRows = ALONG_X ? rP.iVolX : rP.iVolZ;
     for (int iRow = 1; iRow <= iRows; iRow += g_iStripRows)
-        for (int iFirst = 1 - g_iOverhang; iFirst < iColumns + g_iOverhang; iFirst += g_iWindow)
-        {
-            const Window aWindow = MakeWindow<LANES>(rP, ALONG_X, iRow, iFirst);
-            for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
-            {
-                const Course aCourse = MakeCourse(pViews[v].aRays);
-                if (aCourse.bAlongX == ALONG_X && pViews[v].aRays.iSamples > 0)
-                    CrossWindow<LANES, ALONG_X>(rP, aWindow, pViews[v], aCourse);
-            }
-        }
+        CrossStrip<LANES, ALONG_X>(rP, pViews, aViews, iRow, [](int) {});
+}
+
+template <int LANES>
+static void ClearSums(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
+{
+    for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
+        for (int x = 0; x < rP.iProjX; ++x)
+            Store<LANES>(pViews[v].pfSums + static_cast<std::size_t>(x) * LANES, Fill<LANES>(0.0f));
 }
 
 template <int LANES>
 static void ForwardLanes(const ForwardParams& rP, const ForwardView* pViews, Share aViews)
 {
-    for (int v = aViews.iFirst; v < aViews.iEnd; ++v)
-        for (int x = 0; x < rP.iProjX; ++x)
-            Store<LANES>(pViews[v].pfSums + static_cast<std::size_t>(x) * LANES, Fill<LANES>(0.0f));
+    ClearSums<LANES>(rP, pViews, aViews);
     CrossSlice<LANES, false>(rP, pViews, aViews);
     CrossSlice<LANES, true>(rP, pViews, aViews);
 }

@@ -84,6 +84,38 @@ BackView MakeBackView(const BackParams& rP, int iProj)
     aView.fNoneAfter = aView.fAnyEnd - 1.0f + fReach;
     return aView;
 }
+
+bool MakeBackViews(const BackParams& rP, std::vector<BackView>& rViews)
+{
+    std::vector<int> viRows;
+    if (!ReadIndex("BackProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aProjs.iHeight, viRows))
+        return false;
+    for (const int iProj : viRows) rViews.push_back(MakeBackView(rP, iProj));
+    return true;
+}
+
+bool MakeForwardViews(const ForwardParams& rP, std::vector<ForwardView>& rViews)
+{
+    std::vector<int> viRows;
+    if (!ReadIndex("ForwardProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aSums.iHeight, viRows))
+        return false;
+    // Strips add to the sums: a projection that stands in the set twice must not be added twice.
+    std::ranges::sort(viRows);
+    viRows.erase(std::unique(viRows.begin(), viRows.end()), viRows.end());
+    for (const int iProj : viRows)
+    {
+        const float* pfCosSin = static_cast<const float*>(rP.aCosSin.pvData) + 2 * iProj;
+        rViews.push_back({MakeRays(pfCosSin[0], pfCosSin[1], rP.iVolX, rP.iVolZ, rP.iProjX),
+                          RowOf(rP.aSums, iProj)});
+    }
+    return true;
+}
+
+bool HaveOneSteepAxis(const std::vector<ForwardView>& rViews)
+{
+    const auto IsAlongX = [](const ForwardView& rView) { return RunAlongX(rView.aRays); };
+    return std::ranges::all_of(rViews, IsAlongX) || std::ranges::none_of(rViews, IsAlongX);
+}
 }  // namespace
 
 CHostBackend::CHostBackend(const HostKernels& rKernels, int iDevices, int iCoresPerDevice,
@@ -224,19 +256,8 @@ void CHostBackend::mSplit(int iPieces, F fShare)
 
 bool CHostBackend::mForwardProject(const ForwardParams& rP)
 {
-    std::vector<int> viRows;
-    if (!ReadIndex("ForwardProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aSums.iHeight, viRows))
-        return false;
-    // Tiles add to the sums: a projection that stands in the set twice must not be added twice.
-    std::ranges::sort(viRows);
-    viRows.erase(std::unique(viRows.begin(), viRows.end()), viRows.end());
     std::vector<ForwardView> vViews;
-    for (const int iProj : viRows)
-    {
-        const float* pfCosSin = static_cast<const float*>(rP.aCosSin.pvData) + 2 * iProj;
-        vViews.push_back({MakeRays(pfCosSin[0], pfCosSin[1], rP.iVolX, rP.iVolZ, rP.iProjX),
-                          RowOf(rP.aSums, iProj)});
-    }
+    if (!MakeForwardViews(rP, vViews)) return false;
     mSplit(int(vViews.size()),
            [&](Share aShare, int) { mKernels(rP.aVol).Forward(rP, vViews.data(), aShare); });
     return true;
@@ -244,13 +265,27 @@ bool CHostBackend::mForwardProject(const ForwardParams& rP)
 
 bool CHostBackend::mBackProject(const BackParams& rP)
 {
-    std::vector<int> viRows;
-    if (!ReadIndex("BackProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aProjs.iHeight, viRows))
-        return false;
     std::vector<BackView> vViews;
-    for (const int iProj : viRows) vViews.push_back(MakeBackView(rP, iProj));
+    if (!MakeBackViews(rP, vViews)) return false;
     mSplit((rP.iVolZ + g_iBackTile - 1) / g_iBackTile, [&](Share aShare, int)
            { mKernels(rP.aVol).Back(rP, vViews.data(), int(vViews.size()), aShare); });
+    return true;
+}
+
+/// One pass pays where memory is what both wait for: few views, and a core that has them to itself.
+bool CHostBackend::mBackForward(const BackParams& rBack, const ForwardParams& rForward)
+{
+    constexpr int iFew = 4;
+    std::vector<BackView> vBack;
+    std::vector<ForwardView> vForward;
+    const bool bSplit = mDevice().pTeam->GetSize() > 1 || rForward.iEnd - rForward.iFirst > iFew;
+    if (!bSplit && !(MakeBackViews(rBack, vBack) && MakeForwardViews(rForward, vForward)))
+        return false;
+    if (bSplit || !HaveOneSteepAxis(vForward))
+        return mBackProject(rBack) && mForwardProject(rForward);
+    mKernels(rBack.aVol)
+        .BackForward(rBack, vBack.data(), int(vBack.size()), rForward, vForward.data(),
+                     {0, int(vForward.size())});
     return true;
 }
 

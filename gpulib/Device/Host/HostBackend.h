@@ -42,6 +42,7 @@ private:
     bool mDownloadTable(const DeviceImage& rImage, void* pvDest) override;
 
     bool mForwardProject(const ForwardParams& rParams) override;
+    bool mBackForward(const BackParams& rBack, const ForwardParams& rForward) override;
     bool mCombine(const CombineParams& rParams) override;
     bool mWeight(const WeightParams& rParams) override;
     bool mBackProject(const BackParams& rParams) override;

@@ -60,6 +60,10 @@ struct HostKernels
     void (*Forward)(const ForwardParams& rP, const ForwardView* pViews, Share aViews);
     /// All views into a share of the tile rows of the slice.
     void (*Back)(const BackParams& rP, const BackView* pViews, int iViews, Share aTileRows);
+    /// All views of one set into the slice, and the ray sums of the next, whose views have one
+    /// steep axis, of the result.
+    void (*BackForward)(const BackParams& rBack, const BackView* pBack, int iBack,
+                        const ForwardParams& rForward, const ForwardView* pForward, Share aForward);
     /// piRows: raw numbers of the projections, one per list position from rP.iFirst on.
     void (*Combine)(const CombineParams& rP, const int* piRows, Share aRows);
     /// piRows: image rows to treat.

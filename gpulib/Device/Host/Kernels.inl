@@ -8,6 +8,8 @@
 #include "gpulib/Device/Host/RayTexels.inl"
 // RayTexels.inl first.
 #include "gpulib/Device/Host/Forward.inl"
+// Back.inl and Forward.inl first.
+#include "gpulib/Device/Host/BackForward.inl"
 #include "gpulib/Device/Host/Smooth.inl"
 #include "gpulib/Device/Host/Stream.inl"
 #include "gpulib/Device/Host/Transform.inl"
@@ -34,6 +36,13 @@ static void Forward(const ForwardParams& rP, const ForwardView* pViews, Share aV
 static void Back(const BackParams& rP, const BackView* pViews, int iViews, Share aTileRows)
 {
     TALVEN_FOR_LANES(rP.aVol.iLanes, BackLanes, rP, pViews, iViews, aTileRows)
+}
+
+static void BackForward(const BackParams& rBack, const BackView* pBack, int iBack,
+                        const ForwardParams& rForward, const ForwardView* pForward, Share aForward)
+{
+    TALVEN_FOR_LANES(rBack.aVol.iLanes, BackForwardLanes, rBack, pBack, iBack, rForward, pForward,
+                     aForward)
 }
 
 static void Combine(const CombineParams& rP, const int* piRows, Share aRows)

@@ -102,6 +102,6 @@ DEVICE_FN int PackPositive(int iEntries, const int* piIn, const float* pfIn, int
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"avx2", nullptr, Forward,   Back,        Combine,
+const HostKernels g_aKernels = {"avx2", nullptr, Forward,   Back,        BackForward, Combine,
                                 Weight, SumAbs,  Transform, CompareSums, Smooth};
 }  // namespace Avx2

@@ -65,6 +65,7 @@ DEVICE_FN int PackPositive(int iEntries, const int* piIn, const float* pfIn, int
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"avx512", &Avx2::g_aKernels, Forward,     Back,  Combine, Weight,
-                                SumAbs,   Transform,         CompareSums, Smooth};
+const HostKernels g_aKernels = {"avx512",    &Avx2::g_aKernels, Forward, Back,
+                                BackForward, Combine,           Weight,  SumAbs,
+                                Transform,   CompareSums,       Smooth};
 }  // namespace Avx512

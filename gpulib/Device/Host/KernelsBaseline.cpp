@@ -81,6 +81,6 @@ DEVICE_FN int PackPositive(int iEntries, const int* piIn, const float* pfIn, int
 #include "gpulib/Device/Host/Kernels.inl"
 }  // namespace
 
-const HostKernels g_aKernels = {"baseline", nullptr, Forward,   Back,        Combine,
+const HostKernels g_aKernels = {"baseline", nullptr, Forward,   Back,        BackForward, Combine,
                                 Weight,     SumAbs,  Transform, CompareSums, Smooth};
 }  // namespace Baseline

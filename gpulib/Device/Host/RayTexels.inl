@@ -47,7 +47,7 @@ DEVICE_FN Course MakeCourse(const RayGeometry& rRays)
 {
     const float fX = -rRays.fSin, fZ = rRays.fCos;
     Course aCourse;
-    aCourse.bAlongX = fX * fX > fZ * fZ;
+    aCourse.bAlongX = RunAlongX(rRays);
     const float fP = aCourse.bAlongX ? fX : fZ, fS = aCourse.bAlongX ? fZ : fX;
     aCourse.fStepP = fS < 0.0f ? -fP : fP;
     aCourse.fStepS = fS < 0.0f ? -fS : fS;
