@@ -129,10 +129,10 @@ private:
 };
 }  // namespace
 
-SartTimes RunSartJob(int iWorkers, int iRowsPerWorker, int iIterations)
+SartTimes RunSartJob(int iWorkers, int iRows, int iSets, int iIterations)
 {
     const Scene aScene(1);  // sizes; all rows hold the same values
-    const int iY = iWorkers * iRowsPerWorker;
+    const int iRowsPerWorker = iRows / iWorkers, iY = iWorkers * iRowsPerWorker;
     Util_Volume aStack, aVolume;
     aStack.SetSize(aScene.iX, iY, aScene.iProjs);
     aVolume.SetSize(aScene.iX, iY, aScene.iZ);
@@ -155,6 +155,7 @@ SartTimes RunSartJob(int iWorkers, int iRowsPerWorker, int iIterations)
     aJob.fAngles = vfAngles;
     aJob.uiRangeX = vuiRange;
     aJob.uiIterations = unsigned(iIterations);
+    aJob.uiNumSets = unsigned(iSets > 0 ? iSets : aScene.iProjs);
     aJob.uiProjIndex = vuiIndex;
 
     SetBackend(std::make_unique<CTimedBackend>(SetBackend(nullptr)));

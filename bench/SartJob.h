@@ -9,6 +9,6 @@ struct SartTimes
     double dKernels = 0;  ///< part of it in kernels
 };
 
-/// Reconstructs iRowsPerWorker rows of 1024 x 256 voxels on each of iWorkers devices of the host
-/// backend in use, from 61 random projections, as the server would.
-SartTimes RunSartJob(int iWorkers, int iRowsPerWorker, int iIterations);
+/// Reconstructs iRows rows of 1024 x 256 voxels on iWorkers devices of the host backend in use,
+/// from 61 random projections in iSets sets (0: one projection each), as the server would.
+SartTimes RunSartJob(int iWorkers, int iRows, int iSets, int iIterations);

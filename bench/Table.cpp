@@ -13,6 +13,7 @@
 
 #include "bench/CompareJob.h"
 #include "bench/Literal.h"
+#include "bench/LoadLimit.h"
 #include "bench/SartJob.h"
 #include "bench/SmoothTable.h"
 #include "bench/ThreadTime.h"
@@ -82,7 +83,22 @@ void DemandSame(const char* pcWhat, const std::vector<float>& rGot, int iRows, i
     g_bDone = g_bDone && bSame;
 }
 
-/// One line of the table. \return whether the ratios reach their floors
+/// Texels that the forward projection of this scene reads for a sample: counted.
+constexpr double g_dTexels = 2.44;
+constexpr double g_dPixels = 2;  // that an update reads
+
+/// What a sample or update of 32 rows costs beside what its loads alone would.
+void PrintLimits(const std::string& rSet, double dSample, double dUpdate)
+{
+    const double dTexel = MeasureTexel(rSet), dClock = MeasureClock();
+    if (dTexel <= 0) return;
+    std::printf("  %25.1f cycles, %2.0f %% of limit %13.1f cycles, %2.0f %% of limit\n",
+                dSample * dClock, 100 * g_dTexels * dTexel / dSample, dUpdate * dClock,
+                100 * g_dPixels * dTexel / dUpdate);
+}
+
+/// One line of the table, and for 32 rows a second one. \return whether the ratios reach their
+/// floors
 bool PrintSet(const std::string& rSet, int iRows, const LiteralTimes& rLiteral)
 {
     const Scene aScene(iRows);
@@ -102,6 +118,9 @@ bool PrintSet(const std::string& rSet, int iRows, const LiteralTimes& rLiteral)
     std::printf("%-10s %4d %14.2f %8.0fx %14.2f %8.1fx\n", rSet.c_str(), iRows,
                 aScene.CountSamples() / dForward / 1e9, dForwardRatio,
                 aScene.CountUpdates() / dBack / 1e9, dBackRatio);
+    if (iRows == 32)
+        PrintLimits(rSet, 32 * dForward / aScene.CountSamples(),
+                    32 * dBack / aScene.CountUpdates());
     const Floor& rFloor = FloorOf(rSet);
     if (iRows != 32 || (dForwardRatio >= rFloor.dForward && dBackRatio >= rFloor.dBack))
         return true;
@@ -140,31 +159,37 @@ bool PrintCompare()
 }
 
 /// The best of some runs by wall clock.
-SartTimes BestSartJob(int iWorkers)
+SartTimes BestSartJob(int iWorkers, int iRows, int iSets, int iIterations)
 {
-    constexpr int iRuns = 3, iRows = 32, iIterations = 5;
+    constexpr int iRuns = 3;
     SartTimes aBest;
     for (int i = 0; i < iRuns; ++i)
     {
-        const SartTimes aTimes = RunSartJob(iWorkers, iRows, iIterations);
+        const SartTimes aTimes = RunSartJob(iWorkers, iRows, iSets, iIterations);
         Demand(aTimes.bDone);
         if (i == 0 || aTimes.dJob < aBest.dJob) aBest = aTimes;
     }
     return aBest;
 }
 
-/// Whole jobs of one worker and of all, each worker with the same number of rows.
+/// Whole jobs: 32 rows of one worker, and 512 rows of one and of all.
 void PrintSart()
 {
     SetBackend(MakeHostBackend("", 0));
     const int iAll = GetBackend()->GetDeviceCount();
-    const SartTimes aOne = BestSartJob(1), aMany = BestSartJob(iAll);
-    std::printf("\nSART job, 5 iterations, 32 rows per worker, %s:\n", GetBackend()->GetDetail());
-    for (const auto& [iWorkers, rTimes] : {std::pair{1, &aOne}, std::pair{iAll, &aMany}})
-        std::printf(
-            "  %2d workers %8.1f ms, %.1f %% of it outside the kernels, %.2fx the work of one\n",
-            iWorkers, rTimes->dJob * 1e3, 100 * (1 - rTimes->dKernels / rTimes->dWorker),
-            iWorkers * aOne.dJob / rTimes->dJob);
+    std::printf("\nSART, 5 iterations, 32 rows, one worker, %s:\n", GetBackend()->GetDetail());
+    for (const auto& [pcSets, iSets] :
+         {std::pair{"one set", 1}, {"10 sets", 10}, {"one projection per set", 0}})
+    {
+        const SartTimes aTimes = BestSartJob(1, 32, iSets, 5);
+        std::printf("  %-24s %8.1f ms, %.1f %% of it outside the kernels\n", pcSets,
+                    aTimes.dJob * 1e3, 100 * (1 - aTimes.dKernels / aTimes.dWorker));
+    }
+    const double dOne = BestSartJob(1, 512, 1, 2).dJob, dAll = BestSartJob(iAll, 512, 1, 2).dJob;
+    std::printf(
+        "SART, 2 iterations, 512 rows, one set: %.2f s with one worker, %.2f s with %d: "
+        "%.2fx as fast\n",
+        dOne, dAll, iAll, dOne / dAll);
     SetBackend(nullptr);
 }
 }  // namespace
