@@ -26,12 +26,17 @@ std::size_t CountBytes(const DeviceImage& rImage)
     return rImage.tPitch * rImage.iHeight * rImage.iDepth;
 }
 
-/// Bytes from one row of an image to the next. The rows of a batch lie an odd number of cache lines
-/// apart, or they would fight for the same few of them.
+/// Bytes from one row of an image to the next. A strip reads up to 32 rows of a batch at a time:
+/// they lie an odd number of cache lines apart, and some fraction of a page more than whole pages,
+/// or they would fight for the same few entries of the caches of lines and of page addresses.
 std::size_t PitchOf(std::size_t tRowBytes, int iLanes)
 {
-    constexpr std::size_t tLine = 64;
-    return iLanes == 1 ? tRowBytes : ((tRowBytes + tLine - 1) / tLine | 1) * tLine;
+    constexpr std::size_t tLine = 64, tPage = 4096, tLongRow = 4 * tPage;
+    if (iLanes == 1) return tRowBytes;
+    std::size_t tPitch = tRowBytes;
+    if (tPitch >= tLongRow && tPitch % tPage > 3 * tPage / 4) tPitch += tPage - tPitch % tPage;
+    if (tPitch >= tLongRow && tPitch % tPage < tPage / 4) tPitch += tPage / 4 - tPitch % tPage;
+    return ((tPitch + tLine - 1) / tLine | 1) * tLine;
 }
 
 float* RowOf(const DeviceImage& rImage, int iRow)
