@@ -9,7 +9,7 @@ TEST_P(Kernel, RectanglesComeBackAndTheRestIsZero)
     const auto Sum = [](const Images& rImages)
     { return std::accumulate(rImages.vf.begin(), rImages.vf.end(), 0.0); };
     for (const int iRows : {1, 2, 4, 5, 8, 9, 15, 16, 17, 32})
-        for (const auto& [iX, iY] : {std::pair{1, 1}, {3, 2}, {16, 5}, {67, 3}, {130, 2}})
+        for (const auto& [iX, iY] : {std::pair{1, 1}, {3, 2}, {16, 5}, {67, 3}, {130, 2}, {185, 2}})
         {
             SCOPED_TRACE(testing::Message() << iRows << " rows of " << iX << " x " << iY);
             const Images aIn = RandomImages(iX, iY, iRows, 1, 2), aOne = Part(aIn, 0);

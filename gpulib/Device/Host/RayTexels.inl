@@ -7,12 +7,9 @@
 //     row + 1  --o-----o-----o-----o--      sample k, q(k) rows from the row, has the part
 //                        ,2'                    w(k) = 1 - |q(k)|
 //     row      --A-----B-,1'-C-----D--      of it, and lies u(k) texels from texel A: its share of
-//                 ,0'                       A, B, C and D is the tent 1 - |u - 0, 1, 2, 3|.
-//     row - 1  --o-----o-----o-----o--
+//                 ,0'                       texel j = A, B, C, D (0 to 3) is the tent
+//     row - 1  --o-----o-----o-----o--          w(k) max(0, 1 - |u(k) - j|).
 //
-// A tent is the second difference of ramps, so with R(j) = sum of w(k) max(0, u(k) - j) and
-// S = sum of w(k) the weights are
-//     A = S - R(0) + R(1)   B = R(0) - 2 R(1) + R(2)   C = R(1) - 2 R(2)   D = R(2).
 // A and B are always read, as a pair; C and D, which are mostly zero, go to a list.
 
 constexpr int g_iStripRows = 32;
@@ -163,14 +160,18 @@ static void PlaceRay(const Course& rCourse, const Strip& rStrip, const Rays& rRa
         const Wide vU0 = vS0 - vFirst;
         const Wide vU1 = (vMiddleS + vStepS * vT1) - vFirst;
         const Wide vU2 = (vMiddleS + vStepS * vT2) - vFirst;
-        const Wide vSum = vW0 + vW1 + vW2;
-        const Wide vR0 = Fma(vW0, vU0, Fma(vW1, vU1, vW2 * vU2));
-        const Wide vR1 = Fma(vW1, Max(vZero, vU1 - vOne), vW2 * Max(vZero, vU2 - vOne));
-        const Wide vR2 = FOUR ? vW2 * Max(vZero, vU2 - 2.0f) : vZero;
-        Wide vWeightA = Max(vZero, vSum - vR0 + vR1);
-        Wide vWeightB = Max(vZero, vR0 - (vR1 + vR1) + vR2);
-        Wide vWeightC = FOUR ? vR1 - (vR2 + vR2) : vR1;
-        Wide vWeightD = vR2;
+        // Each sample on its texels. What it does not touch gets nothing at all: a sum of ramps
+        // would leave a rounding error there, and EM divides by the sums.
+        const Wide vD1 = vU1 - vOne, vD2 = vU2 - vOne;
+        const Wide vRight1 = Max(vZero, vD1), vLeft1 = vRight1 - vD1;  // of texel B
+        const Wide vRight2 = Max(vZero, vD2), vLeft2 = vRight2 - vD2;
+        const Wide vTentB1 = vOne - Abs(vD1);
+        const Wide vTentB2 = FOUR ? Max(vZero, vOne - Abs(vD2)) : vOne - Abs(vD2);
+        const Wide vTentC2 = FOUR ? Max(vZero, vOne - Abs(vD2 - vOne)) : vRight2;
+        Wide vWeightA = Fma(vW0, vOne - vU0, Fma(vW1, vLeft1, vW2 * vLeft2));
+        Wide vWeightB = Fma(vW0, vU0, Fma(vW1, vTentB1, vW2 * vTentB2));
+        Wide vWeightC = Fma(vW1, vRight1, vW2 * vTentC2);
+        Wide vWeightD = FOUR ? vW2 * Max(vZero, vD2 - vOne) : vZero;
         const WideUnsigned vStep = WideUnsigned{} + static_cast<unsigned>(rStrip.iStepS);
         const WideUnsigned vOffset =
             (WideUnsigned)LoadWide(rStrip.aiRow + r) + (WideUnsigned)vA * vStep;
@@ -178,7 +179,8 @@ static void PlaceRay(const Course& rCourse, const Strip& rStrip, const Rays& rRa
         if constexpr (!WHOLE)
         {
             const int iLast = rStrip.iColumns;
-            const WideInt vThere = (vR < static_cast<float>(rStrip.iRows)) & (vSum > 0.0f);
+            const WideInt vThere =
+                (vR < static_cast<float>(rStrip.iRows)) & (vW0 + vW1 + vW2 > vZero);
             const WideInt vPairThere = vThere & (vA >= 0) & (vA <= iLast);
             vWeightA = vPairThere ? vWeightA : vZero;
             vWeightB = vPairThere ? vWeightB : vZero;
