@@ -66,6 +66,7 @@ std::unique_ptr<CCommand> MakeReconstruct();
 std::unique_ptr<CCommand> MakeReproject();
 std::unique_ptr<CCommand> MakeTransform();
 std::unique_ptr<CCommand> MakeCompare();
+std::unique_ptr<CCommand> MakeAlign();
 std::unique_ptr<CCommand> MakeView();
 std::unique_ptr<CCommand> MakeInfo();
 std::unique_ptr<CCommand> MakePhantom();

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "talven/AtomicFile.h"
 #include "talven/Text.h"
 
 namespace talven
@@ -103,6 +104,15 @@ ViewMap Turn(double dDegrees)
 {
     const double dCos = std::cos(dDegrees * g_dDegree), dSin = std::sin(dDegrees * g_dDegree);
     return {dCos, -dSin, dSin, dCos, 0, 0};
+}
+
+bool WriteXf(const std::string& strPath, std::span<const ViewMap> aMaps, std::string& rError)
+{
+    std::string strText;
+    for (const ViewMap& r : aMaps)
+        strText += Format("%12.7f%12.7f%12.7f%12.7f%12.3f%12.3f\n", r.dA11, r.dA12, r.dA21, r.dA22,
+                          r.dX, r.dY);
+    return WriteTextFile(strPath, strText, rError);
 }
 
 bool ReadXf(const std::string& strPath, std::vector<ViewMap>& rMaps, std::string& rError)

@@ -38,6 +38,10 @@ ViewMap Turn(double dDegrees);
 [[nodiscard]] bool ReadXf(std::istream& rText, const std::string& strName,
                           std::vector<ViewMap>& rMaps, std::string& rError);
 
+/// Writes them so.
+[[nodiscard]] bool WriteXf(const std::string& strPath, std::span<const ViewMap> aMaps,
+                           std::string& rError);
+
 /// How the raw views of a tilt series become aligned ones, with the tilt axis along Y.
 struct AlignRequest
 {
