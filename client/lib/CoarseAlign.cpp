@@ -82,7 +82,9 @@ bool CCoarseAligner::Run(const std::function<bool(int iDone)>& rGoOn)
             const std::size_t tSeen = std::min(vdSeen.size(), g_tRemembered);
             std::vector<double> vdLast(vdSeen.end() - std::ptrdiff_t(tSeen), vdSeen.end());
             std::ranges::sort(vdLast);
-            rView.bGood = vdLast.empty() || rView.dCorrelation >= g_dSuspicious * vdLast[tSeen / 2];
+            rView.bGood =
+                rView.dCorrelation > 0 &&
+                (vdLast.empty() || rView.dCorrelation >= g_dSuspicious * vdLast[tSeen / 2]);
             if (rView.bGood)
             {
                 vdSeen.push_back(rView.dCorrelation);

@@ -105,6 +105,26 @@ TEST(ClientCoarseAlign, FindsRandomShifts)
     }
 }
 
+TEST(ClientCoarseAlign, LosesViewsOfNothing)
+{
+    const std::vector<float> vfAngles = {-4, 0, 4};
+    for (const float fValue : {7.0f, -1e30f})
+    {
+        std::vector<CoarseView> vViews;
+        int iCalls = 0;
+        const Floats vfViews(3 * 40 * 30, fValue);
+        ASSERT_TRUE(AlignCoarsely(
+            {}, {40, 30}, vfAngles, vfViews, [&](int iDone) { return iDone == ++iCalls; }, vViews));
+        EXPECT_TRUE(!vViews[0].bGood && vViews[1].bGood && !vViews[2].bGood);
+        EXPECT_FALSE(AlignCoarsely(
+            {}, {40, 30}, vfAngles, vfViews, [](int) { return false; }, vViews));
+    }
+    std::string strError;
+    EXPECT_TRUE(CheckCoarseAngles(vfAngles, strError));
+    EXPECT_FALSE(CheckCoarseAngles(std::vector<float>{0, 81}, strError));
+    EXPECT_EQ(strError, "view 1 at 81 degrees: at most 80 either way");
+}
+
 TEST(ClientCoarseAlign, MatchesToAFractionOfAPixel)
 {
     const ImageSize aSize = {75, 64};
