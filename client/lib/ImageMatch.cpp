@@ -131,7 +131,7 @@ double CImageMatcher::mTransform(std::span<const float> fImage, std::span<const 
 /// The spectrum is half of a symmetric one: all but the first and last columns stand for two.
 double CImageMatcher::mGetEnergy(const Spectrum& rSpectrum) const
 {
-    const auto tHalf = std::size_t(m_aPadded.iX / 2 + 1);
+    const auto tHalf = std::size_t(m_aPadded.iX) / 2 + 1;
     double dEnergy = 0;
     for (std::size_t i = 0; i < m_vfBand.size(); ++i)
     {

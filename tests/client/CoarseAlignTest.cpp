@@ -134,7 +134,7 @@ TEST(ClientCoarseAlign, MatchesToAFractionOfAPixel)
         Floats vfPixels;
         for (int i = 0; i < 75 * 64; ++i)
         {
-            const double dU = i % 75 - dX, dV = i / 75 - dY;  // NOLINT: whole rows
+            const double dU = i % 75 - dX, dV = i / 75 - dY;  // whole rows
             const auto Blob = [&](double x, double y)
             { return std::exp(-((dU - x) * (dU - x) + (dV - y) * (dV - y)) / 40); };
             vfPixels.push_back(float(100 + 9 * Blob(30, 30) + 5 * Blob(41, 25) - 4 * Blob(33, 41)));
