@@ -5,7 +5,9 @@
 #include "Command.h"
 #include "talven/Angles.h"
 #include "talven/CoarseAlign.h"
+#include "talven/ImageJob.h"
 #include "talven/ImageStack.h"
+#include "talven/MrcWriter.h"
 
 namespace talven
 {
@@ -24,8 +26,10 @@ private:
     /// All views, as means of blocks of pixels.
     bool mReadViews(const ImageSize& rBinned, std::vector<float>& rViews);
     bool mWrite(const ImageSize& rBinned, const std::vector<CoarseView>& rViews);
+    /// The raw views, resampled once by the server.
+    bool mWriteStack(const std::vector<ViewMap>& rMaps);
 
-    std::string m_strTilts, m_strAngles, m_strOutput;
+    std::string m_strTilts, m_strAngles, m_strOutput, m_strStack;
     double m_dAxis = 0;
     int m_iBin = 4;
     double m_dLimit = 80;
@@ -45,6 +49,7 @@ void CAlign::AddOptions(CLI::App& rApp)
     rApp.add_option("-o,--output", m_strOutput, "Alignment to write (.xf)")
         ->required()
         ->type_name("FILE");
+    rApp.add_option("--stack", m_strStack, "Aligned views to write, MRC")->type_name("FILE");
     rApp.add_option(
             "--axis", m_dAxis,
             "From the +Y axis of the views to the tilt axis, degrees, counterclockwise with "
@@ -57,6 +62,7 @@ void CAlign::AddOptions(CLI::App& rApp)
     rApp.add_option("--limit", m_dLimit, "Farthest that a view may have moved, pixels")
         ->capture_default_str()
         ->check(CLI::Range(1.0, 32768.0));
+    mAddServerOptions(rApp);
     mAddReportOptions(rApp);
 }
 
@@ -71,7 +77,7 @@ bool CAlign::Run()
     if (aBinned.iX < iLeast || aBinned.iY < iLeast)
         return mFail(Format("--bins %d: views of %d x %d make %d x %d, at least %d x %d", m_iBin,
                             rSize.iX, rSize.iY, aBinned.iX, aBinned.iY, iLeast, iLeast));
-    if (!mReadAngles() || !mProbe(m_strOutput)) return false;
+    if (!mReadAngles() || !mProbe(m_strOutput) || !mProbe(m_strStack)) return false;
     std::vector<float> vfViews;
     if (!mReadViews(aBinned, vfViews)) return false;
 
@@ -134,12 +140,15 @@ bool CAlign::mWrite(const ImageSize& rBinned, const std::vector<CoarseView>& rVi
     for (const CoarseView& r : rViews)
     {
         const CoarseView aRaw = {m_iBin * r.dX + dMiddleX, m_iBin * r.dY + dMiddleY};
-        vMaps.push_back(MakeMap(aRaw, m_dAxis));
+        ViewMap& rMap = vMaps.emplace_back(MakeMap(aRaw, m_dAxis));
+        for (double* pdShift : {&rMap.dX, &rMap.dY})  // as the file has it
+            *pdShift = std::round(1000 * *pdShift) / 1000;
         aShifts.push_back({-aRaw.dX, -aRaw.dY});
         aCorrelations.push_back(r.dCorrelation);
         dMost = std::max(dMost, std::hypot(aRaw.dX, aRaw.dY));
         if (!r.bGood) aLost.push_back(&r - rViews.data());
     }
+    if (!m_strStack.empty() && !mWriteStack(vMaps)) return false;
     std::string strError;
     if (!WriteXf(m_strOutput, vMaps, strError)) return mFail(strError);
     const CoarseView& rWorst = *std::ranges::min_element(rViews, {}, &CoarseView::dCorrelation);
@@ -157,6 +166,35 @@ bool CAlign::mWrite(const ImageSize& rBinned, const std::vector<CoarseView>& rVi
                    &rWorst - rViews.data(), aLost.size(),
                    FormatSeconds(m_aTotal.GetSeconds()).c_str()));
     return true;
+}
+
+bool CAlign::mWriteStack(const std::vector<ViewMap>& rMaps)
+{
+    ViewAlignment aAlignment;
+    std::string strError;
+    if (!MakeViewAlignment({.aMaps = rMaps}, m_pStack->GetSize(), m_vfAngles, aAlignment, strError))
+        return mFail(strError);
+    const ImageSize& rAligned = aAlignment.aAligned;
+    CMrcWriter aWriter;
+    CImageJob aJob(m_aLink, m_aReport);
+    if (!mCheckSize({rAligned.iX, rAligned.iY}) || !mConnect() ||
+        !mCheck(aWriter.Create(m_strStack, rAligned.iX, rAligned.iY, m_pStack->GetSections(),
+                               m_pStack->GetPixel(), false, "Talven: aligned"),
+                aWriter) ||
+        !mCheck(aJob.Open(aAlignment.aBinned, rAligned), aJob))
+        return false;
+    std::vector<float> vfRaw(m_pStack->GetSize().GetPixels()), vfAligned;
+    CPhase aPhase(m_aReport, "transform", m_pStack->GetSections(), sizeof(float) * vfRaw.size());
+    for (int i = 0; i < m_pStack->GetSections(); ++i)
+    {
+        if (!mGoOn() || !mCheck(m_pStack->ReadSection(i, vfRaw), *m_pStack) ||
+            !mCheck(aJob.Transform(vfRaw, aAlignment.aMaps[std::size_t(i)], {}, vfAligned), aJob) ||
+            !mCheck(aWriter.WriteSection(vfAligned), aWriter))
+            return false;
+        aPhase.Step(i + 1);
+    }
+    m_aLink.Close();
+    return mCheck(aWriter.Finish(), aWriter);
 }
 
 }  // namespace
