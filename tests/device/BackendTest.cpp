@@ -29,6 +29,9 @@ TEST(Backend, BoundsBatches)
     EXPECT_EQ(pBackend->GetBatchRows(100, pBackend->GetDeviceMemory(0)), 1);
     for (const auto& [iRows, iBatch] : {std::pair{16, 16}, {20, 20}, {33, 16}, {64, 32}, {500, 32}})
         EXPECT_EQ(pFree->GetBatchRows(iRows, 1000), iBatch) << iRows;
+    const std::size_t tLarge = pFree->GetDeviceMemory(0) / 16 / 31;  // 32 rows: more than a 16th
+    EXPECT_EQ(pFree->GetBatchRows(64, tLarge), 16);
+    EXPECT_EQ(pFree->GetBatchRows(320, tLarge), 32);
     EXPECT_EQ(pFree->GetPieceRows(1 << 14, 9), 1);
     EXPECT_EQ(pFree->GetPieceRows(1 << 12, 9), 4);
     EXPECT_EQ(pFree->GetPieceRows(1, 9), 9);
