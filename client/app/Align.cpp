@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cmath>
-#include <optional>
 
 #include "Command.h"
 #include "talven/Angles.h"

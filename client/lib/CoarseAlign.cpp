@@ -132,11 +132,12 @@ void CCoarseAligner::mFollow(int iInner, int iView)
     CoarseView& rView = m_rViews[std::size_t(iView)];
     const double dStretch = mGetCosine(iView) / mGetCosine(iInner);
     mSample(iInner, m_rViews[std::size_t(iInner)], 1, m_vfReference);
+    std::vector<float> vfWeights(m_vfReference.size(), 1.0f);
+    TaperToMissing(m_vfReference, m_aSize, m_rRequest.dTaper, vfWeights);
     for (const int iLimit : {m_rRequest.iLimit, g_iSecondLimit})
     {
         mSample(iView, rView, dStretch, m_vfStretched);
-        std::ranges::fill(m_vfWeights, 1.0f);
-        TaperToMissing(m_vfReference, m_aSize, m_rRequest.dTaper, m_vfWeights);
+        m_vfWeights = vfWeights;
         TaperToMissing(m_vfStretched, m_aSize, m_rRequest.dTaper, m_vfWeights);
         const ImageMatch aMatch =
             m_aMatcher.Find(m_vfStretched, m_vfReference, m_vfWeights, iLimit);

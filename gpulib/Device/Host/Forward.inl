@@ -79,8 +79,7 @@ DEVICE_FN int FirstColumn(const RayGeometry& rRays, bool bAlongX, float fP, floa
     return iColumn + (static_cast<float>(iColumn) < fU);
 }
 
-/// Columns of a window: those rays belong to it that meet the middle of the strip in [iFirst,
-/// iEnd).
+/// A piece of a strip. Those rays belong to it that meet the middle of the strip in its columns.
 struct Window
 {
     Share aColumns;

@@ -125,15 +125,15 @@ bool HaveOneSteepAxis(const std::vector<ForwardView>& rViews)
 
 CHostBackend::CHostBackend(const HostKernels& rKernels, int iDevices, int iCoresPerDevice,
                            int iMaxRows)
-    : m_rKernels(rKernels), m_iMaxRows(iMaxRows), m_vDevices(iDevices)
+    : m_rKernels(rKernels), m_iMaxRows(iMaxRows), m_vTeams(iDevices)
 {
-    for (Device& rDevice : m_vDevices) rDevice.pTeam = std::make_unique<CTeam>(iCoresPerDevice);
+    for (auto& rpTeam : m_vTeams) rpTeam = std::make_unique<CTeam>(iCoresPerDevice);
 }
 
 std::size_t CHostBackend::GetDeviceMemory(int iDevice) const
 {
     if (iDevice < 0 || iDevice >= GetDeviceCount()) return 0;
-    return Util_Memory::GetMachine() / m_vDevices.size();
+    return Util_Memory::GetMachine() / m_vTeams.size();
 }
 
 bool CHostBackend::SelectDevice(int iDevice)
@@ -237,9 +237,9 @@ bool CHostBackend::mDownloadTable(const DeviceImage& rImage, void* pvDest)
     return true;
 }
 
-CHostBackend::Device& CHostBackend::mDevice()
+CTeam& CHostBackend::mTeam()
 {
-    return m_vDevices[t_iDevice < GetDeviceCount() ? t_iDevice : 0];
+    return *m_vTeams[t_iDevice < GetDeviceCount() ? t_iDevice : 0];
 }
 
 const HostKernels& CHostBackend::mKernels(const DeviceImage& rBatch) const
@@ -252,7 +252,7 @@ const HostKernels& CHostBackend::mKernels(const DeviceImage& rBatch) const
 template <class F>
 void CHostBackend::mSplit(int iPieces, F fShare)
 {
-    CTeam& rTeam = *mDevice().pTeam;
+    CTeam& rTeam = mTeam();
     const int iShares = rTeam.GetSize();
     rTeam.Run(
         [&](int i)
@@ -287,7 +287,7 @@ bool CHostBackend::mBackForward(const BackParams& rBack, const ForwardParams& rF
     constexpr int iFew = 4;
     std::vector<BackView> vBack;
     std::vector<ForwardView> vForward;
-    const bool bSplit = mDevice().pTeam->GetSize() > 1 || rForward.iEnd - rForward.iFirst > iFew;
+    const bool bSplit = mTeam().GetSize() > 1 || rForward.iEnd - rForward.iFirst > iFew;
     if (!bSplit && !(MakeBackViews(rBack, vBack) && MakeForwardViews(rForward, vForward)))
         return false;
     if (bSplit || !HaveOneSteepAxis(vForward))
@@ -351,7 +351,7 @@ bool CHostBackend::mSmooth(const SmoothParams& rP)
 {
     const DeviceImage& rKernel = rP.aKernel;
     const std::size_t tScratch = SmoothScratch(rKernel.iWidth, rKernel.iHeight) * sizeof(float);
-    std::vector<HostBlock> vScratch(mDevice().pTeam->GetSize());
+    std::vector<HostBlock> vScratch(mTeam().GetSize());
     for (HostBlock& rScratch : vScratch)
     {
         rScratch = AllocateZeroed(tScratch);

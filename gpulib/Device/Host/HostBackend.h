@@ -20,7 +20,7 @@ public:
 
     const char* GetName() const override { return "host"; }
     const char* GetDetail() const override { return m_rKernels.pcName; }
-    int GetDeviceCount() const override { return static_cast<int>(m_vDevices.size()); }
+    int GetDeviceCount() const override { return static_cast<int>(m_vTeams.size()); }
     std::size_t GetDeviceMemory(int iDevice) const override;
     bool SelectDevice(int iDevice) override;
     int GetBatchRows(int iRows, std::size_t tBytesPerRow) const override;
@@ -51,11 +51,7 @@ private:
     bool mCompareSums(const CompareParams& rParams) override;
     bool mSmooth(const SmoothParams& rParams) override;
 
-    struct Device
-    {
-        std::unique_ptr<CTeam> pTeam;
-    };
-    Device& mDevice();  // of the calling thread
+    CTeam& mTeam();  // of the device of the calling thread
     const HostKernels& mKernels(const DeviceImage& rBatch) const;
     bool mCreate(DeviceImage& rImage, const char* pcKind);
     template <class F>
@@ -63,5 +59,5 @@ private:
 
     const HostKernels& m_rKernels;
     const int m_iMaxRows;
-    std::vector<Device> m_vDevices;
+    std::vector<std::unique_ptr<CTeam>> m_vTeams;  // one for each device
 };

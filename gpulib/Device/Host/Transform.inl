@@ -4,89 +4,75 @@
 
 #include "gpulib/Device/TransformMath.h"
 
-using FX = typename VectorOf<TALVEN_VECTOR>::Type;
-typedef int IX __attribute__((vector_size(4 * TALVEN_VECTOR)));
-
-DEVICE_FN FX LoadX(const float* pfFrom)
-{
-    FX vValue;
-    __builtin_memcpy(&vValue, pfFrom, sizeof(vValue));
-    return vValue;
-}
-
 /// The first iCount columns, then fElse.
-DEVICE_FN FX LoadX(const float* pfFrom, int iCount, float fElse)
+DEVICE_FN Wide LoadWide(const float* pfFrom, int iCount, float fElse)
 {
-    FX vValue = FX{} + fElse;
+    Wide vValue = Wide{} + fElse;
     for (int i = 0; i < iCount; ++i) vValue[i] = pfFrom[i];
     return vValue;
 }
 
-DEVICE_FN void StoreX(float* pfTo, FX vValue)
+DEVICE_FN WideInt ColumnNumbers()
 {
-    __builtin_memcpy(pfTo, &vValue, sizeof(vValue));
-}
-
-DEVICE_FN IX ColumnNumbers()
-{
-    IX vNumbers;
+    WideInt vNumbers;
     for (int i = 0; i < TALVEN_VECTOR; ++i) vNumbers[i] = i;
     return vNumbers;
 }
 
 /// As Between(), but vB does not count where it has no weight: it may be infinite.
-DEVICE_FN FX Blend(FX vA, FX vB, FX vPart)
+DEVICE_FN Wide Blend(Wide vA, Wide vB, Wide vPart)
 {
-    return vPart > FX{} ? Between<FX>(vA, vB, vPart) : vA;
+    return vPart > Wide{} ? Between<Wide>(vA, vB, vPart) : vA;
 }
 
 /// Bilinear value of the four pixels around positions that lie so far to the right of the left
 /// ones and below the upper ones. Most have no use for Blend(), which costs more.
-DEVICE_FN FX Bilinear(FX vUpperLeft, FX vUpperRight, FX vLowerLeft, FX vLowerRight, FX vRight,
-                      FX vDown)
+DEVICE_FN Wide Bilinear(Wide vUpperLeft, Wide vUpperRight, Wide vLowerLeft, Wide vLowerRight,
+                        Wide vRight, Wide vDown)
 {
-    const FX vValue = Between<FX>(Between<FX>(vUpperLeft, vUpperRight, vRight),
-                                  Between<FX>(vLowerLeft, vLowerRight, vRight), vDown);
+    const Wide vValue = Between<Wide>(Between<Wide>(vUpperLeft, vUpperRight, vRight),
+                                      Between<Wide>(vLowerLeft, vLowerRight, vRight), vDown);
     if (AllTrue(vValue == vValue)) return vValue;
     return Blend(Blend(vUpperLeft, vUpperRight, vRight), Blend(vLowerLeft, vLowerRight, vRight),
                  vDown);
 }
 
 /// Bilinear reads at positions on the image. A position on a pixel reads this pixel alone.
-DEVICE_FN FX Sample(const DeviceImage& rImage, FX vU, FX vV)
+DEVICE_FN Wide Sample(const DeviceImage& rImage, Wide vU, Wide vV)
 {
     const float* pfImage = static_cast<const float*>(rImage.pvData);
-    const IX vX = __builtin_convertvector(vU, IX), vY = __builtin_convertvector(vV, IX);
-    const FX vRight = vU - __builtin_convertvector(vX, FX);
-    const FX vDown = vV - __builtin_convertvector(vY, FX);
+    const WideInt vX = __builtin_convertvector(vU, WideInt),
+                  vY = __builtin_convertvector(vV, WideInt);
+    const Wide vRight = vU - __builtin_convertvector(vX, Wide);
+    const Wide vDown = vV - __builtin_convertvector(vY, Wide);
     const int iX = vX[0], iY = vY[0];
     // A shift without rotation: neighbours lie next to each other.
     if (iX + TALVEN_VECTOR < rImage.iWidth &&
-        AllTrue((vX == ColumnNumbers() + iX) & (vY == IX{} + iY)))
+        AllTrue((vX == ColumnNumbers() + iX) & (vY == WideInt{} + iY)))
     {
         const float* pfUpper = pfImage + static_cast<std::size_t>(iY) * rImage.iWidth + iX;
         const float* pfLower = iY + 1 < rImage.iHeight ? pfUpper + rImage.iWidth : pfUpper;
-        return Bilinear(LoadX(pfUpper), LoadX(pfUpper + 1), LoadX(pfLower), LoadX(pfLower + 1),
-                        vRight, vDown);
+        return Bilinear(LoadWide(pfUpper), LoadWide(pfUpper + 1), LoadWide(pfLower),
+                        LoadWide(pfLower + 1), vRight, vDown);
     }
-    const IX vToRight = (vRight > FX{}) & 1;
-    const IX vUpper = vY * rImage.iWidth + vX;
-    const IX vLower = vUpper + ((vDown > FX{}) & rImage.iWidth);
+    const WideInt vToRight = (vRight > Wide{}) & 1;
+    const WideInt vUpper = vY * rImage.iWidth + vX;
+    const WideInt vLower = vUpper + ((vDown > Wide{}) & rImage.iWidth);
     return Bilinear(Gather(pfImage, vUpper), Gather(pfImage, vUpper + vToRight),
                     Gather(pfImage, vLower), Gather(pfImage, vLower + vToRight), vRight, vDown);
 }
 
 template <bool LOG>
-DEVICE_FN FX ScaleIntensity(FX vValue, const float* pfScale)
+DEVICE_FN Wide ScaleIntensity(Wide vValue, const float* pfScale)
 {
-    FX vResult = Rescale<FX>(vValue, pfScale);
+    Wide vResult = Rescale<Wide>(vValue, pfScale);
     if (LOG)
     {
-        vResult = Attenuation<FX>(vResult, pfScale);
+        vResult = Attenuation<Wide>(vResult, pfScale);
         for (int i = 0; i < TALVEN_VECTOR; ++i) vResult[i] = __builtin_logf(vResult[i]);
         vResult *= pfScale[4];
     }
-    return LimitValue<FX>(vResult, pfScale);
+    return LimitValue<Wide>(vResult, pfScale);
 }
 
 /// What a row of the grid is made of: a copy, so that the compiler sees that no store changes it.
@@ -102,21 +88,22 @@ struct TransformRow
 template <bool LOG>
 DEVICE_FN void TransformBlock(const TransformRow& rRow, int iX, float* pfOut, float* pfMiss)
 {
-    const FX vX = static_cast<float>(iX) + __builtin_convertvector(ColumnNumbers(), FX);
-    const FX vU = MapU<FX>(vX, rRow.fY, rRow.afMatrix), vV = MapV<FX>(vX, rRow.fY, rRow.afMatrix);
-    const IX vInside = IsOnImage<FX>(vU, rRow.fLastU) & IsOnImage<FX>(vV, rRow.fLastV);
-    FX vMiss = {}, vValue;
+    const Wide vX = static_cast<float>(iX) + __builtin_convertvector(ColumnNumbers(), Wide);
+    const Wide vU = MapU<Wide>(vX, rRow.fY, rRow.afMatrix),
+               vV = MapV<Wide>(vX, rRow.fY, rRow.afMatrix);
+    const WideInt vInside = IsOnImage<Wide>(vU, rRow.fLastU) & IsOnImage<Wide>(vV, rRow.fLastV);
+    Wide vMiss = {}, vValue;
     if (AllTrue(vInside))
         vValue = ScaleIntensity<LOG>(Sample(rRow.aMeasured, vU, vV), rRow.afScale);
     else
     {
-        const FX vRead = Sample(rRow.aMeasured, ClampToImage<FX>(vU, rRow.fLastU),
-                                ClampToImage<FX>(vV, rRow.fLastV));
-        vMiss = vInside ? FX{} : FX{} + 1.0f;
-        vValue = MarkMissing<FX>(ScaleIntensity<LOG>(vRead, rRow.afScale), vMiss);
+        const Wide vRead = Sample(rRow.aMeasured, ClampToImage<Wide>(vU, rRow.fLastU),
+                                  ClampToImage<Wide>(vV, rRow.fLastV));
+        vMiss = vInside ? Wide{} : Wide{} + 1.0f;
+        vValue = MarkMissing<Wide>(ScaleIntensity<LOG>(vRead, rRow.afScale), vMiss);
     }
-    StoreX(pfOut, vValue);
-    StoreX(pfMiss, vMiss);
+    StoreWide(pfOut, vValue);
+    StoreWide(pfMiss, vMiss);
 }
 
 template <bool LOG>
@@ -164,14 +151,14 @@ static void Transform(const TransformParams& rP, Share aRows)
 DEVICE_FN void SumColumns(const float* pfA, const float* pfB, const float* pfMiss, int iFirst,
                           int iProjX, float (*pafPartial)[g_iPartialSums])
 {
-    FX avSums[eCompareSums] = {};
+    Wide avSums[eCompareSums] = {};
     int x = iFirst;
     for (; x + TALVEN_VECTOR <= iProjX; x += g_iPartialSums)
-        AddPixel<FX>(avSums, LoadX(pfA + x), LoadX(pfB + x), LoadX(pfMiss + x));
+        AddPixel<Wide>(avSums, LoadWide(pfA + x), LoadWide(pfB + x), LoadWide(pfMiss + x));
     if (x < iProjX)
-        AddPixel<FX>(avSums, LoadX(pfA + x, iProjX - x, 0.0f), LoadX(pfB + x, iProjX - x, 0.0f),
-                     LoadX(pfMiss + x, iProjX - x, 1.0f));
-    for (int q = 0; q < eCompareSums; ++q) StoreX(pafPartial[q] + iFirst, avSums[q]);
+        AddPixel<Wide>(avSums, LoadWide(pfA + x, iProjX - x, 0.0f),
+                       LoadWide(pfB + x, iProjX - x, 0.0f), LoadWide(pfMiss + x, iProjX - x, 1.0f));
+    for (int q = 0; q < eCompareSums; ++q) StoreWide(pafPartial[q] + iFirst, avSums[q]);
 }
 
 /// Sum of all partial sums, by halves.
@@ -180,7 +167,7 @@ DEVICE_FN float SumByHalves(float* pfPartial)
     int iStride = g_iPartialSums / 2;
     for (; iStride >= TALVEN_VECTOR; iStride /= 2)
         for (int t = 0; t < iStride; t += TALVEN_VECTOR)
-            StoreX(pfPartial + t, LoadX(pfPartial + t) + LoadX(pfPartial + t + iStride));
+            StoreWide(pfPartial + t, LoadWide(pfPartial + t) + LoadWide(pfPartial + t + iStride));
     for (; iStride > 0; iStride /= 2)
         for (int t = 0; t < iStride; ++t) pfPartial[t] += pfPartial[t + iStride];
     return pfPartial[0];
