@@ -84,7 +84,7 @@ void DemandSame(const char* pcWhat, const std::vector<float>& rGot, int iRows, i
 }
 
 /// Texels that the forward projection of this scene reads for a sample: counted.
-constexpr double g_dTexels = 2.44;
+constexpr double g_dTexels = 2.35;
 constexpr double g_dPixels = 2;  // that an update reads
 
 /// What a sample or update of 32 rows costs beside what its loads alone would.
