@@ -76,3 +76,12 @@ void Util_Memory::Populate([[maybe_unused]] void* pvData, [[maybe_unused]] std::
     madvise(reinterpret_cast<void*>(tFirst), tEnd - tFirst, MADV_POPULATE_WRITE);
 #endif
 }
+
+void Util_Memory::Release(void* pvData, std::size_t tBytes, std::size_t tLeast)
+{
+    const auto tPage = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto tFirst = (reinterpret_cast<std::uintptr_t>(pvData) + tPage - 1) / tPage * tPage;
+    const auto tEnd = (reinterpret_cast<std::uintptr_t>(pvData) + tBytes) / tPage * tPage;
+    if (tBytes >= tLeast && tFirst < tEnd)
+        madvise(reinterpret_cast<void*>(tFirst), tEnd - tFirst, MADV_DONTNEED);
+}

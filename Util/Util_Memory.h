@@ -20,4 +20,7 @@ public:
     /// Makes the pages of [pvData, pvData + tBytes) present and writable, their content unchanged.
     /// Only a hint: does nothing where the system cannot.
     static void Populate(void* pvData, std::size_t tBytes);
+    /// Gives back the whole pages of [pvData, pvData + tBytes), of memory from an allocator: their
+    /// content is 0 from then on, or what it was. Does nothing for less than tLeast bytes.
+    static void Release(void* pvData, std::size_t tBytes, std::size_t tLeast);
 };

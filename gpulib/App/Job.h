@@ -20,10 +20,11 @@ struct WeightBox
 /// reference and reads nothing else. All memory is borrowed until the job has ended.
 struct ReconJob
 {
-    Util_Volume* pProjs = nullptr;           ///< tilt series [proj][y][x]; a reprojection fills it
-    CTomoVolume* pTomoVol = nullptr;         ///< volume [z][y][x], shared by all workers
-    std::span<const float> fAngles;          ///< degrees, one per projection
-    std::span<const unsigned int> uiRangeX;  ///< [proj][y][2]: first valid column, one past last
+    Util_Volume* pProjs = nullptr;    ///< tilt series [proj][y][x]; a reprojection fills it
+    CTomoVolume* pTomoVol = nullptr;  ///< volume [z][y][x], shared by all workers
+    bool bZero = false;  ///< nobody has written the volume: it is 0, and memory that is not there
+    std::span<const float> fAngles;             ///< degrees, one per projection
+    std::span<const unsigned int> uiRangeX;     ///< [proj][y][2]: first valid column, one past last
     std::span<const unsigned int> uiProjIndex;  ///< the projections that take part, by number
     std::optional<WeightBox> aBox;              ///< none: rows are not weighted by it
     unsigned int uiIterations = 1;

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "Util/TomoVolume.h"
-#include "Util/Util_Memory.h"
 #include "Util/Util_Volume.h"
 #include "gpulib/App/Images/RowBatch.h"
 #include "gpulib/App/Weights/CalcWeights.h"
@@ -15,6 +14,7 @@ bool CReconBase::DoIt(const JobShare& rShare)
 {
     TakeDeviceError();  // what this thread noted before is not this job's reason
     m_aShare = rShare;
+    m_bZero = m_rJob.bZero;
     if (!mCheckInputs()) return false;
     if (rShare.iSizeY > 0 && (!mCreateTables() || !mPrepare())) return false;
     return mRun();
@@ -35,7 +35,6 @@ bool CReconBase::mCheckInputs() const
 
 bool CReconBase::mPrepare()
 {
-    if (m_eKind != EJobKind::eForProj) mPopulateBand();
     m_iBatch = CJobShape(m_rJob, m_eKind).GetBatch(m_aShare.iSizeY);
     // Other programs may hold memory of the device: what does not fit is tried with half the rows.
     for (; !mCreateBatch(); m_iBatch = (m_iBatch + 1) / 2)
@@ -44,18 +43,6 @@ bool CReconBase::mPrepare()
         TakeDeviceError();
     }
     return true;
-}
-
-/// Makes the memory of the band's slices present before they are read.
-///
-/// Samples that nobody has written share one page of zeros. A worker that reads them first and
-/// writes them later makes the system interrupt all other workers once per page.
-void CReconBase::mPopulateBand()
-{
-    const std::size_t tX = mGetVolX();
-    for (int z = 0; z < mGetVolZ(); ++z)
-        Util_Memory::Populate(mGetVolume().GetSliceXY(z) + tX * m_aShare.iStartY,
-                              tX * m_aShare.iSizeY * sizeof(float));
 }
 
 /// What is the same for all batches.
@@ -101,19 +88,32 @@ bool CReconBase::mGenWeights()
     return aWeights.DoIt();
 }
 
-bool CReconBase::mForEachBatch(const std::function<bool(int iY, int iRows)>& fWork)
+bool CReconBase::mForEachBatch(const std::function<bool(int iY, int iRows, bool bZero)>& fWork)
 {
     for (int y = 0; const int iRows = mRowsFrom(y); y += m_iBatch)
     {
-        if (!mSetProjTex(y, iRows) || !mSetVolTex(y, iRows) || !fWork(y, iRows) ||
+        bool bZero = false;
+        if (!mSetProjTex(y, iRows) || !mMoveVolume(y, iRows, bZero) || !fWork(y, iRows, bZero) ||
             !GetBackend()->FinishDownload())
             return false;
         mPrefetchProjs(y + m_iBatch);
-        mPrefetchVolume(y + m_iBatch);
-        if (!m_aTextures.m_aVolTex.StartToHost(GetBatch(mGetVolume(), m_aShare.iStartY + y, iRows)))
+        if (!m_bZero) mPrefetchVolume(y + m_iBatch);
+        if (!m_aTextures.m_aVolTex.StartMoveOut(
+                GetBatch(mGetVolume(), m_aShare.iStartY + y, iRows)))
             return false;
     }
+    m_bZero = false;
     return m_aShare.iSizeY == 0 || GetBackend()->FinishDownload();
+}
+
+/// Memory that is not there is not read: it would become one shared page of zeros, and each page of
+/// it that is written later would interrupt all other workers.
+bool CReconBase::mMoveVolume(int iY, int iRows, bool& rZero)
+{
+    const int iStartY = m_aShare.iStartY + iY;
+    rZero = m_bZero || IsZero(mGetVolume(), iStartY, iRows);
+    if (m_bZero) return m_aTextures.m_aVolTex.SetZero();
+    return m_aTextures.m_aVolTex.MoveIn(GetBatch(mGetVolume(), iStartY, iRows));
 }
 
 int CReconBase::mRowsFrom(int iY) const

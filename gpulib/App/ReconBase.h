@@ -23,7 +23,7 @@ public:
 
     /// Runs the rows of one worker.
     /// \return false with the reason noted (TakeDeviceError); the rows of the band are then partly
-    ///         old, partly new
+    ///         old, partly new, and those of the batch at work may be 0
     [[nodiscard]] bool DoIt(const JobShare& rShare);
 
 protected:
@@ -35,8 +35,9 @@ protected:
 
     /// Loads one batch of measured rows and slices after the other, runs fWork on it and stores the
     /// slices. While the device works on one batch, the one before goes back and the next one
-    /// comes.
-    [[nodiscard]] bool mForEachBatch(const std::function<bool(int iY, int iRows)>& fWork);
+    /// comes. fWork is told whether the slices are 0 everywhere.
+    [[nodiscard]] bool mForEachBatch(
+        const std::function<bool(int iY, int iRows, bool bZero)>& fWork);
     /// Rows of the batch that begins at row iY of the band, 0 past its end.
     int mRowsFrom(int iY) const;
     [[nodiscard]] bool mSetVolTex(int iY, int iRows);
@@ -54,13 +55,13 @@ protected:
 
 private:
     [[nodiscard]] bool mCheckInputs() const;
-    void mPopulateBand();
     [[nodiscard]] bool mCreateTables();
     [[nodiscard]] bool mCreateBatch();
     [[nodiscard]] bool mCreateAnglesTex();
     [[nodiscard]] bool mCreateRangeTex();
     [[nodiscard]] bool mGenWeights();
     [[nodiscard]] bool mSetProjTex(int iY, int iRows);
+    [[nodiscard]] bool mMoveVolume(int iY, int iRows, bool& rZero);
     void mPrefetchProjs(int iY) const;
     int mGetVolX() const;
     int mGetVolZ() const;
@@ -68,5 +69,6 @@ private:
     int mGetProjs() const;  // of the stack, selected or not
 
     const EJobKind m_eKind;
+    bool m_bZero = false;  // the rows of the band are as yet memory that is not there
     CTextures m_aTextures;
 };

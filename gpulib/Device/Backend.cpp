@@ -6,6 +6,17 @@
 #include "gpulib/Device/Checks.h"
 #include "gpulib/Device/DeviceError.h"
 
+namespace
+{
+/// The rows that the image has lanes for.
+template <class T>
+HostRows<T> OfImage(HostRows<T> aRows, const DeviceImage& rImage)
+{
+    aRows.iLanes = std::min(aRows.iLanes, rImage.iLanes);
+    return aRows;
+}
+}  // namespace
+
 bool CBackend::CreateArray(DeviceImage& rImage)
 {
     return CheckSizes("create array", rImage) && mCreateArray(rImage);
@@ -38,10 +49,17 @@ bool CBackend::Clear(const DeviceImage& rImage)
 bool CBackend::Upload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
                       int iY0, int iWidth, int iHeight)
 {
-    if (!CheckRectangle("upload", rImage, iX0, iY0, iWidth, iHeight)) return false;
-    HostRows<const float> aSource = rSource;
-    aSource.iLanes = std::min(rSource.iLanes, rImage.iLanes);
-    return iWidth == 0 || iHeight == 0 || mUpload(rImage, aSource, iX0, iY0, iWidth, iHeight);
+    return CheckRectangle("upload", rImage, iX0, iY0, iWidth, iHeight) &&
+           (iWidth == 0 || iHeight == 0 ||
+            mUpload(rImage, OfImage(rSource, rImage), iX0, iY0, iWidth, iHeight));
+}
+
+bool CBackend::MoveIn(const DeviceImage& rImage, const HostRows<float>& rSource, int iX0, int iY0,
+                      int iWidth, int iHeight)
+{
+    return CheckRectangle("upload", rImage, iX0, iY0, iWidth, iHeight) &&
+           (iWidth == 0 || iHeight == 0 ||
+            mMoveIn(rImage, OfImage(rSource, rImage), iX0, iY0, iWidth, iHeight));
 }
 
 bool CBackend::Download(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
@@ -53,11 +71,17 @@ bool CBackend::Download(const DeviceImage& rImage, const HostRows<float>& rDest,
 bool CBackend::StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
                              int iY0, int iWidth, int iHeight)
 {
-    if (!CheckRectangle("download", rImage, iX0, iY0, iWidth, iHeight)) return false;
-    HostRows<float> aDest = rDest;
-    aDest.iLanes = std::min(rDest.iLanes, rImage.iLanes);
-    return iWidth == 0 || iHeight == 0 || aDest.iLanes == 0 ||
-           mStartDownload(rImage, aDest, iX0, iY0, iWidth, iHeight);
+    return CheckRectangle("download", rImage, iX0, iY0, iWidth, iHeight) &&
+           (iWidth == 0 || iHeight == 0 || rDest.iLanes == 0 ||
+            mStartDownload(rImage, OfImage(rDest, rImage), iX0, iY0, iWidth, iHeight));
+}
+
+bool CBackend::StartMoveOut(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                            int iY0, int iWidth, int iHeight)
+{
+    return CheckRectangle("download", rImage, iX0, iY0, iWidth, iHeight) &&
+           (iWidth == 0 || iHeight == 0 || rDest.iLanes == 0 ||
+            mStartMoveOut(rImage, OfImage(rDest, rImage), iX0, iY0, iWidth, iHeight));
 }
 
 void CBackend::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)

@@ -65,6 +65,13 @@ public:
     [[nodiscard]] bool StartDownload(const DeviceImage& rImage, const HostRows<float>& rDest,
                                      int iX0, int iY0, int iWidth, int iHeight);
     [[nodiscard]] virtual bool FinishDownload() { return true; }
+    /// As Upload(), but the source holds anything afterwards: what is large need not stand in
+    /// memory twice.
+    [[nodiscard]] bool MoveIn(const DeviceImage& rImage, const HostRows<float>& rSource, int iX0,
+                              int iY0, int iWidth, int iHeight);
+    /// As StartDownload(), but the rectangle holds anything finite afterwards.
+    [[nodiscard]] bool StartMoveOut(const DeviceImage& rImage, const HostRows<float>& rDest,
+                                    int iX0, int iY0, int iWidth, int iHeight);
     /// Copies a whole image into another of the same sizes.
     [[nodiscard]] bool Copy(const DeviceImage& rDest, const DeviceImage& rSource);
     /// Raw values of a one-lane image of any element size, tightly packed.
@@ -95,6 +102,16 @@ private:
                          int iY0, int iWidth, int iHeight) = 0;
     virtual bool mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
                                 int iY0, int iWidth, int iHeight) = 0;
+    virtual bool mMoveIn(const DeviceImage& rImage, const HostRows<float>& rSource, int iX0,
+                         int iY0, int iWidth, int iHeight)
+    {
+        return mUpload(rImage, rSource.AsConst(), iX0, iY0, iWidth, iHeight);
+    }
+    virtual bool mStartMoveOut(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                               int iY0, int iWidth, int iHeight)
+    {
+        return mStartDownload(rImage, rDest, iX0, iY0, iWidth, iHeight);
+    }
     virtual void mPrefetch(const HostRows<const float>& /*rSource*/, int /*iWidth*/,
                            int /*iHeight*/)
     {

@@ -39,4 +39,6 @@ struct HostRows
     std::size_t tStrideY = 0;     ///< values from one image row to the next
     std::size_t tStrideLane = 0;  ///< values from one row of the batch to the next
     int iLanes = 1;               ///< rows present; lanes from here on are filled with zeros
+
+    HostRows<const T> AsConst() const { return {pData, tStrideY, tStrideLane, iLanes}; }
 };

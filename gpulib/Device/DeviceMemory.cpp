@@ -51,10 +51,15 @@ bool CDeviceMemory::ToHost(const HostRows<float>& rRows, int iX0, int iY0, int i
     return GetBackend()->Download(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
 }
 
-bool CDeviceMemory::StartToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
-                                int iHeight) const
+bool CDeviceMemory::MoveIn(const HostRows<float>& rRows, int iX0, int iY0, int iWidth, int iHeight)
 {
-    return GetBackend()->StartDownload(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
+    return GetBackend()->MoveIn(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
+}
+
+bool CDeviceMemory::StartMoveOut(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
+                                 int iHeight)
+{
+    return GetBackend()->StartMoveOut(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
 }
 
 bool CDeviceMemory::DeviceToDevice(const DeviceImage& rSource)

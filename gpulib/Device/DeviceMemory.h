@@ -26,9 +26,11 @@ public:
     /// The reverse.
     [[nodiscard]] bool ToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
                               int iHeight) const;
-    /// As ToHost(), but the values may arrive as late as in CBackend::FinishDownload().
-    [[nodiscard]] bool StartToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
-                                   int iHeight) const;
+    /// See CBackend.
+    [[nodiscard]] bool MoveIn(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
+                              int iHeight);
+    [[nodiscard]] bool StartMoveOut(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
+                                    int iHeight);
     /// Copies a whole image of the same sizes.
     [[nodiscard]] bool DeviceToDevice(const DeviceImage& rSource);
 

@@ -131,6 +131,7 @@ bool DescribeJob(ReconJob& rJob, std::string& rReason)
     const CProjData& rProjData = *CProjData::GetInstance();
     rJob.pProjs = rProjData.GetProjs();
     rJob.pTomoVol = CVolData::GetInstance()->GetTomoVolume();
+    rJob.bZero = CVolData::GetInstance()->IsZero();
     if (!rJob.pProjs) return Refuse(rReason, "there are no projections");
     if (!rJob.pTomoVol->GetVolume()->GetData()) return Refuse(rReason, "there is no volume");
     rJob.fAngles = rProjData.GetAngles();

@@ -28,6 +28,7 @@ bool CReconMain::Prepare(std::string& rReason)
     if (uiReconCmd == CReconCmd::EM) m_pDoReconBase = std::make_unique<CDoEmRecon>(aJob);
     if (uiReconCmd == CReconCmd::SART) m_pDoReconBase = std::make_unique<CDoSartRecon>(aJob);
     CProjData::GetInstance()->DetRangeX();
+    CVolData::GetInstance()->NoteWritten();
     aJob.pTomoVol->Reset();
     if (m_bIterative)
         CRfactor::GetInstance()->SetSize(static_cast<unsigned int>(aJob.uiProjIndex.size()),

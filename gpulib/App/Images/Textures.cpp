@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "gpulib/Device/Backend.h"
 #include "gpulib/Device/DeviceError.h"
 
 namespace
@@ -96,7 +97,17 @@ bool CVolTexture::SetData(const HostRows<const float>& rRows)
     return m_aArray.HostToDevice(rRows, 1, 1, m_iSizeX, m_iSizeZ);
 }
 
-bool CVolTexture::StartToHost(const HostRows<float>& rRows) const
+bool CVolTexture::SetZero()
 {
-    return m_aArray.StartToHost(rRows, 1, 1, m_iSizeX, m_iSizeZ);
+    return GetBackend()->Clear(GetImage());
+}
+
+bool CVolTexture::MoveIn(const HostRows<float>& rRows)
+{
+    return m_aArray.MoveIn(rRows, 1, 1, m_iSizeX, m_iSizeZ);
+}
+
+bool CVolTexture::StartMoveOut(const HostRows<float>& rRows)
+{
+    return m_aArray.StartMoveOut(rRows, 1, 1, m_iSizeX, m_iSizeZ);
 }

@@ -97,9 +97,12 @@ public:
     [[nodiscard]] bool Create(int iSizeX, int iSizeZ, int iLanes);
     /// Loads the slices: image row z from slice z of the volume, lanes from its Y rows.
     [[nodiscard]] bool SetData(const HostRows<const float>& rRows);
+    [[nodiscard]] bool SetZero();
+    /// As SetData(), but the slices leave the volume: rRows holds anything until StartMoveOut().
+    [[nodiscard]] bool MoveIn(const HostRows<float>& rRows);
     /// The reverse; only the rows that rRows has are written, by CBackend::FinishDownload() at the
     /// latest.
-    [[nodiscard]] bool StartToHost(const HostRows<float>& rRows) const;
+    [[nodiscard]] bool StartMoveOut(const HostRows<float>& rRows);
 
 private:
     int m_iSizeX = 0, m_iSizeZ = 0;

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "Util/TomoVolume.h"
-#include "gpulib/App/Images/RowBatch.h"
 #include "gpulib/Device/DeviceError.h"
 
 CTomoRecon::CTomoRecon(const ReconJob& rJob, std::unique_ptr<CReconImpl> pImpl)
@@ -41,11 +40,8 @@ bool CTomoRecon::mRun()
 bool CTomoRecon::mDoBlock(unsigned int uiFirst, unsigned int uiEnd)
 {
     return mForEachBatch(
-        [&](int iY, int iRows)
-        {
-            const bool bZero = IsZero(mGetVolume(), m_aShare.iStartY + iY, iRows);
-            return m_pImpl->SetBatch(iY, iRows, bZero) && m_pImpl->DoIt(uiFirst, uiEnd);
-        });
+        [&](int iY, int iRows, bool bZero)
+        { return m_pImpl->SetBatch(iY, iRows, bZero) && m_pImpl->DoIt(uiFirst, uiEnd); });
 }
 
 /// No worker takes its piece before all rows are stored, puts it back before all pieces are taken,

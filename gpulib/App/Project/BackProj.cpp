@@ -6,7 +6,7 @@ bool CBackProj::mRun()
     m_aWeightImpl.Configure(mGetImages(), m_rJob.uiProjIndex);
     const SetRange aAll = mGetFullRange();
     return mForEachBatch(
-        [&](int iY, int iRows)
+        [&](int iY, int iRows, bool)
         {
             // Measured and working rows share one image: what is loaded is what is back projected.
             m_aBackProjImpl.SetBatch(iY, iRows);

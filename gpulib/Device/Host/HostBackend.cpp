@@ -44,6 +44,25 @@ float* RowOf(const DeviceImage& rImage, int iRow)
     return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
 }
 
+constexpr std::size_t g_tLeastRelease = 1 << 16;  // bytes: less is not worth asking the system
+
+/// One image row of the rows of a batch.
+HostRows<float> SliceOf(const HostRows<float>& rRows, int iY)
+{
+    return {rRows.pData + iY * rRows.tStrideY, rRows.tStrideY, rRows.tStrideLane, rRows.iLanes};
+}
+
+/// Whether rows of iWidth values lie one after the other.
+bool AreWhole(const HostRows<float>& rRows, int iWidth)
+{
+    return rRows.tStrideLane == std::size_t(iWidth);
+}
+
+std::size_t CountBytes(const HostRows<float>& rRows)
+{
+    return rRows.tStrideLane * rRows.iLanes * sizeof(float);
+}
+
 /// Raw numbers at list positions [iFirst, iEnd); false when one is not below iRows.
 bool ReadIndex(const char* pcKernel, const DeviceImage& rIndex, int iFirst, int iEnd, int iRows,
                std::vector<int>& rRows)
@@ -196,7 +215,7 @@ bool CHostBackend::mCreateLent(DeviceImage& rImage, const void* pvSource)
 
 void CHostBackend::mFree(DeviceImage& rImage)
 {
-    if (!rImage.bLent) HostBlock(rImage.pvData).reset();
+    if (!rImage.bLent) HostBlock(rImage.pvData, {CountBytes(rImage)}).reset();
 }
 
 bool CHostBackend::mClear(const DeviceImage& rImage)
@@ -216,6 +235,35 @@ bool CHostBackend::mStartDownload(const DeviceImage& rImage, const HostRows<floa
                                   int iY0, int iWidth, int iHeight)
 {
     Deinterleave(rImage, rDest, iX0, iY0, iWidth, iHeight);
+    return true;
+}
+
+/// A slice leaves the volume as soon as it stands in the image.
+bool CHostBackend::mMoveIn(const DeviceImage& rImage, const HostRows<float>& rSource, int iX0,
+                           int iY0, int iWidth, int iHeight)
+{
+    for (int y = 0; y < iHeight; ++y)
+    {
+        const HostRows<float> aSlice = SliceOf(rSource, y);
+        Interleave(rImage, aSlice.AsConst(), iX0, iY0 + y, iWidth, 1);
+        if (AreWhole(aSlice, iWidth))
+            Util_Memory::Release(aSlice.pData, CountBytes(aSlice), g_tLeastRelease);
+    }
+    return true;
+}
+
+/// And the image gives back what has left it, in huge pages.
+bool CHostBackend::mStartMoveOut(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
+                                 int iY0, int iWidth, int iHeight)
+{
+    HostPages aPages(rImage.pvData);
+    for (int y = 0; y < iHeight; ++y)
+    {
+        const HostRows<float> aSlice = SliceOf(rDest, y);
+        if (AreWhole(aSlice, iWidth)) Util_Memory::Populate(aSlice.pData, CountBytes(aSlice));
+        Deinterleave(rImage, aSlice, iX0, iY0 + y, iWidth, 1);
+        aPages.ReleaseTo(RowOf(rImage, iY0 + y + 1));
+    }
     return true;
 }
 

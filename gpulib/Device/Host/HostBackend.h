@@ -37,6 +37,10 @@ private:
                  int iWidth, int iHeight) override;
     bool mStartDownload(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
                         int iWidth, int iHeight) override;
+    bool mMoveIn(const DeviceImage& rImage, const HostRows<float>& rSource, int iX0, int iY0,
+                 int iWidth, int iHeight) override;
+    bool mStartMoveOut(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                       int iWidth, int iHeight) override;
     bool mCopy(const DeviceImage& rDest, const DeviceImage& rSource) override;
     bool mUploadTable(const DeviceImage& rImage, const void* pvSource) override;
     bool mDownloadTable(const DeviceImage& rImage, void* pvDest) override;

@@ -31,6 +31,7 @@ CRequestPlan CVolData::HandleVolSize(const CRemotePacket& rPacket)
         [this, aSize, bNew](const CRemotePacket&, std::string&)
         {
             if (bNew) m_pUtilVol = aSize.MakeVolume();
+            m_bZero = m_bZero || bNew;
             m_pUtilVol->SetSize(int(aSize.uiX), int(aSize.uiY), int(aSize.uiZ));
             mBind();
             return true;
@@ -44,5 +45,6 @@ CRequestPlan CVolData::HandleVolSet(const CRemotePacket& rPacket)
     if (m_pUtilVol->GetVoxels() == 0) return CRequestPlan::Refuse("slice %u before VOLSIZE", uiZ);
     if (uiZ > uiMost)
         return CRequestPlan::Refuse("slice %u, no more than %u can be set", uiZ, uiMost);
+    NoteWritten();
     return PlanSlice(*m_pUtilVol, uiZ, rPacket);
 }

@@ -23,6 +23,9 @@ public:
     Util_Volume* GetVolume() const { return m_pUtilVol.get(); }  ///< never null; empty at first
     CTomoVolume* GetTomoVolume() { return &m_aTomoVol; }  ///< the same, shared by the workers
     float* GetNthSlice(short sZ);                         ///< null when there is none
+    /// Whether nobody has written the volume since it was made of zeros.
+    bool IsZero() const { return m_bZero; }
+    void NoteWritten() { m_bZero = false; }
     std::size_t GetBytes() const { return 4 * m_pUtilVol->GetVoxels(); }  ///< memory of the holder
 
 private:
@@ -30,4 +33,5 @@ private:
 
     std::unique_ptr<Util_Volume> m_pUtilVol;
     CTomoVolume m_aTomoVol;
+    bool m_bZero = true;
 };
