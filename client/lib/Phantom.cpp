@@ -15,6 +15,7 @@ using Vector = CEllipsoid::Vector;
 
 constexpr double g_dRadian = std::numbers::pi / 180;
 constexpr int g_iSamples = 3;  // along each side of a pixel or voxel
+constexpr int g_iInVoxel = g_iSamples * g_iSamples * g_iSamples;
 
 /// Offsets of the samples from the centre of a pixel: -1/3, 0, 1/3.
 double SampleOffset(int iSample)
@@ -25,6 +26,21 @@ double SampleOffset(int iSample)
 double Centre(int iExtent)
 {
     return 0.5 * (iExtent - 1);
+}
+
+/// Samples of the voxel around a point that lie in the ellipsoid. Few voxels lie on its surface.
+int CountInside(const CEllipsoid& rEllipsoid, const Vector& aPoint)
+{
+    const double dDistance = rEllipsoid.GetDistance(aPoint);
+    const double dReach = rEllipsoid.GetVoxelReach() + 1e-9;
+    if (dDistance > 1 + dReach) return 0;
+    if (dDistance < 1 - dReach) return g_iInVoxel;
+    int iInside = 0;
+    for (int i = 0; i < g_iInVoxel; ++i)
+        iInside += rEllipsoid.Contains({aPoint[0] + SampleOffset(i % g_iSamples),
+                                        aPoint[1] + SampleOffset(i / g_iSamples % g_iSamples),
+                                        aPoint[2] + SampleOffset(i / (g_iSamples * g_iSamples))});
+    return iInside;
 }
 
 /// First and one-past-last index of the pixels that dFrom ... dTo may touch.
@@ -142,6 +158,12 @@ CEllipsoid::CEllipsoid(const Vector& aCentre, const Vector& aRadii, double dTurn
             dReach += aAxes[k][i] * aAxes[k][i] * aRadii[k] * aRadii[k];
         m_aReach[i] = std::sqrt(dReach);
     }
+    for (const double dX : {-0.5, 0.5})
+        for (const double dY : {-0.5, 0.5})
+        {
+            const Vector aCorner = {dX, dY, 0.5};
+            m_dVoxelReach = std::max(m_dVoxelReach, std::sqrt(mForm(aCorner, aCorner)));
+        }
 }
 
 double CEllipsoid::mForm(const Vector& a, const Vector& b) const
@@ -152,11 +174,16 @@ double CEllipsoid::mForm(const Vector& a, const Vector& b) const
     return dSum;
 }
 
-bool CEllipsoid::Contains(const Vector& aPoint) const
+double CEllipsoid::mGetSquare(const Vector& aPoint) const
 {
     const Vector aFrom = {aPoint[0] - m_aCentre[0], aPoint[1] - m_aCentre[1],
                           aPoint[2] - m_aCentre[2]};
-    return mForm(aFrom, aFrom) <= 1;
+    return mForm(aFrom, aFrom);
+}
+
+double CEllipsoid::GetDistance(const Vector& aPoint) const
+{
+    return std::sqrt(mGetSquare(aPoint));
 }
 
 double CEllipsoid::GetChord(const Vector& aPoint, const Vector& aDirection) const
@@ -198,16 +225,9 @@ void CPhantomModel::mMakeRow(int iZ, int iY, std::span<float> fRow) const
         if (std::fabs(dZ - aC[2]) > aR[2] + 1 || iY < iFirstY || iY >= iEndY) continue;
         const auto [iFirstX, iEndX] = GetIndices(aC[0] - aR[0], aC[0] + aR[0], m_iX);
         for (int x = iFirstX; x < iEndX; ++x)
-        {
-            int iInside = 0;
-            for (int i = 0; i < g_iSamples * g_iSamples * g_iSamples; ++i)
-                iInside += rEllipsoid.Contains(
-                    {x - Centre(m_iX) + SampleOffset(i % g_iSamples),
-                     iY - Centre(m_iY) + SampleOffset(i / g_iSamples % g_iSamples),
-                     dZ + SampleOffset(i / (g_iSamples * g_iSamples))});
-            fRow[std::size_t(x)] += static_cast<float>(rEllipsoid.GetDensity() * iInside /
-                                                       (g_iSamples * g_iSamples * g_iSamples));
-        }
+            fRow[std::size_t(x)] += static_cast<float>(
+                rEllipsoid.GetDensity() *
+                CountInside(rEllipsoid, {x - Centre(m_iX), iY - Centre(m_iY), dZ}) / g_iInVoxel);
     }
 }
 

@@ -24,16 +24,22 @@ public:
     const Vector& GetCentre() const { return m_aCentre; }
     /// No point lies further from the centre along x, y and z.
     const Vector& GetReach() const { return m_aReach; }
-    bool Contains(const Vector& aPoint) const;
+    bool Contains(const Vector& aPoint) const { return mGetSquare(aPoint) <= 1; }
+    /// From the centre; 1 on the surface, and a norm: |p + d| <= |p| + |d|.
+    double GetDistance(const Vector& aPoint) const;
+    /// Such distance of two points in one voxel is at most twice this.
+    double GetVoxelReach() const { return m_dVoxelReach; }
     /// Length of the line through a point, along a unit vector, within the ellipsoid.
     double GetChord(const Vector& aPoint, const Vector& aDirection) const;
 
 private:
     double mForm(const Vector& a, const Vector& b) const;
+    double mGetSquare(const Vector& aPoint) const;  // of the distance
 
     Vector m_aCentre, m_aReach;
     std::array<Vector, 3> m_aMatrix;  // points with (p - c)' M (p - c) <= 1
     double m_dDensity;
+    double m_dVoxelReach = 0;  // of the corners of a voxel from its centre
 };
 
 /// A specimen of ellipsoids, with its exact projections.
