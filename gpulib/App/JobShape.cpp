@@ -12,8 +12,10 @@ CJobShape::CJobShape(const ReconJob& rJob, EJobKind eKind)
       m_tProjs(rJob.pProjs->GetSizeZ()),
       m_tSlice((std::size_t(rJob.pTomoVol->GetVolume()->GetSizeX()) + 2) *
                (std::size_t(rJob.pTomoVol->GetVolume()->GetSizeZ()) + 2)),
-      // Ray sums; measured rows; both and working rows.
-      m_tImages(eKind == EJobKind::eIterative ? 3 : 1),
+      // Ray sums; measured rows; measured rows, and sums and working rows in one image or two.
+      m_tImages(eKind != EJobKind::eIterative    ? 1
+                : GetBackend()->UsesHostMemory() ? 2
+                                                 : 3),
       m_tSums(eKind == EJobKind::eIterative ? rJob.uiProjIndex.size() * rJob.uiIterations : 0)
 {
 }

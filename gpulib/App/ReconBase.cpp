@@ -59,10 +59,17 @@ bool CReconBase::mCreateBatch()
     const int iProjX = mGetProjX(), iProjs = mGetProjs();
     const bool bProjs = m_eKind != EJobKind::eForProj, bSums = m_eKind != EJobKind::eBackProj;
     const bool bOneImage = m_eKind == EJobKind::eBackProj;
+    const auto CreateSums = [&]
+    {
+        // What is compared with the measured rows becomes the working rows.
+        CPitchedPtr2D& rSums = m_aTextures.m_aSums;
+        return bProjs ? rSums.CreateShared(m_aTextures.GetProjsArray())
+                      : rSums.Create(iProjX, iProjs);
+    };
     m_aTextures.m_aSums.SetLanes(m_iBatch);
     return (!bProjs || m_aTextures.m_aProjsTex.Create(iProjX, iProjs, m_iBatch, bOneImage)) &&
            m_aTextures.m_aVolTex.Create(mGetVolX(), mGetVolZ(), m_iBatch) &&
-           (!bSums || m_aTextures.m_aSums.Create(iProjX, iProjs));
+           (!bSums || CreateSums());
 }
 
 bool CReconBase::mCreateAnglesTex()

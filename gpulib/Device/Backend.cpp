@@ -27,6 +27,14 @@ bool CBackend::CreatePitched(DeviceImage& rImage)
     return CheckSizes("create buffer", rImage) && mCreatePitched(rImage);
 }
 
+bool CBackend::CreateShared(DeviceImage& rImage, const DeviceImage& rArray)
+{
+    rImage.iWidth = rArray.iWidth;
+    rImage.iHeight = rArray.iHeight;
+    rImage.iLanes = rArray.iLanes;
+    return CheckSizes("create buffer", rImage) && mCreateShared(rImage, rArray);
+}
+
 bool CBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
 {
     if (!pvSource || rImage.iDepth != 1 || rImage.iChannels != 1 || rImage.iLanes != 1)

@@ -46,6 +46,9 @@ public:
     [[nodiscard]] bool CreateArray(DeviceImage& rImage);
     /// The same for an image that kernels write.
     [[nodiscard]] bool CreatePitched(DeviceImage& rImage);
+    /// A buffer of the same sizes for kernels that write what those of the array read: in the
+    /// array's memory, where one memory serves both. Then a row holds what came last, from either.
+    [[nodiscard]] bool CreateShared(DeviceImage& rImage, const DeviceImage& rArray);
     /// A one-lane array with the values at pvSource, tightly packed, for kernels that read it. The
     /// source must stay as it is until Free(): the backend may copy it or work on it in place.
     [[nodiscard]] bool CreateLent(DeviceImage& rImage, const void* pvSource);
@@ -95,6 +98,10 @@ private:
     // rectangle or more lanes than the image has.
     virtual bool mCreateArray(DeviceImage& rImage) = 0;
     virtual bool mCreatePitched(DeviceImage& rImage) = 0;
+    virtual bool mCreateShared(DeviceImage& rImage, const DeviceImage& /*rArray*/)
+    {
+        return mCreatePitched(rImage);
+    }
     virtual bool mCreateLent(DeviceImage& rImage, const void* pvSource) = 0;
     virtual void mFree(DeviceImage& rImage) = 0;
     virtual bool mClear(const DeviceImage& rImage) = 0;

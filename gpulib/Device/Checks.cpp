@@ -126,6 +126,7 @@ bool CheckParams(const SumAbsParams& rP)
                           rP.iIter, rP.aAccum.iHeight, rP.iRows, rP.aSource.iLanes);
     return CheckRange(pcName, rP.aProjIndex, 0, rP.iProjs) &&
            CheckImage(pcName, "rows", rP.aSource, rP.iProjX, 1) &&
+           (!rP.aMinus.pvData || CheckSameSize(pcName, rP.aSource, rP.aMinus)) &&
            CheckImage(pcName, "accumulators", rP.aAccum, rP.iProjs, 1, 1, 8);
 }
 

@@ -34,6 +34,15 @@ bool CDeviceMemory::mCreateLent(const float* pfData, int iWidth, int iHeight)
     return true;
 }
 
+bool CDeviceMemory::mCreateShared(const DeviceImage& rArray)
+{
+    Free();
+    DeviceImage aImage;
+    if (!GetBackend()->CreateShared(aImage, rArray)) return false;
+    m_aImage = aImage;
+    return true;
+}
+
 bool CDeviceMemory::HostToDevice(const void* pvData)
 {
     return GetBackend()->UploadTable(m_aImage, pvData);

@@ -2,10 +2,11 @@
 
 #include "gpulib/Device/Backend.h"
 
-bool GRFactor::mLaunch(const DeviceImage& rSource, const DeviceImage& rAccum, int iIter,
+bool GRFactor::mLaunch(const DeviceImage& rMinus, const DeviceImage& rAccum, int iIter,
                        int iRows) const
 {
-    return GetBackend()->SumAbs({.aSource = rSource,
+    return GetBackend()->SumAbs({.aSource = m_aImages.aRawProjs,
+                                 .aMinus = rMinus,
                                  .aAccum = rAccum,
                                  .aProjIndex = m_aImages.aProjIndex,
                                  .iProjX = m_aImages.iProjX,

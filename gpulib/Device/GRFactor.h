@@ -9,15 +9,15 @@ public:
     /// Adds the sums of |measured| of iRows rows to row 0 of rAccum (doubles, list length wide).
     [[nodiscard]] bool DoRaw(const DeviceImage& rAccum, int iRows) const
     {
-        return mLaunch(m_aImages.aRawProjs, rAccum, 0, iRows);
+        return mLaunch({}, rAccum, 0, iRows);
     }
-    /// Adds the sums of |working| of iRows rows to row iIter of rAccum.
+    /// Adds the sums of |measured - ray sum| of iRows rows to row iIter of rAccum.
     [[nodiscard]] bool DoDif(const DeviceImage& rAccum, int iIter, int iRows) const
     {
-        return mLaunch(m_aImages.aProjs, rAccum, iIter, iRows);
+        return mLaunch(m_aImages.aSums, rAccum, iIter, iRows);
     }
 
 private:
-    [[nodiscard]] bool mLaunch(const DeviceImage& rSource, const DeviceImage& rAccum, int iIter,
+    [[nodiscard]] bool mLaunch(const DeviceImage& rMinus, const DeviceImage& rAccum, int iIter,
                                int iRows) const;
 };

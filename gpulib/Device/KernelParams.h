@@ -82,7 +82,8 @@ struct BackParams
 /// -1e15 left out; added to the accumulators row by row of the batch.
 struct SumAbsParams
 {
-    DeviceImage aSource;  ///< measured or working projections, batch
+    DeviceImage aSource;  ///< measured projections, batch
+    DeviceImage aMinus;   ///< ray sums that are taken off them first; empty: none
     DeviceImage aAccum;   ///< in and out, list length x iterations, doubles
     DeviceImage aProjIndex;
     int iProjX = 0;

@@ -12,6 +12,8 @@ public:
     void SetLanes(int iLanes) { m_aWanted.iLanes = iLanes; }
     void SetDouble() { m_aWanted.iBytes = 8; }  ///< accumulators
     [[nodiscard]] bool Create(int iWidth, int iHeight) { return mCreate(iWidth, iHeight, 1); }
+    /// See CBackend; rArray stays longer than this.
+    [[nodiscard]] bool CreateShared(const DeviceImage& rArray) { return mCreateShared(rArray); }
     /// Clears the whole buffer to 0, whatever the argument.
     [[nodiscard]] bool Init(int /*iValue*/) { return IsEmpty() || GetBackend()->Clear(m_aImage); }
 

@@ -27,6 +27,28 @@ TEST_P(Kernel, RectanglesComeBackAndTheRestIsZero)
         }
 }
 
+/// Slices large enough that memory is given back, beside rows that have to stay.
+TEST_P(Kernel, SlicesMoveBetweenVolumeAndBatch)
+{
+    constexpr int iX = 1030, iZ = 20, iY = 40, iFirst = 3;
+    for (const int iRows : {5, 32})
+    {
+        Images aVolume = RandomImages(iX, iY, iZ, 1, 2);
+        const Images aBefore = aVolume;
+        CRig aRig;
+        const DeviceImage aImage = aRig.Array(Images(iX + 2, iZ + 2, iRows));
+        const HostRows<float> aRows = {&aVolume.vf[iX * iFirst], iX * iY, iX, iRows};
+        for (int iTimes = 0; iTimes < 2; ++iTimes)
+        {
+            ASSERT_TRUE(GetBackend()->MoveIn(aImage, aRows, 1, 1, iX, iZ));
+            // What is moved out is what the image holds, whatever became of the slices meanwhile.
+            ASSERT_TRUE(GetBackend()->StartMoveOut(aImage, aRows, 1, 1, iX, iZ) &&
+                        GetBackend()->FinishDownload());
+            EXPECT_EQ(aVolume.vf, aBefore.vf) << iRows << " rows";
+        }
+    }
+}
+
 TEST_P(Kernel, BuffersInterleaveCopyAndClear)
 {
     CRig aRig;

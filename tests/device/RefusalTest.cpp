@@ -71,7 +71,7 @@ TEST_P(Kernel, RefusesWhatLiesBesideItsImages)
     EXPECT_FALSE(GetBackend()->Weight({aProjs, aProjs, aRow, {}, EWeight::eRef, 8, -1, 2}) ||
                  GetBackend()->Weight({aProjs, aProjs, aRow, {}, EWeight::eRef, 8, 0, 3}));
     using S = SumAbsParams;
-    Spoil<S>(&CBackend::SumAbs, {aProjs, aRig.Doubles(2, 3), aIndex, 8, 2, 2, 4},
+    Spoil<S>(&CBackend::SumAbs, {aProjs, aProjs, aRig.Doubles(2, 3), aIndex, 8, 2, 2, 4},
              {&S::aSource, &S::aAccum, &S::aProjIndex}, {&S::iProjX, &S::iIter},
              {&S::iProjX, &S::iProjs, &S::iIter, &S::iRows});
     using T = TransformParams;

@@ -106,7 +106,7 @@ TEST_F(JobMain, NeedsTheMemoryOfAllWorkers)
     std::string strReason;
     ASSERT_TRUE(DescribeJob(aJob, strReason) && DescribeIterations(aJob, strReason));
     constexpr std::size_t tStackRow = 37 * 7, tSlice = 39 * 15, tSums = 2 * 7;
-    constexpr std::size_t tBatches = 10 * 4 * (3 * tStackRow + tSlice), tRanges = 10 * 4 * 4 * 7;
+    constexpr std::size_t tBatches = 10 * 4 * (2 * tStackRow + tSlice), tRanges = 10 * 4 * 4 * 7;
     constexpr std::size_t tTables = 3 * (4 * 4 * tStackRow + 4 * 8 * tSums), tStore = 2 * 8 * tSums;
     const std::size_t tNeeded = tBatches + tRanges + tTables + tStore +
                                 CProjData::GetInstance()->GetBytes() +

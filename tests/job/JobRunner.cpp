@@ -68,6 +68,7 @@ TestData RunJob(const TestJob& rJob, const TestData& rStart, const Machine& rMac
     ReconJob aJob;
     aJob.pProjs = &aStack;
     aJob.pTomoVol = &aTomoVol;
+    aJob.bZero = rJob.bZeroStart && iWorkers > 1;  // one worker finds out by itself
     aJob.fAngles = rJob.vfAngles;
     aJob.uiRangeX = rStart.vuiRangeX;
     aJob.uiProjIndex = vuiList;

@@ -76,6 +76,10 @@ const Change g_aChanges[] = {
     {"OneColumn", "", [](TestJob& r) { r.iProjX = r.iVolX = r.iVolZ = 1; }},
     {"BeyondRightAngles", "", [](TestJob& r) { r.vfAngles = g_vfBeyond; }},
     {"List", "", [](TestJob& r) { r.vuiList = g_vuiList, r.uiSets = 2; }},
+    {"Twins", "ih",
+     [](TestJob& r) {
+         r.vuiList = {3, 3, 2, 3}, r.uiSets = 4;
+     }},
     {"Slab", "h", [](TestJob& r) { SetBox(r, 0, 0, 371, 6), r.vfAngles[0] = 89.8f; }},
     {"WideBox", "h", [](TestJob& r) { SetBox(r, 0, 0, 369, 6), r.vfAngles[0] = 89.8f; }},
     {"NoBox", "", [](TestJob& r) { r.aBox.reset(); }},
@@ -86,7 +90,7 @@ const Change g_aChanges[] = {
     // Iterations past the last whole interval are not run; fewer than an interval all are.
     {"Smoothed", "i", [](TestJob& r) { SetKernel(r, 40, 1, 2), r.uiInterval = 3; }},
     {"SmoothedOnce", "ih", [](TestJob& r) { SetKernel(r, 1, 4, 1), r.uiInterval = 99; }},
-    {"IntervalWithoutKernel", "ih", [](TestJob& r) { r.uiInterval = 2; }},
+    {"IntervalWithoutKernel", "ih", [](TestJob& r) { r.bZeroStart = true, r.uiInterval = 2; }},
     {"All", "", DoAll},
 };
 

@@ -71,7 +71,7 @@ bool CReconImpl::mDoEmRecon(SetRange aSet, float fRelax)
 
 bool CReconImpl::mCalcRfactor(unsigned int uiIter)
 {
-    return m_aDifProjImpl.DoDif(m_aSetSize.GetFullRange()) &&
+    return m_aDifProjImpl.CalcSums(m_aSetSize.GetFullRange()) &&
            m_aRfactorImpl.CalcDif(static_cast<int>(uiIter), m_iRows);
 }
 

@@ -15,7 +15,7 @@ public:
     void SetImages(const RunImages& rImages) { m_aGRFactor.SetImages(rImages); }
     /// Adds the measured rows of a batch.
     [[nodiscard]] bool CalcRaw(int iRows) const;
-    /// Adds the residuals after iteration iIter, which stand in the working rows.
+    /// Adds the residuals after iteration iIter, of which the ray sums stand.
     [[nodiscard]] bool CalcDif(int iIter, int iRows) const;
     /// Pairs (raw, residual), shape [iteration][list position][2]; the raw sum stands in every
     /// iteration. Left empty on failure.

@@ -17,7 +17,7 @@ bool CDiffProjImpl::NotifyVolZero()
     return GetBackend()->Clear(m_aSums);
 }
 
-bool CDiffProjImpl::mCalcSums(SetRange aSet)
+bool CDiffProjImpl::CalcSums(SetRange aSet)
 {
     if (m_aKept.iFirst <= aSet.iFirst && aSet.iEnd <= m_aKept.iEnd) return true;
     NotifyVolChanged();

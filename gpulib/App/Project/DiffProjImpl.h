@@ -20,10 +20,12 @@ public:
     /// The slices that were loaded are 0 everywhere, and so are their ray sums.
     [[nodiscard]] bool NotifyVolZero();
 
-    /// Working rows of the set = measured - ray sums.
+    /// Ray sums of the set, unless they stand already.
+    [[nodiscard]] bool CalcSums(SetRange aSet);
+    /// Working rows of the set = measured - ray sums. They may take the place of the sums.
     [[nodiscard]] bool DoDif(SetRange aSet)
     {
-        return mCalcSums(aSet) && m_aGForwardProj.DoDiff(aSet);
+        return CalcSums(aSet) && mUse(&GForwardProj::DoDiff, aSet);
     }
     /// Working rows of the set times their projection weights.
     [[nodiscard]] bool WeightProjs(SetRange aSet) const { return m_aWeightImpl.WeightRecon(aSet); }
@@ -31,7 +33,12 @@ public:
     [[nodiscard]] bool WeightRef() const { return m_aWeightImpl.WeightRef(); }
 
 protected:
-    [[nodiscard]] bool mCalcSums(SetRange aSet);
+    /// A step that works on the ray sums, after which none holds.
+    [[nodiscard]] bool mUse(bool (GForwardProj::*pStep)(SetRange) const, SetRange aSet)
+    {
+        m_aKept = {};
+        return (m_aGForwardProj.*pStep)(aSet);
+    }
     GForwardProj m_aGForwardProj;
 
 private:
@@ -48,6 +55,6 @@ public:
     /// Working rows of the set = measured / ray sums; 1 where there is nothing to compare.
     [[nodiscard]] bool DoDiv(SetRange aSet)
     {
-        return mCalcSums(aSet) && m_aGForwardProj.DoDiv(aSet);
+        return CalcSums(aSet) && mUse(&GForwardProj::DoDiv, aSet);
     }
 };

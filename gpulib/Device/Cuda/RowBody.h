@@ -35,14 +35,19 @@ CUDA_FN void AddHalf(int iThread, int iStride, float* pfPartial)
     if (iThread < iStride) pfPartial[iThread] += pfPartial[iThread + iStride];
 }
 
+CUDA_FN float LoadResidual(int iX, int iProj, int iLane, const SumAbsParams& rP)
+{
+    const float fValue = LoadTexel(rP.aSource, iX, iProj, iLane);
+    return rP.aMinus.pvData ? fValue - LoadTexel(rP.aMinus, iX, iProj, iLane) : fValue;
+}
+
 /// Columns iThread, iThread + 256, ... of one row. It counts as a multiple of 256 columns; those
 /// past its end repeat the last pixel.
 CUDA_FN float SumAbsPartial(int iThread, int iProj, int iLane, const SumAbsParams& rP)
 {
     float fSum = 0.0f;
     for (int i = iThread; i - iThread < rP.iProjX; i += g_iPartialSums)
-        fSum +=
-            AbsIfPresent(LoadTexel(rP.aSource, i < rP.iProjX ? i : rP.iProjX - 1, iProj, iLane));
+        fSum += AbsIfPresent(LoadResidual(i < rP.iProjX ? i : rP.iProjX - 1, iProj, iLane, rP));
     return fSum;
 }
 

@@ -118,14 +118,19 @@ bool MakeBackViews(const BackParams& rP, std::vector<BackView>& rViews)
     return true;
 }
 
+void RemoveTwins(std::vector<int>& rRows)
+{
+    std::ranges::sort(rRows);
+    rRows.erase(std::unique(rRows.begin(), rRows.end()), rRows.end());
+}
+
 bool MakeForwardViews(const ForwardParams& rP, std::vector<ForwardView>& rViews)
 {
     std::vector<int> viRows;
     if (!ReadIndex("ForwardProject", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aSums.iHeight, viRows))
         return false;
     // Strips add to the sums: a projection that stands in the set twice must not be added twice.
-    std::ranges::sort(viRows);
-    viRows.erase(std::unique(viRows.begin(), viRows.end()), viRows.end());
+    RemoveTwins(viRows);
     for (const int iProj : viRows)
     {
         const float* pfCosSin = static_cast<const float*>(rP.aCosSin.pvData) + 2 * iProj;
@@ -133,6 +138,14 @@ bool MakeForwardViews(const ForwardParams& rP, std::vector<ForwardView>& rViews)
                           RowOf(rP.aSums, iProj)});
     }
     return true;
+}
+
+/// Whether the ray sums of one projection take the place of a row that is back projected.
+bool ShareRows(const std::vector<BackView>& rBack, const std::vector<ForwardView>& rForward)
+{
+    return std::ranges::any_of(
+        rForward, [&](const ForwardView& rSums)
+        { return std::ranges::find(rBack, rSums.pfSums, &BackView::pfRow) != rBack.end(); });
 }
 
 bool HaveOneSteepAxis(const std::vector<ForwardView>& rViews)
@@ -202,6 +215,13 @@ bool CHostBackend::mCreate(DeviceImage& rImage, const char* pcKind)
         return DeviceFail("create %s: no memory for %d x %d x %d, %d rows (%zu MiB)", pcKind,
                           rImage.iWidth, rImage.iHeight, rImage.iDepth, rImage.iLanes,
                           bFits ? tBytes >> 20 : ~std::size_t(0));
+    return true;
+}
+
+bool CHostBackend::mCreateShared(DeviceImage& rImage, const DeviceImage& rArray)
+{
+    rImage = rArray;
+    rImage.bLent = true;
     return true;
 }
 
@@ -338,7 +358,7 @@ bool CHostBackend::mBackForward(const BackParams& rBack, const ForwardParams& rF
     const bool bSplit = mTeam().GetSize() > 1 || rForward.iEnd - rForward.iFirst > iFew;
     if (!bSplit && !(MakeBackViews(rBack, vBack) && MakeForwardViews(rForward, vForward)))
         return false;
-    if (bSplit || !HaveOneSteepAxis(vForward))
+    if (bSplit || !HaveOneSteepAxis(vForward) || ShareRows(vBack, vForward))
         return mBackProject(rBack) && mForwardProject(rForward);
     mKernels(rBack.aVol)
         .BackForward(rBack, vBack.data(), int(vBack.size()), rForward, vForward.data(),
@@ -351,6 +371,7 @@ bool CHostBackend::mCombine(const CombineParams& rP)
     std::vector<int> viRows;
     if (!ReadIndex("Combine", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aOut.iHeight, viRows))
         return false;
+    RemoveTwins(viRows);  // the result may take the place of the sums
     mSplit(int(viRows.size()),
            [&](Share aShare, int) { mKernels(rP.aOut).Combine(rP, viRows.data(), aShare); });
     return true;

@@ -30,6 +30,7 @@ public:
 private:
     bool mCreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
     bool mCreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
+    bool mCreateShared(DeviceImage& rImage, const DeviceImage& rArray) override;
     bool mCreateLent(DeviceImage& rImage, const void* pvSource) override;
     void mFree(DeviceImage& rImage) override;
     bool mClear(const DeviceImage& rImage) override;

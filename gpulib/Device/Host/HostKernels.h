@@ -64,7 +64,7 @@ struct HostKernels
     /// steep axis, of the result.
     void (*BackForward)(const BackParams& rBack, const BackView* pBack, int iBack,
                         const ForwardParams& rForward, const ForwardView* pForward, Share aForward);
-    /// piRows: raw numbers of the projections, one per list position from rP.iFirst on.
+    /// piRows: raw numbers of the projections, each once.
     void (*Combine)(const CombineParams& rP, const int* piRows, Share aRows);
     /// piRows: image rows to treat.
     void (*Weight)(const WeightParams& rP, const int* piRows, Share aRows);

@@ -62,6 +62,7 @@ static void SumAbsLanes(const SumAbsParams& rP, const int* piRows, Share aRows, 
     for (int i = aRows.iFirst; i < aRows.iEnd; ++i)
     {
         const float* pfRow = RowOf(rP.aSource, piRows[i]);
+        const float* pfMinus = rP.aMinus.pvData ? RowOf(rP.aMinus, piRows[i]) : nullptr;
         for (int t = 0; t < g_iPartialSums; ++t)
         {
             L aSum = Fill<LANES>(0.0f);
@@ -69,7 +70,14 @@ static void SumAbsLanes(const SumAbsParams& rP, const int* piRows, Share aRows, 
             {
                 const int iColumn = t + s * g_iPartialSums;
                 const int iX = iColumn < rP.iProjX ? iColumn : rP.iProjX - 1;
-                L aValue = Load<LANES>(pfRow + static_cast<std::size_t>(iX) * LANES);
+                const std::size_t tAt = static_cast<std::size_t>(iX) * LANES;
+                L aValue = Load<LANES>(pfRow + tAt);
+                if (pfMinus)
+                {
+                    const L aMinus = Load<LANES>(pfMinus + tAt);
+#pragma GCC unroll 16
+                    for (int k = 0; k < L::iCount; ++k) aValue.av[k] -= aMinus.av[k];
+                }
 #pragma GCC unroll 16
                 for (int k = 0; k < L::iCount; ++k)
                     aSum.av[k] += AbsIfPresent<typename L::Vector>(aValue.av[k]);
