@@ -78,7 +78,7 @@ const Change g_aChanges[] = {
     {"List", "", [](TestJob& r) { r.vuiList = g_vuiList, r.uiSets = 2; }},
     {"Twins", "ih",
      [](TestJob& r) {
-         r.vuiList = {3, 3, 2, 3}, r.uiSets = 4;
+         r.vuiList = {3, 3, 2, 3}, r.uiSets = 2;
      }},
     {"Slab", "h", [](TestJob& r) { SetBox(r, 0, 0, 371, 6), r.vfAngles[0] = 89.8f; }},
     {"WideBox", "h", [](TestJob& r) { SetBox(r, 0, 0, 369, 6), r.vfAngles[0] = 89.8f; }},
