@@ -33,6 +33,10 @@ protected:
     [[nodiscard]] virtual bool mPrepare();
     [[nodiscard]] virtual bool mRun() = 0;
 
+    /// Tells the images of the batches to come.
+    virtual void mSetImages(const RunImages& rImages) = 0;
+    /// Makes the images fit a batch of iRows rows.
+    [[nodiscard]] bool mFit(int iRows);
     /// Loads one batch of measured rows and slices after the other, runs fWork on it and stores the
     /// slices. While the device works on one batch, the one before goes back and the next one
     /// comes. fWork is told whether the slices are 0 everywhere.
@@ -45,7 +49,6 @@ protected:
     /// none.
     void mPrefetchVolume(int iY) const;
 
-    RunImages mGetImages() const;
     SetRange mGetFullRange() const;  ///< the whole index list
     Util_Volume& mGetVolume() const;
 
@@ -56,7 +59,8 @@ protected:
 private:
     [[nodiscard]] bool mCheckInputs() const;
     [[nodiscard]] bool mCreateTables();
-    [[nodiscard]] bool mCreateBatch();
+    [[nodiscard]] bool mCreateBatch(int iRows);
+    RunImages mGetImages() const;
     [[nodiscard]] bool mCreateAnglesTex();
     [[nodiscard]] bool mCreateRangeTex();
     [[nodiscard]] bool mGenWeights();
@@ -71,4 +75,5 @@ private:
     const EJobKind m_eKind;
     bool m_bZero = false;  // the rows of the band are as yet memory that is not there
     CTextures m_aTextures;
+    int m_iImageRows = 0;  // that the images were made for
 };

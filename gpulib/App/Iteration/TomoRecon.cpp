@@ -12,9 +12,7 @@ CTomoRecon::CTomoRecon(const ReconJob& rJob, std::unique_ptr<CReconImpl> pImpl)
 
 bool CTomoRecon::mPrepare()
 {
-    if (!m_pImpl->AllocMemory() || !CReconBase::mPrepare()) return false;
-    m_pImpl->SetImages(mGetImages());
-    return true;
+    return m_pImpl->AllocMemory() && CReconBase::mPrepare();
 }
 
 /// A band without rows needs nothing of a device; its worker only keeps the rendezvous.

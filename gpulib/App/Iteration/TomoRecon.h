@@ -24,6 +24,7 @@ protected:
 
 private:
     [[nodiscard]] bool mPrepare() override;
+    void mSetImages(const RunImages& rImages) override { m_pImpl->SetImages(rImages); }
     [[nodiscard]] bool mRun() override;
     [[nodiscard]] bool mDoBlock(unsigned int uiFirst, unsigned int uiEnd);
     [[nodiscard]] bool mSmooth();

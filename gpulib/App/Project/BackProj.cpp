@@ -1,9 +1,13 @@
 #include "gpulib/App/Project/BackProj.h"
 
+void CBackProj::mSetImages(const RunImages& rImages)
+{
+    m_aBackProjImpl.SetImages(rImages);
+    m_aWeightImpl.Configure(rImages, m_rJob.uiProjIndex);
+}
+
 bool CBackProj::mRun()
 {
-    m_aBackProjImpl.SetImages(mGetImages());
-    m_aWeightImpl.Configure(mGetImages(), m_rJob.uiProjIndex);
     const SetRange aAll = mGetFullRange();
     return mForEachBatch(
         [&](int iY, int iRows, bool)

@@ -12,6 +12,7 @@ public:
     explicit CBackProj(const ReconJob& rJob) : CReconBase(rJob, EJobKind::eBackProj) {}
 
 private:
+    void mSetImages(const RunImages& rImages) override;
     [[nodiscard]] bool mRun() override;
     CBackProjImpl m_aBackProjImpl;
     CWeightImpl m_aWeightImpl;

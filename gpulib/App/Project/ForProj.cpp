@@ -35,10 +35,10 @@ bool CForProjImpl::ToHost(Util_Volume& rProjs, int iY, int iRows) const
 
 bool CForProj::mRun()
 {
-    m_aForProjImpl.Configure(mGetImages(), m_rJob.uiProjIndex);
     for (int y = 0; const int iRows = mRowsFrom(y); y += m_iBatch)
     {
-        if (!mSetVolTex(y, iRows) || !m_aForProjImpl.DoIt(m_rJob.aBox.has_value())) return false;
+        if (!mFit(iRows) || !mSetVolTex(y, iRows) || !m_aForProjImpl.DoIt(m_rJob.aBox.has_value()))
+            return false;
         mPrefetchVolume(y + m_iBatch);
         if (!m_aForProjImpl.ToHost(*m_rJob.pProjs, m_aShare.iStartY + y, iRows)) return false;
     }

@@ -30,6 +30,10 @@ public:
     explicit CForProj(const ReconJob& rJob) : CReconBase(rJob, EJobKind::eForProj) {}
 
 private:
+    void mSetImages(const RunImages& rImages) override
+    {
+        m_aForProjImpl.Configure(rImages, m_rJob.uiProjIndex);
+    }
     [[nodiscard]] bool mRun() override;
     CForProjImpl m_aForProjImpl;
 };

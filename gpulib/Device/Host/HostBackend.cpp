@@ -179,15 +179,12 @@ bool CHostBackend::SelectDevice(int iDevice)
 
 int CHostBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
 {
-    // Two registers to an element cost 1.6 times one: what a band gains depends on its length. The
-    // batch comes on top of the stack and the volume: a short band of large slices, where it would
-    // be the larger part, goes without.
+    // Two registers to an element cost 1.6 times one. The batch comes on top of the stack and the
+    // volume: a short band of large slices, where it would be the larger part, goes without.
     constexpr int iManyRows = 10 * g_iMaxLanes;
-    const auto Batches = [&](int iLanes) { return (std::max(iRows, 1) - 1) / iLanes + 1; };
     const std::size_t tMemory = GetDeviceMemory(0);
-    const bool bPays = 16 * Batches(g_iMaxLanes) <= 10 * Batches(g_iWideLanes);
     const bool bLittle = iRows >= iManyRows || tBytesPerRow <= tMemory / 16 / g_iMaxLanes;
-    const int iLanes = bPays && bLittle ? g_iMaxLanes : g_iWideLanes;
+    const int iLanes = bLittle ? g_iMaxLanes : g_iWideLanes;
     int iBatch = std::clamp(iRows, 1, m_iMaxRows > 0 ? std::min(m_iMaxRows, iLanes) : iLanes);
     while (iBatch > 1 && tBytesPerRow > tMemory / 4 / RoundUpLanes(iBatch)) iBatch /= 2;
     return iBatch;
