@@ -273,7 +273,7 @@ bool CHostBackend::mMoveIn(const DeviceImage& rImage, const HostRows<float>& rSo
 bool CHostBackend::mStartMoveOut(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0,
                                  int iY0, int iWidth, int iHeight)
 {
-    HostPages aPages(rImage.pvData);
+    CHostPages aPages(rImage.pvData);
     for (int y = 0; y < iHeight; ++y)
     {
         const HostRows<float> aSlice = SliceOf(rDest, y);

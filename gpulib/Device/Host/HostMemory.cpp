@@ -49,7 +49,7 @@ HostBlock AllocateZeroed(std::size_t tBytes)
     return HostBlock(pvData, {tBytes});
 }
 
-void HostPages::ReleaseTo(void* pvEnd)
+void CHostPages::ReleaseTo(void* pvEnd)
 {
     const std::size_t tBytes =
         std::size_t(static_cast<char*>(pvEnd) - m_pcFirst) / g_tHugePage * g_tHugePage;

@@ -13,10 +13,10 @@ struct HostRelease
 using HostBlock = std::unique_ptr<void, HostRelease>;
 
 /// Gives back memory of AllocateZeroed() from its begin on, in whole huge pages.
-class HostPages
+class CHostPages
 {
 public:
-    explicit HostPages(void* pvFirst) : m_pcFirst(static_cast<char*>(pvFirst)) {}
+    explicit CHostPages(void* pvFirst) : m_pcFirst(static_cast<char*>(pvFirst)) {}
     /// All before pvEnd is 0 from now on, or what it was.
     void ReleaseTo(void* pvEnd);
 
