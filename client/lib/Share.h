@@ -20,6 +20,7 @@ void Share(int iThreads, int iCount, const F& Work)
 {
     std::atomic<int> iNext = 0;
     std::vector<std::jthread> aThreads;
+    aThreads.reserve(std::size_t(iThreads));
     for (int iThread = 0; iThread < iThreads; ++iThread)
         aThreads.emplace_back(
             [&iNext, &Work, iCount, iThread]
