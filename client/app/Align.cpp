@@ -1,11 +1,15 @@
-#include <algorithm>
 #include <cmath>
 
+#include "AlignReport.h"
+#include "Aligning.h"
 #include "Command.h"
-#include "talven/Angles.h"
-#include "talven/CoarseAlign.h"
+#include "Lists.h"
+#include "Options.h"
+#include "RunFacts.h"
+#include "SeriesFiles.h"
+#include "talven/AtomicFile.h"
+#include "talven/FileImages.h"
 #include "talven/ImageJob.h"
-#include "talven/ImageStack.h"
 #include "talven/MrcWriter.h"
 
 namespace talven
@@ -21,44 +25,51 @@ public:
     bool Run() override;
 
 private:
-    bool mReadAngles();
-    /// All views, as means of blocks of pixels.
-    bool mReadViews(const ImageSize& rBinned, std::vector<float>& rViews);
-    bool mWrite(const ImageSize& rBinned, const std::vector<CoarseView>& rViews);
+    bool mOpen();
+    bool mTakeAxis();
+    bool mWrite();
+    bool mWritePage();
     /// The raw views, resampled once by the server.
     bool mWriteStack(const std::vector<ViewMap>& rMaps);
 
-    std::string m_strTilts, m_strAngles, m_strOutput, m_strStack;
-    double m_dAxis = 0;
-    int m_iBin = 4;
-    double m_dLimit = 80;
-
+    std::string m_strTilts, m_strOutput, m_strStack, m_strReport, m_strAxis;
+    ReconRequest m_aSeries;  // what the files say
+    CSeriesFiles m_aFiles;
+    std::vector<int> m_viViews;  // that take part
+    CAligning m_aAligning;
+    const CLI::App* m_pApp = nullptr;
     std::unique_ptr<CImageStack> m_pStack;
-    std::vector<float> m_vfAngles;
 };
 
 void CAlign::AddOptions(CLI::App& rApp)
 {
-    rApp.add_option("--tilts", m_strTilts, "Raw tilt series: MRC, HDF5 or TIFF")
+    m_pApp = &rApp;
+    SeriesAlignRequest& rRequest = m_aAligning.GetRequest();
+    AddFile(rApp, "--tilts", m_strTilts, "Raw tilt series: MRC, HDF5 or TIFF")->required();
+    m_aFiles.AddOptions(rApp, false);
+    AddFile(rApp, "-o,--output", m_strOutput, "Alignment to write (.xf)")->required();
+    AddFile(rApp, "--stack", m_strStack, "Aligned views to write, MRC");
+    AddFile(rApp, "--report", m_strReport,
+            "HTML page: places of the views, how well they agree, the tilt axis, how it was made");
+    rApp.add_option("--thickness", rRequest.iThickness,
+                    "Of the specimen along the beam, about, pixels")
         ->required()
-        ->type_name("FILE");
-    rApp.add_option("--angles", m_strAngles,
-                    "Tilt angles, degrees, one per line (.tlt, .rawtlt) [those of the stack]")
-        ->type_name("FILE");
-    rApp.add_option("-o,--output", m_strOutput, "Alignment to write (.xf)")
-        ->required()
-        ->type_name("FILE");
-    rApp.add_option("--stack", m_strStack, "Aligned views to write, MRC")->type_name("FILE");
-    rApp.add_option(
-            "--axis", m_dAxis,
-            "From the +Y axis of the views to the tilt axis, degrees, counterclockwise with "
-            "X to the right and Y up")
-        ->required()
-        ->check(CLI::Range(-360.0, 360.0));
-    rApp.add_option("--bins", m_iBin, "Pixels along each edge of the blocks that are compared")
-        ->capture_default_str()
-        ->check(CLI::Range(1, 64));
-    rApp.add_option("--limit", m_dLimit, "Farthest that a view may have moved, pixels")
+        ->check(CLI::Range(1, 32768));
+    rApp.add_option("--axis", m_strAxis,
+                    "About, from the +Y axis of the views to the tilt axis, degrees, "
+                    "counterclockwise with X to the right and Y up; auto: not known [that of the "
+                    ".mdoc]")
+        ->type_name("DEG|auto");
+    m_aAligning.AddOptions(rApp);
+    AddParsed(rApp, "--exclude", "VIEWS", m_aSeries.viExclude, ParseViews,
+              "Views to leave out, counted from 1: 3,7-9");
+    rApp.add_option("--bins", rRequest.viBins,
+                    "Pixels along each edge of the blocks that are compared, one after the other "
+                    "[4,2, less for small views]")
+        ->delimiter(',')
+        ->check(CLI::Range(1, 64))
+        ->type_name("N,...");
+    rApp.add_option("--limit", rRequest.dLimit, "Farthest that a view may have moved, pixels")
         ->capture_default_str()
         ->check(CLI::Range(1.0, 32768.0));
     mAddServerOptions(rApp);
@@ -67,116 +78,97 @@ void CAlign::AddOptions(CLI::App& rApp)
 
 bool CAlign::Run()
 {
+    if (!mOpen() || !mProbe(m_strOutput) || !mProbe(m_strStack) || !mProbe(m_strReport) ||
+        !mConnect())
+        return false;
+    m_viViews = SelectViews(m_aSeries, m_pStack->GetSections());
+    return mCheck(m_aAligning.Run(m_aLink, m_aReport, m_pStack->GetSize(), m_aFiles.GetAngles(),
+                                  m_viViews, ReadFrom(*m_pStack, m_viViews)),
+                  m_aAligning) &&
+           mWrite();
+}
+
+bool CAlign::mOpen()
+{
     std::string strError;
     m_pStack = OpenStack(m_strTilts, strError);
     if (!m_pStack) return mFail(strError);
-    const ImageSize& rSize = m_pStack->GetSize();
-    const ImageSize aBinned = {rSize.iX / m_iBin, rSize.iY / m_iBin};
-    constexpr int iLeast = 16;
-    if (aBinned.iX < iLeast || aBinned.iY < iLeast)
-        return mFail(Format("--bins %d: views of %d x %d make %d x %d, at least %d x %d", m_iBin,
-                            rSize.iX, rSize.iY, aBinned.iX, aBinned.iY, iLeast, iLeast));
-    if (!mReadAngles() || !mProbe(m_strOutput) || !mProbe(m_strStack)) return false;
-    std::vector<float> vfViews;
-    if (!mReadViews(aBinned, vfViews)) return false;
-
-    const CoarseRequest aRequest = {.dTiltAxis = m_dAxis,
-                                    .iLimit = int(std::ceil(m_dLimit / m_iBin))};
-    CPhase aPhase(m_aReport, "align", int(m_vfAngles.size()), 0);
-    std::vector<CoarseView> vViews;
-    const auto GoOn = [&](int iDone)
-    {
-        aPhase.Step(iDone);
-        return mGoOn();
-    };
-    return AlignCoarsely(aRequest, aBinned, m_vfAngles, vfViews, GoOn, vViews) &&
-           mWrite(aBinned, vViews);
+    if (!mCheck(m_aFiles.Read(*m_pStack, {}, m_aSeries), m_aFiles) || !mTakeAxis()) return false;
+    if (!m_aFiles.GetNote().empty()) m_aReport.PrintLine(m_aFiles.GetNote());
+    const int iViews = m_pStack->GetSections();
+    if (m_aSeries.viExclude.empty() || m_aSeries.viExclude.back() < iViews) return true;
+    return mFail(Format("--exclude: view %d, but %s has %d", m_aSeries.viExclude.back() + 1,
+                        m_strTilts.c_str(), iViews));
 }
 
-bool CAlign::mReadAngles()
+bool CAlign::mTakeAxis()
 {
-    std::string strError;
-    if (!m_strAngles.empty())
-    {
-        if (!ReadAngles(m_strAngles, m_vfAngles, strError)) return mFail(strError);
-    }
-    else if (!mCheck(m_pStack->ReadAngles(m_vfAngles), *m_pStack))
+    SeriesAlignRequest& rRequest = m_aAligning.GetRequest();
+    rRequest.dTiltAxis = m_aSeries.aAlign.dTiltAxis;
+    if (m_strAxis.empty())
+        return m_aFiles.HasTiltAxis() ||
+               mFail("--axis is required where no .mdoc has it; auto: it is not known");
+    if (m_strAxis == "auto")
+        rRequest.eAxis = EAxis::eUnknown;
+    else if (!ParseFinite(m_strAxis, rRequest.dTiltAxis) || std::fabs(rRequest.dTiltAxis) > 360)
+        return mFail("--axis: expected degrees up to 360 or auto, got " + Show(m_strAxis));
+    return true;
+}
+
+bool CAlign::mWrite()
+{
+    const std::vector<ViewMap>& rMaps = m_aAligning.GetMaps();
+    if ((!m_strStack.empty() && !mWriteStack(rMaps)) || (!m_strReport.empty() && !mWritePage()))
         return false;
-    else if (m_vfAngles.empty())
-        return mFail(m_strTilts + ": no angles in the file: --angles must be given");
-    if (int(m_vfAngles.size()) != m_pStack->GetSections())
-        return mFail(Format("%zu angles, but %s has %d views", m_vfAngles.size(),
-                            m_strTilts.c_str(), m_pStack->GetSections()));
-    return (CheckDegrees(m_vfAngles, strError) && CheckCoarseAngles(m_vfAngles, strError)) ||
-           mFail("angles: " + strError);
-}
-
-bool CAlign::mReadViews(const ImageSize& rBinned, std::vector<float>& rViews)
-{
-    const std::size_t tPixels = rBinned.GetPixels();
-    std::vector<float> vfView(m_pStack->GetSize().GetPixels());
-    rViews.resize(tPixels * m_vfAngles.size());
-    CPhase aPhase(m_aReport, "read", m_pStack->GetSections(), sizeof(float) * vfView.size());
-    for (int i = 0; i < m_pStack->GetSections(); ++i)
-    {
-        if (!mGoOn() || !mCheck(m_pStack->ReadSection(i, vfView), *m_pStack)) return false;
-        BinImage(vfView, m_pStack->GetSize(), m_iBin,
-                 std::span(rViews).subspan(std::size_t(i) * tPixels, tPixels));
-        aPhase.Step(i + 1);
-    }
-    return true;
-}
-
-bool CAlign::mWrite(const ImageSize& rBinned, const std::vector<CoarseView>& rViews)
-{
-    // Blocks leave over some pixels at the right and at the top: their middle is another.
-    const ImageSize& rSize = m_pStack->GetSize();
-    const double dMiddleX = 0.5 * (m_iBin * rBinned.iX - rSize.iX);
-    const double dMiddleY = 0.5 * (m_iBin * rBinned.iY - rSize.iY);
-    std::vector<ViewMap> vMaps;
-    Json aShifts = Json::array(), aCorrelations = Json::array(), aLost = Json::array();
-    double dMost = 0;
-    for (const CoarseView& r : rViews)
-    {
-        const CoarseView aRaw = {m_iBin * r.dX + dMiddleX, m_iBin * r.dY + dMiddleY};
-        ViewMap& rMap = vMaps.emplace_back(MakeMap(aRaw, m_dAxis));
-        for (double* pdShift : {&rMap.dX, &rMap.dY})  // as the file has it
-            *pdShift = std::round(1000 * *pdShift) / 1000;
-        aShifts.push_back({-aRaw.dX, -aRaw.dY});
-        aCorrelations.push_back(r.dCorrelation);
-        dMost = std::max(dMost, std::hypot(aRaw.dX, aRaw.dY));
-        if (!r.bGood) aLost.push_back(&r - rViews.data());
-    }
-    if (!m_strStack.empty() && !mWriteStack(vMaps)) return false;
     std::string strError;
-    if (!WriteXf(m_strOutput, vMaps, strError)) return mFail(strError);
-    const CoarseView& rWorst = *std::ranges::min_element(rViews, {}, &CoarseView::dCorrelation);
-    mReport({{"command", "align"},
-             {"stack", {{"file", m_strTilts}, {"size", {rSize.iX, rSize.iY, rViews.size()}}}},
-             {"alignment", m_strOutput},
-             {"axis", m_dAxis},
-             {"bin", m_iBin},
-             {"shifts", aShifts},
-             {"correlations", aCorrelations},
-             {"lost_views", aLost}},
-            Format("%s: %zu views moved by up to %.1f pixels; lowest correlation %.2f in view %td; "
-                   "%zu lost; %s",
-                   m_strOutput.c_str(), rViews.size(), dMost, rWorst.dCorrelation,
-                   &rWorst - rViews.data(), aLost.size(),
-                   FormatSeconds(m_aTotal.GetSeconds()).c_str()));
+    if (!WriteXf(m_strOutput, rMaps, strError)) return mFail(strError);
+    const ImageSize& rSize = m_pStack->GetSize();
+    Json aJson = {{"command", "align"},
+                  {"stack", {{"file", m_strTilts}, {"size", {rSize.iX, rSize.iY, rMaps.size()}}}},
+                  {"alignment", m_strOutput}};
+    aJson.update(m_aAligning.MakeJson());
+    aJson["seconds"] = {{"total", m_aTotal.GetSeconds()}};
+    mReport(aJson, Format("%s: %s; %s", m_strOutput.c_str(), m_aAligning.Describe().c_str(),
+                          FormatSeconds(m_aTotal.GetSeconds()).c_str()));
     return true;
+}
+
+bool CAlign::mWritePage()
+{
+    AlignReport aReport;
+    aReport.strTitle = std::filesystem::path(m_strTilts).filename();
+    aReport.aRequest = m_aAligning.GetRequest();
+    aReport.aRequest.viBins = m_aAligning.GetBins();
+    aReport.aRaw = m_pStack->GetSize();
+    aReport.iViews = m_pStack->GetSections();
+    for (const int i : m_viViews)
+    {
+        aReport.viNumbers.push_back(i + 1);
+        aReport.vfAngles.push_back(m_aFiles.GetAngles()[std::size_t(i)]);
+    }
+    aReport.aTables = {{"Server", DescribeServer(m_aServerOptions, m_aLink)},
+                       {"Program", DescribeProgram()},
+                       {"Time", {{"All", FormatSeconds(m_aTotal.GetSeconds())}}},
+                       {"Files", ListOptions(*m_pApp, true)},
+                       {"Options given", ListOptions(*m_pApp, false)}};
+    aReport.strCommand = m_strCommand;
+    std::string strPage, strError;
+    return (MakeAlignPage(aReport, m_aAligning.GetResult(), strPage, strError) &&
+            WriteTextFile(m_strReport, strPage, strError)) ||
+           mFail(strError);
 }
 
 bool CAlign::mWriteStack(const std::vector<ViewMap>& rMaps)
 {
     ViewAlignment aAlignment;
     std::string strError;
-    if (!MakeViewAlignment({.aMaps = rMaps}, m_pStack->GetSize(), m_vfAngles, aAlignment, strError))
+    if (!MakeViewAlignment({.aMaps = rMaps}, m_pStack->GetSize(), m_aFiles.GetAngles(), aAlignment,
+                           strError))
         return mFail(strError);
     const ImageSize& rAligned = aAlignment.aAligned;
     CMrcWriter aWriter;
     CImageJob aJob(m_aLink, m_aReport);
-    if (!mCheckSize({rAligned.iX, rAligned.iY}) || !mConnect() ||
+    if (!mCheckSize({rAligned.iX, rAligned.iY}) ||
         !mCheck(aWriter.Create(m_strStack, rAligned.iX, rAligned.iY, m_pStack->GetSections(),
                                m_pStack->GetPixel(), false, "Talven: aligned"),
                 aWriter) ||

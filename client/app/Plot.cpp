@@ -31,11 +31,55 @@ Axis MakeValueAxis(std::span<const double> dValues, const std::string& strTitle)
                  [](double dValue) { return std::isfinite(dValue); });
     if (vdFinite.empty()) vdFinite = {0};
     auto [dLow, dHigh] = std::ranges::minmax(vdFinite);
-    if (dLow < 0.6 * dHigh || dLow == dHigh) dLow = 0;  // near enough to show the zero line
+    if (dLow < 0.6 * dHigh || dLow == dHigh)  // near enough to show the zero line
+    {
+        dLow = std::min(dLow, 0.0);
+        dHigh = std::max(dHigh, 0.0);
+    }
     if (dHigh <= dLow) dHigh = dLow + 1;
     const double dStep = ChooseTickStep(dHigh - dLow, 7);
     const double dFrom = std::floor(dLow / dStep) * dStep;
     return {dFrom, std::ceil(dHigh / dStep) * dStep, dFrom, dStep, strTitle};
+}
+
+Axis MakeAngleAxis(std::span<const float> fAngles)
+{
+    const auto [fLow, fHigh] = std::ranges::minmax(fAngles);
+    const double dRoom = std::max(1.0, 0.04 * double(fHigh - fLow));
+    const double dFrom = fLow - dRoom, dTo = fHigh + dRoom;
+    const double dStep = std::max(1.0, ChooseTickStep(dTo - dFrom, 13));
+    return {dFrom, dTo, std::ceil(dFrom / dStep) * dStep, dStep, "angle, degrees"};
+}
+
+Axis MakeCountAxis(std::size_t tCount, const std::string& strTitle)
+{
+    const auto dLast = static_cast<double>(std::max<std::size_t>(tCount, 2));
+    const double dRoom = 0.03 * (dLast - 1);
+    const double dStep = std::max(1.0, ChooseTickStep(dLast - 1, 14));
+    return {1 - dRoom, dLast + dRoom, dStep, dStep, strTitle};
+}
+
+Axis MakeLogAxis(std::span<const double> dValues, const std::string& strTitle)
+{
+    double dLow = HUGE_VAL, dHigh = -HUGE_VAL;
+    for (const double dValue : dValues)
+        if (dValue > 0 && std::isfinite(dValue))
+        {
+            dLow = std::min(dLow, std::floor(std::log10(dValue)));
+            dHigh = std::max(dHigh, std::ceil(std::log10(dValue)));
+        }
+    if (dLow > dHigh) dLow = dHigh = 0;
+    if (dLow == dHigh) dHigh += 1;
+    const double dStep = std::max(1.0, ChooseTickStep(dHigh - dLow, 7));
+    return {dLow, dHigh, dLow, dStep, strTitle, true};
+}
+
+std::string Axis::DescribeTick(double dValue) const
+{
+    if (bLog) return Format("%g", std::pow(10, dValue));
+    if (std::fabs(dValue) < 1e-9 * dStep) dValue = 0;  // and not -0
+    const int iDecimals = std::max(0, -static_cast<int>(std::floor(std::log10(dStep) + 1e-9)));
+    return Format("%.*f", iDecimals, dValue);
 }
 
 double CPlot::mX(double dValue) const
@@ -68,9 +112,7 @@ void CPlot::DrawFrame(const std::string& strTitle) const
         cairo_line_to(pContext, dRight, dY);
         cairo_stroke(pContext);
         cairo_set_source_rgb(pContext, 0.15, 0.15, 0.15);
-        const int iDecimals =
-            std::max(0, -static_cast<int>(std::floor(std::log10(m_aY.dStep) + 1e-9)));
-        m_rPicture.DrawText(g_dLeft - 8, dY, Format("%.*f", iDecimals, dValue), 13, {1, 0.5});
+        m_rPicture.DrawText(g_dLeft - 8, dY, m_aY.DescribeTick(dValue), 13, {1, 0.5});
     }
     for (int i = 0; m_aX.dFirst + i * m_aX.dStep <= m_aX.dTo; ++i)
     {
@@ -80,7 +122,7 @@ void CPlot::DrawFrame(const std::string& strTitle) const
         cairo_move_to(pContext, dX, dBottom);
         cairo_line_to(pContext, dX, dBottom + 5);
         cairo_stroke(pContext);
-        m_rPicture.DrawText(dX, dBottom + 8, Format("%.0f", dValue), 13, {0.5, 0});
+        m_rPicture.DrawText(dX, dBottom + 8, m_aX.DescribeTick(dValue), 13, {0.5, 0});
     }
     cairo_rectangle(pContext, g_dLeft + 0.5, std::floor(g_dTop) + 0.5, dRight - g_dLeft,
                     dBottom - g_dTop);
@@ -119,12 +161,33 @@ void CPlot::DrawDots(std::span<const PlotPoint> aPoints, const Colour& rColour) 
 
 void CPlot::DrawBeyond(double dX, const Colour& rColour) const
 {
+    mDrawArrow(dX, g_dTop + 2, 11, rColour);
+}
+
+void CPlot::DrawBelow(double dX, const Colour& rColour) const
+{
+    mDrawArrow(dX, m_rPicture.GetHeight() - g_dBottom - 2, -11, rColour);
+}
+
+void CPlot::mDrawArrow(double dX, double dTip, double dLength, const Colour& rColour) const
+{
     cairo_t* pContext = m_rPicture.GetContext();
     mSetColour(rColour);
-    cairo_move_to(pContext, mX(dX), g_dTop + 2);
-    cairo_rel_line_to(pContext, 6, 11);
+    cairo_move_to(pContext, mX(dX), dTip);
+    cairo_rel_line_to(pContext, 6, dLength);
     cairo_rel_line_to(pContext, -12, 0);
     cairo_fill(pContext);
+}
+
+void CPlot::DrawKey(int iPlace, const std::string& strText, const Colour& rColour) const
+{
+    const double dX = g_dLeft + 8 + 150 * iPlace, dY = g_dTop / 2 + 6;
+    cairo_t* pContext = m_rPicture.GetContext();
+    cairo_new_path(pContext);
+    mSetColour(rColour);
+    cairo_arc(pContext, dX, dY, 4, 0, 2 * std::numbers::pi);
+    cairo_fill(pContext);
+    m_rPicture.DrawText(dX + 12, dY, strText, 13, {0, 0.5});
 }
 
 void CPlot::DrawLabel(const PlotPoint& rPoint, const std::string& strText,

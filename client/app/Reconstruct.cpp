@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "Aligning.h"
 #include "Command.h"
 #include "Halves.h"
 #include "Options.h"
@@ -31,6 +32,7 @@ public:
 
 private:
     bool mMakePlan();
+    bool mAlign();
     bool mOpenFiles();
     bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
     bool mUpload();
@@ -53,6 +55,8 @@ private:
     VolumeForm m_aForm;
 
     CSeries m_aSeries;
+    bool m_bAlign = false;
+    CAligning m_aAligning;
     CMrcReader m_aInitial, m_aReference;
     ReconPlan m_aPlan;
     CReconstruction m_aJob{m_aLink, m_aReport};
@@ -78,6 +82,12 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
     rApp.add_option("--width", m_aRequest.iWidth, "Extent along X, voxels [the detector's]")
         ->check(CLI::PositiveNumber);
     AddMethod(rApp, m_aRequest, m_strInitial);
+    rApp.option_defaults()->group(g_pcAlignment);
+    rApp.add_flag("--align", m_bAlign,
+                  "Align the raw views first, as talven align does; --tilt-axis is about then")
+        ->excludes("--xf");
+    m_aAligning.AddOptions(rApp);
+    rApp.option_defaults()->group("Options");
 
     const auto AddResult = [&](const char* pcName, std::string& rPath, const char* pcText)
     { AddFile(rApp, pcName, rPath, pcText)->group("Further results"); };
@@ -99,7 +109,7 @@ bool CReconstructCommand::Run()
     if (!mMakePlan() || !mOpenFiles()) return false;
     if (!m_aSeries.GetNote().empty()) m_aReport.PrintLine(m_aSeries.GetNote());
     m_aReport.PrintLine(mDescribe());
-    if (!mConnect() || !mUpload() || !mCompute() || !mWriteVolume() ||
+    if ((!m_bAlign && !mConnect()) || !mUpload() || !mCompute() || !mWriteVolume() ||
         (!m_strPreview.empty() && !WritePreview(m_strPreview, *m_aViews, m_strError)) ||
         !mWriteRfactors())
         return false;
@@ -118,14 +128,41 @@ bool CReconstructCommand::mMakePlan()
     if (!mCheck(m_aSeries.Open(), m_aSeries)) return false;
     if (m_aRequest.iThickness == 0)
         return mFail("--thickness is required where no file has it (see --from)");
-    if (!MakeReconPlan(m_aRequest, m_aSeries.GetSize(), m_aSeries.GetAngles(), m_aPlan, strError))
-        return mFail("--" + strError);
+    const auto Plan = [&]
+    {
+        return MakeReconPlan(m_aRequest, m_aSeries.GetSize(), m_aSeries.GetAngles(), m_aPlan,
+                             strError) ||
+               mFail("--" + strError);
+    };
+    if (!Plan() || (m_bAlign && (!mAlign() || !Plan()))) return false;
     if (m_aPlan.aFilter && !m_strInitial.empty())
         return mFail("--initial-volume: a weighted back projection starts from nothing");
     if (m_aPlan.dTiltX != 0 && !m_strInitial.empty())
         return mFail("--initial-volume: not with --x-tilt, which turns the volume at the end");
     if (!CheckForm(m_aForm, m_aPlan.GetResultSize(), strError)) return mFail("--" + strError);
     return mCheck(m_aHalves.Check(m_aRequest, m_aPlan), m_aHalves) && mCheckSize(m_aPlan.aSize);
+}
+
+/// Turns raw views into views with maps, before anything else is planned.
+bool CReconstructCommand::mAlign()
+{
+    AlignRequest& rAlign = m_aRequest.aAlign;
+    if (!rAlign.aMaps.empty() || rAlign.dCentre)
+        return mFail("--align: the files or --centre say already how the views lie");
+    SeriesAlignRequest& rRequest = m_aAligning.GetRequest();
+    rRequest.dTiltAxis = rAlign.dTiltAxis;
+    rRequest.iThickness = m_aRequest.iThickness * rAlign.iBin;
+    const std::vector<int> viViews = SelectViews(m_aRequest, m_aSeries.GetViewCount());
+    if (!mProbe(m_strOutput) || !mConnect() ||
+        !mCheck(m_aAligning.Run(m_aLink, m_aReport, m_aSeries.GetSize(), m_aSeries.GetAngles(),
+                                viViews, m_aSeries.GetViews(viViews)),
+                m_aAligning))
+        return false;
+    m_aReport.PrintLine("aligned: " + m_aAligning.Describe());
+    rAlign.aMaps = m_aAligning.GetMaps();
+    rAlign.dTiltAxis = 0;  // the maps turn the views
+    LeaveOut(m_aAligning.ListLeftOut(), m_aSeries.GetViewCount(), m_aRequest);
+    return true;
 }
 
 /// Inputs that must fit the volume, and the outputs: what cannot be written is said before the
@@ -276,6 +313,7 @@ Json CReconstructCommand::mMakeJson() const
         aJson["rfactors"] = m_aJob.GetRfactors();
         aJson["view_residuals"] = m_aJob.GetViewResiduals();
     }
+    if (m_bAlign) aJson["align"] = m_aAligning.MakeJson();
     aJson["suspect_views"] = mListSuspects();
     if (m_aPlan.iSmoothInterval > 0)
         aJson["smoothing"] = {{"interval", m_aPlan.iSmoothInterval},

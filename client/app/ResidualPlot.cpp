@@ -9,19 +9,6 @@
 
 namespace talven
 {
-namespace
-{
-
-Axis MakeAngleAxis(std::span<const float> fAngles)
-{
-    const auto [fLow, fHigh] = std::ranges::minmax(fAngles);
-    const double dRoom = std::max(1.0, 0.04 * double(fHigh - fLow));
-    const double dFrom = fLow - dRoom, dTo = fHigh + dRoom;
-    const double dStep = std::max(1.0, ChooseTickStep(dTo - dFrom, 13));
-    return {dFrom, dTo, std::ceil(dFrom / dStep) * dStep, dStep, "angle, degrees"};
-}
-
-}  // namespace
 
 CPicture DrawResiduals(std::span<const ViewQuality> aViews, std::span<const int> iNumbers,
                        std::span<const float> fAngles)

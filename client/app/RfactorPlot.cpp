@@ -8,23 +8,11 @@
 
 namespace talven
 {
-namespace
-{
-
-Axis MakeIterationAxis(std::size_t tCount)
-{
-    const auto dLast = static_cast<double>(std::max<std::size_t>(tCount, 2));
-    const double dRoom = 0.03 * (dLast - 1);
-    const double dStep = std::max(1.0, ChooseTickStep(dLast - 1, 14));
-    return {1 - dRoom, dLast + dRoom, dStep, dStep, "iteration"};
-}
-
-}  // namespace
 
 CPicture DrawRfactors(std::span<const double> dRfactors, const std::string& strTitle)
 {
     CPicture aPicture(800, 520);
-    const CPlot aPlot(aPicture, MakeIterationAxis(dRfactors.size()),
+    const CPlot aPlot(aPicture, MakeCountAxis(dRfactors.size(), "iteration"),
                       MakeValueAxis(dRfactors, "R-factor"));
     aPlot.DrawFrame(strTitle);
     std::vector<PlotPoint> aPoints;

@@ -15,7 +15,7 @@ bool DrawAll(const CSlices& rSlices, RunReport& rReport, std::string& rError)
     for (std::size_t i = 0; i < aPictures.size(); ++i)
     {
         const Slice& rSlice = rSlices.Get()[i];
-        RunReport::Picture& rPicture = rReport.aSlices.emplace_back();
+        PagePicture& rPicture = rReport.aSlices.emplace_back();
         rPicture.strAlt = Format("%s slice", GetSliceName(rSlice));
         rPicture.strCaption = Format("%s at %c = %d, %d × %d", GetSliceName(rSlice), rSlice.cAxis,
                                      rSlice.iAt, rSlice.iWidth, rSlice.iHeight);
@@ -27,7 +27,7 @@ bool DrawAll(const CSlices& rSlices, RunReport& rReport, std::string& rError)
 bool DrawRfactorPlot(RunReport& rReport, std::string& rError)
 {
     const std::vector<double>& rRfactors = rReport.vdRfactors;
-    RunReport::Picture& rPicture = rReport.aRfactorPlot.emplace();
+    PagePicture& rPicture = rReport.aRfactorPlot.emplace();
     rPicture.strAlt = "Plot of the R-factor";
     rPicture.strCaption = Format("%.4g after the first iteration", rRfactors.front());
     if (rRfactors.size() > 1)
@@ -46,7 +46,7 @@ bool DrawResidualPlot(RunReport& rReport, std::string& rError)
         viNumbers.push_back(rView.iNumber);
         vfAngles.push_back(rView.fAngle);
     }
-    RunReport::Picture& rPicture = rReport.aResidualPlot.emplace();
+    PagePicture& rPicture = rReport.aResidualPlot.emplace();
     rPicture.strAlt = "Plot of the residuals over the angles";
     rPicture.strCaption =
         "Sum of |measured - reprojected| over the sum of |measured| of each view after the last "

@@ -1,12 +1,10 @@
 #pragma once
 
-#include <cstddef>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "RunFacts.h"
+#include "Page.h"
 #include "talven/Slices.h"
 #include "talven/ViewQuality.h"
 
@@ -16,12 +14,6 @@ namespace talven
 /// All that the page about a reconstruction shows; plain text, nothing is escaped yet.
 struct RunReport
 {
-    struct Picture
-    {
-        std::vector<std::byte> vcPng;
-        std::string strAlt;      ///< in place of the picture
-        std::string strCaption;  ///< below it
-    };
     struct View
     {
         int iNumber;   ///< counted from 1
@@ -33,10 +25,10 @@ struct RunReport
     std::string strSummary;  ///< a sentence or two
     std::vector<View> aViews;
     std::string strWithoutSuspects;  ///< the option that leaves out suspect views, too
-    std::vector<Picture> aSlices;
-    std::vector<double> vdRfactors;                      ///< after every iteration
-    std::optional<Picture> aRfactorPlot, aResidualPlot;  ///< none for a back projection
-    std::vector<std::pair<std::string, Facts>> aTables;  ///< with their headings
+    std::vector<PagePicture> aSlices;
+    std::vector<double> vdRfactors;                          ///< after every iteration
+    std::optional<PagePicture> aRfactorPlot, aResidualPlot;  ///< none for a back projection
+    PageTables aTables;
     std::string strCommand;
 };
 

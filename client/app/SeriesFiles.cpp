@@ -27,21 +27,6 @@ bool ParseFiles(const std::string& strText, std::vector<std::string>& rFiles, st
     return bGood || Fail(rError, "expected one file or two with a comma between them");
 }
 
-/// Leaves out more views of the stack, ascending.
-void LeaveOut(const std::vector<int>& rViews, int iViews, ReconRequest& rRequest)
-{
-    if (rViews.empty()) return;
-    const auto Has = [](const std::vector<int>& rList, int iView)
-    { return std::ranges::binary_search(rList, iView); };
-    std::vector<int> viExclude;
-    for (int i = 0; i < iViews; ++i)
-        if (Has(rViews, i) || Has(rRequest.viExclude, i) ||
-            (!rRequest.viInclude.empty() && !Has(rRequest.viInclude, i)))
-            viExclude.push_back(i);
-    rRequest.viInclude.clear();
-    rRequest.viExclude = viExclude;
-}
-
 /// Many programs write 1 Angstrom where they know nothing.
 bool IsKnown(double dPixel)
 {
@@ -50,13 +35,14 @@ bool IsKnown(double dPixel)
 
 }  // namespace
 
-void CSeriesFiles::AddOptions(CLI::App& rApp)
+void CSeriesFiles::AddOptions(CLI::App& rApp, bool bVolumes)
 {
     m_pApp = &rApp;
     AddFile(rApp, "--angles", m_strAngles,
             "Tilt angles in degrees, one per line (.tlt) [those of the other files]");
     AddFile(rApp, "--mdoc", m_strMdoc,
             "Angles, tilt axis, pixel size and doses of the views (.mdoc)");
+    if (!bVolumes) return;
     AddParsed(rApp, "--from", "FILE[,FILE]", m_vstrFrom, ParseFiles,
               "Take tilt.com, newst.com or both; options that are given win");
     rApp.add_flag(
@@ -130,7 +116,8 @@ bool CSeriesFiles::mTakeBin(ReconRequest& rRequest)
 
 bool CSeriesFiles::mTakeAxis(ReconRequest& rRequest)
 {
-    if (m_strMdoc.empty() || !rRequest.aAlign.aMaps.empty() || !m_bRaw || mIsGiven("--tilt-axis"))
+    if (m_strMdoc.empty() || !rRequest.aAlign.aMaps.empty() || !m_bRaw || mIsGiven("--tilt-axis") ||
+        mIsGiven("--axis"))
         return true;
     if (m_aMdoc.dTiltAxis)
     {
@@ -140,7 +127,9 @@ bool CSeriesFiles::mTakeAxis(ReconRequest& rRequest)
     return m_aMdoc.dTiltAxis || !m_aMdoc.bRotation ||
            mFail(m_strMdoc +
                  ": no title has a tilt axis angle, and RotationAngle may count from either axis; "
-                 "give --tilt-axis, 0 for aligned views");
+                 "give " +
+                 (m_pApp->get_option_no_throw("--axis") ? "--axis"
+                                                        : "--tilt-axis, 0 for aligned views"));
 }
 
 double CSeriesFiles::mGetUnit(const ReconRequest& rRequest) const

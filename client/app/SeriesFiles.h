@@ -19,9 +19,9 @@ namespace talven
 class CSeriesFiles
 {
 public:
-    /// --angles, --mdoc, --from and --dose-weight.
+    /// --angles and --mdoc; where volumes are made, --from and --dose-weight, too.
     /// \param rApp  its other options win over files when they are given; outlives this
-    void AddOptions(CLI::App& rApp);
+    void AddOptions(CLI::App& rApp, bool bVolumes = true);
     /// Reads the files.
     /// \param rStack    has the views; borrowed for the call
     /// \param strXf     the maps that an option names; empty: none
@@ -36,6 +36,8 @@ public:
     bool IsDoseWeighted() const { return m_bDoseWeight; }
     /// Of the microscope, kV; 300 where no file tells.
     double GetVoltage() const { return m_aMdoc.dVoltage.value_or(0) > 0 ? *m_aMdoc.dVoltage : 300; }
+    /// Whether the .mdoc tells where the tilt axis lies.
+    bool HasTiltAxis() const { return m_aMdoc.dTiltAxis.has_value(); }
     /// Angstrom per pixel of the stack; 0: not known.
     double GetPixel() const { return m_dPixel; }
     /// Where the angles came from, and what else a user might not expect; one line.

@@ -48,13 +48,17 @@ constexpr struct
      "  talven compare --measured raw.mrc --aligned again.mrc --search 20 \\\n"
      "      --write-matrices shifts.txt\n"
      "  talven transform --measured raw.mrc --matrices shifts.txt -o ts.mrc"},
-    {"align", "Bring the views of a raw tilt series together, coarsely", MakeAlign,
-     "Each view is stretched by the cosine of its angle and brought over its neighbour, from the\n"
-     "smallest tilt outwards. No markers are needed; the direction of the tilt axis is.\n"
-     "Example:\n"
-     "  talven align --tilts raw.st --angles raw.rawtlt --axis 85.3 -o ts.xf\n"
+    {"align", "Align a raw tilt series without markers", MakeAlign,
+     "Views are brought over their neighbours, then matched with what a volume of them looks "
+     "like,\n"
+     "round after round. Refuses a series that comes to no agreement.\n"
+     "Examples:\n"
+     "  talven align --tilts raw.st --angles raw.rawtlt --thickness 256 --axis 85 -o ts.xf\n"
      "  talven reconstruct --tilts raw.st --angles raw.rawtlt --xf ts.xf --thickness 256 -o "
-     "rec.mrc"},
+     "rec.mrc\n"
+     "or both at once:\n"
+     "  talven reconstruct --align --tilts raw.st --angles raw.rawtlt --tilt-axis 85 "
+     "--thickness 256 -o rec.mrc"},
     {"view", "Draw slices of a volume or stack", MakeView,
      "Examples:\n"
      "  talven view rec.mrc -o middle.png\n"

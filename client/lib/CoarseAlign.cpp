@@ -45,7 +45,7 @@ private:
         return std::cos(m_fAngles[std::size_t(iView)] * std::numbers::pi / 180);
     }
     /// The view around a place, turned, and stretched across the tilt axis.
-    void mSample(int iView, const CoarseView& rPlace, double dStretch, std::span<float> fImage);
+    void mSample(int iView, const ViewPlace& rPlace, double dStretch, std::span<float> fImage);
     void mFollow(int iInner, int iView);
 
     const CoarseRequest& m_rRequest;
@@ -92,15 +92,14 @@ bool CCoarseAligner::Run(const std::function<bool(int iDone)>& rGoOn)
             }
             else
             {
-                rView.dX = m_rViews[std::size_t(iLast)].dX;
-                rView.dY = m_rViews[std::size_t(iLast)].dY;
+                rView.aPlace = m_rViews[std::size_t(iLast)].aPlace;
             }
         }
     }
     return true;
 }
 
-void CCoarseAligner::mSample(int iView, const CoarseView& rPlace, double dStretch,
+void CCoarseAligner::mSample(int iView, const ViewPlace& rPlace, double dStretch,
                              std::span<float> fImage)
 {
     const int iX = m_aSize.iX, iY = m_aSize.iY;
@@ -130,19 +129,19 @@ void CCoarseAligner::mSample(int iView, const CoarseView& rPlace, double dStretc
 void CCoarseAligner::mFollow(int iInner, int iView)
 {
     CoarseView& rView = m_rViews[std::size_t(iView)];
-    const double dStretch = mGetCosine(iView) / mGetCosine(iInner);
-    mSample(iInner, m_rViews[std::size_t(iInner)], 1, m_vfReference);
+    const double dStretch = m_rRequest.bStretch ? mGetCosine(iView) / mGetCosine(iInner) : 1;
+    mSample(iInner, m_rViews[std::size_t(iInner)].aPlace, 1, m_vfReference);
     std::vector<float> vfWeights(m_vfReference.size(), 1.0f);
     TaperToMissing(m_vfReference, m_aSize, m_rRequest.dTaper, vfWeights);
     for (const int iLimit : {m_rRequest.iLimit, g_iSecondLimit})
     {
-        mSample(iView, rView, dStretch, m_vfStretched);
+        mSample(iView, rView.aPlace, dStretch, m_vfStretched);
         m_vfWeights = vfWeights;
         TaperToMissing(m_vfStretched, m_aSize, m_rRequest.dTaper, m_vfWeights);
         const ImageMatch aMatch =
             m_aMatcher.Find(m_vfStretched, m_vfReference, m_vfWeights, iLimit);
-        rView.dX += m_aTurn.dA11 * dStretch * aMatch.dX + m_aTurn.dA12 * aMatch.dY;
-        rView.dY += m_aTurn.dA21 * dStretch * aMatch.dX + m_aTurn.dA22 * aMatch.dY;
+        rView.aPlace.dX += m_aTurn.dA11 * dStretch * aMatch.dX + m_aTurn.dA12 * aMatch.dY;
+        rView.aPlace.dY += m_aTurn.dA21 * dStretch * aMatch.dX + m_aTurn.dA22 * aMatch.dY;
         rView.dCorrelation = aMatch.dCorrelation;
     }
 }
@@ -163,15 +162,7 @@ bool CheckCoarseAngles(std::span<const float> fAngles, std::string& rError)
         std::ranges::find_if(fAngles, [](float fAngle) { return !(std::fabs(fAngle) <= 80); });
     return pBeyond == fAngles.end() ||
            Fail(rError, Format("view %d at %g degrees: at most 80 either way",
-                               int(pBeyond - fAngles.begin()), double(*pBeyond)));
-}
-
-ViewMap MakeMap(const CoarseView& rView, double dTiltAxis)
-{
-    ViewMap aMap;
-    aMap.dX = -rView.dX;
-    aMap.dY = -rView.dY;
-    return aMap.Then(Turn(-dTiltAxis));
+                               int(pBeyond - fAngles.begin()) + 1, double(*pBeyond)));
 }
 
 }  // namespace talven

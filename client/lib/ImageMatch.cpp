@@ -11,6 +11,8 @@ namespace talven
 namespace
 {
 
+constexpr int g_iApart = 6;  // pixels from one peak to another
+
 void Free(void* pConfig)
 {
     kiss_fft_free(pConfig);
@@ -110,12 +112,13 @@ CImageMatcher::CImageMatcher(const ImageSize& rSize, double dLow, double dHigh)
 CImageMatcher::~CImageMatcher() = default;
 
 double CImageMatcher::mTransform(std::span<const float> fImage, std::span<const float> fWeights,
-                                 Spectrum& rSpectrum)
+                                 Spectrum& rSpectrum, double& rMean)
 {
     double dSum = 0, dWeight = 0;
     for (std::size_t i = 0; i < fImage.size(); ++i)
         if (fWeights[i] > 0) dSum += double(fWeights[i]) * fImage[i], dWeight += fWeights[i];
-    const auto fMean = float(dWeight > 0 ? dSum / dWeight : 0);
+    rMean = dWeight > 0 ? dSum / dWeight : 0;
+    const auto fMean = float(rMean);
     std::ranges::fill(m_vfPadded, 0.0f);
     const auto tX = std::size_t(m_aSize.iX);
     for (std::size_t i = 0; i < fImage.size(); ++i)
@@ -144,9 +147,11 @@ double CImageMatcher::mGetEnergy(const Spectrum& rSpectrum) const
 ImageMatch CImageMatcher::Find(std::span<const float> fImage, std::span<const float> fReference,
                                std::span<const float> fWeights, int iLimit)
 {
-    const double dImage = mTransform(fImage, fWeights, m_aImage);
-    const double dReference = mTransform(fReference, fWeights, m_aReference);
+    double dMean = 0, dReferenceMean = 0;
+    const double dImage = mTransform(fImage, fWeights, m_aImage, dMean);
+    const double dReference = mTransform(fReference, fWeights, m_aReference, dReferenceMean);
     ImageMatch aMatch;
+    aMatch.dLevel = dReferenceMean - dMean;
     if (!(dImage > 0) || !(dReference > 0)) return aMatch;
     for (std::size_t i = 0; i < m_vfBand.size(); ++i)
     {
@@ -170,7 +175,27 @@ ImageMatch CImageMatcher::Find(std::span<const float> fImage, std::span<const fl
     const float fPeak = At(iBestX, iBestY);
     aMatch.dX = iBestX + FitPeak(At(iBestX - 1, iBestY), fPeak, At(iBestX + 1, iBestY));
     aMatch.dY = iBestY + FitPeak(At(iBestX, iBestY - 1), fPeak, At(iBestX, iBestY + 1));
-    aMatch.dCorrelation = fPeak / std::sqrt(dImage * dReference);
+    const auto IsPeak = [&](int x, int y)
+    {
+        for (int j = -1; j <= 1; ++j)
+            for (int i = -1; i <= 1; ++i)
+                if (At(x + i, y + j) > At(x, y)) return false;
+        return true;
+    };
+    float fSecond = 0;
+    for (int y = -iReach; y <= iReach; ++y)
+        for (int x = -iReach; x <= iReach; ++x)
+            if (At(x, y) > fSecond && std::hypot(x - iBestX, y - iBestY) > g_iApart && IsPeak(x, y))
+                fSecond = At(x, y);
+    const double dNorm = 1 / std::sqrt(dImage * dReference);
+    aMatch.dCorrelation = dNorm * double(fPeak);
+    aMatch.dSecond = dNorm * double(fSecond);
+    double dWeights = 0;
+    for (const float f : fWeights) dWeights += double(f) * f;
+    aMatch.dResidual =
+        (dImage + dReference - 2 * double(At(0, 0))) / (double(m_aPadded.GetPixels()) * dWeights);
+    aMatch.dHere = dNorm * double(At(0, 0));
+    aMatch.dSecond = dNorm * double(fSecond);
     aMatch.bAtLimit = std::max(std::abs(iBestX), std::abs(iBestY)) >= iReach;
     return aMatch;
 }

@@ -138,6 +138,17 @@ std::vector<int> SelectViews(const ReconRequest& rRequest, int iViews)
     return viViews;
 }
 
+void LeaveOut(const std::vector<int>& rViews, int iViews, ReconRequest& rRequest)
+{
+    if (rViews.empty()) return;
+    const std::vector<int> viTaken = SelectViews(rRequest, iViews);
+    rRequest.viInclude.clear();
+    rRequest.viExclude.clear();
+    for (int i = 0; i < iViews; ++i)
+        if (std::ranges::binary_search(rViews, i) || !std::ranges::binary_search(viTaken, i))
+            rRequest.viExclude.push_back(i);
+}
+
 bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
                    std::span<const float> fAngles, ReconPlan& rPlan, std::string& rError)
 {

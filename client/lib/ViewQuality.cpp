@@ -84,16 +84,11 @@ double FindTypicalSize(std::span<const double> dValues)
 /// Differences from the course of all; NaN where a value is, or where there are too few.
 std::vector<double> TakeOffCourse(std::span<const double> dValues, std::span<const float> fAngles)
 {
-    std::vector<Point> aPoints;
+    ViewCourse aCourse;
+    std::vector<double> vdOff(dValues.size(), std::nan(""));
+    if (!FindCourse(dValues, fAngles, aCourse)) return vdOff;
     for (std::size_t i = 0; i < dValues.size(); ++i)
-        if (std::isfinite(dValues[i])) aPoints.push_back({GetThickness(fAngles[i]), dValues[i]});
-    if (aPoints.size() < g_tLeastViews) return std::vector<double>(dValues.size(), std::nan(""));
-    const double dSlope = FindSlope(std::move(aPoints));
-    std::vector<double> vdOff;
-    for (std::size_t i = 0; i < dValues.size(); ++i)
-        vdOff.push_back(dValues[i] - dSlope * GetThickness(fAngles[i]));
-    const double dLevel = FindMedian(KeepFinite(vdOff));
-    for (double& rdValue : vdOff) rdValue -= dLevel;
+        vdOff[i] = dValues[i] - aCourse.dLevel - aCourse.dSlope * GetThickness(fAngles[i]);
     return vdOff;
 }
 
@@ -181,6 +176,21 @@ ImageSource Measure(ImageSource Source, std::vector<ImageStatistics>& rPixels)
         rPixels[tImage] = MeasureImage(fPixels);
         return true;
     };
+}
+
+bool FindCourse(std::span<const double> dValues, std::span<const float> fAngles,
+                ViewCourse& rCourse)
+{
+    std::vector<Point> aPoints;
+    for (std::size_t i = 0; i < dValues.size(); ++i)
+        if (std::isfinite(dValues[i])) aPoints.push_back({GetThickness(fAngles[i]), dValues[i]});
+    if (aPoints.size() < g_tLeastViews) return false;
+    rCourse.dSlope = FindSlope(std::move(aPoints));
+    std::vector<double> vdOff;
+    for (std::size_t i = 0; i < dValues.size(); ++i)
+        vdOff.push_back(dValues[i] - rCourse.dSlope * GetThickness(fAngles[i]));
+    rCourse.dLevel = FindMedian(KeepFinite(vdOff));
+    return true;
 }
 
 std::vector<double> ScoreViews(std::span<const double> dValues, std::span<const float> fAngles)

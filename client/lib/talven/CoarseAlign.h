@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "talven/ViewAlignment.h"
+#include "talven/ViewPlace.h"
 
 namespace talven
 {
@@ -18,12 +18,13 @@ struct CoarseRequest
     int iLimit = 20;                    ///< farthest that a view may have moved, pixels
     double dLow = 0.015, dHigh = 0.12;  ///< what is compared, cycles per pixel
     double dTaper = 0.15;               ///< of the edges of the images, share of their extent
+    bool bStretch = true;               ///< views of a slab: see AlignCoarsely()
 };
 
 /// Where a view looks.
 struct CoarseView
 {
-    double dX = 0, dY = 0;    ///< from its centre to where the specimen's centre lies, pixels
+    ViewPlace aPlace = {};
     double dCorrelation = 1;  ///< with its neighbour; 1 for the first one
     bool bGood = true;        ///< false: it looks like nothing, and has the place of its neighbour
 };
@@ -44,9 +45,5 @@ struct CoarseView
 /// Whether the angles lie within those that stretching makes sense for; rError names one that
 /// does not.
 [[nodiscard]] bool CheckCoarseAngles(std::span<const float> fAngles, std::string& rError);
-
-/// The map of a view that lies so: it turns the tilt axis to +Y and brings the specimen's centre to
-/// the centre of the image.
-ViewMap MakeMap(const CoarseView& rView, double dTiltAxis);
 
 }  // namespace talven

@@ -14,6 +14,10 @@ struct ImageMatch
 {
     double dX = 0, dY = 0;
     double dCorrelation = 0;  ///< of what the band-pass leaves of both, -1 to 1
+    double dHere = 0;         ///< the same without a shift
+    double dResidual = 0;     ///< mean square of the difference without a shift
+    double dLevel = 0;        ///< by which the reference's mean lies above the image's
+    double dSecond = 0;       ///< the correlation of the best other peak more than six pixels away
     bool bAtLimit = false;    ///< the best shift is the largest that was looked at
 };
 
@@ -38,7 +42,7 @@ private:
 
     /// Fills the spectrum of a weighted image, and returns its energy.
     double mTransform(std::span<const float> fImage, std::span<const float> fWeights,
-                      Spectrum& rSpectrum);
+                      Spectrum& rSpectrum, double& rMean);
     double mGetEnergy(const Spectrum& rSpectrum) const;
 
     ImageSize m_aSize, m_aPadded;

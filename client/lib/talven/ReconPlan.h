@@ -68,6 +68,9 @@ struct ReconPlan
 /// The views of so many that take part, ascending from 0; none that are listed may lie beyond them.
 std::vector<int> SelectViews(const ReconRequest& rRequest, int iViews);
 
+/// Leaves out some more of so many views. \param rViews  from 0, ascending
+void LeaveOut(const std::vector<int>& rViews, int iViews, ReconRequest& rRequest);
+
 /// \param rRaw     size of the views of the stack
 /// \param fAngles  degrees, of all views of the stack
 /// \return false when the request cannot be met; rError begins with the part of it that is wrong

@@ -38,13 +38,24 @@ struct ViewQuality
 /// \param rPixels  receives the statistics of image i as element i; borrowed, grows as it must
 ImageSource Measure(ImageSource Source, std::vector<ImageStatistics>& rPixels);
 
+/// The course of a value of all views: level + slope / cos(angle), as thickness goes in a slab,
+/// level beyond 70.5 degrees where the field of view ends it.
+struct ViewCourse
+{
+    double dLevel = 0, dSlope = 0;
+};
+
+/// The course that most of the values follow; its slope is a median: Theil's incomplete method
+/// (Proc. Kon. Ned. Akad. Wetensch. A 53, 1950).
+/// \param dValues  one of each view; those that are not finite do not count
+/// \param fAngles  degrees, as many
+/// \return false for fewer than six values
+[[nodiscard]] bool FindCourse(std::span<const double> dValues, std::span<const float> fAngles,
+                              ViewCourse& rCourse);
+
 /// How far each value lies above (+) or below (-) the course of all, in robust standard deviations:
 /// 1.4826 times the median of the absolute differences, which a quarter of bad views does not
 /// spoil.
-///
-/// The course is a + b / cos(angle), as thickness goes in a slab, level beyond 70.5 degrees where
-/// the field of view ends it. Its slope is a median, too: Theil's incomplete method (Proc. Kon.
-/// Ned. Akad. Wetensch. A 53, 1950).
 /// \param dValues  one of each view; those that are not finite do not count and get 0
 /// \param fAngles  degrees, as many
 /// \return -999 to 999; zeros for fewer than six values
