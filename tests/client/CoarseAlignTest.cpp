@@ -87,15 +87,15 @@ TEST(ClientCoarseAlign, FindsRandomShifts)
             EXPECT_EQ(vViews[n].bGood, n != tBlank) << n << ", axis " << dAxis;
             if (n == tBlank) continue;
             const auto& rFirst = aMoved.vdPlaces[std::size_t(pFirst)];
-            const double dX = vViews[n].dX - (aMoved.vdPlaces[n][0] - rFirst[0]);
-            const double dY = vViews[n].dY - (aMoved.vdPlaces[n][1] - rFirst[1]);
+            const double dX = vViews[n].aPlace.dX - (aMoved.vdPlaces[n][0] - rFirst[0]);
+            const double dY = vViews[n].aPlace.dY - (aMoved.vdPlaces[n][1] - rFirst[1]);
             dSquares += dX * dX + dY * dY;
             EXPECT_LT(std::hypot(dX, dY), 2.5) << "view " << n << ", axis " << dAxis;
         }
         EXPECT_LT(std::sqrt(dSquares / double(vViews.size())), 1.2) << "axis " << dAxis;
 
         // The map takes the specimen's centre to the centre of the image, the axis to +Y.
-        const ViewMap aMap = MakeMap({3, -2}, dAxis);
+        const ViewMap aMap = ViewPlaces{dAxis, {{3, -2}}}.MakeMaps()[0];
         EXPECT_NEAR(aMap.dA11 * 3 + aMap.dA12 * -2 + aMap.dX, 0, 1e-12);
         EXPECT_NEAR(aMap.dA21 * 3 + aMap.dA22 * -2 + aMap.dY, 0, 1e-12);
         const double dAxisX = -std::sin(dAxis * std::numbers::pi / 180);
@@ -122,7 +122,7 @@ TEST(ClientCoarseAlign, LosesViewsOfNothing)
     std::string strError;
     EXPECT_TRUE(CheckCoarseAngles(vfAngles, strError));
     EXPECT_FALSE(CheckCoarseAngles(std::vector<float>{0, 81}, strError));
-    EXPECT_EQ(strError, "view 1 at 81 degrees: at most 80 either way");
+    EXPECT_EQ(strError, "view 2 at 81 degrees: at most 80 either way");
 }
 
 TEST(ClientCoarseAlign, MatchesToAFractionOfAPixel)

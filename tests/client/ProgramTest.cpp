@@ -173,42 +173,6 @@ TEST_F(ClientProgram, ADriftIsFoundAndTakenOut)
     }
 }
 
-TEST_F(ClientProgram, AlignFindsWhereViewsWereMoved)
-{
-    const auto Moved = [](int i) {
-        return std::array<double, 2>{i * 7 % 9 - 4.0, i * 5 % 7 - 3.0};
-    };
-    std::string strMoves;
-    for (int i = 0; i < 41; ++i)
-        strMoves +=
-            "1 0 0 1 " + std::to_string(Moved(i)[0]) + " " + std::to_string(Moved(i)[1]) + "\n";
-    WriteFile(m_aDir / "m.txt", strMoves);
-    mRun("transform --measured ph.mrc --matrices m.txt -o raw.mrc");
-    const std::string strAlign = "align --tilts raw.mrc --angles ph.tlt --axis 0 ";
-    const json aFound = mJson(strAlign + "--bins 1 --limit 12 -o ts.xf --stack ts.mrc");
-    EXPECT_EQ(aFound["lost_views"].size(), 0u);
-    for (int i = 0; i < 41; ++i)  // counted from the view at 0 degrees
-        for (int j = 0; j < 2; ++j)
-            EXPECT_NEAR(aFound["shifts"][std::size_t(i)][std::size_t(j)],
-                        Moved(i)[std::size_t(j)] - Moved(20)[std::size_t(j)], 2)
-                << i;
-    mRun("transform --measured raw.mrc --xf ts.xf -o same.mrc");
-    EXPECT_EQ(mRead("ts.mrc"), mRead("same.mrc"));
-    WriteFile(m_aDir / "steep.tlt", "81\n" + std::string(80, '\n') + "0\n");
-    for (const auto& [pcReason, pcRest] :
-         {std::pair{"--bins 4: views of 90 x 43 make 22 x 10, at least 16 x 16",
-                    "--bins 4 -o rec.mrc"},
-          {"no/ts.xf", "--bins 1 -o no/ts.xf"},
-          {"2 angles, but raw.mrc has 41 views", "--angles steep.tlt --bins 1 -o rec.mrc"}})
-        mExpectFailure(
-            mStart("align --tilts raw.mrc --axis 0 " +
-                   std::string(
-                       std::string_view(pcRest).starts_with("--angles") ? "" : "--angles ph.tlt ") +
-                   pcRest),
-            pcReason);
-    mExpectFailure(mStart("align --tilts raw.mrc --axis 0 --bins 1 -o rec.mrc"), "no angles");
-}
-
 TEST_F(ClientProgram, AlignsOnTheWayAsBeforehand)
 {
     std::string strMaps;

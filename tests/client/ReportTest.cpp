@@ -5,6 +5,7 @@
 #include <numbers>
 #include <regex>
 
+#include "AlignReport.h"
 #include "Program.h"
 #include "RunReport.h"
 #include "talven/ViewQuality.h"
@@ -138,6 +139,48 @@ std::string FindOpenTag(const std::string& strHtml)
             vstrOpen.pop_back();
     }
     return vstrOpen.empty() ? "" : vstrOpen.back();
+}
+
+TEST(ClientAlignReport, ThePageNamesWarningsAndViewsLeftOut)
+{
+    AlignReport aReport;
+    aReport.strTitle = "a<b>.st";
+    aReport.aRequest.viBins = {4, 2};
+    aReport.iViews = 11;  // of which two did not take part
+    aReport.aTables = {{"Files", {{"--tilts", "a<b>.st"}}}};
+    aReport.strCommand = "talven align 'a<b>.st'";
+    SeriesAlignment aAlignment;
+    aAlignment.aPlaces.dTiltAxis = 3.5;
+    for (int i = 0; i < 9; ++i)
+    {
+        aReport.viNumbers.push_back(i + 3);
+        aReport.vfAngles.push_back(float(10 * i - 40));
+        aAlignment.aPlaces.aViews.push_back({3.0, i == 2 ? 500.0 : -4.0});
+        aAlignment.aViews.push_back({i == 2, {.dCorrelation = i == 2 ? -0.125 : 0.9}});
+    }
+    aAlignment.aViews[7] = {true, {}};
+    aAlignment.aRounds = {{4, 2.5, 0.8}, {4, 0.5, 0.8, true}, {2, 0, 0.9}};
+    aAlignment.dCorrelation = 0.9;
+    aAlignment.astrWarnings = {"much < enough"};
+    std::string strPage, strError;
+    ASSERT_TRUE(MakeAlignPage(aReport, aAlignment, strPage, strError)) << strError;
+    EXPECT_EQ(TakeOutPictures(strPage), 3) << "no axis was searched";
+    EXPECT_NE(strPage.find("cannot tell"), std::string::npos);
+    for (const double dAngle : {2, 3, 4, 5, 6})
+        aAlignment.aAxis.Add(dAngle, -7 - 0.1 * (dAngle - 3.5) * (dAngle - 3.5));
+    aAlignment.aAxis.Fit(2);
+    ASSERT_TRUE(MakeAlignPage(aReport, aAlignment, strPage, strError)) << strError;
+    EXPECT_EQ(TakeOutPictures(strPage), 4);
+    EXPECT_EQ(FindOpenTag(strPage), "");
+    for (const char* pcPart :
+         {"<li>much &lt; enough</li>", ">--exclude 1,2,5,10<",
+          "<th scope=\"row\" class=\"n\">5</th><td class=\"n\">-20°</td><td>does not look like",
+          "<td class=\"n\">30°</td><td>nothing in it", "9 views, 2 left out; tilt axis at 3.500° ±",
+          "lay 5.0 pixels (RMS), at most 5.0", ">4, then 2<", ">2, and 1 to try tilt axes<",
+          ">--tilts</th>", ">talven align &#39;a&lt;b&gt;.st&#39;<"})
+        EXPECT_NE(strPage.find(pcPart), std::string::npos) << pcPart;
+    for (const char* pcPart : {"a<b", "<script", "://", "url(", "[["})
+        EXPECT_EQ(strPage.find(pcPart), std::string::npos) << pcPart;
 }
 
 TEST_F(ClientReport, ThePageNamesBadViewsAndHoldsAllItShows)

@@ -1,0 +1,112 @@
+// Raw series aligned without markers, by the program.
+
+#include <cmath>
+
+#include "Program.h"
+#include "talven/AlignGauge.h"
+#include "talven/Phantom.h"
+
+namespace talven::test
+{
+namespace
+{
+
+class ClientAligning : public CProgramTest
+{
+protected:
+    static constexpr int iX = 90, iY = 43, iViews = 41, iBlank = 12;
+
+    /// raw.mrc: the phantom's views, moved; one of them is blank.
+    ClientAligning()
+    {
+        std::string strMoves;
+        for (int i = 0; i < iViews; ++i)
+        {
+            m_vdMovedX.push_back(i * 7 % 9 - 4.25);
+            m_vdMovedY.push_back(i * 5 % 7 - 2.75);
+            strMoves += Format("1 0 0 1 %g %g\n", m_vdMovedX.back(), m_vdMovedY.back());
+            m_vfAngles.push_back(float(3 * i - 60));
+        }
+        WriteFile(m_aDir / "m.txt", strMoves);
+        mRun("transform --measured ph.mrc --matrices m.txt -o moved.mrc");
+        m_vRaw = Split(mRead("moved.mrc"), iX * iY);
+        m_vRaw[iBlank].assign(iX * iY, 3.0f);
+        mWrite("raw.mrc", iX, iY, m_vRaw);
+    }
+    static std::vector<Floats> Split(const Floats& rAll, std::size_t tPixels)
+    {
+        std::vector<Floats> vParts;
+        for (auto p = rAll.begin(); p != rAll.end(); p += std::ptrdiff_t(tPixels))
+            vParts.emplace_back(p, p + std::ptrdiff_t(tPixels));
+        return vParts;
+    }
+
+    std::vector<double> m_vdMovedX, m_vdMovedY;
+    std::vector<float> m_vfAngles;
+    std::vector<Floats> m_vRaw;
+    const std::string m_strSeries = "--tilts raw.mrc --angles ph.tlt --thickness 36 ";
+};
+
+TEST_F(ClientAligning, FindsShiftsAndTheAxisAndNamesABlankView)
+{
+    const std::string strAlign = "align " + m_strSeries;
+    const json aFound = mJson(strAlign + "--axis 2 --limit 12 -o ts.xf --report ts.html");
+    EXPECT_NEAR(aFound["axis"].get<double>(), 0, 0.4) << aFound["axis_uncertainty"];
+    EXPECT_EQ(aFound["excluded"], json({iBlank + 1}));
+    EXPECT_EQ(aFound["bins"], json({1}));
+    std::vector<double> vdX, vdY;
+    std::vector<int> viUsed;
+    for (int i = 0; i < iViews; ++i)
+    {
+        const auto t = std::size_t(i);
+        vdX.push_back(aFound["shifts"][t][0].get<double>() - m_vdMovedX[t]);
+        vdY.push_back(aFound["shifts"][t][1].get<double>() - m_vdMovedY[t]);
+        if (i != iBlank) viUsed.push_back(i);
+    }
+    RemoveGauge(m_vfAngles, viUsed, vdX, vdY);
+    for (const int i : viUsed)
+    {
+        EXPECT_NEAR(vdX[std::size_t(i)], 0, 0.5) << i;
+        EXPECT_NEAR(vdY[std::size_t(i)], 0, 0.25) << i;
+    }
+
+    EXPECT_NE(ReadFile(m_aDir / "ts.html").find("--exclude 13"), std::string::npos);
+
+    // By any number of devices, and on the way to a volume as beforehand.
+    const std::string strFixed = strAlign + "--axis 0 --fixed-axis --limit 80 ";
+    mRun(strFixed + "-o ts.xf --stack ts.mrc --devices 1");
+    mRun("transform --measured raw.mrc --xf ts.xf -o same.mrc");
+    EXPECT_EQ(mRead("ts.mrc"), mRead("same.mrc"));
+    const std::string strVolume = "reconstruct " + m_strSeries + "--iterations 3 ";
+    mRun(strVolume + "--xf ts.xf --exclude 13 -o one.mrc");
+    const json aTwo = mJson(strVolume + "--align --fixed-axis --devices 2 -o two.mrc");
+    EXPECT_EQ(aTwo["align"]["excluded"], json({iBlank + 1}));
+    EXPECT_EQ(mRead("one.mrc"), mRead("two.mrc"));
+}
+
+TEST_F(ClientAligning, SaysWhatCannotBeAligned)
+{
+    CNoise aNoise(9);
+    std::vector<Floats> vNoise = m_vRaw;
+    for (Floats& rView : vNoise)
+        for (float& rfPixel : rView) rfPixel = float(aNoise.GetGaussian());
+    mWrite("noise.mrc", iX, iY, vNoise);
+    WriteFile(m_aDir / "steep.tlt", "81\n" + std::string(80, '\n') + "0\n");
+    const std::string strRest = "--thickness 36 -o rec.mrc ";
+    for (const auto& [pcReason, pcArgs] :
+         {std::pair{"do not agree", "--tilts noise.mrc --angles ph.tlt --axis 0 --fixed-axis"},
+          {"--bins: views of 90 x 43 in blocks of 4 make 22 x 10",
+           "--tilts raw.mrc --angles ph.tlt --axis 0 --bins 4"},
+          {"2 angles, but raw.mrc has 41", "--tilts raw.mrc --angles steep.tlt --axis 0"},
+          {"--angles is required", "--tilts raw.mrc --axis 0"},
+          {"--axis is required", "--tilts raw.mrc --angles ph.tlt"},
+          {"--exclude: view 42", "--tilts raw.mrc --angles ph.tlt --axis 0 --exclude 42"},
+          {"got 1x", "--tilts raw.mrc --angles ph.tlt --axis 1x"},
+          {"no/ts.mrc", "--tilts raw.mrc --angles ph.tlt --axis 0 --stack no/ts.mrc"}})
+        mExpectFailure(mStart("align " + strRest + pcArgs), pcReason);
+    mExpectFailure(mStart("reconstruct --align --centre 40 " + m_strSeries + "-o rec.mrc"),
+                   "--align: ");
+}
+
+}  // namespace
+}  // namespace talven::test
