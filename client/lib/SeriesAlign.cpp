@@ -89,7 +89,11 @@ bool CSeriesAligner::mAlignAt(int iBin, bool bFirst)
     if (bFirst && !m_bAxisDone && (!mRunRounds({6, 2, g_iFirstLimit, 0}) || !mFindAxis()))
         return false;
     m_bAxisDone = true;
-    if (!mRunRounds({8, 2, bFirst ? g_iFirstLimit : g_iNextLimit, g_dStill})) return false;
+    const int iLimit = bFirst ? g_iFirstLimit : g_iNextLimit;
+    // Views that hold all of a specimen tell more, and are mostly small ones.
+    if (!mRunRounds(m_aRequest.bIsolated ? Rounds{20, 2, iLimit, 0.3 * g_dStill}
+                                         : Rounds{8, 2, iLimit, g_dStill}))
+        return false;
     m_pAlignment->aPlaces = ToRaw(m_aPlaces, m_aRaw, iBin);
     return true;
 }
