@@ -26,6 +26,7 @@ bool CAligning::Run(CServerLink& rLink, CReport& rReport, const ImageSize& rRaw,
     m_viViews = viViews;
     m_viBins = m_aRequest.viBins.empty() ? ChooseBins(rRaw) : m_aRequest.viBins;
     std::vector<float> vfAngles;
+    vfAngles.reserve(viViews.size());
     for (const int i : viViews) vfAngles.push_back(fAngles[std::size_t(i)]);
     std::string strError;
     if (!CheckSeriesAlign(m_aRequest, rRaw, vfAngles, strError))
@@ -65,8 +66,10 @@ std::string CAligning::Describe() const
         r.dWanted, r.dCorrelation);
     const std::vector<int> viLeftOut = ListLeftOut();
     if (!viLeftOut.empty())
-        strText += Format("; left out: view %s, which look%s like none of the others",
-                          FormatViews(viLeftOut).c_str(), viLeftOut.size() == 1 ? "s" : "");
+        strText += Format(viLeftOut.size() == 1
+                              ? "; left out: view %s, which looks like none of the others"
+                              : "; left out: views %s, which look like none of the others",
+                          FormatViews(viLeftOut).c_str());
     return strText;
 }
 

@@ -26,7 +26,9 @@ double AxisCurve::GetBestAngle() const
 
 bool AxisCurve::IsBestAtEdge() const
 {
-    return GetBestAngle() == vdAngles.front() || GetBestAngle() == vdAngles.back();
+    const auto [pLeast, pMost] = std::ranges::minmax_element(vdScores);
+    return *pLeast < *pMost &&
+           (GetBestAngle() == vdAngles.front() || GetBestAngle() == vdAngles.back());
 }
 
 void AxisCurve::Fit(double dReach)

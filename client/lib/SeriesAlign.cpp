@@ -167,8 +167,8 @@ bool CSeriesAligner::mSearchAxis(std::span<const float> fViews)
         if (dScore > dBestScore) dBestScore = dScore, dBest = dAngle;
         return true;
     };
-    for (double dAngle = -90; dAngle < 90; dAngle += 15)
-        if (!Try(dAngle)) return false;
+    for (int iAngle = -90; iAngle < 90; iAngle += 15)
+        if (!Try(iAngle)) return false;
     for (const double dStep : {7.5, 4.0})
         for (const double dAngle : {dBest - dStep, dBest + dStep})
             if (!Try(dAngle)) return false;

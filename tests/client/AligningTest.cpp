@@ -11,16 +11,16 @@ namespace talven::test
 namespace
 {
 
+constexpr int g_iX = 90, g_iY = 43, g_iViews = 41, g_iBlank = 12;
+
 class ClientAligning : public CProgramTest
 {
 protected:
-    static constexpr int iX = 90, iY = 43, iViews = 41, iBlank = 12;
-
     /// raw.mrc: the phantom's views, moved; one of them is blank.
     ClientAligning()
     {
         std::string strMoves;
-        for (int i = 0; i < iViews; ++i)
+        for (int i = 0; i < g_iViews; ++i)
         {
             m_vdMovedX.push_back(i * 7 % 9 - 4.25);
             m_vdMovedY.push_back(i * 5 % 7 - 2.75);
@@ -29,9 +29,9 @@ protected:
         }
         WriteFile(m_aDir / "m.txt", strMoves);
         mRun("transform --measured ph.mrc --matrices m.txt -o moved.mrc");
-        m_vRaw = Split(mRead("moved.mrc"), iX * iY);
-        m_vRaw[iBlank].assign(iX * iY, 3.0f);
-        mWrite("raw.mrc", iX, iY, m_vRaw);
+        m_vRaw = Split(mRead("moved.mrc"), g_iX * g_iY);
+        m_vRaw[g_iBlank].assign(g_iX * g_iY, 3.0f);
+        mWrite("raw.mrc", g_iX, g_iY, m_vRaw);
     }
     static std::vector<Floats> Split(const Floats& rAll, std::size_t tPixels)
     {
@@ -52,16 +52,16 @@ TEST_F(ClientAligning, FindsShiftsAndTheAxisAndNamesABlankView)
     const std::string strAlign = "align " + m_strSeries;
     const json aFound = mJson(strAlign + "--axis 2 --limit 12 -o ts.xf --report ts.html");
     EXPECT_NEAR(aFound["axis"].get<double>(), 0, 0.4) << aFound["axis_uncertainty"];
-    EXPECT_EQ(aFound["excluded"], json({iBlank + 1}));
+    EXPECT_EQ(aFound["excluded"], json({g_iBlank + 1}));
     EXPECT_EQ(aFound["bins"], json({1}));
     std::vector<double> vdX, vdY;
     std::vector<int> viUsed;
-    for (int i = 0; i < iViews; ++i)
+    for (int i = 0; i < g_iViews; ++i)
     {
         const auto t = std::size_t(i);
         vdX.push_back(aFound["shifts"][t][0].get<double>() - m_vdMovedX[t]);
         vdY.push_back(aFound["shifts"][t][1].get<double>() - m_vdMovedY[t]);
-        if (i != iBlank) viUsed.push_back(i);
+        if (i != g_iBlank) viUsed.push_back(i);
     }
     RemoveGauge(m_vfAngles, viUsed, vdX, vdY);
     for (const int i : viUsed)
@@ -80,7 +80,7 @@ TEST_F(ClientAligning, FindsShiftsAndTheAxisAndNamesABlankView)
     const std::string strVolume = "reconstruct " + m_strSeries + "--iterations 3 ";
     mRun(strVolume + "--xf ts.xf --exclude 13 -o one.mrc");
     const json aTwo = mJson(strVolume + "--align --fixed-axis --devices 2 -o two.mrc");
-    EXPECT_EQ(aTwo["align"]["excluded"], json({iBlank + 1}));
+    EXPECT_EQ(aTwo["align"]["excluded"], json({g_iBlank + 1}));
     EXPECT_EQ(mRead("one.mrc"), mRead("two.mrc"));
 }
 
@@ -90,7 +90,7 @@ TEST_F(ClientAligning, SaysWhatCannotBeAligned)
     std::vector<Floats> vNoise = m_vRaw;
     for (Floats& rView : vNoise)
         for (float& rfPixel : rView) rfPixel = float(aNoise.GetGaussian());
-    mWrite("noise.mrc", iX, iY, vNoise);
+    mWrite("noise.mrc", g_iX, g_iY, vNoise);
     WriteFile(m_aDir / "steep.tlt", "81\n" + std::string(80, '\n') + "0\n");
     const std::string strRest = "--thickness 36 -o rec.mrc ";
     for (const auto& [pcReason, pcArgs] :

@@ -86,6 +86,8 @@ TEST(ClientSeriesAlign, AxisIsWhereTheCurvePeaks)
     EXPECT_TRUE(std::ranges::is_sorted(aPeak.vdAngles));
     EXPECT_TRUE(aPeak.Has(0.6) && !aPeak.Has(0.7));
     EXPECT_TRUE(Make([](double d) { return d; }).IsBestAtEdge());
+    const AxisCurve aLevel = Make([](double) { return 2.0; });
+    EXPECT_TRUE(aLevel.bFlat && !aLevel.IsBestAtEdge());
     const AxisCurve aNoise = Make([](double d) { return std::sin(37 * d) - 0.001 * d * d; });
     EXPECT_TRUE(aNoise.bFlat) << aNoise.dBest << " +- " << aNoise.dUncertainty;
 }
