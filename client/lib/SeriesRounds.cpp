@@ -25,8 +25,10 @@ bool CSeriesAligner::mMatchAll(int iLimit)
     // Those that are not used may be anywhere.
     std::vector<int> viLimits(tViews, std::max(iLimit, int(m_aRequest.dLimit / m_iBin)));
     for (const int i : m_viUsed) viLimits[std::size_t(i)] = iLimit;
-    // Volumes of other views pull harder. It takes that where much comes in from outside.
-    if (!mMatchFolds(m_bBeyond && m_bAxisDone ? 2 : 1, viLimits)) return false;
+    // Volumes of other views pull harder, which it takes at first where much comes in from outside;
+    // those of all views are more exact.
+    const bool bPull = m_bBeyond && m_bAxisDone && m_iBin == m_aRequest.viBins.front();
+    if (!mMatchFolds(bPull ? 2 : 1, viLimits)) return false;
     double dSquares = 0;
     for (const int i : m_viUsed)
         dSquares += std::pow(std::hypot(m_vdAcross[std::size_t(i)], m_vdAlong[std::size_t(i)]), 2);

@@ -20,7 +20,7 @@ struct MatchRequest
     double dWidth = 2.2;               ///< of the volume, widths of the aligned views
     int iIterations = 12;              ///< of SART
     double dRelaxation = 0.5;          ///< of SART
-    double dLow = 0.001, dHigh = 0.2;  ///< what is compared, cycles per pixel
+    double dLow = 0.001, dHigh = 0.3;  ///< what is compared, cycles per pixel
     double dTaper = 0.1;               ///< of the edges of the images, share of their extent
 };
 
