@@ -149,6 +149,9 @@ bool CReconstructCommand::mAlign()
     AlignRequest& rAlign = m_aRequest.aAlign;
     if (!rAlign.aMaps.empty() || rAlign.dCentre)
         return mFail("--align: the files or --centre say already how the views lie");
+    constexpr int iMost = 32768;  // raw pixels
+    if (m_aRequest.iThickness > iMost / rAlign.iBin)
+        return mFail(Format("--thickness: with --align at most %d voxels", iMost / rAlign.iBin));
     SeriesAlignRequest& rRequest = m_aAligning.GetRequest();
     rRequest.dTiltAxis = rAlign.dTiltAxis;
     rRequest.iThickness = m_aRequest.iThickness * rAlign.iBin;

@@ -195,7 +195,6 @@ ImageMatch CImageMatcher::Find(std::span<const float> fImage, std::span<const fl
     aMatch.dResidual =
         (dImage + dReference - 2 * double(At(0, 0))) / (double(m_aPadded.GetPixels()) * dWeights);
     aMatch.dHere = dNorm * double(At(0, 0));
-    aMatch.dSecond = dNorm * double(fSecond);
     aMatch.bAtLimit = std::max(std::abs(iBestX), std::abs(iBestY)) >= iReach;
     return aMatch;
 }
