@@ -12,8 +12,8 @@ namespace talven::python
 {
 
 /// Shapes as Python counts them: rows first, sections before rows.
-using Shape2 = std::pair<int, int>;          ///< y, x
-using Shape3 = std::array<int, 3>;           ///< z, y, x
+using Shape2 = std::pair<int, int>;        ///< y, x
+using Shape3 = std::array<int, 3>;         ///< z, y, x
 using MapNumbers = std::array<double, 6>;  ///< A11 A12 A21 A22 DX DY, see ViewMap
 
 inline ImageSize FromShape(const Shape2& rShape)

@@ -10,9 +10,9 @@ namespace talven::python
 void Raise(const char* pcName, const std::string& strWhat)
 {
     const nb::module_ aOurs = nb::module_::import_("talven._errors");
-    const nb::object aType =
-        nb::hasattr(aOurs, pcName) ? nb::object(aOurs.attr(pcName))
-                                   : nb::object(nb::module_::import_("builtins").attr(pcName));
+    const nb::object aType = nb::hasattr(aOurs, pcName)
+                                 ? nb::object(aOurs.attr(pcName))
+                                 : nb::object(nb::module_::import_("builtins").attr(pcName));
     PyErr_SetString(aType.ptr(), strWhat.c_str());
     throw nb::python_error();
 }

@@ -4,6 +4,7 @@
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/string.h>
+#include <nanobind/stl/tuple.h>
 #include <nanobind/stl/unique_ptr.h>
 #include <nanobind/stl/vector.h>
 
@@ -59,9 +60,8 @@ std::vector<float> ReadAnglesOf(CImageStack& rStack)
 void BindStack(nb::module_& m)
 {
     nb::class_<CImageStack>(m, "Stack")
-        .def_prop_ro("shape",
-                     [](const CImageStack& r)
-                     { return Shape3{r.GetSections(), r.GetSize().iY, r.GetSize().iX}; })
+        .def_prop_ro("shape", [](const CImageStack& r)
+                     { return std::tuple(r.GetSections(), r.GetSize().iY, r.GetSize().iX); })
         .def_prop_ro("pixel_size", &CImageStack::GetPixel)
         .def("read", Read, "section"_a, "out"_a)
         .def("angles", ReadAnglesOf);
@@ -129,7 +129,8 @@ nb::dict ReadMdocOf(const std::string& strPath, int iViews)
 
 void BindTexts(nb::module_& m)
 {
-    m.def("read_mdoc", ReadMdocOf, "path"_a, "views"_a);
+    m.def("read_mdoc", ReadMdocOf, "path"_a, "views"_a,
+          nb::sig("def read_mdoc(path: str, views: int) -> dict[str, typing.Any]"));
     m.def(
         "read_angles",
         [](const std::string& strPath)
@@ -166,6 +167,18 @@ void BindTexts(nb::module_& m)
             Check(WriteXf(strPath, Convert(aMaps, FromNumbers), strError), strError);
         },
         "path"_a, "maps"_a);
+    m.def(
+        "round_as_xf",
+        [](const std::vector<MapNumbers>& aMaps)
+        {
+            std::vector<ViewMap> aRounded = Convert(aMaps, FromNumbers);
+            RoundAsXf(aRounded);
+            return Convert(aRounded, ToNumbers);
+        },
+        "maps"_a);
+    m.def(
+        "turned", [](double dTiltAxis) { return ToNumbers(Turn(-dTiltAxis)); }, "tilt_axis"_a,
+        "The map of a view whose tilt axis is brought to +Y.");
 }
 
 }  // namespace

@@ -54,8 +54,7 @@ void MarkNan(std::span<float> fPixels)
 
 ImageSource ReadBy(nb::handle aRead, const ImageSize& rSize, CCaught& rCaught)
 {
-    return [aRead, rSize, &rCaught](int i, std::span<float> fPixels,
-                                                       std::string& rError)
+    return [aRead, rSize, &rCaught](int i, std::span<float> fPixels, std::string& rError)
     {
         const auto Read = [&]
         {

@@ -34,8 +34,9 @@ std::uint64_t GetMemory(CPySession& rSession)
 {
     std::uint64_t ulBytes = 0;
     CServerLink& rLink = rSession.GetLink();
-    rSession.Do(nb::none(), [&](std::string& rError)
-                { return rLink.GetSession().GetServerMemory(ulBytes) || Fail(rError, rLink.Explain()); });
+    rSession.Do(
+        nb::none(), [&](std::string& rError)
+        { return rLink.GetSession().GetServerMemory(ulBytes) || Fail(rError, rLink.Explain()); });
     return ulBytes;
 }
 
@@ -155,9 +156,9 @@ SeriesAlignment Align(CPySession& rSession, const SeriesAlignRequest& rRequest, 
     CSeriesAligner aAligner(rSession.GetLink(), rSession.GetMonitor());
     const ImageSource Views = ReadBy(rViews, FromShape(rRaw), rSession.GetCaught());
     SeriesAlignment aResult;
-    rSession.DoStep(
-        rProgress, aAligner,
-        [&] { return aAligner.Run(rRequest, FromShape(rRaw), vfAngles, Views, aResult); });
+    rSession.DoStep(rProgress, aAligner,
+                    [&]
+                    { return aAligner.Run(rRequest, FromShape(rRaw), vfAngles, Views, aResult); });
     return aResult;
 }
 
@@ -179,8 +180,7 @@ void BindSession(nb::module_& m)
         .def("memory", GetMemory, "Bytes of device memory that jobs may use.")
         .def("reproject", Reproject, "volume_shape"_a, "width"_a, "angles"_a, "read"_a, "write"_a,
              "progress"_a.none())
-        .def("align", Align, "request"_a, "raw_shape"_a, "angles"_a, "read"_a,
-             "progress"_a.none());
+        .def("align", Align, "request"_a, "raw_shape"_a, "angles"_a, "read"_a, "progress"_a.none());
 }
 
 void BindSteps(nb::module_& m)
@@ -216,17 +216,14 @@ void BindResults(nb::module_& m)
     nb::class_<SeriesAlignment>(m, "SeriesAlignment")
         .def_prop_ro("tilt_axis", [](const SeriesAlignment& r) { return r.aPlaces.dTiltAxis; })
         .def_prop_ro("tilt_axis_uncertainty",
-                     [](const SeriesAlignment& r)
-                     {
+                     [](const SeriesAlignment& r) {
                          return r.aAxis.bFlat ? std::optional<double>()
                                               : std::optional(r.aAxis.dUncertainty);
                      })
-        .def_prop_ro("maps",
-                     [](const SeriesAlignment& r)
+        .def_prop_ro("maps", [](const SeriesAlignment& r)
                      { return Convert(r.aPlaces.MakeMaps(), ToNumbers); })
         .def_prop_ro("correlations",
-                     [](const SeriesAlignment& r)
-                     {
+                     [](const SeriesAlignment& r) {
                          return Convert(r.aViews, [](const AlignedView& rView)
                                         { return rView.aMatch.dCorrelation; });
                      })

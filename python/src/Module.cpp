@@ -7,7 +7,7 @@
 NB_MODULE(_core, rModule)
 {
     rModule.doc() = "The client library, for the modules of this package.";
-    rModule.attr("__version__") = TALVEN_VERSION;
+    rModule.attr("version") = TALVEN_VERSION;
     talven::python::BindRequests(rModule);
     talven::python::BindJobs(rModule);
     talven::python::BindFiles(rModule);

@@ -57,8 +57,8 @@ void MakePhantom(const Stack& rTilts, const std::vector<float>& vfAngles, const 
 
 void BindPhantom(nb::module_& rModule)
 {
-    rModule.def("make_phantom", MakePhantom, "tilts"_a, "angles"_a, "truth"_a, "beads"_a,
-                "noise"_a, "dose"_a, "seed"_a);
+    rModule.def("make_phantom", MakePhantom, "tilts"_a, "angles"_a, "truth"_a, "beads"_a, "noise"_a,
+                "dose"_a, "seed"_a);
 }
 
 }  // namespace talven::python

@@ -4,10 +4,12 @@
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/string.h>
+#include <nanobind/stl/tuple.h>
 #include <nanobind/stl/vector.h>
 
 #include "Casts.h"
 #include "Errors.h"
+#include "Images.h"
 #include "talven/ReconPlan.h"
 #include "talven/SectionMaps.h"
 #include "talven/SeriesAlign.h"
@@ -127,10 +129,9 @@ void BindPlan(nb::module_& m)
     nb::class_<JobSize>(m, "JobSize")
         .def(
             "__init__",
-            [](JobSize* p, const Shape3& rProjs, const Shape2& rVolume, bool bSmooth)
-            {
-                new (p)
-                    JobSize{rProjs[2], rProjs[1], rProjs[0], rVolume.second, rVolume.first, bSmooth};
+            [](JobSize* p, const Shape3& rProjs, const Shape2& rVolume, bool bSmooth) {
+                new (p) JobSize{rProjs[2],      rProjs[1],     rProjs[0],
+                                rVolume.second, rVolume.first, bSmooth};
             },
             "projections"_a, "volume_zx"_a, "smooth"_a = false,
             "Projections (view, y, x) and a volume (z, x) of the same rows.")
@@ -144,7 +145,7 @@ void BindPlan(nb::module_& m)
                      [](const ReconPlan& r)
                      {
                          const JobSize aSize = r.GetResultSize();
-                         return Shape3{aSize.iVolZ, aSize.iProjY, aSize.iVolX};
+                         return std::tuple(aSize.iVolZ, aSize.iProjY, aSize.iVolX);
                      })
         .def_ro("views", &ReconPlan::viViews)
         .def_ro("angles", &ReconPlan::vfAngles)
@@ -153,6 +154,18 @@ void BindPlan(nb::module_& m)
              "The plan of the odd (0) or even (1) views by angle.");
     m.def("make_plan", Plan, "request"_a, "raw_shape"_a, "angles"_a,
           "What a reconstruction of raw views (y, x) will do; ValueError when it cannot.");
+}
+
+nb::object Bin(const ConstImage& rImage, int iBin)
+{
+    if (iBin == 1) return nb::cast(rImage);
+    const ImageSize aSize = GetSize(rImage), aBinned = {aSize.iX / iBin, aSize.iY / iBin};
+    std::vector<float> vfPixels(GetPixels(rImage).begin(), GetPixels(rImage).end());
+    std::vector<float> vfBinned(aBinned.GetPixels());
+    (void)MarkMissing(vfPixels);
+    BinImage(vfPixels, aSize, iBin, vfBinned);
+    MarkNan(vfBinned);
+    return ShowImage(std::span<float>(vfBinned), aBinned).attr("copy")();
 }
 
 void BindImages(nb::module_& m)
@@ -184,6 +197,10 @@ void BindImages(nb::module_& m)
         },
         "request"_a, "raw_shape"_a, "views"_a,
         "How raw views (y, x) become aligned ones; ValueError when they cannot.");
+    m.def("bin_image", Bin, "image"_a, "bin"_a,
+          nb::sig("def bin_image(image: numpy.typing.NDArray[numpy.float32], bin: int) -> "
+                  "numpy.typing.NDArray[numpy.float32]"),
+          "Means of blocks.");
     m.def(
         "from_corners",
         [](const Affine& rMap, const Shape2& rAligned, const Shape2& rMeasured)

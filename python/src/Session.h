@@ -55,7 +55,8 @@ public:
     template <class Job, class F>
     void DoStep(const nanobind::object& rProgress, const Job& rJob, const F& rStep)
     {
-        Do(rProgress, [&](std::string& rError) { return rStep() || Fail(rError, rJob.GetError()); });
+        Do(rProgress,
+           [&](std::string& rError) { return rStep() || Fail(rError, rJob.GetError()); });
     }
 
 private:
