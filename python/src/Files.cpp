@@ -142,6 +142,14 @@ void BindTexts(nb::module_& m)
         },
         "path"_a);
     m.def(
+        "check_degrees",
+        [](const std::vector<float>& vfAngles)
+        {
+            std::string strError;
+            if (!CheckDegrees(vfAngles, strError)) Raise("ValueError", "angles: " + strError);
+        },
+        "angles"_a, "ValueError for what looks like radians.");
+    m.def(
         "write_angles",
         [](const std::string& strPath, const std::vector<float>& vfAngles)
         {

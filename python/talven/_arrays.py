@@ -8,6 +8,7 @@ from typing import Any
 
 import numpy as np
 
+from . import _core
 from ._types import AnglesLike, FloatArray, ImagesLike
 
 Reader = Callable[[int, FloatArray], None]
@@ -45,11 +46,13 @@ def check_angles(angles: AnglesLike, views: int) -> list[float]:
         raise ValueError(f"angles: expected {views}, one for each view, not shape {array.shape}")
     if not np.isfinite(array).all() or (np.abs(array) > 360).any():
         raise ValueError("angles: expected degrees within +-360")
+    degrees = [float(a) for a in array]
+    _core.check_degrees(degrees)
     if views > 1 and np.ptp(array) > 0 and (np.abs(array) <= np.pi).all():
         warnings.warn(
             "all angles lie within pi: they are taken as degrees, not radians", stacklevel=4
         )
-    return [float(a) for a in array]
+    return degrees
 
 
 def check_views(views: Any, count: int) -> list[int]:

@@ -43,7 +43,7 @@ class SlabOutput:
         self._slab = np.empty((depth, *array.shape[1:]), np.float32)
 
     def write(self, i: int, image: FloatArray) -> None:
-        depth, last = len(self._slab), len(self._array) - 1
+        depth, last = len(self._slab), self._array.shape[0] - 1
         self._slab[i % depth] = image
         if i % depth == depth - 1 or i == last:
             first = i - i % depth
