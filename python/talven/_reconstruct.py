@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Iterable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Literal
@@ -11,7 +11,15 @@ import numpy as np
 
 from . import _core
 from ._alignment import AlignmentLike, as_alignment, to_numbers
-from ._arrays import check_angles, check_images, check_range, check_views, reader
+from ._arrays import (
+    check_angles,
+    check_images,
+    check_shape,
+    check_views,
+    reader,
+    real,
+    whole,
+)
 from ._labels import Series, is_labelled, label, order, spacing, take_series
 from ._outputs import open_output
 from ._progress import Teller, teller
@@ -58,13 +66,11 @@ class Filter:
     def _request(self) -> _core.FilterRequest:
         if self.window not in _WINDOWS:
             raise ValueError(f"filter: expected one of {', '.join(_WINDOWS)}, not {self.window!r}")
-        check_range("filter: cutoff", self.cutoff, 1e-9, 0.5)
-        check_range("filter: falloff", self.falloff, 0, 1e9)
-        check_range("filter: sirt_like", self.sirt_like, 0, 100000)
         request = _core.FilterRequest()
         request.window = _WINDOWS[self.window]
-        request.cutoff, request.falloff = self.cutoff, self.falloff
-        request.sirt_like = self.sirt_like
+        request.cutoff = real("filter: cutoff", self.cutoff, 1e-9, 0.5)
+        request.falloff = real("filter: falloff", self.falloff, 0, 1e9)
+        request.sirt_like = whole("filter: sirt_like", self.sirt_like, 0, 100000)
         return request
 
 
@@ -223,18 +229,17 @@ def reconstruct(
     chosen = check_views(views, raw[0])
     request = _core.ReconRequest()
     _set_method(request, method, iterations, subsets, relaxation, nonnegative, smooth, filter)
-    check_range("thickness", thickness, 1, 2**31 - 1)
-    request.thickness = thickness
+    request.thickness = whole("thickness", thickness)
     if width is not None:
-        check_range("width", width, 1, 2**31 - 1)
-        request.width = width
+        request.width = whole("width", width)
     request.interleave = _choose("order", order, {"interleaved": True, "given": False})
-    request.weight_box = None if weight_box is None else list(weight_box)
-    check_range("angle_offset", angle_offset, -180, 180)
-    request.angle_offset = angle_offset
+    if weight_box is not None:
+        if len(weight_box) != 4:
+            raise ValueError("weight_box: expected (cx, cz, hx, hz)")
+        request.weight_box = [real("weight_box", n, -np.inf, np.inf) for n in weight_box]
+    request.angle_offset = real("angle_offset", angle_offset, -180, 180)
     if stop_when is not None:
-        check_range("stop_when", stop_when, 1e-9, 1)
-        request.stop_when = stop_when
+        request.stop_when = real("stop_when", stop_when, 1e-9, 1)
     aligned = as_alignment(alignment)
     request.align = _align_request(aligned, tilt_axis, bin, shape, shift_z, x_tilt)
     request.include = [i for i in chosen if aligned is None or i not in aligned.left_out]
@@ -273,24 +278,18 @@ def _set_method(
         if not request.filtered:
             raise ValueError("filter: is for method='wbp'")
         request.filter = (filter if isinstance(filter, Filter) else Filter(filter))._request()
-    check_range("iterations", iterations, 1, 100000)
-    request.iterations = iterations
-    if isinstance(subsets, (int, np.integer)):
-        check_range("subsets", int(subsets), 1, 2**31 - 1)
-        request.subsets = int(subsets)
+    request.iterations = whole("iterations", iterations, 1, 100000)
+    if isinstance(subsets, Iterable):
+        request.subset_sizes = [whole("subsets", n) for n in subsets]
     elif subsets is not None:
-        request.subset_sizes = [int(n) for n in subsets]
-        if min(request.subset_sizes, default=0) < 1:
-            raise ValueError("subsets: expected sizes of 1 or more")
-    request.relaxation = [float(r) for r in np.atleast_1d(np.asarray(relaxation, dtype=float))]
-    for factor in request.relaxation:
-        check_range("relaxation", factor, 0, 1e6)
+        request.subsets = whole("subsets", subsets)
+    factors = relaxation if isinstance(relaxation, Iterable) else [relaxation]
+    request.relaxation = [real("relaxation", factor, 0, 1e6) for factor in factors]
     request.unconstrained = not nonnegative and method == "sart"
     if smooth is not None:
         sigma, interval = smooth if isinstance(smooth, tuple) else (smooth, 1)
-        check_range("smooth", sigma, 1e-6, 100)
-        check_range("smooth: interval", interval, 1, 100000)
-        request.smooth_sigma, request.smooth_interval = float(sigma), int(interval)
+        request.smooth_sigma = real("smooth", sigma, 1e-6, 100)
+        request.smooth_interval = whole("smooth: interval", interval, 1, 100000)
 
 
 def _align_request(
@@ -301,19 +300,15 @@ def _align_request(
     shift_z: float,
     x_tilt: float,
 ) -> _core.AlignRequest:
-    check_range("tilt_axis", tilt_axis, -360, 360)
-    check_range("bin", bin, 1, 64)
-    check_range("shift_z", shift_z, -1e5, 1e5)
-    check_range("x_tilt", x_tilt, -60, 60)
     request = _core.AlignRequest()
     if aligned is not None:
         request.maps = to_numbers(aligned.maps)
-    request.tilt_axis, request.bin = tilt_axis, bin
-    request.shift_z, request.x_tilt = shift_z, x_tilt
+    request.tilt_axis = real("tilt_axis", tilt_axis, -360, 360)
+    request.bin = whole("bin", bin, 1, 64)
+    request.shift_z = real("shift_z", shift_z, -1e5, 1e5)
+    request.x_tilt = real("x_tilt", x_tilt, -60, 60)
     if shape is not None:
-        if min(shape) < 1:
-            raise ValueError(f"shape: expected rows and columns, not {shape}")
-        request.shape = shape
+        request.shape = check_shape(shape)
     return request
 
 
@@ -471,8 +466,7 @@ def reproject(
         pixel_size = spacing(volume)
     shape = check_images(volume, "volume", "z, y, x")
     degrees = check_angles(angles, len(np.atleast_1d(np.asarray(angles))))
-    columns = shape[2] if width is None else width
-    check_range("width", columns, 1, 2**31 - 1)
+    columns = shape[2] if width is None else whole("width", width)
     size = _core.JobSize([len(degrees), shape[1], columns], (shape[0], shape[2]))
     size.check(server is None or (isinstance(server, Connection) and server.is_private))
     output = open_output(out, (len(degrees), shape[1], columns), pixel_size, "Talven: reprojection")
@@ -507,9 +501,7 @@ def memory_estimate(
     devices : int
         That the server works with.
     """
-    views, rows, columns = (int(n) for n in tilts_shape)
-    for name, extent in (("tilts_shape", min(views, rows, columns)), ("thickness", thickness)):
-        check_range(name, extent, 1, 2**31 - 1)
-    check_range("devices", devices, 1, 16)
-    size = _core.JobSize([views, rows, columns], (thickness, width or columns), smooth)
-    return size.memory(devices)
+    views, rows, columns = (whole("tilts_shape", n) for n in tilts_shape)
+    volume = (whole("thickness", thickness), whole("width", width or columns))
+    size = _core.JobSize([views, rows, columns], volume, smooth)
+    return size.memory(whole("devices", devices, 1, 16))

@@ -191,6 +191,9 @@ WRONG: list[tuple[str, dict[str, Any]]] = [
     ("thickness", {"thickness": 0}),
     ("method", {"method": "sirt"}),
     ("iterations", {"iterations": 0}),
+    ("iterations: expected a whole number", {"iterations": 2.5}),
+    ("shift_z: expected a number", {"shift_z": "up"}),
+    ("shape", {"shape": (3,)}),
     ("subsets: 22", {"subsets": 22}),
     ("subsets", {"subsets": [20, 2]}),
     ("relaxation", {"relaxation": [1, 2, 3]}),
@@ -217,7 +220,7 @@ def test_what_is_wrong_is_said_before_anything_is_sent(
     phantom: talven.Phantom, text: str, change: dict[str, Any]
 ) -> None:
     arguments = {"tilts": phantom.tilts, "angles": phantom.angles, "thickness": 24, **change}
-    with pytest.raises(ValueError, match=text):
+    with pytest.raises((ValueError, TypeError), match=text):
         talven.reconstruct(**arguments, server="localhost:1")
 
 
