@@ -94,13 +94,16 @@ bool CProjectionMatcher::mSend(int iView)
     return mServer(mGetSession().SetProjection(iView, mGetAligned(iView)));
 }
 
-/// Columns whose rays do not cross the volume from its bottom to its top are missing.
+/// Columns whose rays do not cross the volume from its bottom to its top are missing; with an
+/// isolated specimen only those whose rays pass it by.
 void CProjectionMatcher::mCutRays(int iView)
 {
     const double dAngle = double(m_vfAngles[std::size_t(iView)]) * std::numbers::pi / 180;
-    const double dHalf = 0.5 * (m_iWidth * std::fabs(std::cos(dAngle)) -
-                                m_aRequest.iThickness * std::fabs(std::sin(dAngle)));
-    const double dInside = std::max(dHalf, m_aAligned.iX / 8.0);
+    const double dTop = m_iWidth * std::fabs(std::cos(dAngle));
+    const double dSide = m_aRequest.iThickness * std::fabs(std::sin(dAngle));
+    const double dInside = m_aRequest.bIsolated
+                               ? 0.5 * (dTop + dSide)
+                               : std::max(0.5 * (dTop - dSide), m_aAligned.iX / 8.0);
     const std::span<float> fView = mGetAligned(iView);
     const auto tX = std::size_t(m_aAligned.iX);
     for (std::size_t i = 0; i < fView.size(); ++i)

@@ -208,6 +208,7 @@ bool CSeriesAligner::mOpenMatcher(std::span<const float> fViews)
     aMatch.aViews = mGetBinned();
     aMatch.dTiltAxis = m_aPlaces.dTiltAxis;
     aMatch.iThickness = std::max(4, int(std::lround(double(m_aRequest.iThickness) / m_iBin)));
+    aMatch.bIsolated = m_aRequest.bIsolated;
     if (m_aRequest.bIsolated) aMatch.dWidth = 1.3, aMatch.dLow = 0.003;
     // What comes in from outside the views keeps a volume from being exact: it is only fitted to.
     aMatch.iIterations = m_bBeyond ? 12 : 20;
