@@ -210,6 +210,8 @@ bool CSeriesAligner::mOpenMatcher(std::span<const float> fViews)
     aMatch.iThickness = std::max(4, int(std::lround(double(m_aRequest.iThickness) / m_iBin)));
     aMatch.bIsolated = m_aRequest.bIsolated;
     if (m_aRequest.bIsolated) aMatch.dWidth = 1.3, aMatch.dLow = 0.003;
+    // Wide edges let views come close; narrow ones then lose less of what there is to compare.
+    if (m_iBin != m_aRequest.viBins.front()) aMatch.dTaper = 0.05;
     // What comes in from outside the views keeps a volume from being exact: it is only fitted to.
     aMatch.iIterations = m_bBeyond ? 12 : 20;
     m_pMatcher = std::make_unique<CProjectionMatcher>(mGetLink(), mGetMonitor());
