@@ -55,8 +55,9 @@ void CProjectionMatcher::SetRound(bool bRound)
     const auto tX = std::size_t(m_aAligned.iX);
     for (std::size_t i = 0; bRound && i < m_vfWindow.size(); ++i)
     {
+        const std::size_t tRow = i / tX;
         const double dX = 2 * double(i % tX) / (m_aAligned.iX - 1) - 1;
-        const double dY = 2 * double(i / tX) / (m_aAligned.iY - 1) - 1;
+        const double dY = 2 * double(tRow) / (m_aAligned.iY - 1) - 1;
         const double dInside = std::clamp((1 - std::hypot(dX, dY)) / dSoft, 0.0, 1.0);
         m_vfWindow[i] = float(0.5 - 0.5 * std::cos(std::numbers::pi * dInside));
     }

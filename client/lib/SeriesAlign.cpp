@@ -190,8 +190,9 @@ void CSeriesAligner::mCentreMasses(std::span<const float> fViews)
         {
             const float fPixel = fViews[tView * aSize.GetPixels() + p];
             if (IsMissing(fPixel)) continue;
+            const std::size_t tRow = p / std::size_t(aSize.iX);
             const double dX = double(p % std::size_t(aSize.iX)) - 0.5 * (aSize.iX - 1);
-            const double dY = double(p / std::size_t(aSize.iX)) - 0.5 * (aSize.iY - 1);
+            const double dY = double(tRow) - 0.5 * (aSize.iY - 1);
             const double dValue = double(fPixel) + m_vdLevels[tView];
             dMass += dValue;
             dMoment += dValue * (aBack.dA11 * dX + aBack.dA12 * dY);
