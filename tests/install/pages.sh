@@ -21,7 +21,7 @@ complete_words() {  # words of a command line, the last to be completed; prints 
     echo "${COMPREPLY[*]}"
 }
 commands=$("$talven" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p')
-expect "commands" "$(echo $commands)" "$(complete_words talven "")"
+expect "commands" "$(xargs <<<"$commands")" "$(complete_words talven "")"
 for command in $commands; do
     offered=" $(complete_words talven "$command" -) "
     page=$(sed 's/\\-/-/g' "$folder/pages/talven-$command.1")
