@@ -1,8 +1,5 @@
 #include "Aligning.h"
 
-#include <algorithm>
-#include <cmath>
-
 #include "talven/Text.h"
 
 namespace talven
@@ -39,11 +36,7 @@ bool CAligning::Run(CServerLink& rLink, CReport& rReport, const ImageSize& rRaw,
     m_aMaps.assign(fAngles.size(), Turn(-rPlaces.dTiltAxis));
     const std::vector<ViewMap> aMaps = rPlaces.MakeMaps();
     for (std::size_t n = 0; n < aMaps.size(); ++n) m_aMaps[std::size_t(viViews[n])] = aMaps[n];
-    for (ViewMap& r : m_aMaps)  // as a file has them
-    {
-        for (double* pd : {&r.dA11, &r.dA12, &r.dA21, &r.dA22}) *pd = std::round(1e7 * *pd) / 1e7;
-        for (double* pd : {&r.dX, &r.dY}) *pd = std::round(1e3 * *pd) / 1e3;
-    }
+    RoundAsXf(m_aMaps);
     for (const std::string& rWarning : m_aResult.astrWarnings)
         rReport.PrintLine("Warning: " + rWarning);
     return true;

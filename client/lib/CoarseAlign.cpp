@@ -13,7 +13,6 @@ namespace talven
 namespace
 {
 
-constexpr float g_fMissing = -1e30f;
 constexpr double g_dSuspicious = 0.6;     // of the median of the correlations before
 constexpr std::size_t g_tRemembered = 9;  // correlations
 constexpr int g_iSecondLimit = 4;         // pixels, once the place is known

@@ -11,8 +11,6 @@ namespace talven
 namespace
 {
 
-constexpr float g_fMissing = -1e30f;
-
 bool ReadMean(CImageStack* pFrames, const ImageSize& rSize, double dNone,
               std::vector<double>& rMean, std::string& rError)
 {

@@ -145,7 +145,8 @@ std::string FindServerProgram()
 bool CPrivateServer::Start(const PrivateServerOptions& rOptions, CSession& rSession)
 {
     Stop();
-    const std::string strProgram = FindServerProgram();
+    const std::string strProgram =
+        rOptions.strProgram.empty() ? FindServerProgram() : rOptions.strProgram;
     if (strProgram.empty())
         return Fail(m_strError,
                     "cannot find talven-server (beside this program, in "

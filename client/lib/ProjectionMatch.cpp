@@ -11,7 +11,6 @@ namespace talven
 namespace
 {
 
-constexpr float g_fMissing = -1e30f;
 constexpr int g_iViewsPerSubset = 6;
 
 std::vector<std::uint32_t> Count(std::span<const int> iViews)

@@ -22,14 +22,15 @@ bool CReconstruction::mSendPlan()
     CSession& rSession = mGetSession();
     const JobSize& rSize = m_aPlan.aSize;
     const GaussianKernel& rKernel = m_aPlan.aSmoothKernel;
-    return mServer(
-        rSession.SetStackSize(rSize.iProjX, rSize.iProjY, m_aPlan.vfAngles) && mEmptyVolume() &&
-        rSession.SelectProjections(m_aPlan.vuiOrder) &&
-        rSession.SetReconOptions(m_aPlan.aOptions) &&
-        rSession.SetWeightBox(m_aPlan.aBox ? &*m_aPlan.aBox : nullptr) &&
-        (m_aPlan.iSmoothInterval == 0 ||  // a session starts without smoothing
-         rSession.SetSmoothing(m_aPlan.iSmoothInterval,
-                               {rKernel.iSize, rKernel.iSize, rKernel.iSize}, rKernel.vfValues)));
+    return mServer(rSession.SetStackSize(rSize.iProjX, rSize.iProjY, m_aPlan.vfAngles) &&
+                   mEmptyVolume() && rSession.SelectProjections(m_aPlan.vuiOrder) &&
+                   rSession.SetReconOptions(m_aPlan.aOptions) &&
+                   rSession.SetWeightBox(m_aPlan.aBox ? &*m_aPlan.aBox : nullptr) &&
+                   (m_aPlan.iSmoothInterval == 0
+                        ? rSession.StopSmoothing()
+                        : rSession.SetSmoothing(m_aPlan.iSmoothInterval,
+                                                {rKernel.iSize, rKernel.iSize, rKernel.iSize},
+                                                rKernel.vfValues)));
 }
 
 /// A volume of another number of voxels is empty.

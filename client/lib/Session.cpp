@@ -46,7 +46,7 @@ bool CSession::Open(const std::string& strHost, std::uint16_t usPort,
 {
     m_aPending.clear();
     m_uiSerial = 0;
-    m_bServerSerialKnown = false;
+    m_bServerSerialKnown = m_bSmoothing = false;
     m_bRefused = false;
     if (!m_aConnection.Connect(strHost, usPort, tTimeout))
     {
@@ -122,8 +122,18 @@ bool CSession::SetWeightBox(const WeightBox* pBox)
 bool CSession::SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
                             std::span<const float> fKernel)
 {
+    m_bSmoothing = true;
     return mCommand(EMsg::SMOOTHOPT, {iInterval, aiSizeXYZ[0], aiSizeXYZ[1], aiSizeXYZ[2]},
                     {Bytes(fKernel)});
+}
+
+bool CSession::StopSmoothing()
+{
+    if (!m_bSmoothing) return true;
+    const float fSame = 1;
+    if (!SetSmoothing(0, {1, 1, 1}, std::span(&fSame, 1))) return false;
+    m_bSmoothing = false;
+    return true;
 }
 
 bool CSession::SetMeasuredSize(int iX, int iY, int iCount)

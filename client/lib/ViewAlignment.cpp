@@ -106,6 +106,15 @@ ViewMap Turn(double dDegrees)
     return {dCos, -dSin, dSin, dCos, 0, 0};
 }
 
+void RoundAsXf(std::span<ViewMap> aMaps)
+{
+    for (ViewMap& r : aMaps)
+    {
+        for (double* pd : {&r.dA11, &r.dA12, &r.dA21, &r.dA22}) *pd = std::round(1e7 * *pd) / 1e7;
+        for (double* pd : {&r.dX, &r.dY}) *pd = std::round(1e3 * *pd) / 1e3;
+    }
+}
+
 bool WriteXf(const std::string& strPath, std::span<const ViewMap> aMaps, std::string& rError)
 {
     std::string strText;

@@ -28,6 +28,7 @@ Affine Shift(Affine aMap, double dX, double dY);
 /// both images, (n - 1) / 2.
 Affine CountFromCorners(const Affine& rMap, const ImageSize& rAligned, const ImageSize& rMeasured);
 
+constexpr float g_fMissing = -1e30f;  ///< a pixel that holds no data
 /// Whether a pixel holds no data.
 inline bool IsMissing(float fPixel)
 {

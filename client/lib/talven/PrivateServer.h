@@ -18,6 +18,7 @@ struct PrivateServerOptions
 {
     int iDevices = 0;        ///< use only the first so many, 1 to g_iMaxDevices; 0: all
     std::string strBackend;  ///< "host", "cuda", "auto"; empty: the environment's choice
+    std::string strProgram;  ///< full path of talven-server; empty: see FindServerProgram()
 };
 
 /// The value of TALVEN_BUSY_GPUS that leaves only the first iDevices devices to a server.

@@ -95,6 +95,8 @@ public:
     /// SMOOTHOPT: smooth after every iInterval iterations with a kernel [z][y][x].
     [[nodiscard]] bool SetSmoothing(int iInterval, const std::array<int, 3>& aiSizeXYZ,
                                     std::span<const float> fKernel);
+    /// Takes SetSmoothing() back; a session starts without.
+    [[nodiscard]] bool StopSmoothing();
 
     /// MPROJSIZE: a new stack of measured projections, zeros, X x Y x iCount. Their size need not
     /// be that of the stack.
@@ -181,6 +183,7 @@ private:
     std::uint32_t m_uiSerial = 0;
     std::uint32_t m_uiServerSerial = 0;
     bool m_bServerSerialKnown = false;
+    bool m_bSmoothing = false;
     bool m_bRefused = false;
     std::vector<std::uint32_t> m_vuiRanges;  // first and one past the last column of every row
     std::string m_strError;

@@ -38,6 +38,8 @@ ViewMap Turn(double dDegrees);
 [[nodiscard]] bool ReadXf(std::istream& rText, const std::string& strName,
                           std::vector<ViewMap>& rMaps, std::string& rError);
 
+/// Rounds maps to the digits of such a file.
+void RoundAsXf(std::span<ViewMap> aMaps);
 /// Writes them so.
 [[nodiscard]] bool WriteXf(const std::string& strPath, std::span<const ViewMap> aMaps,
                            std::string& rError);
