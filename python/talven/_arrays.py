@@ -30,11 +30,14 @@ def check_images(images: ImagesLike, name: str, axes: str) -> Shape3:
     return shape
 
 
-def reader(images: ImagesLike, which: list[int] | None = None) -> Reader:
-    """Fills in image i of a stack, or of those that are chosen, as float32."""
+def reader(
+    images: ImagesLike, which: list[int] | None = None, rows: tuple[int, int] | None = None
+) -> Reader:
+    """Fills in image i of a stack, or of those that are chosen, or some rows of it, as float32."""
 
     def read(i: int, image: FloatArray) -> None:
-        source = images[i if which is None else which[i]]
+        number = i if which is None else which[i]
+        source = images[number] if rows is None else images[number, rows[0] : rows[1]]
         np.copyto(image, np.asarray(source), casting="unsafe")
 
     return read

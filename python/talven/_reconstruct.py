@@ -12,6 +12,7 @@ import numpy as np
 from . import _core
 from ._alignment import AlignmentLike, as_alignment, to_numbers
 from ._arrays import (
+    Reader,
     check_angles,
     check_images,
     check_shape,
@@ -92,6 +93,9 @@ class Reconstruction:
         That took part, counted from 0.
     view_residuals : ndarray (n,)
         The R-factor of each of them after the last iteration.
+    rfactor_sums : ndarray (iteration, n, 2)
+        The sums behind them, of abs(measured - reprojected) and of abs(measured). R-factors of
+        parts are not to be averaged, but their sums can be added.
     """
 
     volume: Any
@@ -100,6 +104,7 @@ class Reconstruction:
     rfactors: Doubles
     views: np.ndarray[Any, np.dtype[np.int64]]
     view_residuals: Doubles
+    rfactor_sums: Doubles
 
 
 def reconstruct(
@@ -112,6 +117,8 @@ def reconstruct(
     subsets: int | Sequence[int] | None = None,
     relaxation: float | Sequence[float] = 1.0,
     width: int | None = None,
+    rows: tuple[int, int] | None = None,
+    halo: int | None = None,
     initial: ImagesLike | None = None,
     nonnegative: bool = True,
     smooth: float | tuple[float, int] | None = None,
@@ -161,8 +168,13 @@ def reconstruct(
         For all iterations, or for each.
     width : int, optional
         Of the volume along x, voxels; default: the detector's.
+    rows : (int, int), optional
+        Make rows a to b - 1 of the volume, counted from 0: a part whose voxels are those of the
+        whole, bit for bit with ``'sart'``, ``'em'`` and ``'bp'``.
+    halo : int, optional
+        Rows made beside them, for `smooth`; default: as many as it takes.
     initial : array (z, y, x), optional
-        Volume to start from; default: zeros.
+        Volume to start from, with all rows; default: zeros.
     nonnegative : bool
         False: voxels of SART may fall below 0.
     smooth : float or (float, int), optional
@@ -232,6 +244,10 @@ def reconstruct(
     request.thickness = whole("thickness", thickness)
     if width is not None:
         request.width = whole("width", width)
+    if rows is not None:
+        request.set_rows(whole("rows", rows[0], 0), whole("rows", rows[1]))
+    if halo is not None:
+        request.halo = whole("halo", halo, 0)
     request.interleave = _choose("order", order, {"interleaved": True, "given": False})
     if weight_box is not None:
         if len(weight_box) != 4:
@@ -330,13 +346,13 @@ def _initial(initial: Any, plan: _core.ReconPlan, request: _core.ReconRequest) -
     if is_labelled(initial):
         initial = order(initial, ("z", "y", "x"), "initial")
     shape = check_images(initial, "initial", "z, y, x")
-    if shape != plan.shape:
-        raise ValueError(f"initial: expected shape {plan.shape}, not {shape}")
+    if shape != plan.whole_shape:
+        raise ValueError(f"initial: expected shape {plan.whole_shape}, not {shape}")
     if request.filtered:
         raise ValueError("initial: a weighted back projection starts from nothing")
     if request.align.x_tilt != 0:
         raise ValueError("initial: not with x_tilt, which turns the volume at the end")
-    return reader(initial)
+    return reader(initial, rows=plan.sent if plan.is_part else None)
 
 
 class _Job:
@@ -377,12 +393,18 @@ class _Job:
         label = "Talven: " + self._plan.describe()
         return open_output(out, self._plan.shape, self._pixel_size, label)
 
+    def _reader(self, tilts: ImagesLike) -> Reader:
+        plan = self._plan
+        part = plan.is_part and not plan.aligns
+        return reader(tilts, plan.views, rows=plan.sent if part else None)
+
     def run(self, core: _core.Session, told: Teller | None, is_private: bool) -> Reconstruction:
         plan = self._plan
         job = _core.Reconstruction(core)
-        job.upload(plan, reader(self._series.tilts, plan.views), self._initial, told)
+        job.upload(plan, self._reader(self._series.tilts), self._initial, told)
         job.run(told)
         rfactors, residuals = list(job.rfactors), list(job.view_residuals)
+        sums = np.array(job.rfactor_sums).reshape(len(rfactors), len(residuals), 2)
         method = plan.describe(len(rfactors))
         volume = self._fetch(job, self._output, told, method, rfactors)
         halves = None
@@ -396,13 +418,13 @@ class _Job:
             np.array(rfactors),
             np.array(plan.views),
             np.array(residuals),
+            sums,
         )
 
     def _half(self, job: _core.Reconstruction, i: int, iterations: int, told: Any) -> Any:
         if self._frames:
             plan = self._plan
-            read = reader(self._frames[i], plan.views)
-            job.upload(plan, read, self._initial, told)
+            job.upload(plan, self._reader(self._frames[i]), self._initial, told)
             output = self._open("_a" if i == 0 else "_b")
         else:
             plan = self._plan.half(self._request, i, iterations)
