@@ -79,7 +79,10 @@ void Run(const Case& rCase, int iIterations)
 {
     talven::CSession aSession;
     talven::CPrivateServer aServer;
-    if (!aServer.Start({.iDevices = 2, .strBackend = "host"}, aSession)) Fail(aServer.GetError());
+    talven::PrivateServerOptions aServerOptions;
+    aServerOptions.iDevices = 2;
+    aServerOptions.strBackend = "host";
+    if (!aServer.Start(aServerOptions, aSession)) Fail(aServer.GetError());
     Upload(aSession, rCase);
     const double dBefore = GetPeak(aServer.GetPid());
 
