@@ -43,7 +43,10 @@ bool CCommand::mProbe(const std::string& strPath)
 
 bool CCommand::mCheckSize(const JobSize& rSize)
 {
-    return CheckJobSize(rSize, m_aServerOptions.IsHere(), m_strError);
+    std::string strOfAnyServer;
+    const bool bFits = CheckJobSize(rSize, m_aServerOptions.IsHere(), m_strError);
+    m_bNoMemory = !bFits && CheckJobSize(rSize, false, strOfAnyServer);
+    return bFits;
 }
 
 void CCommand::mReport(const Json& rJson, const std::string& strLine) const

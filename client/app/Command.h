@@ -26,6 +26,9 @@ public:
     /// \return false: GetError() says why, in one line. No output is ever left half written.
     [[nodiscard]] virtual bool Run() = 0;
     const std::string& GetError() const { return m_strError; }
+    /// Whether the same may succeed another time: it was interrupted, a server was not reached or
+    /// lost, or there is not enough memory now.
+    bool MayRetry() const { return m_aReport.IsStopped() || m_aLink.WasLost() || m_bNoMemory; }
     /// How the program was called, for a shell.
     void SetCommandLine(const std::string& strCommand) { m_strCommand = strCommand; }
 
@@ -57,6 +60,7 @@ protected:
     ServerOptions m_aServerOptions;
     CReport m_aReport{m_aReportOptions};
     CServerLink m_aLink;
+    bool m_bNoMemory = false;  // now, for a job that a server would take
     CStopwatch m_aTotal;
     std::string m_strCommand;
     std::string m_strError;

@@ -15,11 +15,12 @@ using namespace talven;
 
 constexpr int g_iFailure = 1;
 constexpr int g_iUsage = 2;
+constexpr int g_iRetry = 75;  // EX_TEMPFAIL of sysexits.h, which engines know
 
-int Complain(const std::string& strError)
+int Complain(const std::string& strError, int iExit = g_iFailure)
 {
     std::fprintf(stderr, "talven: %s\n", strError.c_str());
-    return g_iFailure;
+    return iExit;
 }
 
 /// The line of a file with options that cannot be taken; the file may hold anything.
@@ -61,7 +62,8 @@ int Run(int iArgs, char** ppcArgs)
     const CLI::App& rChosen = *rParser.get_subcommands().front();
     CCommand& rCommand = aProgram.GetCommand(rChosen);
     rCommand.SetCommandLine(QuoteForShell({ppcArgs, std::size_t(iArgs)}));
-    if (!rCommand.Run()) return Complain(rCommand.GetError());
+    if (!rCommand.Run())
+        return Complain(rCommand.GetError(), rCommand.MayRetry() ? g_iRetry : g_iFailure);
     const std::string strOptions = "[" + rChosen.get_name() + "]\n" + rChosen.config_to_str();
     const std::string& rSave = aProgram.GetSavePath();
     std::string strError;

@@ -56,7 +56,8 @@ bool CServerLink::mConnectThere(const std::string& strServer, CMonitor& rMonitor
     std::uint16_t usPort = 0;
     if (!ParseServer(strServer, strHost, usPort))
         return Fail(m_strError, "\"" + strServer + "\" is not HOST:PORT");
-    if (!m_aSession.Open(strHost, usPort, 10s)) return Fail(m_strError, m_aSession.GetError());
+    m_bUnreached = !m_aSession.Open(strHost, usPort, 10s);
+    if (m_bUnreached) return Fail(m_strError, m_aSession.GetError());
     // The first reply comes when the server has finished with the clients before us.
     const CPhase aWaiting(rMonitor, "waiting for the server");
     std::uint64_t ulMemory = 0;

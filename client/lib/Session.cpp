@@ -47,7 +47,7 @@ bool CSession::Open(const std::string& strHost, std::uint16_t usPort,
     m_aPending.clear();
     m_uiSerial = 0;
     m_bServerSerialKnown = m_bSmoothing = false;
-    m_bRefused = false;
+    m_bRefused = m_bLost = false;
     if (!m_aConnection.Connect(strHost, usPort, tTimeout))
     {
         m_strError = m_aConnection.GetError();
@@ -291,7 +291,8 @@ bool CSession::mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest)
     if (!m_aConnection.Recv(std::as_writable_bytes(std::span(rReply.auiFields))))
         return mLost(GetMsgName(rRequest.eMsg));
 
-    if (rReply.GetType() == EMsg::QUIT) return mProtocolError("the server ended the session");
+    m_bLost = rReply.GetType() == EMsg::QUIT;
+    if (m_bLost) return mProtocolError("the server ended the session");
     if (rReply.GetType() != eType || rReply.GetParent() != rRequest.uiSerial)
         return mProtocolError(std::string(GetMsgName(rRequest.eMsg)) + " " +
                               std::to_string(rRequest.uiSerial) + " was answered by message type " +
@@ -374,6 +375,7 @@ bool CSession::mRefuse(const Pending& rRequest)
 
 bool CSession::mLost(const std::string& strWhat)
 {
+    m_bLost = true;
     m_strError = strWhat + ": " + m_aConnection.GetError();
     m_aPending.clear();
     return false;

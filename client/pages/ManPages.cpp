@@ -21,7 +21,10 @@ constexpr const char* g_pcEnvironment =
 constexpr const char* g_pcExitStatus =
     ".TP\n.B 0\nDone.\n"
     ".TP\n.B 1\nFailed; one line on standard error says why.\n"
-    ".TP\n.B 2\nWrong usage.\n";
+    ".TP\n.B 2\nWrong usage.\n"
+    ".TP\n.B 75\nFailed, but the same may succeed another time: it was interrupted, a server was "
+    "not "
+    "reached or lost, or there is not enough memory now.\n";
 
 /// A section that begins with a paragraph needs no mark of one.
 std::string Section(const std::string& strName, std::string strBody)

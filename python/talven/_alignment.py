@@ -29,6 +29,8 @@ class Alignment:
     tilt_axis : float
         From the +Y axis of the raw views, degrees, counterclockwise with X right and Y up; NaN
         where it is not known.
+    tilt_axis_uncertainty : float
+        Standard deviation by the scatter of what was tried, degrees; NaN: not known.
     left_out : list of int
         Views that do not look like the others, counted from 0.
     correlations : ndarray (view,)

@@ -157,8 +157,8 @@ def reconstruct(
     thickness : int
         Of the volume along z, voxels.
     method : {'sart', 'em', 'wbp', 'bp'}
-        SART (Andersen & Kak, Ultrasonic Imaging 6, 1984), expectation maximisation, weighted
-        (filtered) or plain back projection.
+        SART (Andersen & Kak, Ultrasonic Imaging 6, 1984), expectation maximisation (of projections
+        that are not negative), weighted (filtered) or plain back projection.
     iterations : int
         Of SART or EM.
     subsets : int or sequence of int, optional
@@ -219,8 +219,9 @@ def reconstruct(
     server : str or Session, optional
         ``"host:port"``; default: a private server on all devices of this machine.
     progress : bool or callable, optional
-        True: a bar, by tqdm. A function gets a `Progress`; when it returns False, SART ends with
-        the iteration at work and keeps its volume, and anything else raises `Error`.
+        True: a bar, by tqdm. A function gets a `Progress`, of iterations after pieces of about 3
+        seconds; when it returns False, SART ends with the piece at work and keeps its volume, and
+        anything else raises `Error`.
 
     Returns
     -------

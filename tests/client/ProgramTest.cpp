@@ -215,7 +215,7 @@ TEST_F(ClientProgram, WhatCannotWorkIsRefusedInOneLine)
         {2, "--config: cannot take \"reconstruct.thicknes\"", strR, "--config bad.toml"},
         {2, "--config: cannot take \"", strR, "--config ph.mrc"},
         {2, "no.toml", strR, "--config no.toml"},
-        {1, "cannot reach a server at 127.0.0.1:1", strR, "--server 127.0.0.1:1"},
+        {75, "cannot reach a server at 127.0.0.1:1", strR, "--server 127.0.0.1:1"},
         {1, "--include: view 42, but the stack has 41", strR, "--include 42"},
         {1, "--exclude: no view is left", strR, "--exclude 1-41"},
         {1, "--subsets: 42 subsets of 41", strR, "--subsets 42"},

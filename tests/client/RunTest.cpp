@@ -41,7 +41,7 @@ TEST_F(ClientRun, AnInterruptOrADeadServerLeavesNothing)
         if (iCase == 2)
             EXPECT_EQ(mWait(iClient), 128 + SIGKILL);
         else
-            mExpectFailure(iClient, iCase == 0 ? "interrupted" : "server ended with signal 9");
+            mExpectFailure(iClient, iCase == 0 ? "interrupted" : "server ended with signal 9", 75);
         EXPECT_EQ(poll(&aServerEnds, 1, 10'000), 1) << "the server lives";
         EXPECT_EQ(std::filesystem::is_empty(m_aDir / "tmp"), iCase != 2);
         close(aServerEnds.fd);

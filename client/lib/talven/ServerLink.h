@@ -39,6 +39,8 @@ public:
     std::string GetServerInfo() const { return m_aServer.GetServerInfo(); }
     /// Why the last operation of the session failed, with what the server said about it.
     std::string Explain() const;
+    /// Whether a server was not reached or lost: it may do another time.
+    bool WasLost() const { return m_bUnreached || m_aSession.WasLost(); }
     /// Why there is no connection.
     const std::string& GetError() const { return m_strError; }
 
@@ -47,7 +49,7 @@ private:
 
     CPrivateServer m_aServer;  // outlives the session
     CSession m_aSession;
-    bool m_bPrivate = false;
+    bool m_bPrivate = false, m_bUnreached = false;
     std::string m_strError;
 };
 

@@ -141,6 +141,8 @@ public:
     [[nodiscard]] bool Flush();
 
     bool WasRefused() const { return m_bRefused; }
+    /// Whether the connection broke or the server ended it; another time may do.
+    bool WasLost() const { return m_bLost; }
     bool WasInterrupted() const { return m_aConnection.WasInterrupted(); }
     const std::string& GetError() const { return m_strError; }
 
@@ -184,7 +186,7 @@ private:
     std::uint32_t m_uiServerSerial = 0;
     bool m_bServerSerialKnown = false;
     bool m_bSmoothing = false;
-    bool m_bRefused = false;
+    bool m_bRefused = false, m_bLost = false;
     std::vector<std::uint32_t> m_vuiRanges;  // first and one past the last column of every row
     std::string m_strError;
 };
