@@ -89,7 +89,7 @@ bool CHalves::mMakeFrames(const ReconPlan& rPlan, int iHalf, int iIterations,
     rHalf = rPlan;
     rHalf.dStopGain = rHalf.iCheckpoint = 0;
     if (iIterations > 0) rHalf.aOptions = rPlan.GetIterations(0, iIterations);
-    const ImageSource Views = m_rSeries.GetViewsOf(*m_apStacks[std::size_t(iHalf)], rPlan.viViews);
+    const ImageSource Views = m_rSeries.GetViewsOf(*m_apStacks[std::size_t(iHalf)], rHalf);
     return mCheck(m_rJob.Upload(rHalf, Views, rInitial) && m_rJob.Run(), m_rJob);
 }
 

@@ -1,6 +1,8 @@
 #include "Options.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdio>
 
 #include "Lists.h"
 #include "talven/Text.h"
@@ -37,6 +39,27 @@ bool ParseBox(const std::string& strText, std::optional<WeightBox>& rBox, std::s
     const auto At = [&vdBox](std::size_t i) { return static_cast<float>(vdBox[i]); };
     rBox = {At(0), At(1), At(2), At(3)};
     return true;
+}
+
+bool ParseRows(const std::string& strText, std::optional<RowRange>& rRows, std::string& rError)
+{
+    RowRange aRows;
+    int iRead = 0;
+    if (std::sscanf(strText.c_str(), "%9d:%9d%n", &aRows.iFirst, &aRows.iEnd, &iRead) != 2 ||
+        std::size_t(iRead) != strText.size() || aRows.iFirst < 0 || aRows.iEnd <= aRows.iFirst)
+        return Fail(rError, "expected A:B, such as 0:128, found \"" + Show(strText) + "\"");
+    rRows = aRows;
+    return true;
+}
+
+bool ParseHalo(const std::string& strText, int& rHalo, std::string& rError)
+{
+    const char* pcEnd = strText.data() + strText.size();
+    const auto [pcStop, eError] = std::from_chars(strText.data(), pcEnd, rHalo);
+    if (eError == std::errc() && pcStop == pcEnd && rHalo >= 0) return true;
+    rHalo = -1;
+    return strText == "auto" ||
+           Fail(rError, "expected auto or a number of rows, found \"" + Show(strText) + "\"");
 }
 
 void AddSubsets(CLI::App& rApp, ReconRequest& rRequest)
@@ -231,6 +254,18 @@ void AddMethod(CLI::App& rApp, ReconRequest& rRequest, std::string& rInitial)
                     "Write the volume so far after every N iterations of sart")
         ->check(CLI::PositiveNumber)
         ->type_name("N");
+    AddParsed(
+        rApp, "--rows", "A:B",
+        [&rRequest](const std::string& strText, std::string& rError)
+        { return ParseRows(strText, rRequest.aRows, rError); },
+        "Rows A to B - 1 of the volume along Y, from 0: a part that equals the same rows of the "
+        "whole");
+    AddParsed(
+        rApp, "--halo", "auto|N",
+        [&rRequest](const std::string& strText, std::string& rError)
+        { return ParseHalo(strText, rRequest.iHalo, rError); },
+        "Rows made beside those of --rows, for --smooth; auto: as many as it takes")
+        ->default_str("auto");
     AddFile(rApp, "--initial-volume", rInitial, "Start from this volume instead of zeros");
     AddViews(rApp, rRequest);
     rApp.option_defaults()->group("Options");

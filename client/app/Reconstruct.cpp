@@ -32,10 +32,12 @@ public:
 
 private:
     bool mMakePlan();
+    bool mSuggestParts();
     bool mAlign();
     bool mOpenFiles();
     bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
     bool mUpload();
+    ImageSource mReadInitial();
     bool mCompute();
     bool mWriteVolume();
     bool mWriteRfactors();
@@ -45,6 +47,7 @@ private:
     bool mWantsViews() const { return !m_strReport.empty() || m_aReportOptions.bJson; }
     void mSummarise();
     Json mMakeJson() const;
+    Json mListSums() const;
     Json mListSuspects() const;
     bool mFillPage();
     bool mWritePage();
@@ -140,7 +143,23 @@ bool CReconstructCommand::mMakePlan()
     if (m_aPlan.dTiltX != 0 && !m_strInitial.empty())
         return mFail("--initial-volume: not with --x-tilt, which turns the volume at the end");
     if (!CheckForm(m_aForm, m_aPlan.GetResultSize(), strError)) return mFail("--" + strError);
-    return mCheck(m_aHalves.Check(m_aRequest, m_aPlan), m_aHalves) && mCheckSize(m_aPlan.aSize);
+    return mCheck(m_aHalves.Check(m_aRequest, m_aPlan), m_aHalves) &&
+           (mCheckSize(m_aPlan.aSize) || mSuggestParts());
+}
+
+/// What is too large as a whole may do in parts.
+bool CReconstructCommand::mSuggestParts()
+{
+    JobSize aPart = m_aPlan.aSize;
+    std::string strError;
+    while (aPart.iProjY > 1)
+    {
+        aPart.iProjY = (aPart.iProjY + 1) / 2;
+        if (CheckJobSize(aPart, m_aServerOptions.IsHere(), strError))
+            return mFail(m_strError +
+                         Format("; it can be made in parts: --rows 0:%d and so on", aPart.iProjY));
+    }
+    return false;
 }
 
 /// Turns raw views into views with maps, before anything else is planned.
@@ -188,19 +207,18 @@ bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& 
     if (strPath.empty()) return true;
     if (!mCheck(rReader.Open(strPath), rReader)) return false;
     const MrcHeader& rHeader = rReader.GetHeader();
-    const JobSize rSize = m_aPlan.GetResultSize();
-    if (rHeader.iX == rSize.iVolX && rHeader.iY == rSize.iProjY && rHeader.iZ == rSize.iVolZ)
-        return true;
+    const JobSize aSize = m_aPlan.GetResultSize();
+    const int iRows = m_aPlan.iAllRows;  // of a part, the file of the whole
+    if (rHeader.iX == aSize.iVolX && rHeader.iY == iRows && rHeader.iZ == aSize.iVolZ) return true;
     return mFail(Format("%s is %d x %d x %d, the volume is %d x %d x %d", strPath.c_str(),
-                        rHeader.iX, rHeader.iY, rHeader.iZ, rSize.iVolX, rSize.iProjY,
-                        rSize.iVolZ));
+                        rHeader.iX, rHeader.iY, rHeader.iZ, aSize.iVolX, iRows, aSize.iVolZ));
 }
 
 bool CReconstructCommand::mMakeHalves()
 {
-    const ImageSource Initial = m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial);
-    return mCheck(m_aHalves.Make(m_aRequest, m_aPlan, mGetIterations(), m_strOutput, Initial),
-                  m_aHalves);
+    return mCheck(
+        m_aHalves.Make(m_aRequest, m_aPlan, mGetIterations(), m_strOutput, mReadInitial()),
+        m_aHalves);
 }
 
 std::string CReconstructCommand::mDescribe() const
@@ -220,12 +238,17 @@ std::string CReconstructCommand::mDescribe() const
 bool CReconstructCommand::mUpload()
 {
     const CStopwatch aWatch;
-    ImageSource Views = m_aSeries.GetViews(m_aPlan.viViews);
+    ImageSource Views = m_aSeries.GetViews(m_aPlan);
     if (mWantsViews()) Views = Measure(Views, m_aPixels);
-    const bool bDone =
-        m_aJob.Upload(m_aPlan, Views, m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial));
+    const bool bDone = m_aJob.Upload(m_aPlan, Views, mReadInitial());
     m_dUpload = aWatch.GetSeconds();
     return mCheck(bDone, m_aJob);
+}
+
+/// The rows of the volume to start from that the server gets.
+ImageSource CReconstructCommand::mReadInitial()
+{
+    return m_strInitial.empty() ? ImageSource() : ReadFrom(m_aInitial, {}, m_aPlan.aSent);
 }
 
 bool CReconstructCommand::mCompute()
@@ -245,8 +268,9 @@ bool CReconstructCommand::mCompute()
 bool CReconstructCommand::mWriteVolume()
 {
     const CStopwatch aWatch;
-    std::vector<float> vfReference(m_aReference.GetHeader().GetSectionPixels());
-    const ImageSource ReadReference = ReadFrom(m_aReference);
+    const ImageSize aSlice = {m_aReference.GetHeader().iX, m_aPlan.aRows.GetCount()};
+    std::vector<float> vfReference(aSlice.GetPixels());
+    const ImageSource ReadReference = ReadFrom(m_aReference, {}, m_aPlan.aRows);
     const auto Look = [&](int iZ, std::span<const float> fSlice, std::string& rError)
     {
         if (m_aViews) m_aViews->Add(iZ, fSlice);
@@ -308,6 +332,8 @@ Json CReconstructCommand::mMakeJson() const
     aJson["volume"] = {{"file", m_strOutput},   {"size", {rHeader.iX, rHeader.iY, rHeader.iZ}},
                        {"min", rHeader.fMin},   {"max", rHeader.fMax},
                        {"mean", rHeader.fMean}, {"rms", rHeader.fRms}};
+    aJson["rows"] = {m_aPlan.aRows.iFirst, m_aPlan.aRows.iEnd};
+    aJson["halo"] = m_aPlan.GetHalo();
     aJson["method"] = GetMethodName(m_aRequest);
     if (!m_aJob.GetRfactors().empty())
     {
@@ -315,6 +341,7 @@ Json CReconstructCommand::mMakeJson() const
         aJson["subset_sizes"] = m_aPlan.aOptions.vuiSetSizes;
         aJson["rfactors"] = m_aJob.GetRfactors();
         aJson["view_residuals"] = m_aJob.GetViewResiduals();
+        aJson["rfactor_sums"] = mListSums();
     }
     if (m_bAlign) aJson["align"] = m_aAligning.MakeJson();
     aJson["suspect_views"] = mListSuspects();
@@ -330,6 +357,19 @@ Json CReconstructCommand::mMakeJson() const
                               {"correlation", m_aAgreement.GetCorrelation()},
                               {"relative_rms_error", m_aAgreement.GetRelativeError()}};
     return aJson;
+}
+
+/// [iteration][view]: sum of |measured - reprojected|, sum of |measured|.
+Json CReconstructCommand::mListSums() const
+{
+    Json aIterations = Json::array();
+    for (const std::vector<RfactorSums>& rViews : m_aJob.GetSums())
+    {
+        Json aViews = Json::array();
+        for (const RfactorSums& rSums : rViews) aViews.push_back({rSums.fDifference, rSums.fRaw});
+        aIterations.push_back(std::move(aViews));
+    }
+    return aIterations;
 }
 
 Json CReconstructCommand::mListSuspects() const

@@ -29,7 +29,15 @@ bool CSeries::Open()
            m_aXray.Open(*m_pStack, GetAngles(), *m_pRequest, m_strError);
 }
 
-ImageSource CSeries::GetViewsOf(CImageStack& rStack, std::span<const int> iViews) const
+ImageSource CSeries::GetViewsOf(CImageStack& rStack, const ReconPlan& rPlan) const
+{
+    if (!rPlan.IsPart() || !rPlan.aAlignment.IsNone()) return mGetViews(rStack, rPlan.viViews);
+    if (m_aXray.IsNone() && !m_aFiles.IsDoseWeighted())
+        return ReadFrom(rStack, rPlan.viViews, rPlan.aSent);
+    return CutRows(mGetViews(rStack, rPlan.viViews), GetSize(), rPlan.aSent);
+}
+
+ImageSource CSeries::mGetViews(CImageStack& rStack, std::span<const int> iViews) const
 {
     ImageSource Views = m_aXray.Correct(ReadFrom(rStack, iViews));
     if (!m_aFiles.IsDoseWeighted()) return Views;

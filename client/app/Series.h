@@ -39,14 +39,18 @@ public:
     /// What is done to X-ray views.
     const CXrayViews& GetXray() const { return m_aXray; }
 
-    /// Image i is view iViews[i], corrected and weighed as the options ask. Borrows both.
-    ImageSource GetViews(std::span<const int> iViews) { return GetViewsOf(*m_pStack, iViews); }
+    /// Image i is view iViews[i], corrected and weighed as the options ask. Borrows the numbers.
+    ImageSource GetViews(std::span<const int> iViews) { return mGetViews(*m_pStack, iViews); }
+    /// What a plan wants of them: whole raw views, or rows of aligned ones. Borrows the plan.
+    ImageSource GetViews(const ReconPlan& rPlan) { return GetViewsOf(*m_pStack, rPlan); }
     /// The same of another stack of the same views.
-    ImageSource GetViewsOf(CImageStack& rStack, std::span<const int> iViews) const;
+    ImageSource GetViewsOf(CImageStack& rStack, const ReconPlan& rPlan) const;
 
     const std::string& GetError() const { return m_strError; }
 
 private:
+    ImageSource mGetViews(CImageStack& rStack, std::span<const int> iViews) const;
+
     std::string m_strTilts, m_strXf;
     ReconRequest* m_pRequest = nullptr;
     std::unique_ptr<CImageStack> m_pStack;

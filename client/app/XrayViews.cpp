@@ -88,7 +88,7 @@ bool CXrayViews::mFindCentre(CImageStack& rSeries, std::span<const float> fAngle
 
 ImageSource CXrayViews::Correct(ImageSource Views) const
 {
-    return m_aFlatField.IsNone() ? Views : m_aFlatField.Correct(std::move(Views));
+    return IsNone() ? Views : m_aFlatField.Correct(std::move(Views));
 }
 
 std::string CXrayViews::Describe() const

@@ -27,6 +27,8 @@ public:
 
     /// Corrects what this source gives. Borrows this object.
     ImageSource Correct(ImageSource Views) const;
+    /// Whether that leaves them as they are.
+    bool IsNone() const { return m_aFlatField.IsNone(); }
 
     /// What was read and found, " (dark: 5 frames)"; empty: nothing.
     std::string Describe() const;

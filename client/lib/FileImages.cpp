@@ -14,6 +14,15 @@ ImageSource ReadFrom(CImageStack& rFile, std::span<const int> iSections)
     };
 }
 
+ImageSource ReadFrom(CImageStack& rFile, std::span<const int> iSections, const RowRange& rRows)
+{
+    return [&rFile, iSections, rRows](int iIndex, std::span<float> fPixels, std::string& rError)
+    {
+        const int iSection = iSections.empty() ? iIndex : iSections[std::size_t(iIndex)];
+        return rFile.ReadRows(iSection, rRows.iFirst, fPixels) || Fail(rError, rFile.GetError());
+    };
+}
+
 ImageSink WriteTo(CMrcWriter& rFile)
 {
     return [&rFile](int, std::span<const float> fPixels, std::string& rError)

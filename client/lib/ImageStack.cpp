@@ -48,7 +48,26 @@ bool CImageStack::ReadSection(int iZ, std::span<float> fPixels)
     if (iZ < 0 || iZ >= m_iSections || fPixels.size() != m_aSize.GetPixels())
         return mFail("no section " + std::to_string(iZ + 1) + " of " +
                      std::to_string(fPixels.size()) + " pixels");
-    return mRead(iZ, fPixels) && mCheckFinite(iZ, fPixels);
+    return mRead(iZ, fPixels) && mCheckFinite(iZ, 0, fPixels);
+}
+
+bool CImageStack::ReadRows(int iZ, int iY, std::span<float> fPixels)
+{
+    const auto tX = std::size_t(m_aSize.iX), tRows = fPixels.size() / tX;
+    if (iZ < 0 || iZ >= m_iSections || fPixels.size() % tX != 0 || iY < 0 ||
+        tRows > std::size_t(m_aSize.iY) || std::size_t(iY) > std::size_t(m_aSize.iY) - tRows)
+        return mFail("no " + std::to_string(tRows) + " rows from row " + std::to_string(iY + 1) +
+                     " of section " + std::to_string(iZ + 1));
+    return mReadRows(iZ, iY, fPixels) && mCheckFinite(iZ, iY, fPixels);
+}
+
+bool CImageStack::mReadRows(int iZ, int iY, std::span<float> fPixels)
+{
+    std::vector<float> vfWhole(m_aSize.GetPixels());
+    if (!mRead(iZ, vfWhole)) return false;
+    const auto pFirst = vfWhole.begin() + std::ptrdiff_t(iY) * m_aSize.iX;
+    std::copy_n(pFirst, fPixels.size(), fPixels.begin());
+    return true;
 }
 
 bool CImageStack::ReadAngles(std::vector<float>& rAngles)
@@ -80,7 +99,7 @@ void CImageStack::mTurnRows(std::span<float> fPixels) const
         std::ranges::swap_ranges(fPixels.subspan(tLow, tX), fPixels.subspan(tHigh, tX));
 }
 
-bool CImageStack::mCheckFinite(int iZ, std::span<const float> fPixels)
+bool CImageStack::mCheckFinite(int iZ, int iY, std::span<const float> fPixels)
 {
     // All exponent bits set: infinite or not a number. As integers, so that the loop is vectorised.
     constexpr std::uint32_t uiExponentBits = 0x7F800000;
@@ -92,7 +111,7 @@ bool CImageStack::mCheckFinite(int iZ, std::span<const float> fPixels)
         if (!std::isfinite(fPixels[i]))
             return mFail("section " + std::to_string(iZ + 1) + ", column " +
                          std::to_string(i % std::size_t(m_aSize.iX) + 1) + ", row " +
-                         std::to_string(i / std::size_t(m_aSize.iX) + 1) +
+                         std::to_string(std::size_t(iY) + i / std::size_t(m_aSize.iX) + 1) +
                          " is not a finite number");
     return true;
 }

@@ -83,10 +83,13 @@ bool CMrcReader::Open(const std::string& strPath)
     return true;
 }
 
-bool CMrcReader::mRead(int iZ, std::span<float> fPixels)
+bool CMrcReader::mReadRows(int iZ, int iY, std::span<float> fPixels)
 {
-    const std::size_t tBytes = fPixels.size() * static_cast<std::size_t>(m_aHeader.GetPixelBytes());
-    const std::uint64_t ulOffset = m_aHeader.GetDataOffset() + std::uint64_t(iZ) * tBytes;
+    const auto tPixelBytes = static_cast<std::size_t>(m_aHeader.GetPixelBytes());
+    const std::size_t tBytes = fPixels.size() * tPixelBytes;
+    const std::uint64_t ulPixels = std::uint64_t(iZ) * m_aHeader.GetSectionPixels() +
+                                   std::uint64_t(iY) * std::uint64_t(m_aHeader.iX);
+    const std::uint64_t ulOffset = m_aHeader.GetDataOffset() + ulPixels * tPixelBytes;
 
     if (m_aHeader.eMode == EMrcMode::eFloat32)
     {
@@ -95,8 +98,8 @@ bool CMrcReader::mRead(int iZ, std::span<float> fPixels)
             for (float& rPixel : fPixels) rPixel = Swapped(rPixel);
         return true;
     }
-    m_vcSection.resize(tBytes);
-    if (!mReadAt(ulOffset, m_vcSection)) return false;
+    m_vcStored.resize(tBytes);
+    if (!mReadAt(ulOffset, m_vcStored)) return false;
     mConvert(fPixels);
     return true;
 }
@@ -104,7 +107,7 @@ bool CMrcReader::mRead(int iZ, std::span<float> fPixels)
 void CMrcReader::mConvert(std::span<float> fPixels) const
 {
     const auto ToFloat = [](auto tValue) { return static_cast<float>(tValue); };
-    const std::byte* pcStored = m_vcSection.data();
+    const std::byte* pcStored = m_vcStored.data();
     const bool bSwap = m_aHeader.bSwap;
     if (m_aHeader.eMode == EMrcMode::eInt16)
         ConvertAll<std::int16_t>(pcStored, bSwap, fPixels, ToFloat);

@@ -126,6 +126,29 @@ bool ChooseBox(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rErr
     return Fail(rError, "weight-box: the half sizes must be above 0");
 }
 
+/// Rows depend on each other by smoothing alone: by half a kernel, each time.
+bool ChooseRows(const ReconRequest& rRequest, ReconPlan& rPlan, std::string& rError)
+{
+    rPlan.iAllRows = rPlan.aAlignment.aAligned.iY;
+    rPlan.aRows = rPlan.aSent = {0, rPlan.iAllRows};
+    if (!rRequest.aRows)
+        return rRequest.iHalo < 0 || Fail(rError, "halo: is for some rows, see rows");
+    const RowRange& rRows = *rRequest.aRows;
+    if (rRows.iFirst < 0 || rRows.iEnd <= rRows.iFirst || rRows.iEnd > rPlan.iAllRows)
+        return Fail(rError, Format("rows: %d:%d, but the views have rows 0:%d", rRows.iFirst,
+                                   rRows.iEnd, rPlan.iAllRows));
+    if (rRequest.aAlign.dTiltX != 0)
+        return Fail(rError, "rows: not with x-tilt, which mixes all of them");
+    std::int64_t lHalo = rRequest.iHalo;
+    if (lHalo < 0 && rPlan.iSmoothInterval > 0)
+        lHalo = std::int64_t(rPlan.aSmoothKernel.iSize / 2) *
+                (rRequest.iIterations / rPlan.iSmoothInterval);
+    const int iHalo = static_cast<int>(std::clamp<std::int64_t>(lHalo, 0, rPlan.iAllRows));
+    rPlan.aRows = rRows;
+    rPlan.aSent = {std::max(0, rRows.iFirst - iHalo), std::min(rPlan.iAllRows, rRows.iEnd + iHalo)};
+    return true;
+}
+
 }  // namespace
 
 std::vector<int> SelectViews(const ReconRequest& rRequest, int iViews)
@@ -157,11 +180,12 @@ bool MakeReconPlan(const ReconRequest& rRequest, const ImageSize& rRaw,
     if (!ChooseViews(rRequest, fAngles, rPlan, rError) ||
         !ChooseAlignment(rRequest, rRaw, fAngles.size(), rPlan, rError) ||
         !ChooseMethod(rRequest, rPlan, rError) || !ChooseSmoothing(rRequest, rPlan, rError) ||
-        !ChooseStops(rRequest, rPlan, rError) || !ChooseBox(rRequest, rPlan, rError))
+        !ChooseStops(rRequest, rPlan, rError) || !ChooseBox(rRequest, rPlan, rError) ||
+        !ChooseRows(rRequest, rPlan, rError))
         return false;
     const ImageSize& rAligned = rPlan.aAlignment.aAligned;
     rPlan.aSize = {rAligned.iX,
-                   rAligned.iY,
+                   rPlan.aSent.GetCount(),
                    static_cast<int>(rPlan.viViews.size()),
                    rRequest.iWidth > 0 ? rRequest.iWidth : rAligned.iX,
                    CVolumeTilt::GetSlices(rRequest.iThickness, rRequest.aAlign.dTiltX),
@@ -208,7 +232,13 @@ JobSize ReconPlan::GetResultSize() const
 {
     JobSize aResult = aSize;
     aResult.iVolZ = iThickness;
+    aResult.iProjY = aRows.GetCount();
     return aResult;
+}
+
+int ReconPlan::GetHalo() const
+{
+    return std::max(aRows.iFirst - aSent.iFirst, aSent.iEnd - aRows.iEnd);
 }
 
 ReconOptions ReconPlan::GetIterations(int iFirst, int iCount) const

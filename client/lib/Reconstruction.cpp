@@ -24,6 +24,7 @@ bool CReconstruction::Run(const Checkpoint& rCheckpoint)
 {
     m_vdRfactors.clear();
     m_vdViewResiduals.clear();
+    m_aSums.clear();
     if (m_aPlan.aOptions.eMethod == EMethod::eSart)
     {
         mGetMonitor().SetKeeping(true);
@@ -51,22 +52,25 @@ bool CReconstruction::mRunPiece(int iFirst, int iCount)
         for (std::size_t t = 0; t < aSums.size() && m_aPlan.bUnconstrained; ++t)
             aSums[t].fRaw = m_vfMeasured[m_aPlan.vuiOrder[t]];
         m_vdRfactors.push_back(CalcRfactor(aSums));
+        mNoteSums(aSums);
     }
-    mNoteViewResiduals(aSums);
     return true;
 }
 
 /// \param aSums  of the views in the plan's order
-void CReconstruction::mNoteViewResiduals(std::span<const RfactorSums> aSums)
+void CReconstruction::mNoteSums(std::span<const RfactorSums> aSums)
 {
     // The order counts the views of the server's stack; a half plan has some of them, in turn.
     std::vector<std::uint32_t> vuiViews = m_aPlan.vuiOrder;
     std::sort(vuiViews.begin(), vuiViews.end());
     m_vdViewResiduals.assign(vuiViews.size(), std::numeric_limits<double>::quiet_NaN());
+    m_aSums.emplace_back(vuiViews.size());
     for (std::size_t i = 0; i < std::min(aSums.size(), vuiViews.size()); ++i)
     {
         const auto pView = std::lower_bound(vuiViews.begin(), vuiViews.end(), m_aPlan.vuiOrder[i]);
-        m_vdViewResiduals[std::size_t(pView - vuiViews.begin())] = CalcRfactor(aSums.subspan(i, 1));
+        const auto tView = std::size_t(pView - vuiViews.begin());
+        m_vdViewResiduals[tView] = CalcRfactor(aSums.subspan(i, 1));
+        m_aSums.back()[tView] = aSums[i];
     }
 }
 
@@ -113,7 +117,11 @@ bool CReconstruction::Download(const ImageSink& rSlices)
     CVolumeTilt aTilt(m_aPlan.dTiltX, rSize, m_aPlan.iThickness);
     const ImageSink LayFlat = [&](int i, std::span<const float> fSlice, std::string& rError)
     { return aTilt.Take(i, fSlice, rSlices, rError); };
-    const ImageSink& rWhole = m_aPlan.dTiltX != 0 ? LayFlat : rSlices;
+    const RowRange aCore = {m_aPlan.aRows.iFirst - m_aPlan.aSent.iFirst,
+                            m_aPlan.aRows.iEnd - m_aPlan.aSent.iFirst};
+    const ImageSink Core = [&](int i, std::span<const float> fSlice, std::string& rError)
+    { return rSlices(i, aCore.Of(fSlice, rSize.iVolX), rError); };
+    const ImageSink& rWhole = m_aPlan.dTiltX != 0 ? LayFlat : Core;
     std::vector<float> vfSlice(ImageSize{rSize.iVolX, rSize.iProjY}.GetPixels());
     m_ulCut = 0;
     const ImageSink TakeLifted = [&](int i, std::span<const float> fSlice, std::string& rError)

@@ -11,8 +11,8 @@ bool CReconstruction::Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
 {
     m_aPlan = rPlan;
     m_fLift = 0;
-    return (!m_aPlan.bUnconstrained || mProjectOnes()) && mSendPlan() && mUploadViews(rProjs) &&
-           (!m_aPlan.aFilter || mFilterViews()) &&
+    return (!m_aPlan.bUnconstrained || mProjectOnes()) && mAlignRows(rProjs) && mSendPlan() &&
+           mUploadViews(rProjs) && (!m_aPlan.aFilter || mFilterViews()) &&
            (!m_aPlan.bUnconstrained || mLiftViews(rInitial)) && mUploadVolume(rInitial);
 }
 
@@ -60,9 +60,60 @@ bool CReconstruction::mUploadVolume(const ImageSource& rInitial)
 bool CReconstruction::mUploadViews(const ImageSource& rViews)
 {
     const JobSize& rSize = m_aPlan.aSize;
-    if (!m_aPlan.aAlignment.IsNone()) return mSendAligned(rViews);
-    return mUpload(EImages::eProjections, rSize.iProjs,
-                   ImageSize{rSize.iProjX, rSize.iProjY}.GetPixels(), rViews);
+    const bool bAligned = !m_aPlan.aAlignment.IsNone();
+    if (bAligned && !m_aPlan.IsPart()) return mSendAligned(rViews);
+    const std::size_t tPixels = ImageSize{rSize.iProjX, rSize.iProjY}.GetPixels();
+    const ImageSource Aligned = [&](int i, std::span<float> fPixels, std::string&)
+    {
+        std::copy_n(m_vfAligned.begin() + std::ptrdiff_t(tPixels) * i, tPixels, fPixels.begin());
+        return true;
+    };
+    const bool bDone =
+        mUpload(EImages::eProjections, rSize.iProjs, tPixels, bAligned ? Aligned : rViews);
+    m_vfAligned = {};
+    return bDone;
+}
+
+/// Raw rows from the first that the rows of an aligned view are interpolated from.
+int CReconstruction::mCountRawRows(const Affine& rMap) const
+{
+    const ViewAlignment& rAlignment = m_aPlan.aAlignment;
+    double dLast = 0;
+    for (const int iX : {0, rAlignment.aAligned.iX - 1})
+        for (const int iY : {m_aPlan.aSent.iFirst, m_aPlan.aSent.iEnd - 1})
+            dLast = std::max(dLast, double(rMap[2]) * iX + double(rMap[3]) * iY + double(rMap[5]));
+    return static_cast<int>(std::min(dLast + 3, double(rAlignment.aBinned.iY)));
+}
+
+/// Aligns whole views and keeps the rows that are wanted: only so are they the same bits as those
+/// of a job with all rows. The server gets of each view what these rows need.
+bool CReconstruction::mAlignRows(const ImageSource& rViews)
+{
+    const ViewAlignment& rAlignment = m_aPlan.aAlignment;
+    m_vfAligned.clear();
+    if (rAlignment.IsNone() || !m_aPlan.IsPart()) return true;
+    const ImageSize &rBinned = rAlignment.aBinned, &rAligned = rAlignment.aAligned;
+    CSession& rSession = mGetSession();
+    std::vector<float> vfBinned(rBinned.GetPixels());
+    const CSession::Sink Keep = [&](int, std::span<const float> fAligned)
+    {
+        const std::span<const float> fRows = m_aPlan.aSent.Of(fAligned, rAligned.iX);
+        m_vfAligned.insert(m_vfAligned.end(), fRows.begin(), fRows.end());
+        return true;
+    };
+    const ImageSink AlignOne = [&](int i, std::span<const float> fRaw, std::string&)
+    {
+        const Affine& rMap = rAlignment.aMaps[std::size_t(i)];
+        BinImage(fRaw, rAlignment.aRaw, rAlignment.iBin, vfBinned);
+        const std::span<const float> fSent(
+            vfBinned.data(), std::size_t(mCountRawRows(rMap)) * std::size_t(rBinned.iX));
+        return mServer(rSession.SetMeasured(0, fSent) && rSession.Transform(0, 0, rMap, {}) &&
+                       rSession.GetProjection(0, rAligned.GetPixels(), Keep));
+    };
+    const float fNoTilt = 0;
+    return mServer(rSession.SetStackSize(rAligned.iX, rAligned.iY, std::span(&fNoTilt, 1)) &&
+                   rSession.SetMeasuredSize(rBinned.iX, rBinned.iY, 1)) &&
+           mSendEach(m_aPlan.aSize.iProjs, rAlignment.aRaw.GetPixels(), rViews, AlignOne);
 }
 
 /// The server maps the views onto its stack, one after the other.

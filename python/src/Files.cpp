@@ -31,17 +31,17 @@ void Check(bool bDone, const std::string& strError)
     if (!bDone) Raise("OSError", strError);
 }
 
-void Read(CImageStack& rStack, int iSection, const Image& rImage)
+/// The rows from iFirst on that the image has room for.
+void Read(CImageStack& rStack, int iSection, int iFirst, const Image& rImage)
 {
     if (iSection < 0 || iSection >= rStack.GetSections()) Raise("IndexError", "no such image");
-    if (rImage.shape(0) != std::size_t(rStack.GetSize().iY) ||
-        rImage.shape(1) != std::size_t(rStack.GetSize().iX))
-        Raise("ValueError", "the image has another shape");
+    if (rImage.shape(1) != std::size_t(rStack.GetSize().iX))
+        Raise("ValueError", "the image has another width");
     bool bDone = false;
     {
         const nb::gil_scoped_release aFree;
         const std::span<float> fPixels(rImage.data(), rImage.size());
-        bDone = rStack.ReadSection(iSection, fPixels);
+        bDone = rStack.ReadRows(iSection, iFirst, fPixels);
         MarkNan(fPixels);
     }
     Check(bDone, rStack.GetError());
@@ -63,7 +63,7 @@ void BindStack(nb::module_& m)
         .def_prop_ro("shape", [](const CImageStack& r)
                      { return std::tuple(r.GetSections(), r.GetSize().iY, r.GetSize().iX); })
         .def_prop_ro("pixel_size", &CImageStack::GetPixel)
-        .def("read", Read, "section"_a, "out"_a)
+        .def("read", Read, "section"_a, "first_row"_a, "out"_a)
         .def("angles", ReadAnglesOf);
     m.def(
         "open_stack",

@@ -52,7 +52,10 @@ public:
     void Upload(const ReconPlan& rPlan, const nb::object& rViews, const nb::object& rInitial,
                 const nb::object& rProgress)
     {
-        const ImageSource Views = ReadBy(rViews, rPlan.aAlignment.aRaw, m_rSession.GetCaught());
+        const ImageSize aView = {rPlan.aSize.iProjX, rPlan.aSize.iProjY};
+        const ImageSource Views =
+            ReadBy(rViews, rPlan.aAlignment.IsNone() ? aView : rPlan.aAlignment.aRaw,
+                   m_rSession.GetCaught());
         mRemember(rPlan);
         m_rSession.DoStep(rProgress, m_aJob,
                           [&] { return m_aJob.Upload(rPlan, Views, mReadSlices(rInitial)); });
@@ -69,15 +72,25 @@ public:
     }
     void Download(const nb::object& rSlices, const nb::object& rProgress)
     {
-        const ImageSink Slices = WriteBy(rSlices, m_aSlice, m_rSession.GetCaught());
+        const ImageSink Slices = WriteBy(rSlices, m_aResult, m_rSession.GetCaught());
         m_rSession.DoStep(rProgress, m_aJob, [&] { return m_aJob.Download(Slices); });
     }
     const std::vector<double>& GetRfactors() const { return m_aJob.GetRfactors(); }
     const std::vector<double>& GetViewResiduals() const { return m_aJob.GetViewResiduals(); }
+    /// [iteration][view]: sum of |measured - reprojected|, sum of |measured|.
+    std::vector<std::vector<std::pair<float, float>>> GetSums() const
+    {
+        const auto One = [](const RfactorSums& r) { return std::pair(r.fDifference, r.fRaw); };
+        return Convert(m_aJob.GetSums(), [&](const auto& rViews) { return Convert(rViews, One); });
+    }
     std::uint64_t GetCutVoxels() const { return m_aJob.GetCutVoxels(); }
 
 private:
-    void mRemember(const ReconPlan& rPlan) { m_aSlice = {rPlan.aSize.iVolX, rPlan.aSize.iProjY}; }
+    void mRemember(const ReconPlan& rPlan)
+    {
+        m_aSlice = {rPlan.aSize.iVolX, rPlan.aSize.iProjY};
+        m_aResult = {rPlan.aSize.iVolX, rPlan.aRows.GetCount()};
+    }
     ImageSource mReadSlices(const nb::object& rRead)
     {
         return rRead.is_none() ? ImageSource() : ReadBy(rRead, m_aSlice, m_rSession.GetCaught());
@@ -85,7 +98,7 @@ private:
 
     CPySession& m_rSession;
     CReconstruction m_aJob;
-    ImageSize m_aSlice;
+    ImageSize m_aSlice, m_aResult;  // of the server's volume and of ours
 };
 
 void Reproject(CPySession& rSession, const Shape3& rVolume, int iWidth,
@@ -195,6 +208,7 @@ void BindSteps(nb::module_& m)
         .def("download", &CPyReconstruction::Download, "write"_a, "progress"_a.none())
         .def_prop_ro("rfactors", &CPyReconstruction::GetRfactors)
         .def_prop_ro("view_residuals", &CPyReconstruction::GetViewResiduals)
+        .def_prop_ro("rfactor_sums", &CPyReconstruction::GetSums)
         .def_prop_ro("cut_voxels", &CPyReconstruction::GetCutVoxels);
     nb::class_<CPyImageJob>(m, "ImageJob")
         .def(nb::init<CPySession&, const Shape2&, const Shape2&>(), nb::keep_alive<1, 2>(),

@@ -64,12 +64,11 @@ void CPyMonitor::mTell(int iDone)
             m_aProgress(m_strPhase, iDone, m_iCount, m_ulBytesEach, m_strNote);
         bGoOn = !aAnswer.is(nb::handle(Py_False));
     };
-    if (!m_pCaught->Guard(Tell))
+    const bool bTold = m_pCaught->Guard(Tell);
+    if (!bTold || (!bGoOn && !m_bKeeping && !m_bEnough))
         Stop();
-    else if (!bGoOn && m_bKeeping)
+    else if (!bGoOn)
         m_bEnough = true;
-    else if (!bGoOn && !m_bEnough)
-        Stop();
 }
 
 }  // namespace talven::python

@@ -80,6 +80,13 @@ void BindReconRequest(nb::module_& m)
         .def(nb::init<>())
         .def_rw("thickness", &ReconRequest::iThickness)
         .def_rw("width", &ReconRequest::iWidth)
+        .def_rw("halo", &ReconRequest::iHalo)
+        .def(
+            "set_rows",
+            [](ReconRequest& r, int iFirst, int iEnd) {
+                r.aRows = {iFirst, iEnd};
+            },
+            "first"_a, "end"_a)
         .def_rw("method", &ReconRequest::eMethod)
         .def_rw("iterations", &ReconRequest::iIterations)
         .def_rw("subsets", &ReconRequest::iSubsets)
@@ -147,6 +154,16 @@ void BindPlan(nb::module_& m)
                          const JobSize aSize = r.GetResultSize();
                          return std::tuple(aSize.iVolZ, aSize.iProjY, aSize.iVolX);
                      })
+        .def_prop_ro("whole_shape",
+                     [](const ReconPlan& r)
+                     {
+                         const JobSize aSize = r.GetResultSize();
+                         return std::tuple(aSize.iVolZ, r.iAllRows, aSize.iVolX);
+                     })
+        .def_prop_ro("sent",
+                     [](const ReconPlan& r) { return std::pair(r.aSent.iFirst, r.aSent.iEnd); })
+        .def_prop_ro("is_part", &ReconPlan::IsPart)
+        .def_prop_ro("aligns", [](const ReconPlan& r) { return !r.aAlignment.IsNone(); })
         .def_ro("views", &ReconPlan::viViews)
         .def_ro("angles", &ReconPlan::vfAngles)
         .def("describe", &ReconPlan::DescribeMethod, "iterations"_a = 0)

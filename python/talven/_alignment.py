@@ -10,7 +10,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import _core
-from ._arrays import check_angles, check_images, check_range, check_views, reader
+from ._arrays import check_angles, check_images, check_views, reader, real, whole
 from ._labels import take_series
 from ._progress import teller
 from ._session import ServerLike, connected
@@ -147,18 +147,16 @@ def align(
     shape = check_images(series.tilts, "tilts", "view, y, x")
     chosen = check_views(views, shape[0])
     all_angles = check_angles(series.angles, shape[0])
-    check_range("thickness", thickness, 1, 32768)
-    check_range("limit", limit, 1, 32768)
     request = _core.SeriesAlignRequest()
     request.axis = _core.Axis.UNKNOWN if axis is None else _core.Axis.ABOUT
     if fixed_axis:
         if axis is None:
             raise ValueError("fixed_axis: the axis is not given")
         request.axis = _core.Axis.GIVEN
-    request.tilt_axis = axis or 0.0
-    request.thickness = thickness
-    request.bins = bins or []
-    request.limit = limit
+    request.tilt_axis = 0.0 if axis is None else real("axis", axis, -360, 360)
+    request.thickness = whole("thickness", thickness, 1, 32768)
+    request.bins = [whole("bins", n, 1, 64) for n in bins or []]
+    request.limit = real("limit", limit, 1, 32768)
     request.isolated = isolated
     request.dark = dark
     some = [all_angles[i] for i in chosen]

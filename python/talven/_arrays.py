@@ -2,9 +2,10 @@
 
 from __future__ import annotations
 
+import operator
 import warnings
-from collections.abc import Callable
-from typing import Any
+from collections.abc import Callable, Sequence
+from typing import Any, SupportsFloat, SupportsIndex
 
 import numpy as np
 
@@ -29,11 +30,14 @@ def check_images(images: ImagesLike, name: str, axes: str) -> Shape3:
     return shape
 
 
-def reader(images: ImagesLike, which: list[int] | None = None) -> Reader:
-    """Fills in image i of a stack, or of those that are chosen, as float32."""
+def reader(
+    images: ImagesLike, which: list[int] | None = None, rows: tuple[int, int] | None = None
+) -> Reader:
+    """Fills in image i of a stack, or of those that are chosen, or some rows of it, as float32."""
 
     def read(i: int, image: FloatArray) -> None:
-        source = images[i if which is None else which[i]]
+        number = i if which is None else which[i]
+        source = images[number] if rows is None else images[number, rows[0] : rows[1]]
         np.copyto(image, np.asarray(source), casting="unsafe")
 
     return read
@@ -72,7 +76,30 @@ def check_views(views: Any, count: int) -> list[int]:
     return [int(i) for i in chosen]
 
 
-def check_range(name: str, value: float, low: float, high: float) -> None:
-    """ValueError outside low to high."""
-    if not low <= value <= high:
-        raise ValueError(f"{name}: expected {low:g} to {high:g}, not {value}")
+def check_shape(shape: Sequence[SupportsIndex]) -> tuple[int, int]:
+    """Rows and columns."""
+    if len(shape) != 2:
+        raise ValueError(f"shape: expected rows and columns, not {shape}")
+    return whole("shape", shape[0]), whole("shape", shape[1])
+
+
+def whole(name: str, value: SupportsIndex, low: int = 1, high: int = 2**31 - 1) -> int:
+    """A whole number from low to high."""
+    try:
+        number = operator.index(value)
+    except TypeError:
+        raise TypeError(f"{name}: expected a whole number, not {value!r}") from None
+    if not low <= number <= high:
+        raise ValueError(f"{name}: expected {low} to {high}, not {number}")
+    return number
+
+
+def real(name: str, value: SupportsFloat, low: float, high: float) -> float:
+    """A number from low to high."""
+    try:
+        number = float(value)
+    except (TypeError, ValueError):
+        raise TypeError(f"{name}: expected a number, not {value!r}") from None
+    if not low <= number <= high:
+        raise ValueError(f"{name}: expected {low:g} to {high:g}, not {number}")
+    return number

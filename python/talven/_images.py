@@ -10,7 +10,7 @@ from numpy.typing import NDArray
 
 from . import _core
 from ._alignment import AlignmentLike, as_alignment, to_numbers
-from ._arrays import Shape3, check_images, check_range
+from ._arrays import Shape3, check_images, check_shape, real, whole
 from ._errors import Error
 from ._outputs import open_output
 from ._progress import Teller, teller
@@ -147,11 +147,11 @@ def transform(
     count, *raw = check_images(images, "images", "image, y, x")
     if matrices is not None and (alignment is not None or tilt_axis != 0 or bin != 1):
         raise ValueError("matrices: not with alignment, tilt_axis or bin")
-    check_range("bin", bin, 1, 64)
+    bin = whole("bin", bin, 1, 64)
     request = _core.AlignRequest()
-    request.tilt_axis, request.bin = tilt_axis, bin
+    request.tilt_axis, request.bin = real("tilt_axis", tilt_axis, -360, 360), bin
     if shape is not None:
-        request.shape = shape
+        request.shape = check_shape(shape)
     found = as_alignment(alignment)
     if found is not None:
         if len(found.maps) != count:
@@ -213,7 +213,7 @@ def compare(
     others, *grid = check_images(aligned, "aligned", "image, y, x")
     if count != others:
         raise ValueError(f"measured has {count} images, but aligned has {others}")
-    check_range("search", search, 0, 10000)
+    search = whole("search", search, 0, 10000)
     from_shape, to_shape = (shape[0], shape[1]), (grid[0], grid[1])
     maps = _matrices(matrices, count, origin, to_shape, from_shape)
     core_scale = (scale or Scale())._core()

@@ -7,7 +7,7 @@ from typing import NamedTuple
 import numpy as np
 
 from . import _core
-from ._arrays import check_angles, check_range
+from ._arrays import check_angles, real, whole
 from ._types import AnglesLike, FloatArray
 
 
@@ -63,16 +63,14 @@ def phantom(
     ValueError
         An argument is out of its range.
     """
-    rows, columns = shape
-    for name, extent in (("shape", min(shape)), ("shape", max(shape)), ("thickness", thickness)):
-        check_range(name, extent, 1, 32768)
-    check_range("beads", beads, 0, 1000)
-    check_range("noise", noise, 0, 1e6)
-    check_range("dose", dose, 0, 1e9)
-    check_range("seed", seed, 0, 2**64 - 1)
+    rows, columns = (whole("shape", n, 1, 32768) for n in shape)
+    sections = whole("thickness", thickness, 1, 32768)
+    beads = whole("beads", beads, 0, 1000)
+    noise, dose = real("noise", noise, 0, 1e6), real("dose", dose, 0, 1e9)
+    seed = whole("seed", seed, 0, 2**64 - 1)
     given = np.arange(-60, 61, 2) if angles is None else np.asarray(angles)
     degrees = check_angles(given, given.size)
     tilts = np.empty((len(degrees), rows, columns), np.float32)
-    truth = np.empty((thickness, rows, columns), np.float32)
+    truth = np.empty((sections, rows, columns), np.float32)
     _core.make_phantom(tilts, degrees, truth, beads, noise, dose, seed)
     return Phantom(tilts, np.array(degrees, np.float32), truth)

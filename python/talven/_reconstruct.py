@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Iterable, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Literal
@@ -11,7 +11,16 @@ import numpy as np
 
 from . import _core
 from ._alignment import AlignmentLike, as_alignment, to_numbers
-from ._arrays import check_angles, check_images, check_range, check_views, reader
+from ._arrays import (
+    Reader,
+    check_angles,
+    check_images,
+    check_shape,
+    check_views,
+    reader,
+    real,
+    whole,
+)
 from ._labels import Series, is_labelled, label, order, spacing, take_series
 from ._outputs import open_output
 from ._progress import Teller, teller
@@ -58,13 +67,11 @@ class Filter:
     def _request(self) -> _core.FilterRequest:
         if self.window not in _WINDOWS:
             raise ValueError(f"filter: expected one of {', '.join(_WINDOWS)}, not {self.window!r}")
-        check_range("filter: cutoff", self.cutoff, 1e-9, 0.5)
-        check_range("filter: falloff", self.falloff, 0, 1e9)
-        check_range("filter: sirt_like", self.sirt_like, 0, 100000)
         request = _core.FilterRequest()
         request.window = _WINDOWS[self.window]
-        request.cutoff, request.falloff = self.cutoff, self.falloff
-        request.sirt_like = self.sirt_like
+        request.cutoff = real("filter: cutoff", self.cutoff, 1e-9, 0.5)
+        request.falloff = real("filter: falloff", self.falloff, 0, 1e9)
+        request.sirt_like = whole("filter: sirt_like", self.sirt_like, 0, 100000)
         return request
 
 
@@ -86,6 +93,9 @@ class Reconstruction:
         That took part, counted from 0.
     view_residuals : ndarray (n,)
         The R-factor of each of them after the last iteration.
+    rfactor_sums : ndarray (iteration, n, 2)
+        The sums behind them, of abs(measured - reprojected) and of abs(measured). R-factors of
+        parts are not to be averaged, but their sums can be added.
     """
 
     volume: Any
@@ -94,6 +104,7 @@ class Reconstruction:
     rfactors: Doubles
     views: np.ndarray[Any, np.dtype[np.int64]]
     view_residuals: Doubles
+    rfactor_sums: Doubles
 
 
 def reconstruct(
@@ -106,6 +117,8 @@ def reconstruct(
     subsets: int | Sequence[int] | None = None,
     relaxation: float | Sequence[float] = 1.0,
     width: int | None = None,
+    rows: tuple[int, int] | None = None,
+    halo: int | None = None,
     initial: ImagesLike | None = None,
     nonnegative: bool = True,
     smooth: float | tuple[float, int] | None = None,
@@ -155,8 +168,13 @@ def reconstruct(
         For all iterations, or for each.
     width : int, optional
         Of the volume along x, voxels; default: the detector's.
+    rows : (int, int), optional
+        Make rows a to b - 1 of the volume, counted from 0: a part whose voxels are those of the
+        whole, bit for bit with ``'sart'``, ``'em'`` and ``'bp'``.
+    halo : int, optional
+        Rows made beside them, for `smooth`; default: as many as it takes.
     initial : array (z, y, x), optional
-        Volume to start from; default: zeros.
+        Volume to start from, with all rows; default: zeros.
     nonnegative : bool
         False: voxels of SART may fall below 0.
     smooth : float or (float, int), optional
@@ -223,18 +241,21 @@ def reconstruct(
     chosen = check_views(views, raw[0])
     request = _core.ReconRequest()
     _set_method(request, method, iterations, subsets, relaxation, nonnegative, smooth, filter)
-    check_range("thickness", thickness, 1, 2**31 - 1)
-    request.thickness = thickness
+    request.thickness = whole("thickness", thickness)
     if width is not None:
-        check_range("width", width, 1, 2**31 - 1)
-        request.width = width
+        request.width = whole("width", width)
+    if rows is not None:
+        request.set_rows(whole("rows", rows[0], 0), whole("rows", rows[1]))
+    if halo is not None:
+        request.halo = whole("halo", halo, 0)
     request.interleave = _choose("order", order, {"interleaved": True, "given": False})
-    request.weight_box = None if weight_box is None else list(weight_box)
-    check_range("angle_offset", angle_offset, -180, 180)
-    request.angle_offset = angle_offset
+    if weight_box is not None:
+        if len(weight_box) != 4:
+            raise ValueError("weight_box: expected (cx, cz, hx, hz)")
+        request.weight_box = [real("weight_box", n, -np.inf, np.inf) for n in weight_box]
+    request.angle_offset = real("angle_offset", angle_offset, -180, 180)
     if stop_when is not None:
-        check_range("stop_when", stop_when, 1e-9, 1)
-        request.stop_when = stop_when
+        request.stop_when = real("stop_when", stop_when, 1e-9, 1)
     aligned = as_alignment(alignment)
     request.align = _align_request(aligned, tilt_axis, bin, shape, shift_z, x_tilt)
     request.include = [i for i in chosen if aligned is None or i not in aligned.left_out]
@@ -273,24 +294,18 @@ def _set_method(
         if not request.filtered:
             raise ValueError("filter: is for method='wbp'")
         request.filter = (filter if isinstance(filter, Filter) else Filter(filter))._request()
-    check_range("iterations", iterations, 1, 100000)
-    request.iterations = iterations
-    if isinstance(subsets, (int, np.integer)):
-        check_range("subsets", int(subsets), 1, 2**31 - 1)
-        request.subsets = int(subsets)
+    request.iterations = whole("iterations", iterations, 1, 100000)
+    if isinstance(subsets, Iterable):
+        request.subset_sizes = [whole("subsets", n) for n in subsets]
     elif subsets is not None:
-        request.subset_sizes = [int(n) for n in subsets]
-        if min(request.subset_sizes, default=0) < 1:
-            raise ValueError("subsets: expected sizes of 1 or more")
-    request.relaxation = [float(r) for r in np.atleast_1d(np.asarray(relaxation, dtype=float))]
-    for factor in request.relaxation:
-        check_range("relaxation", factor, 0, 1e6)
+        request.subsets = whole("subsets", subsets)
+    factors = relaxation if isinstance(relaxation, Iterable) else [relaxation]
+    request.relaxation = [real("relaxation", factor, 0, 1e6) for factor in factors]
     request.unconstrained = not nonnegative and method == "sart"
     if smooth is not None:
         sigma, interval = smooth if isinstance(smooth, tuple) else (smooth, 1)
-        check_range("smooth", sigma, 1e-6, 100)
-        check_range("smooth: interval", interval, 1, 100000)
-        request.smooth_sigma, request.smooth_interval = float(sigma), int(interval)
+        request.smooth_sigma = real("smooth", sigma, 1e-6, 100)
+        request.smooth_interval = whole("smooth: interval", interval, 1, 100000)
 
 
 def _align_request(
@@ -301,19 +316,15 @@ def _align_request(
     shift_z: float,
     x_tilt: float,
 ) -> _core.AlignRequest:
-    check_range("tilt_axis", tilt_axis, -360, 360)
-    check_range("bin", bin, 1, 64)
-    check_range("shift_z", shift_z, -1e5, 1e5)
-    check_range("x_tilt", x_tilt, -60, 60)
     request = _core.AlignRequest()
     if aligned is not None:
         request.maps = to_numbers(aligned.maps)
-    request.tilt_axis, request.bin = tilt_axis, bin
-    request.shift_z, request.x_tilt = shift_z, x_tilt
+    request.tilt_axis = real("tilt_axis", tilt_axis, -360, 360)
+    request.bin = whole("bin", bin, 1, 64)
+    request.shift_z = real("shift_z", shift_z, -1e5, 1e5)
+    request.x_tilt = real("x_tilt", x_tilt, -60, 60)
     if shape is not None:
-        if min(shape) < 1:
-            raise ValueError(f"shape: expected rows and columns, not {shape}")
-        request.shape = shape
+        request.shape = check_shape(shape)
     return request
 
 
@@ -335,13 +346,13 @@ def _initial(initial: Any, plan: _core.ReconPlan, request: _core.ReconRequest) -
     if is_labelled(initial):
         initial = order(initial, ("z", "y", "x"), "initial")
     shape = check_images(initial, "initial", "z, y, x")
-    if shape != plan.shape:
-        raise ValueError(f"initial: expected shape {plan.shape}, not {shape}")
+    if shape != plan.whole_shape:
+        raise ValueError(f"initial: expected shape {plan.whole_shape}, not {shape}")
     if request.filtered:
         raise ValueError("initial: a weighted back projection starts from nothing")
     if request.align.x_tilt != 0:
         raise ValueError("initial: not with x_tilt, which turns the volume at the end")
-    return reader(initial)
+    return reader(initial, rows=plan.sent if plan.is_part else None)
 
 
 class _Job:
@@ -382,12 +393,18 @@ class _Job:
         label = "Talven: " + self._plan.describe()
         return open_output(out, self._plan.shape, self._pixel_size, label)
 
+    def _reader(self, tilts: ImagesLike) -> Reader:
+        plan = self._plan
+        part = plan.is_part and not plan.aligns
+        return reader(tilts, plan.views, rows=plan.sent if part else None)
+
     def run(self, core: _core.Session, told: Teller | None, is_private: bool) -> Reconstruction:
         plan = self._plan
         job = _core.Reconstruction(core)
-        job.upload(plan, reader(self._series.tilts, plan.views), self._initial, told)
+        job.upload(plan, self._reader(self._series.tilts), self._initial, told)
         job.run(told)
         rfactors, residuals = list(job.rfactors), list(job.view_residuals)
+        sums = np.array(job.rfactor_sums).reshape(len(rfactors), len(residuals), 2)
         method = plan.describe(len(rfactors))
         volume = self._fetch(job, self._output, told, method, rfactors)
         halves = None
@@ -401,13 +418,13 @@ class _Job:
             np.array(rfactors),
             np.array(plan.views),
             np.array(residuals),
+            sums,
         )
 
     def _half(self, job: _core.Reconstruction, i: int, iterations: int, told: Any) -> Any:
         if self._frames:
             plan = self._plan
-            read = reader(self._frames[i], plan.views)
-            job.upload(plan, read, self._initial, told)
+            job.upload(plan, self._reader(self._frames[i]), self._initial, told)
             output = self._open("_a" if i == 0 else "_b")
         else:
             plan = self._plan.half(self._request, i, iterations)
@@ -471,8 +488,7 @@ def reproject(
         pixel_size = spacing(volume)
     shape = check_images(volume, "volume", "z, y, x")
     degrees = check_angles(angles, len(np.atleast_1d(np.asarray(angles))))
-    columns = shape[2] if width is None else width
-    check_range("width", columns, 1, 2**31 - 1)
+    columns = shape[2] if width is None else whole("width", width)
     size = _core.JobSize([len(degrees), shape[1], columns], (shape[0], shape[2]))
     size.check(server is None or (isinstance(server, Connection) and server.is_private))
     output = open_output(out, (len(degrees), shape[1], columns), pixel_size, "Talven: reprojection")
@@ -507,9 +523,7 @@ def memory_estimate(
     devices : int
         That the server works with.
     """
-    views, rows, columns = (int(n) for n in tilts_shape)
-    for name, extent in (("tilts_shape", min(views, rows, columns)), ("thickness", thickness)):
-        check_range(name, extent, 1, 2**31 - 1)
-    check_range("devices", devices, 1, 16)
-    size = _core.JobSize([views, rows, columns], (thickness, width or columns), smooth)
-    return size.memory(devices)
+    views, rows, columns = (whole("tilts_shape", n) for n in tilts_shape)
+    volume = (whole("thickness", thickness), whole("width", width or columns))
+    size = _core.JobSize([views, rows, columns], volume, smooth)
+    return size.memory(whole("devices", devices, 1, 16))

@@ -30,6 +30,8 @@ class Connection:
         backend: BackendName | None = None,
         timeout: float | None = None,
     ) -> None:
+        if server is not None and not isinstance(server, str):
+            raise TypeError(f"server: expected 'host:port' or a Session, not {server!r}")
         if server is not None and (devices or backend):
             raise ValueError("devices and backend are for a private server")
         if devices is not None and not 1 <= devices <= 16:

@@ -38,16 +38,21 @@ class Stack:
     def __len__(self) -> int:
         return self.shape[0]
 
-    def __getitem__(self, i: int) -> FloatArray:
-        image = np.empty(self.shape[1:], np.float32)
-        self._stack.read(i, image)
+    def __getitem__(self, key: int | tuple[int, slice]) -> FloatArray:
+        """Image i, or some rows of it: ``stack[i, 10:20]``."""
+        i, rows = key if isinstance(key, tuple) else (key, slice(None))
+        first, end, step = rows.indices(self.shape[1])
+        if step != 1:
+            raise IndexError("rows of a stack are read one after the other")
+        image = np.empty((max(0, end - first), self.shape[2]), np.float32)
+        self._stack.read(i, first, image)
         return image
 
     def read(self) -> FloatArray:
         """All images, (image, y, x)."""
         images = np.empty(self.shape, np.float32)
         for i in range(len(self)):
-            self._stack.read(i, images[i])
+            self._stack.read(i, 0, images[i])
         return images
 
     def angles(self) -> FloatArray | None:

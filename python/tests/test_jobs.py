@@ -131,6 +131,22 @@ def test_any_array_will_do(
         np.testing.assert_array_equal(ours, expected, err_msg=name)
 
 
+def test_parts_are_rows_of_the_whole(
+    tmp_path: Path, session: talven.Session, phantom: talven.Phantom
+) -> None:
+    maps = np.tile([[0.998, -0.06, 1.2], [0.06, 0.998, -0.7]], (21, 1, 1))
+    talven.io.write_mrc(tmp_path / "ts.mrc", phantom.tilts)
+    file = talven.io.Stack(tmp_path / "ts.mrc")
+    for options in ({"smooth": 0.5}, {"alignment": maps}, {"initial": phantom.truth}):
+        whole = session.reconstruct(phantom.tilts, phantom.angles, 24, iterations=2, **options)
+        for tilts in (phantom.tilts, file):
+            part = session.reconstruct(
+                tilts, phantom.angles, 24, iterations=2, rows=(11, 29), details=True, **options
+            )
+            np.testing.assert_array_equal(part.volume, whole[:, 11:29])
+            assert part.rfactor_sums.shape == (2, 21, 2)
+
+
 def test_nan_is_no_data(session: talven.Session, phantom: talven.Phantom) -> None:
     holes = phantom.tilts.copy()
     holes[:, 10:14, 20:26] = np.nan
@@ -190,7 +206,11 @@ WRONG: list[tuple[str, dict[str, Any]]] = [
     ("degrees", {"angles": np.full(21, 400.0)}),
     ("thickness", {"thickness": 0}),
     ("method", {"method": "sirt"}),
+    ("rows: 3:41", {"rows": (3, 41)}),
     ("iterations", {"iterations": 0}),
+    ("iterations: expected a whole number", {"iterations": 2.5}),
+    ("shift_z: expected a number", {"shift_z": "up"}),
+    ("shape", {"shape": (3,)}),
     ("subsets: 22", {"subsets": 22}),
     ("subsets", {"subsets": [20, 2]}),
     ("relaxation", {"relaxation": [1, 2, 3]}),
@@ -217,7 +237,7 @@ def test_what_is_wrong_is_said_before_anything_is_sent(
     phantom: talven.Phantom, text: str, change: dict[str, Any]
 ) -> None:
     arguments = {"tilts": phantom.tilts, "angles": phantom.angles, "thickness": 24, **change}
-    with pytest.raises(ValueError, match=text):
+    with pytest.raises((ValueError, TypeError), match=text):
         talven.reconstruct(**arguments, server="localhost:1")
 
 

@@ -61,6 +61,8 @@ def test_a_killed_server_is_a_lost_connection(phantom: talven.Phantom, volume: n
 def test_a_server_that_is_not_there_or_busy(server: str, phantom: talven.Phantom) -> None:
     with pytest.raises(talven.ConnectionLost, match="localhost"):
         talven.reconstruct(phantom.tilts, phantom.angles, 24, server="localhost:1")
+    with pytest.raises(TypeError, match="host:port"):
+        talven.reproject(phantom.truth, phantom.angles, server=20248)
     with pytest.raises(talven.Error, match="HOST:PORT"):
         talven.Session("host:port:").memory()
     with talven.Session(server) as first:
@@ -79,7 +81,7 @@ def test_a_refusal_has_the_servers_reason(
     session: talven.Session, phantom: talven.Phantom, volume: np.ndarray
 ) -> None:
     with pytest.raises(talven.Refused, match="box"):
-        session.reconstruct(phantom.tilts, phantom.angles, 24, weight_box=(np.nan, 0, 5, 5))
+        session.reconstruct(phantom.tilts, phantom.angles, 24, weight_box=(np.inf, 0, 5, 5))
     ours = session.reconstruct(phantom.tilts, phantom.angles, 24, iterations=3)
     np.testing.assert_array_equal(ours, volume)
 

@@ -36,6 +36,9 @@ public:
     /// Reads image iZ, shape [y][x] with the lowest row first, X * Y floats. A value that is no
     /// finite number is an error.
     [[nodiscard]] bool ReadSection(int iZ, std::span<float> fPixels);
+    /// Reads whole rows of image iZ from row iY on, and no more than these where the file allows
+    /// it.
+    [[nodiscard]] bool ReadRows(int iZ, int iY, std::span<float> fPixels);
 
     /// The angles that the file holds beside the images, degrees within +-360; none: rAngles is
     /// empty then.
@@ -50,6 +53,8 @@ protected:
     CImageStack() = default;
     /// Fills in fPixels, which has the right size. What is not finite is found by the caller.
     [[nodiscard]] virtual bool mRead(int iZ, std::span<float> fPixels) = 0;
+    /// The same with some rows.
+    [[nodiscard]] virtual bool mReadRows(int iZ, int iY, std::span<float> fPixels);
     bool mFail(const std::string& strWhat);
     /// Passes on why a stack that this one is made of failed.
     bool mFailAs(const CImageStack& rPart) { return Fail(m_strError, rPart.GetError()); }
@@ -64,7 +69,7 @@ protected:
     double m_dPixel = 0;
 
 private:
-    bool mCheckFinite(int iZ, std::span<const float> fPixels);
+    bool mCheckFinite(int iZ, int iY, std::span<const float> fPixels);
 
     std::string m_strError;
 };

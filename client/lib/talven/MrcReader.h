@@ -26,13 +26,14 @@ public:
     const MrcHeader& GetHeader() const { return m_aHeader; }
 
 private:
-    bool mRead(int iZ, std::span<float> fPixels) override;
+    bool mRead(int iZ, std::span<float> fPixels) override { return mReadRows(iZ, 0, fPixels); }
+    bool mReadRows(int iZ, int iY, std::span<float> fPixels) override;
     bool mReadAt(std::uint64_t ulOffset, std::span<std::byte> pBytes);
     void mConvert(std::span<float> fPixels) const;
 
     int m_iFile = -1;
     MrcHeader m_aHeader;
-    std::vector<std::byte> m_vcSection;  // as stored, for modes other than 2
+    std::vector<std::byte> m_vcStored;  // as stored, for modes other than 2
 };
 
 }  // namespace talven

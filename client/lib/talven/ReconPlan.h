@@ -7,6 +7,7 @@
 
 #include "talven/Memory.h"
 #include "talven/RowFilter.h"
+#include "talven/RowRange.h"
 #include "talven/Schedule.h"
 #include "talven/Session.h"
 #include "talven/ViewAlignment.h"
@@ -17,8 +18,10 @@ namespace talven
 /// What a reconstruction is asked to do; the members have their defaults.
 struct ReconRequest
 {
-    int iThickness = 0;  ///< of the volume along Z, voxels
-    int iWidth = 0;      ///< along X, voxels; 0: the detector's
+    int iThickness = 0;             ///< of the volume along Z, voxels
+    int iWidth = 0;                 ///< along X, voxels; 0: the detector's
+    std::optional<RowRange> aRows;  ///< of the volume that are made; none: all
+    int iHalo = -1;  ///< more rows on either side, for smoothing; -1: as many as it takes
     EMethod eMethod = EMethod::eSart;
     int iIterations = 10;
     int iSubsets = 0;                           ///< 0: about one per six projections
@@ -43,6 +46,9 @@ struct ReconRequest
 struct ReconPlan
 {
     JobSize aSize;                ///< on the server
+    int iAllRows = 0;             ///< of the aligned views
+    RowRange aRows;               ///< of the volume that comes back
+    RowRange aSent;               ///< those and the halo: what the server gets
     int iThickness = 0;           ///< of the volume that comes back; the server's may be more
     std::vector<int> viViews;     ///< of the stack, those that take part
     std::vector<float> vfAngles;  ///< of those views, degrees
@@ -59,6 +65,10 @@ struct ReconPlan
     int iCheckpoint = 0;
 
     JobSize GetResultSize() const;
+    /// Whether the volume has some of the rows of the views.
+    bool IsPart() const { return aSent.GetCount() < iAllRows; }
+    /// Rows beside those of the result, on the larger side.
+    int GetHalo() const;
     /// "SART, 10 iterations, 4 subsets". \param iIterations  that were run; 0: all
     std::string DescribeMethod(int iIterations = 0) const;
     /// The options of some iterations: a part of a job, when the volume carries over.

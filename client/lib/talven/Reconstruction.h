@@ -16,9 +16,10 @@ public:
     using CServerJob::CServerJob;
 
     /// Sends the plan and the images.
-    /// \param rProjs    gives the plan's views, raw ones where it aligns them: image i is view
-    ///                  viViews[i] of the stack
-    /// \param rInitial  gives the slices of the volume to start from; null: zeros
+    /// \param rProjs    image i is view viViews[i] of the stack: its rows aSent, or the whole raw
+    /// view
+    ///                  where the plan aligns it
+    /// \param rInitial  gives the rows aSent of the slices to start from; null: zeros
     [[nodiscard]] bool Upload(const ReconPlan& rPlan, const ImageSource& rProjs,
                               const ImageSource& rInitial = nullptr);
     /// Makes ready for another plan on the same stack, from an empty volume or another one.
@@ -31,11 +32,13 @@ public:
     /// goes on from it. SART runs in pieces of a few seconds, with the same result; it may end
     /// early, at the monitor's or the plan's wish, and keeps what it has then.
     [[nodiscard]] bool Run(const Checkpoint& rCheckpoint = nullptr);
-    /// Receives the slices.
+    /// Receives the rows aRows of the slices.
     [[nodiscard]] bool Download(const ImageSink& rSlices);
 
     /// After every iteration of the last run, as many as were run; none for a back projection.
     const std::vector<double>& GetRfactors() const { return m_vdRfactors; }
+    /// The sums behind them, [iteration][view of the plan], over the rows aSent.
+    const std::vector<std::vector<RfactorSums>>& GetSums() const { return m_aSums; }
     /// R-factor of every view of the plan after the last iteration of the last run, in the order of
     /// the plan's viViews: sum of |measured - reprojected| over sum of |measured|; NaN for a view
     /// of zeros. None for a back projection.
@@ -51,11 +54,13 @@ private:
     bool mEmptyVolume();
     bool mUploadVolume(const ImageSource& rInitial);
     bool mRunPiece(int iFirst, int iCount);
-    void mNoteViewResiduals(std::span<const RfactorSums> aSums);
+    void mNoteSums(std::span<const RfactorSums> aSums);
     bool mRunPieces(const Checkpoint& rCheckpoint);
     bool mIsEnough() const;
     bool mUploadViews(const ImageSource& rViews);
     bool mSendAligned(const ImageSource& rViews);
+    bool mAlignRows(const ImageSource& rViews);
+    int mCountRawRows(const Affine& rMap) const;
     bool mFilterViews();
     bool mProjectOnes();
     bool mLiftViews(const ImageSource& rInitial);
@@ -66,6 +71,8 @@ private:
     std::vector<float> m_vfOnes;      // projections of a row of ones, [proj][x]
     std::vector<float> m_vfMeasured;  // sum of |measured| of every projection before it was lifted
     std::uint64_t m_ulCut = 0;
+    std::vector<float> m_vfAligned;  // rows aSent of the aligned views, [proj][y][x]
+    std::vector<std::vector<RfactorSums>> m_aSums;
     std::vector<double> m_vdRfactors, m_vdViewResiduals;
 };
 
