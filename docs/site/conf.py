@@ -1,11 +1,15 @@
 """The documentation site; scripts/docs lays out its sources and builds it."""
 
 import os
+import re
 import sys
 from importlib.metadata import version as version_of
 from pathlib import Path
 
-here = Path(__file__).parent
+from sphinx.application import Sphinx
+
+here = Path(__file__).parent  # build/site-sources
+repository = here.parents[1]
 
 project = "Talven"
 author = "the Talven authors"
@@ -20,8 +24,6 @@ extensions = [
     "sphinx_design",
 ]
 root_doc = "index"
-exclude_patterns = ["_static", "docs/site", "**.ipynb_checkpoints"]
-suppress_warnings = ["config.cache"]
 
 # Pages in Markdown; those of docs/ link to each other and to the files beside README.md.
 myst_enable_extensions = ["colon_fence", "deflist"]
@@ -41,7 +43,6 @@ autodoc_typehints = "none"
 autodoc_member_order = "bysource"
 numpydoc_show_class_members = False
 default_role = "py:obj"
-add_module_names = False
 maximum_signature_line_length = 88
 
 html_theme = "pydata_sphinx_theme"
@@ -59,3 +60,19 @@ html_theme_options = {
     "pygments_light_style": "tango",
     "pygments_dark_style": "github-dark",
 }
+
+
+def drop_links(app: Sphinx, docname: str, source: list[str]) -> None:
+    """Make links to files of the repository that are no pages of the site plain text."""
+    folder = Path(docname).parent
+
+    def look(link: re.Match[str]) -> str:
+        path = folder / link[2]
+        return link[1] if (repository / path).exists() and not (here / path).exists() else link[0]
+
+    source[0] = re.sub(r"\[([^]]+)\]\((?!\w+:)([^)#]+)\)", look, source[0])
+
+
+def setup(app: Sphinx) -> None:
+    """Called by Sphinx."""
+    app.connect("source-read", drop_links)
