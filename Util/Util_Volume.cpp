@@ -29,19 +29,35 @@ std::size_t Util_Volume::GetVoxels() const
     return static_cast<std::size_t>(m_iSize[0]) * m_iSize[1] * m_iSize[2];
 }
 
+/// Big volumes begin at a page: mostly, rows that lie one after the other are then whole pages,
+/// which can be given back while the rows stand elsewhere.
 void Util_Volume::mAllocate()
 {
-    const std::size_t tVoxels = GetVoxels();
-    if (tVoxels == 0) return;
-    m_pfData.reset(static_cast<float*>(std::calloc(tVoxels, sizeof(float))));
-    if (m_pfData) return;
-    std::fill_n(m_iSize, 3, 0);
-    throw std::bad_alloc();
+    constexpr std::size_t tPage = 4096, tBig = std::size_t{1} << 20;  // bytes
+    const std::size_t tBytes = GetVoxels() * sizeof(float);
+    if (tBytes == 0) return;
+    const std::size_t tSpare = tBytes < tBig ? 0 : tPage;
+    m_pfBlock.reset(static_cast<float*>(std::calloc(tBytes + tSpare, 1)));
+    if (!m_pfBlock)
+    {
+        std::fill_n(m_iSize, 3, 0);
+        throw std::bad_alloc();
+    }
+    void* pvFirst = m_pfBlock.get();
+    std::size_t tRoom = tBytes + tSpare;
+    if (tSpare > 0) std::align(tPage, tBytes, pvFirst, tRoom);
+    m_pfData = static_cast<float*>(pvFirst);
+}
+
+void Util_Volume::mFree()
+{
+    m_pfData = nullptr;
+    m_pfBlock.reset();
 }
 
 void Util_Volume::SetZero()
 {
-    if (m_pfData) std::memset(m_pfData.get(), 0, GetVoxels() * sizeof(float));
+    if (m_pfData) std::memset(m_pfData, 0, GetVoxels() * sizeof(float));
 }
 
 void Util_Volume::DeleteVolume()
@@ -54,7 +70,7 @@ void Util_Volume::Copy(const Util_Volume& rVolume)
 {
     std::copy_n(rVolume.m_iSize, 3, m_iSize);
     if (rVolume.m_pfData && m_pfData)
-        std::memcpy(m_pfData.get(), rVolume.m_pfData.get(), GetVoxels() * sizeof(float));
+        std::memcpy(m_pfData, rVolume.m_pfData, GetVoxels() * sizeof(float));
 }
 
 std::vector<float> Util_Volume::GetLineX(int iY, int iZ) const
@@ -119,7 +135,7 @@ void Util_Volume::GetSliceXY(float* pfData, int iZ) const
 float* Util_Volume::GetSliceXY(int iZ)
 {
     if (!m_pfData) return nullptr;
-    return m_pfData.get() + static_cast<std::size_t>(m_iSize[0]) * m_iSize[1] * iZ;
+    return m_pfData + static_cast<std::size_t>(m_iSize[0]) * m_iSize[1] * iZ;
 }
 
 const float* Util_Volume::GetSliceXY(int iZ) const

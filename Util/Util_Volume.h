@@ -27,8 +27,8 @@ public:
     int GetSizeY() const { return m_iSize[1]; }
     int GetSizeZ() const { return m_iSize[2]; }
     std::size_t GetVoxels() const;
-    float* GetData() { return m_pfData.get(); }  ///< null when there are no voxels
-    const float* GetData() const { return m_pfData.get(); }
+    float* GetData() { return m_pfData; }  ///< null when there are no voxels
+    const float* GetData() const { return m_pfData; }
     void SetZero();
     void DeleteVolume();
     /// Takes over sizes and samples; this volume must already hold at least as many voxels.
@@ -67,9 +67,10 @@ private:
         void operator()(float* pfData) const { std::free(pfData); }
     };
     void mAllocate();
-    void mFree() { m_pfData.reset(); }
+    void mFree();
 
     int m_iSize[3] = {0, 0, 0};
     std::unique_ptr<float[], Freer>
-        m_pfData;  // calloc: untouched pages of a big volume cost nothing
+        m_pfBlock;              // calloc: untouched pages of a big volume cost nothing
+    float* m_pfData = nullptr;  // in the block
 };

@@ -51,6 +51,14 @@ private:
     {
         return m_pInner->CreateLent(rImage, pvSource);
     }
+    bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows) override
+    {
+        return m_pInner->CreateLentRows(rImage, rRows);
+    }
+    bool mCreateShared(DeviceImage& rImage, const DeviceImage& rArray) override
+    {
+        return m_pInner->CreateShared(rImage, rArray);
+    }
     void mFree(DeviceImage& rImage) override { m_pInner->Free(rImage); }
     bool mClear(const DeviceImage& rImage) override { return m_pInner->Clear(rImage); }
     bool mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
@@ -66,6 +74,16 @@ private:
                         int iWidth, int iHeight) override
     {
         return m_pInner->StartDownload(rImage, rDest, iX0, iY0, iWidth, iHeight);
+    }
+    bool mMoveIn(const DeviceImage& rImage, const HostRows<float>& rSource, int iX0, int iY0,
+                 int iWidth, int iHeight) override
+    {
+        return m_pInner->MoveIn(rImage, rSource, iX0, iY0, iWidth, iHeight);
+    }
+    bool mStartMoveOut(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
+                       int iWidth, int iHeight) override
+    {
+        return m_pInner->StartMoveOut(rImage, rDest, iX0, iY0, iWidth, iHeight);
     }
     bool mCopy(const DeviceImage& rDest, const DeviceImage& rSource) override
     {

@@ -115,7 +115,7 @@ bool CDeviceScene::Create(const Scene& rScene)
                          .aCosSin = m_aCosSin.GetImage(),
                          .aProjIndex = m_aIndex.GetImage(),
                          .aRangeX = m_aRange.GetImage(),
-                         .aPreWeight = {},
+                         .aPreWeight = m_aWeights.GetImage(),
                          .aProjWeight = m_aWeights.GetImage()};
     m_aForward.SetImages(aImages);
     m_aFactor.SetImages(aImages);

@@ -1,5 +1,5 @@
 // talven-transfer-bench: uploads and downloads beside a bare copy of the same bytes over a loopback
-// socket, and the peak memory of the server, for a job of 1 GiB.
+// socket.
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -19,7 +18,7 @@
 
 namespace
 {
-constexpr int g_iX = 1024, g_iY = 1024, g_iProjs = 61, g_iZ = 195;
+constexpr int g_iX = 1024, g_iY = 1024, g_iProjs = 61;
 constexpr std::size_t g_tPixels = std::size_t{g_iX} * g_iY;
 constexpr int g_iRepeats = 3;  // the least time counts
 
@@ -102,15 +101,6 @@ double CopyBare(int iImages, bool bFresh)
     return Seconds() - dStart;
 }
 
-/// Most memory that the process has held, bytes.
-double GetPeak(pid_t iPid)
-{
-    std::ifstream aStatus("/proc/" + std::to_string(iPid) + "/status");
-    for (std::string strLine; std::getline(aStatus, strLine);)
-        if (strLine.rfind("VmHWM:", 0) == 0) return std::atof(strLine.c_str() + 6) * 1024;
-    return 0;
-}
-
 void Print(const char* pcWhat, int iImages, double dOurs, double dBare)
 {
     const double dGigabytes = 4e-9 * static_cast<double>(g_tPixels) * iImages;
@@ -148,17 +138,5 @@ int main()
     std::printf("%d images of %d x %d over the loopback\n\n", g_iProjs, g_iX, g_iY);
     Print("upload", g_iProjs, dUpload, dBareUp);
     Print("download", g_iProjs, dDownload, dBareDown);
-
-    talven::ReconOptions aOptions;
-    aOptions.vuiSetSizes = {g_iProjs};
-    aOptions.vfRelax = {1.0f};
-    Demand(aSession.SetVolumeSize(g_iX, g_iY, g_iZ) && aSession.SetReconOptions(aOptions) &&
-               aSession.SetWeightBox(nullptr) && aSession.Reconstruct(),
-           aSession);
-    const double dData = 4.0 * static_cast<double>(g_tPixels) * (g_iProjs + g_iZ);
-    const double dPeak = GetPeak(aServer.GetPid());
-    std::printf(
-        "\npeak memory of the server after one SART iteration: %.0f MB, %.3fx stack and volume\n",
-        dPeak / 1e6, dPeak / dData);
     return 0;
 }

@@ -54,8 +54,9 @@ void CProjectionMatcher::SetRound(bool bRound)
     const auto tX = std::size_t(m_aAligned.iX);
     for (std::size_t i = 0; bRound && i < m_vfWindow.size(); ++i)
     {
+        const std::size_t tRow = i / tX;
         const double dX = 2 * double(i % tX) / (m_aAligned.iX - 1) - 1;
-        const double dY = 2 * double(i / tX) / (m_aAligned.iY - 1) - 1;
+        const double dY = 2 * double(tRow) / (m_aAligned.iY - 1) - 1;
         const double dInside = std::clamp((1 - std::hypot(dX, dY)) / dSoft, 0.0, 1.0);
         m_vfWindow[i] = float(0.5 - 0.5 * std::cos(std::numbers::pi * dInside));
     }
@@ -93,13 +94,16 @@ bool CProjectionMatcher::mSend(int iView)
     return mServer(mGetSession().SetProjection(iView, mGetAligned(iView)));
 }
 
-/// Columns whose rays do not cross the volume from its bottom to its top are missing.
+/// Columns whose rays do not cross the volume from its bottom to its top are missing; with an
+/// isolated specimen only those whose rays pass it by.
 void CProjectionMatcher::mCutRays(int iView)
 {
     const double dAngle = double(m_vfAngles[std::size_t(iView)]) * std::numbers::pi / 180;
-    const double dHalf = 0.5 * (m_iWidth * std::fabs(std::cos(dAngle)) -
-                                m_aRequest.iThickness * std::fabs(std::sin(dAngle)));
-    const double dInside = std::max(dHalf, m_aAligned.iX / 8.0);
+    const double dTop = m_iWidth * std::fabs(std::cos(dAngle));
+    const double dSide = m_aRequest.iThickness * std::fabs(std::sin(dAngle));
+    const double dInside = m_aRequest.bIsolated
+                               ? 0.5 * (dTop + dSide)
+                               : std::max(0.5 * (dTop - dSide), m_aAligned.iX / 8.0);
     const std::span<float> fView = mGetAligned(iView);
     const auto tX = std::size_t(m_aAligned.iX);
     for (std::size_t i = 0; i < fView.size(); ++i)

@@ -190,8 +190,9 @@ void CSeriesAligner::mCentreMasses(std::span<const float> fViews)
         {
             const float fPixel = fViews[tView * aSize.GetPixels() + p];
             if (IsMissing(fPixel)) continue;
+            const std::size_t tRow = p / std::size_t(aSize.iX);
             const double dX = double(p % std::size_t(aSize.iX)) - 0.5 * (aSize.iX - 1);
-            const double dY = double(p / std::size_t(aSize.iX)) - 0.5 * (aSize.iY - 1);
+            const double dY = double(tRow) - 0.5 * (aSize.iY - 1);
             const double dValue = double(fPixel) + m_vdLevels[tView];
             dMass += dValue;
             dMoment += dValue * (aBack.dA11 * dX + aBack.dA12 * dY);
@@ -208,7 +209,10 @@ bool CSeriesAligner::mOpenMatcher(std::span<const float> fViews)
     aMatch.aViews = mGetBinned();
     aMatch.dTiltAxis = m_aPlaces.dTiltAxis;
     aMatch.iThickness = std::max(4, int(std::lround(double(m_aRequest.iThickness) / m_iBin)));
+    aMatch.bIsolated = m_aRequest.bIsolated;
     if (m_aRequest.bIsolated) aMatch.dWidth = 1.3, aMatch.dLow = 0.003;
+    // Wide edges let views come close; narrow ones then lose less of what there is to compare.
+    if (m_iBin != m_aRequest.viBins.front()) aMatch.dTaper = 0.05;
     // What comes in from outside the views keeps a volume from being exact: it is only fitted to.
     aMatch.iIterations = m_bBeyond ? 12 : 20;
     m_pMatcher = std::make_unique<CProjectionMatcher>(mGetLink(), mGetMonitor());

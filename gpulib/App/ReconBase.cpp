@@ -64,7 +64,6 @@ bool CReconBase::mFit(int iRows)
     m_iImageRows = 0;
     if (!GetBackend()->FinishDownload() || !mCreateBatch(iImageRows)) return false;
     m_iImageRows = iImageRows;
-    mSetImages(mGetImages());
     return true;
 }
 
@@ -72,7 +71,9 @@ bool CReconBase::mCreateBatch(int iRows)
 {
     const int iProjX = mGetProjX(), iProjs = mGetProjs();
     const bool bProjs = m_eKind != EJobKind::eForProj, bSums = m_eKind != EJobKind::eBackProj;
-    const bool bOneImage = m_eKind == EJobKind::eBackProj;
+    const EMeasured eMeasured = !bSums                           ? EMeasured::eWorking
+                                : GetBackend()->UsesHostMemory() ? EMeasured::eStack
+                                                                 : EMeasured::eImage;
     const auto CreateSums = [&]
     {
         // What is compared with the measured rows becomes the working rows.
@@ -81,8 +82,16 @@ bool CReconBase::mCreateBatch(int iRows)
                       : rSums.Create(iProjX, iProjs);
     };
     m_aTextures.m_aSums.SetLanes(iRows);
-    return (!bProjs || m_aTextures.m_aProjsTex.Create(iProjX, iProjs, iRows, bOneImage)) &&
+    return (!bProjs || m_aTextures.m_aProjsTex.Create(iProjX, iProjs, iRows, eMeasured)) &&
            m_aTextures.m_aVolTex.Create(mGetVolX(), mGetVolZ(), iRows) && (!bSums || CreateSums());
+}
+
+/// The last slices return to a volume that takes more memory as they come.
+void CReconBase::mFreeRows()
+{
+    m_aTextures.m_aSums.Free();
+    m_aTextures.m_aProjsTex.ClearDevice();
+    m_iImageRows = 0;
 }
 
 bool CReconBase::mCreateAnglesTex()
@@ -113,9 +122,10 @@ bool CReconBase::mForEachBatch(const std::function<bool(int iY, int iRows, bool 
     for (int y = 0; const int iRows = mRowsFrom(y); y += m_iBatch)
     {
         bool bZero = false;
-        if (!mFit(iRows) || !mSetProjTex(y, iRows) || !mMoveVolume(y, iRows, bZero) ||
-            !fWork(y, iRows, bZero) || !GetBackend()->FinishDownload())
-            return false;
+        if (!mFit(iRows) || !mSetProjTex(y, iRows) || !mMoveVolume(y, iRows, bZero)) return false;
+        mTellImages();
+        if (!fWork(y, iRows, bZero) || !GetBackend()->FinishDownload()) return false;
+        if (mRowsFrom(y + m_iBatch) == 0 && GetBackend()->UsesHostMemory()) mFreeRows();
         mPrefetchProjs(y + m_iBatch);
         if (!m_bZero) mPrefetchVolume(y + m_iBatch);
         if (!m_aTextures.m_aVolTex.StartMoveOut(
@@ -144,7 +154,7 @@ int CReconBase::mRowsFrom(int iY) const
 bool CReconBase::mSetProjTex(int iY, int iRows)
 {
     return m_aTextures.m_aProjsTex.SetRawData(
-        GetBatch(std::as_const(*m_rJob.pProjs), m_aShare.iStartY + iY, iRows));
+        GetBatch(*m_rJob.pProjs, m_aShare.iStartY + iY, iRows));
 }
 
 bool CReconBase::mSetVolTex(int iY, int iRows)
@@ -168,20 +178,20 @@ void CReconBase::mPrefetchVolume(int iY) const
                                mGetVolX(), mGetVolZ());
 }
 
-RunImages CReconBase::mGetImages() const
+void CReconBase::mTellImages()
 {
-    return {.iVolX = mGetVolX(),
-            .iVolZ = mGetVolZ(),
-            .iProjX = mGetProjX(),
-            .aVol = m_aTextures.GetVolArray(),
-            .aRawProjs = m_aTextures.GetRawProjsArray(),
-            .aProjs = m_aTextures.GetProjsArray(),
-            .aSums = m_aTextures.m_aSums.GetImage(),
-            .aCosSin = m_aTextures.GetAnglesArray(),
-            .aProjIndex = m_aTextures.GetProjIndexArray(),
-            .aRangeX = m_aTextures.GetRangeArray(),
-            .aPreWeight = m_aTextures.GetPreWeightArray(),
-            .aProjWeight = m_aTextures.GetProjWeightArray()};
+    mSetImages({.iVolX = mGetVolX(),
+                .iVolZ = mGetVolZ(),
+                .iProjX = mGetProjX(),
+                .aVol = m_aTextures.GetVolArray(),
+                .aRawProjs = m_aTextures.GetRawProjsArray(),
+                .aProjs = m_aTextures.GetProjsArray(),
+                .aSums = m_aTextures.m_aSums.GetImage(),
+                .aCosSin = m_aTextures.GetAnglesArray(),
+                .aProjIndex = m_aTextures.GetProjIndexArray(),
+                .aRangeX = m_aTextures.GetRangeArray(),
+                .aPreWeight = m_aTextures.GetPreWeightArray(),
+                .aProjWeight = m_aTextures.GetProjWeightArray()});
 }
 
 SetRange CReconBase::mGetFullRange() const

@@ -33,8 +33,9 @@ protected:
     [[nodiscard]] virtual bool mPrepare();
     [[nodiscard]] virtual bool mRun() = 0;
 
-    /// Tells the images of the batches to come.
     virtual void mSetImages(const RunImages& rImages) = 0;
+    /// Tells the images of the batch to come, which are made and loaded.
+    void mTellImages();
     /// Makes the images fit a batch of iRows rows.
     [[nodiscard]] bool mFit(int iRows);
     /// Loads one batch of measured rows and slices after the other, runs fWork on it and stores the
@@ -60,7 +61,7 @@ private:
     [[nodiscard]] bool mCheckInputs() const;
     [[nodiscard]] bool mCreateTables();
     [[nodiscard]] bool mCreateBatch(int iRows);
-    RunImages mGetImages() const;
+    void mFreeRows();
     [[nodiscard]] bool mCreateAnglesTex();
     [[nodiscard]] bool mCreateRangeTex();
     [[nodiscard]] bool mGenWeights();

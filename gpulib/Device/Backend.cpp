@@ -43,6 +43,13 @@ bool CBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
     return CheckSizes("lend array", rImage) && mCreateLent(rImage, pvSource);
 }
 
+bool CBackend::CreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows)
+{
+    if (!rRows.pData || rRows.tStrideLane != std::size_t(rImage.iWidth))
+        return DeviceFail("lend rows: %d columns, %zu apart", rImage.iWidth, rRows.tStrideLane);
+    return CheckSizes("lend rows", rImage) && mCreateLentRows(rImage, OfImage(rRows, rImage));
+}
+
 void CBackend::Free(DeviceImage& rImage)
 {
     if (rImage.pvData) mFree(rImage);

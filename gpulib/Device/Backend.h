@@ -52,6 +52,10 @@ public:
     /// A one-lane array with the values at pvSource, tightly packed, for kernels that read it. The
     /// source must stay as it is until Free(): the backend may copy it or work on it in place.
     [[nodiscard]] bool CreateLent(DeviceImage& rImage, const void* pvSource);
+    /// As CreateArray() and Upload() of the whole image, but the rows, which lie one after the
+    /// other, are lent until Free(): meanwhile they hold anything, afterwards what they held. A
+    /// backend that works on the host's memory need not hold them twice.
+    [[nodiscard]] bool CreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows);
     void Free(DeviceImage& rImage);  ///< also of an empty image
     [[nodiscard]] bool Clear(const DeviceImage& rImage);
     /// Fills the rectangle that begins at element (iX0, iY0) with iWidth x iHeight elements.
@@ -103,6 +107,11 @@ private:
         return mCreatePitched(rImage);
     }
     virtual bool mCreateLent(DeviceImage& rImage, const void* pvSource) = 0;
+    virtual bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows)
+    {
+        return mCreateArray(rImage) &&
+               mUpload(rImage, rRows.AsConst(), 0, 0, rImage.iWidth, rImage.iHeight);
+    }
     virtual void mFree(DeviceImage& rImage) = 0;
     virtual bool mClear(const DeviceImage& rImage) = 0;
     virtual bool mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,

@@ -83,6 +83,7 @@ bool CheckParams(const CombineParams& rP)
     return CheckRange(pcName, rP.aProjIndex, rP.iFirst, rP.iEnd) &&
            CheckImage(pcName, "sums", rP.aSums, rP.iProjX, rP.aOut.iHeight) &&
            CheckImage(pcName, "measured rows", rP.aRaw, rP.iProjX, rP.aOut.iHeight) &&
+           CheckImage(pcName, "weights", rP.aWeight, rP.iProjX, rP.aOut.iHeight) &&
            CheckImage(pcName, "result", rP.aOut, rP.iProjX, 1) &&
            CheckSameBatch(pcName, rP.aSums, rP.aOut) && CheckSameBatch(pcName, rP.aRaw, rP.aOut);
 }
@@ -126,6 +127,7 @@ bool CheckParams(const SumAbsParams& rP)
                           rP.iIter, rP.aAccum.iHeight, rP.iRows, rP.aSource.iLanes);
     return CheckRange(pcName, rP.aProjIndex, 0, rP.iProjs) &&
            CheckImage(pcName, "rows", rP.aSource, rP.iProjX, 1) &&
+           CheckImage(pcName, "weights", rP.aWeight, rP.iProjX, rP.aSource.iHeight) &&
            (!rP.aMinus.pvData || CheckSameSize(pcName, rP.aSource, rP.aMinus)) &&
            CheckImage(pcName, "accumulators", rP.aAccum, rP.iProjs, 1, 1, 8);
 }

@@ -29,6 +29,12 @@ public:
         return mCreateLent(pfData, iWidth, iHeight);
     }
 
+    /// An image of rows that are lent until Free(), see CBackend.
+    [[nodiscard]] bool CreateLentRows(const HostRows<float>& rRows, int iWidth, int iHeight)
+    {
+        return mCreateLentRows(rRows, iWidth, iHeight);
+    }
+
     using CDeviceMemory::HostToDevice;
     /// Element i becomes the pair (a[i], b[i]); for arrays of two channels.
     template <class T>

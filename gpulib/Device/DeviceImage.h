@@ -19,12 +19,13 @@ struct DeviceImage
     std::uint64_t uiSurface = 0;  ///< CUDA, layered arrays: surface object
     std::size_t tPitch = 0;       ///< bytes from one row of elements to the next
     int iWidth = 0, iHeight = 0;  ///< elements
-    int iDepth = 1;         ///< slices of a 3-D image; slice k begins at image row k * iHeight
-    int iChannels = 1;      ///< values per element
-    int iLanes = 1;         ///< Y rows held; 1 for tables
-    bool bSampled = false;  ///< kernels read it between its elements; one channel, 4 bytes
-    bool bLent = false;     ///< host: the memory belongs to someone else
-    int iBytes = 4;         ///< bytes per value: 4 (float, int, unsigned), 8 (double)
+    int iDepth = 1;          ///< slices of a 3-D image; slice k begins at image row k * iHeight
+    int iChannels = 1;       ///< values per element
+    int iLanes = 1;          ///< Y rows held; 1 for tables
+    bool bSampled = false;   ///< kernels read it between its elements; one channel, 4 bytes
+    bool bLent = false;      ///< host: the memory belongs to someone else
+    int iBytes = 4;          ///< bytes per value: 4 (float, int, unsigned), 8 (double)
+    void* pvRoom = nullptr;  ///< host, lent rows: to bring them back into their order
 };
 
 /// Host memory that an image is filled from or copied to, row by row of the batch.

@@ -34,6 +34,17 @@ bool CDeviceMemory::mCreateLent(const float* pfData, int iWidth, int iHeight)
     return true;
 }
 
+bool CDeviceMemory::mCreateLentRows(const HostRows<float>& rRows, int iWidth, int iHeight)
+{
+    Free();
+    DeviceImage aImage = m_aWanted;
+    aImage.iWidth = iWidth;
+    aImage.iHeight = iHeight;
+    if (!GetBackend()->CreateLentRows(aImage, rRows)) return false;
+    m_aImage = aImage;
+    return true;
+}
+
 bool CDeviceMemory::mCreateShared(const DeviceImage& rArray)
 {
     Free();

@@ -45,6 +45,8 @@ protected:
     [[nodiscard]] bool mCreate(int iWidth, int iHeight, int iDepth);
     /// Frees what is held and makes a one-lane array of the values at pfData.
     [[nodiscard]] bool mCreateLent(const float* pfData, int iWidth, int iHeight);
+    /// Frees what is held and makes an array of lent rows, see CBackend.
+    [[nodiscard]] bool mCreateLentRows(const HostRows<float>& rRows, int iWidth, int iHeight);
     /// Frees what is held and makes a buffer beside an array, or in it.
     [[nodiscard]] bool mCreateShared(const DeviceImage& rArray);
     /// Tightly packed values of a one-lane image; nothing when it is empty.

@@ -11,6 +11,7 @@ bool GForwardProj::mCombine(ECombine eOperation, SetRange aSet) const
 {
     return GetBackend()->Combine({.aOut = m_aImages.aProjs,
                                   .aRaw = m_aImages.aRawProjs,
+                                  .aWeight = m_aImages.aPreWeight,
                                   .aSums = m_aImages.aSums,
                                   .aProjIndex = m_aImages.aProjIndex,
                                   .eOperation = eOperation,

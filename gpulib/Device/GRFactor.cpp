@@ -6,6 +6,7 @@ bool GRFactor::mLaunch(const DeviceImage& rMinus, const DeviceImage& rAccum, int
                        int iRows) const
 {
     return GetBackend()->SumAbs({.aSource = m_aImages.aRawProjs,
+                                 .aWeight = m_aImages.aPreWeight,
                                  .aMinus = rMinus,
                                  .aAccum = rAccum,
                                  .aProjIndex = m_aImages.aProjIndex,

@@ -24,12 +24,13 @@ enum class ECombine
     eDiv    ///< measured / sum where measured >= 0 and sum != 0, else 1 (EM)
 };
 
-/// Measured rows against ray sums, for the projections of one set.
+/// Weighted measured rows against ray sums, for the projections of one set.
 struct CombineParams
 {
-    DeviceImage aOut;   ///< out, the working projections
-    DeviceImage aRaw;   ///< measured projections
-    DeviceImage aSums;  ///< ray sums
+    DeviceImage aOut;     ///< out, the working projections
+    DeviceImage aRaw;     ///< measured projections
+    DeviceImage aWeight;  ///< that they are multiplied by, projX x projections, one lane
+    DeviceImage aSums;    ///< ray sums
     DeviceImage aProjIndex;
     ECombine eOperation = ECombine::eDiff;
     int iProjX = 0;
@@ -78,11 +79,12 @@ struct BackParams
     int iRows = 0;  ///< rows in use; the remaining lanes may hold anything finite
 };
 
-/// Sums of |value| over the columns of each selected projection row, rows with values at or below
-/// -1e15 left out; added to the accumulators row by row of the batch.
+/// Sums of |weighted value| over the columns of each selected projection row, rows with values at
+/// or below -1e15 left out; added to the accumulators row by row of the batch.
 struct SumAbsParams
 {
     DeviceImage aSource;  ///< measured projections, batch
+    DeviceImage aWeight;  ///< that they are multiplied by, projX x projections, one lane
     DeviceImage aMinus;   ///< ray sums that are taken off them first; empty: none
     DeviceImage aAccum;   ///< in and out, list length x iterations, doubles
     DeviceImage aProjIndex;

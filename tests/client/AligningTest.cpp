@@ -1,6 +1,6 @@
 // Raw series aligned without markers, by the program.
 
-#include <cmath>
+#include <algorithm>
 
 #include "Program.h"
 #include "talven/AlignGauge.h"
@@ -19,19 +19,44 @@ protected:
     /// raw.mrc: the phantom's views, moved; one of them is blank.
     ClientAligning()
     {
-        std::string strMoves;
-        for (int i = 0; i < g_iViews; ++i)
-        {
-            m_vdMovedX.push_back(i * 7 % 9 - 4.25);
-            m_vdMovedY.push_back(i * 5 % 7 - 2.75);
-            strMoves += Format("1 0 0 1 %g %g\n", m_vdMovedX.back(), m_vdMovedY.back());
-            m_vfAngles.push_back(float(3 * i - 60));
-        }
-        WriteFile(m_aDir / "m.txt", strMoves);
-        mRun("transform --measured ph.mrc --matrices m.txt -o moved.mrc");
+        mMove("ph.mrc");
         m_vRaw = Split(mRead("moved.mrc"), g_iX * g_iY);
         m_vRaw[g_iBlank].assign(g_iX * g_iY, 3.0f);
         mWrite("raw.mrc", g_iX, g_iY, m_vRaw);
+    }
+    /// moved.mrc: each view by its own way.
+    void mMove(const std::string& strStack)
+    {
+        std::string strMoves;
+        for (int i = 0; i < g_iViews; ++i)
+            strMoves += Format("1 0 0 1 %g %g\n", MovedX(i), MovedY(i));
+        WriteFile(m_aDir / "m.txt", strMoves);
+        mRun("transform --measured " + strStack + " --matrices m.txt -o moved.mrc");
+    }
+    static double MovedX(int i) { return i * 7 % 9 - 4.25; }
+    static double MovedY(int i) { return i * 5 % 7 - 2.75; }
+    /// Expects the views that were used where they were, but for the specimen's place.
+    static void ExpectShifts(const json& rFound, double dFirst, double dStep, double dMostX,
+                             double dMostY)
+    {
+        std::vector<double> vdX, vdY;
+        std::vector<float> vfAngles;
+        std::vector<int> viUsed;
+        const std::vector<int> viOut = rFound["excluded"];
+        for (int i = 0; i < g_iViews; ++i)
+        {
+            const json& rShift = rFound["shifts"][std::size_t(i)];
+            vdX.push_back(rShift[0].get<double>() - MovedX(i));
+            vdY.push_back(rShift[1].get<double>() - MovedY(i));
+            vfAngles.push_back(float(dFirst + dStep * i));
+            if (std::ranges::find(viOut, i + 1) == viOut.end()) viUsed.push_back(i);
+        }
+        RemoveGauge(vfAngles, viUsed, vdX, vdY);
+        for (const int i : viUsed)
+        {
+            EXPECT_NEAR(vdX[std::size_t(i)], 0, dMostX) << i;
+            EXPECT_NEAR(vdY[std::size_t(i)], 0, dMostY) << i;
+        }
     }
     static std::vector<Floats> Split(const Floats& rAll, std::size_t tPixels)
     {
@@ -41,8 +66,6 @@ protected:
         return vParts;
     }
 
-    std::vector<double> m_vdMovedX, m_vdMovedY;
-    std::vector<float> m_vfAngles;
     std::vector<Floats> m_vRaw;
     const std::string m_strSeries = "--tilts raw.mrc --angles ph.tlt --thickness 36 ";
 };
@@ -54,22 +77,7 @@ TEST_F(ClientAligning, FindsShiftsAndTheAxisAndNamesABlankView)
     EXPECT_NEAR(aFound["axis"].get<double>(), 0, 0.4) << aFound["axis_uncertainty"];
     EXPECT_EQ(aFound["excluded"], json({g_iBlank + 1}));
     EXPECT_EQ(aFound["bins"], json({1}));
-    std::vector<double> vdX, vdY;
-    std::vector<int> viUsed;
-    for (int i = 0; i < g_iViews; ++i)
-    {
-        const auto t = std::size_t(i);
-        vdX.push_back(aFound["shifts"][t][0].get<double>() - m_vdMovedX[t]);
-        vdY.push_back(aFound["shifts"][t][1].get<double>() - m_vdMovedY[t]);
-        if (i != g_iBlank) viUsed.push_back(i);
-    }
-    RemoveGauge(m_vfAngles, viUsed, vdX, vdY);
-    for (const int i : viUsed)
-    {
-        EXPECT_NEAR(vdX[std::size_t(i)], 0, 0.5) << i;
-        EXPECT_NEAR(vdY[std::size_t(i)], 0, 0.25) << i;
-    }
-
+    ExpectShifts(aFound, -60, 3, 0.5, 0.25);
     EXPECT_NE(ReadFile(m_aDir / "ts.html").find("--exclude 13"), std::string::npos);
 
     // By any number of devices, and on the way to a volume as beforehand.
@@ -82,6 +90,17 @@ TEST_F(ClientAligning, FindsShiftsAndTheAxisAndNamesABlankView)
     const json aTwo = mJson(strVolume + "--align --fixed-axis --devices 2 -o two.mrc");
     EXPECT_EQ(aTwo["align"]["excluded"], json({g_iBlank + 1}));
     EXPECT_EQ(mRead("one.mrc"), mRead("two.mrc"));
+}
+
+TEST_F(ClientAligning, FindsHowAnIsolatedSpecimenMovedAtAnyAngle)
+{
+    mRun("phantom dust --size 64,48 --thickness 64 --angles -90,90,4.5 --beads 0 --seed 3");
+    mMove("dust.mrc");
+    const json aFound = mJson(
+        "align --tilts moved.mrc --angles dust.tlt --thickness 64 --isolated --axis 0 "
+        "--fixed-axis --limit 12 -o dust.xf");
+    EXPECT_EQ(aFound["excluded"], json::array());
+    ExpectShifts(aFound, -90, 4.5, 0.06, 0.03);
 }
 
 TEST_F(ClientAligning, SaysWhatCannotBeAligned)

@@ -49,6 +49,30 @@ TEST_P(Kernel, SlicesMoveBetweenVolumeAndBatch)
     }
 }
 
+/// In the midst of others, which have to stay.
+TEST_P(Kernel, LentRowsAreReadAndComeBack)
+{
+    constexpr int iN = 3, iY = 40, iFirst = 5;
+    for (const int iX : {1, 67, 130})
+        for (const auto& [iRows, iMore] :
+             {std::pair{1, 0}, {3, 0}, {4, 0}, {4, 1}, {8, 0}, {16, 16}, {31, 0}, {32, 0}})
+        {
+            SCOPED_TRACE(testing::Message() << iRows << " rows of " << iX);
+            Images aStack = RandomImages(iX, iY, iN, 1, 2);
+            const Images aBefore = aStack;
+            CDeviceArray2D aArray;
+            aArray.SetLanes(iRows + iMore);
+            ASSERT_TRUE(aArray.CreateLentRows(
+                {&aStack.vf[iX * iFirst], std::size_t(iX) * iY, std::size_t(iX), iRows}, iX, iN));
+            const Images aGot = CRig::Read(aArray.GetImage(), iRows);
+            for (int i = 0; i < int(aGot.vf.size()); ++i)
+                ASSERT_EQ(aGot.vf[i],
+                          aBefore.Nth(i / iX % iN)[(iFirst + i / (iX * iN)) * iX + i % iX]);
+            aArray.Free();
+            EXPECT_EQ(aStack.vf, aBefore.vf);
+        }
+}
+
 TEST_P(Kernel, BuffersInterleaveCopyAndClear)
 {
     CRig aRig;

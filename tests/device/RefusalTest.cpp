@@ -62,8 +62,9 @@ TEST_P(Kernel, RefusesWhatLiesBesideItsImages)
              {&B::iVolX, &B::iVolZ, &B::iProjX, &B::iEnd, &B::iY, &B::iRows});
     EXPECT_TRUE(GetBackend()->ForwardProject({}) && GetBackend()->BackProject({}));  // no rows
     using C = CombineParams;
-    Spoil<C>(&CBackend::Combine, {aProjs, aProjs, aProjs, aIndex, ECombine::eDiff, 8, 0, 2},
-             {&C::aOut, &C::aRaw, &C::aSums, &C::aProjIndex}, {&C::iFirst}, {&C::iProjX, &C::iEnd});
+    Spoil<C>(&CBackend::Combine, {aProjs, aProjs, aRow, aProjs, aIndex, ECombine::eDiff, 8, 0, 2},
+             {&C::aOut, &C::aRaw, &C::aWeight, &C::aSums, &C::aProjIndex}, {&C::iFirst},
+             {&C::iProjX, &C::iEnd});
     using W = WeightParams;
     Spoil<W>(&CBackend::Weight, {aProjs, aProjs, aRow, aIndex, EWeight::eRecon, 8, 0, 2},
              {&W::aOut, &W::aIn, &W::aWeight, &W::aProjIndex}, {&W::iFirst},
@@ -71,8 +72,8 @@ TEST_P(Kernel, RefusesWhatLiesBesideItsImages)
     EXPECT_FALSE(GetBackend()->Weight({aProjs, aProjs, aRow, {}, EWeight::eRef, 8, -1, 2}) ||
                  GetBackend()->Weight({aProjs, aProjs, aRow, {}, EWeight::eRef, 8, 0, 3}));
     using S = SumAbsParams;
-    Spoil<S>(&CBackend::SumAbs, {aProjs, aProjs, aRig.Doubles(2, 3), aIndex, 8, 2, 2, 4},
-             {&S::aSource, &S::aAccum, &S::aProjIndex}, {&S::iProjX, &S::iIter},
+    Spoil<S>(&CBackend::SumAbs, {aProjs, aRow, aProjs, aRig.Doubles(2, 3), aIndex, 8, 2, 2, 4},
+             {&S::aSource, &S::aWeight, &S::aAccum, &S::aProjIndex}, {&S::iProjX, &S::iIter},
              {&S::iProjX, &S::iProjs, &S::iIter, &S::iRows});
     using T = TransformParams;
     Spoil<T>(&CBackend::Transform, {aPlain, aPlain, aRow, {}, {}, false, 8, 0, 9},
@@ -108,6 +109,7 @@ TEST_P(Kernel, MemoryRefusesAndNamesItsNumbers)
           {Note(aArray.Create(1 << 30, 1 << 30)), "1073741824 x 1073741824"},
           {Note(aArray.HostToDevice(afValues)), "empty"},
           {Note(aArray.CreateLent(nullptr, 2, 2)), "lend array"},
+          {Note(aArray.CreateLentRows({afValues, 4, 2, 2}, 1, 1)), "1 columns, 2 apart"},
           {Note(GetBackend()->SelectDevice(99)), "device 99 of "},
           {Note(GetBackend()->Copy(aImage, aPlain)), "8 x 9 x 1 to 4 x 4"},
           {Note(GetBackend()->Clear(DeviceImage())), "clear: "},

@@ -16,25 +16,28 @@ TEST_P(Kernel, RowsAreWeightedAndCompared)
         Images aIn = RandomImages(iX, 5, iRows, -2, 2), aWith = RandomImages(iX, 5, iRows, 1, 3, 2);
         for (std::size_t i = 0; 2 * i < aIn.vf.size(); ++i)
             aIn.vf[2 * i] = g_afIn[i % 11], aWith.vf[2 * i] = g_afWith[i % 11];
+        const Images aScale = RandomImages(iX, 5, 1, 1, 3, 3);  // of measured pixels
         CRig aRig;
         const DeviceImage aRaw = aRig.Array(aIn), aSums = aRig.Buffer(aWith);
         const DeviceImage aWeight = aRig.Array(Part(aWith, 0)), aList = aRig.List({4, 1, 3});
+        const DeviceImage aScales = aRig.Array(aScale);
         for (int k = 0; k < 6; ++k)  // operations, in their order
         {
             const bool bWeight = k < 4;
             const Images aBefore(iX, 5, iRows, 77);
             const DeviceImage aOut = bWeight ? aRig.Buffer(aBefore) : aRig.Array(aBefore);
             ASSERT_TRUE(
-                bWeight
-                    ? GetBackend()->Weight({aOut, aRaw, aWeight, aList, EWeight(k), iX, 1, 3})
-                    : GetBackend()->Combine({aOut, aRaw, aSums, aList, ECombine(k - 4), iX, 1, 3}));
+                bWeight ? GetBackend()->Weight({aOut, aRaw, aWeight, aList, EWeight(k), iX, 1, 3})
+                        : GetBackend()->Combine(
+                              {aOut, aRaw, aScales, aSums, aList, ECombine(k - 4), iX, 1, 3}));
             const Images aGot = CRig::Read(aOut, iRows);
             for (int i = 0; i < int(aGot.vf.size()); ++i)
             {
                 const int n = i / iX % 5;
                 const float fA = aIn.vf[i], fB = aWith.vf[bWeight ? i % (5 * iX) : i];
-                const float fRatio = fA >= 0 && fB != 0 ? fA / fB : 1;
-                const float afRules[] = {fA, fA * fB, fA * fB, fA / fB, fA - fB, fRatio};
+                const float fScaled = fA * aScale.vf[i % (5 * iX)];
+                const float fRatio = fScaled >= 0 && fB != 0 ? fScaled / fB : 1;
+                const float afRules[] = {fA, fA * fB, fA * fB, fA / fB, fScaled - fB, fRatio};
                 const float fExpected = n == 1 || n == (k > 1 ? 3 : 2) ? afRules[k] : 77;
                 ASSERT_TRUE(aGot.vf[i] == fExpected ||
                             (std::isnan(aGot.vf[i]) && std::isnan(fExpected)))

@@ -141,6 +141,7 @@ TEST_P(OracleJob, FollowsTheFormulaOnAnyMachine)
     // on, and weights that come out one step of 8 bits away.
     const double dTolerance = Tolerance(strBackend, Iterates(aJob) ? 5e-4 : 2e-5);
     EXPECT_LE(JobError(aResult, aExpected), dTolerance);
+    EXPECT_TRUE(aJob.bReproject || aResult.vfProjs == aStart.vfProjs);
 
     // Neither workers nor batches, nor the cores of a device, change a bit, nor do wider registers.
     std::vector<Machine> vMachines = {{strBackend, 1, 1}, {strBackend, 2, 2}};
@@ -233,19 +234,23 @@ TEST(JobInputs, ThatDoNotFitAreRefused)
         {"SumAbs: projection 7 of 7", [](TestJob& r, TestData&) { r.vuiList.push_back(7); }},
         {"0 sets, 1 iterations", [](TestJob& r, TestData&) { r.uiSets = 0; }},
         {"relaxation factors: 1 given, 2 needed", [](TestJob& r, TestData&) { r.iIterations = 2; }},
-        {"column ranges: 5 given, 70 needed", [](TestJob&, TestData& r) { r.vuiRangeX.resize(5); }},
+        {"column ranges: 5 given, 112 needed",
+         [](TestJob&, TestData& r) { r.vuiRangeX.resize(5); }},
         // A worker that fails takes the others with it: none waits for ever.
         {"smooth: no memory on device 99", [](TestJob& r, TestData&) { r.iFailingWorker = 0; }}};
     for (const auto& [pcReason, pChange] : aCases)
     {
         TestJob aJob;
+        aJob.iY = 8;
         TestData aData = MakeData(aJob, 1);
         aJob.vuiList = {0};
         aJob.vfRelax = {1};
         SetKernel(aJob, 3, 1, 1);
         aJob.uiInterval = 1;
         pChange(aJob, aData);
-        EXPECT_EQ(RunJob(aJob, aData, {"host", 2}).strError, pcReason);
+        const TestData aResult = RunJob(aJob, aData, {"host", 2});
+        EXPECT_EQ(aResult.strError, pcReason);
+        EXPECT_EQ(aResult.vfProjs, aData.vfProjs);  // whatever a worker had done to its rows
     }
     SetBackend(nullptr);
 }

@@ -18,6 +18,7 @@ struct MatchRequest
     double dTiltAxis = 0;              ///< about, see AlignRequest
     int iThickness = 0;                ///< of the volume, voxels
     double dWidth = 2.2;               ///< of the volume, widths of the aligned views
+    bool bIsolated = false;            ///< the specimen ends within the volume and the views
     int iIterations = 12;              ///< of SART
     double dRelaxation = 0.5;          ///< of SART
     double dLow = 0.001, dHigh = 0.3;  ///< what is compared, cycles per pixel
@@ -30,7 +31,8 @@ struct MatchRequest
 ///
 /// The volume is wider than the views, and pixels whose rays leave it through its sides count as
 /// missing: what lies beside the field of view would otherwise be drawn into it, and pull the views
-/// with it.
+/// with it. Beside an isolated specimen there is nothing; without those pixels little is left of
+/// its steep views, and they drift.
 class CProjectionMatcher : public CServerJob
 {
 public:

@@ -64,24 +64,28 @@ bool CRangeTexture::SetData(std::span<const unsigned int> uiRangeX, int iProjY, 
     return m_aArray.HostToDevice(vfPairs.data());
 }
 
-bool CProjsTexture::Create(int iSizeX, int iProjs, int iLanes, bool bOneImage)
+bool CProjsTexture::Create(int iSizeX, int iProjs, int iLanes, EMeasured eMeasured)
 {
     ClearDevice();
+    m_eMeasured = eMeasured;
     m_aArray.SetLanes(iLanes);
     m_aRaw.SetLanes(iLanes);
-    return m_aArray.Create(iSizeX, iProjs) && (bOneImage || m_aRaw.Create(iSizeX, iProjs));
-}
-
-bool CProjsTexture::SetRawData(const HostRows<const float>& rRows)
-{
-    CDeviceArray2D& rTarget = m_aRaw.IsEmpty() ? m_aArray : m_aRaw;
-    return rTarget.HostToDevice(rRows, 0, 0, GetImage().iWidth, GetImage().iHeight);
+    return m_aArray.Create(iSizeX, iProjs) &&
+           (eMeasured != EMeasured::eImage || m_aRaw.Create(iSizeX, iProjs));
 }
 
 void CProjsTexture::ClearDevice()
 {
     CTexture::ClearDevice();
     m_aRaw.Free();
+}
+
+bool CProjsTexture::SetRawData(const HostRows<float>& rRows)
+{
+    const int iX = GetImage().iWidth, iProjs = GetImage().iHeight;
+    if (m_eMeasured == EMeasured::eStack) return m_aRaw.CreateLentRows(rRows, iX, iProjs);
+    CDeviceArray2D& rTarget = m_eMeasured == EMeasured::eImage ? m_aRaw : m_aArray;
+    return rTarget.HostToDevice(rRows.AsConst(), 0, 0, iX, iProjs);
 }
 
 bool CVolTexture::Create(int iSizeX, int iSizeZ, int iLanes)

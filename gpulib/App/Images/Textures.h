@@ -66,25 +66,34 @@ class CProjweightTex : public CWeightTexture
 {
 };
 
+/// Where a job keeps the measured rows of a batch.
+enum class EMeasured
+{
+    eWorking,  ///< in the working rows: it never needs both at once
+    eImage,    ///< in an image of their own
+    eStack     ///< where they are: in the stack, or in a short-lived image where that cannot be
+};
+
 /// Measured and working projections of a batch of detector rows, each of shape [proj][x].
 ///
 /// The measured rows come from the stack; the working rows are what the back projection reads.
-/// A job that never needs both at once keeps them in one image: loading the measured rows then
-/// fills the working rows too.
 class CProjsTexture : public CTexture
 {
 public:
-    /// \param iLanes     rows of a batch
-    /// \param bOneImage  measured and working rows share one image
-    [[nodiscard]] bool Create(int iSizeX, int iProjs, int iLanes, bool bOneImage);
-    /// Loads the measured rows: image row n from projection n, lanes from detector rows.
-    [[nodiscard]] bool SetRawData(const HostRows<const float>& rRows);
+    /// \param iLanes  rows of a batch
+    [[nodiscard]] bool Create(int iSizeX, int iProjs, int iLanes, EMeasured eMeasured);
+    /// Loads the measured rows: image row n from projection n, lanes from detector rows. With
+    /// eStack they are lent until the next ones come, or the end, and hold anything meanwhile.
+    [[nodiscard]] bool SetRawData(const HostRows<float>& rRows);
     void ClearDevice();
-    const DeviceImage& GetRawImage() const { return mGetRaw().GetImage(); }
+    const DeviceImage& GetRawImage() const
+    {
+        return m_eMeasured == EMeasured::eWorking ? GetImage() : m_aRaw.GetImage();
+    }
 
 private:
-    const CDeviceArray2D& mGetRaw() const { return m_aRaw.IsEmpty() ? m_aArray : m_aRaw; }
-    CDeviceArray2D m_aRaw;  // empty: shares the other
+    EMeasured m_eMeasured = EMeasured::eWorking;
+    CDeviceArray2D m_aRaw;
 };
 
 /// X-Z slices of the volume for a batch of rows, each inside a frame of one zero texel.

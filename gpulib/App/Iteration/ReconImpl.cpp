@@ -29,7 +29,7 @@ bool CReconImpl::SetBatch(int iY, int iRows, bool bZero)
     m_iRows = iRows;
     m_aBackProjImpl.SetBatch(iY, iRows);
     m_aDifProjImpl.NotifyVolChanged();
-    return (!bZero || m_aDifProjImpl.NotifyVolZero()) && m_aDifProjImpl.WeightRef();
+    return !bZero || m_aDifProjImpl.NotifyVolZero();
 }
 
 bool CReconImpl::DoIt(unsigned int uiFirst, unsigned int uiEnd)

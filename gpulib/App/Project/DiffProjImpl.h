@@ -5,7 +5,7 @@
 #include "gpulib/App/Weights/WeightImpl.h"
 #include "gpulib/Device/GForwardProj.h"
 
-/// Compares the measured rows with the ray sums of the current slices.
+/// Compares the measured rows, times their pre-weights, with the ray sums of the current slices.
 ///
 /// Ray sums are kept as long as the slices do not change: the sums behind the residual of one
 /// iteration serve the first set of the next one.
@@ -29,8 +29,6 @@ public:
     }
     /// Working rows of the set times their projection weights.
     [[nodiscard]] bool WeightProjs(SetRange aSet) const { return m_aWeightImpl.WeightRecon(aSet); }
-    /// Measured rows of all projections times their pre-weights.
-    [[nodiscard]] bool WeightRef() const { return m_aWeightImpl.WeightRef(); }
 
 protected:
     /// A step that works on the ray sums, after which none holds.

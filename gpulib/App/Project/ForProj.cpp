@@ -37,8 +37,9 @@ bool CForProj::mRun()
 {
     for (int y = 0; const int iRows = mRowsFrom(y); y += m_iBatch)
     {
-        if (!mFit(iRows) || !mSetVolTex(y, iRows) || !m_aForProjImpl.DoIt(m_rJob.aBox.has_value()))
-            return false;
+        if (!mFit(iRows) || !mSetVolTex(y, iRows)) return false;
+        mTellImages();
+        if (!m_aForProjImpl.DoIt(m_rJob.aBox.has_value())) return false;
         mPrefetchVolume(y + m_iBatch);
         if (!m_aForProjImpl.ToHost(*m_rJob.pProjs, m_aShare.iStartY + y, iRows)) return false;
     }

@@ -5,11 +5,18 @@
 
 // Bodies of the kernels that stream over projection rows, and of the sums over them.
 
+/// One element of a measured row, weighted.
+CUDA_FN float LoadTimes(const DeviceImage& rRaw, const DeviceImage& rWeight, int iX, int iProj,
+                        int iLane)
+{
+    return LoadTexel(rRaw, iX, iProj, iLane) * LoadTexel(rWeight, iX, iProj, 0);
+}
+
 CUDA_FN void CombineBody(int iX, int iPosition, int iLane, const CombineParams& rP)
 {
     int iProj;
     if (!ReadIndex(rP.aProjIndex, rP.iFirst + iPosition, rP.aOut.iHeight, iProj)) return;
-    const float fRaw = LoadTexel(rP.aRaw, iX, iProj, iLane);
+    const float fRaw = LoadTimes(rP.aRaw, rP.aWeight, iX, iProj, iLane);
     const float fSum = LoadTexel(rP.aSums, iX, iProj, iLane);
     const bool bDiff = rP.eOperation == ECombine::eDiff;
     StoreTexel(rP.aOut, iX, iProj, iLane, bDiff ? fRaw - fSum : Ratio(fRaw, fSum));
@@ -37,7 +44,7 @@ CUDA_FN void AddHalf(int iThread, int iStride, float* pfPartial)
 
 CUDA_FN float LoadResidual(int iX, int iProj, int iLane, const SumAbsParams& rP)
 {
-    const float fValue = LoadTexel(rP.aSource, iX, iProj, iLane);
+    const float fValue = LoadTimes(rP.aSource, rP.aWeight, iX, iProj, iLane);
     return rP.aMinus.pvData ? fValue - LoadTexel(rP.aMinus, iX, iProj, iLane) : fValue;
 }
 

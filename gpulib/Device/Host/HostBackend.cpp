@@ -219,6 +219,7 @@ bool CHostBackend::mCreateShared(DeviceImage& rImage, const DeviceImage& rArray)
 {
     rImage = rArray;
     rImage.bLent = true;
+    rImage.pvRoom = nullptr;
     return true;
 }
 
@@ -230,8 +231,30 @@ bool CHostBackend::mCreateLent(DeviceImage& rImage, const void* pvSource)
     return true;
 }
 
+/// A row of the image takes as much memory as its rows of the batch: they stay where they are, in
+/// the order of the lanes.
+bool CHostBackend::mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows)
+{
+    if (RoundUpLanes(rImage.iLanes) != rRows.iLanes)  // a copy: there are more lanes than rows
+        return mCreate(rImage, "array") &&
+               mUpload(rImage, rRows.AsConst(), 0, 0, rImage.iWidth, rImage.iHeight);
+    rImage.pvRoom = AllocateZeroed(CountBytes(SliceOf(rRows, 0))).release();
+    if (!rImage.pvRoom) return DeviceFail("lend rows: no memory for %d columns", rImage.iWidth);
+    rImage.iLanes = rRows.iLanes;
+    rImage.pvData = rRows.pData;
+    rImage.tPitch = rRows.tStrideY * sizeof(float);
+    rImage.bLent = true;
+    InterleaveInPlace(rImage, static_cast<float*>(rImage.pvRoom));
+    return true;
+}
+
 void CHostBackend::mFree(DeviceImage& rImage)
 {
+    if (rImage.pvRoom)
+    {
+        const HostBlock pvRoom(rImage.pvRoom, {std::size_t(rImage.iWidth) * rImage.iLanes * 4});
+        DeinterleaveInPlace(rImage, static_cast<float*>(rImage.pvRoom));
+    }
     if (!rImage.bLent) HostBlock(rImage.pvData, {CountBytes(rImage)}).reset();
 }
 

@@ -32,6 +32,7 @@ private:
     bool mCreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
     bool mCreateShared(DeviceImage& rImage, const DeviceImage& rArray) override;
     bool mCreateLent(DeviceImage& rImage, const void* pvSource) override;
+    bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows) override;
     void mFree(DeviceImage& rImage) override;
     bool mClear(const DeviceImage& rImage) override;
     bool mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,

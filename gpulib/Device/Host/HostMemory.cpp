@@ -11,6 +11,7 @@
 namespace
 {
 constexpr std::size_t g_tLine = 64;
+constexpr std::size_t g_tPage = 4096;
 constexpr std::size_t g_tHugePage = std::size_t(2) << 20;
 constexpr std::size_t g_tHuge = std::size_t(1) << 20;  // from here on take whole huge pages
 constexpr std::size_t g_tBig = std::size_t(64) << 20;  // from here on ask what is left
@@ -20,7 +21,8 @@ std::size_t RoundUp(std::size_t tBytes, std::size_t tUnit)
     return (tBytes + tUnit - 1) / tUnit * tUnit;
 }
 
-/// Zero pages that begin at a huge page; null when there are none.
+/// Zero pages that begin at a huge page; null when there are none. The last ones are small: a huge
+/// one takes memory as a whole.
 void* MapHuge(std::size_t tBytes)
 {
     void* pvMapped = mmap(nullptr, tBytes + g_tHugePage, PROT_READ | PROT_WRITE,
@@ -43,7 +45,7 @@ HostBlock AllocateZeroed(std::size_t tBytes)
     if (tBytes >= g_tBig &&
         (tBytes > Util_Memory::GetMachine() || tBytes >= Util_Memory::GetAvailable()))
         return nullptr;
-    if (tBytes >= g_tHuge) return HostBlock(MapHuge(RoundUp(tBytes, g_tHugePage)), {tBytes});
+    if (tBytes >= g_tHuge) return HostBlock(MapHuge(RoundUp(tBytes, g_tPage)), {tBytes});
     void* pvData = std::aligned_alloc(g_tLine, RoundUp(tBytes, g_tLine));
     if (pvData) std::memset(pvData, 0, tBytes);
     return HostBlock(pvData, {tBytes});
@@ -60,7 +62,7 @@ void CHostPages::ReleaseTo(void* pvEnd)
 void HostRelease::operator()(void* pvData) const
 {
     if (tBytes >= g_tHuge)
-        munmap(pvData, RoundUp(tBytes, g_tHugePage));
+        munmap(pvData, RoundUp(tBytes, g_tPage));
     else
         std::free(pvData);
 }

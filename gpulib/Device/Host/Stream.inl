@@ -1,5 +1,16 @@
 // Kernels that stream over projection rows. Included inside the namespace of an instruction set.
 
+/// One element of a measured row, weighted.
+template <int LANES>
+DEVICE_FN Lanes<LANES> LoadTimes(const float* pfLanes, float fWeight)
+{
+    Lanes<LANES> aValue = Load<LANES>(pfLanes);
+    const Lanes<LANES> aWeight = Fill<LANES>(fWeight);
+#pragma GCC unroll 16
+    for (int k = 0; k < Lanes<LANES>::iCount; ++k) aValue.av[k] *= aWeight.av[k];
+    return aValue;
+}
+
 template <int LANES>
 static void CombineLanes(const CombineParams& rP, const int* piRows, Share aRows)
 {
@@ -8,12 +19,13 @@ static void CombineLanes(const CombineParams& rP, const int* piRows, Share aRows
     {
         const float* pfRaw = RowOf(rP.aRaw, piRows[i]);
         const float* pfSums = RowOf(rP.aSums, piRows[i]);
+        const float* pfWeight = RowOf(rP.aWeight, piRows[i]);
         float* pfOut = RowOf(rP.aOut, piRows[i]);
-        const std::size_t tValues = static_cast<std::size_t>(rP.iProjX) * LANES;
         const bool bDiff = rP.eOperation == ECombine::eDiff;
-        for (std::size_t t = 0; t < tValues; t += LANES)
+        for (int x = 0; x < rP.iProjX; ++x)
         {
-            L aRaw = Load<LANES>(pfRaw + t);
+            const std::size_t t = static_cast<std::size_t>(x) * LANES;
+            L aRaw = LoadTimes<LANES>(pfRaw + t, pfWeight[x]);
             const L aSum = Load<LANES>(pfSums + t);
 #pragma GCC unroll 16
             for (int k = 0; k < L::iCount; ++k)
@@ -62,6 +74,7 @@ static void SumAbsLanes(const SumAbsParams& rP, const int* piRows, Share aRows, 
     for (int i = aRows.iFirst; i < aRows.iEnd; ++i)
     {
         const float* pfRow = RowOf(rP.aSource, piRows[i]);
+        const float* pfWeight = RowOf(rP.aWeight, piRows[i]);
         const float* pfMinus = rP.aMinus.pvData ? RowOf(rP.aMinus, piRows[i]) : nullptr;
         for (int t = 0; t < g_iPartialSums; ++t)
         {
@@ -71,7 +84,7 @@ static void SumAbsLanes(const SumAbsParams& rP, const int* piRows, Share aRows, 
                 const int iColumn = t + s * g_iPartialSums;
                 const int iX = iColumn < rP.iProjX ? iColumn : rP.iProjX - 1;
                 const std::size_t tAt = static_cast<std::size_t>(iX) * LANES;
-                L aValue = Load<LANES>(pfRow + tAt);
+                L aValue = LoadTimes<LANES>(pfRow + tAt, pfWeight[iX]);
                 if (pfMinus)
                 {
                     const L aMinus = Load<LANES>(pfMinus + tAt);

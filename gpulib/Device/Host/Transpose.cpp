@@ -97,3 +97,29 @@ void Deinterleave(const DeviceImage& rImage, const HostRows<float>& rDest, int i
                            std::min(g_iColumns, iWidth - x), iRows,
                            rDest.pData + y * rDest.tStrideY + x, rDest.tStrideLane);
 }
+
+void InterleaveInPlace(const DeviceImage& rImage, float* pfRoom)
+{
+    const int iX = rImage.iWidth, iLanes = rImage.iLanes;
+    for (int y = 0; y < rImage.iHeight; ++y)
+    {
+        float* const pfRow = ElementOf(rImage, 0, y);
+        for (int x = 0; x < iX; x += g_iColumns)
+            TransposeBlock(pfRow + x, iX, iLanes, std::min(g_iColumns, iX - x),
+                           pfRoom + std::size_t(x) * iLanes, iLanes);
+        CopyRow(pfRow, pfRoom, iX * iLanes);
+    }
+}
+
+void DeinterleaveInPlace(const DeviceImage& rImage, float* pfRoom)
+{
+    const int iX = rImage.iWidth, iLanes = rImage.iLanes;
+    for (int y = 0; y < rImage.iHeight; ++y)
+    {
+        float* const pfRow = ElementOf(rImage, 0, y);
+        CopyRow(pfRoom, pfRow, iX * iLanes);
+        for (int x = 0; x < iX; x += g_iColumns)
+            TransposeBlock(pfRoom + std::size_t(x) * iLanes, iLanes, std::min(g_iColumns, iX - x),
+                           iLanes, pfRow + x, iX);
+    }
+}

@@ -9,6 +9,12 @@
 void Interleave(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0, int iY0,
                 int iWidth, int iHeight);
 
+/// Puts images of rows that lie one after the other, as many as there are lanes, into the order of
+/// the lanes in their own place. \param pfRoom  for one row of the image
+void InterleaveInPlace(const DeviceImage& rImage, float* pfRoom);
+/// The reverse.
+void DeinterleaveInPlace(const DeviceImage& rImage, float* pfRoom);
+
 /// Lanes that the destination lacks are left out.
 void Deinterleave(const DeviceImage& rImage, const HostRows<float>& rDest, int iX0, int iY0,
                   int iWidth, int iHeight);

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "OptionTexts.h"
+
+namespace talven
+{
+
+/// Completion of commands, options, files and choices, as a script for each shell.
+std::string MakeBashCompletion(const ProgramText& rText);
+std::string MakeZshCompletion(const ProgramText& rText);
+std::string MakeFishCompletion(const ProgramText& rText);
+
+/// The options of a command and those of the program, which may stand behind it, too; no help
+/// twice.
+std::vector<OptionText> GetOptions(const CommandText& rCommand, const ProgramText& rText);
+
+}  // namespace talven

@@ -1,0 +1,61 @@
+#include "Completion.h"
+
+namespace talven
+{
+namespace
+{
+
+std::string Quote(const std::string& strText)
+{
+    std::string strQuoted = "'";
+    for (const char c : strText)
+    {
+        if (c == '\'' || c == '\\') strQuoted += '\\';
+        strQuoted += c;
+    }
+    return strQuoted + "'";
+}
+
+/// \param strBegin  the command with its condition
+std::string Describe(const std::string& strBegin, const OptionText& rOption)
+{
+    if (rOption.IsPositional()) return strBegin + " -F\n";
+    std::string strLine = strBegin;
+    for (const std::string& strName : rOption.vstrNames)
+        strLine +=
+            strName.starts_with("--") ? " -l " + strName.substr(2) : " -s " + strName.substr(1);
+    if (rOption.bFile)
+        strLine += " -r -F";
+    else if (!rOption.strValue.empty())
+        strLine += " -x";
+    if (!rOption.vstrChoices.empty())
+    {
+        std::string strChoices;
+        for (const std::string& strChoice : rOption.vstrChoices)
+            strChoices += (strChoices.empty() ? "" : " ") + strChoice;
+        strLine += " -a " + Quote(strChoices);
+    }
+    return strLine + " -d " + Quote(rOption.strText) + "\n";
+}
+
+}  // namespace
+
+std::string MakeFishCompletion(const ProgramText& rText)
+{
+    std::string strAll =
+        "# Completion of talven for fish, made from its options.\n"
+        "complete -c talven -f\n";
+    const std::string strNone = "complete -c talven -n __fish_use_subcommand";
+    for (const OptionText& rOption : rText.aProgram.vaOptions) strAll += Describe(strNone, rOption);
+    for (const CommandText& rCommand : rText.vaCommands)
+    {
+        strAll += strNone + " -a " + rCommand.strName + " -d " + Quote(rCommand.strText) + "\n";
+        const std::string strHere =
+            "complete -c talven -n '__fish_seen_subcommand_from " + rCommand.strName + "'";
+        for (const OptionText& rOption : GetOptions(rCommand, rText))
+            strAll += Describe(strHere, rOption);
+    }
+    return strAll;
+}
+
+}  // namespace talven

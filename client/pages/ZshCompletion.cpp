@@ -1,0 +1,94 @@
+#include "Completion.h"
+#include "talven/Text.h"
+
+namespace talven
+{
+namespace
+{
+
+/// Text within single quotes and within [] of a specification.
+std::string Escape(const std::string& strText)
+{
+    std::string strEscaped;
+    for (const char c : strText)
+    {
+        if (c == '\'')
+            strEscaped += "'\\''";
+        else
+        {
+            if (c == '[' || c == ']' || c == ':' || c == '\\') strEscaped += '\\';
+            strEscaped += c;
+        }
+    }
+    return strEscaped;
+}
+
+std::string DescribeValue(const OptionText& rOption)
+{
+    if (rOption.strValue.empty()) return "";
+    std::string strValue = ":" + Escape(rOption.strValue) + ":";
+    if (rOption.bFile || rOption.IsPositional()) return strValue + "_files";
+    if (rOption.vstrChoices.empty()) return strValue;
+    strValue += "(";
+    for (const std::string& strChoice : rOption.vstrChoices) strValue += strChoice + " ";
+    strValue.back() = ')';
+    return strValue;
+}
+
+/// Arguments of _arguments, one a line: '(-o --output)'{-o,--output}'[text]:FILE:_files'
+std::string DescribeArguments(const std::vector<OptionText>& rOptions, const std::string& strIndent)
+{
+    std::string strAll;
+    for (const OptionText& rOption : rOptions)
+    {
+        strAll += " \\\n" + strIndent;
+        if (rOption.IsPositional())
+        {
+            strAll += "'1" + DescribeValue(rOption) + "'";
+            continue;
+        }
+        std::string strOthers, strNames;
+        for (const std::string& strName : rOption.vstrNames)
+        {
+            const bool bEquals = strName.starts_with("--") && !rOption.strValue.empty();
+            strOthers += (strOthers.empty() ? "" : " ") + strName;
+            strNames += (strNames.empty() ? "" : ",") + strName + (bEquals ? "=" : "");
+        }
+        for (const std::string& strName : rOption.vstrExcludes) strOthers += " " + strName;
+        if (rOption.vstrNames.size() > 1)
+        {
+            strNames.insert(0, "{");
+            strNames += "}";
+        }
+        strAll += Format("'(%s)'%s'[%s]%s'", strOthers.c_str(), strNames.c_str(),
+                         Escape(rOption.strText).c_str(), DescribeValue(rOption).c_str());
+    }
+    return strAll;
+}
+
+}  // namespace
+
+std::string MakeZshCompletion(const ProgramText& rText)
+{
+    std::string strCommands, strCases;
+    for (const CommandText& rCommand : rText.vaCommands)
+    {
+        strCommands += "            '" + rCommand.strName + ":" + Escape(rCommand.strText) + "'\n";
+        strCases += "            " + rCommand.strName + ")\n                _arguments" +
+                    DescribeArguments(GetOptions(rCommand, rText), "                    ") +
+                    " ;;\n";
+    }
+    return "#compdef talven\n# Completion of talven for zsh, made from its options.\n"
+           "_talven() {\n"
+           "    local curcontext=$curcontext state line\n"
+           "    _arguments -C" +
+           DescribeArguments(rText.aProgram.vaOptions, "        ") +
+           " \\\n        '1:command:->command' '*::options:->options' && return\n"
+           "    case $state in\n    command)\n        local -a commands=(\n" +
+           strCommands +
+           "        )\n        _describe command commands ;;\n"
+           "    options)\n        case $line[1] in\n" +
+           strCases + "        esac ;;\n    esac\n}\n_talven \"$@\"\n";
+}
+
+}  // namespace talven
