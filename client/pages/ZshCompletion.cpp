@@ -6,7 +6,7 @@ namespace talven
 namespace
 {
 
-/// Text within single quotes and within [] of a specification.
+/// Text within single quotes and within [] of an entry of _arguments.
 std::string Escape(const std::string& strText)
 {
     std::string strEscaped;
