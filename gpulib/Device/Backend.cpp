@@ -189,7 +189,8 @@ std::string Describe(const CBackend& rBackend, const std::string& strWhy)
 }
 }  // namespace
 
-std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason)
+std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason,
+                                      const HostCores& rCores)
 {
     const bool bAuto = strWanted.empty() || strWanted == "auto", bExact = strWanted == "cuda-exact";
     if (!bAuto && !bExact && strWanted != "cuda" && strWanted != "host")
@@ -210,7 +211,7 @@ std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string&
             return nullptr;
         }
     }
-    if (!pBackend) pBackend = MakeHostBackend("", 0);
+    if (!pBackend) pBackend = MakeHostBackend(rCores);
     rReason = Describe(*pBackend, strWhy);
     return pBackend;
 }

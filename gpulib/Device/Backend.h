@@ -149,23 +149,35 @@ private:
     virtual bool mSmooth(const SmoothParams& rParams) = 0;
 };
 
+/// What is wanted of the host backend.
+struct HostCores
+{
+    int iCores = 0;       ///< for all devices together; 0: all that this process may use
+    unsigned uiBusy = 0;  ///< devices that will not be used, a bit each: with iCores given the
+                          ///< others share all of them, otherwise the cores of these stay idle
+};
+
 /// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.
 /// \param strWanted "auto" (or empty): cuda where there is a device, else host; "cuda";
 ///                  "cuda-exact": bilinear weights of full precision, slower; "host"
 /// \param rReason   receives the sentence for the start-up line, for example
 ///                  "host (avx512), no CUDA driver", or the reason of a refusal
+/// \param rCores    for the host backend
 /// \return null when the name is unknown or the wanted backend is not there
-std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason);
+std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason,
+                                      const HostCores& rCores = {});
 
 /// Every backend and instruction set that this build has and this machine can run, for tests and
 /// benchmarks: names for MakeHostBackend() and so on.
 std::vector<std::string>
 GetHostInstructionSets();  ///< best first, for example avx512 avx2 baseline
 
-/// A host backend of iDevices devices of one core each (0: as many as there are cores, at most 16;
-/// further cores are shared out among them) forced to one instruction set
-/// (empty: the best); null when this machine cannot run it. iMaxRows bounds the rows of a batch
-/// (0: as the backend likes).
+/// The host backend with the best instruction set. It pins no core: the system places its threads.
+std::unique_ptr<CBackend> MakeHostBackend(const HostCores& rCores);
+
+/// A host backend of iDevices devices of one core each (0: of all cores, see CountHostDevices())
+/// forced to one instruction set (empty: the best); null when this machine cannot run it. iMaxRows
+/// bounds the rows of a batch (0: as the backend likes).
 std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, int iDevices,
                                           int iMaxRows = 0);
 

@@ -77,6 +77,7 @@ bool CConfigFile::mLoadFile()
     m_strBackend = GetText(aFile.GetStringValue("Backend"));
     m_strBindAddress = GetText(aFile.GetStringValue("BindAddress"));
     mSetIdleTimeout(aFile.GetValue("IdleTimeout"));
+    mSetCores(Truncate(aFile.GetValue("Cores")));
     mSetDebugVolume(aFile.GetStringValue("DebugVolume"));
     return true;
 }
@@ -84,11 +85,14 @@ bool CConfigFile::mLoadFile()
 void CConfigFile::mLoadEnvironment()
 {
     double dFraction = m_fMemoryPercent, dSeconds = m_fIdleTimeout;
+    int iCores = m_iCores;
     ReadVariable("TALVEN_PORT", "%d%n", m_iServerPort);
     ReadVariable("TALVEN_MEMORY_PCT", "%lf%n", dFraction);
     ReadVariable("TALVEN_IDLE_TIMEOUT", "%lf%n", dSeconds);
+    ReadVariable("TALVEN_CORES", "%d%n", iCores);
     mSetMemoryPercent(dFraction);
     mSetIdleTimeout(dSeconds);
+    mSetCores(iCores);
     if (const char* pcList = std::getenv("TALVEN_BUSY_GPUS")) mParseBusyGpus(pcList);
     m_strBackend = GetText(std::getenv("TALVEN_BACKEND"));
     m_strBindAddress = GetText(std::getenv("TALVEN_BIND"));
@@ -110,6 +114,12 @@ void CConfigFile::mSetIdleTimeout(double dSeconds)
 {
     constexpr double dMost = 1e6;  // eleven days
     m_fIdleTimeout = dSeconds > 0.0 ? static_cast<float>(std::min(dSeconds, dMost)) : 0.0f;
+}
+
+void CConfigFile::mSetCores(int iCores)
+{
+    constexpr int iMost = 1024;
+    m_iCores = std::clamp(iCores, 0, iMost);
 }
 
 void CConfigFile::mSetDebugVolume(const char* pcPath)

@@ -17,6 +17,7 @@ public:
     const std::string& GetBackend() const { return m_strBackend; }  ///< empty: auto
     const std::string& GetBindAddress() const { return m_strBindAddress; }  ///< empty: all
     float GetIdleTimeout() const { return m_fIdleTimeout; }                 ///< seconds, 0: never
+    int GetCores() const { return m_iCores; }  ///< of the host backend, 0: all
 
     /// Where a volume goes that is written for inspection.
     const std::string& GetDebugVolume() const { return m_strDebugVolume; }
@@ -27,6 +28,7 @@ private:
     void mParseBusyGpus(const char* pcList);
     void mSetMemoryPercent(double dFraction);
     void mSetIdleTimeout(double dSeconds);
+    void mSetCores(int iCores);
     void mSetDebugVolume(const char* pcPath);
     static std::string mDefaultDebugVolume();
 
@@ -37,5 +39,6 @@ private:
     std::string m_strBackend;
     std::string m_strBindAddress;
     float m_fIdleTimeout = 0.0f;
+    int m_iCores = 0;
     std::string m_strDebugVolume = mDefaultDebugVolume();
 };

@@ -13,7 +13,9 @@ void CGpuConfig::QueryDevice()
 {
     CConfigFile aConfig;
     aConfig.Load();
-    std::unique_ptr<CBackend> pBackend = MakeBackend(aConfig.GetBackend(), m_strBackend);
+    HostCores aCores = {aConfig.GetCores()};
+    for (int i = 0; i < 16; ++i) aCores.uiBusy |= unsigned(aConfig.IsBusyGpu(i)) << i;
+    std::unique_ptr<CBackend> pBackend = MakeBackend(aConfig.GetBackend(), m_strBackend, aCores);
     if (pBackend) std::printf("Info: Backend %s.\n", m_strBackend.c_str());
     SetBackend(std::move(pBackend));
 

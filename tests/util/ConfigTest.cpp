@@ -49,6 +49,14 @@ TEST(Config, FileWinsOverTheEnvironment)
         EXPECT_EQ(Load({{"TALVEN_PORT", pcPort}}).GetServerPort(), iPort) << pcPort;
     for (const auto& [pcSeconds, fSeconds] : {std::pair("2.5", 2.5f), {"nan", 0}, {"1e99", 1e6f}})
         EXPECT_EQ(Load({{"TALVEN_IDLE_TIMEOUT", pcSeconds}}).GetIdleTimeout(), fSeconds);
+    for (const auto& [pcVariable, pcFile, iCores] : {std::tuple("24", "", 24),
+                                                     {"-1", "", 0},
+                                                     {"x", "", 0},
+                                                     {"1e3", "", 0},
+                                                     {"5000", "", 1024},
+                                                     {"24", "cores = 20", 20},
+                                                     {"24", "ServerPort=1", 0}})
+        EXPECT_EQ(Load({{"TALVEN_CORES", pcVariable}}, pcFile).GetCores(), iCores) << pcVariable;
 }
 
 TEST(Config, BusyListEndsAtTheFirstNumberOutOfRange)

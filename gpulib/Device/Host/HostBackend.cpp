@@ -155,11 +155,11 @@ bool HaveOneSteepAxis(const std::vector<ForwardView>& rViews)
 }
 }  // namespace
 
-CHostBackend::CHostBackend(const HostKernels& rKernels, int iDevices, int iCoresPerDevice,
+CHostBackend::CHostBackend(const HostKernels& rKernels, const std::vector<int>& rCores,
                            int iMaxRows)
-    : m_rKernels(rKernels), m_iMaxRows(iMaxRows), m_vTeams(iDevices)
+    : m_rKernels(rKernels), m_iMaxRows(iMaxRows)
 {
-    for (auto& rpTeam : m_vTeams) rpTeam = std::make_unique<CTeam>(iCoresPerDevice);
+    for (const int iCores : rCores) m_vTeams.push_back(std::make_unique<CTeam>(iCores));
 }
 
 std::size_t CHostBackend::GetDeviceMemory(int iDevice) const

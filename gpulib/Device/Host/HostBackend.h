@@ -15,8 +15,9 @@
 class CHostBackend final : public CBackend
 {
 public:
+    /// \param rCores    of each device
     /// \param iMaxRows  most rows of a batch, 0: as many as there are lanes
-    CHostBackend(const HostKernels& rKernels, int iDevices, int iCoresPerDevice, int iMaxRows);
+    CHostBackend(const HostKernels& rKernels, const std::vector<int>& rCores, int iMaxRows);
 
     const char* GetName() const override { return "host"; }
     const char* GetDetail() const override { return m_rKernels.pcName; }

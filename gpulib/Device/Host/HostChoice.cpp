@@ -1,24 +1,14 @@
 // Which instruction sets this program has and this machine can run, and how its cores are shared.
 
-#include <sched.h>
-
 #include <algorithm>
-#include <thread>
+#include <bit>
 
+#include "Machine/HostShares.h"
+#include "Machine/MachineLimits.h"
 #include "gpulib/Device/Host/HostBackend.h"
 
 namespace
 {
-constexpr int g_iMaxDevices = 16;  // clients know no more
-
-/// Cores that this process may run on.
-int CountCores()
-{
-    cpu_set_t aSet;
-    if (sched_getaffinity(0, sizeof(aSet), &aSet) == 0) return std::max(1, CPU_COUNT(&aSet));
-    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
-}
-
 /// Best first.
 std::vector<const HostKernels*> GetUsable()
 {
@@ -43,14 +33,41 @@ std::vector<std::string> GetHostInstructionSets()
     return vNames;
 }
 
+namespace
+{
+std::unique_ptr<CBackend> Make(const std::string& strInstructionSet, const std::vector<int>& rCores,
+                               int iMaxRows)
+{
+    for (const HostKernels* pKernels : GetUsable())
+        if (strInstructionSet.empty() || strInstructionSet == pKernels->pcName)
+            return std::make_unique<CHostBackend>(*pKernels, rCores, iMaxRows);
+    return nullptr;
+}
+
+/// Cores of each device.
+std::vector<int> ShareOut(const HostCores& rWanted)
+{
+    const int iCores = rWanted.iCores > 0 ? rWanted.iCores : talven::CMachineLimits::CountCores();
+    const int iDevices = talven::CountHostDevices(iCores);
+    const unsigned uiBusy = rWanted.iCores > 0 ? rWanted.uiBusy : 0;
+    const int iIdle = std::popcount(uiBusy & ((1u << iDevices) - 1));
+    const int iShare = iCores / std::max(iDevices - iIdle, 1);
+    std::vector<int> viCores(std::size_t(iDevices), iShare);
+    for (int i = 0; i < iDevices; ++i)
+        if ((uiBusy >> i & 1) != 0) viCores[std::size_t(i)] = 1;
+    return viCores;
+}
+}  // namespace
+
+std::unique_ptr<CBackend> MakeHostBackend(const HostCores& rCores)
+{
+    return Make("", ShareOut(rCores), 0);
+}
+
 std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, int iDevices,
                                           int iMaxRows)
 {
-    const int iCores = CountCores();
-    const int iCount = iDevices > 0 ? iDevices : std::min(iCores, g_iMaxDevices);
-    const int iTeam = iDevices > 0 ? 1 : iCores / iCount;
-    for (const HostKernels* pKernels : GetUsable())
-        if (strInstructionSet.empty() || strInstructionSet == pKernels->pcName)
-            return std::make_unique<CHostBackend>(*pKernels, iCount, iTeam, iMaxRows);
-    return nullptr;
+    const std::vector<int> viCores =
+        iDevices > 0 ? std::vector<int>(std::size_t(iDevices), 1) : ShareOut({});
+    return Make(strInstructionSet, viCores, iMaxRows);
 }
