@@ -10,6 +10,8 @@
 #include <cstring>
 #include <memory>
 
+#include "Machine/MachineLimits.h"
+
 namespace
 {
 struct Closer
@@ -20,7 +22,7 @@ using File = std::unique_ptr<std::FILE, Closer>;
 
 std::size_t g_tAssumed = 0;
 
-/// First number of a file, or of its line that begins with pcKey; SIZE_MAX when there is none.
+/// First number of the line of a file that begins with pcKey; SIZE_MAX when there is none.
 std::size_t ReadNumber(const char* pcFile, const char* pcKey)
 {
     const File pFile(std::fopen(pcFile, "re"));
@@ -44,14 +46,14 @@ std::size_t Util_Memory::GetMachine()
 {
     const std::size_t tPhysical = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
                                   static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    return std::min(tPhysical, ReadNumber("/sys/fs/cgroup/memory.max", ""));
+    return std::min(tPhysical, talven::CMachineLimits().GetMemory());
 }
 
 std::size_t Util_Memory::GetAvailable()
 {
     if (g_tAssumed != 0) return g_tAssumed;
     const std::size_t tKiB = ReadNumber("/proc/meminfo", "MemAvailable:");
-    if (tKiB != SIZE_MAX) return tKiB * 1024;
+    if (tKiB != SIZE_MAX) return std::min(tKiB * 1024, talven::CMachineLimits().GetFreeMemory());
     // No /proc or no descriptor left: what is free at least.
     struct sysinfo aInfo = {};
     if (sysinfo(&aInfo) != 0) return SIZE_MAX;

@@ -6,11 +6,12 @@
 class Util_Memory
 {
 public:
-    /// What this process may use: physical memory, or the limit of its control group when that is
-    /// lower.
+    /// What this process may use: physical memory, or the least limit of its control groups when
+    /// that is lower.
     static std::size_t GetMachine();
-    /// What programs can still take without swapping, or less when the system tells only what is
-    /// free; SIZE_MAX when it does not say.
+    /// What programs can still take without swapping and without going beyond the limits of our
+    /// control groups, or less when the system tells only what is free; SIZE_MAX when it does not
+    /// say.
     static std::size_t GetAvailable();
     /// What this process holds already, 0 when the system does not say.
     static std::size_t GetResident();

@@ -1,6 +1,7 @@
 #include "Util/Util_TcpServer.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -15,6 +16,7 @@
 #include <iterator>
 #include <thread>
 
+#include "Util/Util_Activation.h"
 #include "Util/Util_TcpSocket.h"
 
 int Util_TcpServer::m_iServerSock = -1;
@@ -26,7 +28,8 @@ void SetOption(int iSocket, int iLevel, int iOption, int iValue)
     setsockopt(iSocket, iLevel, iOption, &iValue, sizeof iValue);
 }
 
-/// A peer that died without a word is noticed after about two minutes.
+/// A peer that died without a word is noticed after about two minutes. What TCP alone has fails on
+/// a Unix socket, whose peer cannot die so.
 void SetClientOptions(int iSocket, float fIdleTimeout)
 {
     SetOption(iSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
@@ -113,6 +116,20 @@ bool Util_TcpServer::CreateServer(int iPort, const std::string& strAddress)
         return false;
     }
     listen(m_iServerSock, 10);
+    return true;
+}
+
+bool Util_TcpServer::TakeServer(int iSocket)
+{
+    if (!Util_Activation::IsListening(iSocket))
+    {
+        std::printf("Util_TcpServer: Descriptor %d is no listening stream socket.\n", iSocket);
+        return false;
+    }
+    CloseServer();
+    m_iServerSock = iSocket;
+    // Whoever made it may have let accept() return without a client, in this process too.
+    fcntl(iSocket, F_SETFL, fcntl(iSocket, F_GETFL) & ~O_NONBLOCK);
     return true;
 }
 

@@ -15,8 +15,10 @@ public:
     /// Listens on iPort of strAddress (dotted IPv4; empty: all interfaces). Does nothing when a
     /// listening socket exists. \return false after one line that says what failed
     static bool CreateServer(int iPort, const std::string& strAddress = {});
+    /// The same with a socket that listens already, Unix or IP, and is ours from then on.
+    static bool TakeServer(int iSocket);
     static void CloseServer();
-    static int GetPort();  ///< of the listening socket, 0 when there is none
+    static int GetPort();  ///< of the listening socket, 0 when there is none or it has no port
     void CloseClient();
     /// A client that neither sends nor takes anything for so long counts as lost (0: never); for
     /// the clients that connect from now on.

@@ -59,10 +59,12 @@ bool Util_TcpSocket::CheckWriteEvent(int iSocket, float fSeconds)
 
 int Util_TcpSocket::GetPort(int iSocket)
 {
-    sockaddr_in aAddress = {};
+    sockaddr_storage aAddress = {};
     socklen_t tSize = sizeof aAddress;
     if (getsockname(iSocket, reinterpret_cast<sockaddr*>(&aAddress), &tSize) != 0) return 0;
-    return ntohs(aAddress.sin_port);
+    if (aAddress.ss_family != AF_INET && aAddress.ss_family != AF_INET6) return 0;
+    // The port stands at the same place in both.
+    return ntohs(reinterpret_cast<const sockaddr_in*>(&aAddress)->sin_port);
 }
 
 bool Util_TcpSocket::RecvAll(int iSocket, void* pvBuffer, std::size_t tBytes)

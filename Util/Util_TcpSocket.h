@@ -12,7 +12,7 @@ public:
     /// \return false only when the wait itself fails; a wait that runs out counts as ready
     static bool CheckReadEvent(int iSocket, float fSeconds);
     static bool CheckWriteEvent(int iSocket, float fSeconds);
-    static int GetPort(int iSocket);  ///< local port, 0 when unknown
+    static int GetPort(int iSocket);  ///< local port, 0 when unknown or none
 
     /// Move exactly tBytes; false when the peer closes or an error occurs before that.
     static bool RecvAll(int iSocket, void* pvBuffer, std::size_t tBytes);

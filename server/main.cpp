@@ -1,5 +1,6 @@
 #include <cstdio>
 
+#include "Util/Util_Activation.h"
 #include "Util/Util_TcpServer.h"
 #include "gpulib/Device/Backend.h"
 #include "server/Config/GpuConfig.h"
@@ -15,11 +16,20 @@ enum EExitCode
     eNoServer = -2,
     eNoClient = -3
 };
+
+/// Listens where the settings say, or with the socket that was handed over.
+bool CreateServer(const CGpuConfig& rConfig, int iHandedOver)
+{
+    return iHandedOver != -1
+               ? Util_TcpServer::TakeServer(iHandedOver)
+               : Util_TcpServer::CreateServer(rConfig.GetServerPort(), rConfig.GetBindAddress());
 }
+}  // namespace
 
 int main()
 {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // lines arrive at once, also in a file
+    const int iHandedOver = Util_Activation::Take();
     CStopSignal::Start();
     CGpuConfig* pConfig = CGpuConfig::GetInstance();
     pConfig->QueryDevice();
@@ -29,7 +39,7 @@ int main()
         if (!GetBackend()) std::printf("Error: %s\n", pConfig->GetBackend().c_str());
         return eNoDevice;
     }
-    if (!Util_TcpServer::CreateServer(pConfig->GetServerPort(), pConfig->GetBindAddress()))
+    if (!CreateServer(*pConfig, iHandedOver))
     {
         std::printf("Error: Unable to create server socket.");
         return eNoServer;

@@ -1,6 +1,12 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <cstdlib>
+#include <string>
+#include <tuple>
+
+#include "Util/Util_Activation.h"
 #include "Util/Util_TcpServer.h"
 #include "Util/Util_TcpSocket.h"
 
@@ -25,4 +31,27 @@ TEST(TcpServer, ListensOnOnePortThatExists)
     EXPECT_TRUE(Util_TcpSocket::CheckReadEvent(-1, 0.01f)) << "a wait that runs out";
     Util_TcpServer::DeleteInstance();
     EXPECT_EQ(Util_TcpServer::GetPort(), 0);
+}
+
+TEST(Activation, IsForThisProcessAndForNoneAfterIt)
+{
+    const std::string strSelf = std::to_string(getpid());
+    for (const auto& [strPid, pcCount, iTaken] : {std::tuple(strSelf, "1", 3),
+                                                  {strSelf, "7", 3},
+                                                  {strSelf, "0", -1},
+                                                  {strSelf, "-1", -1},
+                                                  {strSelf, "x", -1},
+                                                  {strSelf, "", -1},
+                                                  {strSelf + "0", "1", -1},
+                                                  {strSelf + " ", "1", -1},
+                                                  {"", "1", -1}})
+    {
+        setenv("LISTEN_PID", strPid.c_str(), 1);
+        setenv("LISTEN_FDS", pcCount, 1);
+        EXPECT_EQ(Util_Activation::Take(), iTaken) << strPid << " " << pcCount;
+        EXPECT_EQ(std::getenv("LISTEN_PID") == nullptr, iTaken == 3);
+        EXPECT_EQ(std::getenv("LISTEN_FDS") == nullptr, iTaken == 3);
+    }
+    unsetenv("LISTEN_PID");
+    unsetenv("LISTEN_FDS");
 }

@@ -64,8 +64,12 @@ void CServerProcess::Start(const Environment& rExtra, const std::string& strConf
     dup2(iOutput, 2);
     if (chdir(m_aHome.c_str()) != 0) _exit(126);
     if (fInChild) fInChild();
-    close_range(3, ~0u, 0);  // what this program has open is no business of the server
+    // What this program has open is no business of the server.
+    const bool bHandOver = m_iHandedOver != -1 && dup2(m_iHandedOver, 3) == 3;
+    close_range(bHandOver ? 4 : 3, ~0u, 0);
     clearenv();
+    if (bHandOver) setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+    if (bHandOver) setenv("LISTEN_FDS", "1", 1);
     for (const auto& [strKey, strValue] : aEnvironment)
         if (!strValue.empty()) setenv(strKey.c_str(), strValue.c_str(), 1);
     execl(TALVEN_SERVER_PATH, "talven-server", nullptr);

@@ -24,6 +24,8 @@ public:
     /// over.
     void Start(const Environment& rExtra = {}, const std::string& strConfig = {},
                const std::function<void()>& fInChild = {});
+    /// The server started next gets this listening socket as systemd hands one over.
+    void HandOver(int iSocket) { m_iHandedOver = iSocket; }
     /// Waits for the end. \return exit code, 128 + signal when a signal ended it, -1 when it still
     /// runs after so long
     int WaitForEnd(double dSeconds = 20);
@@ -43,7 +45,7 @@ public:
 private:
     std::filesystem::path m_aHome;
     pid_t m_iPid = -1;
-    int m_iPort = 0, m_iCode = -2;
+    int m_iPort = 0, m_iCode = -2, m_iHandedOver = -1;
 };
 
 std::string ReadText(const std::filesystem::path& rPath);

@@ -1,8 +1,14 @@
 // Settings, start-up lines and exit codes; what the console and the log say of one client after the
 // other.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <regex>
 
 #include "tests/model/Model.h"
@@ -49,6 +55,88 @@ TEST(Start, ListensOnTheAddressThatIsBound)
         ASSERT_TRUE(CRawClient(aServer.GetPort()).IsConnected());
         EXPECT_EQ(CRawClient(aServer.GetPort(), 2, 1).IsConnected(), *pcBound == '\0') << pcBound;
     }
+}
+
+/// An address to listen on: a file of this name, or any port of the loopback where there is none.
+struct Address
+{
+    explicit Address(const std::string& strFile)
+    {
+        auto* pUnix = reinterpret_cast<sockaddr_un*>(&aAny);
+        auto* pIp = reinterpret_cast<sockaddr_in*>(&aAny);
+        aAny.ss_family = strFile.empty() ? AF_INET : AF_UNIX;
+        if (strFile.empty())
+            pIp->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        else
+            std::strncpy(pUnix->sun_path, strFile.c_str(), sizeof pUnix->sun_path - 1);
+    }
+    int Open(int iType = SOCK_STREAM)
+    {
+        const int iSocket = socket(aAny.ss_family, iType, 0);
+        EXPECT_EQ(bind(iSocket, reinterpret_cast<sockaddr*>(&aAny), tSize), 0);
+        EXPECT_EQ(getsockname(iSocket, reinterpret_cast<sockaddr*>(&aAny), &tSize), 0);
+        return iSocket;
+    }
+    int Connect() const
+    {
+        const int iSocket = socket(aAny.ss_family, SOCK_STREAM, 0);
+        EXPECT_EQ(connect(iSocket, reinterpret_cast<const sockaddr*>(&aAny), tSize), 0);
+        return iSocket;
+    }
+
+    sockaddr_storage aAny = {};
+    socklen_t tSize = sizeof(sockaddr_un);
+};
+
+TEST(Start, TakesTheSocketThatIsHandedOver)
+{
+    std::string strDirectory = testing::TempDir() + "talven-socket-XXXXXX", strConsole;
+    ASSERT_NE(mkdtemp(strDirectory.data()), nullptr);
+    const std::string strFile = strDirectory + "/socket";
+    for (const std::string& strName : {std::string(), strFile})
+    {
+        Address aAddress(strName);
+        const int iListening = aAddress.Open();
+        ASSERT_EQ(listen(iListening, 2), 0);
+        fcntl(iListening, F_SETFL, O_NONBLOCK);
+        CRawClient aFirst(CRawClient::Socket{aAddress.Connect()});  // before there is a server
+        CServerProcess aServer;
+        aServer.HandOver(iListening);
+        aServer.Start();
+        for (int i = 0; i < 2; ++i)
+        {
+            CRawClient aLater(CRawClient::Socket{aAddress.Connect()});
+            CRawClient& rClient = i == 0 ? aFirst : aLater;
+            EXPECT_EQ(rClient.Ask({Msg::eProjSize, {2, 2, 1}, ToWords({0, 0})}), 0u);
+            EXPECT_EQ(rClient.Ask({Msg::eProjSize, {2, 2, 0}}), 1u);
+            aFirst.Close();
+        }
+        EXPECT_FALSE(CRawClient(aServer.GetPort(), 1, 1).IsConnected()) << "its own port is open";
+        EXPECT_TRUE(aServer.WaitFor("connection has been closed", 3)) << aServer.GetOutput();
+        const std::string strNow = std::regex_replace(aServer.GetOutput(), std::regex("\\d+"), "0");
+        if (strName.empty()) strConsole = strNow;
+        EXPECT_EQ(strNow, strConsole);
+        close(iListening);
+    }
+    unlink(strFile.c_str());
+
+    Address aNotListening(""), aDatagrams("");
+    for (const int iSocket : {aNotListening.Open(), aDatagrams.Open(SOCK_DGRAM), open("/", 0)})
+    {
+        CServerProcess aServer;
+        aServer.HandOver(iSocket);
+        aServer.Start();
+        EXPECT_EQ(aServer.WaitForEnd(), 254);
+        EXPECT_TRUE(aServer.GetOutput().ends_with(
+            "Util_TcpServer: Descriptor 3 is no listening stream socket.\n"
+            "Error: Unable to create server socket."))
+            << aServer.GetOutput();
+        close(iSocket);
+    }
+    rmdir(strDirectory.c_str());
+    CServerProcess aServer;  // for another process
+    aServer.Start({{"LISTEN_PID", "1"}, {"LISTEN_FDS", "1"}});
+    EXPECT_TRUE(CRawClient(aServer.GetPort()).IsConnected());
 }
 
 /// All messages, what the console says more, * for a number that measures, and the name in the log
