@@ -13,7 +13,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <memory>
+
+#include "talven/Text.h"
 
 namespace talven
 {
@@ -51,6 +54,7 @@ bool CConnection::Connect(const std::string& strHost, std::uint16_t usPort,
 {
     Close();
     m_bInterrupted = false;
+    m_tSend = m_tRecv = std::chrono::milliseconds(-1);
     const Clock::time_point tDeadline = Clock::now() + tTimeout;
 
     if (mIsInterrupted()) return mFail("interrupted");
@@ -90,6 +94,25 @@ bool CConnection::mTryAddress(const addrinfo& rAddress, Clock::time_point tDeadl
     return true;
 }
 
+void CConnection::Take(int iSocket)
+{
+    Close();
+    m_bInterrupted = false;
+    m_tSend = m_tRecv = std::chrono::milliseconds(-1);
+    m_iSocket = iSocket;
+    fcntl(iSocket, F_SETFL, fcntl(iSocket, F_GETFL) | O_NONBLOCK);
+}
+
+void CConnection::SetLimits(std::chrono::milliseconds tSend, std::chrono::milliseconds tRecv)
+{
+    m_tSend = tSend;
+    m_tRecv = tRecv;
+    // Not less than the limit: the kernel also counts the time in which a living peer, that is
+    // behind with its work, has no room for more.
+    if (tSend.count() > 0)
+        SetOption(m_iSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(tSend.count()));
+}
+
 void CConnection::Close()
 {
     if (m_iSocket != -1) close(m_iSocket);
@@ -119,7 +142,7 @@ bool CConnection::mWait(short sEvents, int iTimeoutMs)
         pollfd aPoll[2] = {{m_iSocket, sEvents, 0}, {m_iInterruptFd, POLLIN, 0}};
         const int iReady = poll(aPoll, 2, iTimeoutMs < 0 ? -1 : MillisecondsLeft(tDeadline));
         if (iReady < 0 && errno != EINTR) return mFail(std::strerror(errno));
-        if (iReady == 0) return mFail("no answer in time");
+        if (iReady == 0) return mFail(Format("no answer for %.3g s", iTimeoutMs / 1000.0));
         if (iReady < 0) continue;
         if (aPoll[1].revents != 0)
         {
@@ -128,6 +151,13 @@ bool CConnection::mWait(short sEvents, int iTimeoutMs)
         }
         if (aPoll[0].revents != 0) return true;
     }
+}
+
+bool CConnection::mAwait(short sEvents, std::chrono::milliseconds tLimit)
+{
+    if (!IsOpen()) return mFail("not connected");
+    const auto iMost = std::chrono::milliseconds(std::numeric_limits<int>::max());
+    return mWait(sEvents, static_cast<int>(std::min(tLimit, iMost).count()));
 }
 
 bool CConnection::Send(std::initializer_list<std::span<const std::byte>> aBlocks)
@@ -155,7 +185,7 @@ bool CConnection::Send(std::initializer_list<std::span<const std::byte>> aBlocks
         {
             if (errno == EINTR) continue;
             if (errno != EAGAIN) return mFail(std::string("connection lost: ") + strerror(errno));
-            if (!mWait(POLLOUT, -1)) return false;
+            if (!mAwait(POLLOUT, m_tSend)) return false;
             continue;
         }
         tLeft -= static_cast<std::size_t>(iSent);
@@ -185,7 +215,7 @@ bool CConnection::Recv(std::span<std::byte> pData)
         if (iGot == 0) return mFail("connection lost: the server closed it");
         if (errno == EINTR) continue;
         if (errno != EAGAIN) return mFail(std::string("connection lost: ") + strerror(errno));
-        if (!mWait(POLLIN, -1)) return false;
+        if (!mAwait(POLLIN, m_tRecv)) return false;
     }
     return true;
 }

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <limits>
 
+#include "Machine/MachineLimits.h"
 #include "talven/Text.h"
 
 namespace talven
@@ -13,27 +14,6 @@ namespace
 
 constexpr std::uint64_t g_ulMaxVoxels = std::uint64_t(1) << 31;  // of the server, exclusive
 constexpr std::uint64_t g_ulMost = std::numeric_limits<std::uint64_t>::max();
-
-/// A number from a file that holds nothing else; 0 when there is none ("max").
-std::uint64_t ReadNumber(const char* pcPath)
-{
-    std::uint64_t ulValue = 0;
-    std::ifstream(pcPath) >> ulValue;
-    return ulValue;
-}
-
-/// What the memory limit of our control group leaves; no limit: all.
-std::uint64_t GetGroupMemory()
-{
-    const std::pair<const char*, const char*> aFiles[] = {
-        {"/sys/fs/cgroup/memory.max", "/sys/fs/cgroup/memory.current"},
-        {"/sys/fs/cgroup/memory/memory.limit_in_bytes",
-         "/sys/fs/cgroup/memory/memory.usage_in_bytes"}};
-    for (const auto& [pcLimit, pcUsed] : aFiles)
-        if (const std::uint64_t ulLimit = ReadNumber(pcLimit); ulLimit != 0)
-            return ulLimit - std::min(ulLimit, ReadNumber(pcUsed));
-    return g_ulMost;
-}
 
 /// Extents are below 2^31, so the product may exceed 64 bits: saturates.
 std::uint64_t Multiply(int iA, int iB, int iC)
@@ -51,7 +31,8 @@ std::uint64_t GetFreeMemory()
     std::string strRest;
     std::uint64_t ulKiB = 0;
     while (aInfo >> strName >> ulKiB && std::getline(aInfo, strRest))
-        if (strName == "MemAvailable:") return std::min(ulKiB << 10, GetGroupMemory());
+        if (strName == "MemAvailable:")
+            return std::min(ulKiB << 10, CMachineLimits().GetFreeMemory());
     return 0;
 }
 

@@ -1,11 +1,8 @@
 #include "talven/PrivateServer.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,11 +10,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <sstream>
 #include <string_view>
 #include <thread>
 
+#include "PrivateFolder.h"
 #include "talven/Text.h"
 
 extern char** environ;
@@ -31,28 +28,11 @@ using namespace std::chrono_literals;
 
 constexpr const char* g_pcServer = "talven-server";
 
-/// A port that nobody listens on now. Somebody may take it before the server does; the caller then
-/// tries another.
-std::uint16_t FindFreePort()
-{
-    const int iSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in aAddress{};
-    aAddress.sin_family = AF_INET;
-    aAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t iBytes = sizeof(aAddress);
-    std::uint16_t usPort = 0;
-    if (iSocket != -1 && bind(iSocket, reinterpret_cast<const sockaddr*>(&aAddress), iBytes) == 0 &&
-        getsockname(iSocket, reinterpret_cast<sockaddr*>(&aAddress), &iBytes) == 0)
-        usPort = ntohs(aAddress.sin_port);
-    if (iSocket != -1) close(iSocket);
-    return usPort;
-}
-
 /// The path with links and relative parts resolved: the server runs in another directory.
 std::string GetFullPath(const std::string& strPath)
 {
     char* pcFull = realpath(strPath.c_str(), nullptr);
-    const std::string strFull = pcFull != nullptr ? pcFull : strPath;
+    std::string strFull = pcFull != nullptr ? pcFull : strPath;
     std::free(pcFull);
     return strFull;
 }
@@ -71,7 +51,8 @@ std::vector<std::string> MakeEnvironment(const std::vector<std::string>& vstrSet
         const std::string_view strEntry = *ppcNext;
         const std::string_view strName = strEntry.substr(0, strEntry.find('=') + 1);
         bool bReplaced = strName == "HOME=" || strName == "TALVEN_BUSY_GPUS=" ||
-                         strName == "TALVEN_IDLE_TIMEOUT=";
+                         strName == "TALVEN_IDLE_TIMEOUT=" || strName == "TALVEN_CORES=" ||
+                         strName == "LISTEN_FDNAMES=";
         for (const std::string& strSetting : vstrSettings)
             bReplaced = bReplaced || strSetting.starts_with(strName);
         if (!bReplaced) vstrAll.emplace_back(strEntry);
@@ -88,26 +69,71 @@ std::vector<char*> MakePointers(std::vector<std::string>& rStrings)
     return vpcAll;
 }
 
+/// Room for any process id behind it.
+constexpr const char* g_pcListenPid = "LISTEN_PID=0000000000";
+constexpr std::string_view g_strListenPid = "LISTEN_PID=";
+
+/// What the child needs, made before the fork.
+struct Child
+{
+    pid_t iParent;
+    const char* pcDirectory;
+    int iOutput, iListening, iLock;
+    char* pcPid;  // in the environment
+    char* const* ppcArgs;
+    char* const* ppcEnvironment;
+};
+
+void WriteNumber(char* pcText, int iValue)
+{
+    int iDigits = 1;
+    for (int iRest = iValue / 10; iRest > 0; iRest /= 10) ++iDigits;
+    pcText[iDigits] = 0;
+    for (; iDigits > 0; iValue /= 10) pcText[--iDigits] = static_cast<char>('0' + iValue % 10);
+}
+
+/// Nothing, the output and the socket as descriptors 0 to 3, and the lock behind them. Out of the
+/// way first: ours may have these numbers, where the client was started without some of them.
+bool ArrangeDescriptors(const Child& rChild)
+{
+    const int iNothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int aiSources[] = {iNothing, rChild.iOutput, rChild.iOutput, rChild.iListening};
+    int aiAway[4];
+    for (int i = 0; i < 4; ++i)
+    {
+        aiAway[i] = fcntl(aiSources[i], F_DUPFD_CLOEXEC, 4);
+        if (aiAway[i] == -1) return false;
+    }
+    if (rChild.iLock != -1 && fcntl(rChild.iLock, F_DUPFD, 4) == -1) return false;
+    for (int i = 0; i < 4; ++i)
+        if (dup2(aiAway[i], i) == -1) return false;
+    return true;
+}
+
 /// What the child does between fork and exec: system calls only.
-[[noreturn]] void RunChild(pid_t iParent, const char* pcDirectory, int iOutput,
-                           char* const* ppcArgs, char* const* ppcEnvironment)
+[[noreturn]] void RunChild(const Child& rChild)
 {
     setpgid(0, 0);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != iParent) _exit(127);  // it died before the line above
+    if (getppid() != rChild.iParent) _exit(127);  // it died before the line above
     sigset_t aNone;
     sigemptyset(&aNone);
     sigprocmask(SIG_SETMASK, &aNone, nullptr);
     for (const int iSignal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) signal(iSignal, SIG_DFL);
-    const int iNothing = open("/dev/null", O_RDONLY);
-    if (chdir(pcDirectory) != 0 || iNothing == -1 || dup2(iNothing, 0) == -1 ||
-        dup2(iOutput, 1) == -1 || dup2(iOutput, 2) == -1)
-        _exit(127);
-    execve(ppcArgs[0], ppcArgs, ppcEnvironment);
+    if (chdir(rChild.pcDirectory) != 0 || !ArrangeDescriptors(rChild)) _exit(127);
+    WriteNumber(rChild.pcPid, getpid());
+    execve(rChild.ppcArgs[0], rChild.ppcArgs, rChild.ppcEnvironment);
     _exit(127);
 }
 
 }  // namespace
+
+CPrivateServer::CPrivateServer() : m_pFolder(std::make_unique<CPrivateFolder>()) {}
+
+CPrivateServer::~CPrivateServer()
+{
+    Stop();
+}
 
 std::string GetBusyDevices(int iDevices)
 {
@@ -144,6 +170,15 @@ std::string FindServerProgram()
 
 bool CPrivateServer::Start(const PrivateServerOptions& rOptions, CSession& rSession)
 {
+    int iSocket = -1;
+    if (!Start(rOptions, iSocket)) return false;
+    if (mGreet(iSocket, rSession)) return true;
+    Stop();
+    return false;
+}
+
+bool CPrivateServer::Start(const PrivateServerOptions& rOptions, int& rSocket)
+{
     Stop();
     const std::string strProgram =
         rOptions.strProgram.empty() ? FindServerProgram() : rOptions.strProgram;
@@ -153,80 +188,70 @@ bool CPrivateServer::Start(const PrivateServerOptions& rOptions, CSession& rSess
                     "../libexec/talven or in PATH; TALVEN_SERVER can name it)");
     if (!IsProgram(strProgram))
         return Fail(m_strError, strProgram + ": cannot run: " + std::strerror(errno));
-    for (int iTry = 0; iTry < 3; ++iTry)
-    {
-        if (mStartOnce(strProgram, rOptions, rSession)) return true;
-        const bool bPortTaken = GetServerError() == "Unable to create server socket.";
-        Stop();
-        if (!bPortTaken) return false;
-    }
+    if (mStart(strProgram, rOptions, rSocket)) return true;
+    Stop();
     return false;
 }
 
-bool CPrivateServer::mStartOnce(const std::string& strProgram, const PrivateServerOptions& rOptions,
-                                CSession& rSession)
+bool CPrivateServer::mStart(const std::string& strProgram, const PrivateServerOptions& rOptions,
+                            int& rSocket)
 {
-    const std::uint16_t usPort = FindFreePort();
-    if (usPort == 0) return Fail(m_strError, "no free port on the loopback interface");
-    std::vector<std::string> vstrSettings = {"TALVEN_PORT=" + std::to_string(usPort),
-                                             "TALVEN_BIND=127.0.0.1"};
+    if (!m_pFolder->Make(m_strError)) return false;
+    CDescriptor aListening, aClient;
+    if (!m_pFolder->OpenSockets(aListening, aClient))
+        return Fail(m_strError,
+                    m_pFolder->GetPath() + ": cannot make a socket: " + std::strerror(errno));
+    const bool bSpawned = mSpawn(strProgram, rOptions, aListening.Get());
+    m_pFolder->ForgetLock();
+    aListening.Close();  // now a server that ends closes it, and the wait for it is over
+    if (bSpawned) rSocket = aClient.Release();
+    return bSpawned;
+}
+
+bool CPrivateServer::mSpawn(const std::string& strProgram, const PrivateServerOptions& rOptions,
+                            int iListening)
+{
+    // The port is none: a server that does not take the socket says so instead of opening one.
+    std::vector<std::string> vstrSettings = {g_pcListenPid, "LISTEN_FDS=1", "TALVEN_PORT=-1"};
     if (!rOptions.strBackend.empty())
         vstrSettings.push_back("TALVEN_BACKEND=" + rOptions.strBackend);
     if (rOptions.iDevices > 0)
         vstrSettings.push_back("TALVEN_BUSY_GPUS=" + GetBusyDevices(rOptions.iDevices));
-    return mSpawn(strProgram, vstrSettings) && mConnect(usPort, rSession);
-}
-
-bool CPrivateServer::mSpawn(const std::string& strProgram,
-                            const std::vector<std::string>& vstrSettings)
-{
-    const char* pcTemporary = std::getenv("TMPDIR");
-    m_strDirectory =
-        std::string(pcTemporary != nullptr && *pcTemporary != 0 ? pcTemporary : "/tmp") +
-        "/talven-XXXXXX";
-    if (mkdtemp(m_strDirectory.data()) == nullptr)
-    {
-        m_strError = m_strDirectory + ": cannot make a directory: " + std::strerror(errno);
-        m_strDirectory.clear();
-        return false;
-    }
-    m_strOutput = m_strDirectory + "/output.txt";
-    const int iOutput = open(m_strOutput.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (iOutput == -1)
-        return Fail(m_strError, m_strOutput + ": cannot write: " + std::strerror(errno));
+    if (rOptions.iCores > 0)
+        vstrSettings.push_back("TALVEN_CORES=" + std::to_string(rOptions.iCores));
 
     std::vector<std::string> vstrArgs = {strProgram};
     std::vector<std::string> vstrEnvironment = MakeEnvironment(vstrSettings);
     const std::vector<char*> vpcArgs = MakePointers(vstrArgs);
     const std::vector<char*> vpcEnvironment = MakePointers(vstrEnvironment);
-    const pid_t iParent = getpid();
+    const Child aChild = {getpid(),
+                          m_pFolder->GetPath().c_str(),
+                          m_pFolder->GetOutput(),
+                          iListening,
+                          m_pFolder->GetLock(),
+                          vstrEnvironment[0].data() + g_strListenPid.size(),
+                          vpcArgs.data(),
+                          vpcEnvironment.data()};
     m_iPid = fork();
-    if (m_iPid == 0)
-        RunChild(iParent, m_strDirectory.c_str(), iOutput, vpcArgs.data(), vpcEnvironment.data());
-    close(iOutput);
+    if (m_iPid == 0) RunChild(aChild);
     return m_iPid != -1 ||
            Fail(m_strError, Format("cannot start talven-server: %s", std::strerror(errno)));
 }
 
-/// Tries until the server listens; gives up when it has ended or after half a minute.
-bool CPrivateServer::mConnect(std::uint16_t usPort, CSession& rSession)
+/// The first answer comes when the server has its devices.
+bool CPrivateServer::mGreet(int iSocket, CSession& rSession)
 {
-    const auto tDeadline = std::chrono::steady_clock::now() + 30s;
-    while (true)
-    {
-        const bool bOpen = rSession.Open("127.0.0.1", usPort, 5s);
-        if (mHasEnded())  // whoever answered on the port was not our server
-        {
-            rSession.Close();
-            const std::string strReason = GetServerError();
-            return Fail(m_strError, "talven-server did not start" +
-                                        (strReason.empty() ? "" : ": " + strReason));
-        }
-        if (bOpen) return true;
-        if (rSession.WasInterrupted() || std::chrono::steady_clock::now() > tDeadline)
-            return Fail(m_strError, rSession.GetError());
-        std::this_thread::sleep_for(5ms);
-    }
+    std::uint64_t ulMemory = 0;
+    if (rSession.Take(iSocket) && rSession.GetServerMemory(ulMemory)) return true;
+    m_strError = rSession.GetError();
+    if (rSession.WasInterrupted()) return false;
+    rSession.Close();
+    // A process that dies closes its sockets a little before it can be waited for.
+    for (int i = 0; i < 100 && DescribeEnd().empty(); ++i) std::this_thread::sleep_for(10ms);
+    if (DescribeEnd().empty()) return false;
+    const std::string strReason = GetServerError();
+    return Fail(m_strError,
+                "talven-server did not start" + (strReason.empty() ? "" : ": " + strReason));
 }
 
 /// Leaves the ended process for Stop() to collect.
@@ -251,12 +276,7 @@ void CPrivateServer::Stop()
         while (waitpid(m_iPid, nullptr, 0) == -1 && errno == EINTR) continue;
         m_iPid = -1;
     }
-    if (!m_strDirectory.empty())
-    {
-        unlink(m_strOutput.c_str());
-        rmdir(m_strDirectory.c_str());
-        m_strDirectory.clear();
-    }
+    m_pFolder->Remove();
 }
 
 std::string CPrivateServer::GetServerError() const
@@ -277,7 +297,7 @@ std::string CPrivateServer::GetServerInfo() const
 /// What follows the mark in the lines of the server that have it.
 std::vector<std::string> CPrivateServer::mGetLines(std::string_view strMark) const
 {
-    std::ifstream aOutput(m_strOutput);
+    std::istringstream aOutput(m_pFolder->ReadOutput());
     std::vector<std::string> vstrFound;
     for (std::string strLine; std::getline(aOutput, strLine);)
         if (const std::size_t tAt = strLine.find(strMark); tAt != std::string::npos)

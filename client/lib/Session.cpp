@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "talven/Text.h"
+
 namespace talven
 {
 namespace
@@ -44,15 +46,29 @@ double CalcRfactor(std::span<const RfactorSums> aSums)
 bool CSession::Open(const std::string& strHost, std::uint16_t usPort,
                     std::chrono::milliseconds tTimeout)
 {
+    mReset();
+    return m_aConnection.Connect(strHost, usPort, tTimeout)
+               ? mAnnounce()
+               : Fail(m_strError, m_aConnection.GetError());
+}
+
+bool CSession::Take(int iSocket)
+{
+    mReset();
+    m_aConnection.Take(iSocket);
+    return mAnnounce();
+}
+
+void CSession::mReset()
+{
     m_aPending.clear();
     m_uiSerial = 0;
     m_bServerSerialKnown = m_bSmoothing = false;
     m_bRefused = m_bLost = false;
-    if (!m_aConnection.Connect(strHost, usPort, tTimeout))
-    {
-        m_strError = m_aConnection.GetError();
-        return false;
-    }
+}
+
+bool CSession::mAnnounce()
+{
     if (!mSend(EMsg::BYTEORDER, {g_uiByteOrderTest}, {})) return false;
     m_aPending.clear();  // the only message of ours that has no reply
     return true;
@@ -210,7 +226,11 @@ bool CSession::GetRfactors(int iIteration, std::vector<RfactorSums>& rSums)
 
 bool CSession::GetServerMemory(std::uint64_t& rBytes)
 {
-    if (!Flush() || !mSend(EMsg::SERVERPROP, {}, {})) return false;
+    return AskServerMemory() && TakeServerMemory(rBytes);
+}
+
+bool CSession::TakeServerMemory(std::uint64_t& rBytes)
+{
     PacketHeader aReply;
     Pending aRequest;
     if (!mRecvReply(EMsg::DATAREPLY, aReply, aRequest)) return false;
@@ -282,13 +302,22 @@ bool CSession::mUpload(EMsg eMsg, int iIndex, Blocks aBlocks)
     return mSend(eMsg, {iIndex}, aBlocks, iIndex);
 }
 
+/// Without an end while the server may be working, on a job or for other clients.
+bool CSession::mAwaitReply(EMsg eMsg)
+{
+    const bool bWorks =
+        eMsg == EMsg::RECONSTRUCT || eMsg == EMsg::REPROJECT || !m_bServerSerialKnown;
+    return m_aConnection.Await(bWorks ? std::chrono::milliseconds(-1) : m_aLimits.tReply);
+}
+
 /// The next packet, which must be of the type given and answer the oldest open request.
 bool CSession::mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest)
 {
     m_bRefused = false;
     rRequest = m_aPending.front();
     m_aPending.pop_front();
-    if (!m_aConnection.Recv(std::as_writable_bytes(std::span(rReply.auiFields))))
+    if (!mAwaitReply(rRequest.eMsg) ||
+        !m_aConnection.Recv(std::as_writable_bytes(std::span(rReply.auiFields))))
         return mLost(GetMsgName(rRequest.eMsg));
 
     m_bLost = rReply.GetType() == EMsg::QUIT;
@@ -301,6 +330,7 @@ bool CSession::mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest)
     if (m_bServerSerialKnown && rReply.GetSerial() != m_uiServerSerial + 1)
         return mProtocolError("reply " + std::to_string(rReply.GetSerial()) + " follows reply " +
                               std::to_string(m_uiServerSerial));
+    if (!m_bServerSerialKnown) m_aConnection.SetLimits(m_aLimits.tReply, m_aLimits.tMidway);
     m_bServerSerialKnown = true;
     m_uiServerSerial = rReply.GetSerial();
     return true;

@@ -5,13 +5,15 @@
 #include <thread>
 #include <vector>
 
+#include "Machine/MachineLimits.h"
+
 namespace talven
 {
 
 /// Threads for work that all cores share; more than 16 gain little where memory is the limit.
 inline int CountThreads()
 {
-    return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 16);
+    return std::min(CMachineLimits::CountCores(), 16);
 }
 
 /// Work(iThread, i) for every i from 0 to iCount - 1, in so many threads.

@@ -48,7 +48,8 @@ TEST(ClientSession, ARefusalIsNamedAndTheSessionGoesOn)
 
 /// Opens a session with a server that sends these bytes, whatever it is asked for, and leaves; or
 /// keeps silent when there are none. Its sockets stay until the tests end.
-bool OpenCanned(CSession& rSession, const std::string& strReplies)
+/// \param bLeaves  after that; else it is silent, too
+bool OpenCanned(CSession& rSession, const std::string& strReplies, bool bLeaves = true)
 {
     const int iListening = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in aAddress{};
@@ -59,7 +60,7 @@ bool OpenCanned(CSession& rSession, const std::string& strReplies)
     if (strReplies.empty()) return true;
     const int iClient = accept(iListening, nullptr, nullptr);
     return send(iClient, strReplies.data(), strReplies.size(), 0) == ssize_t(strReplies.size()) &&
-           shutdown(iClient, SHUT_WR) == 0;
+           (!bLeaves || shutdown(iClient, SHUT_WR) == 0);
 }
 
 /// A header of an answer, and data.
@@ -130,6 +131,37 @@ TEST(ClientSession, WaitsEnd)
     aSession.SetInterruptFd(-1);
     EXPECT_FALSE(aSession.Open("no-such-host.invalid", 1, 5s));
     EXPECT_TRUE(aSession.GetError().starts_with("cannot find host no-such-host.invalid: "));
+}
+
+TEST(ClientSession, AServerThatStopsIsGivenUp)
+{
+    const std::string strFirst = Reply(EMsg::DATAREPLY, 1, 2, 0);
+    const auto Take = [](int, std::span<const float>) { return true; };
+    const Floats vfLarge(1 << 22);  // more than sockets hold
+    for (int iCase = 0; iCase < 4; ++iCase)
+    {
+        CSession aSession;
+        std::uint64_t ulMemory = 0;
+        const int iTimer = timerfd_create(CLOCK_MONOTONIC, 0);
+        const itimerspec aLater = {{}, {0, 500'000'000}};
+        aSession.SetInterruptFd(iTimer);
+        aSession.SetLimits({iCase == 2 ? 60s : 100ms, 200ms});
+        const std::string strMidway = iCase == 2 ? Reply(EMsg::DATAREPLY, 2, 3, 12, {1, 2}) : "";
+        ASSERT_TRUE(OpenCanned(aSession, strFirst + strMidway, false) &&
+                    aSession.GetServerMemory(ulMemory));
+        timerfd_settime(iTimer, 0, &aLater, nullptr);
+        const bool bDone = iCase == 0   ? aSession.GetServerMemory(ulMemory)
+                           : iCase == 1 ? aSession.SetSlice(0, vfLarge)
+                           : iCase == 2 ? aSession.GetSlices(1, 3, Take)
+                                        : aSession.Reconstruct();  // it may be working
+        EXPECT_TRUE(!bDone && !aSession.IsOpen() && aSession.WasLost()) << iCase;
+        close(iTimer);
+        EXPECT_EQ(aSession.WasInterrupted(), iCase == 3) << aSession.GetError();
+        if (iCase == 3) continue;
+        EXPECT_TRUE(aSession.GetError().ends_with(iCase == 2 ? ": no answer for 0.2 s"
+                                                             : ": no answer for 0.1 s"))
+            << aSession.GetError();
+    }
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace talven
 {
 
 /// Memory that this machine can give to a private server now, bytes: what is free and what the
-/// limit of our control group leaves; 0 when that is not known.
+/// limits of our control groups leave; 0 when that is not known.
 std::uint64_t GetFreeMemory();
 
 /// A stack and a volume of floats as a server holds them. The rows of the volume are the stack's.

@@ -53,6 +53,18 @@ static_assert(sizeof(RfactorSums) == 8);
 /// R-factor of an iteration: sum of the differences over sum of the measured values; NaN for none.
 double CalcRfactor(std::span<const RfactorSums> aSums);
 
+/// How long a server may do nothing before it counts as lost; negative: without an end.
+///
+/// Nothing ends while the server works on RECONSTRUCT and REPROJECT or, until its first reply,
+/// serves the clients before us. Of what remains the slowest is a new stack or volume on a machine
+/// without free memory, which may take tens of seconds: better a late word than a false alarm.
+struct SessionLimits
+{
+    std::chrono::milliseconds tReply = std::chrono::seconds(300);  ///< to reply, to take a byte
+    std::chrono::milliseconds tMidway =
+        std::chrono::seconds(60);  ///< for the next byte of a reply that has begun
+};
+
 /// A client's side of one session with a talven-server.
 ///
 /// Every operation returns false when it failed, and GetError() then says why, in one line. When
@@ -70,10 +82,14 @@ public:
     /// the connection succeeds while another client is served, and the first reply waits.
     [[nodiscard]] bool Open(const std::string& strHost, std::uint16_t usPort,
                             std::chrono::milliseconds tTimeout);
+    /// The same over a stream socket that is connected already; owns it.
+    [[nodiscard]] bool Take(int iSocket);
     /// Tells the server that this client leaves, and closes.
     void Close();
     bool IsOpen() const { return m_aConnection.IsOpen(); }
     void SetInterruptFd(int iFd) { m_aConnection.SetInterruptFd(iFd); }
+    /// Before Open() or Take().
+    void SetLimits(const SessionLimits& rLimits) { m_aLimits = rLimits; }
 
     /// PROJSIZE: a new stack of zeros, X x Y x vfAngles.size(), and the list of all projections.
     [[nodiscard]] bool SetStackSize(int iX, int iY, std::span<const float> fAngles);
@@ -136,6 +152,10 @@ public:
     [[nodiscard]] bool GetRfactors(int iIteration, std::vector<RfactorSums>& rSums);
     /// SERVERPROP: memory of all devices that jobs may use, bytes.
     [[nodiscard]] bool GetServerMemory(std::uint64_t& rBytes);
+    /// The same in two steps: the reply waits until GetSocket() is readable.
+    [[nodiscard]] bool AskServerMemory() { return Flush() && mSend(EMsg::SERVERPROP, {}, {}); }
+    [[nodiscard]] bool TakeServerMemory(std::uint64_t& rBytes);
+    int GetSocket() const { return m_aConnection.GetSocket(); }
 
     /// Waits for the replies of all uploads.
     [[nodiscard]] bool Flush();
@@ -165,12 +185,15 @@ private:
     };
     using Fields = std::initializer_list<Word>;
 
+    void mReset();
+    bool mAnnounce();
     bool mSend(EMsg eMsg, Fields aFields, Blocks aBlocks, int iIndex = -1);
     bool mSendHeader(PacketHeader& rHeader, Blocks aBlocks, int iIndex);
     bool mCommand(EMsg eMsg, Fields aFields, Blocks aBlocks = {});
     bool mSendAligning(EMsg eMsg, int iMeasured, int iProj, Fields aMore, const Affine& rMatrix,
                        const IntensityScale& rScale);
     bool mUpload(EMsg eMsg, int iIndex, Blocks aBlocks);
+    bool mAwaitReply(EMsg eMsg);
     bool mRecvReply(EMsg eType, PacketHeader& rReply, Pending& rRequest);
     bool mRecvCommandReply();
     bool mRecvDataReply(std::span<std::byte> pData);
@@ -181,6 +204,7 @@ private:
     bool mProtocolError(const std::string& strWhat);
 
     CConnection m_aConnection;
+    SessionLimits m_aLimits;
     std::deque<Pending> m_aPending;  // sent and not answered, oldest first
     std::uint32_t m_uiSerial = 0;
     std::uint32_t m_uiServerSerial = 0;
