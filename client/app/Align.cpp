@@ -82,10 +82,13 @@ bool CAlign::Run()
         !mConnect())
         return false;
     m_viViews = SelectViews(m_aSeries, m_pStack->GetSections());
-    return mCheck(m_aAligning.Run(m_aLink, m_aReport, m_pStack->GetSize(), m_aFiles.GetAngles(),
-                                  m_viViews, ReadFrom(*m_pStack, m_viViews)),
-                  m_aAligning) &&
-           mWrite();
+    const auto Align = [this]
+    {
+        return mCheck(m_aAligning.Run(m_aLink, m_aReport, m_pStack->GetSize(), m_aFiles.GetAngles(),
+                                      m_viViews, ReadFrom(*m_pStack, m_viViews)),
+                      m_aAligning);
+    };
+    return mWork(Align) && mWrite();
 }
 
 bool CAlign::mOpen()

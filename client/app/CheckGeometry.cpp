@@ -9,6 +9,7 @@
 #include "Lists.h"
 #include "Options.h"
 #include "VolumeOutput.h"
+#include "talven/Reconstruction.h"
 
 namespace talven
 {

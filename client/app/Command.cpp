@@ -12,21 +12,42 @@ void CCommand::mAddServerOptions(CLI::App& rApp)
 {
     const auto CheckServer = [](const std::string& strText)
     {
-        std::string strHost;
-        std::uint16_t usPort = 0;
-        return ParseServer(strText, strHost, usPort) ? std::string() : "expected HOST:PORT";
+        std::vector<ServerName> vaServers;
+        std::string strError;
+        return ParseServers(strText, vaServers, strError) ? std::string() : strError;
     };
     rApp.option_defaults()->group("Server");
     CLI::Option* pServer =
         rApp.add_option("--server", m_aServerOptions.strServer,
-                        "Use the server at HOST:PORT instead of a private one on this machine")
-            ->type_name("HOST:PORT")
+                        "Use the server at HOST:PORT or ssh://[USER@]HOST instead of a private one "
+                        "on this machine; of several, A,B,..., the first that is free")
+            ->type_name("HOST:PORT,...")
             ->check(CheckServer);
+    rApp.add_option("--wait", m_aServerOptions.dWait,
+                    "Wait only so many seconds for a server that is busy with others [any time]")
+        ->check(CLI::Range(0.0, 1e6))
+        ->type_name("SECONDS");
     rApp.add_option("--devices", m_aServerOptions.iDevices, "Devices the private server uses [all]")
         ->check(CLI::Range(1, g_iMaxDevices))
         ->excludes(pServer);
+    rApp.add_option("--cores", m_aServerOptions.iCores,
+                    "Cores the private server's host backend uses, on all its devices together "
+                    "[those that this process may use]")
+        ->check(CLI::Range(1, g_iMaxCores))
+        ->excludes(pServer);
     AddBackend(rApp, m_aServerOptions.strBackend)->excludes(pServer);
     rApp.option_defaults()->group("Options");
+}
+
+std::vector<std::string> ListServerOptions(const ServerOptions& rOptions)
+{
+    std::vector<std::string> vstrArgs;
+    if (!rOptions.IsHere()) vstrArgs.push_back("--server=" + rOptions.strServer);
+    if (rOptions.dWait) vstrArgs.push_back(Format("--wait=%.17g", *rOptions.dWait));
+    if (rOptions.iDevices > 0) vstrArgs.push_back(Format("--devices=%d", rOptions.iDevices));
+    if (rOptions.iCores > 0) vstrArgs.push_back(Format("--cores=%d", rOptions.iCores));
+    if (!rOptions.strBackend.empty()) vstrArgs.push_back("--backend=" + rOptions.strBackend);
+    return vstrArgs;
 }
 
 void CCommand::mAddReportOptions(CLI::App& rApp)
@@ -39,6 +60,22 @@ bool CCommand::mProbe(const std::string& strPath)
 {
     CAtomicFile aProbe;
     return strPath.empty() || mCheck(aProbe.Create(strPath), aProbe);
+}
+
+bool CCommand::mConnect()
+{
+    if (!mCheck(m_aLink.Connect(m_aServerOptions, m_aReport), m_aLink)) return false;
+    if (const std::string strFaults = m_aLink.GetFaults(); !strFaults.empty())
+        m_aReport.PrintLine(strFaults + "; " + m_aLink.GetName() + " takes the job");
+    return true;
+}
+
+bool CCommand::mTakeNextServer()
+{
+    if (!m_aLink.WasLost() || !m_aLink.HasNext() || m_aReport.IsStopped()) return false;
+    if (!mCheck(m_aLink.ConnectNext(m_aReport), m_aLink)) return false;
+    m_aReport.PrintLine(m_aLink.GetFaults() + "; the job starts again on " + m_aLink.GetName());
+    return true;
 }
 
 bool CCommand::mCheckSize(const JobSize& rSize)

@@ -8,6 +8,7 @@
 #include "Report.h"
 #include "Series.h"
 #include "VolumeOutput.h"
+#include "talven/Reconstruction.h"
 
 namespace talven
 {

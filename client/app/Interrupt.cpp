@@ -18,7 +18,7 @@ static_assert(std::atomic<bool>::is_always_lock_free);
 void OnSignal(int iSignal)
 {
     if (g_bKeeping && !g_bEnough.exchange(true)) return;
-    if (g_bSet.exchange(true))
+    if (g_bSet.exchange(true) && iSignal == SIGINT)
     {
         signal(iSignal, SIG_DFL);
         raise(iSignal);

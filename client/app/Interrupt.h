@@ -4,7 +4,8 @@ namespace talven
 {
 
 /// Ctrl-C, SIGTERM and SIGHUP as a flag and a readable descriptor, so that everything is cleaned up
-/// on the way out. Another signal after that ends the program at once.
+/// on the way out. A Ctrl-C after that ends the program at once; the other two may come in numbers:
+/// from every thread of a parent that ends, from an engine that repeats itself.
 class CInterrupt
 {
 public:

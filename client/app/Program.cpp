@@ -47,6 +47,27 @@ constexpr struct
      "or both at once:\n"
      "  talven reconstruct --align --tilts raw.st --angles raw.rawtlt --tilt-axis 85 "
      "--thickness 256 -o rec.mrc"},
+    {"batch plan", "Cut one or many reconstructions into tasks for many machines", MakeBatchPlan,
+     "Options are those of talven reconstruct, but the volume is --output.\n"
+     "Examples:\n"
+     "  talven batch plan -o job.json --slabs 8 --tilts ts.mrc --angles ts.tlt --thickness 512 \\\n"
+     "      --output rec.mrc\n"
+     "  talven batch plan -o week.json --table series.csv --thickness 256 --iterations 15\n"
+     "with series.csv:\n"
+     "  tilts,angles,output,subsets\n"
+     "  a.mrc,a.tlt,a_rec.mrc,6\n"
+     "  b.mrc,b.tlt,b_rec.mrc,"},
+    {"batch run", "Run one task of a batch, or all that are not done", MakeBatchRun,
+     "Does nothing when the valid result is there. Exit code 75: another attempt may do.\n"
+     "Examples:\n"
+     "  talven batch run job.json 3\n"
+     "  talven batch run job.json $SLURM_ARRAY_TASK_ID\n"
+     "  talven batch run job.json --all --servers gpubox,otherbox:20248"},
+    {"batch status", "Show which tasks of a batch are done", MakeBatchStatus,
+     "Example:\n  talven batch status job.json"},
+    {"batch join", "Put the parts of the volumes of a batch together", MakeBatchJoin,
+     "Exit code 1 and a list when a part is missing.\n"
+     "Example:\n  talven batch join job.json --remove-parts"},
     {"view", "Draw slices of a volume or stack", MakeView,
      "Examples:\n"
      "  talven view rec.mrc -o middle.png\n"
@@ -85,12 +106,30 @@ CProgram::CProgram()
         ->configurable(false);
     for (const auto& rRow : g_aCommands)
     {
-        CLI::App* pParser =
-            m_aParser.add_subcommand(rRow.pcName, rRow.pcText)->footer(rRow.pcExamples);
+        CLI::App* pParser = mAddParser(rRow.pcName)->description(rRow.pcText);
+        pParser->footer(rRow.pcExamples);
         pParser->fallthrough();
         m_aCommands[pParser] = rRow.Make();
         m_aCommands[pParser]->AddOptions(*pParser);
     }
+}
+
+/// \param strName  "COMMAND", or "GROUP COMMAND", whose group is made when it is not there
+CLI::App* CProgram::mAddParser(const std::string& strName)
+{
+    const std::size_t tBlank = strName.find(' ');
+    if (tBlank == std::string::npos) return m_aParser.add_subcommand(strName);
+    const std::string strGroup = strName.substr(0, tBlank);
+    CLI::App*& pGroup = m_apGroups[strGroup];
+    if (pGroup == nullptr)
+    {
+        pGroup = m_aParser.add_subcommand(strGroup,
+                                          "Many tomograms, or one in parts: plan, run, "
+                                          "status, join");
+        pGroup->require_subcommand(1)->fallthrough();
+        pGroup->footer("talven " + strGroup + " COMMAND --help shows the options of a command.");
+    }
+    return pGroup->add_subcommand(strName.substr(tBlank + 1));
 }
 
 }  // namespace talven

@@ -23,8 +23,11 @@ public:
     const std::string& GetSavePath() const { return m_strSavePath; }
 
 private:
+    CLI::App* mAddParser(const std::string& strName);
+
     CLI::App m_aParser{"Reconstruction of single-axis tilt series", "talven"};
     std::map<const CLI::App*, std::unique_ptr<CCommand>> m_aCommands;
+    std::map<std::string, CLI::App*> m_apGroups;  // of commands
     std::string m_strSavePath;
 };
 

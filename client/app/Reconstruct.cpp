@@ -1,84 +1,27 @@
-#include <algorithm>
-#include <optional>
+#include "Reconstruct.h"
 
-#include "Aligning.h"
-#include "Command.h"
-#include "Halves.h"
+#include <algorithm>
+
 #include "Options.h"
-#include "Preview.h"
-#include "RfactorPlot.h"
 #include "RunFacts.h"
-#include "RunReport.h"
-#include "Series.h"
-#include "VolumeOutput.h"
-#include "talven/Agreement.h"
 #include "talven/AtomicFile.h"
 #include "talven/FileImages.h"
-#include "talven/MrcReader.h"
-#include "talven/Slices.h"
-#include "talven/ViewQuality.h"
 
 namespace talven
 {
-namespace
-{
-
-/// `talven reconstruct`.
-class CReconstructCommand : public CCommand
-{
-public:
-    void AddOptions(CLI::App& rApp) override;
-    bool Run() override;
-
-private:
-    bool mMakePlan();
-    bool mSuggestParts();
-    bool mAlign();
-    bool mOpenFiles();
-    bool mOpenSameSize(CMrcReader& rReader, const std::string& strPath);
-    bool mUpload();
-    ImageSource mReadInitial();
-    bool mCompute();
-    bool mWriteVolume();
-    bool mWriteRfactors();
-    bool mMakeHalves();
-    int mGetIterations() const { return static_cast<int>(m_aJob.GetRfactors().size()); }
-    std::string mDescribe() const;
-    bool mWantsViews() const { return !m_strReport.empty() || m_aReportOptions.bJson; }
-    void mSummarise();
-    Json mMakeJson() const;
-    Json mListSums() const;
-    Json mListSuspects() const;
-    bool mFillPage();
-    bool mWritePage();
-
-    std::string m_strOutput, m_strInitial;
-    std::string m_strPreview, m_strPlot, m_strRfactors, m_strReference, m_strReport;
-    ReconRequest m_aRequest;
-    VolumeForm m_aForm;
-
-    CSeries m_aSeries;
-    bool m_bAlign = false;
-    CAligning m_aAligning;
-    CMrcReader m_aInitial, m_aReference;
-    ReconPlan m_aPlan;
-    CReconstruction m_aJob{m_aLink, m_aReport};
-    CVolumeOutput m_aOutput{m_aJob};
-    CHalves m_aHalves{m_aSeries, m_aJob, m_aOutput, m_aReport};
-    std::optional<CSlices> m_aViews;
-    CAgreement m_aAgreement;
-    std::vector<ImageStatistics> m_aPixels;  // of the plan's views
-    std::vector<ViewQuality> m_aQuality;     // of the plan's views
-    RunReport m_aPage;
-    const CLI::App* m_pApp = nullptr;
-    double m_dUpload = 0, m_dCompute = 0, m_dDownload = 0;  // seconds
-};
 
 void CReconstructCommand::AddOptions(CLI::App& rApp)
 {
+    AddJobOptions(rApp, "-o,--output");
+    mAddServerOptions(rApp);
+    mAddReportOptions(rApp);
+}
+
+void CReconstructCommand::AddJobOptions(CLI::App& rApp, const char* pcOutput)
+{
     m_pApp = &rApp;
     m_aSeries.AddOptions(rApp, m_aRequest);
-    AddFile(rApp, "-o,--output", m_strOutput, "The volume, MRC")->required();
+    AddFile(rApp, pcOutput, m_strOutput, "The volume, MRC")->required();
     rApp.add_option("--thickness", m_aRequest.iThickness,
                     "Extent of the volume along Z, voxels [that of --from]")
         ->check(CLI::PositiveNumber);
@@ -92,19 +35,12 @@ void CReconstructCommand::AddOptions(CLI::App& rApp)
     m_aAligning.AddOptions(rApp);
     rApp.option_defaults()->group("Options");
 
-    const auto AddResult = [&](const char* pcName, std::string& rPath, const char* pcText)
-    { AddFile(rApp, pcName, rPath, pcText)->group("Further results"); };
-    AddResult("--preview", m_strPreview, "PNG of the three central slices");
-    AddResult("--rfactor-plot", m_strPlot, "PNG of the R-factor after every iteration");
-    AddResult("--rfactors", m_strRfactors, "The same as text: iteration,rfactor");
-    AddResult("--report", m_strReport,
-              "HTML page: slices, R-factors, views that stand out, how it was made");
-    AddResult("--reference", m_strReference,
-              "Compare the volume with this one: correlation and relative RMS error");
+    m_aFurther.AddOptions(rApp);
+    AddFile(rApp, "--report", m_strReport,
+            "HTML page: slices, R-factors, views that stand out, how it was made")
+        ->group("Further results");
     m_aHalves.AddOption(rApp);
     AddForm(rApp, m_aForm);
-    mAddServerOptions(rApp);
-    mAddReportOptions(rApp);
 }
 
 bool CReconstructCommand::Run()
@@ -112,9 +48,10 @@ bool CReconstructCommand::Run()
     if (!mMakePlan() || !mOpenFiles()) return false;
     if (!m_aSeries.GetNote().empty()) m_aReport.PrintLine(m_aSeries.GetNote());
     m_aReport.PrintLine(mDescribe());
-    if ((!m_bAlign && !mConnect()) || !mUpload() || !mCompute() || !mWriteVolume() ||
-        (!m_strPreview.empty() && !WritePreview(m_strPreview, *m_aViews, m_strError)) ||
-        !mWriteRfactors())
+    const auto Make = [this] { return mUpload() && mCompute() && mWriteVolume(); };
+    if ((!m_bAlign && !mConnect()) || !mWork(Make) ||
+        !mCheck(m_aFurther.Write(m_aJob.GetRfactors(), m_aPlan.DescribeMethod(mGetIterations())),
+                m_aFurther))
         return false;
     mSummarise();
     if (m_aJob.GetCutVoxels() > 0)
@@ -125,23 +62,42 @@ bool CReconstructCommand::Run()
     return (m_strReport.empty() || mWritePage()) && bDone;
 }
 
+bool CReconstructCommand::Open()
+{
+    return mCheck(m_aSeries.Open(), m_aSeries) &&
+           (m_aRequest.iThickness > 0 ||
+            mFail("--thickness is required where no file has it (see --from)"));
+}
+
+bool CReconstructCommand::MakePlan(const std::optional<RowRange>& rRows, ReconPlan& rPlan)
+{
+    ReconRequest aRequest = m_aRequest;
+    aRequest.aRows = rRows;
+    std::string strError;
+    return MakeReconPlan(aRequest, m_aSeries.GetSize(), m_aSeries.GetAngles(), rPlan, strError) ||
+           mFail("--" + strError);
+}
+
+const char* CReconstructCommand::FindUncuttable() const
+{
+    if (m_bAlign) return "--align (see talven align)";
+    if (m_aHalves.IsWanted()) return "--halves";
+    if (!m_strReport.empty()) return "--report";
+    if (m_aRequest.dStopGain > 0) return "--stop-when";
+    if (m_aRequest.iCheckpoint > 0) return "--checkpoint";
+    if (m_aRequest.aAlign.dTiltX != 0) return "--x-tilt";
+    return nullptr;
+}
+
 bool CReconstructCommand::mMakePlan()
 {
-    std::string strError;
-    if (!mCheck(m_aSeries.Open(), m_aSeries)) return false;
-    if (m_aRequest.iThickness == 0)
-        return mFail("--thickness is required where no file has it (see --from)");
-    const auto Plan = [&]
-    {
-        return MakeReconPlan(m_aRequest, m_aSeries.GetSize(), m_aSeries.GetAngles(), m_aPlan,
-                             strError) ||
-               mFail("--" + strError);
-    };
-    if (!Plan() || (m_bAlign && (!mAlign() || !Plan()))) return false;
+    const auto Plan = [this] { return MakePlan(m_aRequest.aRows, m_aPlan); };
+    if (!Open() || !Plan() || (m_bAlign && (!mAlign() || !Plan()))) return false;
     if (m_aPlan.aFilter && !m_strInitial.empty())
         return mFail("--initial-volume: a weighted back projection starts from nothing");
     if (m_aPlan.dTiltX != 0 && !m_strInitial.empty())
         return mFail("--initial-volume: not with --x-tilt, which turns the volume at the end");
+    std::string strError;
     if (!CheckForm(m_aForm, m_aPlan.GetResultSize(), strError)) return mFail("--" + strError);
     return mCheck(m_aHalves.Check(m_aRequest, m_aPlan), m_aHalves) &&
            (mCheckSize(m_aPlan.aSize) || mSuggestParts());
@@ -157,7 +113,8 @@ bool CReconstructCommand::mSuggestParts()
         aPart.iProjY = (aPart.iProjY + 1) / 2;
         if (CheckJobSize(aPart, m_aServerOptions.IsHere(), strError))
             return mFail(m_strError +
-                         Format("; it can be made in parts: --rows 0:%d and so on", aPart.iProjY));
+                         Format("; talven batch plan makes it in parts: --rows 0:%d and so on",
+                                aPart.iProjY));
     }
     return false;
 }
@@ -175,11 +132,13 @@ bool CReconstructCommand::mAlign()
     rRequest.dTiltAxis = rAlign.dTiltAxis;
     rRequest.iThickness = m_aRequest.iThickness * rAlign.iBin;
     const std::vector<int> viViews = SelectViews(m_aRequest, m_aSeries.GetViewCount());
-    if (!mProbe(m_strOutput) || !mConnect() ||
-        !mCheck(m_aAligning.Run(m_aLink, m_aReport, m_aSeries.GetSize(), m_aSeries.GetAngles(),
-                                viViews, m_aSeries.GetViews(viViews)),
-                m_aAligning))
-        return false;
+    const auto Align = [&]
+    {
+        return mCheck(m_aAligning.Run(m_aLink, m_aReport, m_aSeries.GetSize(),
+                                      m_aSeries.GetAngles(), viViews, m_aSeries.GetViews(viViews)),
+                      m_aAligning);
+    };
+    if (!mProbe(m_strOutput) || !mConnect() || !mWork(Align)) return false;
     m_aReport.PrintLine("aligned: " + m_aAligning.Describe());
     rAlign.aMaps = m_aAligning.GetMaps();
     rAlign.dTiltAxis = 0;  // the maps turn the views
@@ -191,34 +150,29 @@ bool CReconstructCommand::mAlign()
 /// work.
 bool CReconstructCommand::mOpenFiles()
 {
-    if (!mOpenSameSize(m_aInitial, m_strInitial) || !mOpenSameSize(m_aReference, m_strReference) ||
-        !mProbe(m_strPreview) || !mProbe(m_strPlot) || !mProbe(m_strRfactors) ||
-        !mProbe(m_strReport))
-        return false;
     const JobSize aSize = m_aPlan.GetResultSize();
-    if (!m_strPreview.empty() || !m_strReport.empty())
-        m_aViews.emplace(aSize.iVolX, aSize.iProjY, aSize.iVolZ).WantCentral();
-    m_aOutput.SetUp(m_aForm, aSize, m_aPlan.aAlignment.iBin * m_aSeries.GetPixel());
-    return mCheck(m_aOutput.Check(m_strOutput), m_aOutput);
-}
-
-bool CReconstructCommand::mOpenSameSize(CMrcReader& rReader, const std::string& strPath)
-{
-    if (strPath.empty()) return true;
-    if (!mCheck(rReader.Open(strPath), rReader)) return false;
-    const MrcHeader& rHeader = rReader.GetHeader();
-    const JobSize aSize = m_aPlan.GetResultSize();
-    const int iRows = m_aPlan.iAllRows;  // of a part, the file of the whole
-    if (rHeader.iX == aSize.iVolX && rHeader.iY == iRows && rHeader.iZ == aSize.iVolZ) return true;
-    return mFail(Format("%s is %d x %d x %d, the volume is %d x %d x %d", strPath.c_str(),
-                        rHeader.iX, rHeader.iY, rHeader.iZ, aSize.iVolX, iRows, aSize.iVolZ));
+    m_aOutput.SetUp(m_aForm, aSize, GetPixel());
+    return (m_strInitial.empty() ||
+            OpenSameSize(m_aInitial, m_strInitial, aSize, m_aPlan.iAllRows, m_strError)) &&
+           mCheck(m_aFurther.Open(aSize, m_aPlan.aRows, m_aPlan.iAllRows, !m_strReport.empty()),
+                  m_aFurther) &&
+           mProbe(m_strReport) && mCheck(m_aOutput.Check(m_strOutput), m_aOutput);
 }
 
 bool CReconstructCommand::mMakeHalves()
 {
-    return mCheck(
-        m_aHalves.Make(m_aRequest, m_aPlan, mGetIterations(), m_strOutput, mReadInitial()),
-        m_aHalves);
+    bool bThere = true;  // the server has the views
+    const int iIterations = mGetIterations();
+    const auto Make = [&]
+    {
+        const bool bDone =
+            (bThere || mUpload()) &&
+            mCheck(m_aHalves.Make(m_aRequest, m_aPlan, iIterations, m_strOutput, mReadInitial()),
+                   m_aHalves);
+        bThere = false;
+        return bDone;
+    };
+    return mWork(Make);
 }
 
 std::string CReconstructCommand::mDescribe() const
@@ -268,34 +222,12 @@ bool CReconstructCommand::mCompute()
 bool CReconstructCommand::mWriteVolume()
 {
     const CStopwatch aWatch;
-    const ImageSize aSlice = {m_aReference.GetHeader().iX, m_aPlan.aRows.GetCount()};
-    std::vector<float> vfReference(aSlice.GetPixels());
-    const ImageSource ReadReference = ReadFrom(m_aReference, {}, m_aPlan.aRows);
-    const auto Look = [&](int iZ, std::span<const float> fSlice, std::string& rError)
-    {
-        if (m_aViews) m_aViews->Add(iZ, fSlice);
-        if (vfReference.empty()) return true;
-        if (!ReadReference(iZ, vfReference, rError)) return false;
-        m_aAgreement.Add(fSlice, vfReference);
-        return true;
-    };
+    m_aFurther.Begin();
+    const auto Look = [this](int iZ, std::span<const float> fSlice, std::string& rError)
+    { return m_aFurther.Look(iZ, fSlice, rError); };
     const bool bDone = m_aOutput.Write(m_strOutput, m_aPlan.DescribeMethod(mGetIterations()), Look);
     m_dDownload = aWatch.GetSeconds();
     return mCheck(bDone, m_aOutput);
-}
-
-bool CReconstructCommand::mWriteRfactors()
-{
-    const std::vector<double>& rRfactors = m_aJob.GetRfactors();
-    if (!m_strPlot.empty() &&
-        !WriteRfactorPlot(m_strPlot, rRfactors, m_aPlan.DescribeMethod(mGetIterations()),
-                          m_strError))
-        return false;
-    if (m_strRfactors.empty()) return true;
-    std::string strText = "iteration,rfactor\n";
-    for (std::size_t i = 0; i < rRfactors.size(); ++i)
-        strText += Format("%zu,%.6g\n", i + 1, rRfactors[i]);
-    return WriteTextFile(m_strRfactors, strText, m_strError);
 }
 
 void CReconstructCommand::mSummarise()
@@ -312,10 +244,8 @@ void CReconstructCommand::mSummarise()
     if (rRfactors.size() > 1)
         strLine += Format("; R-factor %.4f -> %.4f", rRfactors.front(), rRfactors.back());
     mReport(mMakeJson(), strLine);
-    if (!m_strReference.empty())
-        m_aReport.PrintLine(Format("%s: correlation %.4f, relative RMS error %.4f",
-                                   m_strReference.c_str(), m_aAgreement.GetCorrelation(),
-                                   m_aAgreement.GetRelativeError()));
+    if (!m_aFurther.GetReference().empty())
+        m_aReport.PrintLine(m_aFurther.GetReference() + ": " + m_aFurther.DescribeAgreement());
 }
 
 Json CReconstructCommand::mMakeJson() const
@@ -352,10 +282,10 @@ Json CReconstructCommand::mMakeJson() const
                         {"reconstruct", m_dCompute},
                         {"download", m_dDownload},
                         {"total", m_aTotal.GetSeconds()}};
-    if (!m_strReference.empty())
-        aJson["reference"] = {{"file", m_strReference},
-                              {"correlation", m_aAgreement.GetCorrelation()},
-                              {"relative_rms_error", m_aAgreement.GetRelativeError()}};
+    if (!m_aFurther.GetReference().empty())
+        aJson["reference"] = {{"file", m_aFurther.GetReference()},
+                              {"correlation", m_aFurther.GetAgreement().GetCorrelation()},
+                              {"relative_rms_error", m_aFurther.GetAgreement().GetRelativeError()}};
     return aJson;
 }
 
@@ -398,17 +328,15 @@ bool CReconstructCommand::mFillPage()
     m_aPage.strWithoutSuspects = SuggestViews(m_aRequest, m_aPlan, m_aQuality);
     m_aPage.strCommand = m_strCommand;
     Facts aVolume = DescribeVolume(m_aOutput.GetHeader());
-    if (!m_strReference.empty())
-        aVolume.emplace_back(
-            "Against the reference",
-            Format("correlation %.4f, relative RMS error %.4f", m_aAgreement.GetCorrelation(),
-                   m_aAgreement.GetRelativeError()));
+    if (!m_aFurther.GetReference().empty())
+        aVolume.emplace_back("Against the reference", m_aFurther.DescribeAgreement());
     m_aPage.aTables = {{"Geometry", DescribeGeometry(m_aRequest, m_aPlan, m_aSeries.GetViewCount(),
                                                      m_aSeries.GetPixel())},
                        {"Method", DescribeMethod(m_aRequest, m_aPlan, mGetIterations())},
                        {"Volume as written", aVolume},
                        {"Server", DescribeServer(m_aServerOptions, m_aLink)}};
-    return DrawPictures(*m_aViews, m_aPage, m_strError) || mFail(m_strReport + ": " + m_strError);
+    return DrawPictures(*m_aFurther.GetSlices(), m_aPage, m_strError) ||
+           mFail(m_strReport + ": " + m_strError);
 }
 
 bool CReconstructCommand::mWritePage()
@@ -424,8 +352,6 @@ bool CReconstructCommand::mWritePage()
     std::string strError;  // the halves may have left another
     return WriteTextFile(m_strReport, MakePage(m_aPage), strError) || mFail(strError);
 }
-
-}  // namespace
 
 std::unique_ptr<CCommand> MakeReconstruct()
 {

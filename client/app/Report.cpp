@@ -28,7 +28,7 @@ void CReport::PrintLine(const std::string& strLine) const
 
 void CReport::SetKeeping(bool bKeeping)
 {
-    CInterrupt::SetKeeping(bKeeping);
+    CInterrupt::SetKeeping(bKeeping && m_rOptions.bKeep);
 }
 
 void CReport::Begin(const std::string& strPhase, int iCount, std::uint64_t ulBytesEach)

@@ -29,6 +29,7 @@ struct ReportOptions
 {
     bool bQuiet = false;
     bool bJson = false;
+    bool bKeep = true;  ///< the first Ctrl-C may keep what there is so far
 };
 
 /// What a command says while it works: lines on standard output unless --quiet or --json, progress

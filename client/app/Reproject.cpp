@@ -47,11 +47,13 @@ bool CReprojectCommand::Run()
     const JobSize aSize = {m_iWidth > 0 ? m_iWidth : rHeader.iX, rHeader.iY,
                            static_cast<int>(vfAngles.size()), rHeader.iX, rHeader.iZ};
     CMrcWriter aOutput;
-    if (!mCheckSize(aSize) ||
-        !mCheck(aOutput.Create(m_strOutput, aSize.iProjX, aSize.iProjY, aSize.iProjs,
-                               rHeader.dPixel, false, "Talven: reprojection"),
-                aOutput))
-        return false;
+    const auto Create = [&]
+    {
+        return mCheck(aOutput.Create(m_strOutput, aSize.iProjX, aSize.iProjY, aSize.iProjs,
+                                     rHeader.dPixel, false, "Talven: reprojection"),
+                      aOutput);
+    };
+    if (!mCheckSize(aSize) || !Create()) return false;
     const auto [pLow, pHigh] = std::minmax_element(vfAngles.begin(), vfAngles.end());
     m_aReport.PrintLine(Format(
         "%s: %d x %d x %d -> %d projections of %d x %d, %g to %g degrees; the server needs "
@@ -59,10 +61,13 @@ bool CReprojectCommand::Run()
         m_strVolume.c_str(), aSize.iVolX, aSize.iProjY, aSize.iVolZ, aSize.iProjs, aSize.iProjX,
         aSize.iProjY, double(*pLow), double(*pHigh), FormatBytes(aSize.GetBytes(1)).c_str()));
 
-    CReprojection aJob(m_aLink, m_aReport);
-    if (!mConnect() ||
-        !mCheck(aJob.Run(aSize, vfAngles, ReadFrom(aVolume), WriteTo(aOutput)), aJob))
-        return false;
+    const auto Project = [&]
+    {
+        CReprojection aJob(m_aLink, m_aReport);
+        return Create() &&
+               mCheck(aJob.Run(aSize, vfAngles, ReadFrom(aVolume), WriteTo(aOutput)), aJob);
+    };
+    if (!mConnect() || !mWork(Project)) return false;
     m_aLink.Close();
     if (!mCheck(aOutput.Finish(), aOutput)) return false;
     mReport(
@@ -90,8 +95,7 @@ bool CInfoCommand::Run()
     std::uint64_t ulMemory = 0;
     if (!mConnect()) return false;
     if (!m_aLink.GetSession().GetServerMemory(ulMemory)) return mFail(m_aLink.Explain());
-    const std::string strServer =
-        m_aServerOptions.IsHere() ? "this machine" : m_aServerOptions.strServer;
+    const std::string strServer = m_aServerOptions.IsHere() ? "this machine" : m_aLink.GetName();
     mReport({{"command", "info"}, {"server", strServer}, {"memory_bytes", ulMemory}},
             strServer + ": " + FormatBytes(ulMemory) + " of device memory for jobs");
     return true;

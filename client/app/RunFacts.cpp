@@ -129,7 +129,7 @@ Facts DescribeVolume(const MrcHeader& rHeader)
 Facts DescribeServer(const ServerOptions& rOptions, CServerLink& rLink)
 {
     const bool bHere = rOptions.IsHere();
-    Facts aFacts = {{"Server", bHere ? "private, on this machine" : rOptions.strServer}};
+    Facts aFacts = {{"Server", bHere ? "private, on this machine" : rLink.GetName()}};
     if (bHere) aFacts.emplace_back("Devices", rLink.GetServerInfo());
     std::uint64_t ulMemory = 0;
     if (rLink.GetSession().GetServerMemory(ulMemory))

@@ -23,7 +23,7 @@ bool CVolumeOutput::Write(const std::string& strPath, const std::string& strLabe
     return (!aForm.NeedsRange() || mFindRange(aForm)) &&
            mCheck(m_aFile.Create(strPath, aForm, m_aSize, m_dPixel, "Talven: " + strLabel),
                   m_aFile) &&
-           mDownload(m_aFile, rAlso) && mCheck(m_aFile.Finish(), m_aFile);
+           mPass(m_aFile, rAlso) && mCheck(m_aFile.Finish(), m_aFile);
 }
 
 bool CVolumeOutput::mFindRange(VolumeForm& rForm)
@@ -31,19 +31,19 @@ bool CVolumeOutput::mFindRange(VolumeForm& rForm)
     CVolumeFile aNowhere;
     rForm.eMode = EMrcMode::eFloat32;
     if (!mCheck(aNowhere.Create("/dev/null", rForm, m_aSize, m_dPixel, ""), aNowhere) ||
-        !mDownload(aNowhere, nullptr))
+        !mPass(aNowhere, nullptr))
         return false;
     rForm.eMode = m_aForm.eMode;
     rForm.aRange = {aNowhere.GetHeader().fMin, aNowhere.GetHeader().fMax};
     return true;
 }
 
-bool CVolumeOutput::mDownload(CVolumeFile& rFile, const ImageSink& rAlso)
+bool CVolumeOutput::mPass(CVolumeFile& rFile, const ImageSink& rAlso)
 {
     const ImageSink Write = WriteTo(rFile);
     const ImageSink WriteAndShow = [&](int iZ, std::span<const float> fSlice, std::string& rError)
     { return rAlso(iZ, fSlice, rError) && Write(iZ, fSlice, rError); };
-    return mCheck(m_rJob.Download(rAlso ? WriteAndShow : Write), m_rJob);
+    return m_aSource(rAlso ? WriteAndShow : Write, m_strError);
 }
 
 }  // namespace talven

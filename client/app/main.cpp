@@ -13,11 +13,7 @@ namespace
 
 using namespace talven;
 
-constexpr int g_iFailure = 1;
-constexpr int g_iUsage = 2;
-constexpr int g_iRetry = 75;  // EX_TEMPFAIL of sysexits.h, which engines know
-
-int Complain(const std::string& strError, int iExit = g_iFailure)
+int Complain(const std::string& strError, int iExit = g_iExitFailure)
 {
     std::fprintf(stderr, "talven: %s\n", strError.c_str());
     return iExit;
@@ -37,7 +33,22 @@ std::string Explain(const CLI::ConfigError& rError)
 int Misused(const std::string& strError)
 {
     std::fprintf(stderr, "talven: %s (--help shows the options)\n", strError.c_str());
-    return g_iUsage;
+    return g_iExitUsage;
+}
+
+/// The command that was given, whether it stands alone or in a group.
+const CLI::App& FindChosen(const CLI::App& rParser)
+{
+    const CLI::App* pChosen = &rParser;
+    while (!pChosen->get_subcommands().empty()) pChosen = pChosen->get_subcommands().front();
+    return *pChosen;
+}
+
+/// "reconstruct", "batch.plan"
+std::string FindSection(const CLI::App& rCommand)
+{
+    const CLI::App* pGroup = rCommand.get_parent();
+    return (pGroup->get_parent() == nullptr ? "" : pGroup->get_name() + ".") + rCommand.get_name();
 }
 
 /// The whole program; returns its exit code.
@@ -59,12 +70,12 @@ int Run(int iArgs, char** ppcArgs)
         if (rError.get_exit_code() == 0) return rParser.exit(rError);  // help, version
         return Misused(rError.what());
     }
-    const CLI::App& rChosen = *rParser.get_subcommands().front();
+    const CLI::App& rChosen = FindChosen(rParser);
     CCommand& rCommand = aProgram.GetCommand(rChosen);
     rCommand.SetCommandLine(QuoteForShell({ppcArgs, std::size_t(iArgs)}));
     if (!rCommand.Run())
-        return Complain(rCommand.GetError(), rCommand.MayRetry() ? g_iRetry : g_iFailure);
-    const std::string strOptions = "[" + rChosen.get_name() + "]\n" + rChosen.config_to_str();
+        return Complain(rCommand.GetError(), rCommand.MayRetry() ? g_iExitRetry : g_iExitFailure);
+    const std::string strOptions = "[" + FindSection(rChosen) + "]\n" + rChosen.config_to_str();
     const std::string& rSave = aProgram.GetSavePath();
     std::string strError;
     return rSave.empty() || WriteTextFile(rSave, strOptions, strError) ? 0 : Complain(strError);
@@ -81,6 +92,6 @@ int main(int iArgs, char** ppcArgs)
     catch (const std::exception& rError)  // no memory; nothing of ours throws
     {
         std::fprintf(stderr, "talven: %s\n", rError.what());
-        return g_iFailure;
+        return g_iExitFailure;
     }
 }

@@ -90,9 +90,18 @@ std::vector<OptionText> GetOptions(const CommandText& rCommand, const ProgramTex
     return vaOptions;
 }
 
+/// Names of the commands of a group, without it.
+std::vector<std::string> ListCommands(const ProgramText& rText, const std::string& strGroup)
+{
+    std::vector<std::string> vstrNames;
+    for (const CommandText& rCommand : rText.vaCommands)
+        if (rCommand.GetGroup() == strGroup) vstrNames.push_back(rCommand.GetOwnName());
+    return vstrNames;
+}
+
 std::string MakeBashCompletion(const ProgramText& rText)
 {
-    std::vector<std::string> vstrCommands, vstrSkip, vstrFirst;
+    std::vector<std::string> vstrCommands, vstrOwn, vstrGroups, vstrSkip, vstrFirst;
     ValuePatterns aPatterns;
     std::string strOffers;
     for (const OptionText& rOption : rText.aProgram.vaOptions)
@@ -104,21 +113,30 @@ std::string MakeBashCompletion(const ProgramText& rText)
     }
     for (const CommandText& rCommand : rText.vaCommands)
     {
-        vstrCommands.push_back(rCommand.strName);
+        (rCommand.GetGroup().empty() ? vstrCommands : vstrOwn).push_back(rCommand.GetOwnName());
         const std::vector<OptionText> vaOptions = GetOptions(rCommand, rText);
         for (const OptionText& rOption : vaOptions)
             AddPatterns(rCommand.strName, rOption, aPatterns);
         strOffers += OfferOptions(rCommand.strName, vaOptions);
     }
+    for (const CommandText& rGroup : rText.vaGroups)
+    {
+        vstrGroups.push_back(rGroup.strName);
+        strOffers += "        '" + rGroup.strName + " '*) words='" +
+                     Join(ListCommands(rText, rGroup.strName), " ") + "' ;;\n";
+    }
     return g_pcBegin + ("            " + Join(vstrSkip, " | ")) + ") ((++i)) ;;\n            " +
-           Join(vstrCommands, " | ") +
-           ") cmd=${COMP_WORDS[i]}; break ;;\n        esac\n    done\n" +
+           Join(vstrCommands, " | ") + ") cmd=${cmd:-${COMP_WORDS[i]}}; break ;;\n            " +
+           Join(vstrGroups, " | ") + ") cmd=${COMP_WORDS[i]} ;;\n            " +
+           Join(vstrOwn, " | ") +
+           ") [[ -z $cmd ]] || { cmd+=\" ${COMP_WORDS[i]}\"; break; } ;;\n        esac\n    "
+           "done\n" +
            "    case \"$cmd $prev\" in\n        " + Join(aPatterns.vstrFiles, " | ") + ")\n" +
            g_pcFiles + "        " + Join(aPatterns.vstrOthers, " | ") + ") return ;;\n" +
            aPatterns.strChoices +
            "    esac\n    [[ -n $words ]] || case \"$cmd $cur\" in\n        ' -'*) words='" +
-           Join(vstrFirst, " ") + "' ;;\n        ' '*) words='" + Join(vstrCommands, " ") +
-           "' ;;\n" + strOffers + g_pcEnd;
+           Join(vstrFirst, " ") + "' ;;\n        ' '*) words='" + Join(vstrCommands, " ") + " " +
+           Join(vstrGroups, " ") + "' ;;\n" + strOffers + g_pcEnd;
 }
 
 }  // namespace talven

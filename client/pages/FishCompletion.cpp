@@ -47,11 +47,23 @@ std::string MakeFishCompletion(const ProgramText& rText)
         "complete -c talven -f\n";
     const std::string strNone = "complete -c talven -n __fish_use_subcommand";
     for (const OptionText& rOption : rText.aProgram.vaOptions) strAll += Describe(strNone, rOption);
+    for (const CommandText& rGroup : rText.vaGroups)
+        strAll += strNone + " -a " + rGroup.strName + " -d " + Quote(rGroup.strText) + "\n";
     for (const CommandText& rCommand : rText.vaCommands)
     {
-        strAll += strNone + " -a " + rCommand.strName + " -d " + Quote(rCommand.strText) + "\n";
-        const std::string strHere =
-            "complete -c talven -n '__fish_seen_subcommand_from " + rCommand.strName + "'";
+        std::string strHere = "complete -c talven -n '__fish_seen_subcommand_from ";
+        if (const std::string strGroup = rCommand.GetGroup(); strGroup.empty())
+            strAll += strNone + " -a " + rCommand.strName + " -d " + Quote(rCommand.strText) + "\n";
+        else
+        {
+            strHere += strGroup;
+            strAll += strHere + "; and not __fish_seen_subcommand_from";
+            for (const std::string& strName : ListCommands(rText, strGroup))
+                strAll += " " + strName;
+            strAll += "' -a " + rCommand.GetOwnName() + " -d " + Quote(rCommand.strText) + "\n";
+            strHere += "; and __fish_seen_subcommand_from ";
+        }
+        strHere += rCommand.GetOwnName() + "'";
         for (const OptionText& rOption : GetOptions(rCommand, rText))
             strAll += Describe(strHere, rOption);
     }

@@ -13,8 +13,9 @@ constexpr const char* g_pcEnvironment =
     ".TP\n.B TALVEN_SERVER\n"
     "The server program that is started where no server is named, when it is neither beside\n"
     ".B talven\nnor in\n.I ../libexec/talven\nnor in\n.BR PATH .\n"
-    ".TP\n.BR TALVEN_BACKEND \", \" TALVEN_MEMORY_PCT \", \" TALVEN_BUSY_GPUS\n"
+    ".TP\n.BR TALVEN_BACKEND \", \" TALVEN_MEMORY_PCT\n"
     "Settings of that server, see\n.BR talven\\-server (1).\n"
+    ".TP\n.B TALVEN_SSH\nThe program that ssh:// runs, instead of\n.BR ssh (1).\n"
     ".TP\n.B TMPDIR\nWhere that server's working directory is, and temporary files are, instead "
     "of\n.IR /tmp .\n";
 
@@ -23,8 +24,15 @@ constexpr const char* g_pcExitStatus =
     ".TP\n.B 1\nFailed; one line on standard error says why.\n"
     ".TP\n.B 2\nWrong usage.\n"
     ".TP\n.B 75\nFailed, but the same may succeed another time: it was interrupted, a server was "
-    "not "
-    "reached or lost, or there is not enough memory now.\n";
+    "not reached, busy or lost, or there is not enough memory now.\n";
+
+/// "talven-batch-plan"
+std::string GetPage(const CommandText& rCommand)
+{
+    std::string strPage = "talven-" + rCommand.strName;
+    std::ranges::replace(strPage, ' ', '-');
+    return strPage;
+}
 
 /// A section that begins with a paragraph needs no mark of one.
 std::string Section(const std::string& strName, std::string strBody)
@@ -130,7 +138,7 @@ std::string CommandPage(const CommandText& rCommand, const ProgramText& rText,
     const std::string strDetails =
         Cut(Cut(rSource.strDocument + "\n## ", "\n## talven " + rCommand.strName + "\n", "\n## "),
             "<!-- end -->\n", "\n## ");
-    return Head("talven-" + rCommand.strName, rCommand.strText, rSource) +
+    return Head(GetPage(rCommand), rCommand.strText, rSource) +
            Section("SYNOPSIS", Synopsis(rCommand)) +
            Section("DESCRIPTION", ToRoff(rCommand.strText) + ".\n" + ToRoff(strProse)) +
            Section("OPTIONS",
@@ -147,7 +155,7 @@ std::string ProgramPage(const ProgramText& rText, const ManSource& rSource)
     std::string strCommands, strOthers;
     for (const CommandText& rCommand : rText.vaCommands)
     {
-        const std::string strPage = "\\fBtalven\\-" + ToRoff(rCommand.strName) + "\\fR(1)";
+        const std::string strPage = "\\fB" + ToRoff(GetPage(rCommand)) + "\\fR(1)";
         strCommands += ".TP\n" + strPage + "\n" + ToRoff(rCommand.strText) + ".\n";
         strOthers += strPage + ",\n";
     }
@@ -168,7 +176,7 @@ std::map<std::string, std::string> MakeManPages(const ProgramText& rText, const 
 {
     std::map<std::string, std::string> aPages{{"talven.1", ProgramPage(rText, rSource)}};
     for (const CommandText& rCommand : rText.vaCommands)
-        aPages["talven-" + rCommand.strName + ".1"] = CommandPage(rCommand, rText, rSource);
+        aPages[GetPage(rCommand) + ".1"] = CommandPage(rCommand, rText, rSource);
     return aPages;
 }
 

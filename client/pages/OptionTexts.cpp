@@ -34,10 +34,11 @@ void ReadType(std::string strType, OptionText& rText)
         strType = aMatch[1].str();
         rText.strRange = aMatch[2].str() + " to " + aMatch[3].str();
     }
-    else if (std::regex_match(strType, aMatch, std::regex("(.+):(POSITIVE|IPV4)")))
+    else if (std::regex_match(strType, aMatch, std::regex("(.+):(POSITIVE|NONNEGATIVE|IPV4)")))
     {
         strType = aMatch[1].str();
         if (aMatch[2] == "POSITIVE") rText.strRange = "above 0";
+        if (aMatch[2] == "NONNEGATIVE") rText.strRange = "0 or more";
     }
     rText.bFile = strType.starts_with("FILE");
     rText.strValue = strType;
@@ -57,7 +58,7 @@ OptionText DescribeOption(const CLI::Option& rOption)
     if (rOption.get_items_expected_max() > 0) ReadType(rOption.get_type_name(), aText);
     if (aText.IsPositional()) aText.strValue = rOption.get_name();
     for (const CLI::Option* pOther : rOption.get_excludes())
-        aText.vstrExcludes.push_back("--" + pOther->get_lnames().front());
+        aText.vstrExcludes.push_back(pOther->get_name());
     std::ranges::sort(aText.vstrExcludes);
     return aText;
 }
@@ -79,10 +80,29 @@ CommandText DescribeCommand(const CLI::App& rParser)
 
 ProgramText DescribeProgram(const CLI::App& rParser)
 {
-    ProgramText aText{DescribeCommand(rParser), {}};
+    ProgramText aText{DescribeCommand(rParser), {}, {}};
     for (const CLI::App* pCommand : rParser.get_subcommands({}))
-        aText.vaCommands.push_back(DescribeCommand(*pCommand));
+    {
+        const std::vector<const CLI::App*> apOwn = pCommand->get_subcommands({});
+        (apOwn.empty() ? aText.vaCommands : aText.vaGroups).push_back(DescribeCommand(*pCommand));
+        for (const CLI::App* pOwn : apOwn)
+        {
+            aText.vaCommands.push_back(DescribeCommand(*pOwn));
+            aText.vaCommands.back().strName.insert(0, pCommand->get_name() + " ");
+        }
+    }
     return aText;
+}
+
+std::string CommandText::GetGroup() const
+{
+    const std::size_t tBlank = strName.find(' ');
+    return tBlank == std::string::npos ? "" : strName.substr(0, tBlank);
+}
+
+std::string CommandText::GetOwnName() const
+{
+    return strName.substr(strName.find(' ') + 1);  // npos + 1 is 0
 }
 
 std::vector<OptionText> GetSharedOptions(const ProgramText& rText)

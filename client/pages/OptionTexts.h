@@ -26,16 +26,23 @@ struct OptionText
 
 struct CommandText
 {
-    std::string strName, strText;
+    std::string strName;  ///< "reconstruct", "batch plan"
+    std::string strText;
     std::string strFooter;                ///< of the help: prose, then "Example:" and what follows
     std::vector<OptionText> vaOptions;    ///< in the order of the help
     std::vector<std::string> vstrGroups;  ///< of the options, likewise
+
+    /// "batch" of "batch plan"; empty: it stands alone.
+    std::string GetGroup() const;
+    /// Without its group.
+    std::string GetOwnName() const;
 };
 
 struct ProgramText
 {
-    CommandText aProgram;  ///< its options may stand behind every command
-    std::vector<CommandText> vaCommands;
+    CommandText aProgram;                 ///< its options may stand behind every command
+    std::vector<CommandText> vaCommands;  ///< those of a group one behind the other
+    std::vector<CommandText> vaGroups;    ///< of commands: names and texts
 };
 
 ProgramText DescribeProgram(const CLI::App& rParser);

@@ -39,12 +39,13 @@ std::string DescribeValue(const OptionText& rOption)
 std::string DescribeArguments(const std::vector<OptionText>& rOptions, const std::string& strIndent)
 {
     std::string strAll;
+    int iPositional = 0;
     for (const OptionText& rOption : rOptions)
     {
         strAll += " \\\n" + strIndent;
         if (rOption.IsPositional())
         {
-            strAll += "'1" + DescribeValue(rOption) + "'";
+            strAll += Format("'%d", ++iPositional) + DescribeValue(rOption) + "'";
             continue;
         }
         std::string strOthers, strNames;
@@ -66,6 +67,37 @@ std::string DescribeArguments(const std::vector<OptionText>& rOptions, const std
     return strAll;
 }
 
+/// An entry of _describe.
+std::string ListCommand(const std::string& strName, const CommandText& rCommand)
+{
+    return "            '" + strName + ":" + Escape(rCommand.strText) + "'\n";
+}
+
+/// The case of one command.
+std::string DescribeCommand(const CommandText& rCommand, const ProgramText& rText)
+{
+    return "            " + rCommand.GetOwnName() + ")\n                _arguments" +
+           DescribeArguments(GetOptions(rCommand, rText), "                    ") + " ;;\n";
+}
+
+/// The case of a group: its first word is the command then.
+std::string DescribeGroup(const CommandText& rGroup, const ProgramText& rText)
+{
+    std::string strCommands, strCases;
+    for (const CommandText& rCommand : rText.vaCommands)
+    {
+        if (rCommand.GetGroup() != rGroup.strName) continue;
+        strCommands += ListCommand(rCommand.GetOwnName(), rCommand);
+        strCases += DescribeCommand(rCommand, rText);
+    }
+    return "            " + rGroup.strName +
+           ")\n            if (( CURRENT == 2 )); then\n            local -a own=(\n" +
+           strCommands +
+           "            )\n            _describe command own\n            else\n"
+           "            shift words; (( --CURRENT ))\n            case $words[1] in\n" +
+           strCases + "            esac\n            fi ;;\n";
+}
+
 }  // namespace
 
 std::string MakeZshCompletion(const ProgramText& rText)
@@ -73,10 +105,14 @@ std::string MakeZshCompletion(const ProgramText& rText)
     std::string strCommands, strCases;
     for (const CommandText& rCommand : rText.vaCommands)
     {
-        strCommands += "            '" + rCommand.strName + ":" + Escape(rCommand.strText) + "'\n";
-        strCases += "            " + rCommand.strName + ")\n                _arguments" +
-                    DescribeArguments(GetOptions(rCommand, rText), "                    ") +
-                    " ;;\n";
+        if (!rCommand.GetGroup().empty()) continue;
+        strCommands += ListCommand(rCommand.strName, rCommand);
+        strCases += DescribeCommand(rCommand, rText);
+    }
+    for (const CommandText& rGroup : rText.vaGroups)
+    {
+        strCommands += ListCommand(rGroup.strName, rGroup);
+        strCases += DescribeGroup(rGroup, rText);
     }
     return "#compdef talven\n# Completion of talven for zsh, made from its options.\n"
            "_talven() {\n"

@@ -162,8 +162,8 @@ TEST(ClientCompute, ListsAreRead)
     Relaxation aRelax;
     double dSigma = 0;
     int iInterval = 0;
-    std::string strError, strHost;
-    std::uint16_t usPort = 0;
+    std::string strError;
+    std::vector<ServerName> vaServers;
     const auto Parse = [&](char cKind, const std::string& strText)
     {
         return cKind == 'v'   ? ParseViews(strText, viViews, strError)
@@ -171,7 +171,7 @@ TEST(ClientCompute, ListsAreRead)
                : cKind == 'n' ? ParseNumbers(strText, 2, vdNumbers, strError)
                : cKind == 'g' ? ParseSmoothing(strText, dSigma, iInterval, strError)
                : cKind == 'r' ? ParseRelaxation(strText, aRelax, strError)
-                              : ParseServer(strText, strHost, usPort);
+                              : ParseServers(strText, vaServers, strError);
     };
     EXPECT_TRUE(Parse('v', "7-9,3,8,1") && viViews == (std::vector<int>{0, 2, 6, 7, 8}));
     EXPECT_TRUE(Parse('g', "20") && dSigma == 20 && iInterval == 1);
@@ -179,12 +179,18 @@ TEST(ClientCompute, ListsAreRead)
     std::istringstream aBad(
         "v v0 v3- v-3 v5-4 v1,,2 v1-2-3 v1-2000000000 v1x s s0,1 s-1 s1,2.5 s1, n1 n1,2,3 n1,inf "
         "n1,x g g0 g-1 gnan g21 g1,0 g1, g1,2.5 g1,2,3 r1,0.5:2 r r-1 rx,1,1 r1:nan r1:-1 r1:2:3 "
-        "h:80 hbox: hbox:0 hbox:70000 hbox:8x h");
+        "h:80 hbox: hbox:0 hbox:70000 hbox:8x h hbox, h,box hbox,,rack hssh:// hssh://u@ "
+        "hssh://box: "
+        "hssh://box:0 hssh://box/x hssh://-oProxyCommand=x hssh://u@-v hssh://box/1/2 hssh://a?b");
     for (std::string strBad; aBad >> strBad;)
         EXPECT_FALSE(Parse(strBad[0], strBad.substr(1))) << strBad;
-    for (const auto& [strServer, strExpected, iPort] :
-         {std::tuple{"box", "box", 20248}, {"[::1]:65535", "::1", 65535}, {"[::1]", "::1", 20248}})
-        EXPECT_TRUE(Parse('h', strServer) && strHost == strExpected && usPort == iPort);
+    ASSERT_TRUE(Parse('h', "box,[::1]:65535, [::1] ,ssh://me@box:22/7,ssh://[::1],ssh://box/9"));
+    std::string strRead;
+    for (const ServerName& r : vaServers)
+        strRead += Format("%s %d%s,", r.strHost.c_str(), r.usPort, r.bSsh ? " ssh" : "");
+    EXPECT_EQ(strRead,
+              "box 20248,::1 65535,::1 20248,ssh://me@box:22 7 ssh,ssh://[::1] 20248 ssh,"
+              "ssh://box 9 ssh,");
 }
 
 }  // namespace

@@ -333,7 +333,8 @@ TEST_F(ClientProgram, DocumentsShowTheHelp)
 {
     const std::string strDocument = ReadFile(TALVEN_CLI_DOCUMENT);
     for (const std::string strCommand : {"reconstruct", "reproject", "transform", "compare", "view",
-                                         "info", "phantom", "check-geometry", "serve"})
+                                         "info", "phantom", "check-geometry", "serve", "align",
+                                         "batch plan", "batch run", "batch status", "batch join"})
         EXPECT_NE(strDocument.find("```text\n" + mRun(strCommand + " --help") + "```\n"),
                   std::string::npos)
             << "scripts/update-cli-docs puts the help of " << strCommand << " into docs/cli.md";

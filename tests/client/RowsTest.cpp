@@ -95,7 +95,7 @@ TEST_F(ClientRows, WhatIsNoPartIsRefused)
          {std::pair{"--rows: 40:44, but the views have rows 0:43", "--rows 40:44"},
           {"--rows: not with x-tilt", "--rows 0:4 --x-tilt 3"},
           {"--halo: is for some rows", "--halo 3"},
-          {"in parts: --rows 0:22 and so on", "--width 2000000"}})
+          {"talven batch plan makes it in parts: --rows 0:22 and so on", "--width 2000000"}})
         mExpectFailure(mStart(g_strReconstruct + pcArgs), pcReason);
     for (const char* pcArgs : {"--rows 4", "--rows 4:4", "--rows -1:4", "--rows 1:2x",
                                "--rows 0:4 --halo -1", "--rows 0:4 --halo some"})

@@ -53,10 +53,11 @@ TestData MakeData(const TestJob& rJob, unsigned uiSeed)
 TestData RunJob(const TestJob& rJob, const TestData& rStart, const Machine& rMachine)
 {
     SetBackend(nullptr);
-    SetBackend(rMachine.iCores == 0
-                   ? MakeTestBackend(rMachine.strBackend, rMachine.iWorkers, rMachine.iMaxRows)
-                   : std::make_unique<CHostBackend>(Baseline::g_aKernels, rMachine.iWorkers,
-                                                    rMachine.iCores, rMachine.iMaxRows));
+    const std::vector<int> viCores(static_cast<std::size_t>(rMachine.iWorkers), rMachine.iCores);
+    SetBackend(
+        rMachine.iCores == 0
+            ? MakeTestBackend(rMachine.strBackend, rMachine.iWorkers, rMachine.iMaxRows)
+            : std::make_unique<CHostBackend>(Baseline::g_aKernels, viCores, rMachine.iMaxRows));
     const int iWorkers = std::min(rMachine.iWorkers, GetBackend()->GetDeviceCount());
     TestData aResult = rStart;
     Util_Volume aStack, aVolume, aKernel;
