@@ -19,12 +19,13 @@ namespace talven::python
 namespace
 {
 
-ServerOptions MakeOptions(const std::string& strServer, int iDevices, const std::string& strBackend,
-                          const std::string& strProgram)
+ServerOptions MakeOptions(const std::string& strServer, int iDevices, int iCores,
+                          const std::string& strBackend, const std::string& strProgram)
 {
     ServerOptions aOptions;
     aOptions.strServer = strServer;
     aOptions.iDevices = iDevices;
+    aOptions.iCores = iCores;
     aOptions.strBackend = strBackend;
     aOptions.strProgram = strProgram;
     return aOptions;
@@ -180,10 +181,12 @@ void BindSession(nb::module_& m)
     nb::class_<CPySession>(m, "Session")
         .def(
             "__init__",
-            [](CPySession* p, const std::string& strServer, int iDevices,
-               const std::string& strBackend, const std::string& strProgram)
-            { new (p) CPySession(MakeOptions(strServer, iDevices, strBackend, strProgram)); },
-            "server"_a, "devices"_a, "backend"_a, "program"_a)
+            [](CPySession* p, const std::string& strServer, int iDevices, int iCores,
+               const std::string& strBackend, const std::string& strProgram) {
+                new (p)
+                    CPySession(MakeOptions(strServer, iDevices, iCores, strBackend, strProgram));
+            },
+            "server"_a, "devices"_a, "cores"_a, "backend"_a, "program"_a)
         .def("connect", &CPySession::Connect, "progress"_a.none(), "timeout"_a.none())
         .def("close", &CPySession::Close, nb::call_guard<nb::gil_scoped_release>())
         .def_prop_ro("is_open", &CPySession::IsOpen)

@@ -9,10 +9,7 @@ namespace talven::python
 
 void CPySession::Connect(const nb::object& rProgress, std::optional<double> dTimeout)
 {
-    using namespace std::chrono;
-    if (dTimeout)
-        m_tDeadline = steady_clock::now() +
-                      duration_cast<steady_clock::duration>(duration<double>(*dTimeout));
+    m_aOptions.dWait = dTimeout;
     const auto Connect = [this](std::string& rError)
     { return m_aLink.Connect(m_aOptions, m_aMonitor) || Fail(rError, m_aLink.GetError()); };
     Do(rProgress, Connect);
@@ -30,10 +27,8 @@ void CPySession::mRun(const nb::object& rProgress, const std::function<void()>& 
     if (getpid() != m_iPid) Raise("RuntimeError", "a session does not go through a fork");
     if (!m_aThread) m_aThread.emplace();
     m_aMonitor.Start(rProgress, m_aCaught);
-    m_bLate = false;
     m_aThread->Run(rWork, [this] { mLook(); });
     m_aMonitor.Finish();
-    m_tDeadline.reset();
     m_aCaught.Rethrow();
 }
 
@@ -44,18 +39,13 @@ void CPySession::mLook()
         m_aCaught.Keep(std::make_exception_ptr(nb::python_error()));
         m_aMonitor.Stop();
     }
-    if (m_tDeadline && std::chrono::steady_clock::now() > *m_tDeadline)
-    {
-        m_bLate = true;
-        m_aMonitor.Stop();
-    }
 }
 
 void CPySession::mRaise(const std::string& strError)
 {
     CSession& rSession = m_aLink.GetSession();
-    if (m_bLate) Raise("ServerBusy", m_aOptions.strServer + " is busy with another client");
     if (m_aMonitor.IsStopped()) Raise("Error", "stopped by the progress callback");
+    if (m_aLink.WasBusy()) Raise("ServerBusy", strError);
     if (rSession.WasRefused()) Raise("Refused", strError);
     Raise(rSession.IsOpen() ? "Error" : "ConnectionLost", strError);
 }

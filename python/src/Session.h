@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -69,8 +68,6 @@ private:
     CCaught m_aCaught;
     CPyMonitor m_aMonitor;
     CServerLink m_aLink;
-    std::optional<std::chrono::steady_clock::time_point> m_tDeadline;
-    bool m_bLate = false;
     std::optional<CJobThread> m_aThread;  // last: it uses the others
 };
 

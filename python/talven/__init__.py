@@ -10,6 +10,7 @@ Stacks are (view, y, x), volumes (z, y, x), angles in degrees; the tilt axis is 
 
 from . import io
 from ._alignment import Alignment, align
+from ._batch import run_batch
 from ._core import version as __version__
 from ._errors import ConnectionLost, Error, Refused, ServerBusy
 from ._images import Comparison, Scale, compare, transform
@@ -39,5 +40,6 @@ __all__ = [
     "phantom",
     "reconstruct",
     "reproject",
+    "run_batch",
     "transform",
 ]

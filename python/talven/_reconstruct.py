@@ -216,8 +216,9 @@ def reconstruct(
     out : array or path, optional
         An array (z, y, x) of any dtype, one of zarr or h5py, or a path that ends in ``.mrc`` or
         ``.zarr`` (OME-Zarr with a pyramid). Default: a new array.
-    server : str or Session, optional
-        ``"host:port"``; default: a private server on all devices of this machine.
+    server : str, list of str or Session, optional
+        ``"host:port"``, ``"ssh://host"`` or several of them, see `Session`; default: a private
+        server on all devices of this machine.
     progress : bool or callable, optional
         True: a bar, by tqdm. A function gets a `Progress`, of iterations after pieces of about 3
         seconds; when it returns False, SART ends with the piece at work and keeps its volume, and

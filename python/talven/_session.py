@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import threading
 import weakref
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 from contextlib import contextmanager
 from pathlib import Path
 from types import TracebackType
@@ -24,22 +24,27 @@ class Connection:
 
     def __init__(
         self,
-        server: str | None = None,
+        server: str | Sequence[str] | None = None,
         *,
         devices: int | None = None,
+        cores: int | None = None,
         backend: BackendName | None = None,
         timeout: float | None = None,
     ) -> None:
+        if isinstance(server, (list, tuple)) and all(isinstance(name, str) for name in server):
+            server = ",".join(server)
         if server is not None and not isinstance(server, str):
-            raise TypeError(f"server: expected 'host:port' or a Session, not {server!r}")
-        if server is not None and (devices or backend):
-            raise ValueError("devices and backend are for a private server")
+            raise TypeError(f"server: expected 'host:port', a list or a Session, not {server!r}")
+        if server is not None and (devices or cores or backend):
+            raise ValueError("devices, cores and backend are for a private server")
         if devices is not None and not 1 <= devices <= 16:
             raise ValueError(f"devices: expected 1 to 16, not {devices}")
+        if cores is not None and not 1 <= cores <= 1024:
+            raise ValueError(f"cores: expected 1 to 1024, not {cores}")
         self._server = server or ""
         self._timeout = timeout
         program = str(_server) if _server.exists() else ""
-        self._core = _core.Session(self._server, devices or 0, backend or "", program)
+        self._core = _core.Session(self._server, devices or 0, cores or 0, backend or "", program)
         self._lock = threading.Lock()
         self._finalizer = weakref.finalize(self, self._core.close)
 
@@ -89,7 +94,7 @@ class Connection:
             yield self._core
 
 
-ServerLike = str | Connection | None
+ServerLike = str | Sequence[str] | Connection | None
 
 
 @contextmanager

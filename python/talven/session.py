@@ -36,15 +36,21 @@ class Session(Connection):
 
     Parameters
     ----------
-    server : str, optional
-        ``"host:port"``, ``"host"`` (port 20248) or ``"[::1]:port"``. Default: a private server on
-        this machine, which ends with the session.
+    server : str or list of str, optional
+        ``"host:port"``, ``"host"`` (port 20248), ``"[::1]:port"`` or, through your ssh,
+        ``"ssh://[user@]host[:port of ssh][/port of the server]"``, which starts a server there when
+        none listens. Of several, in a list or with commas between them, the one that is free first.
+        Default: a private server on this machine, which ends with the session.
     devices : int, optional
         Of a private server; default: all.
+    cores : int, optional
+        Of a private server without a GPU, on all its devices together; default: those that this
+        process may use.
     backend : {'auto', 'cuda', 'cuda-exact', 'host'}, optional
         Of a private server.
     timeout : float, optional
         Seconds to wait for the clients before us, then `ServerBusy`; default: as long as it takes.
+        A server that is free has at least one to answer, through ssh 15.
 
     Examples
     --------

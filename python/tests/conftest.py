@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import os
 import socket
 import subprocess
@@ -50,22 +51,28 @@ def run(tmp_path: Path) -> Callable[..., str]:
     return start
 
 
-@pytest.fixture
-def server(tmp_path: Path) -> Iterator[str]:
-    """A server that others may use, too."""
+@contextlib.contextmanager
+def start_server(folder: Path) -> Iterator[tuple[subprocess.Popen[bytes], str]]:
+    """A server that others may use, too, and its address."""
     with socket.socket() as probe:
         probe.bind(("127.0.0.1", 0))
         port = probe.getsockname()[1]
     environment = {**os.environ, "TALVEN_PORT": str(port), "TALVEN_BIND": "127.0.0.1"}
     program = find_programs() / "talven-server"
-    with subprocess.Popen([program], cwd=tmp_path, env=environment, stdout=subprocess.DEVNULL) as p:
+    with subprocess.Popen([program], cwd=folder, env=environment, stdout=subprocess.DEVNULL) as p:
         for _ in range(200):
             with socket.socket() as probe:
                 if probe.connect_ex(("127.0.0.1", port)) == 0:
                     break
             time.sleep(0.02)
-        yield f"127.0.0.1:{port}"
+        yield p, f"127.0.0.1:{port}"
         p.kill()
+
+
+@pytest.fixture
+def server(tmp_path: Path) -> Iterator[str]:
+    with start_server(tmp_path) as (_, address):
+        yield address
 
 
 def children() -> list[int]:

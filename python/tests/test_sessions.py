@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 import signal
+import socket
 import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -11,13 +12,13 @@ from pathlib import Path
 import numpy as np
 import pytest
 import talven
-from conftest import children, run_python
+from conftest import children, find_programs, run_python
 
 
 def test_two_sessions_and_shared_ones(phantom: talven.Phantom, volume: np.ndarray) -> None:
     with (
         talven.Session(devices=1) as one,
-        talven.Session(devices=2) as two,
+        talven.Session(devices=2, cores=3) as two,
         ThreadPoolExecutor(4) as pool,
     ):
         jobs = [
@@ -27,7 +28,8 @@ def test_two_sessions_and_shared_ones(phantom: talven.Phantom, volume: np.ndarra
         for job in jobs:
             np.testing.assert_array_equal(job.result(), volume)
         assert two.memory() > 0
-        assert "2 devices" in two.info()
+        assert "3 devices" in two.info()
+        assert two.expected_devices == 2
 
 
 def test_a_session_outlives_the_thread_that_began_it(
@@ -75,6 +77,39 @@ def test_a_server_that_is_not_there_or_busy(server: str, phantom: talven.Phantom
     waiting.close()
     volume = talven.reconstruct(phantom.tilts, phantom.angles, 24, method="bp", server=server)
     assert volume.shape == (24, 40, 64)
+
+
+def test_of_several_servers_the_free_one(server: str) -> None:
+    with socket.socket() as busy:
+        busy.bind(("127.0.0.1", 0))
+        busy.listen()
+        name = f"127.0.0.1:{busy.getsockname()[1]}"
+        with talven.Session([name, server], timeout=0.2) as session:
+            assert session.memory() > 0
+        with pytest.raises(talven.ServerBusy, match=f"refused; {name} is busy"):
+            talven.Session(f"127.0.0.1:1,{name}", timeout=0.2).memory()
+
+
+FAKE_SSH = """#!/bin/sh
+case "$*" in *" -W "*) echo "channel 0: open failed: nobody" >&2; exit 255 ;; esac
+exec "$TALVEN_PROGRAM" serve --stdio
+"""
+
+
+def test_a_server_that_ssh_starts(
+    tmp_path: Path, monkeypatch: pytest.MonkeyPatch, phantom: talven.Phantom, volume: np.ndarray
+) -> None:
+    ssh = tmp_path / "ssh"
+    ssh.write_text(FAKE_SSH)
+    ssh.chmod(0o755)
+    monkeypatch.setenv("TALVEN_SSH", str(ssh))
+    monkeypatch.setenv("TALVEN_PROGRAM", str(find_programs() / "talven"))
+    before = set(children())
+    with talven.Session("ssh://user@box") as session:
+        ours = session.reconstruct(phantom.tilts, phantom.angles, 24, iterations=3)
+        np.testing.assert_array_equal(ours, volume)
+        assert set(children()) != before
+    assert set(children()) == before
 
 
 def test_a_refusal_has_the_servers_reason(
