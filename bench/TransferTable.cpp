@@ -1,7 +1,6 @@
-// talven-transfer-bench: uploads and downloads beside a bare copy of the same bytes over a loopback
-// socket.
+// talven-transfer-bench: uploads and downloads of a private server beside a bare copy of the same
+// bytes over a socket of the same kind.
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -39,24 +38,16 @@ void Demand(bool bDone, const talven::CSession& rSession)
     if (!bDone) Fail(rSession.GetError());
 }
 
-/// A connected pair of TCP sockets on the loopback.
+/// A connected pair of Unix sockets.
 struct Pair
 {
     int iSender = -1, iReceiver = -1;
     Pair()
     {
-        const int iListener = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in aAddress{};
-        aAddress.sin_family = AF_INET;
-        aAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t tSize = sizeof aAddress;
-        auto* pAddress = reinterpret_cast<sockaddr*>(&aAddress);
-        iSender = socket(AF_INET, SOCK_STREAM, 0);
-        if (bind(iListener, pAddress, tSize) != 0 || listen(iListener, 1) != 0 ||
-            getsockname(iListener, pAddress, &tSize) != 0 || connect(iSender, pAddress, tSize) != 0)
-            Fail("no loopback socket");
-        iReceiver = accept(iListener, nullptr, nullptr);
-        close(iListener);
+        int aiEnds[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, aiEnds) != 0) Fail("no sockets");
+        iSender = aiEnds[0];
+        iReceiver = aiEnds[1];
     }
     ~Pair()
     {
@@ -135,7 +126,7 @@ int main()
         dDownload = std::min(dDownload, Seconds() - dStart);
         dBareDown = std::min(dBareDown, CopyBare(g_iProjs, false));
     }
-    std::printf("%d images of %d x %d over the loopback\n\n", g_iProjs, g_iX, g_iY);
+    std::printf("%d images of %d x %d over a Unix socket\n\n", g_iProjs, g_iX, g_iY);
     Print("upload", g_iProjs, dUpload, dBareUp);
     Print("download", g_iProjs, dDownload, dBareDown);
     return 0;

@@ -4,6 +4,7 @@ option(TALVEN_FUZZ "Build the fuzz targets, which replay files without libFuzzer
 option(TALVEN_LIBFUZZER "Link the fuzz targets with libFuzzer (clang)" OFF)
 option(TALVEN_HOST_BASELINE_ONLY "Host kernels for the plainest instruction set only" OFF)
 option(TALVEN_PYTHON_PACKAGE "Build the Python package (needs nanobind)" OFF)
+option(TALVEN_PROGRAM "Build the talven program, not only its library" ON)
 option(TALVEN_WERROR "Treat warnings as errors" OFF)
 option(TALVEN_PORTABLE "Programs that run where the C++ library is older than here" OFF)
 set(TALVEN_SANITIZE "" CACHE STRING "Sanitizers for all targets, for example address,undefined")
