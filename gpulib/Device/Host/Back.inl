@@ -57,17 +57,26 @@ DEVICE_FN void Unpark(const float* pfSums, Block<LANES>& rBlock)
         rBlock.aSum[j] = Load<LANES>(pfSums + j * LANES);
 }
 
-/// Adds a view that all voxels see in all lanes.
+/// Adds a view that all voxels see in all lanes. Four left weights come by one load and shuffles,
+/// each right one by a load of its own: ports for loads and for arithmetic are then about equally
+/// busy.
 template <int LANES>
 DEVICE_FN void AddSeen(const float* pfRow, const int* piOffset, const float* pfLeft,
                        const float* pfRight, int iStep, Block<LANES>& rBlock)
 {
+    constexpr int iVoxels = Block<LANES>::iVoxels, iTogether = iVoxels < 4 ? iVoxels : 4;
     const float* pfNext = pfRow + iStep;
 #pragma GCC unroll 16
-    for (int j = 0; j < Block<LANES>::iVoxels; ++j)
+    for (int j = 0; j < iVoxels; j += iTogether)
     {
-        AddWeighted<LANES>(rBlock.aSum[j], pfLeft[j], pfRow + piOffset[j]);
-        AddWeighted<LANES>(rBlock.aSum[j], pfRight[j], pfNext + piOffset[j]);
+        typename Lanes<LANES>::Vector avLeft[iTogether];
+        BroadcastEach(pfLeft + j, avLeft);
+#pragma GCC unroll 4
+        for (int i = 0; i < iTogether; ++i)
+        {
+            AddTimes<LANES>(rBlock.aSum[j + i], avLeft[i], pfRow + piOffset[j + i]);
+            AddWeighted<LANES>(rBlock.aSum[j + i], pfRight[j + i], pfNext + piOffset[j + i]);
+        }
     }
 }
 

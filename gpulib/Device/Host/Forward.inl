@@ -20,7 +20,7 @@ DEVICE_FN void AddFour(const float* pfWeights, const float* const* ppfTexels, st
 {
     using L = Lanes<LANES>;
     typename L::Vector avWeight[4];
-    BroadcastFour(pfWeights, avWeight);
+    BroadcastEach(pfWeights, avWeight);
 #pragma GCC unroll 4
     for (int j = 0; j < 4; ++j)
 #pragma GCC unroll 4

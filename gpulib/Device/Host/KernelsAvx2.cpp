@@ -39,7 +39,7 @@ DEVICE_FN void Broadcast(float fValue, F8& rResult)
     rResult = _mm256_set1_ps(fValue);
 }
 /// Four neighbouring values, each in all lanes of a register. Permutes leave the load ports free.
-DEVICE_FN void BroadcastFour(const float* pfValues, F8 (&ravResult)[4])
+DEVICE_FN void BroadcastEach(const float* pfValues, F8 (&ravResult)[4])
 {
     const __m256 vFour = _mm256_broadcast_ps(reinterpret_cast<const __m128*>(pfValues));
     ravResult[0] = _mm256_permute_ps(vFour, 0x00);

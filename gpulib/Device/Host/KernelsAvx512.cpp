@@ -21,7 +21,7 @@ DEVICE_FN void Broadcast(float fValue, F16& rResult)
 {
     rResult = _mm512_set1_ps(fValue);
 }
-DEVICE_FN void BroadcastFour(const float* pfValues, F16 (&ravResult)[4])
+DEVICE_FN void BroadcastEach(const float* pfValues, F16 (&ravResult)[4])
 {
     const __m512 vFour = _mm512_maskz_broadcast_f32x4(0xffff, _mm_loadu_ps(pfValues));
     ravResult[0] = _mm512_maskz_permute_ps(0xffff, vFour, 0x00);

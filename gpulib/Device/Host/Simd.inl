@@ -77,21 +77,20 @@ DEVICE_FN Lanes<LANES> Fill(float fValue)
     return aResult;
 }
 
-/// Four neighbouring values, each in all lanes of a register.
-template <class T>
-DEVICE_FN void BroadcastFour(const float* pfValues, T (&ravResult)[4])
+/// Neighbouring values, each in all lanes of a register.
+template <class T, int COUNT>
+DEVICE_FN void BroadcastEach(const float* pfValues, T (&ravResult)[COUNT])
 {
 #pragma GCC unroll 4
-    for (int j = 0; j < 4; ++j) Broadcast(pfValues[j], ravResult[j]);
+    for (int j = 0; j < COUNT; ++j) Broadcast(pfValues[j], ravResult[j]);
 }
 
-/// rSum += fWeight * value at pfLanes, one rounding where the machine can.
+/// rSum += weight * value at pfLanes, one rounding where the machine can.
 template <int LANES>
-DEVICE_FN void AddWeighted(Lanes<LANES>& rSum, float fWeight, const float* pfLanes)
+DEVICE_FN void AddTimes(Lanes<LANES>& rSum, typename Lanes<LANES>::Vector vWeight,
+                        const float* pfLanes)
 {
     using L = Lanes<LANES>;
-    typename L::Vector vWeight;
-    Broadcast(fWeight, vWeight);
 #pragma GCC unroll 16
     for (int k = 0; k < L::iCount; ++k)
     {
@@ -99,6 +98,14 @@ DEVICE_FN void AddWeighted(Lanes<LANES>& rSum, float fWeight, const float* pfLan
         __builtin_memcpy(&vValue, pfLanes + k * L::iWidth, sizeof(vValue));
         rSum.av[k] = Fma(vWeight, vValue, rSum.av[k]);
     }
+}
+
+template <int LANES>
+DEVICE_FN void AddWeighted(Lanes<LANES>& rSum, float fWeight, const float* pfLanes)
+{
+    typename Lanes<LANES>::Vector vWeight;
+    Broadcast(fWeight, vWeight);
+    AddTimes<LANES>(rSum, vWeight, pfLanes);
 }
 
 template <int LANES>
