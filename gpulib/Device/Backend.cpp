@@ -203,7 +203,7 @@ std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string&
     if (strWanted != "host")
     {
         std::string strNoCuda;
-        pBackend = MakeCudaBackend(bExact, 0, strNoCuda);
+        pBackend = MakeCudaBackend(bExact, 0, strNoCuda, rCores.uiBusy);
         if (bAuto) strWhy = pBackend ? "found" : strNoCuda;
         if (!pBackend && !bAuto)
         {

@@ -182,8 +182,10 @@ std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, 
                                           int iMaxRows = 0);
 
 /// The CUDA backend over all devices that the driver reports; null with the reason, for example "no
-/// CUDA driver", where there is none. bExact: see "cuda-exact"; iMaxRows as above.
-std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason);
+/// CUDA driver", where there is none. bExact: see "cuda-exact"; iMaxRows as above;
+/// uiBusy: devices that will not be used, a bit each, whose memory stays untouched.
+std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason,
+                                          unsigned uiBusy = 0);
 
 /// The backend in use, null before SetBackend(). Device memory owners and kernel drivers call it.
 CBackend* GetBackend();

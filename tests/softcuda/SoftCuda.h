@@ -23,7 +23,6 @@ struct Settings
 {
     int iDevices = 4;                            ///< at most 16; -1: not even a driver
     std::size_t tMemory = std::size_t(1) << 30;  ///< of each device, bytes
-    int iCapability = 90;                        ///< of device 0, in tenths; others have 9.0
     EOrder eOrder = EOrder::eLazy;
 };
 inline Settings g_aSettings;

@@ -22,7 +22,9 @@
     X(1, cudaErrorInvalidValue, "invalid argument")                             \
     X(2, cudaErrorMemoryAllocation, "out of memory")                            \
     X(35, cudaErrorInsufficientDriver, "CUDA driver version is insufficient")   \
+    X(98, cudaErrorInvalidDeviceFunction, "invalid device function")            \
     X(100, cudaErrorNoDevice, "no CUDA-capable device is detected")             \
+    X(209, cudaErrorNoKernelImageForDevice, "no kernel image is available")     \
     X(214, cudaErrorECCUncorrectable, "uncorrectable ECC error encountered")    \
     X(700, cudaErrorIllegalAddress, "an illegal memory access was encountered") \
     X(999, cudaErrorUnknown, "unknown error")
@@ -62,6 +64,9 @@ struct cudaDeviceProp  // the fields that are filled
     std::size_t totalGlobalMem;
     int major, minor, multiProcessorCount;
 };
+struct cudaFuncAttributes
+{
+};
 struct cudaChannelFormatDesc  // of floats
 {
 };
@@ -97,6 +102,7 @@ cudaError_t cudaRuntimeGetVersion(int* runtimeVersion);
 cudaError_t cudaSetDevice(int device);
 cudaError_t cudaGetDevice(int* device);
 cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device);
+cudaError_t cudaFuncGetAttributes(cudaFuncAttributes* attr, const void* func);
 cudaError_t cudaMemGetInfo(std::size_t* free, std::size_t* total);
 cudaError_t cudaGetLastError();
 const char* cudaGetErrorName(cudaError_t error);

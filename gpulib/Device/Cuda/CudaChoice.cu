@@ -11,11 +11,6 @@ std::string VersionName(int iVersion)
     return std::to_string(iVersion / 1000) + "." + std::to_string(iVersion % 1000 / 10);
 }
 
-std::string CapabilityName(int iTenths)
-{
-    return std::to_string(iTenths / 10) + "." + std::to_string(iTenths % 10);
-}
-
 /// Why there is no device.
 std::string WhyNot(cudaError_t eCode)
 {
@@ -30,28 +25,45 @@ std::string WhyNot(cudaError_t eCode)
     return std::string("CUDA: ") + cudaGetErrorString(eCode);
 }
 
+/// In every build for exactly the GPUs that the other kernels are in it for.
+__global__ void ProbeKernel() {}
+
+/// Why this process cannot compute on a device, empty where it can. Takes memory of the device.
+std::string WhyNotOn(int iDevice, const cudaDeviceProp& rProperties)
+{
+    cudaFuncAttributes aKernel = {};
+    std::size_t tFree = 0, tTotal = 0;
+    cudaError_t eCode = cudaSetDevice(iDevice);
+    if (eCode == cudaSuccess) eCode = cudaMemGetInfo(&tFree, &tTotal);
+    if (eCode == cudaSuccess)
+        eCode = cudaFuncGetAttributes(&aKernel, reinterpret_cast<const void*>(ProbeKernel));
+    // It would be chosen, and then fail every job.
+    if (eCode == cudaErrorNoKernelImageForDevice || eCode == cudaErrorInvalidDeviceFunction)
+        return "no kernel of this build is for compute capability " +
+               std::to_string(rProperties.major) + "." + std::to_string(rProperties.minor);
+    return eCode == cudaSuccess ? "" : cudaGetErrorString(eCode);
+}
+
 /// What is known of a device, and why it is left out where it cannot be used.
-CCudaBackend::Properties Query(int iDevice)
+/// \param bBusy  it is left to others, who keep all of its memory
+CCudaBackend::Properties Query(int iDevice, bool bBusy)
 {
     cudaDeviceProp aProperties = {};
     const cudaError_t eCode = cudaGetDeviceProperties(&aProperties, iDevice);
     if (eCode != cudaSuccess) return {"", 0, cudaGetErrorString(eCode)};
-    // One that no kernel was compiled for would be chosen, and then fail every job.
-    const int iTenths = 10 * aProperties.major + aProperties.minor;
-    if (iTenths < TALVEN_CUDA_OLDEST)
-        return {"", 0,
-                "compute capability " + CapabilityName(iTenths) + ", " +
-                    CapabilityName(TALVEN_CUDA_OLDEST) + " is needed"};
-    return {aProperties.name, aProperties.totalGlobalMem, ""};
+    const std::string strWhyNot = bBusy ? "" : WhyNotOn(iDevice, aProperties);
+    return {aProperties.name, strWhyNot.empty() ? aProperties.totalGlobalMem : 0, strWhyNot};
 }
 }  // namespace
 
-std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason)
+std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason,
+                                          unsigned uiBusy)
 {
     int iCount = 0;
     const cudaError_t eCode = cudaGetDeviceCount(&iCount);
     std::vector<CCudaBackend::Properties> vDevices;
-    for (int i = 0; eCode == cudaSuccess && i < iCount; ++i) vDevices.push_back(Query(i));
+    for (int i = 0; eCode == cudaSuccess && i < iCount; ++i)
+        vDevices.push_back(Query(i, i > 15 || (uiBusy >> i & 1)));
     cudaGetLastError();
     if (vDevices.empty())
     {
