@@ -49,7 +49,7 @@ __global__ void __launch_bounds__(g_iThreads)
 {
     float af[g_iChains];
     unsigned int aui[g_iChains / 2];
-    for (int c = 0; c < g_iChains; ++c) af[c] = static_cast<float>(threadIdx.x + c);
+    for (int c = 0; c < g_iChains; ++c) af[c] = static_cast<float>(threadIdx.x + c) * 0.12345678f;
     for (int c = 0; c < g_iChains / 2; ++c) aui[c] = threadIdx.x + c;
 #pragma unroll 8
     for (int i = 0; i < iSteps; ++i)
@@ -129,7 +129,7 @@ bool MeasureCeilings(const CeilingSize& rSize, Ceilings& rCeilings)
         return Rate("arithmetic", rSize.iRepeats, dLoads * iInstructions,
                     [=, &rSize, &aTo]
                     {
-                        return Launch("arithmetic", pQueue, aGrid, 0, pKernel, 0.75f, 0x2545F491u,
+                        return Launch("arithmetic", pQueue, aGrid, 0, pKernel, -1.0f, 0x2545F491u,
                                       rSize.iLoads, aTo.GetFloats());
                     });
     };
