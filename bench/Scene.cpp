@@ -43,8 +43,8 @@ double Scene::CountSamples() const
         for (int x = 0; x < iX; ++x)
             for (int i = 0; i < aRays.iSamples; ++i)
             {
-                const float fX = RaySample(RayMiddleX(aRays, x), -aRays.fSin, aRays.fHalf, i);
-                const float fZ = RaySample(RayMiddleZ(aRays, x), aRays.fCos, aRays.fHalf, i);
+                const float fX = RaySample(RayMiddleX(aRays, x), -aRays.fSin, RayStep(aRays, i));
+                const float fZ = RaySample(RayMiddleZ(aRays, x), aRays.fCos, RayStep(aRays, i));
                 dCount += fX >= 0 && fX < iX + 1 && fZ >= 0 && fZ < iZ + 1;
             }
     }

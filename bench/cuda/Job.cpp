@@ -48,7 +48,7 @@ bool UseCuda()
 {
     std::string strReason;
     SetBackend(nullptr);
-    SetBackend(MakeCudaBackend(true, 0, strReason));
+    SetBackend(MakeCudaBackend(0, strReason));
     if (!GetBackend()) return DeviceFail("%s", strReason.c_str());
     int iDevice = 0;
     while (GetBackend()->GetDeviceMemory(iDevice) == 0) ++iDevice;

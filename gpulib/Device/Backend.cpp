@@ -29,10 +29,11 @@ bool CBackend::CreatePitched(DeviceImage& rImage)
 
 bool CBackend::CreateShared(DeviceImage& rImage, const DeviceImage& rArray)
 {
-    rImage.iWidth = rArray.iWidth;
-    rImage.iHeight = rArray.iHeight;
-    rImage.iLanes = rArray.iLanes;
-    return CheckSizes("create buffer", rImage) && mCreateShared(rImage, rArray);
+    if (!rArray.pvData) return DeviceFail("share buffer: no image");
+    rImage = rArray;
+    rImage.bLent = true;
+    rImage.pvRoom = nullptr;
+    return true;
 }
 
 bool CBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
@@ -126,7 +127,8 @@ bool CBackend::ForwardProject(const ForwardParams& rP)
 
 bool CBackend::Combine(const CombineParams& rP)
 {
-    return rP.iEnd <= rP.iFirst || (CheckParams(rP) && mCombine(rP));
+    const bool bNothing = rP.iEnd <= rP.iFirst || rP.aRule.eOperation == ECombine::eSum;
+    return bNothing || (CheckParams(rP) && mCombine(rP));
 }
 
 bool CBackend::Weight(const WeightParams& rP)
@@ -192,10 +194,10 @@ std::string Describe(const CBackend& rBackend, const std::string& strWhy)
 std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason,
                                       const HostCores& rCores)
 {
-    const bool bAuto = strWanted.empty() || strWanted == "auto", bExact = strWanted == "cuda-exact";
-    if (!bAuto && !bExact && strWanted != "cuda" && strWanted != "host")
+    const bool bAuto = strWanted.empty() || strWanted == "auto";
+    if (!bAuto && strWanted != "cuda" && strWanted != "host")
     {
-        rReason = "unknown backend \"" + strWanted + "\", must be auto, cuda, cuda-exact or host";
+        rReason = "unknown backend \"" + strWanted + "\", must be auto, cuda or host";
         return nullptr;
     }
     std::string strWhy = "asked for";
@@ -203,7 +205,7 @@ std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string&
     if (strWanted != "host")
     {
         std::string strNoCuda;
-        pBackend = MakeCudaBackend(bExact, 0, strNoCuda, rCores.uiBusy);
+        pBackend = MakeCudaBackend(0, strNoCuda, rCores.uiBusy);
         if (bAuto) strWhy = pBackend ? "found" : strNoCuda;
         if (!pBackend && !bAuto)
         {

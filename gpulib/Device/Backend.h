@@ -46,8 +46,8 @@ public:
     [[nodiscard]] bool CreateArray(DeviceImage& rImage);
     /// The same for an image that kernels write.
     [[nodiscard]] bool CreatePitched(DeviceImage& rImage);
-    /// A buffer of the same sizes for kernels that write what those of the array read: in the
-    /// array's memory, where one memory serves both. Then a row holds what came last, from either.
+    /// A buffer of the same sizes for kernels that write what those of the array read, in the
+    /// array's memory: a row holds what came last, from either.
     [[nodiscard]] bool CreateShared(DeviceImage& rImage, const DeviceImage& rArray);
     /// A one-lane array with the values at pvSource, tightly packed, for kernels that read it. The
     /// source must stay as it is until Free(): the backend may copy it or work on it in place.
@@ -102,10 +102,6 @@ private:
     // rectangle or more lanes than the image has.
     virtual bool mCreateArray(DeviceImage& rImage) = 0;
     virtual bool mCreatePitched(DeviceImage& rImage) = 0;
-    virtual bool mCreateShared(DeviceImage& rImage, const DeviceImage& /*rArray*/)
-    {
-        return mCreatePitched(rImage);
-    }
     virtual bool mCreateLent(DeviceImage& rImage, const void* pvSource) = 0;
     virtual bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows)
     {
@@ -158,8 +154,7 @@ struct HostCores
 };
 
 /// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.
-/// \param strWanted "auto" (or empty): cuda where there is a device, else host; "cuda";
-///                  "cuda-exact": bilinear weights of full precision, slower; "host"
+/// \param strWanted "auto" (or empty): cuda where there is a device, else host; "cuda"; "host"
 /// \param rReason   receives the sentence for the start-up line, for example
 ///                  "host (avx512), no CUDA driver", or the reason of a refusal
 /// \param rCores    for the host backend
@@ -182,10 +177,9 @@ std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, 
                                           int iMaxRows = 0);
 
 /// The CUDA backend over all devices that the driver reports; null with the reason, for example "no
-/// CUDA driver", where there is none. bExact: see "cuda-exact"; iMaxRows as above;
-/// uiBusy: devices that will not be used, a bit each, whose memory stays untouched.
-std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason,
-                                          unsigned uiBusy = 0);
+/// CUDA driver", where there is none. iMaxRows as above; uiBusy: devices that will not be used, a bit
+/// each, whose memory stays untouched.
+std::unique_ptr<CBackend> MakeCudaBackend(int iMaxRows, std::string& rReason, unsigned uiBusy = 0);
 
 /// The backend in use, null before SetBackend(). Device memory owners and kernel drivers call it.
 CBackend* GetBackend();

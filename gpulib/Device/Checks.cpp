@@ -29,6 +29,17 @@ bool CheckSameBatch(const char* pcKernel, const DeviceImage& rA, const DeviceIma
                       rA.iLanes, rB.iWidth, rB.iLanes);
 }
 
+/// The images of a rule for these sums.
+bool CheckRule(const char* pcKernel, const CompareRule& rRule, const DeviceImage& rSums, int iProjX)
+{
+    return rRule.eOperation == ECombine::eSum ||
+           (CheckImage(pcKernel, "measured rows", rRule.aRaw, iProjX, rSums.iHeight) &&
+            CheckImage(pcKernel, "weights", rRule.aWeight, iProjX, rSums.iHeight) &&
+            (!rRule.aAfter.pvData ||
+             CheckImage(pcKernel, "weights after", rRule.aAfter, iProjX, rSums.iHeight)) &&
+            CheckSameBatch(pcKernel, rRule.aRaw, rSums));
+}
+
 /// A range of list positions within the index list.
 bool CheckRange(const char* pcKernel, const DeviceImage& rIndex, int iFirst, int iEnd)
 {
@@ -74,18 +85,16 @@ bool CheckParams(const ForwardParams& rP)
            CheckImage(pcName, "slice", rP.aVol, rP.iVolX + 2, rP.iVolZ + 2) &&
            CheckImage(pcName, "angles", rP.aCosSin, rP.aSums.iHeight, 1, 2) &&
            CheckImage(pcName, "sums", rP.aSums, rP.iProjX, 1) &&
-           CheckSameLanes(pcName, rP.aSums, rP.aVol);
+           CheckSameLanes(pcName, rP.aSums, rP.aVol) &&
+           CheckRule(pcName, rP.aRule, rP.aSums, rP.iProjX);
 }
 
 bool CheckParams(const CombineParams& rP)
 {
     constexpr const char* pcName = "Combine";
     return CheckRange(pcName, rP.aProjIndex, rP.iFirst, rP.iEnd) &&
-           CheckImage(pcName, "sums", rP.aSums, rP.iProjX, rP.aOut.iHeight) &&
-           CheckImage(pcName, "measured rows", rP.aRaw, rP.iProjX, rP.aOut.iHeight) &&
-           CheckImage(pcName, "weights", rP.aWeight, rP.iProjX, rP.aOut.iHeight) &&
-           CheckImage(pcName, "result", rP.aOut, rP.iProjX, 1) &&
-           CheckSameBatch(pcName, rP.aSums, rP.aOut) && CheckSameBatch(pcName, rP.aRaw, rP.aOut);
+           CheckImage(pcName, "sums", rP.aSums, rP.iProjX, 1) &&
+           CheckRule(pcName, rP.aRule, rP.aSums, rP.iProjX);
 }
 
 bool CheckParams(const WeightParams& rP)

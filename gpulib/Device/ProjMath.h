@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gpulib/Device/DeviceMath.h"
+#include "gpulib/Device/KernelParams.h"
 
 // The arithmetic of the projectors: the only place that knows these formulas. Contraction of
 // multiply-adds must be off where this is compiled, so that the geometry (sample count, sample
@@ -53,11 +54,17 @@ DEVICE_FN float RayMiddleZ(const RayGeometry& rRays, int iX)
     return rRays.fCentreZ + (iX - rRays.fCentreU) * rRays.fSin;
 }
 
-/// Coordinate of sample i from the middle of the ray; the slope is -sin for X, cos for Z. Never
-/// falls (or never rises) along the ray, rounding included.
-DEVICE_FN float RaySample(float fMiddle, float fSlope, float fHalf, int i)
+/// How far sample i lies from the middle of the ray; exact, as whole and half numbers are.
+DEVICE_FN float RayStep(const RayGeometry& rRays, int i)
 {
-    return fMiddle + fSlope * (static_cast<float>(i) - fHalf);
+    return static_cast<float>(i) - rRays.fHalf;
+}
+
+/// Coordinate so far from the middle of the ray; the slope is -sin for X, cos for Z. Never falls
+/// (or never rises) along the ray, rounding included.
+DEVICE_FN float RaySample(float fMiddle, float fSlope, float fStep)
+{
+    return fMiddle + fSlope * fStep;
 }
 
 /// Samples [iFirst, iEnd) of a ray: all that can touch the slice, and perhaps a few beside it.
@@ -85,13 +92,28 @@ DEVICE_FN RaySpan CutSpan(RaySpan aSpan, float fMiddle, float fSlope, float fHal
     return aSpan;
 }
 
-/// The samples of the ray with this middle that can touch the slice; the others are exact zeros.
+/// Whether a sample lies between texels of the slice and its frame.
+DEVICE_FN bool IsOnSlice(const RayGeometry& rRays, float fMiddleX, float fMiddleZ, int iVolX,
+                         int iVolZ, int i)
+{
+    const float fX = RaySample(fMiddleX, -rRays.fSin, RayStep(rRays, i));
+    const float fZ = RaySample(fMiddleZ, rRays.fCos, RayStep(rRays, i));
+    return (fX >= 0.0f) & (fX < iVolX + 1.0f) & (fZ >= 0.0f) & (fZ < iVolZ + 1.0f);
+}
+
+/// The samples of the ray with this middle that lie so; the others are exact zeros. They are
+/// neighbours, since coordinates do not turn back.
 DEVICE_FN RaySpan TouchSpan(const RayGeometry& rRays, float fMiddleX, float fMiddleZ, int iVolX,
                             int iVolZ)
 {
-    const RaySpan aAll = {0, rRays.iSamples > 0 ? rRays.iSamples : 0};
-    const RaySpan aX = CutSpan(aAll, fMiddleX, -rRays.fSin, rRays.fHalf, iVolX + 2.0f);
-    return CutSpan(aX, fMiddleZ, rRays.fCos, rRays.fHalf, iVolZ + 2.0f);
+    RaySpan aSpan = {0, rRays.iSamples > 0 ? rRays.iSamples : 0};
+    aSpan = CutSpan(aSpan, fMiddleX, -rRays.fSin, rRays.fHalf, iVolX + 2.0f);
+    aSpan = CutSpan(aSpan, fMiddleZ, rRays.fCos, rRays.fHalf, iVolZ + 2.0f);
+    const auto IsBeside = [&](int i)
+    { return !IsOnSlice(rRays, fMiddleX, fMiddleZ, iVolX, iVolZ, i); };
+    while (aSpan.iFirst < aSpan.iEnd && IsBeside(aSpan.iFirst)) ++aSpan.iFirst;
+    while (aSpan.iFirst < aSpan.iEnd && IsBeside(aSpan.iEnd - 1)) --aSpan.iEnd;
+    return aSpan;
 }
 
 /// Detector coordinate of the voxel centre (fX, fZ), counted from the middle of the slice.
@@ -143,6 +165,13 @@ template <class T>
 DEVICE_FN T Ratio(T fMeasured, T fSum)
 {
     return ((fMeasured >= T{}) & (fSum != T{})) ? fMeasured / fSum : T{} + 1.0f;
+}
+
+/// A weighted measured value against its ray sum.
+template <class T>
+DEVICE_FN T CompareValue(ECombine eOperation, T fMeasured, T fSum)
+{
+    return eOperation == ECombine::eDiff ? fMeasured - fSum : Ratio<T>(fMeasured, fSum);
 }
 
 /// What a value adds to a sum of absolute values; missing pixels (-1e15 and below) and NaN nothing.

@@ -56,8 +56,7 @@ CCudaBackend::Properties Query(int iDevice, bool bBusy)
 }
 }  // namespace
 
-std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason,
-                                          unsigned uiBusy)
+std::unique_ptr<CBackend> MakeCudaBackend(int iMaxRows, std::string& rReason, unsigned uiBusy)
 {
     int iCount = 0;
     const cudaError_t eCode = cudaGetDeviceCount(&iCount);
@@ -70,7 +69,7 @@ std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string
         rReason = WhyNot(eCode);
         return nullptr;
     }
-    auto pBackend = std::make_unique<CCudaBackend>(std::move(vDevices), bExact, iMaxRows);
+    auto pBackend = std::make_unique<CCudaBackend>(std::move(vDevices), iMaxRows);
     for (int i = 0; i < iCount; ++i)
         if (pBackend->GetDeviceMemory(i) > 0) return pBackend;
     rReason = pBackend->GetDetail();  // why each is left out

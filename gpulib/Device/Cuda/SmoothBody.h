@@ -41,6 +41,5 @@ CUDA_FN void SmoothBody(int iX, int iY, int iZ, const SmoothParams& rP)
             }
         }
     for (int v = 0; v < g_iSmoothVoxels; ++v)
-        if (iZ + v < rVol.iDepth)
-            StoreTexel(rP.aOut, iX, (iZ + v) * rVol.iHeight + iY, 0, afSum[v]);
+        if (iZ + v < rVol.iDepth) RowOf(rP.aOut, (iZ + v) * rVol.iHeight + iY)[iX] = afSum[v];
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "gpulib/Device/Cuda/CudaClock.h"
 #include "gpulib/Device/DeviceError.h"
@@ -65,6 +66,12 @@ HostRows<T> LinesOf(HostRows<T> aRows, int iFirst)
     return aRows;
 }
 
+/// Whether all before the event is done; what went wrong shows in the next operation.
+bool IsDone(const CudaEvent& rEvent)
+{
+    return cudaEventQuery(rEvent.get()) != cudaErrorNotReady;
+}
+
 bool WaitFor(const CudaEvent& rEvent, const char* pcWhat)
 {
     const CHostSpan aSpan(g_acWait);
@@ -104,16 +111,14 @@ bool CStaging::Create(cudaStream_t pCompute)
         if (!MakeChunk(rChunk)) return false;
     for (Slot& rSlot : m_aSlots)
         if (!MakeEvent(rSlot.pArrived) || !MakeEvent(rSlot.pConsumed)) return false;
-    return MakeStream(m_pUp) && MakeStream(m_pDown) && MakeEvent(m_pGathered);
+    return MakeStream(m_pUp) && MakeStream(m_pDown) && MakeEvent(m_pGathered) && MakeEvent(m_pMark);
 }
 
 void CStaging::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
 {
     Slot* const pSlot = mFindFree(CountValues(rSource, iWidth, iHeight) * sizeof(float));
-    if (!pSlot) return;
-    pSlot->bFull = mStage(*pSlot, rSource, iWidth, iHeight);
     // The Upload() will try again and say what is wrong.
-    if (!pSlot->bFull) static_cast<void>(TakeDeviceError());
+    if (pSlot && !mTake(*pSlot, rSource, iWidth, iHeight)) static_cast<void>(TakeDeviceError());
 }
 
 /// Moves the halves of a region, one after the other, when the whole does not fit into what is left
@@ -133,19 +138,17 @@ bool CStaging::Upload(const ImageRegion& rRegion, const HostRows<const float>& r
     if (!pSlot)
     {
         pSlot = mFindFree(CountValues(rSource, iWidth, iHeight) * sizeof(float));
-        if (!pSlot)  // prefetched values that nobody has asked for yet
-        {
-            pSlot = &m_aSlots[0];
-            pSlot->bFull = false;
-        }
-        if (!pSlot->aValues.Reserve(CountValues(rSource, iWidth, iHeight) * sizeof(float)))
+        if (!pSlot) pSlot = &m_aSlots[0];  // prefetched values that nobody has asked for yet
+        if (!mTake(*pSlot, rSource, iWidth, iHeight))
             return mSplit(
                 iHeight, [&](int iFirst, int iEnd)
                 { return Upload(LinesOf(rRegion, iFirst, iEnd), LinesOf(rSource, iFirst)); });
-        if (!mStage(*pSlot, rSource, iWidth, iHeight)) return false;
     }
-    pSlot->bFull = false;
-    return CudaOk(cudaStreamWaitEvent(m_pCompute, pSlot->pArrived.get(), 0), "upload: wait") &&
+    while (pSlot->tStaged < pSlot->tValues)
+        if (!mStageChunk(*pSlot)) return false;
+    pSlot->bTaken = false;
+    return CudaOk(cudaEventRecord(pSlot->pArrived.get(), m_pUp.get()), "stage: record") &&
+           CudaOk(cudaStreamWaitEvent(m_pCompute, pSlot->pArrived.get(), 0), "upload: wait") &&
            Scatter(rRegion, pSlot->aValues.GetFloats(), m_pCompute) &&
            CudaOk(cudaEventRecord(pSlot->pConsumed.get(), m_pCompute), "upload: record");
 }
@@ -154,7 +157,7 @@ CStaging::Slot* CStaging::mFindPrefetched(const HostRows<const float>& rSource, 
                                           int iHeight)
 {
     for (Slot& rSlot : m_aSlots)
-        if (rSlot.bFull && rSlot.aSource.pData == rSource.pData &&
+        if (rSlot.bTaken && rSlot.aSource.pData == rSource.pData &&
             rSlot.aSource.tStrideY == rSource.tStrideY &&
             rSlot.aSource.tStrideLane == rSource.tStrideLane &&
             rSlot.aSource.iLanes == rSource.iLanes && rSlot.iWidth == iWidth &&
@@ -173,76 +176,115 @@ CStaging::Slot* CStaging::mFindFree(std::size_t tBytes)
         return (tHas >= tBytes) == (tBest >= tBytes) ? tHas < tBest : tHas >= tBytes;
     };
     for (Slot& rSlot : m_aSlots)
-        if (!rSlot.bFull && (!pBest || IsBetter(rSlot))) pBest = &rSlot;
+        if (!rSlot.bTaken && (!pBest || IsBetter(rSlot))) pBest = &rSlot;
     return pBest;
 }
 
-bool CStaging::mStage(Slot& rSlot, const HostRows<const float>& rSource, int iWidth, int iHeight)
+/// Takes a slot for values to come; false when there is no room for them.
+bool CStaging::mTake(Slot& rSlot, const HostRows<const float>& rSource, int iWidth, int iHeight)
 {
-    const std::size_t tValues = CountValues(rSource, iWidth, iHeight);
     rSlot.aSource = rSource;
     rSlot.iWidth = iWidth;
     rSlot.iHeight = iHeight;
-    if (!rSlot.aValues.Reserve(tValues * sizeof(float)) ||
-        !CudaOk(cudaStreamWaitEvent(m_pUp.get(), rSlot.pConsumed.get(), 0), "stage: wait"))
-        return false;
-    for (std::size_t t = 0; t < tValues; t += m_tChunk)
+    rSlot.tValues = CountValues(rSource, iWidth, iHeight);
+    rSlot.tStaged = 0;
+    rSlot.bTaken =
+        rSlot.aValues.Reserve(rSlot.tValues * sizeof(float)) &&
+        CudaOk(cudaStreamWaitEvent(m_pUp.get(), rSlot.pConsumed.get(), 0), "stage: wait");
+    return rSlot.bTaken;
+}
+
+bool CStaging::mStageChunk(Slot& rSlot)
+{
+    Chunk& rChunk = m_aUpChunks[m_iUpChunk];
+    m_iUpChunk ^= 1;
+    const std::size_t tFirst = rSlot.tStaged, tCount = std::min(m_tChunk, rSlot.tValues - tFirst);
+    rSlot.bTaken = false;  // after a failure
+    if (!WaitFor(rChunk.pCopied, "stage: wait for a chunk")) return false;
+    Pack(rSlot.aSource, rSlot.iWidth, tFirst, tCount, rChunk.GetFloats());
+    rSlot.tStaged += tCount;
+    rSlot.bTaken = CopyValues(rSlot.aValues.GetFloats() + tFirst, rChunk.GetFloats(), tCount,
+                              cudaMemcpyHostToDevice, m_pUp.get(), rChunk.pCopied);
+    return rSlot.bTaken;
+}
+
+/// A chunk takes the host as long as many kernels of a small set take the device.
+bool CStaging::Advance()
+{
+    constexpr int iFarBehind = 64;
+    if (++m_iSince < iFarBehind) return true;
+    if (IsDone(m_pMark))
     {
-        Chunk& rChunk = m_aUpChunks[m_iUpChunk];
-        m_iUpChunk ^= 1;
-        if (!WaitFor(rChunk.pCopied, "stage: wait for a chunk")) return false;
-        const std::size_t tCount = std::min(m_tChunk, tValues - t);
-        Pack(rSource, iWidth, t, tCount, rChunk.GetFloats());
-        if (!CopyValues(rSlot.aValues.GetFloats() + t, rChunk.GetFloats(), tCount,
-                        cudaMemcpyHostToDevice, m_pUp.get(), rChunk.pCopied))
-            return false;
+        m_iSince = 0;
+        return CudaOk(cudaEventRecord(m_pMark.get(), m_pCompute), "mark kernels");
     }
-    return CudaOk(cudaEventRecord(rSlot.pArrived.get(), m_pUp.get()), "stage: record");
+    if (m_tPending > 0 && IsDone(m_aDownChunks[m_tUnpacked / m_tChunk % 2].pCopied))
+        return mUnpackChunk();
+    for (Slot& rSlot : m_aSlots)
+        if (rSlot.bTaken && rSlot.tStaged < rSlot.tValues &&
+            IsDone(m_aUpChunks[m_iUpChunk].pCopied))
+            return mStageChunk(rSlot);
+    return true;
 }
 
 bool CStaging::StartDownload(const ImageRegion& rRegion, const HostRows<float>& rDest)
 {
     if (!FinishDownload()) return false;
+    const DeviceImage& rImage = rRegion.aImage;
     const std::size_t tValues = CountValues(rDest, rRegion.iWidth, rRegion.iHeight);
-    if (!m_aOutgoing.Reserve(tValues * sizeof(float)))
+    // Whole rows of one lane stand in the order of the host already.
+    const bool bInOrder = rImage.iLanes == 1 && rRegion.iWidth == rImage.iWidth;
+    if (!bInOrder && !m_aOutgoing.Reserve(tValues * sizeof(float)))
         return mSplit(
             rRegion.iHeight, [&](int iFirst, int iEnd)
             { return StartDownload(LinesOf(rRegion, iFirst, iEnd), LinesOf(rDest, iFirst)); });
-    m_bPending = Gather(rRegion, m_aOutgoing.GetFloats(), m_pCompute) &&
-                 CudaOk(cudaEventRecord(m_pGathered.get(), m_pCompute), "download: record");
-    m_aPending = rRegion;
+    m_pfFrom = m_aOutgoing.GetFloats();
+    if (bInOrder)
+        m_pfFrom =
+            static_cast<const float*>(rImage.pvData) + std::size_t(rImage.iWidth) * rRegion.iY0;
+    else if (!Gather(rRegion, m_aOutgoing.GetFloats(), m_pCompute))
+        return false;
     m_aDest = rDest;
-    return m_bPending;
+    m_iWidth = rRegion.iWidth;
+    m_tQueued = m_tUnpacked = 0;
+    m_tPending = tValues;
+    return CudaOk(cudaEventRecord(m_pGathered.get(), m_pCompute), "download: record") &&
+           CudaOk(cudaStreamWaitEvent(m_pDown.get(), m_pGathered.get(), 0), "download: wait") &&
+           mQueueChunks() && (!bInOrder || FinishDownload());
 }
 
 bool CStaging::FinishDownload()
 {
-    if (!m_bPending) return true;
-    m_bPending = false;
-    const int iWidth = m_aPending.iWidth;
-    const std::size_t tValues = CountValues(m_aDest, iWidth, m_aPending.iHeight);
-    const std::size_t tPieces = (tValues + m_tChunk - 1) / m_tChunk;
-    if (!CudaOk(cudaStreamWaitEvent(m_pDown.get(), m_pGathered.get(), 0), "download: wait") ||
-        (tPieces > 0 && !mQueuePiece(0, tValues)))
-        return false;
-    for (std::size_t p = 0; p < tPieces; ++p)
+    while (m_tPending > 0)
+        if (!mUnpackChunk()) return false;
+    return true;
+}
+
+/// Queues copies of the pending download into the two pinned chunks.
+bool CStaging::mQueueChunks()
+{
+    for (; m_tQueued < std::min(m_tPending, m_tUnpacked + 2 * m_tChunk); m_tQueued += m_tChunk)
     {
-        if (p + 1 < tPieces && !mQueuePiece(p + 1, tValues)) return false;
-        const Chunk& rChunk = m_aDownChunks[p % 2];
-        if (!WaitFor(rChunk.pCopied, "download: wait for the kernels")) return false;
-        Unpack(m_aDest, iWidth, p * m_tChunk, std::min(m_tChunk, tValues - p * m_tChunk),
-               rChunk.GetFloats());
+        const Chunk& rChunk = m_aDownChunks[m_tQueued / m_tChunk % 2];
+        if (!CopyValues(rChunk.GetFloats(), m_pfFrom + m_tQueued,
+                        std::min(m_tChunk, m_tPending - m_tQueued), cudaMemcpyDeviceToHost,
+                        m_pDown.get(), rChunk.pCopied))
+            return false;
     }
     return true;
 }
 
-/// Queues the copy of one piece of the pending download into its pinned chunk.
-bool CStaging::mQueuePiece(std::size_t tPiece, std::size_t tValues)
+/// Brings the next chunk of the pending download home; after a failure none is pending.
+bool CStaging::mUnpackChunk()
 {
-    const std::size_t tFirst = tPiece * m_tChunk, tCount = std::min(m_tChunk, tValues - tFirst);
-    const Chunk& rChunk = m_aDownChunks[tPiece % 2];
-    return CopyValues(rChunk.GetFloats(), m_aOutgoing.GetFloats() + tFirst, tCount,
-                      cudaMemcpyDeviceToHost, m_pDown.get(), rChunk.pCopied);
+    const std::size_t tAll = std::exchange(m_tPending, 0);
+    const Chunk& rChunk = m_aDownChunks[m_tUnpacked / m_tChunk % 2];
+    if (!WaitFor(rChunk.pCopied, "download: wait for the kernels")) return false;
+    const std::size_t tCount = std::min(m_tChunk, tAll - m_tUnpacked);
+    Unpack(m_aDest, m_iWidth, m_tUnpacked, tCount, rChunk.GetFloats());
+    m_tUnpacked += tCount;
+    if (m_tUnpacked < tAll) m_tPending = tAll;
+    return mQueueChunks();
 }
 
 void CStaging::Drop()
@@ -251,11 +293,11 @@ void CStaging::Drop()
     static_cast<void>(cudaStreamSynchronize(m_pUp.get()));
     static_cast<void>(cudaStreamSynchronize(m_pDown.get()));
     static_cast<void>(cudaStreamSynchronize(m_pCompute));
-    m_bPending = false;
+    m_tPending = 0;
     m_aOutgoing.Free();
     for (Slot& rSlot : m_aSlots)
     {
-        rSlot.bFull = false;
+        rSlot.bTaken = false;
         rSlot.aValues.Free();
     }
 }

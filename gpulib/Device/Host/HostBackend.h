@@ -31,7 +31,6 @@ public:
 private:
     bool mCreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
     bool mCreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
-    bool mCreateShared(DeviceImage& rImage, const DeviceImage& rArray) override;
     bool mCreateLent(DeviceImage& rImage, const void* pvSource) override;
     bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows) override;
     void mFree(DeviceImage& rImage) override;
@@ -58,6 +57,7 @@ private:
     bool mCompareSums(const CompareParams& rParams) override;
     bool mSmooth(const SmoothParams& rParams) override;
 
+    bool mApplyRule(const ForwardParams& rParams);
     CTeam& mTeam();  // of the device of the calling thread
     const HostKernels& mKernels(const DeviceImage& rBatch) const;
     bool mCreate(DeviceImage& rImage, const char* pcKind);
