@@ -67,14 +67,6 @@ double Scene::CountFetched() const
     return dCount;
 }
 
-double Scene::CountNominal() const
-{
-    double dCount = 0;
-    for (int n = 0; n < iProjs; ++n)
-        dCount += double(MakeRays(vfCos[n], vfSin[n], iX, iZ, iX).iSamples) * iX;
-    return dCount;
-}
-
 bool CDeviceScene::Create(const Scene& rScene)
 {
     m_pScene = &rScene;

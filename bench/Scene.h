@@ -32,8 +32,6 @@ struct Scene
     double CountSamples() const;
     /// Samples of one row that a kernel for single rays takes: a few beside the slice with them.
     double CountFetched() const;
-    /// Samples of one row if none were left out.
-    double CountNominal() const;
     /// Pairs of a voxel and a projection of one row.
     double CountUpdates() const { return double(iX) * iZ * iProjs; }
 };

@@ -86,7 +86,7 @@ bool PrintAgreementOf(const Job& rJob)
     if (!GetBackend()->SelectDevice(0) || std::isnan(RunJob(rJob, aStack, aExpected)) ||
         !UseCuda() || std::isnan(RunJob(rJob, aStack, aVolume)))
         return false;
-    const double dMost = rJob.bEm ? 3e-5 : 1e-5;  // of quotients and of sums
+    constexpr double dMost = 1e-5;
     const double dError = RelativeL2(aVolume, aExpected);
     const bool bAgrees = dError <= dMost;  // not of NaN
     std::printf("  %s %-4s %2u subsets: relative L2 %.2e, at most %.0e\n",

@@ -143,8 +143,8 @@ void PrintStreams(CDeviceScene& rDevice, const Scene& rScene, int iRepeats,
          {Entry{"difference, in place", "Combine", &CDeviceScene::Diff, 12 * dPixels},
           {"box weights, in place", "Weight", &CDeviceScene::Weight, 8 * dPixels},
           {"sums of |value|", "SumAbs", &CDeviceScene::SumAbs, 4 * dPixels},
-          {"linear memory to array", "upload", &CDeviceScene::UploadSlices, 8 * dVoxels},
-          {"array to linear memory", "download", &CDeviceScene::DownloadSlices, 8 * dVoxels}})
+          {"into groups of rows", "upload", &CDeviceScene::UploadSlices, 8 * dVoxels},
+          {"out of groups of rows", "download", &CDeviceScene::DownloadSlices, 8 * dVoxels}})
         PrintStream(
             rEntry.pcName,
             BestSeconds(rEntry.pcLaunch, iRepeats, [&] { return (rDevice.*rEntry.pOperation)(); }),
