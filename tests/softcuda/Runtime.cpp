@@ -101,7 +101,7 @@ cudaError_t cudaRuntimeGetVersion(int* runtimeVersion)
 
 cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device)
 {
-    *prop = {"", g_aSettings.tMemory, 9, 0, 4};
+    *prop = {"", g_aSettings.tMemory, 9, 0, 4, 1 << 16};
     std::snprintf(prop->name, sizeof prop->name, "software device %d", device);
     return Begin(__func__);
 }
