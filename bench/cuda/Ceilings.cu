@@ -61,7 +61,8 @@ __global__ void __launch_bounds__(g_iThreads)
             aui[c] = (aui[c] ^ uiMask) + 0x5bd1e995u;
     }
     float fSum = 0;
-    for (int c = 0; c < g_iChains; ++c) fSum += af[c] + static_cast<float>(aui[c / 2]);
+    for (const float f : af) fSum += f;
+    for (const unsigned int ui : aui) fSum += static_cast<float>(ui);
     if (fSum == -1.0f) *pfNever = fSum;
 }
 
