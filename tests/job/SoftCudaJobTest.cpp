@@ -81,19 +81,14 @@ TEST_F(SoftCudaJob, ThreadsOutliveTheirDevices)
     EXPECT_TRUE(GetBackend()->SelectDevice(0));
 }
 
-/// Whole groups of rows, and the pieces of a volume that is smoothed.
 TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 {
     m_aJob.iY = 160;
-    m_aJob.iProjX = m_aJob.iVolX = 17;
-    m_aJob.aiKernel = {3, 1, 1};
-    m_aJob.vfKernel = {0.25f, 0.5f, 0.25f};
-    m_aJob.uiInterval = 2;
     m_aStart = MakeData(m_aJob, 8);
     const TestData aExpected = mRun();
     const int iWhole = SoftCuda::g_iLaunches;
     const std::size_t tPeak = SoftCuda::g_tPeak;
-    for (const auto& [dShare, bFits] : {std::pair{0.6, true}, {0.9, true}, {0.01, false}})
+    for (const auto& [dShare, bFits] : {std::pair{0.4, true}, {0.65, true}, {0.01, false}})
     {
         mForget();
         SoftCuda::g_aSettings.tMemory = std::size_t(double(tPeak) * dShare);
@@ -110,9 +105,13 @@ TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 
 TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
 {
+    m_aJob.aiKernel = {3, 1, 1};
+    m_aJob.vfKernel = {0.25f, 0.5f, 0.25f};
+    m_aJob.uiInterval = 2;
     const TestData aExpected = mRun(1, 3);
     for (const auto& [pcCall, iAfter, pcWords] :
          {std::tuple{"cudaMallocAsync", 9, ""},  // another try fits
+          {"cudaMallocAsync", 11, ""},           // of a volume to smooth: in two pieces
           {"cudaMalloc", 0, ""},                 // of an upload: made in halves
           {"cudaMalloc", 5, ""},                 // of a download
           {"cudaMallocAsync", 0, ": 7 x 1 x 1, 1 rows"},
