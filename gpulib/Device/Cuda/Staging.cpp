@@ -218,13 +218,16 @@ bool CStaging::Advance()
         m_iSince = 0;
         return CudaOk(cudaEventRecord(m_pMark.get(), m_pCompute), "mark kernels");
     }
-    if (m_tPending > 0 && IsDone(m_aDownChunks[m_tUnpacked / m_tChunk % 2].pCopied))
-        return mUnpackChunk();
+    if (m_tPending > 0 && IsDone(mDownChunk().pCopied)) return mUnpackChunk();
+    Slot* const pSlot = mFindUnstaged();
+    return !pSlot || !IsDone(m_aUpChunks[m_iUpChunk].pCopied) || mStageChunk(*pSlot);
+}
+
+CStaging::Slot* CStaging::mFindUnstaged()
+{
     for (Slot& rSlot : m_aSlots)
-        if (rSlot.bTaken && rSlot.tStaged < rSlot.tValues &&
-            IsDone(m_aUpChunks[m_iUpChunk].pCopied))
-            return mStageChunk(rSlot);
-    return true;
+        if (rSlot.bTaken && rSlot.tStaged < rSlot.tValues) return &rSlot;
+    return nullptr;
 }
 
 bool CStaging::StartDownload(const ImageRegion& rRegion, const HostRows<float>& rDest)
@@ -253,10 +256,14 @@ bool CStaging::StartDownload(const ImageRegion& rRegion, const HostRows<float>& 
            mQueueChunks() && (!bInOrder || FinishDownload());
 }
 
+/// While the host would wait it moves what will be asked for.
 bool CStaging::FinishDownload()
 {
     while (m_tPending > 0)
-        if (!mUnpackChunk()) return false;
+    {
+        Slot* const pSlot = IsDone(mDownChunk().pCopied) ? nullptr : mFindUnstaged();
+        if (!(pSlot ? mStageChunk(*pSlot) : mUnpackChunk())) return false;
+    }
     return true;
 }
 
@@ -278,7 +285,7 @@ bool CStaging::mQueueChunks()
 bool CStaging::mUnpackChunk()
 {
     const std::size_t tAll = std::exchange(m_tPending, 0);
-    const Chunk& rChunk = m_aDownChunks[m_tUnpacked / m_tChunk % 2];
+    const Chunk& rChunk = mDownChunk();
     if (!WaitFor(rChunk.pCopied, "download: wait for the kernels")) return false;
     const std::size_t tCount = std::min(m_tChunk, tAll - m_tUnpacked);
     Unpack(m_aDest, m_iWidth, m_tUnpacked, tCount, rChunk.GetFloats());

@@ -60,7 +60,9 @@ private:
     [[nodiscard]] bool mStageChunk(Slot& rSlot);
     template <class F>
     [[nodiscard]] static bool mSplit(int iHeight, F fMove);
+    Slot* mFindUnstaged();
     [[nodiscard]] bool mQueueChunks();
+    const Chunk& mDownChunk() const { return m_aDownChunks[m_tUnpacked / m_tChunk % 2]; }
     [[nodiscard]] bool mUnpackChunk();
 
     cudaStream_t m_pCompute = nullptr;
