@@ -177,8 +177,8 @@ std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, 
                                           int iMaxRows = 0);
 
 /// The CUDA backend over all devices that the driver reports; null with the reason, for example "no
-/// CUDA driver", where there is none. iMaxRows as above; uiBusy: devices that will not be used, a bit
-/// each, whose memory stays untouched.
+/// CUDA driver", where there is none. iMaxRows as above; uiBusy: devices that will not be used, a
+/// bit each, whose memory stays untouched.
 std::unique_ptr<CBackend> MakeCudaBackend(int iMaxRows, std::string& rReason, unsigned uiBusy = 0);
 
 /// The backend in use, null before SetBackend(). Device memory owners and kernel drivers call it.

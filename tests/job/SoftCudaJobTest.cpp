@@ -92,8 +92,9 @@ TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
     {
         mForget();
         SoftCuda::g_aSettings.tMemory = std::size_t(double(tPeak) * dShare);
-        // The job believes what it asked first, before others took the memory.
-        SoftCuda::FailNext("cudaMemGetInfo", cudaErrorUnknown);
+        // The job believes what it asked first, before others took the memory. The choice of the
+        // backend has asked every device before.
+        SoftCuda::FailNext("cudaMemGetInfo", cudaErrorUnknown, SoftCuda::g_aSettings.iDevices);
         const TestData aResult = mRun();
         EXPECT_EQ(aResult.strError.find("out of memory") == std::string::npos, bFits) << dShare;
         EXPECT_EQ(aResult.vfVolume == aExpected.vfVolume, bFits) << dShare;
