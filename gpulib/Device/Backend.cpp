@@ -19,12 +19,12 @@ HostRows<T> OfImage(HostRows<T> aRows, const DeviceImage& rImage)
 
 bool CBackend::CreateArray(DeviceImage& rImage)
 {
-    return CheckSizes("create array", rImage) && mCreateArray(rImage);
+    return CheckSizes("create array", rImage) && mCreate(rImage, "array");
 }
 
 bool CBackend::CreatePitched(DeviceImage& rImage)
 {
-    return CheckSizes("create buffer", rImage) && mCreatePitched(rImage);
+    return CheckSizes("create buffer", rImage) && mCreate(rImage, "buffer");
 }
 
 bool CBackend::CreateShared(DeviceImage& rImage, const DeviceImage& rArray)

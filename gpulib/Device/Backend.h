@@ -100,12 +100,11 @@ public:
 private:
     // What a kind of device does: the operations above after their checks, never with an empty
     // rectangle or more lanes than the image has.
-    virtual bool mCreateArray(DeviceImage& rImage) = 0;
-    virtual bool mCreatePitched(DeviceImage& rImage) = 0;
+    virtual bool mCreate(DeviceImage& rImage, const char* pcKind) = 0;
     virtual bool mCreateLent(DeviceImage& rImage, const void* pvSource) = 0;
     virtual bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows)
     {
-        return mCreateArray(rImage) &&
+        return mCreate(rImage, "array") &&
                mUpload(rImage, rRows.AsConst(), 0, 0, rImage.iWidth, rImage.iHeight);
     }
     virtual void mFree(DeviceImage& rImage) = 0;

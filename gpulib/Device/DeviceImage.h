@@ -59,4 +59,5 @@ struct HostRows
     int iLanes = 1;               ///< rows present; lanes from here on are filled with zeros
 
     HostRows<const T> AsConst() const { return {pData, tStrideY, tStrideLane, iLanes}; }
+    bool operator==(const HostRows&) const = default;
 };

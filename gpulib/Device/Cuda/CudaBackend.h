@@ -38,8 +38,7 @@ public:
     bool FinishDownload() override;
 
 private:
-    bool mCreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
-    bool mCreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
+    bool mCreate(DeviceImage& rImage, const char* pcKind) override;
     bool mCreateLent(DeviceImage& rImage, const void* pvSource) override;
     void mFree(DeviceImage& rImage) override;
     bool mClear(const DeviceImage& rImage) override;
@@ -66,7 +65,6 @@ private:
     {
         CudaStream pStream;  // of the kernels; ends after the staging that borrows it
         CStaging aStaging;
-        CCudaBuffer aTotals;   // of SumAbs
         int iBatchImages = 0;  // alive: a job runs
     };
     [[nodiscard]] bool mOpenDevice();
@@ -80,7 +78,6 @@ private:
         return pDevice && Launch(pcName, pDevice->pStream.get(), rArgs...) &&
                pDevice->aStaging.Advance();
     }
-    [[nodiscard]] bool mCreate(DeviceImage& rImage, const char* pcKind);
     [[nodiscard]] bool mCopyBytes(void* pvDest, const void* pvSource, const DeviceImage& rImage,
                                   cudaMemcpyKind eKind, const char* pcWhat) const;
 

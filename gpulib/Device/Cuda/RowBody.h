@@ -50,14 +50,3 @@ CUDA_FN Quad SumAbsPartial(int iFirst, int iProj, RowQuad aRows, const SumAbsPar
     }
     return aSum;
 }
-
-/// Adds the totals of one list position to its accumulator, in the order of the rows.
-/// \param pfTotals  shape [position][row]
-CUDA_FN void AddTotals(int iPosition, const float* pfTotals, const SumAbsParams& rP)
-{
-    double* pdAccum = reinterpret_cast<double*>(RowOf(rP.aAccum, rP.iIter)) + iPosition;
-    double dSum = *pdAccum;
-    const float* pfRow = pfTotals + static_cast<std::size_t>(iPosition) * rP.aSource.iLanes;
-    for (int l = 0; l < rP.iRows; ++l) dSum += static_cast<double>(pfRow[l]);
-    *pdAccum = dSum;
-}

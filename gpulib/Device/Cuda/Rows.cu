@@ -23,42 +23,38 @@ __global__ void __launch_bounds__(g_iThreads) WeightKernel(const __grid_constant
     if (iX < aP.iProjX) WeightBody(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
 }
 
-/// One block for each list position and group of rows. A thread has eight of the 256 partial sums,
+/// One block for each list position, which takes one group of rows after the other and adds their
+/// totals to the accumulator in the order of the rows. A thread has eight of the 256 partial sums,
 /// 32 apart, of four rows: it adds the first halves alone.
-__global__ void __launch_bounds__(g_iThreads)
-    SumAbsKernel(const __grid_constant__ SumAbsParams aP, float* pfTotals)
+__global__ void __launch_bounds__(g_iThreads) SumAbsKernel(const __grid_constant__ SumAbsParams aP)
 {
-    const int iThread = threadIdx.x, iPosition = blockIdx.x;
-    const RowQuad aRows = RowQuad::Of(blockIdx.y, iThread);
+    const int iThread = threadIdx.x;
+    double* const pdAccum = reinterpret_cast<double*>(RowOf(aP.aAccum, aP.iIter)) + blockIdx.x;
     int iProj;
-    const bool bThere = ReadIndex(aP.aProjIndex, iPosition, aP.aSource.iHeight, iProj);
-    constexpr int iSums = g_iPartialSums / g_iColumns;
-    Quad aaSum[iSums] = {};
-    if (bThere)
+    if (!ReadIndex(aP.aProjIndex, blockIdx.x, aP.aSource.iHeight, iProj)) return;
+    for (int iRow = 0; iRow < aP.iRows; iRow += g_iGroupLanes)
+    {
+        const RowQuad aRows = RowQuad::Of(iRow / g_iGroupLanes, iThread);
+        constexpr int iSums = g_iPartialSums / g_iColumns;
+        Quad aaSum[iSums];
 #pragma unroll
         for (int k = 0; k < iSums; ++k)
             aaSum[k] = SumAbsPartial(iThread / g_iQuads + k * g_iColumns, iProj, aRows, aP);
 #pragma unroll
-    for (int iStride = iSums / 2; iStride > 0; iStride /= 2)
-        for (int k = 0; k < iStride; ++k) AddWeighted(aaSum[k], 1.0f, aaSum[k + iStride]);
-    Store(s_afShared + iThread * 4, aaSum[0]);  // [column][row]
-    __syncthreads();
-    for (int iStride = g_iColumns / 2; iStride > 0; iStride /= 2)
-    {
-        for (int i = iThread; i < iStride * g_iGroupLanes; i += g_iThreads)
-            AddHalf(i, iStride * g_iGroupLanes, s_afShared);
+        for (int iStride = iSums / 2; iStride > 0; iStride /= 2)
+            for (int k = 0; k < iStride; ++k) AddWeighted(aaSum[k], 1.0f, aaSum[k + iStride]);
+        Store(s_afShared + iThread * 4, aaSum[0]);  // [column][row]
+        __syncthreads();
+        for (int iStride = g_iColumns / 2; iStride > 0; iStride /= 2)
+        {
+            for (int i = iThread; i < iStride * g_iGroupLanes; i += g_iThreads)
+                AddHalf(i, iStride * g_iGroupLanes, s_afShared);
+            __syncthreads();
+        }
+        for (int l = 0; iThread == 0 && l < min(g_iGroupLanes, aP.iRows - iRow); ++l)
+            *pdAccum += static_cast<double>(s_afShared[l]);
         __syncthreads();
     }
-    if (iThread < g_iGroupLanes)
-        pfTotals[static_cast<std::size_t>(iPosition) * aP.aSource.iLanes +
-                 aRows.iGroup * g_iGroupLanes + iThread] = s_afShared[iThread];
-}
-
-__global__ void __launch_bounds__(g_iThreads)
-    AddTotalsKernel(const __grid_constant__ SumAbsParams aP, const float* pfTotals)
-{
-    const int iPosition = blockIdx.x * g_iThreads + threadIdx.x;
-    if (iPosition < aP.iProjs) AddTotals(iPosition, pfTotals, aP);
 }
 
 dim3 GridFor(const DeviceImage& rImage, int iProjX, int iRows)
@@ -80,12 +76,6 @@ bool CCudaBackend::mWeight(const WeightParams& rP)
 
 bool CCudaBackend::mSumAbs(const SumAbsParams& rP)
 {
-    Device* const pDevice = mDevice();
-    if (!pDevice) return false;
-    CCudaBuffer& rTotals = pDevice->aTotals;
-    if (!rTotals.Reserve(std::size_t(rP.iProjs) * rP.aSource.iLanes * sizeof(float))) return false;
-    return mLaunch("SumAbs", dim3(rP.iProjs, CountGroups(rP.aSource), 1),
-                   4 * g_iThreads * sizeof(float), SumAbsKernel, rP, rTotals.GetFloats()) &&
-           mLaunch("SumAbs", dim3(BlocksFor(rP.iProjs), 1, 1), 0, AddTotalsKernel, rP,
-                   rTotals.GetFloats());
+    return mLaunch("SumAbs", dim3(rP.iProjs, 1, 1), 4 * g_iThreads * sizeof(float), SumAbsKernel,
+                   rP);
 }

@@ -1,7 +1,7 @@
 #include "gpulib/Device/Cuda/Staging.h"
 
 #include <algorithm>
-#include <cstring>
+#include <type_traits>
 #include <utility>
 
 #include "gpulib/Device/Cuda/CudaClock.h"
@@ -9,12 +9,14 @@
 
 namespace
 {
-/// Calls fRun(pHost, tOffset, tRun) for the pieces of host memory that make up the values [tFirst,
-/// tFirst + tCount) of an image in the order [y][lane][x]; tOffset counts from tFirst.
-template <class T, class F>
-void ForEachRun(const HostRows<T>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
-                F fRun)
+/// Copies the values [tFirst, tFirst + tCount) of an image in the order [y][lane][x] from host
+/// memory to pfPinned, or back where that is not const.
+template <class T>
+void MoveRuns(const HostRows<T>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
+              float* pfPinned)
 {
+    constexpr bool bPack = std::is_const_v<T>;
+    const CHostSpan aSpan(bPack ? g_acPack : g_acUnpack);
     const std::size_t tWidth = iWidth, tSlice = tWidth * rRows.iLanes;
     const bool bWhole = rRows.tStrideLane == tWidth;  // the rows of a batch are neighbours
     for (std::size_t t = 0; t < tCount;)
@@ -23,27 +25,12 @@ void ForEachRun(const HostRows<T>& rRows, int iWidth, std::size_t tFirst, std::s
         T* const pHost = rRows.pData + (tFirst + t) / tSlice * rRows.tStrideY +
                          tInSlice / tWidth * rRows.tStrideLane + tX;
         const std::size_t tRun = std::min(tCount - t, bWhole ? tSlice - tInSlice : tWidth - tX);
-        fRun(pHost, t, tRun);
+        if constexpr (bPack)
+            std::copy_n(pHost, tRun, pfPinned + t);
+        else
+            std::copy_n(pfPinned + t, tRun, pHost);
         t += tRun;
     }
-}
-
-void Pack(const HostRows<const float>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
-          float* pfPinned)
-{
-    const CHostSpan aSpan(g_acPack);
-    ForEachRun(rRows, iWidth, tFirst, tCount,
-               [=](const float* pfHost, std::size_t tOffset, std::size_t tRun)
-               { std::memcpy(pfPinned + tOffset, pfHost, tRun * sizeof(float)); });
-}
-
-void Unpack(const HostRows<float>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
-            const float* pfPinned)
-{
-    const CHostSpan aSpan(g_acUnpack);
-    ForEachRun(rRows, iWidth, tFirst, tCount,
-               [=](float* pfHost, std::size_t tOffset, std::size_t tRun)
-               { std::memcpy(pfHost, pfPinned + tOffset, tRun * sizeof(float)); });
 }
 
 template <class T>
@@ -94,21 +81,17 @@ bool CopyValues(float* pfDest, const float* pfSource, std::size_t tCount, cudaMe
 bool CStaging::Create(cudaStream_t pCompute)
 {
     m_pCompute = pCompute;
-    const auto MakeChunk = [](Chunk& rChunk)
+    for (Chunk* const pChunk :
+         {&m_aUpChunks[0], &m_aUpChunks[1], &m_aDownChunks[0], &m_aDownChunks[1]})
     {
         void* pvData = nullptr;
         // The host sleeps until a copy is done: one core for each GPU would be busy otherwise.
-        if (!MakeEvent(rChunk.pCopied, cudaEventDisableTiming | cudaEventBlockingSync) ||
+        if (!MakeEvent(pChunk->pCopied, cudaEventDisableTiming | cudaEventBlockingSync) ||
             !CudaOk(cudaMallocHost(&pvData, m_tChunk * sizeof(float)), "pin %zu MiB",
                     m_tChunk * sizeof(float) >> 20))
             return false;
-        rChunk.pvData.reset(pvData);
-        return true;
-    };
-    for (Chunk& rChunk : m_aUpChunks)
-        if (!MakeChunk(rChunk)) return false;
-    for (Chunk& rChunk : m_aDownChunks)
-        if (!MakeChunk(rChunk)) return false;
+        pChunk->pvData.reset(pvData);
+    }
     for (Slot& rSlot : m_aSlots)
         if (!MakeEvent(rSlot.pArrived) || !MakeEvent(rSlot.pConsumed)) return false;
     return MakeStream(m_pUp) && MakeStream(m_pDown) && MakeEvent(m_pGathered) && MakeEvent(m_pMark);
@@ -116,7 +99,7 @@ bool CStaging::Create(cudaStream_t pCompute)
 
 void CStaging::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
 {
-    Slot* const pSlot = mFindFree(CountValues(rSource, iWidth, iHeight) * sizeof(float));
+    Slot* const pSlot = mFind(IsFree);
     // The Upload() will try again and say what is wrong.
     if (pSlot && !mTake(*pSlot, rSource, iWidth, iHeight)) static_cast<void>(TakeDeviceError());
 }
@@ -134,10 +117,12 @@ bool CStaging::mSplit(int iHeight, F fMove)
 bool CStaging::Upload(const ImageRegion& rRegion, const HostRows<const float>& rSource)
 {
     const int iWidth = rRegion.iWidth, iHeight = rRegion.iHeight;
-    Slot* pSlot = mFindPrefetched(rSource, iWidth, iHeight);
+    Slot* pSlot = mFind(
+        [&](const Slot& r)
+        { return r.bTaken && r.aSource == rSource && r.iWidth == iWidth && r.iHeight == iHeight; });
     if (!pSlot)
     {
-        pSlot = mFindFree(CountValues(rSource, iWidth, iHeight) * sizeof(float));
+        pSlot = mFind(IsFree);
         if (!pSlot) pSlot = &m_aSlots[0];  // prefetched values that nobody has asked for yet
         if (!mTake(*pSlot, rSource, iWidth, iHeight))
             return mSplit(
@@ -153,31 +138,12 @@ bool CStaging::Upload(const ImageRegion& rRegion, const HostRows<const float>& r
            CudaOk(cudaEventRecord(pSlot->pConsumed.get(), m_pCompute), "upload: record");
 }
 
-CStaging::Slot* CStaging::mFindPrefetched(const HostRows<const float>& rSource, int iWidth,
-                                          int iHeight)
+/// The first slot of which that is true, or null.
+template <class F>
+CStaging::Slot* CStaging::mFind(F fIs)
 {
-    for (Slot& rSlot : m_aSlots)
-        if (rSlot.bTaken && rSlot.aSource.pData == rSource.pData &&
-            rSlot.aSource.tStrideY == rSource.tStrideY &&
-            rSlot.aSource.tStrideLane == rSource.tStrideLane &&
-            rSlot.aSource.iLanes == rSource.iLanes && rSlot.iWidth == iWidth &&
-            rSlot.iHeight == iHeight)
-            return &rSlot;
-    return nullptr;
-}
-
-/// The smallest free slot that is large enough, or else the smallest one, which will grow.
-CStaging::Slot* CStaging::mFindFree(std::size_t tBytes)
-{
-    Slot* pBest = nullptr;
-    const auto IsBetter = [&](const Slot& rSlot)
-    {
-        const std::size_t tHas = rSlot.aValues.GetBytes(), tBest = pBest->aValues.GetBytes();
-        return (tHas >= tBytes) == (tBest >= tBytes) ? tHas < tBest : tHas >= tBytes;
-    };
-    for (Slot& rSlot : m_aSlots)
-        if (!rSlot.bTaken && (!pBest || IsBetter(rSlot))) pBest = &rSlot;
-    return pBest;
+    const auto iSlot = std::ranges::find_if(m_aSlots, fIs);
+    return iSlot == m_aSlots.end() ? nullptr : &*iSlot;
 }
 
 /// Takes a slot for values to come; false when there is no room for them.
@@ -201,7 +167,7 @@ bool CStaging::mStageChunk(Slot& rSlot)
     const std::size_t tFirst = rSlot.tStaged, tCount = std::min(m_tChunk, rSlot.tValues - tFirst);
     rSlot.bTaken = false;  // after a failure
     if (!WaitFor(rChunk.pCopied, "stage: wait for a chunk")) return false;
-    Pack(rSlot.aSource, rSlot.iWidth, tFirst, tCount, rChunk.GetFloats());
+    MoveRuns(rSlot.aSource, rSlot.iWidth, tFirst, tCount, rChunk.GetFloats());
     rSlot.tStaged += tCount;
     rSlot.bTaken = CopyValues(rSlot.aValues.GetFloats() + tFirst, rChunk.GetFloats(), tCount,
                               cudaMemcpyHostToDevice, m_pUp.get(), rChunk.pCopied);
@@ -219,41 +185,26 @@ bool CStaging::Advance()
         return CudaOk(cudaEventRecord(m_pMark.get(), m_pCompute), "mark kernels");
     }
     if (m_tPending > 0 && IsDone(mDownChunk().pCopied)) return mUnpackChunk();
-    Slot* const pSlot = mFindUnstaged();
+    Slot* const pSlot = mFind(IsUnstaged);
     return !pSlot || !IsDone(m_aUpChunks[m_iUpChunk].pCopied) || mStageChunk(*pSlot);
-}
-
-CStaging::Slot* CStaging::mFindUnstaged()
-{
-    for (Slot& rSlot : m_aSlots)
-        if (rSlot.bTaken && rSlot.tStaged < rSlot.tValues) return &rSlot;
-    return nullptr;
 }
 
 bool CStaging::StartDownload(const ImageRegion& rRegion, const HostRows<float>& rDest)
 {
     if (!FinishDownload()) return false;
-    const DeviceImage& rImage = rRegion.aImage;
     const std::size_t tValues = CountValues(rDest, rRegion.iWidth, rRegion.iHeight);
-    // Whole rows of one lane stand in the order of the host already.
-    const bool bInOrder = rImage.iLanes == 1 && rRegion.iWidth == rImage.iWidth;
-    if (!bInOrder && !m_aOutgoing.Reserve(tValues * sizeof(float)))
+    if (!m_aOutgoing.Reserve(tValues * sizeof(float)))
         return mSplit(
             rRegion.iHeight, [&](int iFirst, int iEnd)
             { return StartDownload(LinesOf(rRegion, iFirst, iEnd), LinesOf(rDest, iFirst)); });
-    m_pfFrom = m_aOutgoing.GetFloats();
-    if (bInOrder)
-        m_pfFrom =
-            static_cast<const float*>(rImage.pvData) + std::size_t(rImage.iWidth) * rRegion.iY0;
-    else if (!Gather(rRegion, m_aOutgoing.GetFloats(), m_pCompute))
-        return false;
+    if (!Gather(rRegion, m_aOutgoing.GetFloats(), m_pCompute)) return false;
     m_aDest = rDest;
     m_iWidth = rRegion.iWidth;
     m_tQueued = m_tUnpacked = 0;
     m_tPending = tValues;
     return CudaOk(cudaEventRecord(m_pGathered.get(), m_pCompute), "download: record") &&
            CudaOk(cudaStreamWaitEvent(m_pDown.get(), m_pGathered.get(), 0), "download: wait") &&
-           mQueueChunks() && (!bInOrder || FinishDownload());
+           mQueueChunks();
 }
 
 /// While the host would wait it moves what will be asked for.
@@ -261,7 +212,7 @@ bool CStaging::FinishDownload()
 {
     while (m_tPending > 0)
     {
-        Slot* const pSlot = IsDone(mDownChunk().pCopied) ? nullptr : mFindUnstaged();
+        Slot* const pSlot = IsDone(mDownChunk().pCopied) ? nullptr : mFind(IsUnstaged);
         if (!(pSlot ? mStageChunk(*pSlot) : mUnpackChunk())) return false;
     }
     return true;
@@ -273,7 +224,7 @@ bool CStaging::mQueueChunks()
     for (; m_tQueued < std::min(m_tPending, m_tUnpacked + 2 * m_tChunk); m_tQueued += m_tChunk)
     {
         const Chunk& rChunk = m_aDownChunks[m_tQueued / m_tChunk % 2];
-        if (!CopyValues(rChunk.GetFloats(), m_pfFrom + m_tQueued,
+        if (!CopyValues(rChunk.GetFloats(), m_aOutgoing.GetFloats() + m_tQueued,
                         std::min(m_tChunk, m_tPending - m_tQueued), cudaMemcpyDeviceToHost,
                         m_pDown.get(), rChunk.pCopied))
             return false;
@@ -288,7 +239,7 @@ bool CStaging::mUnpackChunk()
     const Chunk& rChunk = mDownChunk();
     if (!WaitFor(rChunk.pCopied, "download: wait for the kernels")) return false;
     const std::size_t tCount = std::min(m_tChunk, tAll - m_tUnpacked);
-    Unpack(m_aDest, m_iWidth, m_tUnpacked, tCount, rChunk.GetFloats());
+    MoveRuns(m_aDest, m_iWidth, m_tUnpacked, tCount, rChunk.GetFloats());
     m_tUnpacked += tCount;
     if (m_tUnpacked < tAll) m_tPending = tAll;
     return mQueueChunks();

@@ -53,14 +53,15 @@ private:
         bool bTaken = false;                   // for values that no Upload() has taken
     };
 
-    Slot* mFindPrefetched(const HostRows<const float>& rSource, int iWidth, int iHeight);
-    Slot* mFindFree(std::size_t tBytes);
+    static bool IsFree(const Slot& r) { return !r.bTaken; }
+    static bool IsUnstaged(const Slot& r) { return r.bTaken && r.tStaged < r.tValues; }
+    template <class F>
+    Slot* mFind(F fIs);
     [[nodiscard]] bool mTake(Slot& rSlot, const HostRows<const float>& rSource, int iWidth,
                              int iHeight);
     [[nodiscard]] bool mStageChunk(Slot& rSlot);
     template <class F>
     [[nodiscard]] static bool mSplit(int iHeight, F fMove);
-    Slot* mFindUnstaged();
     [[nodiscard]] bool mQueueChunks();
     const Chunk& mDownChunk() const { return m_aDownChunks[m_tUnpacked / m_tChunk % 2]; }
     [[nodiscard]] bool mUnpackChunk();
@@ -75,7 +76,6 @@ private:
 
     // The pending download.
     CCudaBuffer m_aOutgoing;
-    const float* m_pfFrom = nullptr;
     CudaEvent m_pGathered;
     HostRows<float> m_aDest;
     int m_iWidth = 0;
