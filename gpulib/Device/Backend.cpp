@@ -17,14 +17,9 @@ HostRows<T> OfImage(HostRows<T> aRows, const DeviceImage& rImage)
 }
 }  // namespace
 
-bool CBackend::CreateArray(DeviceImage& rImage)
+bool CBackend::Create(DeviceImage& rImage, const char* pcKind)
 {
-    return CheckSizes("create array", rImage) && mCreate(rImage, "array");
-}
-
-bool CBackend::CreatePitched(DeviceImage& rImage)
-{
-    return CheckSizes("create buffer", rImage) && mCreate(rImage, "buffer");
+    return CheckSizes(pcKind, rImage) && mCreate(rImage, pcKind);
 }
 
 bool CBackend::CreateShared(DeviceImage& rImage, const DeviceImage& rArray)
@@ -41,14 +36,14 @@ bool CBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
     if (!pvSource || rImage.iDepth != 1 || rImage.iChannels != 1 || rImage.iLanes != 1)
         return DeviceFail("lend array: %d x %d x %d, %d channels, %d rows", rImage.iWidth,
                           rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
-    return CheckSizes("lend array", rImage) && mCreateLent(rImage, pvSource);
+    return CheckSizes("lent array", rImage) && mCreateLent(rImage, pvSource);
 }
 
 bool CBackend::CreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows)
 {
     if (!rRows.pData || rRows.tStrideLane != std::size_t(rImage.iWidth))
         return DeviceFail("lend rows: %d columns, %zu apart", rImage.iWidth, rRows.tStrideLane);
-    return CheckSizes("lend rows", rImage) && mCreateLentRows(rImage, OfImage(rRows, rImage));
+    return CheckSizes("lent rows", rImage) && mCreateLentRows(rImage, OfImage(rRows, rImage));
 }
 
 void CBackend::Free(DeviceImage& rImage)

@@ -41,18 +41,16 @@ public:
     virtual bool UsesHostMemory() const = 0;
 
     // Memory.
-    /// Makes an image that kernels sample; rImage holds sizes, channels and lanes wanted and
-    /// receives the rest. The content is zero.
-    [[nodiscard]] bool CreateArray(DeviceImage& rImage);
-    /// The same for an image that kernels write.
-    [[nodiscard]] bool CreatePitched(DeviceImage& rImage);
+    /// Makes an image; rImage holds sizes, channels and lanes wanted and receives the rest. The
+    /// content is zero. pcKind: what a failure calls it
+    [[nodiscard]] bool Create(DeviceImage& rImage, const char* pcKind = "array");
     /// A buffer of the same sizes for kernels that write what those of the array read, in the
     /// array's memory: a row holds what came last, from either.
     [[nodiscard]] bool CreateShared(DeviceImage& rImage, const DeviceImage& rArray);
     /// A one-lane array with the values at pvSource, tightly packed, for kernels that read it. The
     /// source must stay as it is until Free(): the backend may copy it or work on it in place.
     [[nodiscard]] bool CreateLent(DeviceImage& rImage, const void* pvSource);
-    /// As CreateArray() and Upload() of the whole image, but the rows, which lie one after the
+    /// As Create() and Upload() of the whole image, but the rows, which lie one after the
     /// other, are lent until Free(): meanwhile they hold anything, afterwards what they held. A
     /// backend that works on the host's memory need not hold them twice.
     [[nodiscard]] bool CreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows);

@@ -9,7 +9,7 @@
 class CDeviceArray2D : public CDeviceMemory
 {
 public:
-    CDeviceArray2D() : CDeviceMemory(EKind::eArray) {}
+    CDeviceArray2D() : CDeviceMemory("array") {}
 
     // All values are 32 bits, whatever they mean.
     void SetInt() {}

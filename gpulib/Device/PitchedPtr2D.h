@@ -7,7 +7,7 @@
 class CPitchedPtr2D : public CDeviceMemory
 {
 public:
-    CPitchedPtr2D() : CDeviceMemory(EKind::ePitched) {}
+    CPitchedPtr2D() : CDeviceMemory("buffer") {}
 
     void SetLanes(int iLanes)
     {

@@ -67,53 +67,49 @@ DEVICE_FN float RaySample(float fMiddle, float fSlope, float fStep)
     return fMiddle + fSlope * fStep;
 }
 
-/// Samples [iFirst, iEnd) of a ray: all that can touch the slice, and perhaps a few beside it.
+/// Samples [iFirst, iEnd) of a ray.
 struct RaySpan
 {
     int iFirst, iEnd;
 };
 
-/// Cuts a span down to the samples whose coordinate lies between -1 and fLimit, where the slice
-/// ends at fLimit - 1: one texel of margin, against rounding.
-DEVICE_FN RaySpan CutSpan(RaySpan aSpan, float fMiddle, float fSlope, float fHalf, float fLimit)
+/// First index from iFirst on for which a condition holds that, once true, stays so; iEnd: none.
+template <class F>
+DEVICE_FN int FirstThat(int iFirst, int iEnd, F fHolds)
 {
-    const float fSteep = fSlope < 0.0f ? -fSlope : fSlope;
-    if (fSteep < 1e-6f)  // moves less than a texel over the longest ray
+    while (iFirst < iEnd)
     {
-        if (!(fMiddle > -2.0f && fMiddle < fLimit + 1.0f)) aSpan.iEnd = aSpan.iFirst;
-        return aSpan;
+        const int iMiddle = iFirst + (iEnd - iFirst) / 2;
+        if (fHolds(iMiddle))
+            iEnd = iMiddle;
+        else
+            iFirst = iMiddle + 1;
     }
-    const float fA = (-1.0f - fMiddle) / fSlope, fB = (fLimit - fMiddle) / fSlope;
-    const float fFirst = (fA < fB ? fA : fB) + fHalf - 1.0f;
-    const float fEnd = (fA < fB ? fB : fA) + fHalf + 2.0f;
-    const float fLow = static_cast<float>(aSpan.iFirst), fHigh = static_cast<float>(aSpan.iEnd);
-    if (fFirst > fLow) aSpan.iFirst = fFirst < fHigh ? static_cast<int>(fFirst) : aSpan.iEnd;
-    if (fEnd < fHigh) aSpan.iEnd = fEnd > fLow ? static_cast<int>(fEnd) : aSpan.iFirst;
+    return iFirst;
+}
+
+/// Cuts a span down to the samples whose coordinate lies from 0 to below fLimit.
+DEVICE_FN RaySpan CutSpan(RaySpan aSpan, const RayGeometry& rRays, float fMiddle, float fSlope,
+                          float fLimit)
+{
+    const auto IsFrom = [&](int i, float fFrom)
+    { return RaySample(fMiddle, fSlope, RayStep(rRays, i)) >= fFrom; };
+    const bool bRises = fSlope >= 0.0f;
+    aSpan.iFirst = FirstThat(aSpan.iFirst, aSpan.iEnd,
+                             [&](int i) { return bRises ? IsFrom(i, 0.0f) : !IsFrom(i, fLimit); });
+    aSpan.iEnd = FirstThat(aSpan.iFirst, aSpan.iEnd,
+                           [&](int i) { return bRises ? IsFrom(i, fLimit) : !IsFrom(i, 0.0f); });
     return aSpan;
 }
 
-/// Whether a sample lies between texels of the slice and its frame.
-DEVICE_FN bool IsOnSlice(const RayGeometry& rRays, float fMiddleX, float fMiddleZ, int iVolX,
-                         int iVolZ, int i)
-{
-    const float fX = RaySample(fMiddleX, -rRays.fSin, RayStep(rRays, i));
-    const float fZ = RaySample(fMiddleZ, rRays.fCos, RayStep(rRays, i));
-    return (fX >= 0.0f) & (fX < iVolX + 1.0f) & (fZ >= 0.0f) & (fZ < iVolZ + 1.0f);
-}
-
-/// The samples of the ray with this middle that lie so; the others are exact zeros. They are
-/// neighbours, since coordinates do not turn back.
+/// The samples of the ray with this middle that lie between texels of the slice and its frame; the
+/// others are exact zeros.
 DEVICE_FN RaySpan TouchSpan(const RayGeometry& rRays, float fMiddleX, float fMiddleZ, int iVolX,
                             int iVolZ)
 {
-    RaySpan aSpan = {0, rRays.iSamples > 0 ? rRays.iSamples : 0};
-    aSpan = CutSpan(aSpan, fMiddleX, -rRays.fSin, rRays.fHalf, iVolX + 2.0f);
-    aSpan = CutSpan(aSpan, fMiddleZ, rRays.fCos, rRays.fHalf, iVolZ + 2.0f);
-    const auto IsBeside = [&](int i)
-    { return !IsOnSlice(rRays, fMiddleX, fMiddleZ, iVolX, iVolZ, i); };
-    while (aSpan.iFirst < aSpan.iEnd && IsBeside(aSpan.iFirst)) ++aSpan.iFirst;
-    while (aSpan.iFirst < aSpan.iEnd && IsBeside(aSpan.iEnd - 1)) --aSpan.iEnd;
-    return aSpan;
+    const RaySpan aAll = {0, rRays.iSamples > 0 ? rRays.iSamples : 0};
+    const RaySpan aX = CutSpan(aAll, rRays, fMiddleX, -rRays.fSin, iVolX + 1.0f);
+    return CutSpan(aX, rRays, fMiddleZ, rRays.fCos, iVolZ + 1.0f);
 }
 
 /// Detector coordinate of the voxel centre (fX, fZ), counted from the middle of the slice.

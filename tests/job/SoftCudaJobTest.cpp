@@ -75,8 +75,8 @@ TEST_F(SoftCudaJob, ThreadsOutliveTheirDevices)
     EXPECT_TRUE(GetBackend()->FinishDownload());
     DeviceImage aImage;
     aImage.iWidth = aImage.iHeight = 1;
-    EXPECT_FALSE(GetBackend()->CreateArray(aImage) || GetBackend()->SelectDevice(1) ||
-                 GetBackend()->CreateArray(aImage));
+    EXPECT_FALSE(GetBackend()->Create(aImage) || GetBackend()->SelectDevice(1) ||
+                 GetBackend()->Create(aImage));
     EXPECT_EQ(TakeDeviceError(), "device 1 of 1");
     EXPECT_TRUE(GetBackend()->SelectDevice(0));
 }

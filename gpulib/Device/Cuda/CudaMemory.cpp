@@ -31,7 +31,7 @@ bool CCudaBackend::mCreate(DeviceImage& rImage, const char* pcKind)
 
 bool CCudaBackend::mCreateLent(DeviceImage& rImage, const void* pvSource)
 {
-    if (!CreateArray(rImage)) return false;
+    if (!Create(rImage)) return false;
     if (UploadTable(rImage, pvSource)) return true;
     Free(rImage);
     return false;

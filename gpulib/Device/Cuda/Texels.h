@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "gpulib/Device/DeviceImage.h"
+#include "gpulib/Device/DeviceMath.h"
 
 // How kernels read and write images. Coordinates are texels: the centre of texel 0 lies at 0.
 
@@ -30,14 +30,6 @@ struct RowQuad
     }
     __device__ __forceinline__ int GetLane() const { return iGroup * g_iGroupLanes + iQuad * 4; }
 };
-
-/// First value of an image row in one group of lanes.
-CUDA_FN float* RowOf(const DeviceImage& rImage, int iRow, int iGroup = 0)
-{
-    const std::size_t tRows = static_cast<std::size_t>(rImage.iHeight) * rImage.iDepth;
-    return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) +
-                                    (tRows * iGroup + iRow) * rImage.tPitch);
-}
 
 /// Four rows of a texel of a batch image.
 CUDA_FN float* TexelOf(const DeviceImage& rImage, int iX, int iRow, RowQuad aRows)

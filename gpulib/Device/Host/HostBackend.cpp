@@ -34,11 +34,6 @@ std::size_t PitchOf(std::size_t tRowBytes, int iLanes)
     return ((tPitch + tLine - 1) / tLine | 1) * tLine;
 }
 
-float* RowOf(const DeviceImage& rImage, int iRow)
-{
-    return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
-}
-
 constexpr std::size_t g_tLeastRelease = 1 << 16;  // bytes: less is not worth asking the system
 
 /// One image row of the rows of a batch.
