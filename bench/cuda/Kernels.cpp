@@ -46,7 +46,7 @@ Need NeedOfForward(const Scene& rScene, double dSamples, int iSet, const Ceiling
 {
     const double dSlices = 4.0 * rScene.iX * rScene.iZ * rScene.iRows;
     const bool bStays = dSlices < double(rCeilings.tL2Bytes);  // from set to set
-    return {16, 4, bStays ? 0 : dSlices * rScene.iProjs / iSet / dSamples, 8.2, 11.4};
+    return {16, 4, bStays ? 0 : dSlices * rScene.iProjs / iSet / dSamples, 8.2, 11.5};
 }
 
 /// An update reads two pixels; the 32 x 4 voxels of a block lie above 36 pixels at most. A voxel is
