@@ -66,11 +66,6 @@ struct BackSums
     /// registers are what limits the threads of a multiprocessor.
     unsigned int auHits[g_iBackVoxels][2];
     float fHits;  ///< from how many others
-    CUDA_FN unsigned int OneHit(int iRow) { return 1U << iRow % 2 * 16; }
-    __device__ __forceinline__ float CountHits(int v, int iRow) const
-    {
-        return fHits + static_cast<float>(auHits[v][iRow / 2] >> iRow % 2 * 16 & 0xffff);
-    }
 };
 static_assert(g_iMaxGrid <= 0xffff);
 
@@ -100,9 +95,9 @@ CUDA_FN void AddProjection(const CTexels& rRows, int iProj, int iProjX, const fl
         for (int l = 0; l < 4; ++l)
         {
             if (!SEEN && Skips<UPDATE>(pfU[v], pRanges[l])) continue;
+            if (!SEEN) rSums.auHits[v][l / 2] += 1U << l % 2 * 16;
             float& rfSum = rSums.aSum[v].af[l];
             rfSum = fmaf(fRight, aRight.af[l], fmaf(1.0f - fRight, aLeft.af[l], rfSum));
-            if (!SEEN) rSums.auHits[v][l / 2] += BackSums::OneHit(l);
         }
     }
     if (SEEN) rSums.fHits += 1.0f;
@@ -149,7 +144,9 @@ CUDA_FN void BackBody(int iX, int iZ, RowQuad aRows, const BackParams& rP)
         for (int l = 0; l < 4; ++l)
         {
             float& rf = aVoxel[v].af[l];
-            const float fSum = aSums.aSum[v].af[l], fHits = aSums.CountHits(v, l);
+            const unsigned int uiHits = aSums.auHits[v][l / 2] >> l % 2 * 16 & 0xffff;
+            const float fSum = aSums.aSum[v].af[l];
+            const float fHits = aSums.fHits + static_cast<float>(uiHits);
             rf = UPDATE == EUpdate::eSart ? SartUpdate(rf, fSum, SartFactor(fHits, rP.fRelax))
                                           : EmUpdate(rf, fSum, fHits, rP.fRelax / fProjs);
         }
