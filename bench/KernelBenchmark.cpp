@@ -19,8 +19,7 @@ void Run(benchmark::State& rState, const std::string& rSet, int iRows, Operation
     {
         const Scene aScene(iRows);
         CDeviceScene aDevice;
-        bool bDone = GetBackend()->SelectDevice(0) && aDevice.Create(aScene) && aDevice.Forward() &&
-                     aDevice.Diff();
+        bool bDone = GetBackend()->SelectDevice(0) && aDevice.Create(aScene) && aDevice.Forward();
         for (auto _ : rState) bDone = (aDevice.*pOperation)() && bDone;
         if (!bDone) rState.SkipWithError(TakeDeviceError().c_str());
     }

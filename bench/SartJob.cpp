@@ -45,8 +45,10 @@ public:
     bool FinishDownload() override { return m_pInner->FinishDownload(); }
 
 private:
-    bool mCreateArray(DeviceImage& rImage) override { return m_pInner->CreateArray(rImage); }
-    bool mCreatePitched(DeviceImage& rImage) override { return m_pInner->CreatePitched(rImage); }
+    bool mCreate(DeviceImage& rImage, const char* pcKind) override
+    {
+        return m_pInner->Create(rImage, pcKind);
+    }
     bool mCreateLent(DeviceImage& rImage, const void* pvSource) override
     {
         return m_pInner->CreateLent(rImage, pvSource);
@@ -54,10 +56,6 @@ private:
     bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows) override
     {
         return m_pInner->CreateLentRows(rImage, rRows);
-    }
-    bool mCreateShared(DeviceImage& rImage, const DeviceImage& rArray) override
-    {
-        return m_pInner->CreateShared(rImage, rArray);
     }
     void mFree(DeviceImage& rImage) override { m_pInner->Free(rImage); }
     bool mClear(const DeviceImage& rImage) override { return m_pInner->Clear(rImage); }

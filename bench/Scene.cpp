@@ -43,8 +43,8 @@ double Scene::CountSamples() const
         for (int x = 0; x < iX; ++x)
             for (int i = 0; i < aRays.iSamples; ++i)
             {
-                const float fX = RaySample(RayMiddleX(aRays, x), -aRays.fSin, aRays.fHalf, i);
-                const float fZ = RaySample(RayMiddleZ(aRays, x), aRays.fCos, aRays.fHalf, i);
+                const float fX = RaySample(RayMiddleX(aRays, x), -aRays.fSin, RayStep(aRays, i));
+                const float fZ = RaySample(RayMiddleZ(aRays, x), aRays.fCos, RayStep(aRays, i));
                 dCount += fX >= 0 && fX < iX + 1 && fZ >= 0 && fZ < iZ + 1;
             }
     }
@@ -67,14 +67,6 @@ double Scene::CountFetched() const
     return dCount;
 }
 
-double Scene::CountNominal() const
-{
-    double dCount = 0;
-    for (int n = 0; n < iProjs; ++n)
-        dCount += double(MakeRays(vfCos[n], vfSin[n], iX, iZ, iX).iSamples) * iX;
-    return dCount;
-}
-
 bool CDeviceScene::Create(const Scene& rScene)
 {
     m_pScene = &rScene;
@@ -83,7 +75,6 @@ bool CDeviceScene::Create(const Scene& rScene)
     m_aVol.SetLanes(iRows);
     m_aRaw.SetLanes(iRows);
     m_aSums.SetLanes(iRows);
-    m_aDiff.SetLanes(iRows);
     m_aCosSin.SetChannels(2);
     m_aRange.SetChannels(2);
     m_aIndex.SetUInt();
@@ -96,7 +87,7 @@ bool CDeviceScene::Create(const Scene& rScene)
     const HostRows<const float> aRaw = {rScene.vfProjs.data(), std::size_t(iX) * iRows,
                                         std::size_t(iX), iRows};
     if (!m_aVol.Create(iX + 2, iZ + 2) || !m_aRaw.Create(iX, iProjs) ||
-        !m_aSums.Create(iX, iProjs) || !m_aDiff.Create(iX, iProjs) || !m_aAccum.Create(iProjs, 1) ||
+        !m_aSums.Create(iX, iProjs) || !m_aAccum.Create(iProjs, 1) ||
         !m_aCosSin.Create(iProjs, 1) ||
         !m_aCosSin.HostToDevice(rScene.vfCos.data(), rScene.vfSin.data()) ||
         !m_aIndex.Create(iProjs, 1) || !m_aIndex.HostToDevice(vuiIndex.data()) ||
@@ -105,22 +96,21 @@ bool CDeviceScene::Create(const Scene& rScene)
         !m_aRaw.HostToDevice(aRaw, 0, 0, iX, iProjs) || !UploadSlices())
         return false;
 
-    RunImages aImages = {.iVolX = iX,
-                         .iVolZ = iZ,
-                         .iProjX = iX,
-                         .aVol = m_aVol.GetImage(),
-                         .aRawProjs = m_aRaw.GetImage(),
-                         .aProjs = m_aDiff.GetImage(),
-                         .aSums = m_aSums.GetImage(),
-                         .aCosSin = m_aCosSin.GetImage(),
-                         .aProjIndex = m_aIndex.GetImage(),
-                         .aRangeX = m_aRange.GetImage(),
-                         .aPreWeight = m_aWeights.GetImage(),
-                         .aProjWeight = m_aWeights.GetImage()};
+    const RunImages aImages = {.iVolX = iX,
+                               .iVolZ = iZ,
+                               .iProjX = iX,
+                               .aVol = m_aVol.GetImage(),
+                               .aRawProjs = m_aRaw.GetImage(),
+                               .aProjs = m_aRaw.GetImage(),
+                               .aSums = m_aSums.GetImage(),
+                               .aCosSin = m_aCosSin.GetImage(),
+                               .aProjIndex = m_aIndex.GetImage(),
+                               .aRangeX = m_aRange.GetImage(),
+                               .aPreWeight = m_aWeights.GetImage(),
+                               .aProjWeight = m_aWeights.GetImage()};
     m_aForward.SetImages(aImages);
     m_aFactor.SetImages(aImages);
     m_aWeight.SetImages(aImages);
-    aImages.aProjs = m_aRaw.GetImage();
     m_aBack.SetImages(aImages);
     SetRange(0, iProjs);
     return true;
@@ -148,7 +138,7 @@ bool CDeviceScene::Sweep()
     {
         SetRange(n, n + 1);
         const ::SetRange aNext = {n + 1, std::min(n + 2, m_pScene->iProjs)};
-        bDone = bDone && (n > 0 || Forward()) && Diff() &&
+        bDone = bDone && (n > 0 || ForwardDiff()) &&
                 m_aBack.DoIt(m_aSet, m_pScene->fRelax, 0, m_pScene->iRows, aNext);
     }
     SetRange(0, m_pScene->iProjs);

@@ -32,8 +32,6 @@ struct Scene
     double CountSamples() const;
     /// Samples of one row that a kernel for single rays takes: a few beside the slice with them.
     double CountFetched() const;
-    /// Samples of one row if none were left out.
-    double CountNominal() const;
     /// Pairs of a voxel and a projection of one row.
     double CountUpdates() const { return double(iX) * iZ * iProjs; }
 };
@@ -50,7 +48,10 @@ public:
     [[nodiscard]] bool UploadSlices();
     [[nodiscard]] bool DownloadSlices();
     [[nodiscard]] bool Forward() { return m_aForward.DoIt(m_aSet); }
-    [[nodiscard]] bool Diff() { return m_aForward.DoDiff(m_aSet); }
+    /// Likewise with the difference from the measured rows in the place of the sums; Diff() makes
+    /// it of sums that stand already.
+    [[nodiscard]] bool ForwardDiff() { return m_aForward.DoIt(m_aSet, ECombine::eDiff); }
+    [[nodiscard]] bool Diff() { return m_aForward.Combine(m_aSet, ECombine::eDiff); }
     [[nodiscard]] bool Back() { return m_aBack.DoIt(m_aSet, m_pScene->fRelax, 0, m_pScene->iRows); }
     /// One projection after the other: what SART does when every set is one projection.
     [[nodiscard]] bool Sweep();
@@ -63,7 +64,7 @@ public:
 private:
     const Scene* m_pScene = nullptr;  // borrowed
     ::SetRange m_aSet;
-    CDeviceArray2D m_aVol, m_aRaw, m_aDiff, m_aCosSin, m_aIndex, m_aRange, m_aWeights;
+    CDeviceArray2D m_aVol, m_aRaw, m_aCosSin, m_aIndex, m_aRange, m_aWeights;
     CPitchedPtr2D m_aSums, m_aAccum;
     GForwardProj m_aForward;
     GBackProj m_aBack;

@@ -47,12 +47,6 @@ if(TALVEN_HAVE_CUDA)
         CACHE STRING "GPUs that the CUDA backend is compiled for")
   endif()
 
-  # Older devices have no kernels.
-  string(REGEX MATCHALL "[0-9]+" OLDEST "${TALVEN_CUDA_ARCHITECTURES}")
-  list(SORT OLDEST COMPARE NATURAL)
-  list(APPEND OLDEST 0)  # "native", "all"
-  list(GET OLDEST 0 TALVEN_CUDA_OLDEST)
-
   # The same sums on every device: multiply-adds are fused only where the source says so.
   set(OPTIONS --fmad=false -Xcompiler=-Wall,-Wextra)
   if(TALVEN_WERROR)

@@ -3,26 +3,26 @@
 #include <cstddef>
 #include <string>
 
-/// What the selected device can do at most, measured.
+/// What the selected device can do at most, measured: rates per second.
 struct Ceilings
 {
-    double dFilterFetches = 0;  ///< bilinear reads of a layered texture, per second
-    double dPointFetches = 0;   ///< reads of its single texels
-    double dCopy = 0;           ///< bytes per second, read and written, within the device
-    double dToDevice = 0;       ///< bytes per second from pinned memory
-    double dToHost = 0;
+    double dL1 = 0, dL2 = 0;            ///< bytes of 16-byte loads that these caches answer
+    double dMemory = 0;                 ///< bytes, read and written, within the device
+    double dFloat = 0;                  ///< multiply-adds of single threads
+    double dIssue = 0;                  ///< instructions of single threads, half of them integer
+    double dToDevice = 0, dToHost = 0;  ///< bytes from and to pinned memory
+    std::size_t tL2Bytes = 0;           ///< size of the second-level cache
 };
 
-/// \param tBytes    of the copies
-/// \param iRepeats  the best one counts
-/// \return false with the reason noted
-[[nodiscard]] bool MeasureCopies(std::size_t tBytes, int iRepeats, Ceilings& rCeilings);
+struct CeilingSize
+{
+    std::size_t tCopyBytes;
+    int iLoads;    ///< of each thread, a multiple of 8
+    int iRepeats;  ///< the best one counts
+};
 
-/// Reads every texel of an image of iWidth x iHeight texels and iLanes rows of a batch, as a
-/// projector of iTilts projections without arithmetic would: neighbouring threads at neighbouring
-/// columns, each down its column. Filtered or not as the backend in use makes its arrays.
-/// \return reads per second, NaN with the reason noted when the device refuses
-double MeasureFetches(int iWidth, int iHeight, int iTilts, int iLanes, int iRepeats);
+/// \return false with the reason noted
+[[nodiscard]] bool MeasureCeilings(const CeilingSize& rSize, Ceilings& rCeilings);
 
 /// Name, memory, multiprocessors, versions of driver and runtime of the selected device.
 std::string DescribeDevice();

@@ -7,11 +7,11 @@
 //
 // Ends with 0, 1 when something failed or differs, 2 when there is no device.
 
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <tuple>
 
 #include "bench/cuda/Job.h"
 #include "bench/cuda/Sections.h"
@@ -34,35 +34,27 @@ void PrintDevices()
     std::printf("%s\n", acDate);
 }
 
-bool MeasureCeilings(const BenchSize& rSize, Ceilings& rCeilings)
+bool PrintCeilings(const BenchSize& rSize, Ceilings& rCeilings)
 {
-    constexpr int iLanes = 64;
-    const int iWidth = rSize.iX + 2, iHeight = rSize.iZ + 2;
-    const int iRows = std::min(iLanes, rSize.iBandRows);
-    const auto Fetches = [&]
-    { return MeasureFetches(iWidth, iHeight, rSize.iProjs, iRows, rSize.iRepeats); };
-    if (!UseCuda(true)) return false;
-    rCeilings.dPointFetches = Fetches();
-    if (!UseCuda(false) || !MeasureCopies(rSize.tCopyBytes, rSize.iRepeats, rCeilings))
-        return false;
-    rCeilings.dFilterFetches = Fetches();
-    std::printf("\nmeasured ceilings\n");
-    std::printf("  %-36s %10.1f G/s\n  %-36s %10.1f G/s\n", "bilinear texture reads",
-                rCeilings.dFilterFetches / 1e9, "reads of single texels",
-                rCeilings.dPointFetches / 1e9);
-    std::printf("  %-36s %10.1f GB/s\n  %-36s %10.1f GB/s\n  %-36s %10.1f GB/s\n",
-                "device memory, copies", rCeilings.dCopy / 1e9, "pinned memory to the device",
-                rCeilings.dToDevice / 1e9, "device to pinned memory", rCeilings.dToHost / 1e9);
-    return !std::isnan(rCeilings.dFilterFetches) && !std::isnan(rCeilings.dPointFetches);
+    if (!MeasureCeilings(rSize.aCeilings, rCeilings)) return false;
+    std::printf("\nmeasured ceilings, second-level cache of %zu MiB\n", rCeilings.tL2Bytes >> 20);
+    for (const auto& [pcName, dRate, pcUnit] :
+         {std::tuple{"16-byte loads, first-level cache", rCeilings.dL1, "GB/s"},
+          {"16-byte loads, second-level cache", rCeilings.dL2, "GB/s"},
+          {"device memory, copies", rCeilings.dMemory, "GB/s"},
+          {"FP32 multiply-adds", rCeilings.dFloat, "G/s"},
+          {"instructions, half FP32", rCeilings.dIssue, "G/s"},
+          {"pinned memory to the device", rCeilings.dToDevice, "GB/s"},
+          {"device to pinned memory", rCeilings.dToHost, "GB/s"}})
+        std::printf("  %-36s %10.1f %s\n", pcName, dRate / 1e9, pcUnit);
+    return true;
 }
 
 bool PrintAll(const BenchSize& rSize)
 {
     Ceilings aCeilings;
-    return MeasureCeilings(rSize, aCeilings) && UseCuda(false) &&
-           PrintKernels(rSize, aCeilings, false) && UseCuda(true) &&
-           PrintKernels(rSize, aCeilings, true) && UseCuda(false) && PrintJobs(rSize) &&
-           PrintAgreement(rSize);
+    return PrintCeilings(rSize, aCeilings) && PrintKernels(rSize, aCeilings) &&
+           PrintBatches(rSize, aCeilings) && PrintJobs(rSize) && PrintAgreement(rSize);
 }
 }  // namespace
 
@@ -74,7 +66,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: talven-gpu-bench [--devices | --tiny]\n");
         return 2;
     }
-    if (!UseCuda(false))
+    if (!UseCuda())
     {
         std::printf("no GPU: %s\n", TakeDeviceError().c_str());
         return 2;

@@ -44,11 +44,11 @@ double RaySum(const Ellipse& rE, const Job& rJob, double dU, double dCos, double
 }
 }  // namespace
 
-bool UseCuda(bool bExact)
+bool UseCuda()
 {
     std::string strReason;
     SetBackend(nullptr);
-    SetBackend(MakeCudaBackend(bExact, 0, strReason));
+    SetBackend(MakeCudaBackend(0, strReason));
     if (!GetBackend()) return DeviceFail("%s", strReason.c_str());
     int iDevice = 0;
     while (GetBackend()->GetDeviceMemory(iDevice) == 0) ++iDevice;

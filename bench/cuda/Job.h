@@ -3,9 +3,9 @@
 #include "Util/Util_Volume.h"
 #include "gpulib/Device/Cuda/CudaClock.h"
 
-/// Makes a CUDA backend the one in use and selects its first device that can be.
+/// Makes the CUDA backend the one in use and selects its first device that can be.
 /// \return false with the reason noted
-[[nodiscard]] bool UseCuda(bool bExact);
+[[nodiscard]] bool UseCuda();
 
 /// A reconstruction of one worker on the selected device of the backend in use.
 struct Job

@@ -1,8 +1,9 @@
 // Rates of the kernels.
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <numeric>
+#include <utility>
 #include <vector>
 
 #include "Util/TomoVolume.h"
@@ -32,40 +33,98 @@ int BatchOf(const BenchSize& rSize)
     return CJobShape(aJob, EJobKind::eIterative).GetBatch(rSize.iBandRows);
 }
 
-/// Work of one batch by a projector.
-struct Work
+/// What one sample or update of one row needs at least, whatever the hardware.
+struct Need
 {
-    double dItems;    // samples that are fetched, or updates
-    double dNominal;  // with the samples that are left out
-    double dCeiling;  // items per second if the texture unit were the only limit
+    double dL1, dL2, dMemory;       // bytes from there
+    double dFloats, dInstructions;  // as scripts/kernel-table counts them in code for 9.0
 };
 
-/// One line: the projections in sets of iSet.
-template <class Operation>
-void PrintProjector(const char* pcName, CDeviceScene& rDevice, const BenchSize& rSize, int iSet,
-                    const char* pcLaunch, const Work& rWork, Operation aOperation)
+/// A sample reads four texels. A block of 32 rays takes each texel from the second-level cache
+/// once, the kernel each from memory once for every set.
+Need NeedOfForward(const Scene& rScene, double dSamples, int iSet, const Ceilings& rCeilings)
 {
-    const double dSeconds = BestSeconds(pcLaunch, rSize.iRepeats,
-                                        [&]
-                                        {
-                                            bool bDone = true;
-                                            for (int n = 0; n < rSize.iProjs && bDone; n += iSet)
-                                            {
-                                                rDevice.SetRange(n, n + iSet);
-                                                bDone = (rDevice.*aOperation)();
-                                            }
-                                            rDevice.SetRange(0, rSize.iProjs);
-                                            return bDone;
-                                        });
-    std::printf("  %-20s %8d %12.0f %10.1f %10.1f %14.0f %%\n", pcName, iSet, dSeconds * 1e6,
-                rWork.dItems / dSeconds / 1e9, rWork.dNominal / dSeconds / 1e9,
-                100 * rWork.dItems / dSeconds / rWork.dCeiling);
+    const double dSlices = 4.0 * rScene.iX * rScene.iZ * rScene.iRows;
+    const bool bStays = dSlices < double(rCeilings.tL2Bytes);  // from set to set
+    return {16, 4, bStays ? 0 : dSlices * rScene.iProjs / iSet / dSamples, 8.2, 11.5};
+}
+
+/// An update reads two pixels; the 32 x 4 voxels of a block lie above 36 pixels at most. A voxel is
+/// read and written once for every set.
+Need NeedOfBack(const Scene& rScene, int iSet, const Ceilings& rCeilings)
+{
+    const double dSlices = 4.0 * rScene.iX * rScene.iZ * rScene.iRows, dVoxel = 8.0 / iSet;
+    const bool bStays = dSlices < double(rCeilings.tL2Bytes);
+    return {8 + dVoxel, 4.0 * 36 / 128 + dVoxel, bStays ? 0 : dVoxel, 5.6, 8.6};
+}
+
+/// One line: what was reached, in parts of each ceiling, and which binds.
+void PrintProjector(const char* pcName, int iSet, double dSeconds, double dItems, const Need& rNeed,
+                    const Ceilings& rCeilings)
+{
+    const std::pair<const char*, double> aParts[] = {
+        {"L1", rNeed.dL1 / rCeilings.dL1},
+        {"L2", rNeed.dL2 / rCeilings.dL2},
+        {"memory", rNeed.dMemory / rCeilings.dMemory},
+        {"FP32", rNeed.dFloats / rCeilings.dFloat},
+        {"issue", rNeed.dInstructions / rCeilings.dIssue}};
+    const auto* const pBinding =
+        std::ranges::max_element(aParts, {}, [](const auto& rPart) { return rPart.second; });
+    std::printf("  %-20s %4d %10.0f %9.1f", pcName, iSet, dSeconds * 1e6, dItems / dSeconds / 1e9);
+    for (const auto& [pcPart, dPart] : aParts)
+        std::printf(" %5.0f %%", 100 * dPart * dItems / dSeconds);
+    std::printf("   %s\n", pBinding->first);
+}
+
+void PrintTitle(const char* pcTitle)
+{
+    std::printf("  %-20s %4s %10s %9s %7s %7s %7s %7s %7s   %s\n", pcTitle, "sets", "us/batch",
+                "G/s", "L1", "L2", "memory", "FP32", "issue", "binding");
+}
+
+/// The projections in sets of iSet.
+template <class Operation>
+double TimeSets(CDeviceScene& rDevice, int iProjs, int iSet, int iRepeats, const char* pcLaunch,
+                Operation aOperation)
+{
+    return BestSeconds(pcLaunch, iRepeats,
+                       [&]
+                       {
+                           bool bDone = true;
+                           for (int n = 0; n < iProjs && bDone; n += iSet)
+                           {
+                               rDevice.SetRange(n, n + iSet);
+                               bDone = (rDevice.*aOperation)();
+                           }
+                           rDevice.SetRange(0, iProjs);
+                           return bDone;
+                       });
+}
+
+/// Both projectors with all projections in one set and with sets of one.
+void PrintProjectors(CDeviceScene& rDevice, const Scene& rScene, int iRepeats,
+                     const Ceilings& rCeilings)
+{
+    const double dSamples = rScene.CountFetched() * rScene.iRows;
+    const double dUpdates = rScene.CountUpdates() * rScene.iRows;
+    for (const int iSet : {rScene.iProjs, 1})
+    {
+        const auto Time = [&](const char* pcLaunch, auto aOperation)
+        { return TimeSets(rDevice, rScene.iProjs, iSet, iRepeats, pcLaunch, aOperation); };
+        PrintProjector("forward, samples", iSet, Time("ForwardProject", &CDeviceScene::Forward),
+                       dSamples, NeedOfForward(rScene, dSamples, iSet, rCeilings), rCeilings);
+        PrintProjector("  with difference", iSet,
+                       Time("ForwardProject", &CDeviceScene::ForwardDiff), dSamples,
+                       NeedOfForward(rScene, dSamples, iSet, rCeilings), rCeilings);
+        PrintProjector("back, updates", iSet, Time("BackProject", &CDeviceScene::Back), dUpdates,
+                       NeedOfBack(rScene, iSet, rCeilings), rCeilings);
+    }
 }
 
 void PrintStream(const char* pcName, double dSeconds, double dBytes, const Ceilings& rCeilings)
 {
-    std::printf("  %-29s %12.0f %10.0f %25.0f %%\n", pcName, dSeconds * 1e6,
-                dBytes / dSeconds / 1e9, 100 * dBytes / dSeconds / rCeilings.dCopy);
+    std::printf("  %-25s %10.0f %9.0f %22.0f %%\n", pcName, dSeconds * 1e6, dBytes / dSeconds / 1e9,
+                100 * dBytes / dSeconds / rCeilings.dMemory);
 }
 
 /// The kernels that only move values: bytes read and written, each once.
@@ -81,11 +140,11 @@ void PrintStreams(CDeviceScene& rDevice, const Scene& rScene, int iRepeats,
         double dBytes;
     };
     for (const Entry& rEntry :
-         {Entry{"difference", "Combine", &CDeviceScene::Diff, 12 * dPixels},
+         {Entry{"difference, in place", "Combine", &CDeviceScene::Diff, 12 * dPixels},
           {"box weights, in place", "Weight", &CDeviceScene::Weight, 8 * dPixels},
           {"sums of |value|", "SumAbs", &CDeviceScene::SumAbs, 4 * dPixels},
-          {"linear memory to array", "upload", &CDeviceScene::UploadSlices, 8 * dVoxels},
-          {"array to linear memory", "download", &CDeviceScene::DownloadSlices, 8 * dVoxels}})
+          {"into groups of rows", "upload", &CDeviceScene::UploadSlices, 8 * dVoxels},
+          {"out of groups of rows", "download", &CDeviceScene::DownloadSlices, 8 * dVoxels}})
         PrintStream(
             rEntry.pcName,
             BestSeconds(rEntry.pcLaunch, iRepeats, [&] { return (rDevice.*rEntry.pOperation)(); }),
@@ -125,33 +184,36 @@ void PrintAlignment(int iSize, int iRepeats, const Ceilings& rCeilings)
 }
 }  // namespace
 
-bool PrintKernels(const BenchSize& rSize, const Ceilings& rCeilings, bool bExact)
+bool PrintKernels(const BenchSize& rSize, const Ceilings& rCeilings)
 {
     const Scene aScene(BatchOf(rSize), rSize.iX, rSize.iZ, rSize.iProjs);
     auto pDevice = std::make_unique<CDeviceScene>();
-    if (!pDevice->Create(aScene) || !pDevice->Forward() || !pDevice->Diff()) return false;
-    // A sample takes four single texels or one filtered read, an update two or one.
-    const Work aForward = {aScene.CountFetched() * aScene.iRows,
-                           aScene.CountNominal() * aScene.iRows,
-                           bExact ? rCeilings.dPointFetches / 4 : rCeilings.dFilterFetches};
-    const double dUpdates = aScene.CountUpdates() * aScene.iRows;
-    const Work aBack = {dUpdates, dUpdates,
-                        bExact ? rCeilings.dPointFetches / 2 : rCeilings.dFilterFetches};
-    std::printf("\n%s: slice %d x %d, %d projections of -60 to 60 degrees, batch of %d rows\n",
-                bExact ? "cuda-exact" : "cuda", rSize.iX, rSize.iZ, rSize.iProjs, aScene.iRows);
-    std::printf("  %-20s %8s %12s %10s %10s %16s\n", "projectors", "set of", "us/batch", "G/s",
-                "nominal", "of the ceiling");
-    for (const int iSet : {rSize.iProjs, 1})
-        PrintProjector("forward, samples", *pDevice, rSize, iSet, "ForwardProject", aForward,
-                       &CDeviceScene::Forward);
-    for (const int iSet : {rSize.iProjs, 1})
-        PrintProjector("back, updates", *pDevice, rSize, iSet, "BackProject", aBack,
-                       &CDeviceScene::Back);
-    if (bExact) return true;  // the others do not filter
-    std::printf("  %-29s %12s %10s %27s\n", "other kernels", "us/batch", "GB/s",
+    if (!pDevice->Create(aScene) || !pDevice->Forward()) return false;
+    std::printf("\nslice %d x %d, %d projections of -60 to 60 degrees, batch of %d rows\n",
+                rSize.iX, rSize.iZ, rSize.iProjs, aScene.iRows);
+    PrintTitle("projectors");
+    PrintProjectors(*pDevice, aScene, rSize.iRepeats, rCeilings);
+    std::printf("  %-25s %10s %9s %24s\n", "other kernels", "us/batch", "GB/s",
                 "of the copy bandwidth");
     PrintStreams(*pDevice, aScene, rSize.iRepeats, rCeilings);
     pDevice.reset();
     PrintAlignment(rSize.iX, rSize.iRepeats, rCeilings);
     return PrintSmoothing(rSize);
+}
+
+bool PrintBatches(const BenchSize& rSize, const Ceilings& rCeilings)
+{
+    std::printf("\nthe same by the rows of a batch\n");
+    for (int iRows = 32; iRows <= rSize.iMostRows; iRows *= 2)
+    {
+        const Scene aScene(iRows, rSize.iX, rSize.iZ, rSize.iProjs);
+        const auto pDevice = std::make_unique<CDeviceScene>();
+        if (!pDevice->Create(aScene) || !pDevice->Forward()) return false;
+        const double dMiB = 4.0 * rSize.iX * rSize.iZ * iRows / (1 << 20);
+        char acTitle[32];
+        std::snprintf(acTitle, sizeof acTitle, "%d rows, %.0f MiB", iRows, dMiB);
+        PrintTitle(acTitle);
+        PrintProjectors(*pDevice, aScene, rSize.iRepeats, rCeilings);
+    }
+    return true;
 }

@@ -128,8 +128,8 @@ CLI::Option* AddFile(CLI::App& rApp, const char* pcNames, std::string& rPath, co
 
 CLI::Option* AddBackend(CLI::App& rApp, std::string& rBackend)
 {
-    return rApp.add_option("--backend", rBackend, "auto, cuda, cuda-exact or host")
-        ->check(CLI::IsMember({"auto", "cuda", "cuda-exact", "host"}));
+    return rApp.add_option("--backend", rBackend, "auto, cuda or host")
+        ->check(CLI::IsMember({"auto", "cuda", "host"}));
 }
 
 const char* GetMethodName(const ReconRequest& rRequest)

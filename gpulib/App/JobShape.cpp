@@ -12,11 +12,9 @@ CJobShape::CJobShape(const ReconJob& rJob, EJobKind eKind)
       m_tProjs(rJob.pProjs->GetSizeZ()),
       m_tSlice((std::size_t(rJob.pTomoVol->GetVolume()->GetSizeX()) + 2) *
                (std::size_t(rJob.pTomoVol->GetVolume()->GetSizeZ()) + 2)),
-      // Ray sums; measured rows; measured rows, and sums and working rows in one image or two. On
-      // the host measured rows stay in the stack, but not where a batch has more lanes than rows.
-      m_tImages(eKind != EJobKind::eIterative    ? 1
-                : GetBackend()->UsesHostMemory() ? 2
-                                                 : 3),
+      // Ray sums; measured rows; measured rows, and sums and working rows in one image. On the
+      // host measured rows stay in the stack, but not where a batch has more lanes than rows.
+      m_tImages(eKind == EJobKind::eIterative ? 2 : 1),
       m_tSums(eKind == EJobKind::eIterative ? rJob.uiProjIndex.size() * rJob.uiIterations : 0)
 {
 }

@@ -124,10 +124,10 @@ bool CReconBase::mForEachBatch(const std::function<bool(int iY, int iRows, bool 
         bool bZero = false;
         if (!mFit(iRows) || !mSetProjTex(y, iRows) || !mMoveVolume(y, iRows, bZero)) return false;
         mTellImages();
+        mPrefetchProjs(y + m_iBatch);
+        if (!bZero) mPrefetchVolume(y + m_iBatch);  // else the next slices will be 0, too
         if (!fWork(y, iRows, bZero) || !GetBackend()->FinishDownload()) return false;
         if (mRowsFrom(y + m_iBatch) == 0 && GetBackend()->UsesHostMemory()) mFreeRows();
-        mPrefetchProjs(y + m_iBatch);
-        if (!m_bZero) mPrefetchVolume(y + m_iBatch);
         if (!m_aTextures.m_aVolTex.StartMoveOut(
                 GetBatch(mGetVolume(), m_aShare.iStartY + y, iRows)))
             return false;
@@ -142,7 +142,8 @@ bool CReconBase::mMoveVolume(int iY, int iRows, bool& rZero)
 {
     const int iStartY = m_aShare.iStartY + iY;
     rZero = m_bZero || IsZero(mGetVolume(), iStartY, iRows);
-    if (m_bZero) return m_aTextures.m_aVolTex.SetZero();
+    const bool bClear = m_bZero || (rZero && !GetBackend()->UsesHostMemory());
+    if (bClear) return m_aTextures.m_aVolTex.SetZero();
     return m_aTextures.m_aVolTex.MoveIn(GetBatch(mGetVolume(), iStartY, iRows));
 }
 

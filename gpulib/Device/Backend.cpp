@@ -17,22 +17,18 @@ HostRows<T> OfImage(HostRows<T> aRows, const DeviceImage& rImage)
 }
 }  // namespace
 
-bool CBackend::CreateArray(DeviceImage& rImage)
+bool CBackend::Create(DeviceImage& rImage, const char* pcKind)
 {
-    return CheckSizes("create array", rImage) && mCreateArray(rImage);
-}
-
-bool CBackend::CreatePitched(DeviceImage& rImage)
-{
-    return CheckSizes("create buffer", rImage) && mCreatePitched(rImage);
+    return CheckSizes(pcKind, rImage) && mCreate(rImage, pcKind);
 }
 
 bool CBackend::CreateShared(DeviceImage& rImage, const DeviceImage& rArray)
 {
-    rImage.iWidth = rArray.iWidth;
-    rImage.iHeight = rArray.iHeight;
-    rImage.iLanes = rArray.iLanes;
-    return CheckSizes("create buffer", rImage) && mCreateShared(rImage, rArray);
+    if (!rArray.pvData) return DeviceFail("share buffer: no image");
+    rImage = rArray;
+    rImage.bLent = true;
+    rImage.pvRoom = nullptr;
+    return true;
 }
 
 bool CBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
@@ -40,14 +36,14 @@ bool CBackend::CreateLent(DeviceImage& rImage, const void* pvSource)
     if (!pvSource || rImage.iDepth != 1 || rImage.iChannels != 1 || rImage.iLanes != 1)
         return DeviceFail("lend array: %d x %d x %d, %d channels, %d rows", rImage.iWidth,
                           rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
-    return CheckSizes("lend array", rImage) && mCreateLent(rImage, pvSource);
+    return CheckSizes("lent array", rImage) && mCreateLent(rImage, pvSource);
 }
 
 bool CBackend::CreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows)
 {
     if (!rRows.pData || rRows.tStrideLane != std::size_t(rImage.iWidth))
         return DeviceFail("lend rows: %d columns, %zu apart", rImage.iWidth, rRows.tStrideLane);
-    return CheckSizes("lend rows", rImage) && mCreateLentRows(rImage, OfImage(rRows, rImage));
+    return CheckSizes("lent rows", rImage) && mCreateLentRows(rImage, OfImage(rRows, rImage));
 }
 
 void CBackend::Free(DeviceImage& rImage)
@@ -126,7 +122,8 @@ bool CBackend::ForwardProject(const ForwardParams& rP)
 
 bool CBackend::Combine(const CombineParams& rP)
 {
-    return rP.iEnd <= rP.iFirst || (CheckParams(rP) && mCombine(rP));
+    const bool bNothing = rP.iEnd <= rP.iFirst || rP.aRule.eOperation == ECombine::eSum;
+    return bNothing || (CheckParams(rP) && mCombine(rP));
 }
 
 bool CBackend::Weight(const WeightParams& rP)
@@ -192,10 +189,10 @@ std::string Describe(const CBackend& rBackend, const std::string& strWhy)
 std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason,
                                       const HostCores& rCores)
 {
-    const bool bAuto = strWanted.empty() || strWanted == "auto", bExact = strWanted == "cuda-exact";
-    if (!bAuto && !bExact && strWanted != "cuda" && strWanted != "host")
+    const bool bAuto = strWanted.empty() || strWanted == "auto";
+    if (!bAuto && strWanted != "cuda" && strWanted != "host")
     {
-        rReason = "unknown backend \"" + strWanted + "\", must be auto, cuda, cuda-exact or host";
+        rReason = "unknown backend \"" + strWanted + "\", must be auto, cuda or host";
         return nullptr;
     }
     std::string strWhy = "asked for";
@@ -203,7 +200,7 @@ std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string&
     if (strWanted != "host")
     {
         std::string strNoCuda;
-        pBackend = MakeCudaBackend(bExact, 0, strNoCuda);
+        pBackend = MakeCudaBackend(0, strNoCuda, rCores.uiBusy);
         if (bAuto) strWhy = pBackend ? "found" : strNoCuda;
         if (!pBackend && !bAuto)
         {

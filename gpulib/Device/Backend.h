@@ -41,18 +41,16 @@ public:
     virtual bool UsesHostMemory() const = 0;
 
     // Memory.
-    /// Makes an image that kernels sample; rImage holds sizes, channels and lanes wanted and
-    /// receives the rest. The content is zero.
-    [[nodiscard]] bool CreateArray(DeviceImage& rImage);
-    /// The same for an image that kernels write.
-    [[nodiscard]] bool CreatePitched(DeviceImage& rImage);
-    /// A buffer of the same sizes for kernels that write what those of the array read: in the
-    /// array's memory, where one memory serves both. Then a row holds what came last, from either.
+    /// Makes an image; rImage holds sizes, channels and lanes wanted and receives the rest. The
+    /// content is zero. pcKind: what a failure calls it
+    [[nodiscard]] bool Create(DeviceImage& rImage, const char* pcKind = "array");
+    /// A buffer of the same sizes for kernels that write what those of the array read, in the
+    /// array's memory: a row holds what came last, from either.
     [[nodiscard]] bool CreateShared(DeviceImage& rImage, const DeviceImage& rArray);
     /// A one-lane array with the values at pvSource, tightly packed, for kernels that read it. The
     /// source must stay as it is until Free(): the backend may copy it or work on it in place.
     [[nodiscard]] bool CreateLent(DeviceImage& rImage, const void* pvSource);
-    /// As CreateArray() and Upload() of the whole image, but the rows, which lie one after the
+    /// As Create() and Upload() of the whole image, but the rows, which lie one after the
     /// other, are lent until Free(): meanwhile they hold anything, afterwards what they held. A
     /// backend that works on the host's memory need not hold them twice.
     [[nodiscard]] bool CreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows);
@@ -100,16 +98,11 @@ public:
 private:
     // What a kind of device does: the operations above after their checks, never with an empty
     // rectangle or more lanes than the image has.
-    virtual bool mCreateArray(DeviceImage& rImage) = 0;
-    virtual bool mCreatePitched(DeviceImage& rImage) = 0;
-    virtual bool mCreateShared(DeviceImage& rImage, const DeviceImage& /*rArray*/)
-    {
-        return mCreatePitched(rImage);
-    }
+    virtual bool mCreate(DeviceImage& rImage, const char* pcKind) = 0;
     virtual bool mCreateLent(DeviceImage& rImage, const void* pvSource) = 0;
     virtual bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows)
     {
-        return mCreateArray(rImage) &&
+        return mCreate(rImage, "array") &&
                mUpload(rImage, rRows.AsConst(), 0, 0, rImage.iWidth, rImage.iHeight);
     }
     virtual void mFree(DeviceImage& rImage) = 0;
@@ -158,8 +151,7 @@ struct HostCores
 };
 
 /// How a backend is asked for: configuration key "Backend", environment TALVEN_BACKEND.
-/// \param strWanted "auto" (or empty): cuda where there is a device, else host; "cuda";
-///                  "cuda-exact": bilinear weights of full precision, slower; "host"
+/// \param strWanted "auto" (or empty): cuda where there is a device, else host; "cuda"; "host"
 /// \param rReason   receives the sentence for the start-up line, for example
 ///                  "host (avx512), no CUDA driver", or the reason of a refusal
 /// \param rCores    for the host backend
@@ -182,8 +174,9 @@ std::unique_ptr<CBackend> MakeHostBackend(const std::string& strInstructionSet, 
                                           int iMaxRows = 0);
 
 /// The CUDA backend over all devices that the driver reports; null with the reason, for example "no
-/// CUDA driver", where there is none. bExact: see "cuda-exact"; iMaxRows as above.
-std::unique_ptr<CBackend> MakeCudaBackend(bool bExact, int iMaxRows, std::string& rReason);
+/// CUDA driver", where there is none. iMaxRows as above; uiBusy: devices that will not be used, a
+/// bit each, whose memory stays untouched.
+std::unique_ptr<CBackend> MakeCudaBackend(int iMaxRows, std::string& rReason, unsigned uiBusy = 0);
 
 /// The backend in use, null before SetBackend(). Device memory owners and kernel drivers call it.
 CBackend* GetBackend();

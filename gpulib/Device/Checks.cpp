@@ -29,6 +29,17 @@ bool CheckSameBatch(const char* pcKernel, const DeviceImage& rA, const DeviceIma
                       rA.iLanes, rB.iWidth, rB.iLanes);
 }
 
+/// The images of a rule for these sums.
+bool CheckRule(const char* pcKernel, const CompareRule& rRule, const DeviceImage& rSums, int iProjX)
+{
+    return rRule.eOperation == ECombine::eSum ||
+           (CheckImage(pcKernel, "measured rows", rRule.aRaw, iProjX, rSums.iHeight) &&
+            CheckImage(pcKernel, "weights", rRule.aWeight, iProjX, rSums.iHeight) &&
+            (!rRule.aAfter.pvData ||
+             CheckImage(pcKernel, "weights after", rRule.aAfter, iProjX, rSums.iHeight)) &&
+            CheckSameBatch(pcKernel, rRule.aRaw, rSums));
+}
+
 /// A range of list positions within the index list.
 bool CheckRange(const char* pcKernel, const DeviceImage& rIndex, int iFirst, int iEnd)
 {
@@ -36,22 +47,13 @@ bool CheckRange(const char* pcKernel, const DeviceImage& rIndex, int iFirst, int
     return DeviceFail("%s: set %d to %d of %d projections", pcKernel, iFirst, iEnd, rIndex.iWidth);
 }
 
-bool IsExtent(int iSize)
+bool CheckExtents(const char* pcKernel, std::initializer_list<int> iExtents)
 {
-    return iSize > 0 && iSize <= g_iMaxExtent;
-}
-
-bool CheckExtents(const char* pcKernel, int iVolX, int iVolZ, int iProjX)
-{
-    if (IsExtent(iVolX) && IsExtent(iVolZ) && IsExtent(iProjX)) return true;
-    return DeviceFail("%s: volume %d x %d, projection %d, must be 1 to %d", pcKernel, iVolX, iVolZ,
-                      iProjX, g_iMaxExtent);
-}
-
-bool CheckImageExtents(const char* pcKernel, int iX, int iY)
-{
-    return (IsExtent(iX) && IsExtent(iY)) ||
-           DeviceFail("%s: projection of %d x %d, must be 1 to %d", pcKernel, iX, iY, g_iMaxExtent);
+    for (const int iExtent : iExtents)
+        if (iExtent < 1 || iExtent > g_iMaxExtent)
+            return DeviceFail("%s: %d columns or rows, must be 1 to %d", pcKernel, iExtent,
+                              g_iMaxExtent);
+    return true;
 }
 
 /// A stack of slices of floats no larger than iMost each way.
@@ -69,23 +71,21 @@ bool CheckVolume(const char* pcImage, const DeviceImage& rImage, int iMost)
 bool CheckParams(const ForwardParams& rP)
 {
     constexpr const char* pcName = "ForwardProject";
-    return CheckExtents(pcName, rP.iVolX, rP.iVolZ, rP.iProjX) &&
+    return CheckExtents(pcName, {rP.iVolX, rP.iVolZ, rP.iProjX}) &&
            CheckRange(pcName, rP.aProjIndex, rP.iFirst, rP.iEnd) &&
            CheckImage(pcName, "slice", rP.aVol, rP.iVolX + 2, rP.iVolZ + 2) &&
            CheckImage(pcName, "angles", rP.aCosSin, rP.aSums.iHeight, 1, 2) &&
            CheckImage(pcName, "sums", rP.aSums, rP.iProjX, 1) &&
-           CheckSameLanes(pcName, rP.aSums, rP.aVol);
+           CheckSameLanes(pcName, rP.aSums, rP.aVol) &&
+           CheckRule(pcName, rP.aRule, rP.aSums, rP.iProjX);
 }
 
 bool CheckParams(const CombineParams& rP)
 {
     constexpr const char* pcName = "Combine";
     return CheckRange(pcName, rP.aProjIndex, rP.iFirst, rP.iEnd) &&
-           CheckImage(pcName, "sums", rP.aSums, rP.iProjX, rP.aOut.iHeight) &&
-           CheckImage(pcName, "measured rows", rP.aRaw, rP.iProjX, rP.aOut.iHeight) &&
-           CheckImage(pcName, "weights", rP.aWeight, rP.iProjX, rP.aOut.iHeight) &&
-           CheckImage(pcName, "result", rP.aOut, rP.iProjX, 1) &&
-           CheckSameBatch(pcName, rP.aSums, rP.aOut) && CheckSameBatch(pcName, rP.aRaw, rP.aOut);
+           CheckImage(pcName, "sums", rP.aSums, rP.iProjX, 1) &&
+           CheckRule(pcName, rP.aRule, rP.aSums, rP.iProjX);
 }
 
 bool CheckParams(const WeightParams& rP)
@@ -109,7 +109,7 @@ bool CheckParams(const BackParams& rP)
     if (rP.iRows > rP.aVol.iLanes || rP.iY < 0 || rP.iY > rP.aRangeX.iWidth - rP.iRows)
         return DeviceFail("%s: %d rows from row %d of %d, batch of %d", pcName, rP.iRows, rP.iY,
                           rP.aRangeX.iWidth, rP.aVol.iLanes);
-    return CheckExtents(pcName, rP.iVolX, rP.iVolZ, rP.iProjX) &&
+    return CheckExtents(pcName, {rP.iVolX, rP.iVolZ, rP.iProjX}) &&
            CheckRange(pcName, rP.aProjIndex, rP.iFirst, rP.iEnd) &&
            CheckImage(pcName, "slice", rP.aVol, rP.iVolX + 2, rP.iVolZ + 2) &&
            CheckImage(pcName, "working rows", rP.aProjs, rP.iProjX, 1) &&
@@ -138,8 +138,7 @@ bool CheckParams(const TransformParams& rP)
     const DeviceImage& rMeasured = rP.aMeasured;
     if (rP.iStartY < 0 || rP.iRows > g_iMaxExtent - rP.iStartY)
         return DeviceFail("%s: %d rows from row %d", pcName, rP.iRows, rP.iStartY);
-    return CheckImageExtents(pcName, rP.iProjX, rP.iRows) &&
-           CheckImageExtents(pcName, rMeasured.iWidth, rMeasured.iHeight) &&
+    return CheckExtents(pcName, {rP.iProjX, rP.iRows, rMeasured.iWidth, rMeasured.iHeight}) &&
            CheckImage(pcName, "measured projection", rMeasured, 1, 1) &&
            CheckImage(pcName, "result", rP.aOut, rP.iProjX, rP.iRows) &&
            CheckImage(pcName, "mask", rP.aMiss, rP.iProjX, rP.iRows);
@@ -151,7 +150,7 @@ bool CheckParams(const CompareParams& rP)
     if (rP.iFirst < 0 || rP.iRows > rP.aSums.iWidth - rP.iFirst)
         return DeviceFail("%s: %d rows from row %d of %d", pcName, rP.iRows, rP.iFirst,
                           rP.aSums.iWidth);
-    return CheckImageExtents(pcName, rP.iProjX, rP.iRows) &&
+    return CheckExtents(pcName, {rP.iProjX, rP.iRows}) &&
            CheckImage(pcName, "sums", rP.aSums, 1, eCompareSums) &&
            CheckImage(pcName, "projection", rP.aAligned, rP.iProjX, rP.iRows) &&
            CheckImage(pcName, "transformed rows", rP.aTransed, rP.iProjX, rP.iRows) &&
@@ -170,8 +169,9 @@ bool CheckSizes(const char* pcKind, const DeviceImage& rImage)
     bool bFits = rImage.iChannels > 0 && rImage.iLanes > 0;
     for (const int iExtent : {rImage.iWidth, rImage.iHeight, rImage.iDepth})
         bFits = bFits && iExtent > 0 && iExtent <= g_iMaxImage;
-    return bFits || DeviceFail("%s: %d x %d x %d, %d channels, %d rows", pcKind, rImage.iWidth,
-                               rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
+    return bFits ||
+           DeviceFail("create %s: %d x %d x %d, %d channels, %d rows", pcKind, rImage.iWidth,
+                      rImage.iHeight, rImage.iDepth, rImage.iChannels, rImage.iLanes);
 }
 
 bool CheckRectangle(const char* pcOperation, const DeviceImage& rImage, int iX0, int iY0,

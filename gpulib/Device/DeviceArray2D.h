@@ -9,7 +9,7 @@
 class CDeviceArray2D : public CDeviceMemory
 {
 public:
-    CDeviceArray2D() : CDeviceMemory(EKind::eArray) {}
+    CDeviceArray2D() : CDeviceMemory("array") {}
 
     // All values are 32 bits, whatever they mean.
     void SetInt() {}
@@ -19,7 +19,7 @@ public:
     void SetLanes(int iLanes)  ///< makes it an image
     {
         m_aWanted.iLanes = iLanes;
-        m_aWanted.bSampled = true;
+        m_aWanted.bBatch = true;
     }
 
     [[nodiscard]] bool Create(int iWidth, int iHeight) { return mCreate(iWidth, iHeight, 1); }

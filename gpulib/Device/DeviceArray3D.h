@@ -6,6 +6,6 @@
 class CDeviceArray3D : public CDeviceMemory
 {
 public:
-    CDeviceArray3D() : CDeviceMemory(EKind::eArray) {}
+    CDeviceArray3D() : CDeviceMemory("array") {}
     [[nodiscard]] bool Create(int iX, int iY, int iZ) { return mCreate(iX, iY, iZ); }
 };

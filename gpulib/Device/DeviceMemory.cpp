@@ -16,9 +16,7 @@ bool CDeviceMemory::mCreate(int iWidth, int iHeight, int iDepth)
     aImage.iWidth = iWidth;
     aImage.iHeight = iHeight;
     aImage.iDepth = iDepth;
-    if (!(m_eKind == EKind::eArray ? GetBackend()->CreateArray(aImage)
-                                   : GetBackend()->CreatePitched(aImage)))
-        return false;
+    if (!GetBackend()->Create(aImage, m_pcKind)) return false;
     m_aImage = aImage;
     return true;
 }

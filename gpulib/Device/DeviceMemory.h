@@ -35,12 +35,8 @@ public:
     [[nodiscard]] bool DeviceToDevice(const DeviceImage& rSource);
 
 protected:
-    enum class EKind
-    {
-        eArray,   ///< kernels read it
-        ePitched  ///< kernels write it
-    };
-    explicit CDeviceMemory(EKind eKind) : m_eKind(eKind) {}
+    /// \param pcKind  what a failure calls it; lives as long as the program
+    explicit CDeviceMemory(const char* pcKind) : m_pcKind(pcKind) {}
     /// Frees what is held and allocates anew, zero-filled.
     [[nodiscard]] bool mCreate(int iWidth, int iHeight, int iDepth);
     /// Frees what is held and makes a one-lane array of the values at pfData.
@@ -56,5 +52,5 @@ protected:
     DeviceImage m_aImage;
 
 private:
-    const EKind m_eKind;
+    const char* const m_pcKind;
 };

@@ -8,7 +8,7 @@ class GBackProj : public GDriver
 {
 public:
     /// SART update of iRows slices from the working rows of the set; iY is the first row of the
-    /// batch within the worker's band. Then the ray sums of aNext, which may be empty.
+    /// batch within the worker's band. Then the working rows of aNext, which may be empty.
     [[nodiscard]] bool DoIt(SetRange aSet, float fRelax, int iY, int iRows,
                             SetRange aNext = {}) const
     {

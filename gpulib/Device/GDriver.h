@@ -27,7 +27,14 @@ public:
     void SetProjWeightArray(const DeviceImage& rImage) { m_aImages.aProjWeight = rImage; }
 
 protected:
-    ForwardParams mForwardParams(SetRange aSet) const
+    /// What a method makes of ray sums: weighted differences, or ratios.
+    CompareRule mRule(ECombine eOperation) const
+    {
+        const bool bAfter = eOperation == ECombine::eDiff;
+        return {eOperation, m_aImages.aRawProjs, m_aImages.aPreWeight,
+                bAfter ? m_aImages.aProjWeight : DeviceImage()};
+    }
+    ForwardParams mForwardParams(SetRange aSet, ECombine eOperation) const
     {
         return {.aSums = m_aImages.aSums,
                 .aVol = m_aImages.aVol,
@@ -37,7 +44,8 @@ protected:
                 .iVolZ = m_aImages.iVolZ,
                 .iProjX = m_aImages.iProjX,
                 .iFirst = aSet.iFirst,
-                .iEnd = aSet.iEnd};
+                .iEnd = aSet.iEnd,
+                .aRule = mRule(eOperation)};
     }
 
     RunImages m_aImages;

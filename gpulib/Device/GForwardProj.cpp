@@ -2,20 +2,17 @@
 
 #include "gpulib/Device/Backend.h"
 
-bool GForwardProj::DoIt(SetRange aSet) const
+bool GForwardProj::DoIt(SetRange aSet, ECombine eOperation) const
 {
-    return GetBackend()->ForwardProject(mForwardParams(aSet));
+    return GetBackend()->ForwardProject(mForwardParams(aSet, eOperation));
 }
 
-bool GForwardProj::mCombine(ECombine eOperation, SetRange aSet) const
+bool GForwardProj::Combine(SetRange aSet, ECombine eOperation) const
 {
-    return GetBackend()->Combine({.aOut = m_aImages.aProjs,
-                                  .aRaw = m_aImages.aRawProjs,
-                                  .aWeight = m_aImages.aPreWeight,
-                                  .aSums = m_aImages.aSums,
+    return GetBackend()->Combine({.aSums = m_aImages.aSums,
                                   .aProjIndex = m_aImages.aProjIndex,
-                                  .eOperation = eOperation,
                                   .iProjX = m_aImages.iProjX,
                                   .iFirst = aSet.iFirst,
-                                  .iEnd = aSet.iEnd});
+                                  .iEnd = aSet.iEnd,
+                                  .aRule = mRule(eOperation)});
 }

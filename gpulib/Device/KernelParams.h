@@ -6,7 +6,23 @@
 // index list, "raw number" within the tilt series. Batch images have the lanes of the batch; rows
 // of projection images are addressed by raw number unless said otherwise.
 
-/// Ray sums of one set: row n (raw number) of aSums receives the sums of projection n.
+enum class ECombine
+{
+    eSum,   ///< sum
+    eDiff,  ///< measured - sum (SART, R-factor)
+    eDiv    ///< measured / sum where measured >= 0 and sum != 0, else 1 (EM)
+};
+
+/// What becomes of ray sums: they are compared with weighted measured rows, and weighted.
+struct CompareRule
+{
+    ECombine eOperation = ECombine::eSum;
+    DeviceImage aRaw;     ///< measured projections, batch; not read by eSum, as those below
+    DeviceImage aWeight;  ///< that they are multiplied by, projX x projections, one lane
+    DeviceImage aAfter;   ///< that the result is multiplied by, likewise; empty: 1
+};
+
+/// Ray sums of one set: row n (raw number) of aSums receives what becomes of those of projection n.
 struct ForwardParams
 {
     DeviceImage aSums;         ///< out, projX x projections, batch
@@ -16,25 +32,17 @@ struct ForwardParams
     int iVolX = 0, iVolZ = 0;  ///< voxels, without the frame
     int iProjX = 0;            ///< detector columns
     int iFirst = 0, iEnd = 0;  ///< list positions [first, end)
+    CompareRule aRule;
 };
 
-enum class ECombine
-{
-    eDiff,  ///< measured - sum (SART, R-factor)
-    eDiv    ///< measured / sum where measured >= 0 and sum != 0, else 1 (EM)
-};
-
-/// Weighted measured rows against ray sums, for the projections of one set.
+/// The rule on ray sums of one set that stand already; no projection stands in the set twice.
 struct CombineParams
 {
-    DeviceImage aOut;     ///< out, the working projections
-    DeviceImage aRaw;     ///< measured projections
-    DeviceImage aWeight;  ///< that they are multiplied by, projX x projections, one lane
-    DeviceImage aSums;    ///< ray sums
+    DeviceImage aSums;  ///< in and out
     DeviceImage aProjIndex;
-    ECombine eOperation = ECombine::eDiff;
     int iProjX = 0;
     int iFirst = 0, iEnd = 0;  ///< list positions
+    CompareRule aRule;
 };
 
 enum class EWeight

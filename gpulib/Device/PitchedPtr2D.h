@@ -7,9 +7,13 @@
 class CPitchedPtr2D : public CDeviceMemory
 {
 public:
-    CPitchedPtr2D() : CDeviceMemory(EKind::ePitched) {}
+    CPitchedPtr2D() : CDeviceMemory("buffer") {}
 
-    void SetLanes(int iLanes) { m_aWanted.iLanes = iLanes; }
+    void SetLanes(int iLanes)
+    {
+        m_aWanted.iLanes = iLanes;
+        m_aWanted.bBatch = true;
+    }
     void SetDouble() { m_aWanted.iBytes = 8; }  ///< accumulators
     [[nodiscard]] bool Create(int iWidth, int iHeight) { return mCreate(iWidth, iHeight, 1); }
     /// See CBackend; rArray stays longer than this.

@@ -7,7 +7,7 @@
 class CPitchedPtr3D : public CDeviceMemory
 {
 public:
-    CPitchedPtr3D() : CDeviceMemory(EKind::ePitched) {}
+    CPitchedPtr3D() : CDeviceMemory("buffer") {}
     [[nodiscard]] bool Create(int iX, int iY, int iZ) { return mCreate(iX, iY, iZ); }
     /// Copies the buffer to the host, tightly packed; does nothing when empty.
     [[nodiscard]] bool ToHost(float* pfDest) const { return mToHost(pfDest, sizeof *pfDest); }

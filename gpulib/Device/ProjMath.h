@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gpulib/Device/DeviceMath.h"
+#include "gpulib/Device/KernelParams.h"
 
 // The arithmetic of the projectors: the only place that knows these formulas. Contraction of
 // multiply-adds must be off where this is compiled, so that the geometry (sample count, sample
@@ -53,45 +54,62 @@ DEVICE_FN float RayMiddleZ(const RayGeometry& rRays, int iX)
     return rRays.fCentreZ + (iX - rRays.fCentreU) * rRays.fSin;
 }
 
-/// Coordinate of sample i from the middle of the ray; the slope is -sin for X, cos for Z. Never
-/// falls (or never rises) along the ray, rounding included.
-DEVICE_FN float RaySample(float fMiddle, float fSlope, float fHalf, int i)
+/// How far sample i lies from the middle of the ray; exact, as whole and half numbers are.
+DEVICE_FN float RayStep(const RayGeometry& rRays, int i)
 {
-    return fMiddle + fSlope * (static_cast<float>(i) - fHalf);
+    return static_cast<float>(i) - rRays.fHalf;
 }
 
-/// Samples [iFirst, iEnd) of a ray: all that can touch the slice, and perhaps a few beside it.
+/// Coordinate so far from the middle of the ray; the slope is -sin for X, cos for Z. Never falls
+/// (or never rises) along the ray, rounding included.
+DEVICE_FN float RaySample(float fMiddle, float fSlope, float fStep)
+{
+    return fMiddle + fSlope * fStep;
+}
+
+/// Samples [iFirst, iEnd) of a ray.
 struct RaySpan
 {
     int iFirst, iEnd;
 };
 
-/// Cuts a span down to the samples whose coordinate lies between -1 and fLimit, where the slice
-/// ends at fLimit - 1: one texel of margin, against rounding.
-DEVICE_FN RaySpan CutSpan(RaySpan aSpan, float fMiddle, float fSlope, float fHalf, float fLimit)
+/// First index from iFirst on for which a condition holds that, once true, stays so; iEnd: none.
+template <class F>
+DEVICE_FN int FirstThat(int iFirst, int iEnd, F fHolds)
 {
-    const float fSteep = fSlope < 0.0f ? -fSlope : fSlope;
-    if (fSteep < 1e-6f)  // moves less than a texel over the longest ray
+    while (iFirst < iEnd)
     {
-        if (!(fMiddle > -2.0f && fMiddle < fLimit + 1.0f)) aSpan.iEnd = aSpan.iFirst;
-        return aSpan;
+        const int iMiddle = iFirst + (iEnd - iFirst) / 2;
+        if (fHolds(iMiddle))
+            iEnd = iMiddle;
+        else
+            iFirst = iMiddle + 1;
     }
-    const float fA = (-1.0f - fMiddle) / fSlope, fB = (fLimit - fMiddle) / fSlope;
-    const float fFirst = (fA < fB ? fA : fB) + fHalf - 1.0f;
-    const float fEnd = (fA < fB ? fB : fA) + fHalf + 2.0f;
-    const float fLow = static_cast<float>(aSpan.iFirst), fHigh = static_cast<float>(aSpan.iEnd);
-    if (fFirst > fLow) aSpan.iFirst = fFirst < fHigh ? static_cast<int>(fFirst) : aSpan.iEnd;
-    if (fEnd < fHigh) aSpan.iEnd = fEnd > fLow ? static_cast<int>(fEnd) : aSpan.iFirst;
+    return iFirst;
+}
+
+/// Cuts a span down to the samples whose coordinate lies from 0 to below fLimit.
+DEVICE_FN RaySpan CutSpan(RaySpan aSpan, const RayGeometry& rRays, float fMiddle, float fSlope,
+                          float fLimit)
+{
+    const auto IsFrom = [&](int i, float fFrom)
+    { return RaySample(fMiddle, fSlope, RayStep(rRays, i)) >= fFrom; };
+    const bool bRises = fSlope >= 0.0f;
+    aSpan.iFirst = FirstThat(aSpan.iFirst, aSpan.iEnd,
+                             [&](int i) { return bRises ? IsFrom(i, 0.0f) : !IsFrom(i, fLimit); });
+    aSpan.iEnd = FirstThat(aSpan.iFirst, aSpan.iEnd,
+                           [&](int i) { return bRises ? IsFrom(i, fLimit) : !IsFrom(i, 0.0f); });
     return aSpan;
 }
 
-/// The samples of the ray with this middle that can touch the slice; the others are exact zeros.
+/// The samples of the ray with this middle that lie between texels of the slice and its frame; the
+/// others are exact zeros.
 DEVICE_FN RaySpan TouchSpan(const RayGeometry& rRays, float fMiddleX, float fMiddleZ, int iVolX,
                             int iVolZ)
 {
     const RaySpan aAll = {0, rRays.iSamples > 0 ? rRays.iSamples : 0};
-    const RaySpan aX = CutSpan(aAll, fMiddleX, -rRays.fSin, rRays.fHalf, iVolX + 2.0f);
-    return CutSpan(aX, fMiddleZ, rRays.fCos, rRays.fHalf, iVolZ + 2.0f);
+    const RaySpan aX = CutSpan(aAll, rRays, fMiddleX, -rRays.fSin, iVolX + 1.0f);
+    return CutSpan(aX, rRays, fMiddleZ, rRays.fCos, iVolZ + 1.0f);
 }
 
 /// Detector coordinate of the voxel centre (fX, fZ), counted from the middle of the slice.
@@ -143,6 +161,13 @@ template <class T>
 DEVICE_FN T Ratio(T fMeasured, T fSum)
 {
     return ((fMeasured >= T{}) & (fSum != T{})) ? fMeasured / fSum : T{} + 1.0f;
+}
+
+/// A weighted measured value against its ray sum.
+template <class T>
+DEVICE_FN T CompareValue(ECombine eOperation, T fMeasured, T fSum)
+{
+    return eOperation == ECombine::eDiff ? fMeasured - fSum : Ratio<T>(fMeasured, fSum);
 }
 
 /// What a value adds to a sum of absolute values; missing pixels (-1e15 and below) and NaN nothing.

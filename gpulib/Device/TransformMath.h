@@ -40,6 +40,13 @@ DEVICE_FN T Between(T fA, T fB, T fPart)
     return (1.0f - fPart) * fA + fPart * fB;
 }
 
+/// The same, but fB does not count where it has no weight: it may be infinite.
+template <class T>
+DEVICE_FN T Blend(T fA, T fB, T fPart)
+{
+    return fPart > T{} ? Between<T>(fA, fB, fPart) : fA;
+}
+
 /// s0 p + s1
 template <class T>
 DEVICE_FN T Rescale(T fValue, const float* pfScale)

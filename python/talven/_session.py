@@ -13,7 +13,7 @@ from typing import Literal, TypeVar
 from . import _core
 from ._progress import Teller
 
-BackendName = Literal["auto", "cuda", "cuda-exact", "host"]
+BackendName = Literal["auto", "cuda", "host"]
 Self = TypeVar("Self", bound="Connection")
 
 _server = Path(__file__).parent / "bin" / "talven-server"

@@ -46,7 +46,7 @@ class Session(Connection):
     cores : int, optional
         Of a private server without a GPU, on all its devices together; default: those that this
         process may use.
-    backend : {'auto', 'cuda', 'cuda-exact', 'host'}, optional
+    backend : {'auto', 'cuda', 'host'}, optional
         Of a private server.
     timeout : float, optional
         Seconds to wait for the clients before us, then `ServerBusy`; default: as long as it takes.

@@ -100,4 +100,4 @@ TEST(SeparableKernel, RecognisesProducts)
 
 // For the Kernel tests of this program.
 INSTANTIATE_TEST_SUITE_P(Backends, Kernel, testing::ValuesIn(GetTestBackends()),
-                         [](const auto& rInfo) { return NameOf(rInfo.param); });
+                         [](const auto& rInfo) { return rInfo.param; });

@@ -5,7 +5,7 @@
 std::vector<std::string> GetTestBackends()
 {
 #if defined(TALVEN_TEST_CUDA)
-    return {"cuda-exact", "cuda"};
+    return {"cuda"};
 #else
     return GetHostInstructionSets();
 #endif
@@ -13,10 +13,10 @@ std::vector<std::string> GetTestBackends()
 
 std::unique_ptr<CBackend> MakeTestBackend(const std::string& strName, int iDevices, int iMaxRows)
 {
-    if (!strName.starts_with("cuda"))
+    if (strName != "cuda")
         return MakeHostBackend(strName == "host" ? "" : strName, iDevices, iMaxRows);
     std::string strReason;
-    auto pBackend = MakeCudaBackend(strName == "cuda-exact", iMaxRows, strReason);
+    auto pBackend = MakeCudaBackend(iMaxRows, strReason);
     if (!pBackend) std::printf("no GPU: %s\n", strReason.c_str());
     return pBackend;
 }

@@ -41,22 +41,46 @@ TEST_F(SoftCudaDevices, DecideOnTheBackend)
          {std::tuple{-1, "auto", "), no CUDA driver"},
           {0, "auto", "), no CUDA device"},
           {2, "auto", "cuda (2 x software device 0), found"},
-          {1, "cuda-exact", "cuda (software device 0, exact weights), asked for"}})
+          {1, "cuda", "cuda (software device 0), asked for"}})
         EXPECT_NE(Make(pcWanted, iDevices).find(pcExpected), std::string::npos) << pcExpected;
 }
 
 TEST_F(SoftCudaDevices, ThatCannotBeUsedKeepTheirNumbers)
 {
-    SoftCuda::g_aSettings.iCapability = 70;
-    SoftCuda::FailNext("cudaGetDeviceProperties", cudaErrorECCUncorrectable, 2);
-    EXPECT_EQ(Make("cuda", 4),
-              "cuda (2 x software device 1; GPU 0 is left out: compute capability 7.0, 7.5 is "
-              "needed; GPU 2 is left out: uncorrectable ECC error encountered), asked for");
-    CDeviceInfo aInfo;
-    aInfo.Query();
-    EXPECT_EQ(aInfo.GetNumDevices() * aInfo.GetDeviceMemory(1) - aInfo.GetDeviceMemory(2), 4096);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(GetBackend()->SelectDevice(i), i % 2 == 1) << i;
-    EXPECT_EQ(Make("cuda", 1), "cuda: GPU 0 is left out: compute capability 7.0, 7.5 is needed");
+    constexpr const char* pcEcc = "uncorrectable ECC error encountered";
+    for (const auto& [pcCall, eError, pcReason] :
+         {std::tuple{"cudaGetDeviceProperties", cudaErrorECCUncorrectable, pcEcc},
+          {"cudaSetDevice", cudaErrorECCUncorrectable, pcEcc},
+          {"cudaMemGetInfo", cudaErrorECCUncorrectable, pcEcc},
+          {"cudaFuncGetAttributes", cudaErrorECCUncorrectable, pcEcc},
+          {"cudaFuncGetAttributes", cudaErrorNoKernelImageForDevice,
+           "no kernel of this build is for compute capability 9.0"}})
+    {
+        SoftCuda::Reset();
+        SoftCuda::FailNext(pcCall, eError, 1);
+        const std::string strLeftOut = "GPU 1 is left out: " + std::string(pcReason);
+        EXPECT_EQ(Make("cuda", 3), "cuda (2 x software device 0; " + strLeftOut + "), asked for");
+        CDeviceInfo aInfo;
+        aInfo.Query();
+        for (int i = 0; i < 3; ++i)
+        {
+            EXPECT_EQ(aInfo.GetDeviceMemory(i), i == 1 ? 0 : 1024) << pcCall;
+            EXPECT_EQ(GetBackend()->SelectDevice(i), i != 1) << pcCall;
+        }
+        EXPECT_FALSE(GetBackend()->SelectDevice(1));
+        EXPECT_EQ(TakeDeviceError(), strLeftOut);
+        SetBackend(nullptr);
+        SoftCuda::FailNext(pcCall, eError);
+        EXPECT_EQ(Make("cuda", 1), "cuda: GPU 0 is left out: " + std::string(pcReason));
+    }
+}
+
+TEST_F(SoftCudaDevices, ThatAreLeftToOthersAreNotTouched)
+{
+    SoftCuda::FailNext("cudaSetDevice", cudaErrorUnknown);
+    std::string strReason;
+    ASSERT_TRUE(MakeBackend("cuda", strReason, {.uiBusy = 0b1111}));
+    EXPECT_EQ(strReason, "cuda (4 x software device 0), asked for");
 }
 
 TEST_F(SoftCudaDevices, ThatCouldNotBeOpenedFailWhatTheyAreAskedFor)
@@ -68,7 +92,7 @@ TEST_F(SoftCudaDevices, ThatCouldNotBeOpenedFailWhatTheyAreAskedFor)
     CDeviceCtx().SetDevice(0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Error: Unable to set the device: 0\n"
-              "Info: GPU 0: pin 16 MiB: out of memory (cudaErrorMemoryAllocation).\n");
+              "Info: GPU 0: pin 4 MiB: out of memory (cudaErrorMemoryAllocation).\n");
     float afValues[4] = {};
     DeviceImage aImage;
     aImage.iWidth = aImage.iHeight = 2;
@@ -104,6 +128,6 @@ TEST_F(SoftCudaDevices, TellAClockWhatTheyDo)
     for (const auto& [strName, rTotal] : aTotals)
         if (rTotal.dSeconds > 0) strSeen += std::to_string(rTotal.iCount) + " " + strName + ", ";
     EXPECT_EQ(strSeen,
-              "1 copy to the device, 1 copy to the host, 1 download, 1 pack, 1 unpack, 2 upload, "
+              "1 copy to the device, 1 copy to the host, 1 download, 1 pack, 1 unpack, 1 upload, "
               "2 wait, ");
 }

@@ -27,10 +27,11 @@ TEST_P(Kernel, RectanglesComeBackAndTheRestIsZero)
         }
 }
 
-/// Slices large enough that memory is given back, beside rows that have to stay.
+/// Slices large enough that memory is given back and that they travel in several chunks, beside
+/// rows that have to stay.
 TEST_P(Kernel, SlicesMoveBetweenVolumeAndBatch)
 {
-    constexpr int iX = 1030, iZ = 20, iY = 40, iFirst = 3;
+    constexpr int iX = 1030, iZ = 70, iY = 40, iFirst = 3;
     for (const int iRows : {5, 32})
     {
         Images aVolume = RandomImages(iX, iY, iZ, 1, 2);

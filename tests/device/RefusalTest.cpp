@@ -49,7 +49,7 @@ TEST_P(Kernel, RefusesWhatLiesBesideItsImages)
     const DeviceImage aCosSin = aRig.Pairs(2, {1, 1}, {0, 0}), aIndex = aRig.List({0, 1});
     const DeviceImage aRow = aRig.Array(Images(8, 2, 1)), aPlain = aRig.Buffer(Images(8, 9, 1));
     using F = ForwardParams;
-    Spoil<F>(&CBackend::ForwardProject, {aProjs, aVol, aCosSin, aIndex, 8, 4, 8, 0, 2},
+    Spoil<F>(&CBackend::ForwardProject, {aProjs, aVol, aCosSin, aIndex, 8, 4, 8, 0, 2, {}},
              {&F::aSums, &F::aVol, &F::aCosSin, &F::aProjIndex},
              {&F::iVolX, &F::iVolZ, &F::iProjX, &F::iFirst},
              {&F::iVolX, &F::iVolZ, &F::iProjX, &F::iEnd});
@@ -62,9 +62,17 @@ TEST_P(Kernel, RefusesWhatLiesBesideItsImages)
              {&B::iVolX, &B::iVolZ, &B::iProjX, &B::iEnd, &B::iY, &B::iRows});
     EXPECT_TRUE(GetBackend()->ForwardProject({}) && GetBackend()->BackProject({}));  // no rows
     using C = CombineParams;
-    Spoil<C>(&CBackend::Combine, {aProjs, aProjs, aRow, aProjs, aIndex, ECombine::eDiff, 8, 0, 2},
-             {&C::aOut, &C::aRaw, &C::aWeight, &C::aSums, &C::aProjIndex}, {&C::iFirst},
-             {&C::iProjX, &C::iEnd});
+    const CompareRule aRule = {ECombine::eDiff, aProjs, aRow, aRow};
+    Spoil<C>(&CBackend::Combine, {aProjs, aIndex, 8, 0, 2, aRule}, {&C::aSums, &C::aProjIndex},
+             {&C::iFirst}, {&C::iProjX, &C::iEnd});
+    for (const auto pImage : {&CompareRule::aRaw, &CompareRule::aWeight, &CompareRule::aAfter})
+    {
+        CompareRule aBad = aRule;
+        aBad.*pImage = aCosSin;
+        EXPECT_FALSE(
+            GetBackend()->Combine({aProjs, aIndex, 8, 0, 2, aBad}) ||
+            GetBackend()->ForwardProject({aProjs, aVol, aCosSin, aIndex, 8, 4, 8, 0, 2, aBad}));
+    }
     using W = WeightParams;
     Spoil<W>(&CBackend::Weight, {aProjs, aProjs, aRow, aIndex, EWeight::eRecon, 8, 0, 2},
              {&W::aOut, &W::aIn, &W::aWeight, &W::aProjIndex}, {&W::iFirst},

@@ -39,6 +39,8 @@ public:
         m_vArrays.emplace_back().SetLanes(rImages.iN);
         return mFill(m_vArrays.back(), rImages, iFrame);
     }
+    /// What is the same for all rows.
+    DeviceImage Table(const Images& rImages) { return mFill(m_vArrays.emplace_back(), rImages, 0); }
     /// What kernels write.
     DeviceImage Buffer(const Images& rImages)
     {
@@ -98,6 +100,4 @@ protected:
         EXPECT_EQ(TakeDeviceError(), "");
         SetBackend(nullptr);
     }
-    /// Whether the texture unit interpolates, with weights of 8 bits.
-    static bool mFilters() { return GetParam() == "cuda"; }
 };

@@ -18,27 +18,30 @@ TEST_P(Kernel, RowsAreWeightedAndCompared)
             aIn.vf[2 * i] = g_afIn[i % 11], aWith.vf[2 * i] = g_afWith[i % 11];
         const Images aScale = RandomImages(iX, 5, 1, 1, 3, 3);  // of measured pixels
         CRig aRig;
-        const DeviceImage aRaw = aRig.Array(aIn), aSums = aRig.Buffer(aWith);
-        const DeviceImage aWeight = aRig.Array(Part(aWith, 0)), aList = aRig.List({4, 1, 3});
-        const DeviceImage aScales = aRig.Array(aScale);
-        for (int k = 0; k < 6; ++k)  // operations, in their order
-        {
+        const DeviceImage aRaw = aRig.Array(aIn), aList = aRig.List({4, 1, 3});
+        const DeviceImage aWeight = aRig.Table(Part(aWith, 0)), aScales = aRig.Table(aScale);
+        for (int k = 0; k < 7; ++k)  // operations, in their order; differences without and with
+        {                            // weights after them
             const bool bWeight = k < 4;
             const Images aBefore(iX, 5, iRows, 77);
-            const DeviceImage aOut = bWeight ? aRig.Buffer(aBefore) : aRig.Array(aBefore);
+            const DeviceImage aOut = aRig.Buffer(bWeight ? aBefore : aWith);
+            const CompareRule aRule = {k < 6 ? ECombine::eDiff : ECombine::eDiv, aRaw, aScales,
+                                       k == 5 ? aScales : DeviceImage()};
             ASSERT_TRUE(
                 bWeight ? GetBackend()->Weight({aOut, aRaw, aWeight, aList, EWeight(k), iX, 1, 3})
-                        : GetBackend()->Combine(
-                              {aOut, aRaw, aScales, aSums, aList, ECombine(k - 4), iX, 1, 3}));
+                        : GetBackend()->Combine({aOut, aList, iX, 1, 3, aRule}));
             const Images aGot = CRig::Read(aOut, iRows);
             for (int i = 0; i < int(aGot.vf.size()); ++i)
             {
                 const int n = i / iX % 5;
                 const float fA = aIn.vf[i], fB = aWith.vf[bWeight ? i % (5 * iX) : i];
-                const float fScaled = fA * aScale.vf[i % (5 * iX)];
+                const float fScale = aScale.vf[i % (5 * iX)], fScaled = fA * fScale;
+                const float fDiff = fScaled - fB;
                 const float fRatio = fScaled >= 0 && fB != 0 ? fScaled / fB : 1;
-                const float afRules[] = {fA, fA * fB, fA * fB, fA / fB, fScaled - fB, fRatio};
-                const float fExpected = n == 1 || n == (k > 1 ? 3 : 2) ? afRules[k] : 77;
+                const float afRules[] = {fA,    fA * fB,        fA * fB, fA / fB,
+                                         fDiff, fDiff * fScale, fRatio};
+                const bool bTouched = n == 1 || n == (k > 1 ? 3 : 2);
+                const float fExpected = bTouched ? afRules[k] : bWeight ? 77 : fB;
                 ASSERT_TRUE(aGot.vf[i] == fExpected ||
                             (std::isnan(aGot.vf[i]) && std::isnan(fExpected)))
                     << iX << " x " << iRows << ", operation " << k << ": " << aGot.vf[i] << " for "
@@ -50,4 +53,4 @@ TEST_P(Kernel, RowsAreWeightedAndCompared)
 
 // For the Kernel tests of all files of this program.
 INSTANTIATE_TEST_SUITE_P(Backends, Kernel, testing::ValuesIn(GetTestBackends()),
-                         [](const auto& rInfo) { return NameOf(rInfo.param); });
+                         [](const auto& rInfo) { return rInfo.param; });

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "gpulib/Device/DeviceError.h"
 #include "tests/job/JobRunner.h"
 #include "tests/softcuda/SoftCuda.h"
 
@@ -36,8 +37,11 @@ protected:
 };
 }  // namespace
 
+/// With so many sets that values move while kernels are queued.
 TEST_F(SoftCudaJob, StreamsMayRunInAnyOrder)
 {
+    m_aJob.uiSets = 7;
+    m_aJob.iIterations = 12;
     const TestData aLazy = mRun(2, 2);
     SoftCuda::g_aSettings.eOrder = SoftCuda::EOrder::eOthersFirst;
     const TestData aEager = mRun(2, 2);
@@ -46,17 +50,51 @@ TEST_F(SoftCudaJob, StreamsMayRunInAnyOrder)
     EXPECT_EQ(aEager.vdRfactor, aLazy.vdRfactor);
 }
 
+TEST_F(SoftCudaJob, ClearsAVolumeOfZerosWhereItIs)
+{
+    EXPECT_EQ(mRun().strError, "");
+    const std::size_t tPeak = SoftCuda::g_tPeak;
+    mForget();
+    m_aJob.bZeroStart = true;
+    m_aStart = MakeData(m_aJob, 8);
+    EXPECT_EQ(mRun().strError, "");
+    EXPECT_LT(SoftCuda::g_tPeak, tPeak) << "no room for values on their way";
+}
+
+/// A thread that had a device with a number that there is no more.
+TEST_F(SoftCudaJob, ThreadsOutliveTheirDevices)
+{
+    std::string strReason;
+    SetBackend(MakeBackend("cuda", strReason));
+    ASSERT_TRUE(GetBackend()->SelectDevice(3));
+    SetBackend(nullptr);
+    SoftCuda::g_aSettings.iDevices = 1;
+    SetBackend(MakeBackend("cuda", strReason));
+    float fValue = 0;
+    GetBackend()->Prefetch({&fValue, 1, 1, 1}, 1, 1);
+    EXPECT_TRUE(GetBackend()->FinishDownload());
+    DeviceImage aImage;
+    aImage.iWidth = aImage.iHeight = 1;
+    EXPECT_FALSE(GetBackend()->Create(aImage) || GetBackend()->SelectDevice(1) ||
+                 GetBackend()->Create(aImage));
+    EXPECT_EQ(TakeDeviceError(), "device 1 of 1");
+    EXPECT_TRUE(GetBackend()->SelectDevice(0));
+}
+
 TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 {
+    m_aJob.iY = 160;
+    m_aStart = MakeData(m_aJob, 8);
     const TestData aExpected = mRun();
     const int iWhole = SoftCuda::g_iLaunches;
     const std::size_t tPeak = SoftCuda::g_tPeak;
-    for (const auto& [dShare, bFits] : {std::pair{0.6, true}, {0.9, true}, {0.01, false}})
+    for (const auto& [dShare, bFits] : {std::pair{0.4, true}, {0.65, true}, {0.01, false}})
     {
         mForget();
         SoftCuda::g_aSettings.tMemory = std::size_t(double(tPeak) * dShare);
-        // The job believes what it asked first, before others took the memory.
-        SoftCuda::FailNext("cudaMemGetInfo", cudaErrorUnknown);
+        // The job believes what it asked first, before others took the memory. The choice of the
+        // backend has asked every device before.
+        SoftCuda::FailNext("cudaMemGetInfo", cudaErrorUnknown, SoftCuda::g_aSettings.iDevices);
         const TestData aResult = mRun();
         EXPECT_EQ(aResult.strError.find("out of memory") == std::string::npos, bFits) << dShare;
         EXPECT_EQ(aResult.vfVolume == aExpected.vfVolume, bFits) << dShare;
@@ -68,18 +106,22 @@ TEST_F(SoftCudaJob, HalvesTheBatchUntilItFits)
 
 TEST_F(SoftCudaJob, FailuresNameTheCallAndTheNextJobWorks)
 {
+    m_aJob.aiKernel = {3, 1, 1};
+    m_aJob.vfKernel = {0.25f, 0.5f, 0.25f};
+    m_aJob.uiInterval = 2;
     const TestData aExpected = mRun(1, 3);
     for (const auto& [pcCall, iAfter, pcWords] :
-         {std::tuple{"cudaMalloc3DArray", 0, ""},  // another try fits
-          {"cudaMalloc", 0, ""},                   // of an upload: made in halves
-          {"cudaMalloc", 3, ""},                   // of a download
-          {"cudaMallocPitch", 0, ": 7 x 1 x 1, 1 rows"},
+         {std::tuple{"cudaMallocAsync", 9, ""},  // another try fits
+          {"cudaMallocAsync", 11, ""},           // of a volume to smooth: in two pieces
+          {"cudaMalloc", 0, ""},                 // of an upload: made in halves
+          {"cudaMalloc", 5, ""},                 // of a download
+          {"cudaMallocAsync", 0, ": 7 x 1 x 1, 1 rows"},
           {"cudaLaunchKernelEx", 30, "launch of"},
-          {"cudaMemcpyAsync", 0, "stage: copy"},
-          {"cudaMemcpyAsync", 2, ""} /* of a prefetch: tried again */,
+          {"cudaMemcpyAsync", 0, "upload table"},
+          {"cudaMemcpyAsync", 6, "stage: copy"},
           {"cudaEventSynchronize", 4, "wait"},
           {"cudaStreamCreateWithFlags", 0, "create stream"},
-          {"cudaMallocHost", 1, "pin 16 MiB"}})
+          {"cudaMallocHost", 1, "pin 4 MiB"}})
     {
         SCOPED_TRACE(testing::Message() << pcCall << " after " << iAfter);
         mForget();

@@ -18,11 +18,11 @@ double Snap(double dPosition)
 }
 
 /// Bilinear value at (dX, dY) of what rAt(x, y) gives.
-double Interpolate(double dX, double dY, bool bFilter, auto rAt)
+double Interpolate(double dX, double dY, auto rAt)
 {
     const double dLeft = std::floor(dX), dTop = std::floor(dY);
-    double dU = dX - dLeft, dV = dY - dTop, dValue = 0;
-    if (bFilter) dU = std::round(dU * 256) / 256, dV = std::round(dV * 256) / 256;
+    const double dU = dX - dLeft, dV = dY - dTop;
+    double dValue = 0;
     for (const int y : {0, 1})
         for (const int x : {0, 1})
         {
@@ -85,7 +85,7 @@ double COracle::mSample(const Values& rSlice, double dX, double dZ) const
     const int iX = m_aJob.iVolX, iZ = m_aJob.iVolZ;
     const auto At = [&](int x, int z)
     { return x < 0 || z < 0 || x >= iX || z >= iZ ? 0.0 : rSlice[std::size_t(z) * iX + x]; };
-    return Interpolate(Snap(dX), Snap(dZ), m_aJob.bFilter, At);
+    return Interpolate(Snap(dX), Snap(dZ), At);
 }
 
 Values COracle::Project(const Values& rSlice, unsigned uiProj) const
@@ -170,7 +170,7 @@ void COracle::Update(const Values& rRows, const OracleRanges& rRanges, std::pair
                 if (fU < fFirst || (bEm ? fU >= fEnd - 1 : fU > fEnd - 1)) continue;
                 const auto At = [&](int i, int)
                 { return rRows[std::size_t(n) * iX + std::min(i, iX - 1)]; };
-                dSum += Interpolate(std::clamp(fU, 0.0f, float(iX - 1)), 0, m_aJob.bFilter, At);
+                dSum += Interpolate(std::clamp(fU, 0.0f, float(iX - 1)), 0, At);
                 ++iHits;
             }
             double& rdValue = rSlice[std::size_t(z) * iVolX + x];
@@ -234,7 +234,7 @@ Values TransformImage(const OracleAlign& rAlign, const Images& rMeasured, int n,
             const bool bOn = fU >= 0 && fU <= float(rMeasured.iX - 1) && fV >= 0 &&
                              fV <= float(rMeasured.iY - 1);
             const auto At = [&](int i, int j) { return double(rMeasured.At(i, j, n)); };
-            vd.push_back(bOn ? Rescale(Interpolate(fU, fV, rAlign.bFilter, At), rAlign)
+            vd.push_back(bOn ? Rescale(Interpolate(fU, fV, At), rAlign)
                              : std::numeric_limits<double>::quiet_NaN());
         }
     return vd;

@@ -77,7 +77,6 @@ struct TestJob
     bool bInvalid = false;    // missing columns at the sides, whole missing rows
     int iFailingWorker = -1;  // whose smoothing fails
     bool bFree = false;       // voxels may fall below 0
-    bool bFilter = false;     // bilinear weights have 8 bits, as those of a texture filter
 };
 
 /// What a failed test calls the job.
@@ -134,7 +133,6 @@ struct OracleAlign
     std::array<float, 6> afMatrix;  ///< a b c d e f
     std::array<float, 6> afScale;   ///< s0 to s5
     bool bLog = false;
-    bool bFilter = false;  ///< see TestJob
 };
 
 /// Measured image n mapped to a projection of iX x iY pixels; a missing pixel is NaN.

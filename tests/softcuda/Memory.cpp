@@ -9,17 +9,6 @@
 
 namespace SoftCuda
 {
-cudaError_t Take(const char* pcCall, std::size_t tBytes)
-{
-    const cudaError_t eError = Begin(pcCall);
-    if (eError != cudaSuccess) return eError;
-    Device& rDevice = Current();
-    if (rDevice.tUsed + tBytes > g_aSettings.tMemory) return cudaErrorMemoryAllocation;
-    rDevice.tUsed += tBytes;
-    if (rDevice.tUsed > g_tPeak) g_tPeak = rDevice.tUsed;
-    return cudaSuccess;
-}
-
 bool Device::Holds(const void* pvFirst, std::size_t tBytes) const
 {
     const char* const pcFirst = static_cast<const char*>(pvFirst);
@@ -48,11 +37,30 @@ void DeleteMemory(void* pvBegin)
 
 cudaError_t Allocate(const char* pcCall, void** ppvBegin, std::size_t tBytes)
 {
-    const cudaError_t eError = Take(pcCall, tBytes);
+    const cudaError_t eError = Begin(pcCall);
     if (eError != cudaSuccess) return eError;
+    Device& rDevice = Current();
+    const auto DoesFit = [&] { return tBytes <= g_aSettings.tMemory - rDevice.tUsed; };
+    if (!DoesFit()) rDevice.Synchronize();  // what was freed in a stream
+    if (!DoesFit()) return cudaErrorMemoryAllocation;
+    rDevice.tUsed += tBytes;
+    g_tPeak = std::max<std::size_t>(g_tPeak, rDevice.tUsed);
     char* const pcBegin = NewMemory(tBytes + g_tGuard);
-    Current().aMemory[pcBegin] = tBytes;
+    rDevice.aMemory[pcBegin] = tBytes;
     *ppvBegin = pcBegin;
+    return cudaSuccess;
+}
+
+cudaError_t Release(Device& rDevice, void* pvBegin)
+{
+    const auto iMemory = rDevice.aMemory.find(static_cast<char*>(pvBegin));
+    if (iMemory == rDevice.aMemory.end()) return cudaErrorInvalidValue;
+    const std::span acGuard(iMemory->first + iMemory->second, g_tGuard);
+    if (std::size_t(std::ranges::count(acGuard, '\xFF')) != g_tGuard)
+        Trap("a kernel has written beyond linear memory");
+    rDevice.tUsed -= iMemory->second;
+    rDevice.aMemory.erase(iMemory);
+    DeleteMemory(pvBegin);
     return cudaSuccess;
 }
 }  // namespace
@@ -65,26 +73,34 @@ cudaError_t cudaMalloc(void** devPtr, std::size_t size)
     return Allocate(__func__, devPtr, size);
 }
 
-cudaError_t cudaMallocPitch(void** devPtr, std::size_t* pitch, std::size_t width,
-                            std::size_t height)
+cudaError_t cudaMallocAsync(void** devPtr, std::size_t size, cudaStream_t)
 {
-    *pitch = (width + 511) / 512 * 512;
-    return Allocate(__func__, devPtr, *pitch * height);
+    return Allocate(__func__, devPtr, size);
 }
 
 cudaError_t cudaFree(void* devPtr)
 {
+    Current().Synchronize();
+    return Release(Current(), devPtr);
+}
+
+/// Also after an error: a test counts what is held.
+cudaError_t cudaFreeAsync(void* devPtr, cudaStream_t stream)
+{
     Device& rDevice = Current();
-    rDevice.Synchronize();
-    const auto iMemory = rDevice.aMemory.find(static_cast<char*>(devPtr));
-    if (iMemory == rDevice.aMemory.end()) return cudaErrorInvalidValue;
-    const std::span acGuard(iMemory->first + iMemory->second, g_tGuard);
-    if (std::size_t(std::ranges::count(acGuard, '\xFF')) != g_tGuard)
-        Trap("a kernel has written beyond linear memory");
-    rDevice.tUsed -= iMemory->second;
-    rDevice.aMemory.erase(iMemory);
-    DeleteMemory(devPtr);
-    return cudaSuccess;
+    if (rDevice.eSticky != cudaSuccess) return Release(rDevice, devPtr);
+    return Enqueue(
+        __func__, stream, [=, &rDevice] { Release(rDevice, devPtr); }, true);
+}
+
+cudaError_t cudaDeviceGetDefaultMemPool(cudaMemPool_t*, int)
+{
+    return Begin(__func__);
+}
+
+cudaError_t cudaMemPoolSetAttribute(cudaMemPool_t, int, void*)
+{
+    return Begin(__func__);
 }
 
 cudaError_t cudaMallocHost(void** ptr, std::size_t size)
@@ -99,40 +115,19 @@ cudaError_t cudaFreeHost(void* ptr)
     return cudaSuccess;
 }
 
-cudaError_t cudaMemset2DAsync(void* devPtr, std::size_t pitch, int value, std::size_t width,
-                              std::size_t height, cudaStream_t stream)
+cudaError_t cudaMemsetAsync(void* devPtr, int value, std::size_t count, cudaStream_t stream)
 {
-    if (!Current().Holds(devPtr, (height - 1) * pitch + width)) return cudaErrorInvalidValue;
-    const auto Run = [=]
-    {
-        for (std::size_t y = 0; y < height; ++y)
-            std::memset(static_cast<char*>(devPtr) + y * pitch, value, width);
-    };
-    return Enqueue(__func__, stream, Run);
-}
-
-cudaError_t cudaMemcpyAsync(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind,
-                            cudaStream_t stream)
-{
-    const cudaError_t eError = Begin(__func__);
-    if (eError != cudaSuccess) return eError;
-    return cudaMemcpy2DAsync(dst, count, src, count, count, 1, kind, stream);
+    if (!Current().Holds(devPtr, count)) return cudaErrorInvalidValue;
+    return Enqueue(__func__, stream, [=] { std::memset(devPtr, value, count); });
 }
 
 /// The bytes are taken when the copy runs, from pageable memory too.
-cudaError_t cudaMemcpy2DAsync(void* dst, std::size_t dpitch, const void* src, std::size_t spitch,
-                              std::size_t width, std::size_t height, cudaMemcpyKind kind,
-                              cudaStream_t stream)
+cudaError_t cudaMemcpyAsync(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind,
+                            cudaStream_t stream)
 {
     const Device& rDevice = Current();
-    if (rDevice.Holds(dst, (height - 1) * dpitch + width) != (kind != cudaMemcpyDeviceToHost) ||
-        rDevice.Holds(src, (height - 1) * spitch + width) != (kind != cudaMemcpyHostToDevice))
+    if (rDevice.Holds(dst, count) != (kind != cudaMemcpyDeviceToHost) ||
+        rDevice.Holds(src, count) != (kind != cudaMemcpyHostToDevice))
         return cudaErrorInvalidValue;
-    const auto Run = [=]
-    {
-        for (std::size_t y = 0; y < height; ++y)
-            std::memcpy(static_cast<char*>(dst) + y * dpitch,
-                        static_cast<const char*>(src) + y * spitch, width);
-    };
-    return Enqueue(__func__, stream, Run);
+    return Enqueue(__func__, stream, [=] { std::memcpy(dst, src, count); });
 }

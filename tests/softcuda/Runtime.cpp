@@ -101,9 +101,13 @@ cudaError_t cudaRuntimeGetVersion(int* runtimeVersion)
 
 cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device)
 {
-    const int iCapability = device == 0 ? g_aSettings.iCapability : 90;
-    *prop = {"", g_aSettings.tMemory, iCapability / 10, iCapability % 10, 4};
+    *prop = {"", g_aSettings.tMemory, 9, 0, 4, 1 << 16};
     std::snprintf(prop->name, sizeof prop->name, "software device %d", device);
+    return Begin(__func__);
+}
+
+cudaError_t cudaFuncGetAttributes(cudaFuncAttributes*, const void*)
+{
     return Begin(__func__);
 }
 

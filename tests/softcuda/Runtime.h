@@ -19,6 +19,7 @@ struct Device
     std::size_t tUsed = 0;
     cudaError_t eSticky = cudaSuccess;  // what broke the device: nothing runs any more
     bool bRunningOthers = false;
+    bool bAsked = false;  // by cudaEventQuery, since it last did something
 
     /// Whether all the bytes lie in one piece of linear memory.
     bool Holds(const void* pvFirst, std::size_t tBytes) const;
@@ -42,8 +43,6 @@ cudaError_t Begin(const char* pcCall);
 /// Ends the program: a kernel has done what none may.
 [[noreturn]] void Trap(const char* pcReason);
 
-/// The same, and bytes of the current device for the call, which may not be there.
-cudaError_t Take(const char* pcCall, std::size_t tBytes);
 /// A call that works on the current device, which may break it.
 template <class F>
 cudaError_t Call(const char* pcCall, F fWork)
@@ -53,6 +52,7 @@ cudaError_t Call(const char* pcCall, F fWork)
     fWork(Current());
     return Current().eSticky;
 }
-/// A call that leaves work in a stream of the current device.
-cudaError_t Enqueue(const char* pcCall, cudaStream_t pStream, std::function<void()> fRun);
+/// A call that leaves work in a stream of the current device; a broken one does only what it must.
+cudaError_t Enqueue(const char* pcCall, cudaStream_t pStream, std::function<void()> fRun,
+                    bool bAlways = false);
 }  // namespace SoftCuda

@@ -23,17 +23,16 @@ struct Settings
 {
     int iDevices = 4;                            ///< at most 16; -1: not even a driver
     std::size_t tMemory = std::size_t(1) << 30;  ///< of each device, bytes
-    int iCapability = 90;                        ///< of device 0, in tenths; others have 9.0
     EOrder eOrder = EOrder::eLazy;
 };
 inline Settings g_aSettings;
 
-/// One coming call of pcCall ("cudaMalloc3DArray", "cudaLaunchKernelEx") does nothing and returns
+/// One coming call of pcCall ("cudaMallocAsync", "cudaLaunchKernelEx") does nothing and returns
 /// eError; iAfter calls of that name succeed before it. Errors that are sticky on a device stay.
 void FailNext(const char* pcCall, cudaError_t eError, int iAfter = 0);
 
 // What all devices have seen.
-inline std::atomic<int> g_iHeld;          ///< memory, arrays, streams, events, objects: not freed
+inline std::atomic<int> g_iHeld;          ///< memory, streams, events: not freed
 inline std::atomic<int> g_iLaunches;      ///< kernels that ran
 inline std::atomic<std::size_t> g_tPeak;  ///< most bytes that one device had allocated at once
 /// Forgets errors, launches, the peak and a coming failure, and takes the first settings. Nothing

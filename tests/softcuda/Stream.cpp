@@ -31,12 +31,17 @@ struct CUevent_st : SoftCuda::Counted
 
 namespace SoftCuda
 {
-cudaError_t Enqueue(const char* pcCall, cudaStream_t pStream, std::function<void()> fRun)
+cudaError_t Enqueue(const char* pcCall, cudaStream_t pStream, std::function<void()> fRun,
+                    bool bAlways)
 {
     const cudaError_t eError = Begin(pcCall);
     if (eError != cudaSuccess) return eError;
     if (std::ranges::count(Current().vpStreams, pStream) == 0) return cudaErrorInvalidValue;
-    pStream->aQueue.push_back(std::move(fRun));
+    pStream->aQueue.push_back(
+        [=, &rDevice = Current()]
+        {
+            if (bAlways || rDevice.eSticky == cudaSuccess) fRun();
+        });
     return cudaSuccess;
 }
 
@@ -52,7 +57,7 @@ void Device::Run(CUstream_st& rStream, const Record* pUntil)
     {
         const std::function<void()> fRun = std::move(rStream.aQueue.front());
         rStream.aQueue.pop_front();
-        if (eSticky == cudaSuccess) fRun();
+        fRun();
     }
 }
 
@@ -127,6 +132,16 @@ cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream)
 cudaError_t cudaEventSynchronize(cudaEvent_t event)
 {
     return Call(__func__, [=](Device& rDevice) { rDevice.WaitFor(event->pRecord); });
+}
+
+/// The device gets on with its work between every other two questions.
+cudaError_t cudaEventQuery(cudaEvent_t event)
+{
+    Device& rDevice = Current();
+    const cudaError_t eError = Begin(__func__);
+    if (eError != cudaSuccess) return eError;
+    if (rDevice.bAsked = !rDevice.bAsked; !rDevice.bAsked) rDevice.WaitFor(event->pRecord);
+    return !event->pRecord || event->pRecord->bDone ? cudaSuccess : cudaErrorNotReady;
 }
 
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t end)

@@ -27,7 +27,7 @@ TEST(Start, EndsWithACodeThatTellsWhy)
     const std::string strNoServer = "Error: Unable to create server socket.";
     const std::string strNoDevice = "Error: GPU devices are not found.\n";
     const std::string strUnknown =
-        "Error: unknown backend \"abacus\", must be auto, cuda, cuda-exact or host\n";
+        "Error: unknown backend \"abacus\", must be auto, cuda or host\n";
     const std::tuple<const char*, std::string, std::string, int, std::string> aCases[] = {
         {"TALVEN_PORT", strTaken, "", 254, "Unable to bind server socket\n" + strNoServer},
         {"TALVEN_BIND", "nowhere", "", 254, strNoServer},

@@ -60,8 +60,7 @@ float CReconImpl::mCalcRelax(unsigned int uiIter, unsigned int uiSet) const
 
 bool CReconImpl::mDoSartRecon(SetRange aSet, float fRelax)
 {
-    return m_aDifProjImpl.DoDif(aSet) && m_aDifProjImpl.WeightProjs(aSet) &&
-           m_aBackProjImpl.DoIt(aSet, fRelax, m_aNext);
+    return m_aDifProjImpl.DoDif(aSet) && m_aBackProjImpl.DoIt(aSet, fRelax, m_aNext);
 }
 
 bool CReconImpl::mDoEmRecon(SetRange aSet, float fRelax)

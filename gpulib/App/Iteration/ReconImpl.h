@@ -34,7 +34,7 @@ public:
 protected:
     /// Updates the slices once, from the projections of one set.
     [[nodiscard]] virtual bool mDoSet(unsigned int uiIter, SetRange aSet, float fRelax) = 0;
-    /// Adds the mean of the weighted residuals, and makes the ray sums of the next set.
+    /// Adds the mean of the weighted residuals, and makes the working rows of the next set.
     [[nodiscard]] bool mDoSartRecon(SetRange aSet, float fRelax);
     /// Multiplies by the mean of the ratios, likewise.
     [[nodiscard]] bool mDoEmRecon(SetRange aSet, float fRelax);

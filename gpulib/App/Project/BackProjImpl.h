@@ -13,7 +13,7 @@ public:
         m_iY = iY;
         m_iRows = iRows;
     }
-    /// SART update, and the ray sums of aNext, which may be empty.
+    /// SART update, and the working rows of aNext, which may be empty.
     [[nodiscard]] bool DoIt(SetRange aSet, float fRelax, SetRange aNext = {}) const
     {
         return m_aGBackProj.DoIt(aSet, fRelax, m_iY, m_iRows, aNext);

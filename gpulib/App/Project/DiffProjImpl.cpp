@@ -17,11 +17,27 @@ bool CDiffProjImpl::NotifyVolZero()
     return GetBackend()->Clear(m_aSums);
 }
 
+bool CDiffProjImpl::mHoldsSums(SetRange aSet) const
+{
+    return m_aKept.iFirst <= aSet.iFirst && aSet.iEnd <= m_aKept.iEnd;
+}
+
 bool CDiffProjImpl::CalcSums(SetRange aSet)
 {
-    if (m_aKept.iFirst <= aSet.iFirst && aSet.iEnd <= m_aKept.iEnd) return true;
+    if (mHoldsSums(aSet)) return true;
     NotifyVolChanged();
     if (!m_aGForwardProj.DoIt(aSet)) return false;
     m_aKept = aSet;
     return true;
+}
+
+bool CDiffProjImpl::mCompare(SetRange aSet, ECombine eOperation)
+{
+    const bool bMade = m_aMade.iFirst == aSet.iFirst && m_aMade.iEnd == aSet.iEnd;
+    const bool bSums = mHoldsSums(aSet);
+    NotifyVolChanged();
+    if (bMade) return true;
+    if (!bSums) return m_aGForwardProj.DoIt(aSet, eOperation);
+    return m_aWeightImpl.ForEachOnce(
+        aSet, [&](SetRange aPart) { return m_aGForwardProj.Combine(aPart, eOperation); });
 }

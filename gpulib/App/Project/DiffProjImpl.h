@@ -14,36 +14,34 @@ class CDiffProjImpl
 public:
     /// \param uiIndices  the list that is on the device too
     void Configure(const RunImages& rImages, std::span<const unsigned int> uiIndices);
-    /// The slices were loaded or updated: no ray sum holds any more but those of aNext, which were
-    /// made with the update.
-    void NotifyVolChanged(SetRange aNext = {}) { m_aKept = aNext; }
+    /// The slices were loaded or updated: no ray sum holds any more, nor working rows but those of
+    /// aNext, which were made with the update.
+    void NotifyVolChanged(SetRange aNext = {})
+    {
+        m_aKept = {};
+        m_aMade = aNext;
+    }
     /// The slices that were loaded are 0 everywhere, and so are their ray sums.
     [[nodiscard]] bool NotifyVolZero();
 
     /// Ray sums of the set, unless they stand already.
     [[nodiscard]] bool CalcSums(SetRange aSet);
-    /// Working rows of the set = measured - ray sums. They may take the place of the sums.
-    [[nodiscard]] bool DoDif(SetRange aSet)
-    {
-        return CalcSums(aSet) && mUse(&GForwardProj::DoDiff, aSet);
-    }
-    /// Working rows of the set times their projection weights.
-    [[nodiscard]] bool WeightProjs(SetRange aSet) const { return m_aWeightImpl.WeightRecon(aSet); }
+    /// Working rows of the set = (measured - ray sums) times their projection weights, unless they
+    /// stand already. They take the place of the sums.
+    [[nodiscard]] bool DoDif(SetRange aSet) { return mCompare(aSet, ECombine::eDiff); }
 
 protected:
-    /// A step that works on the ray sums, after which none holds.
-    [[nodiscard]] bool mUse(bool (GForwardProj::*pStep)(SetRange) const, SetRange aSet)
-    {
-        m_aKept = {};
-        return (m_aGForwardProj.*pStep)(aSet);
-    }
-    GForwardProj m_aGForwardProj;
+    [[nodiscard]] bool mCompare(SetRange aSet, ECombine eOperation);
 
 private:
+    bool mHoldsSums(SetRange aSet) const;
+
+    GForwardProj m_aGForwardProj;
     CWeightImpl m_aWeightImpl;
     DeviceImage m_aSums;
     SetRange m_aAll;   // the whole list
     SetRange m_aKept;  // list positions whose sums stand in m_aSums
+    SetRange m_aMade;  // and the set whose working rows do
 };
 
 /// The same with ratios, for EM.
@@ -51,8 +49,5 @@ class CDivProjImpl : public CDiffProjImpl
 {
 public:
     /// Working rows of the set = measured / ray sums; 1 where there is nothing to compare.
-    [[nodiscard]] bool DoDiv(SetRange aSet)
-    {
-        return CalcSums(aSet) && mUse(&GForwardProj::DoDiv, aSet);
-    }
+    [[nodiscard]] bool DoDiv(SetRange aSet) { return mCompare(aSet, ECombine::eDiv); }
 };

@@ -39,8 +39,8 @@ bool CForProj::mRun()
     {
         if (!mFit(iRows) || !mSetVolTex(y, iRows)) return false;
         mTellImages();
-        if (!m_aForProjImpl.DoIt(m_rJob.aBox.has_value())) return false;
         mPrefetchVolume(y + m_iBatch);
+        if (!m_aForProjImpl.DoIt(m_rJob.aBox.has_value())) return false;
         if (!m_aForProjImpl.ToHost(*m_rJob.pProjs, m_aShare.iStartY + y, iRows)) return false;
     }
     return true;

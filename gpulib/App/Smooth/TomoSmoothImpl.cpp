@@ -20,8 +20,17 @@ int CTomoSmoothImpl::CalcNumSplits(std::size_t tVoxels, int iDevice)
 
 bool CTomoSmoothImpl::DoIt(Util_Volume& rVolume, const Util_Volume& rKernel, int iDevice)
 {
-    const int iPieces = CalcNumSplits(rVolume.GetVoxels(), iDevice);
+    int iPieces = CalcNumSplits(rVolume.GetVoxels(), iDevice);
     if (iPieces == 0) return DeviceFail("smooth: no memory on device %d", iDevice);
+    // Other programs may hold memory of the device: what does not fit is tried with half of it.
+    const int iX = rVolume.GetSizeX(), iOverlap = rKernel.GetSizeX() / 2;
+    const auto CountColumns = [&]
+    { return std::min(iX, iX / iPieces + iX % iPieces + 2 * iOverlap); };
+    for (; !mMakeImages(CountColumns(), rVolume.GetSizeY(), rVolume.GetSizeZ()); iPieces *= 2)
+    {
+        if (iPieces > iX / 2) return false;
+        TakeDeviceError();
+    }
     return DoInPieces(rVolume, rKernel, iPieces);
 }
 
@@ -67,11 +76,16 @@ bool CTomoSmoothImpl::mCopyKernelToDevice(const Util_Volume& rKernel)
     return true;
 }
 
+bool CTomoSmoothImpl::mMakeImages(int iX, int iY, int iZ)
+{
+    m_aPitchedPtr.Free();
+    return m_aVolumeArray.Create(iX, iY, iZ) && m_aPitchedPtr.Create(iX, iY, iZ);
+}
+
 bool CTomoSmoothImpl::mSmooth(Util_Volume& rPiece)
 {
-    const int iX = rPiece.GetSizeX(), iY = rPiece.GetSizeY(), iZ = rPiece.GetSizeZ();
-    if (!m_aVolumeArray.Create(iX, iY, iZ) || !m_aVolumeArray.HostToDevice(rPiece.GetData()) ||
-        !m_aPitchedPtr.Create(iX, iY, iZ))
+    if (!mMakeImages(rPiece.GetSizeX(), rPiece.GetSizeY(), rPiece.GetSizeZ()) ||
+        !m_aVolumeArray.HostToDevice(rPiece.GetData()))
         return false;
     m_aGSmooth.SetVolumeArray(m_aVolumeArray.GetImage());
     return m_aGSmooth.DoIt(m_aPitchedPtr.GetImage()) && m_aPitchedPtr.ToHost(rPiece.GetData());

@@ -27,6 +27,7 @@ public:
 
 private:
     [[nodiscard]] bool mCopyKernelToDevice(const Util_Volume& rKernel);
+    [[nodiscard]] bool mMakeImages(int iX, int iY, int iZ);
     [[nodiscard]] bool mSmooth(Util_Volume& rPiece);
     bool mIsReadAfter(int iPiece, int iTaken) const;
     void mStore(std::unique_ptr<Util_Volume>& rpPiece, int n);

@@ -17,27 +17,12 @@ void CWeightImpl::Configure(const RunImages& rImages, std::span<const unsigned i
     }
 }
 
-/// Runs an operation over the set such that a row is weighted once although its projection stands
-/// in the set twice: in one launch, cut where a projection comes again.
-template <class Operation>
-bool CWeightImpl::mForEachOnce(SetRange aSet, Operation aOperation) const
-{
-    int iFirst = aSet.iFirst;
-    for (int p = aSet.iFirst; p <= aSet.iEnd; ++p)
-    {
-        if (p < aSet.iEnd && m_viBefore[p] < aSet.iFirst) continue;
-        if (iFirst < p && !aOperation(SetRange{iFirst, p})) return false;
-        iFirst = p + 1;
-    }
-    return true;
-}
-
 bool CWeightImpl::WeightProjs(SetRange aSet) const
 {
-    return mForEachOnce(aSet, [&](SetRange aPart) { return m_aGWeightProjs.WeightProjs(aPart); });
+    return ForEachOnce(aSet, [&](SetRange aPart) { return m_aGWeightProjs.WeightProjs(aPart); });
 }
 
 bool CWeightImpl::WeightRecon(SetRange aSet) const
 {
-    return mForEachOnce(aSet, [&](SetRange aPart) { return m_aGWeightProjs.WeightRecon(aPart); });
+    return ForEachOnce(aSet, [&](SetRange aPart) { return m_aGWeightProjs.WeightRecon(aPart); });
 }

@@ -20,10 +20,22 @@ public:
     /// Measured rows of all projections times their pre-weight.
     [[nodiscard]] bool WeightRef() const { return m_aGWeightProjs.WeightRef({0, m_iProjs}); }
 
-private:
+    /// Runs an operation over the set such that a row is treated once although its projection
+    /// stands in the set twice: in one launch, cut where a projection comes again.
     template <class Operation>
-    [[nodiscard]] bool mForEachOnce(SetRange aSet, Operation aOperation) const;
+    [[nodiscard]] bool ForEachOnce(SetRange aSet, Operation aOperation) const
+    {
+        int iFirst = aSet.iFirst;
+        for (int p = aSet.iFirst; p <= aSet.iEnd; ++p)
+        {
+            if (p < aSet.iEnd && m_viBefore[p] < aSet.iFirst) continue;
+            if (iFirst < p && !aOperation(SetRange{iFirst, p})) return false;
+            iFirst = p + 1;
+        }
+        return true;
+    }
 
+private:
     GWeightProjs m_aGWeightProjs;
     int m_iProjs = 0;
     std::vector<int> m_viBefore;  // where the projection stands last before a position; -1: nowhere

@@ -9,12 +9,11 @@ extern __shared__ float s_afShared[];  // as large as the launch says
 
 namespace
 {
-template <class SAMPLER>
 __global__ void __launch_bounds__(g_iThreads)
     TransformKernel(const __grid_constant__ TransformParams aP)
 {
     const int iX = blockIdx.x * g_iThreads + threadIdx.x;
-    if (iX < aP.iProjX) TransformBody<SAMPLER>(iX, blockIdx.y, aP);
+    if (iX < aP.iProjX) TransformBody(iX, blockIdx.y, aP);
 }
 
 /// One block for each row.
@@ -33,19 +32,18 @@ __global__ void __launch_bounds__(g_iThreads)
         __syncthreads();
     }
     if (iThread < eCompareSums)
-        StoreTexel(aP.aSums, aP.iFirst + iRow, iThread, 0, s_afShared[iThread * g_iThreads]);
+        RowOf(aP.aSums, iThread)[aP.iFirst + iRow] = s_afShared[iThread * g_iThreads];
 }
 }  // namespace
 
 bool CCudaBackend::mTransform(const TransformParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.iProjX), rP.iRows, 1);
-    return Launch("Transform", mStream(), aGrid, 0,
-                  m_bExact ? TransformKernel<ExactSampler> : TransformKernel<FilterSampler>, rP);
+    return mLaunch("Transform", aGrid, 0, TransformKernel, rP);
 }
 
 bool CCudaBackend::mCompareSums(const CompareParams& rP)
 {
-    return Launch("CompareSums", mStream(), dim3(rP.iRows, 1, 1),
-                  eCompareSums * g_iThreads * sizeof(float), CompareKernel, rP);
+    return mLaunch("CompareSums", dim3(rP.iRows, 1, 1), eCompareSums * g_iThreads * sizeof(float),
+                   CompareKernel, rP);
 }

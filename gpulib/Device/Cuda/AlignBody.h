@@ -7,8 +7,19 @@
 
 // Bodies of the kernels that resample and compare projections.
 
+/// Bilinear value at a position on a one-lane image. A position on a pixel reads this pixel alone.
+CUDA_FN float Sample(const DeviceImage& rImage, float fU, float fV)
+{
+    const float fLeft = floorf(fU), fUpper = floorf(fV);
+    const float fRight = fU - fLeft, fDown = fV - fUpper;
+    const float* const pfUpper = RowOf(rImage, static_cast<int>(fUpper)) + static_cast<int>(fLeft);
+    const float* const pfLower = fDown > 0.0f ? pfUpper + rImage.iWidth : pfUpper;
+    const int iRight = fRight > 0.0f ? 1 : 0;
+    return Blend(Blend(pfUpper[0], pfUpper[iRight], fRight),
+                 Blend(pfLower[0], pfLower[iRight], fRight), fDown);
+}
+
 /// Pixel iX of image row iRow.
-template <class SAMPLER>
 CUDA_FN void TransformBody(int iX, int iRow, const TransformParams& rP)
 {
     const float fX = static_cast<float>(iX), fY = static_cast<float>(rP.iStartY + iRow);
@@ -16,14 +27,13 @@ CUDA_FN void TransformBody(int iX, int iRow, const TransformParams& rP)
     const float fLastU = static_cast<float>(rP.aMeasured.iWidth - 1);
     const float fLastV = static_cast<float>(rP.aMeasured.iHeight - 1);
     const bool bInside = IsOnImage(fU, fLastU) & IsOnImage(fV, fLastV);
-    float fValue = Rescale(
-        SAMPLER::Sample(rP.aMeasured, ClampToImage(fU, fLastU), ClampToImage(fV, fLastV), 0),
-        rP.afScale);
+    float fValue = Rescale(Sample(rP.aMeasured, ClampToImage(fU, fLastU), ClampToImage(fV, fLastV)),
+                           rP.afScale);
     if (rP.bLog) fValue = logf(Attenuation(fValue, rP.afScale)) * rP.afScale[4];
     fValue = LimitValue(fValue, rP.afScale);
     const float fMiss = bInside ? 0.0f : 1.0f;
-    StoreTexel(rP.aOut, iX, iRow, 0, bInside ? fValue : MarkMissing(fValue, fMiss));
-    StoreTexel(rP.aMiss, iX, iRow, 0, fMiss);
+    RowOf(rP.aOut, iRow)[iX] = bInside ? fValue : MarkMissing(fValue, fMiss);
+    RowOf(rP.aMiss, iRow)[iX] = fMiss;
 }
 
 /// Columns iThread, iThread + 256, ... of row iRow: one partial sum per quantity.
@@ -31,6 +41,6 @@ CUDA_FN void ComparePartial(int iThread, int iRow, const CompareParams& rP, floa
 {
     for (int q = 0; q < eCompareSums; ++q) pfSums[q] = 0.0f;
     for (int x = iThread; x < rP.iProjX; x += g_iPartialSums)
-        AddPixel(pfSums, LoadTexel(rP.aAligned, x, iRow, 0), LoadTexel(rP.aTransed, x, iRow, 0),
-                 LoadTexel(rP.aMiss, x, iRow, 0));
+        AddPixel(pfSums, RowOf(rP.aAligned, iRow)[x], RowOf(rP.aTransed, iRow)[x],
+                 RowOf(rP.aMiss, iRow)[x]);
 }

@@ -10,7 +10,7 @@ namespace
 {
 thread_local int t_iDevice = 0;
 
-std::string DetailOf(const std::vector<CCudaBackend::Properties>& rDevices, bool bExact)
+std::string DetailOf(const std::vector<CCudaBackend::Properties>& rDevices)
 {
     std::string strDetail, strLeftOut;
     int iUsed = 0;
@@ -21,15 +21,14 @@ std::string DetailOf(const std::vector<CCudaBackend::Properties>& rDevices, bool
             strDetail = rDevices[i].strName;
     if (iUsed == 0) return strLeftOut.substr(2);
     if (iUsed > 1) strDetail = std::to_string(iUsed) + " x " + strDetail;
-    return strDetail + (bExact ? ", exact weights" : "") + strLeftOut;
+    return strDetail + strLeftOut;
 }
 }  // namespace
 
-CCudaBackend::CCudaBackend(std::vector<Properties> vDevices, bool bExact, int iMaxRows)
+CCudaBackend::CCudaBackend(std::vector<Properties> vDevices, int iMaxRows)
     : m_vProperties(std::move(vDevices)),
-      m_bExact(bExact),
       m_iMaxRows(iMaxRows),
-      m_strDetail(DetailOf(m_vProperties, bExact)),
+      m_strDetail(DetailOf(m_vProperties)),
       m_vpDevices(m_vProperties.size())
 {
 }
@@ -53,8 +52,6 @@ bool CCudaBackend::SelectDevice(int iDevice)
 {
     static_cast<void>(TakeDeviceError());  // of what went before; the runtime's own likewise
     cudaGetLastError();
-    if (iDevice < 0 || iDevice >= GetDeviceCount())
-        return DeviceFail("device %d of %d", iDevice, GetDeviceCount());
     t_iDevice = iDevice;  // also when it cannot be opened: what follows on this thread fails then
     return mOpenDevice();
 }
@@ -62,21 +59,26 @@ bool CCudaBackend::SelectDevice(int iDevice)
 /// A device that could not be opened when it was selected may be free when a job wants it.
 bool CCudaBackend::mOpenDevice()
 {
+    if (t_iDevice < 0 || t_iDevice >= GetDeviceCount())
+        return DeviceFail("device %d of %d", t_iDevice, GetDeviceCount());
     const std::string& rLeftOut = m_vProperties[t_iDevice].strLeftOut;
     if (!rLeftOut.empty()) return DeviceFail("GPU %d is left out: %s", t_iDevice, rLeftOut.c_str());
     std::unique_ptr<Device>& rpDevice = m_vpDevices[t_iDevice];
     if (!CudaOk(cudaSetDevice(t_iDevice), "select device %d", t_iDevice)) return false;
     if (rpDevice) return true;
     auto pDevice = std::make_unique<Device>();
-    if (!MakeStream(pDevice->pStream) || !pDevice->aStaging.Create(pDevice->pStream.get()))
+    if (!KeepFreedMemory(t_iDevice) || !MakeStream(pDevice->pStream) ||
+        !pDevice->aStaging.Create(pDevice->pStream.get()))
         return false;
     rpDevice = std::move(pDevice);
     return true;
 }
 
+/// The thread may have selected a device of a backend that had more of them.
 CCudaBackend::Device* CCudaBackend::mFindDevice() const
 {
-    return m_vpDevices[t_iDevice].get();
+    const bool bThere = t_iDevice >= 0 && t_iDevice < GetDeviceCount();
+    return bThere ? m_vpDevices[t_iDevice].get() : nullptr;
 }
 
 CCudaBackend::Device* CCudaBackend::mDevice() const
@@ -84,12 +86,6 @@ CCudaBackend::Device* CCudaBackend::mDevice() const
     Device* const pDevice = mFindDevice();
     if (!pDevice) static_cast<void>(DeviceFail("device %d is not open", t_iDevice));
     return pDevice;
-}
-
-cudaStream_t CCudaBackend::mStream() const
-{
-    const Device* const pDevice = mDevice();
-    return pDevice ? pDevice->pStream.get() : nullptr;
 }
 
 int CCudaBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
@@ -109,9 +105,11 @@ int CCudaBackend::GetBatchRows(int iRows, std::size_t tBytesPerRow) const
     const std::size_t tWanted = std::clamp<std::size_t>(tEnough / tRow, iFewest, iMost);
     int iBatch = static_cast<int>(std::clamp<std::size_t>(std::min(tFits, tWanted), 1, iMost));
     if (m_iMaxRows > 0) iBatch = std::min(iBatch, m_iMaxRows);
-    // All batches about equal: the last one costs as much as the others.
-    const int iBatches = (std::max(iRows, 1) + iBatch - 1) / iBatch;
-    return (std::max(iRows, 1) + iBatches - 1) / iBatches;
+    // All batches about equal, in whole groups: the last one costs as much as the others.
+    const int iAll = std::max(iRows, 1), iBatches = (iAll + iBatch - 1) / iBatch;
+    const int iEqual = (iAll + iBatches - 1) / iBatches;
+    const int iWhole = (iEqual + g_iGroupLanes - 1) / g_iGroupLanes * g_iGroupLanes;
+    return std::min(m_iMaxRows > 0 ? iEqual : iWhole, iAll);
 }
 
 int CCudaBackend::GetPieceRows(int iWidth, int iRows) const

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "gpulib/Device/Backend.h"
+#include "gpulib/Device/Cuda/Launch.h"
 #include "gpulib/Device/Cuda/Staging.h"
 
 /// GPUs behind the device seam.
@@ -22,9 +23,8 @@ public:
         std::string strLeftOut;   ///< why it cannot be used; empty: it can
     };
     /// \param vDevices  all that the runtime counts, in its order
-    /// \param bExact    bilinear weights of full precision in place of the texture unit's 8 bits
     /// \param iMaxRows  bounds the rows of a batch; 0: as memory allows
-    CCudaBackend(std::vector<Properties> vDevices, bool bExact, int iMaxRows);
+    CCudaBackend(std::vector<Properties> vDevices, int iMaxRows);
     ~CCudaBackend() override;
 
     const char* GetName() const override { return "cuda"; }
@@ -38,8 +38,7 @@ public:
     bool FinishDownload() override;
 
 private:
-    bool mCreateArray(DeviceImage& rImage) override;
-    bool mCreatePitched(DeviceImage& rImage) override;
+    bool mCreate(DeviceImage& rImage, const char* pcKind) override;
     bool mCreateLent(DeviceImage& rImage, const void* pvSource) override;
     void mFree(DeviceImage& rImage) override;
     bool mClear(const DeviceImage& rImage) override;
@@ -66,19 +65,23 @@ private:
     {
         CudaStream pStream;  // of the kernels; ends after the staging that borrows it
         CStaging aStaging;
-        CCudaBuffer aTotals;     // of SumAbs
-        int iSampledImages = 0;  // alive: a job runs
+        int iBatchImages = 0;  // alive: a job runs
     };
     [[nodiscard]] bool mOpenDevice();
-    Device* mFindDevice() const;   ///< of the calling thread; null: it could not be opened
-    Device* mDevice() const;       ///< the same with the reason noted
-    cudaStream_t mStream() const;  ///< of its kernels; null: as above
-    cudaError_t mWait() const;     ///< for the kernels
-    [[nodiscard]] bool mCreateLayered(DeviceImage& rImage);
-    [[nodiscard]] bool mCreateLinear(DeviceImage& rImage, const char* pcKind);
+    Device* mFindDevice() const;  ///< of the calling thread; null: it could not be opened
+    Device* mDevice() const;      ///< the same with the reason noted
+    /// Queues a kernel; arguments as those of Launch() after the stream.
+    template <class... ARGS>
+    [[nodiscard]] bool mLaunch(const char* pcName, const ARGS&... rArgs) const
+    {
+        Device* const pDevice = mDevice();
+        return pDevice && Launch(pcName, pDevice->pStream.get(), rArgs...) &&
+               pDevice->aStaging.Advance();
+    }
+    [[nodiscard]] bool mCopyBytes(void* pvDest, const void* pvSource, const DeviceImage& rImage,
+                                  cudaMemcpyKind eKind, const char* pcWhat) const;
 
     const std::vector<Properties> m_vProperties;
-    const bool m_bExact;
     const int m_iMaxRows;
     std::string m_strDetail;
     std::vector<std::unique_ptr<Device>> m_vpDevices;

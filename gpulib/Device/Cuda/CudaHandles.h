@@ -3,6 +3,7 @@
 #include <cuda_runtime.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <type_traits>
 
@@ -44,6 +45,17 @@ using PinnedBlock = std::unique_ptr<void, CudaDeleter<cudaFreeHost>>;
     if (!CudaOk(cudaEventCreateWithFlags(&pEvent, uiFlags), "create event")) return false;
     rEvent.reset(pEvent);
     return true;
+}
+
+/// Freed memory stays with the program up to a size that transforms and comparisons need again with
+/// every command. \return false with the reason noted
+[[nodiscard]] inline bool KeepFreedMemory(int iDevice)
+{
+    std::uint64_t uiKept = std::uint64_t(512) << 20;
+    cudaMemPool_t pPool = nullptr;
+    return CudaOk(cudaDeviceGetDefaultMemPool(&pPool, iDevice), "find memory pool") &&
+           CudaOk(cudaMemPoolSetAttribute(pPool, cudaMemPoolAttrReleaseThreshold, &uiKept),
+                  "set up memory pool");
 }
 
 /// Linear device memory that grows when more is asked for; the content is lost then.

@@ -1,140 +1,60 @@
 // Images in device memory.
 
+#include <algorithm>
+
 #include "gpulib/Device/Cuda/CudaBackend.h"
 #include "gpulib/Device/Cuda/CudaClock.h"
 #include "gpulib/Device/DeviceError.h"
 
-namespace
-{
-std::size_t RowBytes(const DeviceImage& rImage)
-{
-    return std::size_t(rImage.iWidth) * rImage.iChannels * rImage.iBytes;
-}
-
-std::size_t CountRows(const DeviceImage& rImage)
-{
-    return std::size_t(rImage.iHeight) * rImage.iDepth * rImage.iLanes;
-}
-
-/// Host memory with all values of a one-lane image, tightly packed.
-template <class T>
-HostRows<T> PackedRows(const DeviceImage& rImage, T* pValues)
-{
-    const std::size_t tWidth = rImage.iWidth;
-    return {pValues, tWidth, tWidth * rImage.iHeight, 1};
-}
-}  // namespace
-
-cudaError_t CCudaBackend::mWait() const
-{
-    const CHostSpan aSpan(g_acWait);
-    return cudaStreamSynchronize(mStream());
-}
-
-bool CCudaBackend::mCreateArray(DeviceImage& rImage)
+/// Lanes come in whole groups.
+bool CCudaBackend::mCreate(DeviceImage& rImage, const char* pcKind)
 {
     if (!mOpenDevice()) return false;
-    if (!rImage.bSampled) return mCreateLinear(rImage, "array");
-    if (rImage.iChannels != 1 || rImage.iBytes != 4 || rImage.iDepth != 1)
-        return DeviceFail("create sampled array: %d channels of %d bytes, %d slices",
-                          rImage.iChannels, rImage.iBytes, rImage.iDepth);
-    return mCreateLayered(rImage);
-}
-
-bool CCudaBackend::mCreatePitched(DeviceImage& rImage)
-{
-    return mOpenDevice() && mCreateLinear(rImage, "buffer");
-}
-
-bool CCudaBackend::mCreateLinear(DeviceImage& rImage, const char* pcKind)
-{
-    void* pvData = nullptr;
-    std::size_t tPitch = 0;
-    if (!CudaOk(cudaMallocPitch(&pvData, &tPitch, RowBytes(rImage), CountRows(rImage)),
+    if (rImage.bBatch) rImage.iLanes = CountGroups(rImage) * g_iGroupLanes;
+    rImage.tPitch = std::size_t(rImage.iWidth) * rImage.iChannels * rImage.iBytes *
+                    (rImage.bBatch ? g_iGroupLanes : 1);
+    // Rows of one pixel are read as if they had another, which has no weight.
+    constexpr std::size_t tBehind = g_iGroupLanes * sizeof(float);
+    const std::size_t tBytes = CountBytes(rImage);
+    Device& rDevice = *mDevice();
+    if (!CudaOk(cudaMallocAsync(&rImage.pvData, std::max(tBytes, tBytes + tBehind),
+                                rDevice.pStream.get()),
                 "create %s: %d x %d x %d, %d rows", pcKind, rImage.iWidth, rImage.iHeight,
                 rImage.iDepth, rImage.iLanes))
         return false;
-    rImage.pvData = pvData;
-    rImage.tPitch = tPitch;
-    rImage.bSampled = false;
-    if (Clear(rImage)) return true;
-    Free(rImage);
-    return false;
-}
-
-bool CCudaBackend::mCreateLayered(DeviceImage& rImage)
-{
-    int& riImages = mDevice()->iSampledImages;
-    ++riImages;  // Free() counts it down
-    const cudaChannelFormatDesc aFormat = cudaCreateChannelDesc<float>();
-    const cudaExtent aExtent = {std::size_t(rImage.iWidth), std::size_t(rImage.iHeight),
-                                std::size_t(rImage.iLanes)};
-    cudaArray_t pArray = nullptr;
-    if (!CudaOk(cudaMalloc3DArray(&pArray, &aFormat, aExtent,
-                                  cudaArrayLayered | cudaArraySurfaceLoadStore),
-                "create array: %d x %d, %d rows", rImage.iWidth, rImage.iHeight, rImage.iLanes))
-    {
-        --riImages;
-        return false;
-    }
-    rImage.pvData = pArray;
-    cudaResourceDesc aResource = {};
-    aResource.resType = cudaResourceTypeArray;
-    aResource.res.array.array = pArray;
-    cudaTextureDesc aTexture = {};
-    aTexture.addressMode[0] = aTexture.addressMode[1] = cudaAddressModeClamp;
-    aTexture.filterMode = m_bExact ? cudaFilterModePoint : cudaFilterModeLinear;
-    aTexture.readMode = cudaReadModeElementType;
-    cudaTextureObject_t uiTexture = 0;
-    cudaSurfaceObject_t uiSurface = 0;
-    bool bDone = CudaOk(cudaCreateTextureObject(&uiTexture, &aResource, &aTexture, nullptr),
-                        "create texture");
-    rImage.uiTexture = uiTexture;
-    bDone = bDone && CudaOk(cudaCreateSurfaceObject(&uiSurface, &aResource), "create surface");
-    rImage.uiSurface = uiSurface;
-    if (bDone && Clear(rImage)) return true;
+    rDevice.iBatchImages += rImage.bBatch;  // Free() counts it down
+    if (CudaOk(cudaMemsetAsync(rImage.pvData, 0, tBytes + tBehind, rDevice.pStream.get()), "clear"))
+        return true;
     Free(rImage);
     return false;
 }
 
 bool CCudaBackend::mCreateLent(DeviceImage& rImage, const void* pvSource)
 {
-    rImage.bSampled = true;
-    if (!CreateArray(rImage)) return false;
+    if (!Create(rImage)) return false;
     if (UploadTable(rImage, pvSource)) return true;
     Free(rImage);
     return false;
 }
 
+/// In the order of the kernels that may be queued. What goes wrong with them shows in the next
+/// operation.
 void CCudaBackend::mFree(DeviceImage& rImage)
 {
-    // Kernels that use it may be queued. What goes wrong with them shows in the next operation.
+    if (rImage.bLent) return;
     Device* const pDevice = mFindDevice();
-    if (pDevice) static_cast<void>(mWait());
-    if (rImage.bSampled)
-    {
-        if (rImage.uiTexture != 0) static_cast<void>(cudaDestroyTextureObject(rImage.uiTexture));
-        if (rImage.uiSurface != 0) static_cast<void>(cudaDestroySurfaceObject(rImage.uiSurface));
-        static_cast<void>(cudaFreeArray(static_cast<cudaArray_t>(rImage.pvData)));
-        // The job is over, whether it has succeeded or not.
-        if (pDevice && --pDevice->iSampledImages == 0) pDevice->aStaging.Drop();
-    }
-    else
-        static_cast<void>(cudaFree(rImage.pvData));
+    static_cast<void>(pDevice ? cudaFreeAsync(rImage.pvData, pDevice->pStream.get())
+                              : cudaFree(rImage.pvData));
+    // After the last one the job is over, whether it has succeeded or not.
+    if (pDevice && rImage.bBatch && --pDevice->iBatchImages == 0) pDevice->aStaging.Drop();
 }
 
 bool CCudaBackend::mClear(const DeviceImage& rImage)
 {
-    const cudaStream_t pStream = mStream();
-    if (!rImage.bSampled)
-        return pStream && CudaOk(cudaMemset2DAsync(rImage.pvData, rImage.tPitch, 0,
-                                                   RowBytes(rImage), CountRows(rImage), pStream),
-                                 "clear");
-    ImageRegion aAll;
-    aAll.aImage = rImage;
-    aAll.iWidth = rImage.iWidth;
-    aAll.iHeight = rImage.iHeight;  // and no rows: all become zero
-    return Scatter(aAll, nullptr, pStream);
+    const Device* const pDevice = mDevice();
+    return pDevice &&
+           CudaOk(cudaMemsetAsync(rImage.pvData, 0, CountBytes(rImage), pDevice->pStream.get()),
+                  "clear");
 }
 
 bool CCudaBackend::mUpload(const DeviceImage& rImage, const HostRows<const float>& rSource, int iX0,
@@ -165,40 +85,32 @@ bool CCudaBackend::FinishDownload()
     return !pDevice || pDevice->aStaging.FinishDownload();  // none: nothing was started
 }
 
+/// Copies all of an image in the order of the kernels; waits where the host has a part in it.
+bool CCudaBackend::mCopyBytes(void* pvDest, const void* pvSource, const DeviceImage& rImage,
+                              cudaMemcpyKind eKind, const char* pcWhat) const
+{
+    const Device* const pDevice = mDevice();
+    if (!pDevice || !CudaOk(cudaMemcpyAsync(pvDest, pvSource, CountBytes(rImage), eKind,
+                                            pDevice->pStream.get()),
+                            "%s", pcWhat))
+        return false;
+    if (eKind == cudaMemcpyDeviceToDevice) return true;
+    const CHostSpan aSpan(g_acWait);
+    return CudaOk(cudaStreamSynchronize(pDevice->pStream.get()), "%s: wait for the kernels",
+                  pcWhat);
+}
+
 bool CCudaBackend::mCopy(const DeviceImage& rDest, const DeviceImage& rSource)
 {
-    if (rDest.bSampled || rSource.bSampled) return CopyTexels(rDest, rSource, mStream());
-    const cudaStream_t pStream = mStream();
-    return pStream && CudaOk(cudaMemcpy2DAsync(rDest.pvData, rDest.tPitch, rSource.pvData,
-                                               rSource.tPitch, RowBytes(rDest), CountRows(rDest),
-                                               cudaMemcpyDeviceToDevice, pStream),
-                             "copy");
+    return mCopyBytes(rDest.pvData, rSource.pvData, rDest, cudaMemcpyDeviceToDevice, "copy");
 }
 
 bool CCudaBackend::mUploadTable(const DeviceImage& rImage, const void* pvSource)
 {
-    if (rImage.bSampled)
-        return Upload(rImage, PackedRows(rImage, static_cast<const float*>(pvSource)), 0, 0,
-                      rImage.iWidth, rImage.iHeight);
-    const cudaStream_t pStream = mStream();
-    return pStream &&
-           CudaOk(cudaMemcpy2DAsync(rImage.pvData, rImage.tPitch, pvSource, RowBytes(rImage),
-                                    RowBytes(rImage), CountRows(rImage), cudaMemcpyHostToDevice,
-                                    pStream),
-                  "upload table") &&
-           CudaOk(mWait(), "upload table");
+    return mCopyBytes(rImage.pvData, pvSource, rImage, cudaMemcpyHostToDevice, "upload table");
 }
 
 bool CCudaBackend::mDownloadTable(const DeviceImage& rImage, void* pvDest)
 {
-    if (rImage.bSampled)
-        return Download(rImage, PackedRows(rImage, static_cast<float*>(pvDest)), 0, 0,
-                        rImage.iWidth, rImage.iHeight);
-    const cudaStream_t pStream = mStream();
-    return pStream &&
-           CudaOk(cudaMemcpy2DAsync(pvDest, RowBytes(rImage), rImage.pvData, rImage.tPitch,
-                                    RowBytes(rImage), CountRows(rImage), cudaMemcpyDeviceToHost,
-                                    pStream),
-                  "download table") &&
-           CudaOk(mWait(), "download table: wait for the kernels");
+    return mCopyBytes(pvDest, rImage.pvData, rImage, cudaMemcpyDeviceToHost, "download table");
 }

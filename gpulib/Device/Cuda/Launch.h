@@ -9,18 +9,17 @@
 #include "gpulib/Device/Cuda/CudaClock.h"
 
 // How kernels are launched. A kernel computes its indices, checks them and calls its body; the body
-// is an inline function of these indices, the parameters and, where it samples, the sampler.
+// is an inline function of these indices and the parameters.
 
 constexpr int g_iThreads = 256;  ///< of a block, in every kernel
 
-/// Blocks for iItems threads.
-inline unsigned int BlocksFor(long long iItems)
+/// Blocks for so many items.
+inline unsigned int BlocksFor(long long iItems, int iPerBlock = g_iThreads)
 {
-    return static_cast<unsigned int>((iItems + g_iThreads - 1) / g_iThreads);
+    return static_cast<unsigned int>((iItems + iPerBlock - 1) / iPerBlock);
 }
 
 /// Starts a kernel on a stream and returns at once.
-/// \param pStream  null: false, for a reason that is noted already
 /// \param pcName   lives as long as the program
 /// \param tShared  bytes of shared memory of a block
 template <class... PARAMS>
@@ -28,7 +27,6 @@ template <class... PARAMS>
                           void (*pKernel)(PARAMS...),
                           const std::type_identity_t<std::decay_t<PARAMS>>&... rParams)
 {
-    if (!pStream) return false;
     cudaLaunchConfig_t aConfig = {};
     aConfig.gridDim = aGrid;
     aConfig.blockDim = dim3(g_iThreads, 1, 1);

@@ -2,7 +2,7 @@
 
 #include "gpulib/Device/Backend.h"
 
-std::unique_ptr<CBackend> MakeCudaBackend(bool, int, std::string& rReason)
+std::unique_ptr<CBackend> MakeCudaBackend(int, std::string& rReason, unsigned)
 {
     rReason = "built without CUDA";
     return nullptr;

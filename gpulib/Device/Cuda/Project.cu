@@ -6,45 +6,35 @@
 
 namespace
 {
-template <class SAMPLER>
+constexpr int g_iRays = g_iThreads / g_iQuads;  // or columns of voxels, of a block
+
 __global__ void __launch_bounds__(g_iThreads)
     ForwardKernel(const __grid_constant__ ForwardParams aP)
 {
-    const int iX = blockIdx.x * g_iThreads + threadIdx.x;
-    if (iX < aP.iProjX) ForwardBody<SAMPLER>(iX, blockIdx.y, blockIdx.z, aP);
+    const int iX = blockIdx.x * g_iRays + threadIdx.x / g_iQuads;
+    if (iX < aP.iProjX) ForwardBody(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
 }
 
-constexpr int g_iBackColumns =
-    32;  // a block is nearly square: fewest detector pixels for its reads
-constexpr int g_iBackRows = g_iThreads / g_iBackColumns * g_iBackVoxels;
-
-template <class SAMPLER, EUpdate UPDATE>
-__global__ void __launch_bounds__(g_iThreads) BackKernel(const __grid_constant__ BackParams aP)
-{
-    const int iX = blockIdx.x * g_iBackColumns + threadIdx.x % g_iBackColumns;
-    const int iZ = blockIdx.y * g_iBackRows + threadIdx.x / g_iBackColumns * g_iBackVoxels;
-    if (iX < aP.iVolX && iZ < aP.iVolZ) BackBody<SAMPLER, UPDATE>(iX, iZ, blockIdx.z, aP);
-}
-
+/// Three blocks to a multiprocessor: without that bound registers would leave room for two.
 template <EUpdate UPDATE>
-auto BackKernelFor(bool bExact)
+__global__ void __launch_bounds__(g_iThreads, 3) BackKernel(const __grid_constant__ BackParams aP)
 {
-    return bExact ? BackKernel<ExactSampler, UPDATE> : BackKernel<FilterSampler, UPDATE>;
+    const int iX = blockIdx.x * g_iRays + threadIdx.x / g_iQuads, iZ = blockIdx.y * g_iBackVoxels;
+    if (iX < aP.iVolX) BackBody<UPDATE>(iX, iZ, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
 }
 }  // namespace
 
 bool CCudaBackend::mForwardProject(const ForwardParams& rP)
 {
-    const dim3 aGrid(BlocksFor(rP.iProjX), rP.iEnd - rP.iFirst, rP.aSums.iLanes);
-    return Launch("ForwardProject", mStream(), aGrid, 0,
-                  m_bExact ? ForwardKernel<ExactSampler> : ForwardKernel<FilterSampler>, rP);
+    const dim3 aGrid(BlocksFor(rP.iProjX, g_iRays), rP.iEnd - rP.iFirst, CountGroups(rP.aSums));
+    return mLaunch("ForwardProject", aGrid, 0, ForwardKernel, rP);
 }
 
 bool CCudaBackend::mBackProject(const BackParams& rP)
 {
-    const dim3 aGrid((rP.iVolX + g_iBackColumns - 1) / g_iBackColumns,
-                     (rP.iVolZ + g_iBackRows - 1) / g_iBackRows, rP.iRows);
-    const auto pKernel = rP.eUpdate == EUpdate::eSart ? BackKernelFor<EUpdate::eSart>(m_bExact)
-                                                      : BackKernelFor<EUpdate::eEm>(m_bExact);
-    return Launch("BackProject", mStream(), aGrid, 0, pKernel, rP);
+    const dim3 aGrid(BlocksFor(rP.iVolX, g_iRays), BlocksFor(rP.iVolZ, g_iBackVoxels),
+                     BlocksFor(rP.iRows, g_iGroupLanes));
+    const auto pKernel =
+        rP.eUpdate == EUpdate::eSart ? BackKernel<EUpdate::eSart> : BackKernel<EUpdate::eEm>;
+    return mLaunch("BackProject", aGrid, 0, pKernel, rP);
 }

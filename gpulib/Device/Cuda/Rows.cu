@@ -8,65 +8,74 @@ extern __shared__ float s_afShared[];  // as large as the launch says
 
 namespace
 {
+constexpr int g_iColumns = g_iThreads / g_iQuads;  // of a block
+
 __global__ void __launch_bounds__(g_iThreads)
     CombineKernel(const __grid_constant__ CombineParams aP)
 {
-    const int iX = blockIdx.x * g_iThreads + threadIdx.x;
-    if (iX < aP.iProjX) CombineBody(iX, blockIdx.y, blockIdx.z, aP);
+    const int iX = blockIdx.x * g_iColumns + threadIdx.x / g_iQuads;
+    if (iX < aP.iProjX) CombineBody(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
 }
 
 __global__ void __launch_bounds__(g_iThreads) WeightKernel(const __grid_constant__ WeightParams aP)
 {
-    const int iX = blockIdx.x * g_iThreads + threadIdx.x;
-    if (iX < aP.iProjX) WeightBody(iX, blockIdx.y, blockIdx.z, aP);
+    const int iX = blockIdx.x * g_iColumns + threadIdx.x / g_iQuads;
+    if (iX < aP.iProjX) WeightBody(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
 }
 
-/// One block for each list position and row of the batch.
-__global__ void __launch_bounds__(g_iThreads)
-    SumAbsKernel(const __grid_constant__ SumAbsParams aP, float* pfTotals)
+/// One block for each list position, which takes one group of rows after the other and adds their
+/// totals to the accumulator in the order of the rows. A thread has eight of the 256 partial sums,
+/// 32 apart, of four rows: it adds the first halves alone.
+__global__ void __launch_bounds__(g_iThreads) SumAbsKernel(const __grid_constant__ SumAbsParams aP)
 {
-    const int iThread = threadIdx.x, iPosition = blockIdx.x, iLane = blockIdx.y;
+    const int iThread = threadIdx.x;
+    double* const pdAccum = reinterpret_cast<double*>(RowOf(aP.aAccum, aP.iIter)) + blockIdx.x;
     int iProj;
-    const bool bThere = ReadIndex(aP.aProjIndex, iPosition, aP.aSource.iHeight, iProj);
-    s_afShared[iThread] = bThere ? SumAbsPartial(iThread, iProj, iLane, aP) : 0.0f;
-    __syncthreads();
-    for (int iStride = g_iThreads / 2; iStride > 0; iStride /= 2)
+    if (!ReadIndex(aP.aProjIndex, blockIdx.x, aP.aSource.iHeight, iProj)) return;
+    for (int iRow = 0; iRow < aP.iRows; iRow += g_iGroupLanes)
     {
-        AddHalf(iThread, iStride, s_afShared);
+        const RowQuad aRows = RowQuad::Of(iRow / g_iGroupLanes, iThread);
+        constexpr int iSums = g_iPartialSums / g_iColumns;
+        Quad aaSum[iSums];
+#pragma unroll
+        for (int k = 0; k < iSums; ++k)
+            aaSum[k] = SumAbsPartial(iThread / g_iQuads + k * g_iColumns, iProj, aRows, aP);
+#pragma unroll
+        for (int iStride = iSums / 2; iStride > 0; iStride /= 2)
+            for (int k = 0; k < iStride; ++k) AddWeighted(aaSum[k], 1.0f, aaSum[k + iStride]);
+        Store(s_afShared + iThread * 4, aaSum[0]);  // [column][row]
+        __syncthreads();
+        for (int iStride = g_iColumns / 2; iStride > 0; iStride /= 2)
+        {
+            for (int i = iThread; i < iStride * g_iGroupLanes; i += g_iThreads)
+                AddHalf(i, iStride * g_iGroupLanes, s_afShared);
+            __syncthreads();
+        }
+        for (int l = 0; iThread == 0 && l < min(g_iGroupLanes, aP.iRows - iRow); ++l)
+            *pdAccum += static_cast<double>(s_afShared[l]);
         __syncthreads();
     }
-    if (iThread == 0)
-        pfTotals[static_cast<std::size_t>(iPosition) * aP.iRows + iLane] = s_afShared[0];
 }
 
-__global__ void __launch_bounds__(g_iThreads)
-    AddTotalsKernel(const __grid_constant__ SumAbsParams aP, const float* pfTotals)
+dim3 GridFor(const DeviceImage& rImage, int iProjX, int iRows)
 {
-    const int iPosition = blockIdx.x * g_iThreads + threadIdx.x;
-    if (iPosition < aP.iProjs) AddTotals(iPosition, pfTotals, aP);
+    return dim3(BlocksFor(iProjX, g_iColumns), iRows, CountGroups(rImage));
 }
 }  // namespace
 
 bool CCudaBackend::mCombine(const CombineParams& rP)
 {
-    const dim3 aGrid(BlocksFor(rP.iProjX), rP.iEnd - rP.iFirst, rP.aOut.iLanes);
-    return Launch("Combine", mStream(), aGrid, 0, CombineKernel, rP);
+    return mLaunch("Combine", GridFor(rP.aSums, rP.iProjX, rP.iEnd - rP.iFirst), 0, CombineKernel,
+                   rP);
 }
 
 bool CCudaBackend::mWeight(const WeightParams& rP)
 {
-    const dim3 aGrid(BlocksFor(rP.iProjX), rP.iEnd - rP.iFirst, rP.aOut.iLanes);
-    return Launch("Weight", mStream(), aGrid, 0, WeightKernel, rP);
+    return mLaunch("Weight", GridFor(rP.aOut, rP.iProjX, rP.iEnd - rP.iFirst), 0, WeightKernel, rP);
 }
 
 bool CCudaBackend::mSumAbs(const SumAbsParams& rP)
 {
-    Device* const pDevice = mDevice();
-    if (!pDevice) return false;
-    CCudaBuffer& rTotals = pDevice->aTotals;
-    if (!rTotals.Reserve(std::size_t(rP.iProjs) * rP.iRows * sizeof(float))) return false;
-    return Launch("SumAbs", mStream(), dim3(rP.iProjs, rP.iRows, 1), g_iThreads * sizeof(float),
-                  SumAbsKernel, rP, rTotals.GetFloats()) &&
-           Launch("SumAbs", mStream(), dim3(BlocksFor(rP.iProjs), 1, 1), 0, AddTotalsKernel, rP,
-                  rTotals.GetFloats());
+    return mLaunch("SumAbs", dim3(rP.iProjs, 1, 1), 4 * g_iThreads * sizeof(float), SumAbsKernel,
+                   rP);
 }

@@ -19,5 +19,5 @@ bool CCudaBackend::mSmooth(const SmoothParams& rP)
 {
     const dim3 aGrid(BlocksFor(rP.aVol.iWidth) * rP.aVol.iHeight,
                      (rP.aVol.iDepth + g_iSmoothVoxels - 1) / g_iSmoothVoxels, 1);
-    return Launch("Smooth", mStream(), aGrid, 0, SmoothKernel, rP);
+    return mLaunch("Smooth", aGrid, 0, SmoothKernel, rP);
 }

@@ -7,18 +7,6 @@
 
 constexpr int g_iSmoothVoxels = 4;  ///< along Z; one thread reads a weight once for all of them
 
-CUDA_FN int ClampIndex(int i, int iSize)
-{
-    return i < 0 ? 0 : (i < iSize ? i : iSize - 1);
-}
-
-/// Row iY of slice iZ, the nearest one where the volume has none.
-CUDA_FN const float* VolumeRow(const DeviceImage& rVol, int iY, int iZ)
-{
-    const int iRow = ClampIndex(iZ, rVol.iDepth) * rVol.iHeight + ClampIndex(iY, rVol.iHeight);
-    return TableRow<float>(rVol, iRow);
-}
-
 /// Voxels (iX, iY, iZ), (iX, iY, iZ + 1), ... of the result.
 CUDA_FN void SmoothBody(int iX, int iY, int iZ, const SmoothParams& rP)
 {
@@ -41,6 +29,5 @@ CUDA_FN void SmoothBody(int iX, int iY, int iZ, const SmoothParams& rP)
             }
         }
     for (int v = 0; v < g_iSmoothVoxels; ++v)
-        if (iZ + v < rVol.iDepth)
-            StoreTexel(rP.aOut, iX, (iZ + v) * rVol.iHeight + iY, 0, afSum[v]);
+        if (iZ + v < rVol.iDepth) RowOf(rP.aOut, (iZ + v) * rVol.iHeight + iY)[iX] = afSum[v];
 }

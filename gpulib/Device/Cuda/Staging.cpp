@@ -1,19 +1,22 @@
 #include "gpulib/Device/Cuda/Staging.h"
 
 #include <algorithm>
-#include <cstring>
+#include <type_traits>
+#include <utility>
 
 #include "gpulib/Device/Cuda/CudaClock.h"
 #include "gpulib/Device/DeviceError.h"
 
 namespace
 {
-/// Calls fRun(pHost, tOffset, tRun) for the pieces of host memory that make up the values [tFirst,
-/// tFirst + tCount) of an image in the order [y][lane][x]; tOffset counts from tFirst.
-template <class T, class F>
-void ForEachRun(const HostRows<T>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
-                F fRun)
+/// Copies the values [tFirst, tFirst + tCount) of an image in the order [y][lane][x] from host
+/// memory to pfPinned, or back where that is not const.
+template <class T>
+void MoveRuns(const HostRows<T>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
+              float* pfPinned)
 {
+    constexpr bool bPack = std::is_const_v<T>;
+    const CHostSpan aSpan(bPack ? g_acPack : g_acUnpack);
     const std::size_t tWidth = iWidth, tSlice = tWidth * rRows.iLanes;
     const bool bWhole = rRows.tStrideLane == tWidth;  // the rows of a batch are neighbours
     for (std::size_t t = 0; t < tCount;)
@@ -22,27 +25,12 @@ void ForEachRun(const HostRows<T>& rRows, int iWidth, std::size_t tFirst, std::s
         T* const pHost = rRows.pData + (tFirst + t) / tSlice * rRows.tStrideY +
                          tInSlice / tWidth * rRows.tStrideLane + tX;
         const std::size_t tRun = std::min(tCount - t, bWhole ? tSlice - tInSlice : tWidth - tX);
-        fRun(pHost, t, tRun);
+        if constexpr (bPack)
+            std::copy_n(pHost, tRun, pfPinned + t);
+        else
+            std::copy_n(pfPinned + t, tRun, pHost);
         t += tRun;
     }
-}
-
-void Pack(const HostRows<const float>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
-          float* pfPinned)
-{
-    const CHostSpan aSpan(g_acPack);
-    ForEachRun(rRows, iWidth, tFirst, tCount,
-               [=](const float* pfHost, std::size_t tOffset, std::size_t tRun)
-               { std::memcpy(pfPinned + tOffset, pfHost, tRun * sizeof(float)); });
-}
-
-void Unpack(const HostRows<float>& rRows, int iWidth, std::size_t tFirst, std::size_t tCount,
-            const float* pfPinned)
-{
-    const CHostSpan aSpan(g_acUnpack);
-    ForEachRun(rRows, iWidth, tFirst, tCount,
-               [=](float* pfHost, std::size_t tOffset, std::size_t tRun)
-               { std::memcpy(pfHost, pfPinned + tOffset, tRun * sizeof(float)); });
 }
 
 template <class T>
@@ -63,6 +51,12 @@ HostRows<T> LinesOf(HostRows<T> aRows, int iFirst)
 {
     aRows.pData += aRows.tStrideY * iFirst;
     return aRows;
+}
+
+/// Whether all before the event is done; what went wrong shows in the next operation.
+bool IsDone(const CudaEvent& rEvent)
+{
+    return cudaEventQuery(rEvent.get()) != cudaErrorNotReady;
 }
 
 bool WaitFor(const CudaEvent& rEvent, const char* pcWhat)
@@ -87,33 +81,27 @@ bool CopyValues(float* pfDest, const float* pfSource, std::size_t tCount, cudaMe
 bool CStaging::Create(cudaStream_t pCompute)
 {
     m_pCompute = pCompute;
-    const auto MakeChunk = [](Chunk& rChunk)
+    for (Chunk* const pChunk :
+         {&m_aUpChunks[0], &m_aUpChunks[1], &m_aDownChunks[0], &m_aDownChunks[1]})
     {
         void* pvData = nullptr;
         // The host sleeps until a copy is done: one core for each GPU would be busy otherwise.
-        if (!MakeEvent(rChunk.pCopied, cudaEventDisableTiming | cudaEventBlockingSync) ||
+        if (!MakeEvent(pChunk->pCopied, cudaEventDisableTiming | cudaEventBlockingSync) ||
             !CudaOk(cudaMallocHost(&pvData, m_tChunk * sizeof(float)), "pin %zu MiB",
                     m_tChunk * sizeof(float) >> 20))
             return false;
-        rChunk.pvData.reset(pvData);
-        return true;
-    };
-    for (Chunk& rChunk : m_aUpChunks)
-        if (!MakeChunk(rChunk)) return false;
-    for (Chunk& rChunk : m_aDownChunks)
-        if (!MakeChunk(rChunk)) return false;
+        pChunk->pvData.reset(pvData);
+    }
     for (Slot& rSlot : m_aSlots)
         if (!MakeEvent(rSlot.pArrived) || !MakeEvent(rSlot.pConsumed)) return false;
-    return MakeStream(m_pUp) && MakeStream(m_pDown) && MakeEvent(m_pGathered);
+    return MakeStream(m_pUp) && MakeStream(m_pDown) && MakeEvent(m_pGathered) && MakeEvent(m_pMark);
 }
 
 void CStaging::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
 {
-    Slot* const pSlot = mFindFree(CountValues(rSource, iWidth, iHeight) * sizeof(float));
-    if (!pSlot) return;
-    pSlot->bFull = mStage(*pSlot, rSource, iWidth, iHeight);
+    Slot* const pSlot = mFind(IsFree);
     // The Upload() will try again and say what is wrong.
-    if (!pSlot->bFull) static_cast<void>(TakeDeviceError());
+    if (pSlot && !mTake(*pSlot, rSource, iWidth, iHeight)) static_cast<void>(TakeDeviceError());
 }
 
 /// Moves the halves of a region, one after the other, when the whole does not fit into what is left
@@ -129,75 +117,76 @@ bool CStaging::mSplit(int iHeight, F fMove)
 bool CStaging::Upload(const ImageRegion& rRegion, const HostRows<const float>& rSource)
 {
     const int iWidth = rRegion.iWidth, iHeight = rRegion.iHeight;
-    Slot* pSlot = mFindPrefetched(rSource, iWidth, iHeight);
+    Slot* pSlot = mFind(
+        [&](const Slot& r)
+        { return r.bTaken && r.aSource == rSource && r.iWidth == iWidth && r.iHeight == iHeight; });
     if (!pSlot)
     {
-        pSlot = mFindFree(CountValues(rSource, iWidth, iHeight) * sizeof(float));
-        if (!pSlot)  // prefetched values that nobody has asked for yet
-        {
-            pSlot = &m_aSlots[0];
-            pSlot->bFull = false;
-        }
-        if (!pSlot->aValues.Reserve(CountValues(rSource, iWidth, iHeight) * sizeof(float)))
+        pSlot = mFind(IsFree);
+        if (!pSlot) pSlot = &m_aSlots[0];  // prefetched values that nobody has asked for yet
+        if (!mTake(*pSlot, rSource, iWidth, iHeight))
             return mSplit(
                 iHeight, [&](int iFirst, int iEnd)
                 { return Upload(LinesOf(rRegion, iFirst, iEnd), LinesOf(rSource, iFirst)); });
-        if (!mStage(*pSlot, rSource, iWidth, iHeight)) return false;
     }
-    pSlot->bFull = false;
-    return CudaOk(cudaStreamWaitEvent(m_pCompute, pSlot->pArrived.get(), 0), "upload: wait") &&
+    while (pSlot->tStaged < pSlot->tValues)
+        if (!mStageChunk(*pSlot)) return false;
+    pSlot->bTaken = false;
+    return CudaOk(cudaEventRecord(pSlot->pArrived.get(), m_pUp.get()), "stage: record") &&
+           CudaOk(cudaStreamWaitEvent(m_pCompute, pSlot->pArrived.get(), 0), "upload: wait") &&
            Scatter(rRegion, pSlot->aValues.GetFloats(), m_pCompute) &&
            CudaOk(cudaEventRecord(pSlot->pConsumed.get(), m_pCompute), "upload: record");
 }
 
-CStaging::Slot* CStaging::mFindPrefetched(const HostRows<const float>& rSource, int iWidth,
-                                          int iHeight)
+/// The first slot of which that is true, or null.
+template <class F>
+CStaging::Slot* CStaging::mFind(F fIs)
 {
-    for (Slot& rSlot : m_aSlots)
-        if (rSlot.bFull && rSlot.aSource.pData == rSource.pData &&
-            rSlot.aSource.tStrideY == rSource.tStrideY &&
-            rSlot.aSource.tStrideLane == rSource.tStrideLane &&
-            rSlot.aSource.iLanes == rSource.iLanes && rSlot.iWidth == iWidth &&
-            rSlot.iHeight == iHeight)
-            return &rSlot;
-    return nullptr;
+    const auto iSlot = std::ranges::find_if(m_aSlots, fIs);
+    return iSlot == m_aSlots.end() ? nullptr : &*iSlot;
 }
 
-/// The smallest free slot that is large enough, or else the smallest one, which will grow.
-CStaging::Slot* CStaging::mFindFree(std::size_t tBytes)
+/// Takes a slot for values to come; false when there is no room for them.
+bool CStaging::mTake(Slot& rSlot, const HostRows<const float>& rSource, int iWidth, int iHeight)
 {
-    Slot* pBest = nullptr;
-    const auto IsBetter = [&](const Slot& rSlot)
-    {
-        const std::size_t tHas = rSlot.aValues.GetBytes(), tBest = pBest->aValues.GetBytes();
-        return (tHas >= tBytes) == (tBest >= tBytes) ? tHas < tBest : tHas >= tBytes;
-    };
-    for (Slot& rSlot : m_aSlots)
-        if (!rSlot.bFull && (!pBest || IsBetter(rSlot))) pBest = &rSlot;
-    return pBest;
-}
-
-bool CStaging::mStage(Slot& rSlot, const HostRows<const float>& rSource, int iWidth, int iHeight)
-{
-    const std::size_t tValues = CountValues(rSource, iWidth, iHeight);
     rSlot.aSource = rSource;
     rSlot.iWidth = iWidth;
     rSlot.iHeight = iHeight;
-    if (!rSlot.aValues.Reserve(tValues * sizeof(float)) ||
-        !CudaOk(cudaStreamWaitEvent(m_pUp.get(), rSlot.pConsumed.get(), 0), "stage: wait"))
-        return false;
-    for (std::size_t t = 0; t < tValues; t += m_tChunk)
+    rSlot.tValues = CountValues(rSource, iWidth, iHeight);
+    rSlot.tStaged = 0;
+    rSlot.bTaken =
+        rSlot.aValues.Reserve(rSlot.tValues * sizeof(float)) &&
+        CudaOk(cudaStreamWaitEvent(m_pUp.get(), rSlot.pConsumed.get(), 0), "stage: wait");
+    return rSlot.bTaken;
+}
+
+bool CStaging::mStageChunk(Slot& rSlot)
+{
+    Chunk& rChunk = m_aUpChunks[m_iUpChunk];
+    m_iUpChunk ^= 1;
+    const std::size_t tFirst = rSlot.tStaged, tCount = std::min(m_tChunk, rSlot.tValues - tFirst);
+    rSlot.bTaken = false;  // after a failure
+    if (!WaitFor(rChunk.pCopied, "stage: wait for a chunk")) return false;
+    MoveRuns(rSlot.aSource, rSlot.iWidth, tFirst, tCount, rChunk.GetFloats());
+    rSlot.tStaged += tCount;
+    rSlot.bTaken = CopyValues(rSlot.aValues.GetFloats() + tFirst, rChunk.GetFloats(), tCount,
+                              cudaMemcpyHostToDevice, m_pUp.get(), rChunk.pCopied);
+    return rSlot.bTaken;
+}
+
+/// A chunk takes the host as long as many kernels of a small set take the device.
+bool CStaging::Advance()
+{
+    constexpr int iFarBehind = 64;
+    if (++m_iSince < iFarBehind) return true;
+    if (IsDone(m_pMark))
     {
-        Chunk& rChunk = m_aUpChunks[m_iUpChunk];
-        m_iUpChunk ^= 1;
-        if (!WaitFor(rChunk.pCopied, "stage: wait for a chunk")) return false;
-        const std::size_t tCount = std::min(m_tChunk, tValues - t);
-        Pack(rSource, iWidth, t, tCount, rChunk.GetFloats());
-        if (!CopyValues(rSlot.aValues.GetFloats() + t, rChunk.GetFloats(), tCount,
-                        cudaMemcpyHostToDevice, m_pUp.get(), rChunk.pCopied))
-            return false;
+        m_iSince = 0;
+        return CudaOk(cudaEventRecord(m_pMark.get(), m_pCompute), "mark kernels");
     }
-    return CudaOk(cudaEventRecord(rSlot.pArrived.get(), m_pUp.get()), "stage: record");
+    if (m_tPending > 0 && IsDone(mDownChunk().pCopied)) return mUnpackChunk();
+    Slot* const pSlot = mFind(IsUnstaged);
+    return !pSlot || !IsDone(m_aUpChunks[m_iUpChunk].pCopied) || mStageChunk(*pSlot);
 }
 
 bool CStaging::StartDownload(const ImageRegion& rRegion, const HostRows<float>& rDest)
@@ -208,41 +197,52 @@ bool CStaging::StartDownload(const ImageRegion& rRegion, const HostRows<float>& 
         return mSplit(
             rRegion.iHeight, [&](int iFirst, int iEnd)
             { return StartDownload(LinesOf(rRegion, iFirst, iEnd), LinesOf(rDest, iFirst)); });
-    m_bPending = Gather(rRegion, m_aOutgoing.GetFloats(), m_pCompute) &&
-                 CudaOk(cudaEventRecord(m_pGathered.get(), m_pCompute), "download: record");
-    m_aPending = rRegion;
+    if (!Gather(rRegion, m_aOutgoing.GetFloats(), m_pCompute)) return false;
     m_aDest = rDest;
-    return m_bPending;
+    m_iWidth = rRegion.iWidth;
+    m_tQueued = m_tUnpacked = 0;
+    m_tPending = tValues;
+    return CudaOk(cudaEventRecord(m_pGathered.get(), m_pCompute), "download: record") &&
+           CudaOk(cudaStreamWaitEvent(m_pDown.get(), m_pGathered.get(), 0), "download: wait") &&
+           mQueueChunks();
 }
 
+/// While the host would wait it moves what will be asked for.
 bool CStaging::FinishDownload()
 {
-    if (!m_bPending) return true;
-    m_bPending = false;
-    const int iWidth = m_aPending.iWidth;
-    const std::size_t tValues = CountValues(m_aDest, iWidth, m_aPending.iHeight);
-    const std::size_t tPieces = (tValues + m_tChunk - 1) / m_tChunk;
-    if (!CudaOk(cudaStreamWaitEvent(m_pDown.get(), m_pGathered.get(), 0), "download: wait") ||
-        (tPieces > 0 && !mQueuePiece(0, tValues)))
-        return false;
-    for (std::size_t p = 0; p < tPieces; ++p)
+    while (m_tPending > 0)
     {
-        if (p + 1 < tPieces && !mQueuePiece(p + 1, tValues)) return false;
-        const Chunk& rChunk = m_aDownChunks[p % 2];
-        if (!WaitFor(rChunk.pCopied, "download: wait for the kernels")) return false;
-        Unpack(m_aDest, iWidth, p * m_tChunk, std::min(m_tChunk, tValues - p * m_tChunk),
-               rChunk.GetFloats());
+        Slot* const pSlot = IsDone(mDownChunk().pCopied) ? nullptr : mFind(IsUnstaged);
+        if (!(pSlot ? mStageChunk(*pSlot) : mUnpackChunk())) return false;
     }
     return true;
 }
 
-/// Queues the copy of one piece of the pending download into its pinned chunk.
-bool CStaging::mQueuePiece(std::size_t tPiece, std::size_t tValues)
+/// Queues copies of the pending download into the two pinned chunks.
+bool CStaging::mQueueChunks()
 {
-    const std::size_t tFirst = tPiece * m_tChunk, tCount = std::min(m_tChunk, tValues - tFirst);
-    const Chunk& rChunk = m_aDownChunks[tPiece % 2];
-    return CopyValues(rChunk.GetFloats(), m_aOutgoing.GetFloats() + tFirst, tCount,
-                      cudaMemcpyDeviceToHost, m_pDown.get(), rChunk.pCopied);
+    for (; m_tQueued < std::min(m_tPending, m_tUnpacked + 2 * m_tChunk); m_tQueued += m_tChunk)
+    {
+        const Chunk& rChunk = m_aDownChunks[m_tQueued / m_tChunk % 2];
+        if (!CopyValues(rChunk.GetFloats(), m_aOutgoing.GetFloats() + m_tQueued,
+                        std::min(m_tChunk, m_tPending - m_tQueued), cudaMemcpyDeviceToHost,
+                        m_pDown.get(), rChunk.pCopied))
+            return false;
+    }
+    return true;
+}
+
+/// Brings the next chunk of the pending download home; after a failure none is pending.
+bool CStaging::mUnpackChunk()
+{
+    const std::size_t tAll = std::exchange(m_tPending, 0);
+    const Chunk& rChunk = mDownChunk();
+    if (!WaitFor(rChunk.pCopied, "download: wait for the kernels")) return false;
+    const std::size_t tCount = std::min(m_tChunk, tAll - m_tUnpacked);
+    MoveRuns(m_aDest, m_iWidth, m_tUnpacked, tCount, rChunk.GetFloats());
+    m_tUnpacked += tCount;
+    if (m_tUnpacked < tAll) m_tPending = tAll;
+    return mQueueChunks();
 }
 
 void CStaging::Drop()
@@ -251,11 +251,11 @@ void CStaging::Drop()
     static_cast<void>(cudaStreamSynchronize(m_pUp.get()));
     static_cast<void>(cudaStreamSynchronize(m_pDown.get()));
     static_cast<void>(cudaStreamSynchronize(m_pCompute));
-    m_bPending = false;
+    m_tPending = 0;
     m_aOutgoing.Free();
     for (Slot& rSlot : m_aSlots)
     {
-        rSlot.bFull = false;
+        rSlot.bTaken = false;
         rSlot.aValues.Free();
     }
 }

@@ -4,52 +4,46 @@
 
 namespace
 {
-__device__ __forceinline__ std::size_t LinearIndex(const ImageRegion& rR, int iX, int iY, int iLane)
+/// Lanes of one group of an image.
+__host__ __device__ __forceinline__ int CountLanes(const DeviceImage& rImage)
 {
-    return (static_cast<std::size_t>(iY) * rR.iLanes + iLane) * rR.iWidth + iX;
+    return rImage.iLanes < g_iGroupLanes ? rImage.iLanes : g_iGroupLanes;
 }
 
+/// A thread for each value of a group of lanes, in the order of the image. UP: to the image.
+template <bool UP>
 __global__ void __launch_bounds__(g_iThreads)
-    ScatterKernel(const __grid_constant__ ImageRegion aR, const float* pfLinear)
+    TransferKernel(const __grid_constant__ ImageRegion aR, float* pfLinear)
 {
-    const int iX = blockIdx.x * g_iThreads + threadIdx.x, iY = blockIdx.y, iLane = blockIdx.z;
-    if (iX >= aR.iWidth) return;
-    const float fValue = iLane < aR.iLanes ? pfLinear[LinearIndex(aR, iX, iY, iLane)] : 0.0f;
-    StoreTexel(aR.aImage, aR.iX0 + iX, aR.iY0 + iY, iLane, fValue);
+    const int iLanes = CountLanes(aR.aImage);
+    const int iValue = blockIdx.x * g_iThreads + threadIdx.x, iX = iValue / iLanes;
+    const int iY = blockIdx.y, iInGroup = iValue % iLanes, iLane = blockIdx.z * iLanes + iInGroup;
+    if (iX >= aR.iWidth || (!UP && iLane >= aR.iLanes)) return;
+    float& rfTexel = RowOf(aR.aImage, aR.iY0 + iY,
+                           blockIdx.z)[(static_cast<std::size_t>(aR.iX0) + iX) * iLanes + iInGroup];
+    float* const pfValue =
+        pfLinear + (static_cast<std::size_t>(iY) * aR.iLanes + iLane) * aR.iWidth + iX;
+    if (!UP)
+        *pfValue = rfTexel;
+    else
+        rfTexel = iLane < aR.iLanes ? *pfValue : 0.0f;
 }
 
-__global__ void __launch_bounds__(g_iThreads)
-    GatherKernel(const __grid_constant__ ImageRegion aR, float* pfLinear)
+dim3 GridFor(const ImageRegion& rR)
 {
-    const int iX = blockIdx.x * g_iThreads + threadIdx.x, iY = blockIdx.y, iLane = blockIdx.z;
-    if (iX >= aR.iWidth) return;
-    pfLinear[LinearIndex(aR, iX, iY, iLane)] =
-        LoadTexel(aR.aImage, aR.iX0 + iX, aR.iY0 + iY, iLane);
-}
-
-__global__ void __launch_bounds__(g_iThreads)
-    CopyKernel(const __grid_constant__ DeviceImage aDest,
-               const __grid_constant__ DeviceImage aSource)
-{
-    const int iX = blockIdx.x * g_iThreads + threadIdx.x, iY = blockIdx.y, iLane = blockIdx.z;
-    if (iX < aDest.iWidth) StoreTexel(aDest, iX, iY, iLane, LoadTexel(aSource, iX, iY, iLane));
+    const DeviceImage& rImage = rR.aImage;
+    return dim3(BlocksFor(static_cast<long long>(rR.iWidth) * CountLanes(rImage)), rR.iHeight,
+                CountGroups(rImage));
 }
 }  // namespace
 
-bool Scatter(const ImageRegion& rRegion, const float* pfLinear, cudaStream_t pStream)
+bool Scatter(const ImageRegion& rRegion, float* pfLinear, cudaStream_t pStream)
 {
-    const dim3 aGrid(BlocksFor(rRegion.iWidth), rRegion.iHeight, rRegion.aImage.iLanes);
-    return Launch("upload", pStream, aGrid, 0, ScatterKernel, rRegion, pfLinear);
+    return Launch("upload", pStream, GridFor(rRegion), 0, TransferKernel<true>, rRegion, pfLinear);
 }
 
 bool Gather(const ImageRegion& rRegion, float* pfLinear, cudaStream_t pStream)
 {
-    const dim3 aGrid(BlocksFor(rRegion.iWidth), rRegion.iHeight, rRegion.iLanes);
-    return Launch("download", pStream, aGrid, 0, GatherKernel, rRegion, pfLinear);
-}
-
-bool CopyTexels(const DeviceImage& rDest, const DeviceImage& rSource, cudaStream_t pStream)
-{
-    const dim3 aGrid(BlocksFor(rDest.iWidth), rDest.iHeight, rDest.iLanes);
-    return Launch("copy", pStream, aGrid, 0, CopyKernel, rDest, rSource);
+    return Launch("download", pStream, GridFor(rRegion), 0, TransferKernel<false>, rRegion,
+                  pfLinear);
 }

@@ -17,9 +17,6 @@ struct ImageRegion
 };
 
 /// Fills the region from pfLinear; lanes of the image that the region has not become zero there.
-[[nodiscard]] bool Scatter(const ImageRegion& rRegion, const float* pfLinear, cudaStream_t pStream);
+[[nodiscard]] bool Scatter(const ImageRegion& rRegion, float* pfLinear, cudaStream_t pStream);
 /// The reverse.
 [[nodiscard]] bool Gather(const ImageRegion& rRegion, float* pfLinear, cudaStream_t pStream);
-/// Copies all elements of an image to another of the same sizes.
-[[nodiscard]] bool CopyTexels(const DeviceImage& rDest, const DeviceImage& rSource,
-                              cudaStream_t pStream);

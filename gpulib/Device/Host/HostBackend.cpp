@@ -21,11 +21,6 @@ int RoundUpLanes(int iRows)
     return g_iMaxLanes;
 }
 
-std::size_t CountBytes(const DeviceImage& rImage)
-{
-    return rImage.tPitch * rImage.iHeight * rImage.iDepth;
-}
-
 /// Bytes from one row of an image to the next. A strip reads up to 32 rows of a batch at a time:
 /// they lie an odd number of cache lines apart, and some fraction of a page more than whole pages,
 /// or they would fight for the same few entries of the caches of lines and of page addresses.
@@ -37,11 +32,6 @@ std::size_t PitchOf(std::size_t tRowBytes, int iLanes)
     if (tPitch >= tLongRow && tPitch % tPage > 3 * tPage / 4) tPitch += tPage - tPitch % tPage;
     if (tPitch >= tLongRow && tPitch % tPage < tPage / 4) tPitch += tPage / 4 - tPitch % tPage;
     return ((tPitch + tLine - 1) / tLine | 1) * tLine;
-}
-
-float* RowOf(const DeviceImage& rImage, int iRow)
-{
-    return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
 }
 
 constexpr std::size_t g_tLeastRelease = 1 << 16;  // bytes: less is not worth asking the system
@@ -203,23 +193,12 @@ bool CHostBackend::mCreate(DeviceImage& rImage, const char* pcKind)
     rImage.iLanes = RoundUpLanes(rImage.iLanes);
     const std::size_t tElement = std::size_t(rImage.iChannels) * rImage.iLanes * rImage.iBytes;
     rImage.tPitch = PitchOf(tElement * rImage.iWidth, rImage.iLanes);
-    std::size_t tBytes = rImage.tPitch;
-    bool bFits = true;
-    for (const int iExtent : {rImage.iHeight, rImage.iDepth})
-        bFits = bFits && !__builtin_mul_overflow(tBytes, std::size_t(iExtent), &tBytes);
-    rImage.pvData = bFits ? AllocateZeroed(tBytes).release() : nullptr;
+    const std::size_t tBytes = CountBytes(rImage);
+    rImage.pvData = AllocateZeroed(tBytes).release();
     if (!rImage.pvData)
         return DeviceFail("create %s: no memory for %d x %d x %d, %d rows (%zu MiB)", pcKind,
                           rImage.iWidth, rImage.iHeight, rImage.iDepth, rImage.iLanes,
-                          bFits ? tBytes >> 20 : ~std::size_t(0));
-    return true;
-}
-
-bool CHostBackend::mCreateShared(DeviceImage& rImage, const DeviceImage& rArray)
-{
-    rImage = rArray;
-    rImage.bLent = true;
-    rImage.pvRoom = nullptr;
+                          tBytes >> 20);
     return true;
 }
 
@@ -357,7 +336,7 @@ bool CHostBackend::mForwardProject(const ForwardParams& rP)
     if (!MakeForwardViews(rP, vViews)) return false;
     mSplit(int(vViews.size()),
            [&](Share aShare, int) { mKernels(rP.aVol).Forward(rP, vViews.data(), aShare); });
-    return true;
+    return mApplyRule(rP);
 }
 
 bool CHostBackend::mBackProject(const BackParams& rP)
@@ -383,17 +362,23 @@ bool CHostBackend::mBackForward(const BackParams& rBack, const ForwardParams& rF
     mKernels(rBack.aVol)
         .BackForward(rBack, vBack.data(), int(vBack.size()), rForward, vForward.data(),
                      {0, int(vForward.size())});
-    return true;
+    return mApplyRule(rForward);
+}
+
+bool CHostBackend::mApplyRule(const ForwardParams& rP)
+{
+    return rP.aRule.eOperation == ECombine::eSum ||
+           mCombine({rP.aSums, rP.aProjIndex, rP.iProjX, rP.iFirst, rP.iEnd, rP.aRule});
 }
 
 bool CHostBackend::mCombine(const CombineParams& rP)
 {
     std::vector<int> viRows;
-    if (!ReadIndex("Combine", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aOut.iHeight, viRows))
+    if (!ReadIndex("Combine", rP.aProjIndex, rP.iFirst, rP.iEnd, rP.aSums.iHeight, viRows))
         return false;
-    RemoveTwins(viRows);  // the result may take the place of the sums
+    RemoveTwins(viRows);  // the result takes the place of the sums
     mSplit(int(viRows.size()),
-           [&](Share aShare, int) { mKernels(rP.aOut).Combine(rP, viRows.data(), aShare); });
+           [&](Share aShare, int) { mKernels(rP.aSums).Combine(rP, viRows.data(), aShare); });
     return true;
 }
 

@@ -29,9 +29,7 @@ public:
     bool UsesHostMemory() const override { return true; }
 
 private:
-    bool mCreateArray(DeviceImage& rImage) override { return mCreate(rImage, "array"); }
-    bool mCreatePitched(DeviceImage& rImage) override { return mCreate(rImage, "buffer"); }
-    bool mCreateShared(DeviceImage& rImage, const DeviceImage& rArray) override;
+    bool mCreate(DeviceImage& rImage, const char* pcKind) override;
     bool mCreateLent(DeviceImage& rImage, const void* pvSource) override;
     bool mCreateLentRows(DeviceImage& rImage, const HostRows<float>& rRows) override;
     void mFree(DeviceImage& rImage) override;
@@ -58,9 +56,9 @@ private:
     bool mCompareSums(const CompareParams& rParams) override;
     bool mSmooth(const SmoothParams& rParams) override;
 
+    bool mApplyRule(const ForwardParams& rParams);
     CTeam& mTeam();  // of the device of the calling thread
     const HostKernels& mKernels(const DeviceImage& rBatch) const;
-    bool mCreate(DeviceImage& rImage, const char* pcKind);
     template <class F>
     void mSplit(int iPieces, F fShare);
 

@@ -47,7 +47,7 @@ static void BackForward(const BackParams& rBack, const BackView* pBack, int iBac
 
 static void Combine(const CombineParams& rP, const int* piRows, Share aRows)
 {
-    TALVEN_FOR_LANES(rP.aOut.iLanes, CombineLanes, rP, piRows, aRows)
+    TALVEN_FOR_LANES(rP.aSums.iLanes, CombineLanes, rP, piRows, aRows)
 }
 
 static void Weight(const WeightParams& rP, const int* piRows, Share aRows)

@@ -117,12 +117,6 @@ DEVICE_FN Lanes<LANES> Add(const Lanes<LANES>& rA, const Lanes<LANES>& rB)
     return aResult;
 }
 
-/// Start of a row of an image.
-DEVICE_FN float* RowOf(const DeviceImage& rImage, int iRow)
-{
-    return reinterpret_cast<float*>(static_cast<char*>(rImage.pvData) + iRow * rImage.tPitch);
-}
-
 // Whole registers, whose lanes stand for whatever the caller likes.
 using Wide = VectorOf<TALVEN_VECTOR>::Type;
 typedef int WideInt __attribute__((vector_size(sizeof(Wide))));

@@ -12,17 +12,6 @@ struct SmoothTile
     int iWidth, iRows;
 };
 
-DEVICE_FN int ClampIndex(int i, int iSize)
-{
-    return i < 0 ? 0 : (i < iSize ? i : iSize - 1);
-}
-
-DEVICE_FN const float* VolumeRow(const SmoothParams& rP, int iY, int iZ)
-{
-    const DeviceImage& rVol = rP.aVol;
-    return RowOf(rVol, ClampIndex(iZ, rVol.iDepth) * rVol.iHeight + ClampIndex(iY, rVol.iHeight));
-}
-
 /// The columns of a tile with its neighbours: those that the volume has, and the others.
 struct SmoothColumns
 {
@@ -66,7 +55,7 @@ static void SumOverZ(const SmoothParams& rP, const float* pfZ, const SmoothColum
         L aSum = Fill<g_iSpan>(0.0f);
         for (int c = 0; c < iTaps; ++c)
             AddWeighted<g_iSpan>(aSum, pfZ[c],
-                                 VolumeRow(rP, iY, iZ + c - iHalf) + rColumns.iFirst + x);
+                                 VolumeRow(rP.aVol, iY, iZ + c - iHalf) + rColumns.iFirst + x);
         Store<g_iSpan>(pfSums + x, aSum);
     }
     if (const int iRest = rColumns.iCount - iWhole)
@@ -75,7 +64,7 @@ static void SumOverZ(const SmoothParams& rP, const float* pfZ, const SmoothColum
         L aSum = Fill<g_iSpan>(0.0f);
         for (int c = 0; c < iTaps; ++c)
         {
-            const float* pfFrom = VolumeRow(rP, iY, iZ + c - iHalf) + rColumns.iFirst + iWhole;
+            const float* pfFrom = VolumeRow(rP.aVol, iY, iZ + c - iHalf) + rColumns.iFirst + iWhole;
             __builtin_memcpy(afPart, pfFrom, sizeof(float) * iRest);
             AddWeighted<g_iSpan>(aSum, pfZ[c], afPart);
         }
@@ -155,7 +144,7 @@ static void SmoothDirect(const SmoothParams& rP, const SmoothTile& rTile, float*
         for (int r = 0; r < iRegion; ++r)
         {
             const float* pfFrom =
-                VolumeRow(rP, rTile.iY + r - iTapsY / 2, rTile.iZ + c - iTapsZ / 2);
+                VolumeRow(rP.aVol, rTile.iY + r - iTapsY / 2, rTile.iZ + c - iTapsZ / 2);
             __builtin_memcpy(pfScratch + r * tPitch + aColumns.iLeft, pfFrom + aColumns.iFirst,
                              sizeof(float) * aColumns.iCount);
             FillSides(aColumns, pfScratch + r * tPitch);

@@ -15,23 +15,25 @@ template <int LANES>
 static void CombineLanes(const CombineParams& rP, const int* piRows, Share aRows)
 {
     using L = Lanes<LANES>;
+    const CompareRule& rRule = rP.aRule;
     for (int i = aRows.iFirst; i < aRows.iEnd; ++i)
     {
-        const float* pfRaw = RowOf(rP.aRaw, piRows[i]);
-        const float* pfSums = RowOf(rP.aSums, piRows[i]);
-        const float* pfWeight = RowOf(rP.aWeight, piRows[i]);
-        float* pfOut = RowOf(rP.aOut, piRows[i]);
-        const bool bDiff = rP.eOperation == ECombine::eDiff;
+        const float* pfRaw = RowOf(rRule.aRaw, piRows[i]);
+        const float* pfWeight = RowOf(rRule.aWeight, piRows[i]);
+        const float* pfAfter = rRule.aAfter.pvData ? RowOf(rRule.aAfter, piRows[i]) : nullptr;
+        float* pfSums = RowOf(rP.aSums, piRows[i]);
         for (int x = 0; x < rP.iProjX; ++x)
         {
             const std::size_t t = static_cast<std::size_t>(x) * LANES;
             L aRaw = LoadTimes<LANES>(pfRaw + t, pfWeight[x]);
             const L aSum = Load<LANES>(pfSums + t);
+            const L aAfter = Fill<LANES>(pfAfter ? pfAfter[x] : 1.0f);
 #pragma GCC unroll 16
             for (int k = 0; k < L::iCount; ++k)
-                aRaw.av[k] = bDiff ? aRaw.av[k] - aSum.av[k]
-                                   : Ratio<typename L::Vector>(aRaw.av[k], aSum.av[k]);
-            Store<LANES>(pfOut + t, aRaw);
+                aRaw.av[k] =
+                    CompareValue<typename L::Vector>(rRule.eOperation, aRaw.av[k], aSum.av[k]) *
+                    aAfter.av[k];
+            Store<LANES>(pfSums + t, aRaw);
         }
     }
 }

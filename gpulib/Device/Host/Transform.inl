@@ -19,12 +19,6 @@ DEVICE_FN WideInt ColumnNumbers()
     return vNumbers;
 }
 
-/// As Between(), but vB does not count where it has no weight: it may be infinite.
-DEVICE_FN Wide Blend(Wide vA, Wide vB, Wide vPart)
-{
-    return vPart > Wide{} ? Between<Wide>(vA, vB, vPart) : vA;
-}
-
 /// Bilinear value of the four pixels around positions that lie so far to the right of the left
 /// ones and below the upper ones. Most have no use for Blend(), which costs more.
 DEVICE_FN Wide Bilinear(Wide vUpperLeft, Wide vUpperRight, Wide vLowerLeft, Wide vLowerRight,
@@ -33,8 +27,8 @@ DEVICE_FN Wide Bilinear(Wide vUpperLeft, Wide vUpperRight, Wide vLowerLeft, Wide
     const Wide vValue = Between<Wide>(Between<Wide>(vUpperLeft, vUpperRight, vRight),
                                       Between<Wide>(vLowerLeft, vLowerRight, vRight), vDown);
     if (AllTrue(vValue == vValue)) return vValue;
-    return Blend(Blend(vUpperLeft, vUpperRight, vRight), Blend(vLowerLeft, vLowerRight, vRight),
-                 vDown);
+    return Blend<Wide>(Blend<Wide>(vUpperLeft, vUpperRight, vRight),
+                       Blend<Wide>(vLowerLeft, vLowerRight, vRight), vDown);
 }
 
 /// Bilinear reads at positions on the image. A position on a pixel reads this pixel alone.

@@ -4,12 +4,15 @@
 // the CPU and on purpose as late, as strict and as unhelpful as the real one may be. The backend's
 // sources are compiled by g++ with this header found first; SoftCuda.h steers it from the tests.
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <functional>
 #include <type_traits>
 
 #define __global__
+#define __host__
 #define __device__
 #define __shared__
 #define __grid_constant__
@@ -22,8 +25,11 @@
     X(1, cudaErrorInvalidValue, "invalid argument")                             \
     X(2, cudaErrorMemoryAllocation, "out of memory")                            \
     X(35, cudaErrorInsufficientDriver, "CUDA driver version is insufficient")   \
+    X(98, cudaErrorInvalidDeviceFunction, "invalid device function")            \
     X(100, cudaErrorNoDevice, "no CUDA-capable device is detected")             \
+    X(209, cudaErrorNoKernelImageForDevice, "no kernel image is available")     \
     X(214, cudaErrorECCUncorrectable, "uncorrectable ECC error encountered")    \
+    X(600, cudaErrorNotReady, "device not ready")                               \
     X(700, cudaErrorIllegalAddress, "an illegal memory access was encountered") \
     X(999, cudaErrorUnknown, "unknown error")
 
@@ -41,9 +47,7 @@ using dim3 = uint3;
 
 using cudaStream_t = struct CUstream_st*;
 using cudaEvent_t = struct CUevent_st*;
-using cudaArray_t = struct cudaArray*;
-using cudaTextureObject_t = unsigned long long;
-using cudaSurfaceObject_t = unsigned long long;
+using cudaMemPool_t = struct CUmemPool_st*;
 
 using cudaMemcpyKind = int;
 inline constexpr cudaMemcpyKind cudaMemcpyHostToDevice = 1, cudaMemcpyDeviceToHost = 2;
@@ -51,38 +55,16 @@ inline constexpr cudaMemcpyKind cudaMemcpyDeviceToDevice = 3;
 inline constexpr unsigned int cudaStreamNonBlocking = 1;
 inline constexpr unsigned int cudaEventDefault = 0, cudaEventBlockingSync = 1;
 inline constexpr unsigned int cudaEventDisableTiming = 2;
-inline constexpr unsigned int cudaArrayLayered = 1, cudaArraySurfaceLoadStore = 2;
-// What a description that is all 0 does not say.
-inline constexpr int cudaResourceTypeArray = 1, cudaReadModeElementType = 1;
-inline constexpr int cudaAddressModeClamp = 1, cudaFilterModePoint = 1, cudaFilterModeLinear = 2;
+inline constexpr int cudaMemPoolAttrReleaseThreshold = 4;
 
 struct cudaDeviceProp  // the fields that are filled
 {
     char name[256];
     std::size_t totalGlobalMem;
-    int major, minor, multiProcessorCount;
+    int major, minor, multiProcessorCount, l2CacheSize;
 };
-struct cudaChannelFormatDesc  // of floats
+struct cudaFuncAttributes
 {
-};
-struct cudaExtent
-{
-    std::size_t width, height, depth;
-};
-struct cudaResourceDesc
-{
-    int resType;
-    struct
-    {
-        struct
-        {
-            cudaArray_t array;
-        } array;
-    } res;
-};
-struct cudaTextureDesc  // the fields that are read
-{
-    int addressMode[3], filterMode, readMode, normalizedCoords;
 };
 struct cudaLaunchConfig_t
 {
@@ -97,6 +79,7 @@ cudaError_t cudaRuntimeGetVersion(int* runtimeVersion);
 cudaError_t cudaSetDevice(int device);
 cudaError_t cudaGetDevice(int* device);
 cudaError_t cudaGetDeviceProperties(cudaDeviceProp* prop, int device);
+cudaError_t cudaFuncGetAttributes(cudaFuncAttributes* attr, const void* func);
 cudaError_t cudaMemGetInfo(std::size_t* free, std::size_t* total);
 cudaError_t cudaGetLastError();
 const char* cudaGetErrorName(cudaError_t error);
@@ -104,27 +87,16 @@ const char* cudaGetErrorString(cudaError_t error);
 cudaError_t cudaDeviceSynchronize();
 
 cudaError_t cudaMalloc(void** devPtr, std::size_t size);
-cudaError_t cudaMallocPitch(void** devPtr, std::size_t* pitch, std::size_t width,
-                            std::size_t height);
+cudaError_t cudaMallocAsync(void** devPtr, std::size_t size, cudaStream_t stream);
+cudaError_t cudaFreeAsync(void* devPtr, cudaStream_t stream);
+cudaError_t cudaDeviceGetDefaultMemPool(cudaMemPool_t* pool, int device);
+cudaError_t cudaMemPoolSetAttribute(cudaMemPool_t pool, int attribute, void* value);
 cudaError_t cudaFree(void* devPtr);
 cudaError_t cudaMallocHost(void** ptr, std::size_t size);
 cudaError_t cudaFreeHost(void* ptr);
-cudaError_t cudaMemset2DAsync(void* devPtr, std::size_t pitch, int value, std::size_t width,
-                              std::size_t height, cudaStream_t stream);
+cudaError_t cudaMemsetAsync(void* devPtr, int value, std::size_t count, cudaStream_t stream);
 cudaError_t cudaMemcpyAsync(void* dst, const void* src, std::size_t count, cudaMemcpyKind kind,
                             cudaStream_t stream);
-cudaError_t cudaMemcpy2DAsync(void* dst, std::size_t dpitch, const void* src, std::size_t spitch,
-                              std::size_t width, std::size_t height, cudaMemcpyKind kind,
-                              cudaStream_t stream);
-
-cudaError_t cudaMalloc3DArray(cudaArray_t* array, const cudaChannelFormatDesc* desc,
-                              cudaExtent extent, unsigned int flags);
-cudaError_t cudaFreeArray(cudaArray_t array);
-cudaError_t cudaCreateTextureObject(cudaTextureObject_t* object, const cudaResourceDesc* resource,
-                                    const cudaTextureDesc* texture, const void* view);
-cudaError_t cudaDestroyTextureObject(cudaTextureObject_t object);
-cudaError_t cudaCreateSurfaceObject(cudaSurfaceObject_t* object, const cudaResourceDesc* resource);
-cudaError_t cudaDestroySurfaceObject(cudaSurfaceObject_t object);
 
 cudaError_t cudaStreamCreateWithFlags(cudaStream_t* stream, unsigned int flags);
 cudaError_t cudaStreamDestroy(cudaStream_t stream);
@@ -134,14 +106,8 @@ cudaError_t cudaEventCreateWithFlags(cudaEvent_t* event, unsigned int flags);
 cudaError_t cudaEventDestroy(cudaEvent_t event);
 cudaError_t cudaEventRecord(cudaEvent_t event, cudaStream_t stream);
 cudaError_t cudaEventSynchronize(cudaEvent_t event);
+cudaError_t cudaEventQuery(cudaEvent_t event);
 cudaError_t cudaEventElapsedTime(float* ms, cudaEvent_t start, cudaEvent_t end);
-
-template <class T>
-cudaChannelFormatDesc cudaCreateChannelDesc()
-{
-    static_assert(std::is_same_v<T, float>);
-    return {};
-}
 
 // What a kernel sees. Dynamic shared memory is the one array s_afShared, declared in the global
 // namespace: extern __shared__ float s_afShared[];
@@ -155,15 +121,27 @@ cudaError_t Launch(const cudaLaunchConfig_t& rConfig, std::function<void()> fKer
 
 inline constinit thread_local uint3 threadIdx, blockIdx;
 void __syncthreads();
+using std::min, std::max;
+struct alignas(16) float4
+{
+    float x, y, z, w;
+};
 template <class T>
-T tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer);
-template <>
-float tex2DLayered(cudaTextureObject_t texture, float x, float y, int layer);
-template <class T>
-T surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer);
-template <>
-float surf2DLayeredread(cudaSurfaceObject_t surface, int x, int y, int layer);
-void surf2DLayeredwrite(float value, cudaSurfaceObject_t surface, int x, int y, int layer);
+const T& __ldg(const T* pValue)
+{
+    return *pValue;
+}
+inline unsigned int __float_as_uint(float f)
+{
+    return std::bit_cast<unsigned int>(f);
+}
+/// The sum, rounded down; the double holds it whole.
+inline float __fadd_rd(float a, float b)
+{
+    const double dSum = double(a) + b;
+    const float fSum = float(dSum);
+    return fSum > dSum ? std::nextafterf(fSum, -INFINITY) : fSum;
+}
 
 template <typename... ExpTypes, typename... ActTypes>
 cudaError_t cudaLaunchKernelEx(const cudaLaunchConfig_t* config, void (*kernel)(ExpTypes...),
