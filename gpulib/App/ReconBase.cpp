@@ -124,8 +124,8 @@ bool CReconBase::mForEachBatch(const std::function<bool(int iY, int iRows, bool 
         bool bZero = false;
         if (!mFit(iRows) || !mSetProjTex(y, iRows) || !mMoveVolume(y, iRows, bZero)) return false;
         mTellImages();
-        mPrefetchProjs(y + m_iBatch);
-        if (!bZero) mPrefetchVolume(y + m_iBatch);  // else the next slices will be 0, too
+        mPrefetch(*m_rJob.pProjs, y + m_iBatch);
+        if (!bZero) mPrefetch(mGetVolume(), y + m_iBatch);  // else the next slices will be 0, too
         if (!fWork(y, iRows, bZero) || !GetBackend()->FinishDownload()) return false;
         if (mRowsFrom(y + m_iBatch) == 0 && GetBackend()->UsesHostMemory()) mFreeRows();
         if (!m_aTextures.m_aVolTex.StartMoveOut(
@@ -164,19 +164,11 @@ bool CReconBase::mSetVolTex(int iY, int iRows)
         GetBatch(std::as_const(mGetVolume()), m_aShare.iStartY + iY, iRows));
 }
 
-void CReconBase::mPrefetchProjs(int iY) const
+void CReconBase::mPrefetch(const Util_Volume& rImages, int iY) const
 {
     if (const int iRows = mRowsFrom(iY))
-        GetBackend()->Prefetch(
-            GetBatch(std::as_const(*m_rJob.pProjs), m_aShare.iStartY + iY, iRows), mGetProjX(),
-            mGetProjs());
-}
-
-void CReconBase::mPrefetchVolume(int iY) const
-{
-    if (const int iRows = mRowsFrom(iY))
-        GetBackend()->Prefetch(GetBatch(std::as_const(mGetVolume()), m_aShare.iStartY + iY, iRows),
-                               mGetVolX(), mGetVolZ());
+        GetBackend()->Prefetch(GetBatch(rImages, m_aShare.iStartY + iY, iRows), rImages.GetSizeX(),
+                               rImages.GetSizeZ());
 }
 
 void CReconBase::mTellImages()

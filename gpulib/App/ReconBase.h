@@ -46,9 +46,9 @@ protected:
     /// Rows of the batch that begins at row iY of the band, 0 past its end.
     int mRowsFrom(int iY) const;
     [[nodiscard]] bool mSetVolTex(int iY, int iRows);
-    /// Tells the device that the batch from row iY on will be loaded next; nothing when there is
-    /// none.
-    void mPrefetchVolume(int iY) const;
+    /// Tells the device that the batch from row iY on of the stack or the volume will be loaded
+    /// next; nothing when there is none.
+    void mPrefetch(const Util_Volume& rImages, int iY) const;
 
     SetRange mGetFullRange() const;  ///< the whole index list
     Util_Volume& mGetVolume() const;
@@ -67,7 +67,6 @@ private:
     [[nodiscard]] bool mGenWeights();
     [[nodiscard]] bool mSetProjTex(int iY, int iRows);
     [[nodiscard]] bool mMoveVolume(int iY, int iRows, bool& rZero);
-    void mPrefetchProjs(int iY) const;
     int mGetVolX() const;
     int mGetVolZ() const;
     int mGetProjX() const;
