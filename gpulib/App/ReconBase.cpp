@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "Util/TomoVolume.h"
-#include "Util/Util_Volume.h"
 #include "gpulib/App/Images/RowBatch.h"
 #include "gpulib/App/Weights/CalcWeights.h"
 #include "gpulib/Device/Backend.h"
@@ -185,30 +183,4 @@ void CReconBase::mTellImages()
                 .aRangeX = m_aTextures.GetRangeArray(),
                 .aPreWeight = m_aTextures.GetPreWeightArray(),
                 .aProjWeight = m_aTextures.GetProjWeightArray()});
-}
-
-SetRange CReconBase::mGetFullRange() const
-{
-    return {0, static_cast<int>(m_rJob.uiProjIndex.size())};
-}
-
-Util_Volume& CReconBase::mGetVolume() const
-{
-    return *m_rJob.pTomoVol->GetVolume();
-}
-int CReconBase::mGetVolX() const
-{
-    return mGetVolume().GetSizeX();
-}
-int CReconBase::mGetVolZ() const
-{
-    return mGetVolume().GetSizeZ();
-}
-int CReconBase::mGetProjX() const
-{
-    return m_rJob.pProjs->GetSizeX();
-}
-int CReconBase::mGetProjs() const
-{
-    return m_rJob.pProjs->GetSizeZ();
 }
