@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "Util/TomoVolume.h"
-#include "Util/Util_Volume.h"
 #include "gpulib/App/Images/RowBatch.h"
 #include "gpulib/App/Weights/CalcWeights.h"
 #include "gpulib/Device/Backend.h"
@@ -124,8 +122,8 @@ bool CReconBase::mForEachBatch(const std::function<bool(int iY, int iRows, bool 
         bool bZero = false;
         if (!mFit(iRows) || !mSetProjTex(y, iRows) || !mMoveVolume(y, iRows, bZero)) return false;
         mTellImages();
-        mPrefetchProjs(y + m_iBatch);
-        if (!bZero) mPrefetchVolume(y + m_iBatch);  // else the next slices will be 0, too
+        mPrefetch(*m_rJob.pProjs, y + m_iBatch);
+        if (!bZero) mPrefetch(mGetVolume(), y + m_iBatch);  // else the next slices will be 0, too
         if (!fWork(y, iRows, bZero) || !GetBackend()->FinishDownload()) return false;
         if (mRowsFrom(y + m_iBatch) == 0 && GetBackend()->UsesHostMemory()) mFreeRows();
         if (!m_aTextures.m_aVolTex.StartMoveOut(
@@ -164,19 +162,11 @@ bool CReconBase::mSetVolTex(int iY, int iRows)
         GetBatch(std::as_const(mGetVolume()), m_aShare.iStartY + iY, iRows));
 }
 
-void CReconBase::mPrefetchProjs(int iY) const
+void CReconBase::mPrefetch(const Util_Volume& rImages, int iY) const
 {
     if (const int iRows = mRowsFrom(iY))
-        GetBackend()->Prefetch(
-            GetBatch(std::as_const(*m_rJob.pProjs), m_aShare.iStartY + iY, iRows), mGetProjX(),
-            mGetProjs());
-}
-
-void CReconBase::mPrefetchVolume(int iY) const
-{
-    if (const int iRows = mRowsFrom(iY))
-        GetBackend()->Prefetch(GetBatch(std::as_const(mGetVolume()), m_aShare.iStartY + iY, iRows),
-                               mGetVolX(), mGetVolZ());
+        GetBackend()->Prefetch(GetBatch(rImages, m_aShare.iStartY + iY, iRows), rImages.GetSizeX(),
+                               rImages.GetSizeZ());
 }
 
 void CReconBase::mTellImages()
@@ -193,30 +183,4 @@ void CReconBase::mTellImages()
                 .aRangeX = m_aTextures.GetRangeArray(),
                 .aPreWeight = m_aTextures.GetPreWeightArray(),
                 .aProjWeight = m_aTextures.GetProjWeightArray()});
-}
-
-SetRange CReconBase::mGetFullRange() const
-{
-    return {0, static_cast<int>(m_rJob.uiProjIndex.size())};
-}
-
-Util_Volume& CReconBase::mGetVolume() const
-{
-    return *m_rJob.pTomoVol->GetVolume();
-}
-int CReconBase::mGetVolX() const
-{
-    return mGetVolume().GetSizeX();
-}
-int CReconBase::mGetVolZ() const
-{
-    return mGetVolume().GetSizeZ();
-}
-int CReconBase::mGetProjX() const
-{
-    return m_rJob.pProjs->GetSizeX();
-}
-int CReconBase::mGetProjs() const
-{
-    return m_rJob.pProjs->GetSizeZ();
 }

@@ -2,12 +2,12 @@
 
 #include <functional>
 
+#include "Util/TomoVolume.h"
+#include "Util/Util_Volume.h"
 #include "gpulib/App/Images/Textures.h"
 #include "gpulib/App/Job.h"
 #include "gpulib/App/JobShape.h"
 #include "gpulib/Device/RunImages.h"
-
-class Util_Volume;
 
 /// Base of the jobs that run over one band of Y rows on the device of the calling thread.
 ///
@@ -46,12 +46,13 @@ protected:
     /// Rows of the batch that begins at row iY of the band, 0 past its end.
     int mRowsFrom(int iY) const;
     [[nodiscard]] bool mSetVolTex(int iY, int iRows);
-    /// Tells the device that the batch from row iY on will be loaded next; nothing when there is
-    /// none.
-    void mPrefetchVolume(int iY) const;
+    /// Tells the device that the batch from row iY on of the stack or the volume will be loaded
+    /// next; nothing when there is none.
+    void mPrefetch(const Util_Volume& rImages, int iY) const;
 
-    SetRange mGetFullRange() const;  ///< the whole index list
-    Util_Volume& mGetVolume() const;
+    /// The whole index list.
+    SetRange mGetFullRange() const { return {0, static_cast<int>(m_rJob.uiProjIndex.size())}; }
+    Util_Volume& mGetVolume() const { return *m_rJob.pTomoVol->GetVolume(); }
 
     const ReconJob& m_rJob;
     JobShare m_aShare;
@@ -67,11 +68,10 @@ private:
     [[nodiscard]] bool mGenWeights();
     [[nodiscard]] bool mSetProjTex(int iY, int iRows);
     [[nodiscard]] bool mMoveVolume(int iY, int iRows, bool& rZero);
-    void mPrefetchProjs(int iY) const;
-    int mGetVolX() const;
-    int mGetVolZ() const;
-    int mGetProjX() const;
-    int mGetProjs() const;  // of the stack, selected or not
+    int mGetVolX() const { return mGetVolume().GetSizeX(); }
+    int mGetVolZ() const { return mGetVolume().GetSizeZ(); }
+    int mGetProjX() const { return m_rJob.pProjs->GetSizeX(); }
+    int mGetProjs() const { return m_rJob.pProjs->GetSizeZ(); }  // of the stack, selected or not
 
     const EJobKind m_eKind;
     bool m_bZero = false;  // the rows of the band are as yet memory that is not there

@@ -178,14 +178,6 @@ std::unique_ptr<CBackend> SetBackend(std::unique_ptr<CBackend> pBackend)
     return std::exchange(g_pBackend, std::move(pBackend));
 }
 
-namespace
-{
-std::string Describe(const CBackend& rBackend, const std::string& strWhy)
-{
-    return std::string(rBackend.GetName()) + " (" + rBackend.GetDetail() + "), " + strWhy;
-}
-}  // namespace
-
 std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string& rReason,
                                       const HostCores& rCores)
 {
@@ -209,6 +201,6 @@ std::unique_ptr<CBackend> MakeBackend(const std::string& strWanted, std::string&
         }
     }
     if (!pBackend) pBackend = MakeHostBackend(rCores);
-    rReason = Describe(*pBackend, strWhy);
+    rReason = std::string(pBackend->GetName()) + " (" + pBackend->GetDetail() + "), " + strWhy;
     return pBackend;
 }

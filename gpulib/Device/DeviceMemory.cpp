@@ -9,80 +9,42 @@ void CDeviceMemory::Free()
     m_aImage = DeviceImage();
 }
 
-bool CDeviceMemory::mCreate(int iWidth, int iHeight, int iDepth)
+/// \param fCreate  makes an image of the sizes that it is given
+template <class F>
+bool CDeviceMemory::mTake(int iWidth, int iHeight, int iDepth, F fCreate)
 {
     Free();
     DeviceImage aImage = m_aWanted;
     aImage.iWidth = iWidth;
     aImage.iHeight = iHeight;
     aImage.iDepth = iDepth;
-    if (!GetBackend()->Create(aImage, m_pcKind)) return false;
+    if (!fCreate(aImage)) return false;
     m_aImage = aImage;
     return true;
+}
+
+bool CDeviceMemory::mCreate(int iWidth, int iHeight, int iDepth)
+{
+    return mTake(iWidth, iHeight, iDepth,
+                 [&](DeviceImage& rImage) { return GetBackend()->Create(rImage, m_pcKind); });
 }
 
 bool CDeviceMemory::mCreateLent(const float* pfData, int iWidth, int iHeight)
 {
-    Free();
-    DeviceImage aImage;
-    aImage.iWidth = iWidth;
-    aImage.iHeight = iHeight;
-    if (!GetBackend()->CreateLent(aImage, pfData)) return false;
-    m_aImage = aImage;
-    return true;
+    return mTake(iWidth, iHeight, 1,
+                 [&](DeviceImage& rImage) { return GetBackend()->CreateLent(rImage, pfData); });
 }
 
 bool CDeviceMemory::mCreateLentRows(const HostRows<float>& rRows, int iWidth, int iHeight)
 {
-    Free();
-    DeviceImage aImage = m_aWanted;
-    aImage.iWidth = iWidth;
-    aImage.iHeight = iHeight;
-    if (!GetBackend()->CreateLentRows(aImage, rRows)) return false;
-    m_aImage = aImage;
-    return true;
+    return mTake(iWidth, iHeight, 1,
+                 [&](DeviceImage& rImage) { return GetBackend()->CreateLentRows(rImage, rRows); });
 }
 
 bool CDeviceMemory::mCreateShared(const DeviceImage& rArray)
 {
-    Free();
-    DeviceImage aImage;
-    if (!GetBackend()->CreateShared(aImage, rArray)) return false;
-    m_aImage = aImage;
-    return true;
-}
-
-bool CDeviceMemory::HostToDevice(const void* pvData)
-{
-    return GetBackend()->UploadTable(m_aImage, pvData);
-}
-
-bool CDeviceMemory::HostToDevice(const HostRows<const float>& rRows, int iX0, int iY0, int iWidth,
-                                 int iHeight)
-{
-    return GetBackend()->Upload(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
-}
-
-bool CDeviceMemory::ToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
-                           int iHeight) const
-{
-    return GetBackend()->Download(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
-}
-
-bool CDeviceMemory::MoveIn(const HostRows<float>& rRows, int iX0, int iY0, int iWidth, int iHeight)
-{
-    return GetBackend()->MoveIn(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
-}
-
-bool CDeviceMemory::StartMoveOut(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
-                                 int iHeight)
-{
-    return GetBackend()->StartMoveOut(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
-}
-
-bool CDeviceMemory::DeviceToDevice(const DeviceImage& rSource)
-{
-    return GetBackend()->Copy(m_aImage, rSource);
+    return mTake(0, 0, 0,
+                 [&](DeviceImage& rImage) { return GetBackend()->CreateShared(rImage, rArray); });
 }
 
 bool CDeviceMemory::mToHost(void* pvDest, int iBytes) const

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gpulib/Device/DeviceImage.h"
+#include "gpulib/Device/Backend.h"
 
 /// Owner of one image in device memory; base of the kinds below it, which say how one is made.
 ///
@@ -19,20 +19,38 @@ public:
     const DeviceImage& GetImage() const { return m_aImage; }
 
     /// Fills a one-lane image from tightly packed host values: float, int or unsigned.
-    [[nodiscard]] bool HostToDevice(const void* pvData);
+    [[nodiscard]] bool HostToDevice(const void* pvData)
+    {
+        return GetBackend()->UploadTable(m_aImage, pvData);
+    }
     /// Fills the rectangle of iWidth x iHeight elements that begins at (iX0, iY0), for all lanes.
     [[nodiscard]] bool HostToDevice(const HostRows<const float>& rRows, int iX0, int iY0,
-                                    int iWidth, int iHeight);
+                                    int iWidth, int iHeight)
+    {
+        return GetBackend()->Upload(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
+    }
     /// The reverse.
     [[nodiscard]] bool ToHost(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
-                              int iHeight) const;
+                              int iHeight) const
+    {
+        return GetBackend()->Download(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
+    }
     /// See CBackend.
     [[nodiscard]] bool MoveIn(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
-                              int iHeight);
+                              int iHeight)
+    {
+        return GetBackend()->MoveIn(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
+    }
     [[nodiscard]] bool StartMoveOut(const HostRows<float>& rRows, int iX0, int iY0, int iWidth,
-                                    int iHeight);
+                                    int iHeight)
+    {
+        return GetBackend()->StartMoveOut(m_aImage, rRows, iX0, iY0, iWidth, iHeight);
+    }
     /// Copies a whole image of the same sizes.
-    [[nodiscard]] bool DeviceToDevice(const DeviceImage& rSource);
+    [[nodiscard]] bool DeviceToDevice(const DeviceImage& rSource)
+    {
+        return GetBackend()->Copy(m_aImage, rSource);
+    }
 
 protected:
     /// \param pcKind  what a failure calls it; lives as long as the program
@@ -52,5 +70,7 @@ protected:
     DeviceImage m_aImage;
 
 private:
+    template <class F>
+    [[nodiscard]] bool mTake(int iWidth, int iHeight, int iDepth, F fCreate);
     const char* const m_pcKind;
 };

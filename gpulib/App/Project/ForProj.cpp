@@ -39,7 +39,7 @@ bool CForProj::mRun()
     {
         if (!mFit(iRows) || !mSetVolTex(y, iRows)) return false;
         mTellImages();
-        mPrefetchVolume(y + m_iBatch);
+        mPrefetch(mGetVolume(), y + m_iBatch);
         if (!m_aForProjImpl.DoIt(m_rJob.aBox.has_value())) return false;
         if (!m_aForProjImpl.ToHost(*m_rJob.pProjs, m_aShare.iStartY + y, iRows)) return false;
     }

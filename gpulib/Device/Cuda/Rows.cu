@@ -10,17 +10,11 @@ namespace
 {
 constexpr int g_iColumns = g_iThreads / g_iQuads;  // of a block
 
-__global__ void __launch_bounds__(g_iThreads)
-    CombineKernel(const __grid_constant__ CombineParams aP)
+template <class PARAMS>
+__global__ void __launch_bounds__(g_iThreads) RowKernel(const __grid_constant__ PARAMS aP)
 {
     const int iX = blockIdx.x * g_iColumns + threadIdx.x / g_iQuads;
-    if (iX < aP.iProjX) CombineBody(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
-}
-
-__global__ void __launch_bounds__(g_iThreads) WeightKernel(const __grid_constant__ WeightParams aP)
-{
-    const int iX = blockIdx.x * g_iColumns + threadIdx.x / g_iQuads;
-    if (iX < aP.iProjX) WeightBody(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
+    if (iX < aP.iProjX) RowBody(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
 }
 
 /// One block for each list position, which takes one group of rows after the other and adds their
@@ -65,13 +59,14 @@ dim3 GridFor(const DeviceImage& rImage, int iProjX, int iRows)
 
 bool CCudaBackend::mCombine(const CombineParams& rP)
 {
-    return mLaunch("Combine", GridFor(rP.aSums, rP.iProjX, rP.iEnd - rP.iFirst), 0, CombineKernel,
-                   rP);
+    return mLaunch("Combine", GridFor(rP.aSums, rP.iProjX, rP.iEnd - rP.iFirst), 0,
+                   RowKernel<CombineParams>, rP);
 }
 
 bool CCudaBackend::mWeight(const WeightParams& rP)
 {
-    return mLaunch("Weight", GridFor(rP.aOut, rP.iProjX, rP.iEnd - rP.iFirst), 0, WeightKernel, rP);
+    return mLaunch("Weight", GridFor(rP.aOut, rP.iProjX, rP.iEnd - rP.iFirst), 0,
+                   RowKernel<WeightParams>, rP);
 }
 
 bool CCudaBackend::mSumAbs(const SumAbsParams& rP)
