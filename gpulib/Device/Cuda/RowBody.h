@@ -4,7 +4,7 @@
 
 // Bodies of the kernels that stream over projection rows, and of the sums over them.
 
-CUDA_FN void CombineBody(int iX, int iPosition, RowQuad aRows, const CombineParams& rP)
+CUDA_FN void RowBody(int iX, int iPosition, RowQuad aRows, const CombineParams& rP)
 {
     int iProj;
     if (!ReadIndex(rP.aProjIndex, rP.iFirst + iPosition, rP.aSums.iHeight, iProj)) return;
@@ -14,7 +14,7 @@ CUDA_FN void CombineBody(int iX, int iPosition, RowQuad aRows, const CombinePara
     Store(pfSums, aSum);
 }
 
-CUDA_FN void WeightBody(int iX, int iPosition, RowQuad aRows, const WeightParams& rP)
+CUDA_FN void RowBody(int iX, int iPosition, RowQuad aRows, const WeightParams& rP)
 {
     int iRow = rP.iFirst + iPosition;
     const bool bByNumber = rP.eOperation == EWeight::eRecon || rP.eOperation == EWeight::eReproj;

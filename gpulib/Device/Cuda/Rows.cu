@@ -10,11 +10,11 @@ namespace
 {
 constexpr int g_iColumns = g_iThreads / g_iQuads;  // of a block
 
-template <class PARAMS, void (*BODY)(int, int, RowQuad, const PARAMS&)>
+template <class PARAMS>
 __global__ void __launch_bounds__(g_iThreads) RowKernel(const __grid_constant__ PARAMS aP)
 {
     const int iX = blockIdx.x * g_iColumns + threadIdx.x / g_iQuads;
-    if (iX < aP.iProjX) BODY(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
+    if (iX < aP.iProjX) RowBody(iX, blockIdx.y, RowQuad::Of(blockIdx.z, threadIdx.x), aP);
 }
 
 /// One block for each list position, which takes one group of rows after the other and adds their
@@ -60,13 +60,13 @@ dim3 GridFor(const DeviceImage& rImage, int iProjX, int iRows)
 bool CCudaBackend::mCombine(const CombineParams& rP)
 {
     return mLaunch("Combine", GridFor(rP.aSums, rP.iProjX, rP.iEnd - rP.iFirst), 0,
-                   RowKernel<CombineParams, CombineBody>, rP);
+                   RowKernel<CombineParams>, rP);
 }
 
 bool CCudaBackend::mWeight(const WeightParams& rP)
 {
     return mLaunch("Weight", GridFor(rP.aOut, rP.iProjX, rP.iEnd - rP.iFirst), 0,
-                   RowKernel<WeightParams, WeightBody>, rP);
+                   RowKernel<WeightParams>, rP);
 }
 
 bool CCudaBackend::mSumAbs(const SumAbsParams& rP)
