@@ -53,8 +53,7 @@ public:
     }
 
 protected:
-    /// \param pcKind  what a failure calls it; lives as long as the program
-    explicit CDeviceMemory(const char* pcKind) : m_pcKind(pcKind) {}
+    explicit CDeviceMemory(const char* pcKind) : m_pcKind(pcKind) {}  ///< as failures call it
     /// Frees what is held and allocates anew, zero-filled.
     [[nodiscard]] bool mCreate(int iWidth, int iHeight, int iDepth);
     /// Frees what is held and makes a one-lane array of the values at pfData.

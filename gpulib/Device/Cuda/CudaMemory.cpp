@@ -37,8 +37,7 @@ bool CCudaBackend::mCreateLent(DeviceImage& rImage, const void* pvSource)
     return false;
 }
 
-/// In the order of the kernels that may be queued. What goes wrong with them shows in the next
-/// operation.
+/// In the order of the kernels. What goes wrong with them shows in the next operation.
 void CCudaBackend::mFree(DeviceImage& rImage)
 {
     if (rImage.bLent) return;
