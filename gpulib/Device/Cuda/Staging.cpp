@@ -99,7 +99,7 @@ bool CStaging::Create(cudaStream_t pCompute)
 
 void CStaging::Prefetch(const HostRows<const float>& rSource, int iWidth, int iHeight)
 {
-    Slot* const pSlot = mFind(IsFree);
+    Slot* const pSlot = mFind(mIsFree);
     // The Upload() will try again and say what is wrong.
     if (pSlot && !mTake(*pSlot, rSource, iWidth, iHeight)) static_cast<void>(TakeDeviceError());
 }
@@ -122,7 +122,7 @@ bool CStaging::Upload(const ImageRegion& rRegion, const HostRows<const float>& r
         { return r.bTaken && r.aSource == rSource && r.iWidth == iWidth && r.iHeight == iHeight; });
     if (!pSlot)
     {
-        pSlot = mFind(IsFree);
+        pSlot = mFind(mIsFree);
         if (!pSlot) pSlot = &m_aSlots[0];  // prefetched values that nobody has asked for yet
         if (!mTake(*pSlot, rSource, iWidth, iHeight))
             return mSplit(
@@ -185,7 +185,7 @@ bool CStaging::Advance()
         return CudaOk(cudaEventRecord(m_pMark.get(), m_pCompute), "mark kernels");
     }
     if (m_tPending > 0 && IsDone(mDownChunk().pCopied)) return mUnpackChunk();
-    Slot* const pSlot = mFind(IsUnstaged);
+    Slot* const pSlot = mFind(mIsUnstaged);
     return !pSlot || !IsDone(m_aUpChunks[m_iUpChunk].pCopied) || mStageChunk(*pSlot);
 }
 
@@ -212,7 +212,7 @@ bool CStaging::FinishDownload()
 {
     while (m_tPending > 0)
     {
-        Slot* const pSlot = IsDone(mDownChunk().pCopied) ? nullptr : mFind(IsUnstaged);
+        Slot* const pSlot = IsDone(mDownChunk().pCopied) ? nullptr : mFind(mIsUnstaged);
         if (!(pSlot ? mStageChunk(*pSlot) : mUnpackChunk())) return false;
     }
     return true;

@@ -53,8 +53,8 @@ private:
         bool bTaken = false;                   // for values that no Upload() has taken
     };
 
-    static bool IsFree(const Slot& r) { return !r.bTaken; }
-    static bool IsUnstaged(const Slot& r) { return r.bTaken && r.tStaged < r.tValues; }
+    static bool mIsFree(const Slot& r) { return !r.bTaken; }
+    static bool mIsUnstaged(const Slot& r) { return r.bTaken && r.tStaged < r.tValues; }
     template <class F>
     Slot* mFind(F fIs);
     [[nodiscard]] bool mTake(Slot& rSlot, const HostRows<const float>& rSource, int iWidth,
